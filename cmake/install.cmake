@@ -1,0 +1,1 @@
+# What `cmake --install` lays down: library, header, program, find_package(Tessel) and tessel.pc.

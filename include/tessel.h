@@ -1,0 +1,239 @@
+/*
+ * tessel.h - drives time-tagging instruments for single-photon counting and turns their event stream,
+ * live or recorded, into histograms, correlations, traces and files.
+ *
+ * The rhythm of a host: initAPI, pick a device (getFileDevice or getDevice), set parameters, measure,
+ * closeDevice, exitAPI.
+ *
+ * What holds for every function:
+ *  - Plain C linkage. No exception leaves the library; a failure inside is one ERR line in the log.
+ *  - Texts are NUL-terminated UTF-8 (`const char *`), device ids of measurement calls UTF-16
+ *    (`const char16_t *`). A null text counts as empty. A null result pointer is not written.
+ *  - `id` null or empty: the current device. Otherwise the device with exactly this id becomes the current
+ *    one; an id that matches nothing makes "no device" the current one, on which every call runs on and
+ *    finds nothing open.
+ *  - A bool result tells that the request was accepted or carried out. A run that fails on its way tells so
+ *    in the log and in "StopReason" of getMeasDescription(), never in the result of the call.
+ *  - Times are picoseconds and acquisition times milliseconds, unless said otherwise.
+ *  - Result memory belongs to the caller. The library writes to it until the finished byte is 1, which is
+ *    its last write, and doesn't know its size: give what is asked for.
+ *  - Calls for different devices may come from different threads. Parameters of a device must not be
+ *    changed while a run on it is active.
+ */
+#ifndef TESSEL_H
+#define TESSEL_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#else
+#include <uchar.h>
+#endif
+
+#if defined(__GNUC__)
+#define TESSEL_API __attribute__((visibility("default")))
+#else
+#define TESSEL_API
+#endif
+
+/* ---------------------------------------------------------------------------------------------- lifecycle
+ * Devices are recorded files opened with getFileDevice(). */
+
+/* Starts the library: reads the settings from `systemIniPath` (no file there is no error: the initial
+ * settings hold), starts the log. A second call is a restart: it stops every run, closes every device and
+ * starts anew. Always true. */
+TESSEL_API bool initAPI(const char *systemIniPath);
+
+/* Stops every run, closes every device and stops the log. Blocks until the runs have ended, some seconds at
+ * most. */
+TESSEL_API void exitAPI(void);
+
+/* Writes the ids of all known devices as a JSON array of texts, in the order in which they were found or
+ * opened. `buffer`: 8192 bytes. False only if the text doesn't fit; the buffer then holds a text that says
+ * so. */
+TESSEL_API bool getDeviceIDs(char *buffer);
+
+/* Picks a device: `id` holds the wanted id, or an empty text for the first one that can be opened, and
+ * receives the id of the device chosen; it needs room for that (8192 bytes hold any). True if the device
+ * stands open; it is then the current one. False: there is no current device. */
+TESSEL_API bool getDevice(char *id);
+
+/* Opens a recorded file (extension tgx) as a device and makes it the current one. `path`: in, the file;
+ * out, the id of the new device, at most 8192 bytes with its zero. A file that can't be read makes no
+ * device: the log says why, and the result and id are those of whichever device was current before; so
+ * the id tells success. A file device is open and initialised from the start. */
+TESSEL_API bool getFileDevice(char *path);
+
+/* Brings the current device into a measurement mode (0 histogramming, 2 T2, 3 T3) with a reference clock
+ * source. A file device keeps the mode that its file tells. True if the device is initialised. */
+TESSEL_API bool initDevice(int32_t measMode, int32_t refSource);
+
+/* Closes the current device (`all` 0) or every device (`all` 1). A run on it is stopped and waited for. A
+ * file device leaves the table of devices. */
+TESSEL_API void closeDevice(uint8_t all);
+
+/* ------------------------------------------------------------------------------------------------ logging
+ * The log goes to standard output and to a day file in the folder Logs below the data path, as the settings
+ * say. */
+
+/* Posts "Ext.-Error: " and `text` as an error. */
+TESSEL_API void logError(const char *text);
+
+/* Posts `text` as a record from outside (EXT). */
+TESSEL_API void logExternal(const char *text);
+
+/* Switches the trace of a subsystem: 0 Api, 1 Config, 2 Device, 3 DataFile, 4 Manipulators. Warnings and
+ * errors are posted whatever the switches say. Another `level` posts an error and changes nothing. */
+TESSEL_API void setLogLevel(int32_t level, uint8_t on);
+
+/* --------------------------------------------------------------------------------------------------- runs
+ * A run is started by a measurement function. It ends at the file's end, on stopMeasure(), or on a failure,
+ * and then writes 1 to the caller's finished byte. A new run on a device that is still busy stops the old
+ * one first and waits for it. */
+
+/* Asks the run on the device to stop and returns at once; what was read so far is counted. Always true. */
+TESSEL_API bool stopMeasure(const char16_t *id);
+
+/* Sets every element of the device's result to 0, also while a run goes on. Always true. */
+TESSEL_API bool clearMeasure(const char16_t *id);
+
+/* Tells the library that the host has taken new data: a sequence that waits goes on. Always 1. */
+TESSEL_API uint8_t gotNewData(const char16_t *id);
+
+/* Blocks until the run of a waiting sequence has new data (1), or the run has ended or doesn't wait (0). */
+TESSEL_API uint8_t waitNewData(const char16_t *id);
+
+/* Sequence of the current device: `mode` 0 none; 1 by time, `value` in seconds; 2 by count, `value` in
+ * counts. Each step of a sequence starts from an empty result. `wait` 1: the run waits after each step until
+ * gotNewData(). Another mode only stores `wait`. */
+TESSEL_API void setSequenceMode(int32_t mode, uint8_t wait, double value);
+
+/* Writes the last sync rate to `syncRate` and the rate of each input, in counts per second, to `rates`
+ * (as many as the device has input channels). Returns the number of input channels of the current device. */
+TESSEL_API int32_t getCountRates(int32_t *syncRate, int32_t *rates);
+
+/* Number of rows of a result: sync + input channels + channels that manipulators made (the last in T2 and T3
+ * only); 0 if the device is not initialised. */
+TESSEL_API int64_t getNumAllChans(const char16_t *id);
+
+/* ------------------------------------------------------------------------------------------- measurements
+ * Arguments that all share: `acqTime` in ms, 0 = until stopped (a recorded file ends by itself and takes no
+ * notice of it); `waitFinished` 1 = block until the run has ended; `save` 1 = record the raw stream (never
+ * done on a recorded file); `finished` is set to 0 at the start and to 1, as the last write of the run, at
+ * its end, and must stay valid until then. Null: no such byte. */
+
+/* One histogram per channel. `data`: getNumAllChans() rows x NumBins columns of counts, row = channel
+ * (0 sync, 1.. inputs, then manipulator channels), zeroed at the start and growing while the run goes on.
+ * NumBins is 32768 in T3 (bin = dtime, in units of the resolution) and 65536 in T2 unless
+ * setHistoT2NumBins() says otherwise. In T2, bin = (time - time of the last reference event) / bin width.
+ * Always true. */
+TESSEL_API bool getHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
+                             uint32_t *data, uint8_t *finished);
+
+/* Columns of a T2 histogram. False, with an error in the log, in any other mode. No range check. */
+TESSEL_API bool setHistoT2NumBins(const char16_t *id, uint64_t numBins);
+
+/* Bin width of a T2 histogram in ps, initially 1. A run with a width of 0 ends at once with an error. */
+TESSEL_API bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth);
+
+/* Reference channel of a T2 histogram, initially 0 (sync). */
+TESSEL_API bool setHistoT2RefChan(const char16_t *id, uint8_t refChan);
+
+/* ------------------------------------------------------------------------------------------- manipulators
+ * Stages of the device's chain. Each sees the stream that the one before it leaves, in the order of adding,
+ * and may make channels, which are numbered behind the input channels in that order. A chain stays on the
+ * device from run to run. Channel numbers: 0 sync, 1 to 64 inputs, above them the chain's channels. */
+
+/* Copies the events of `numChans` channels onto one new channel. `keep` 1: the rest of the stream stays;
+ * 0: only the merged channels and their copies go on. Returns the number of the new channel. */
+TESSEL_API int32_t addMMerge(const char16_t *id, const int32_t *chans, int32_t numChans, uint8_t keep);
+
+/* Ends the stage at `index` (position in the chain, from 0). Its record stays, so that the numbers of later
+ * stages don't change; a chain with an ended stage can't run: clearManis() removes all. */
+TESSEL_API void deleteMani(const char16_t *id, uint32_t index);
+
+/* Removes all stages. */
+TESSEL_API void clearManis(const char16_t *id);
+
+/* --------------------------------------------------------------------------------------------- data files
+ * Tags of the caller's own, for the header of a recording. They belong to the current device and stay until
+ * clearTags(). `name`: at most 31 bytes are kept. `idx`: index of the tag, 0xFFFFFFFF for none. */
+
+TESSEL_API void addIntTag(const char *name, int64_t value, uint32_t idx);
+TESSEL_API void addDblTag(const char *name, double value, uint32_t idx);
+TESSEL_API void addBoolTag(const char *name, bool value, uint32_t idx);
+TESSEL_API void addEmptyTag(const char *name, uint32_t idx);
+TESSEL_API void addStringTag(const char *name, const char *text, uint32_t idx);
+TESSEL_API void addWStringTag(const char *name, const char16_t *text, uint32_t idx);
+/* `count` doubles. */
+TESSEL_API void addFloatArrayTag(const char *name, const double *values, uint64_t count, uint32_t idx);
+/* The first `count` bytes reach the file, but 8 x `count` bytes are read from `bytes`. */
+TESSEL_API void addBBTag(const char *name, const uint8_t *bytes, uint64_t count, uint32_t idx);
+TESSEL_API void clearTags(void);
+
+/* Folder and name of the next recording. A path without a folder keeps the folder; an empty name means
+ * default.tgx. A recording never overwrites a file: a name that is taken gets a number behind it. */
+TESSEL_API void setTGXFilePath(const char *path);
+
+/* Sub-mode of the measurement, kept for the header of a recording. */
+TESSEL_API void setMeasSubMode(int32_t value);
+
+/* -------------------------------------------------------------------------------------------------- texts
+ * State of the current device as JSON. `buffer`: 65535 bytes each. False: the buffer holds a text that says
+ * what was wrong. */
+
+/* Everything that is known of the device: model, channels, mode, resolution and parameters. */
+TESSEL_API bool getDeviceConfig(char *buffer);
+
+/* The last run: AcqTime (ms), AveSyncRate (Hz), AveSyncPeriod (s), StopReason (text), StopAfter,
+ * WarningsFlag, NumRecs (records read). */
+TESSEL_API bool getMeasDescription(char *buffer);
+
+/* The chain: {"ManisCfg": [{"Index", "Type", "Channels": [{"Channel": n}, ...]}, ...]}. */
+TESSEL_API bool getManisConfig(char *buffer);
+
+/* -------------------------------------------------------------------------- recordings made by the caller
+ * For simulations, converters and tests: writes a data file from record words of the caller's own. */
+
+typedef struct tessel_recording tessel_recording;
+
+typedef struct tessel_recording_params {
+    size_t size;              /* sizeof(tessel_recording_params), set by the caller */
+    int32_t measMode;         /* 2 T2, 3 T3 */
+    int32_t family;           /* record family: 0 ZP, 1 CD, 2 SV40, 3 LM70, 4 CD90 */
+    int32_t numChannels;      /* input channels, 1 to 64 */
+    double baseResolution;    /* ps, the unit of a T2 time tag; 1 or more whole picoseconds */
+    double resolution;        /* ps, the unit of a T3 dtime */
+    double syncRate;          /* Hz; in T3 it gives the sync period by which a replay counts time */
+    int32_t acqTime;          /* ms */
+    const double *inputRates; /* counts per second, numChannels of them, or null */
+    const char *serial;       /* serial number, null or empty: "0" */
+    const char *comment;      /* null or empty: no comment */
+} tessel_recording_params;
+
+/* Creates the file at `path` (an existing one is overwritten) and writes its header, with the custom tags of
+ * the current device. Null, with an error in the log, if a parameter is out of range or the file can't be
+ * written. */
+TESSEL_API tessel_recording *tessel_recordingCreate(const char *path, const tessel_recording_params *params);
+
+/* Appends `count` record words. False if the disc refuses them; the recording can still be closed. */
+TESSEL_API bool tessel_recordingWrite(tessel_recording *recording, const uint32_t *words, uint64_t count);
+
+/* Brings the number of records into the header, seals it and frees the recording. False if anything of the
+ * file could not be written. Null is accepted. */
+TESSEL_API bool tessel_recordingClose(tessel_recording *recording);
+
+/* Writes the header tags of a recorded file as JSON: {"magic", "version", "dataStart" (file offset of the
+ * first record), "fileSize", "tags": [{"name", "idx" (-1 none), "type", "value"}, ...]}. `needed` receives
+ * the text's length with its zero; true if that is at most `size` and the text was written. False with
+ * `needed` 0: the file can't be read. */
+TESSEL_API bool tessel_getFileTags(const char *path, char *buffer, uint64_t size, uint64_t *needed);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,24 @@
+// Texts: UTF-8 and UTF-16, control bytes made visible, and the two forms of a path.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace Tessel {
+
+// A broken sequence becomes U+FFFD; nothing throws.
+std::string toUtf8(std::u16string_view text);
+std::u16string toUtf16(std::string_view text);
+
+// Control bytes (below 0x20 and 0x7F) as \xNN, and bytes that are no UTF-8 likewise: for texts that come from
+// a file or a peer, before they are logged.
+std::string visible(std::string_view text);
+
+// The form in which paths are kept and logged: both separators are '\'.
+std::string normalPath(std::string_view path);
+
+// The form in which a file is touched.
+std::filesystem::path nativePath(std::string_view path);
+
+} // namespace Tessel

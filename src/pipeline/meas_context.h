@@ -1,0 +1,131 @@
+// `MeasContext`: what a device needs for its runs, and `Run`: one run with its buffers, threads and the
+// caller's pointers.
+//
+// Lock order of a device: TableGate, PipelineLock, each record's Lock in vector order, ManisLock, then the
+// library's ResultLock. ReadGate, RawLock and RunLock are never held while one of these is taken.
+#pragma once
+
+#include "datafiles/custom_tag.h"
+#include "devices/meas_description.h"
+#include "manipulators/manipulator.h"
+#include "pipeline/event_store.h"
+#include "pipeline/gate.h"
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Tessel {
+
+enum class MeasKind : uint32_t {
+    None = 0,
+    Raw = 1,
+    Unfold = 2,
+    TimeTrace = 4,
+    Histogram = 8,
+    Correlation = 16,
+    ImportSource = 32,
+    Histo2d = 64,
+};
+
+// What an entry asks for. The pointers are the caller's, valid until the finished byte is 1.
+struct RunRequest
+{
+    MeasKind Kind = MeasKind::None;
+    uint32_t AcqTimeMs = 0;
+    bool Blocking = false; // a caller waits for the finished byte
+    bool SaveToFile = false;
+    uint8_t *FinishedFlag = nullptr;
+    uint32_t *HistoData = nullptr; // rows x columns, row = ChannelCode
+};
+
+struct Run
+{
+    RunRequest Request; // constant after start
+    uint8_t OwnFinished = 0; // stands in for a null finished pointer
+
+    // The result. Guarded by ManisLock.
+    uint32_t *HistoData = nullptr; // the caller's, or MovedHisto
+    uint64_t HistoSize = 0;        // elements of HistoData
+    std::vector<uint32_t> MovedHisto; // where a stage added during the run moved the result to
+    uint64_t LastRefTime = 0;      // ps; 0: no reference event seen
+    uint64_t LastEventTime = 0;    // ps
+
+    std::atomic<int64_t> LastPublish{0}; // ns, monotonic
+
+    // MeasureThread hands over to ProcessThread under ReadGate; both arrays are allocated and freed by
+    // MeasureThread.
+    PageArray<uint32_t> ReadBuffer; // guarded by ReadGate
+    uint64_t ReadCount = 0;         // guarded by ReadGate
+    PageArray<uint32_t> ProcessBuffer; // ProcessThread's
+    uint64_t OverflowBase = 0;         // ProcessThread's
+    uint32_t InvalidRecordCount = 0;   // ProcessThread's
+
+    // MeasureThread's.
+    int32_t AcqTimeMs = 0;
+    bool StartPending = true, StopIssued = false, TimerRunning = false;
+    std::ifstream Input;
+    std::thread Process, Measurement, CopyStore;
+
+    std::atomic<uint64_t> Taken{0};          // batches that a consumer has taken: shows that the run moves
+    std::atomic<bool> ProcessDone{false};
+    std::atomic<bool> MeasurementDone{false};
+    std::atomic<bool> Finished{false};       // the finished byte is written
+    std::mutex OverLock;
+    std::condition_variable OverSignal;
+    bool Over = false; // guarded by OverLock; the run's last act
+};
+
+// Parameters of the measurements. Written on the host's thread between runs.
+struct HistogramParams
+{
+    uint64_t HistoBinWidth = 1; // ps, T2
+    uint8_t HistoRefChan = 0;   // ChannelCode, T2
+};
+
+struct MeasContext
+{
+    // Requests to the run and its progress; set and read by any thread.
+    std::atomic<bool> AbortRequested{false};   // end at once, without draining
+    std::atomic<bool> ClearRequested{false};   // the measurement thread drops the rest of its batch
+    std::atomic<bool> StopRequested{false};    // end the run
+    std::atomic<bool> InputDone{false};        // nothing more is read
+    std::atomic<bool> ConsumersEnd{false};     // the measurement thread may end when its store is empty
+    std::atomic<bool> Measuring{false};        // threads are up and the run is live
+    std::atomic<bool> NewData{false};          // the result has changed since it was last given out
+    std::atomic<bool> LastData{false};         // the measurement thread has taken the last data
+    std::atomic<bool> NewDataWait{false};      // a sequence waits for the host
+
+    std::atomic<int32_t> SequenceMode{0};      // 0 none, 1 by time, 2 by count
+    std::atomic<uint64_t> SequencePeriodPs{0};
+    std::atomic<uint64_t> SequenceCount{0};
+    std::atomic<bool> SequenceWait{false};
+
+    Gate TableGate;          // the chain's ends against changes of the tables
+    std::mutex PipelineLock; // the chain: held while it is rearranged, passed through by every stage's turn
+    std::mutex ManisLock;    // results against readers
+    Gate ReadGate;           // MeasureThread's half of the stream against ProcessThread
+    std::mutex RawLock;      // the caller's raw block
+
+    std::vector<std::shared_ptr<Manipulator>> Manis; // the chain; see manipulator.h for who may touch it
+    std::atomic<uint64_t> ManisChans{0};             // channels that the chain makes
+
+    MeasDescription Description;
+    std::atomic<int32_t> SyncRate{0};
+    std::array<std::atomic<int32_t>, 256> CountRates{}; // last rate of each input
+    std::atomic<uint64_t> ResolutionPs{1};
+    std::vector<CustomTag> CustomTags; // the host's thread
+
+    HistogramParams Histogram;
+
+    std::mutex RunLock; // guards CurrentRun
+    std::shared_ptr<Run> CurrentRun; // the live run, or the last one
+};
+
+} // namespace Tessel
