@@ -1,0 +1,52 @@
+// The header of a recording: written before the first record, overwritten in place with the final values
+// after the last one, sealed with a CRC each time. One thread per file.
+#pragma once
+
+#include "datafiles/dictionary_writer.h"
+#include "devices/device.h"
+#include "pipeline/meas_context.h"
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Tessel {
+
+// File offsets of the tags that the overwrite replaces; 0 until they are written.
+struct PatchPositions
+{
+    uint64_t StopReason = 0, GlobalResolution = 0, SyncRate = 0, StopAfter = 0, NumberOfRecords = 0,
+             WarningFlags = 0;
+    uint64_t InputRates = 0; // the first of the channels' tags, which follow one another
+    std::array<uint64_t, 3> StartTime{};
+};
+
+struct LibraryVersion // an instrument library in use
+{
+    std::string Name, Version;
+};
+
+// One header in work, from its first write to its overwrite.
+struct HeaderInWork
+{
+    std::string Path; // normal form
+    std::vector<LibraryVersion> Libraries;
+    DictionaryState Dictionary;
+    PatchPositions Positions;
+    uint64_t Length = 0;   // bytes of the header at its first write
+    bool Complete = false; // the last write brought out every tag and the seal
+};
+
+// `update` false: the first write; creates the file. `update` true: the overwrite. False only if closing the
+// file failed: a tag that the dictionary refuses cuts the header short, and a file that can't be created is
+// logged; `Complete` tells of both.
+bool writeHeader(HeaderInWork &header, const Device &device, const MeasContext &context,
+                 std::span<const CustomTag> customTags, bool update);
+
+// Puts the CRC of the header into its `Header_End`. False, with an error in the log, if there is none.
+bool sealHeader(std::string_view path);
+
+} // namespace Tessel

@@ -1,0 +1,63 @@
+// A recording that a caller makes from record words of its own: a header, the words, and the header again
+// with the final values. The device that the header describes stands in no table. One thread at a time.
+#pragma once
+
+#include "datafiles/custom_tag.h"
+#include "datafiles/header_writer.h"
+#include "devices/device.h"
+#include "pipeline/meas_context.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Tessel {
+
+struct RecordingParams
+{
+    int32_t MeasMode = 3;           // 2 T2, 3 T3
+    int32_t Family = 0;             // LibType
+    int32_t NumChans = 0;           // 1 to 64
+    double BaseResolution = 0;      // whole ps
+    double Resolution = 0;          // whole ps, the unit of a dtime; T3 only
+    double SyncRate = 0;            // Hz; above 0 in T3
+    int32_t AcqTime = 0;            // ms
+    std::vector<double> InputRates; // counts per second, one for each channel, or none
+    std::string Serial;             // empty: "0"
+    std::string Comment;
+};
+
+class Recording
+{
+public:
+    // Null, with an error in the log, if a parameter is out of range or the header can't be written whole.
+    // An existing file is overwritten.
+    static std::unique_ptr<Recording> create(std::string_view path, const RecordingParams &params,
+                                             std::span<const CustomTag> customTags);
+    ~Recording();
+    Recording(const Recording &) = delete;
+    Recording &operator=(const Recording &) = delete;
+
+    // False, with one error in the log, once the disc has refused words; further words are dropped.
+    bool write(std::span<const uint32_t> words);
+
+    // Completes the header; the recording takes no words any more. False if anything could not be written.
+    bool close();
+
+private:
+    Recording() = default;
+    bool openData();
+    bool closeData();
+
+    Device device;
+    MeasContext context;
+    HeaderInWork header;
+    std::FILE *file = nullptr;
+    bool failed = false; // words are missing from the file
+};
+
+} // namespace Tessel

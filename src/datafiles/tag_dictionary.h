@@ -1,0 +1,99 @@
+// `TagDictionary`: the constant table of every tag that a header may hold, addressed by row number.
+#pragma once
+
+#include "datafiles/tag.h"
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace Tessel {
+
+inline constexpr uint32_t tagRowCount = 372;
+inline constexpr uint16_t dictionaryVersion = 8;
+
+// Bound of a tag's index: none, a row whose value is the number of entries, or the negated number itself.
+inline constexpr int32_t anyIndex = -2147483647;
+
+enum class ExtensionKind : int8_t { Text = -1, None = 0, Number = 1 };
+
+struct TagRow
+{
+    std::string_view Name; // or a printf-like pattern: %s, %3.3d, %2.2d, %8.8X
+    TagType Type;
+    int32_t IndexBound = 0;
+    bool FastLoad = false;     // belongs before `Fast_Load_End`
+    bool SizeDefining = false; // its value is the number of entries of other rows
+    Tessel::ExtensionKind ExtensionKind = ExtensionKind::None;
+    int16_t ExtensionBound = 0; // row whose value bounds a numeric extension
+    uint16_t LastVersion = 9999;
+};
+
+extern const std::array<TagRow, tagRowCount> TagDictionary;
+
+// The rows that a header is written from.
+namespace TagId {
+enum : uint32_t {
+    File_GUID = 1,
+    File_Comment = 4,
+    File_CreatingTime = 7,
+    Measurement_Mode = 11,
+    Measurement_SubMode = 12,
+    CreatorSW_Name = 14,
+    CreatorSW_Version = 15,
+    CreatorSW_Modules = 17,
+    CreatorSW_ModuleName = 18,
+    CreatorSW_ModuleVers = 19,
+    CreatorSW_SVNBuild = 20,
+    HW_InpChannels = 34,
+    HWInpChan_CFDLevel = 35,
+    HWInpChan_CFDZeroCross = 36,
+    HWInpChan_Enabled = 37,
+    HWInpChan_Name = 39,
+    HWInpChan_Offset = 40,
+    HWInpChan_TdCode = 41,
+    HWInpChan_TrgEdge = 42,
+    HWInpChan_TrgLevel = 43,
+    HWInpChan_TrgMode = 44,
+    HW_Markers = 45,
+    HWMarkers_Enabled = 46,
+    HWMarkers_HoldOff = 47,
+    HWMarkers_RisingEdge = 48,
+    HWSync_CFDLevel = 63,
+    HWSync_CFDZeroCross = 64,
+    HWSync_Divider = 65,
+    HWSync_Offset = 66,
+    HWSync_TdCode = 67,
+    HWSync_TrgEdge = 68,
+    HWSync_TrgLevel = 69,
+    HWSync_TrgMode = 70,
+    HWTriggerOut_Period = 72,
+    HW_BaseResolution = 73,
+    HW_Features = 76,
+    HW_InputHysteresis = 77,
+    HW_PartNo = 78,
+    HW_RefClockSource = 79,
+    HW_SerialNo = 81,
+    HW_Timingmode = 83,
+    HW_Type = 84,
+    HW_Version = 85,
+    MeasDesc_AcquisitionTime = 94,
+    MeasDesc_BinningFactor = 95,
+    MeasDesc_GlobalResolution = 96,
+    MeasDesc_Offset = 98,
+    MeasDesc_Resolution = 99,
+    MeasDesc_StartTime = 101,
+    TTResult_StopReason = 154,
+    TTResult_InputRate = 155,
+    TTResult_MDescWarningFlags = 156,
+    TTResult_NumberOfRecords = 157,
+    TTResult_StopAfter = 158,
+    TTResult_SyncRate = 159,
+    TTResultFormat_BitsPerRecord = 160,
+    TTResultFormat_TTTRRecType = 170,
+    Fast_Load_End = 370,
+    Header_End = 371,
+};
+}
+
+} // namespace Tessel
