@@ -2,12 +2,12 @@
 // Posting costs a string copy and a short lock and never waits for a disc or a console.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
-
-#include <fmt/format.h>
 
 namespace Tessel {
 

@@ -11,8 +11,8 @@ namespace Tessel {
 std::string toUtf8(std::u16string_view text);
 std::u16string toUtf16(std::string_view text);
 
-// Control bytes (below 0x20 and 0x7F) as \xNN, and bytes that are no UTF-8 likewise: for texts that come from
-// a file or a peer, before they are logged.
+// Control characters (below 0x20, 0x7F to 0x9F) byte by byte as \xNN, and bytes that are no UTF-8 likewise: for
+// texts that come from a file or a peer, before they are logged.
 std::string visible(std::string_view text);
 
 // The form in which paths are kept and logged: both separators are '\'.

@@ -2,6 +2,8 @@
 // caller's thread, then read by all threads without a lock.
 #pragma once
 
+#include "log/folder.h" // createFolder; the log makes its own folder with it
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -46,8 +48,5 @@ uint64_t streamRecords();
 
 // True if the file was read. No file is no error: the settings keep their values.
 bool loadSettingsIni(std::string_view path);
-
-// Makes the folder and its parents, if needed; failures are logged.
-void createFolder(std::string_view path);
 
 } // namespace Tessel

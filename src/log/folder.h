@@ -1,0 +1,12 @@
+// Folders are made here, by the log and by whoever keeps a file.
+#pragma once
+
+#include <string_view>
+
+namespace Tessel {
+
+// Makes the folder and its parents, if needed; what was made and what failed is logged. Returns the system's
+// error number, 0 if the folder stands.
+int createFolder(std::string_view path);
+
+} // namespace Tessel

@@ -1,0 +1,203 @@
+#include "log/log.h"
+
+#include "log/console.h"
+#include "log/folder.h"
+#include "log/log_writer.h"
+#include "log/text.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <deque>
+#include <exception>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <pthread.h>
+#include <system_error>
+#include <thread>
+
+namespace Tessel {
+
+LogSwitches LogLevel;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr size_t queueLimit = 4096;
+constexpr size_t textLimit = 65536;   // bytes; a longer text is cut
+constexpr auto idleSleep = 10ms;      // posting never wakes the writer, so it never makes a system call
+constexpr auto stopPatience = 1000ms; // what the last lines may spend on a slow console
+constexpr std::string_view bannerLine = "----------------------------------------------";
+
+struct LogState
+{
+    std::mutex RunLock;   // serialises start and stop; taken before QueueLock
+    bool Running = false; // guarded by RunLock
+    std::thread Writer;   // guarded by RunLock
+
+    std::atomic<bool> FileOn{false}, ConsoleOn{false}; // off until the first start; kept by a stop
+    std::atomic<bool> StopRequested{false};
+
+    std::mutex QueueLock;        // held to add or take one record
+    std::deque<LogRecord> Queue; // guarded by QueueLock
+};
+
+// Never destroyed: threads may post while the process ends.
+LogState &logState()
+{
+    static LogState &state = *new LogState;
+    return state;
+}
+
+int64_t systemTicks()
+{
+    using Ticks = std::chrono::duration<int64_t, std::ratio<1, 10'000'000>>;
+    return std::chrono::floor<Ticks>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+// Cuts between two characters; a copy, since a shortened string would keep its memory.
+std::string withinLimit(std::string text)
+{
+    if (text.size() <= textLimit) return text;
+    size_t end = textLimit;
+    while (end > textLimit - 4 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) end--;
+    return text.substr(0, end);
+}
+
+std::optional<LogRecord> takeRecord(LogState &state)
+{
+    const std::lock_guard lock(state.QueueLock);
+    if (state.Queue.empty()) return std::nullopt;
+    std::optional<LogRecord> record(std::move(state.Queue.front()));
+    state.Queue.pop_front();
+    return record;
+}
+
+void writeQueued(LogWriter writer)
+{
+    LogState &state = logState();
+    size_t afterStop = 0;
+    // All that waited at the stop is out after `queueLimit` records, however much is posted meanwhile.
+    while (afterStop < queueLimit) {
+        const bool stopping = state.StopRequested; // read first: what was posted before the stop is still taken
+        if (stopping && afterStop++ == 0)
+            writer.ConsoleDeadline = std::chrono::steady_clock::now() + stopPatience;
+        const std::optional<LogRecord> record = takeRecord(state);
+        if (record) {
+            writeRecord(writer, *record, std::time(nullptr));
+            continue;
+        }
+        flushConsole(writer);
+        if (stopping) return;
+        std::this_thread::sleep_for(idleSleep);
+    }
+    flushConsole(writer);
+}
+
+void makeLogFolder(const std::string &folder)
+{
+    try {
+        if (std::filesystem::is_directory(nativePath(folder))) return;
+        if (LogLevel.Api) logInf(LogCategory::Progress, "Create Folder: \"{}\"", visible(folder));
+        const int error = createFolder(folder);
+        const std::string text =
+            logLastError(fmt::format("Log: Create directory for logfiles \"{}\":", visible(folder)), error);
+        if (!text.empty()) writeConsole(fmt::format("{} {}\n", error, text));
+    } catch (const std::exception &failure) {
+        writeConsole(fmt::format("{}\n", failure.what()));
+    }
+}
+
+// The host's signals are the business of its own threads.
+std::thread startWithoutSignals(LogWriter writer)
+{
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    try {
+        std::thread thread(writeQueued, std::move(writer));
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        return thread;
+    } catch (...) {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        throw;
+    }
+}
+
+} // namespace
+
+void postLog(LogSeverity severity, LogCategory category, std::string text)
+{
+    LogState &state = logState();
+    const bool consoleOn = state.ConsoleOn;
+    if (!consoleOn && !state.FileOn) return;
+
+    LogRecord record{severity, category, systemTicks(), withinLimit(std::move(text))};
+    std::optional<std::deque<LogRecord>> lost; // freed behind the lock
+    {
+        const std::lock_guard lock(state.QueueLock);
+        if (state.Queue.size() >= queueLimit) lost.emplace().swap(state.Queue);
+        state.Queue.push_back(std::move(record));
+    }
+    if (lost && consoleOn) writeConsole("Buffer overrun in Log!!!\n", 0ms);
+}
+
+void logExt(std::string_view text)
+{
+    postLog(LogSeverity::Ext, LogCategory::General, std::string(text));
+}
+
+std::string logLastError(std::string_view prefix, int error)
+{
+    if (error == 0) return {};
+    std::string text = std::generic_category().message(error);
+    if (text.empty()) return text;
+    logErr(LogCategory::General, "{} {} {}", prefix, error, text);
+    errno = 0;
+    return text;
+}
+
+void startLog(bool fileOn, bool consoleOn, std::string_view logFolder, std::string_view programName,
+              std::string_view versionString)
+{
+    LogState &state = logState();
+    const std::lock_guard lock(state.RunLock);
+    if (state.Running) return;
+    lookForConsole();
+    state.StopRequested = false;
+    state.FileOn = fileOn;
+    state.ConsoleOn = consoleOn;
+
+    const std::string folder = normalPath(logFolder);
+    if (LogLevel.Api) {
+        logInf(LogCategory::Progress, "{}", bannerLine);
+        logInf(LogCategory::Progress, "INIT");
+        logInf(LogCategory::Progress, "{} {}", programName, versionString);
+    }
+    if (fileOn) makeLogFolder(folder);
+
+    LogWriter writer;
+    writer.LogFolder = folder;
+    writer.FileOn = fileOn;
+    writer.ConsoleOn = consoleOn;
+    state.Writer = startWithoutSignals(std::move(writer));
+    state.Running = true;
+}
+
+void stopLog()
+{
+    LogState &state = logState();
+    const std::lock_guard lock(state.RunLock);
+    if (!state.Running) return;
+    if (LogLevel.Api) {
+        logInf(LogCategory::Progress, "EXIT");
+        logInf(LogCategory::Progress, "{}", bannerLine);
+    }
+    state.StopRequested = true;
+    state.Writer.join(); // its file is closed with it
+    state.Running = false;
+}
+
+} // namespace Tessel

@@ -1,0 +1,67 @@
+// What becomes of a log record: its line, the console, the day file and its rotation.
+//
+// A `LogWriter` is the writer thread's own; nobody else touches it. Times are given in by the caller, so the
+// day's change can be played through.
+#pragma once
+
+#include "log/log.h"
+
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <string_view>
+
+namespace Tessel {
+
+struct LogRecord
+{
+    LogSeverity Severity = LogSeverity::Inf;
+    LogCategory Category = LogCategory::Progress;
+    int64_t Ticks = 0; // 100 ns since 1970; the moment of the call
+    std::string Text;
+};
+
+// A file descriptor, closed at its end; never one of the three standard numbers.
+class LogFile
+{
+public:
+    LogFile() = default;
+    LogFile(LogFile &&other) noexcept : number(other.number) { other.number = -1; }
+    LogFile &operator=(LogFile &&other) noexcept;
+    ~LogFile() { close(); }
+
+    // Opens for appending; returns the error number, 0 if it went well, EEXIST if `mustBeNew` and it is there.
+    int open(std::string_view path, bool mustBeNew);
+    void close();
+    void writeLine(std::string line);
+
+private:
+    int number = -1;
+    bool lineTorn = false; // the disc took only part of a line: the next one starts with a line feed
+};
+
+struct LogWriter
+{
+    std::string LogFolder; // normal form
+    bool FileOn = false;
+    bool ConsoleOn = false;
+
+    int32_t LastDay = -1; // of the last record written while FileOn
+    std::string CurrentFileName;
+    LogFile File;
+
+    std::string ConsoleText;  // what the console shall get with the next write
+    bool ConsoleHung = false; // the last write was given up: don't wait again until one goes through
+    std::chrono::steady_clock::time_point ConsoleDeadline = std::chrono::steady_clock::time_point::max();
+};
+
+std::string logLine(const LogRecord &record);
+
+// `now` is the moment of writing; it decides on the day file.
+void writeRecord(LogWriter &writer, const LogRecord &record, std::time_t now);
+
+// Console text is gathered while records are queued; this brings the rest of it out.
+void flushConsole(LogWriter &writer);
+
+} // namespace Tessel
