@@ -53,9 +53,10 @@ struct InvalidWords
     uint32_t Count = 0;
     uint32_t Room = 10;
 
+    bool hasRoom() const { return Count < Room && Count < Words.size(); }
     void add(uint32_t word)
     {
-        if (Count < Room && Count < Words.size()) Words[Count++] = word;
+        if (hasRoom()) Words[Count++] = word;
     }
 };
 
