@@ -25,9 +25,9 @@ struct DictionaryState
 // What goes into a tag; the row's type tells which of them.
 struct TagContent
 {
-    double Value = 0.0;    // every numeric type: integers above 2^53 lose their low bits
-    std::string_view Text; // AnsiString; the bytes of Float8Array and BinaryBlob
-    std::u16string_view WideText;
+    double Value = 0.0;      // every numeric type: integers above 2^53 lose their low bits
+    std::string_view Text{}; // AnsiString; the bytes of Float8Array and BinaryBlob
+    std::u16string_view WideText{};
 };
 
 // Result of writeDictionaryTag.

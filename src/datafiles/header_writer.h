@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,14 +36,13 @@ struct HeaderInWork
     DictionaryState Dictionary;
     PatchPositions Positions;
     uint64_t Length = 0;   // bytes of the header at its first write
-    bool Complete = false; // the last write brought out every tag and the seal
+    bool Complete = false; // the last write brought out every tag and the seal, and can be read back
 };
 
 // `update` false: the first write; creates the file. `update` true: the overwrite. False only if closing the
 // file failed: a tag that the dictionary refuses cuts the header short, and a file that can't be created is
 // logged; `Complete` tells of both.
-bool writeHeader(HeaderInWork &header, const Device &device, const MeasContext &context,
-                 std::span<const CustomTag> customTags, bool update);
+bool writeHeader(HeaderInWork &header, const Device &device, const MeasContext &context, bool update);
 
 // Puts the CRC of the header into its `Header_End`. False, with an error in the log, if there is none.
 bool sealHeader(std::string_view path);

@@ -50,14 +50,16 @@ public:
 
 private:
     Recording() = default;
-    bool openData();
-    bool closeData();
+    void setRates(size_t firstEntry);
+    void closeData();
 
     Device device;
     MeasContext context;
     HeaderInWork header;
-    std::FILE *file = nullptr;
-    bool failed = false; // words are missing from the file
+    std::vector<double> inputRates;
+    std::FILE *file = nullptr; // open while words are taken
+    uint64_t accepted = 0;     // words
+    bool failed = false;       // words are missing from the file
 };
 
 } // namespace Tessel

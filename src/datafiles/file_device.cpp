@@ -1,0 +1,390 @@
+#include "datafiles/file_device.h"
+
+#include "datafiles/tag_reader.h"
+#include "devices/dead_time_table.h"
+#include "log/log.h"
+#include "log/text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <limits>
+
+namespace Tessel {
+
+namespace {
+
+constexpr int32_t entryLimit = 4096; // of rows, markers and counts, far above what any instrument has
+constexpr double psPerSecond = 1e12;
+
+struct Reading
+{
+    Device &device;
+    MeasContext &context;
+    std::string_view image;
+    std::string fileName; // without folder
+    bool countWarned = false, indexWarned = false;
+};
+
+template <class T>
+T saturated(double value)
+{
+    if (value >= static_cast<double>(std::numeric_limits<T>::max())) return std::numeric_limits<T>::max();
+    if (value <= static_cast<double>(std::numeric_limits<T>::min())) return std::numeric_limits<T>::min();
+    return static_cast<T>(value);
+}
+
+// What no number or out of all range in the file is leaves the field alone.
+std::optional<double> finite(double value)
+{
+    return std::isfinite(value) ? std::optional(value) : std::nullopt;
+}
+
+std::optional<double> picoseconds(const TagRecord &tag)
+{
+    return finite(std::round(doubleOf(tag) * psPerSecond));
+}
+
+// Texts of a device are UTF-8, whatever stands in the file.
+std::string text(const Reading &reading, const TagRecord &tag)
+{
+    return toUtf8(toUtf16(textOf(tag, reading.image)));
+}
+
+bool inRange(Reading &reading, const TagRecord &tag, int32_t number, int32_t limit, bool &warned)
+{
+    if (number >= 0 && number < limit) return true;
+    if (!warned)
+        logWrn(LogCategory::General, "File: {} [{}] value {} is out of range and ignored in {}",
+               visible(tag.Name), tag.Idx, intOf(tag), visible(reading.device.FileDevicePath));
+    warned = true;
+    return false;
+}
+
+bool countInRange(Reading &reading, const TagRecord &tag)
+{
+    return inRange(reading, tag, intOf(tag), entryLimit, reading.countWarned);
+}
+
+bool indexBelow(Reading &reading, const TagRecord &tag, size_t limit)
+{
+    return inRange(reading, tag, tag.Idx, static_cast<int32_t>(limit), reading.indexWarned);
+}
+
+template <class T>
+T *grownTo(std::vector<T> &entries, const TagRecord &tag)
+{
+    auto index = static_cast<size_t>(tag.Idx);
+    if (index >= entries.size()) entries.resize(index + 1);
+    return &entries[index];
+}
+
+// The row of the tag's channel; null if there can be none.
+ChannelRow *channelOf(Reading &reading, const TagRecord &tag)
+{
+    if (!indexBelow(reading, tag, entryLimit)) return nullptr;
+    ChannelRow *row = grownTo(reading.device.ChansCfg, tag);
+    row->Index = tag.Idx;
+    return row;
+}
+
+void setChannel(Reading &reading, const TagRecord &tag, int32_t ChannelRow::*field, int32_t value)
+{
+    if (ChannelRow *row = channelOf(reading, tag)) row->*field = value;
+}
+
+void setMarker(Reading &reading, const TagRecord &tag, std::vector<int32_t> &markers)
+{
+    if (indexBelow(reading, tag, entryLimit)) *grownTo(markers, tag) = intOf(tag) != 0;
+}
+
+void fileComment(Reading &reading, const TagRecord &tag)
+{
+    std::string comment = text(reading, tag);
+    for (size_t at = 0; (at = comment.find("\\\\", at)) != comment.npos; ++at) comment.erase(at, 1);
+    reading.device.Comment = comment;
+}
+
+void measurementMode(Reading &reading, const TagRecord &tag)
+{
+    Device &device = reading.device;
+    device.MeasMode = static_cast<MeasMode>(intOf(tag));
+    switch (device.MeasMode) {
+    case MeasMode::Histogramming:
+    case MeasMode::T2: device.NumBins = uint64_t{1} << (device.LengthCode + 10); break;
+    case MeasMode::T3: device.NumBins = 32768; break;
+    }
+}
+
+// The record format follows from family and mode alone.
+void recordType(Reading &, const TagRecord &tag)
+{
+    auto type = static_cast<uint32_t>(tag.TagValue);
+    if (type == 0x00010203 || type == 0x00010303)
+        logErr(LogCategory::General, "File: TTResultFormat_TTTRRecType {:08x} unsupported record type!", type);
+}
+
+void hardwareType(Reading &reading, const TagRecord &tag)
+{
+    struct Family
+    {
+        std::string_view Start;
+        Tessel::LibType LibType;
+    };
+    // Every text that "Cordalis 90" begins, "Cordalis" takes before it: files know no other order.
+    static constexpr Family families[] = {
+        {"Zephyrion", LibType::ZP},  {"Cordalis", LibType::CD},    {"Lumora 70", LibType::LM70},
+        {"Sarvex40", LibType::SV40}, {"Sarvex 40", LibType::SV40}, {"Cordalis 90", LibType::CD90},
+    };
+    Device &device = reading.device;
+    device.Model = text(reading, tag);
+    for (const Family &family : families)
+        if (device.Model.starts_with(family.Start)) {
+            device.LibType = family.LibType;
+            return;
+        }
+    device.LibType = LibType::LM70;
+    logErr(LogCategory::Device, "File: Not supported HW_Type: {}!", visible(device.Model));
+}
+
+void serialNumber(Reading &reading, const TagRecord &tag)
+{
+    std::string serial;
+    switch (tag.TagType) {
+    case TagType::AnsiString: serial = text(reading, tag); break;
+    case TagType::Int8: serial = fmt::format("{}", intOf(tag)); break;
+    default: return;
+    }
+    size_t room = idSizeLimit - 2 - std::min(reading.fileName.size(), idSizeLimit - 2);
+    if (serial.size() > room) {
+        while (room > 0 && (serial[room] & 0xC0) == 0x80) --room; // not inside a character
+        serial.resize(room);
+    }
+    reading.device.ID = fmt::format("{}@{}", serial, reading.fileName);
+}
+
+void baseResolution(Reading &reading, const TagRecord &tag)
+{
+    std::optional<double> resolution = picoseconds(tag);
+    if (!resolution) return;
+    reading.device.BaseResolution = *resolution;
+    if (reading.device.MeasMode == MeasMode::T2) reading.device.SyncPeriodPs = saturated<int64_t>(*resolution);
+    reading.context.ResolutionPs = saturated<uint64_t>(*resolution);
+}
+
+void inputChannels(Reading &reading, const TagRecord &tag)
+{
+    if (!countInRange(reading, tag)) return;
+    Device &device = reading.device;
+    device.NumChans = intOf(tag);
+    device.ChansCfg.resize(static_cast<size_t>(device.NumChans));
+    for (size_t i = 0; i < device.ChansCfg.size(); ++i) {
+        device.ChansCfg[i].Index = static_cast<int32_t>(i);
+        if (device.ChansCfg[i].Name.empty()) device.ChansCfg[i].Name = fmt::format("Channel {}", i + 1);
+    }
+}
+
+// A name makes no row, unlike the other tags of a channel.
+void channelName(Reading &reading, const TagRecord &tag)
+{
+    if (!indexBelow(reading, tag, reading.device.ChansCfg.size())) return;
+    ChannelRow &row = reading.device.ChansCfg[static_cast<size_t>(tag.Idx)];
+    row.Index = tag.Idx;
+    row.Name = text(reading, tag);
+}
+
+// Files of the SV40 family are taken to hold the code of a dead time.
+void channelDeadTime(Reading &reading, const TagRecord &tag)
+{
+    int32_t value = intOf(tag);
+    if (reading.device.LibType == LibType::SV40)
+        value = DeadTimeTable[static_cast<size_t>(std::clamp(value, 0, 7))];
+    setChannel(reading, tag, &ChannelRow::DeadTime, value);
+}
+
+void resolution(Reading &reading, const TagRecord &tag)
+{
+    if (std::optional<double> value = picoseconds(tag)) reading.device.Resolution = *value;
+}
+
+void binningFactor(Reading &reading, const TagRecord &tag)
+{
+    if (intOf(tag) > 0) reading.device.Binning = static_cast<int32_t>(std::lround(std::log2(intOf(tag))));
+}
+
+void creatingTime(Reading &reading, const TagRecord &tag)
+{
+    if (auto seconds = finite(std::trunc((doubleOf(tag) - dateTimeOf1970) * secondsOfDay)))
+        reading.context.Description.CreatingTime = saturated<int64_t>(*seconds * 1e7);
+}
+
+void markerCount(Reading &reading, const TagRecord &tag)
+{
+    if (!countInRange(reading, tag)) return;
+    auto count = static_cast<size_t>(intOf(tag));
+    reading.device.MarkerEdges.resize(count);
+    reading.device.MarkerEna.resize(count);
+}
+
+void globalResolution(Reading &reading, const TagRecord &tag)
+{
+    Device &device = reading.device;
+    std::optional<double> period = picoseconds(tag);
+    if (!period || doubleOf(tag) == 0.0) return;
+    if (device.MeasMode == MeasMode::T3) {
+        if (auto rate = finite(1.0 / doubleOf(tag))) reading.context.Description.AveSyncRate = *rate;
+        device.SyncPeriodPs = saturated<int64_t>(*period);
+    } else if (device.MeasMode == MeasMode::T2) {
+        device.SyncPeriodPs = saturated<int64_t>(*period);
+    }
+}
+
+void syncRate(Reading &reading, const TagRecord &tag)
+{
+    MeasDescription &description = reading.context.Description;
+    if (intOf(tag) != 0) {
+        description.AveSyncRate = intOf(tag);
+        if (reading.device.MeasMode == MeasMode::T3)
+            reading.device.SyncPeriodPs = saturated<int64_t>(std::round(psPerSecond / intOf(tag)));
+    }
+    reading.context.SyncRate = saturated<int32_t>(std::round(description.AveSyncRate.load()));
+}
+
+void inputRate(Reading &reading, const TagRecord &tag)
+{
+    if (indexBelow(reading, tag, reading.context.CountRates.size()))
+        reading.context.CountRates[static_cast<size_t>(tag.Idx)] = intOf(tag);
+}
+
+void startTime(Reading &reading, const TagRecord &tag)
+{
+    if (tag.Idx >= 0 && tag.Idx < 3)
+        reading.context.Description.StartWords[static_cast<size_t>(tag.Idx)] =
+            static_cast<uint32_t>(tag.TagValue);
+}
+
+struct Effect
+{
+    std::string_view Name;
+    void (*Apply)(Reading &, const TagRecord &);
+};
+
+// What each tag does; a tag of any other name has no effect. A name that occurs twice acts twice.
+constexpr Effect effects[] = {
+    {"File_Comment", fileComment},
+    {"Measurement_Mode", measurementMode},
+    {"Measurement_SubMode",
+     [](Reading &r, const TagRecord &t) { r.context.Description.MeasSubMode = intOf(t); }},
+    {"TTResultFormat_TTTRRecType", recordType},
+    {"HW_Type", hardwareType},
+    {"HW_PartNo", [](Reading &r, const TagRecord &t) { r.device.PartNo = text(r, t); }},
+    {"HW_Version", [](Reading &r, const TagRecord &t) { r.device.Version = text(r, t); }},
+    {"HW_SerialNo", serialNumber},
+    {"HW_Features",
+     [](Reading &r, const TagRecord &t) { r.device.Features = static_cast<uint32_t>(t.TagValue); }},
+    {"HW_BaseResolution", baseResolution},
+    {"HW_InpChannels", inputChannels},
+    // A double in our own files: its low half is taken all the same.
+    {"HWTriggerOut_Period", [](Reading &r, const TagRecord &t) { r.device.TriggerOutput = intOf(t); }},
+    {"HW_InputHysteresis", [](Reading &r, const TagRecord &t) { r.device.HystCode = intOf(t) != 0; }},
+    {"HW_Timingmode", [](Reading &r, const TagRecord &t) { r.device.TimingMode = intOf(t); }},
+    {"HWSync_Divider", [](Reading &r, const TagRecord &t) { r.device.SyncDiv = intOf(t); }},
+    {"HWSync_TrgLevel", [](Reading &r, const TagRecord &t) { r.device.SyncTrigLvl = intOf(t); }},
+    {"HWSync_TrgEdge", [](Reading &r, const TagRecord &t) { r.device.SyncTrigEdge = intOf(t); }},
+    {"HWSync_Offset", [](Reading &r, const TagRecord &t) { r.device.SyncChannelOffset = intOf(t); }},
+    {"HWInpChan_Name", channelName},
+    {"HWInpChan_TrgLevel",
+     [](Reading &r, const TagRecord &t) { setChannel(r, t, &ChannelRow::TrigLvl, intOf(t)); }},
+    {"HWInpChan_TrgEdge",
+     [](Reading &r, const TagRecord &t) { setChannel(r, t, &ChannelRow::TrigEdge, intOf(t)); }},
+    {"HWInpChan_Offset",
+     [](Reading &r, const TagRecord &t) { setChannel(r, t, &ChannelRow::ChanOffs, intOf(t)); }},
+    {"HWInpChan_Enabled",
+     [](Reading &r, const TagRecord &t) { setChannel(r, t, &ChannelRow::ChanEna, intOf(t) != 0); }},
+    {"HWInpChan_TdCode", channelDeadTime},
+    {"MeasDesc_Resolution", resolution},
+    {"MeasDesc_BinningFactor", binningFactor},
+    {"MeasDesc_Offset", [](Reading &r, const TagRecord &t) { r.device.Offset = intOf(t); }},
+    {"MeasDesc_AcquisitionTime",
+     [](Reading &r, const TagRecord &t) { r.context.Description.AcqTime = intOf(t); }},
+    {"TTResult_StopAfter", [](Reading &r, const TagRecord &t) { r.context.Description.StopAfter = intOf(t); }},
+    {"TTResult_MDescWarningFlags",
+     [](Reading &r, const TagRecord &t) { r.context.Description.WarningsFlag = intOf(t); }},
+    {"File_CreatingTime", creatingTime},
+    {"TTResult_StopReason",
+     [](Reading &r, const TagRecord &t) {
+         r.context.Description.StopReason = static_cast<StopReason>(intOf(t));
+     }},
+    {"HW_Markers", markerCount},
+    {"HWMarkers_RisingEdge", [](Reading &r, const TagRecord &t) { setMarker(r, t, r.device.MarkerEdges); }},
+    {"HWMarkers_Enabled", [](Reading &r, const TagRecord &t) { setMarker(r, t, r.device.MarkerEna); }},
+    {"HWMarkers_HoldOff", [](Reading &r, const TagRecord &t) { r.device.MarkerHoldoffTime = intOf(t); }},
+    {"MeasDesc_GlobalResolution", globalResolution},
+    {"TTResult_SyncRate", syncRate},
+    {"TTResult_InputRate", inputRate},
+    {"MeasDesc_StartTime", startTime},
+    {"TTResult_NumberOfRecords",
+     [](Reading &r, const TagRecord &t) { r.context.Description.NumRecs = t.TagValue; }},
+};
+
+void applyTag(Reading &reading, const TagRecord &tag)
+{
+    auto effect = std::ranges::find(effects, std::string_view(tag.Name), &Effect::Name);
+    if (effect != std::end(effects)) effect->Apply(reading, tag);
+}
+
+void walk(Reading &reading)
+{
+    uint64_t offset = preambleSize;
+    while (offset < reading.image.size()) {
+        TagRecord tag = readTag(reading.image, {}, offset);
+        if (tag.Name.empty()) {
+            logWrn(LogCategory::General, "Empty Tag @ OpenTGXFile {}", visible(reading.device.FileDevicePath));
+            return;
+        }
+        offset = tag.Next;
+        printTag(tag, reading.image);
+        if (tag.Name == headerEndName) return;
+        applyTag(reading, tag);
+    }
+}
+
+// The last run of a file device is the recording itself; until its tags tell more, it was made just now.
+void startDescription(MeasDescription &description)
+{
+    using namespace std::chrono;
+    int64_t now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
+    description.StartTime = description.CreatingTime = now * 10;
+    auto words = static_cast<uint64_t>(now);
+    description.StartWords = {static_cast<uint32_t>(words), static_cast<uint32_t>(words >> 32), 0};
+}
+
+} // namespace
+
+bool readTgxFile(std::string_view path, Device &device, MeasContext &context)
+{
+    if (LogLevel.DataFile) logDeb(LogCategory::Progress, "OpenTGXFile {}", visible(path));
+    std::string normal = normalPath(path);
+    std::optional<FileHead> head = readHead(normal, headerImageLimit);
+    if (!head) return false;
+    if (LogLevel.DataFile)
+        logInf(LogCategory::Progress, "Preamble: {} v{}", visible(magicOf(head->Image)),
+               visible(versionOf(head->Image)));
+
+    uint64_t length = headerLength(head->Image);
+    device.DeviceType = DeviceType::File;
+    device.FileDevicePath = normal;
+    device.DataStart = length;
+    startDescription(context.Description);
+    Reading reading{.device = device,
+                    .context = context,
+                    .image = std::string_view(head->Image).substr(0, length),
+                    .fileName = toUtf8(toUtf16(normal.substr(normal.rfind('\\') + 1)))};
+    walk(reading);
+    device.IsConfigured = true;
+    return true;
+}
+
+} // namespace Tessel

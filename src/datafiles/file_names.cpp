@@ -1,0 +1,112 @@
+#include "datafiles/file_names.h"
+
+#include "log/log.h"
+#include "log/text.h"
+#include "settings/system_ini.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <mutex>
+#include <optional>
+
+namespace Tessel {
+
+namespace {
+
+constexpr std::string_view defaultName = "default.tgx";
+
+struct Wish
+{
+    std::mutex Lock;       // guards what follows
+    std::string TgxFolder; // normal form; empty until asked for: the folder of the settings
+    std::string TgxFileName{defaultName};
+};
+
+Wish &wish()
+{
+    static Wish &only = *new Wish; // outlives every run
+    return only;
+}
+
+bool allDigits(std::string_view text)
+{
+    return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// The number behind it; nothing if the digits' number has none that fits.
+std::optional<uint64_t> successor(std::string_view digits)
+{
+    constexpr uint64_t most = std::numeric_limits<uint64_t>::max();
+    uint64_t number = 0;
+    for (char c : digits) {
+        auto digit = static_cast<uint64_t>(c - '0');
+        if (number > (most - 1 - digit) / 10) return {};
+        number = number * 10 + digit;
+    }
+    return number + 1;
+}
+
+// The name to try after `name`, which is taken; its extension is lost. Empty if the name has no stem.
+std::string nextName(std::string_view name)
+{
+    std::string stem(name.substr(0, name.find('.')));
+    if (stem.empty()) return {};
+    size_t bar = stem.rfind('_');
+    std::optional<uint64_t> number;
+    if (bar != stem.npos && allDigits(stem.substr(bar + 1))) number = successor(stem.substr(bar + 1));
+    return number ? fmt::format("{}_{}.tgx", stem.substr(0, bar), *number) : stem + "_1.tgx";
+}
+
+// A question that the system can't answer is logged and taken for no.
+bool isTaken(std::string_view path)
+{
+    std::error_code error;
+    bool exists = std::filesystem::exists(nativePath(path), error);
+    if (error) logLastError(fmt::format("exists \"{}\":", visible(path)), error.value());
+    return exists;
+}
+
+} // namespace
+
+void setTgxFilePath(std::string_view path)
+{
+    std::string normal = normalPath(path);
+    size_t last = normal.rfind('\\');
+    std::string name = normal.substr(last == normal.npos ? 0 : last + 1);
+    std::string folder;
+    if (last != normal.npos) {
+        size_t end = normal.find_last_not_of('\\', last);
+        folder = end == normal.npos ? "\\" : normal.substr(0, end + 1);
+    }
+    std::lock_guard lock(wish().Lock);
+    if (!folder.empty()) wish().TgxFolder = folder;
+    wish().TgxFileName = name;
+    if (LogLevel.Api)
+        logInf(LogCategory::Progress, "(API setTGXFilePath '{}' '{}')", visible(name),
+               visible(wish().TgxFolder));
+}
+
+std::string checkFilePath()
+{
+    std::lock_guard lock(wish().Lock);
+    std::string folder = wish().TgxFolder;
+    if (folder.empty()) folder = settings().TgxFolder;
+    if (folder.empty()) folder = settings().DataPath;
+    std::string &wanted = wish().TgxFileName;
+    if (wanted.empty()) wanted = defaultName;
+    if (wanted.find('.') == wanted.npos) wanted += ".tgx";
+    createFolder(folder);
+
+    std::string name = wanted;
+    while (isTaken(fmt::format("{}\\{}", folder, name))) {
+        name = nextName(name);
+        if (name.empty()) {
+            logErr(LogCategory::General, "File: in checkFilePath {}", visible(wanted));
+            name = defaultName;
+        }
+    }
+    return normalPath(fmt::format("{}\\{}", folder, name));
+}
+
+} // namespace Tessel

@@ -1,0 +1,334 @@
+#include "datafiles/header_writer.h"
+
+#include "api/library.h"
+#include "datafiles/custom_tags.h"
+#include "datafiles/tag_reader.h"
+#include "devices/ref_source.h"
+#include "log/log.h"
+#include "log/text.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <zlib.h>
+
+namespace Tessel {
+
+namespace {
+
+constexpr double secondsPerPs = 1e-12;
+
+void logWriteError(std::string_view path, int error)
+{
+    logLastError(fmt::format("File: Write TGX header {}", visible(path)), error);
+}
+
+// The tags of a header in their order. The first one that the dictionary refuses ends them.
+struct TagSink
+{
+    DictionaryState &dictionary;
+    std::string bytes{};
+    bool good = true;
+
+    void write(uint32_t row, int32_t idx, const TagContent &content)
+    {
+        if (good) good = writeDictionaryTag(bytes, dictionary, row, idx, content) == TagResult::Written;
+    }
+    void number(uint32_t row, double value, int32_t idx = -1) { write(row, idx, {.Value = value}); }
+    void text(uint32_t row, std::string_view value, int32_t idx = -1) { write(row, idx, {.Text = value}); }
+
+    // Where the next tag will stand.
+    uint64_t position() const { return bytes.size(); }
+};
+
+// Days since 30 December 1899 in universal time, less one hour while daylight saving is in force here: that
+// is how files of this kind are stamped.
+double creatingTimeNow()
+{
+    using namespace std::chrono;
+    int64_t ms = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+    auto seconds = static_cast<std::time_t>(ms / 1000);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    double wholeSeconds = static_cast<double>(seconds) - (local.tm_isdst > 0 ? 3600.0 : 0.0);
+    return dateTimeOf1970 + wholeSeconds / secondsOfDay + static_cast<double>(ms % 1000) / 86400000.0;
+}
+
+// 0 if there is none. A SV40 has one for both modes: the mode is told by `Measurement_Mode`.
+uint32_t recordTypeOf(const Device &device)
+{
+    bool isT2 = device.MeasMode == MeasMode::T2;
+    if (!isT2 && device.MeasMode != MeasMode::T3) return 0;
+    switch (device.LibType) {
+    case LibType::ZP:
+    case LibType::LM70:
+    case LibType::CD90: return isT2 ? 0x00010207 : 0x00010307;
+    case LibType::CD: return isT2 ? 0x01010204 : 0x01010304;
+    case LibType::SV40:
+        if (device.Model == "Sarvex 40 N") return 0x00010205;
+        return device.Model == "Sarvex 40 P" ? 0x00010206 : 0;
+    case LibType::Undefined:
+    case LibType::Dummy: break;
+    }
+    logWrn(LogCategory::General, "Undefined MV_TAGID_TTRESULTFORMAT_TTTRRECTYPE for libType {}",
+           libTypeText(device.LibType));
+    return 0;
+}
+
+// T2: the resolution given, in seconds. T3: the sync period, 0 if there is no sync.
+double globalResolution(const Device &device, const MeasContext &context, double t2ResolutionPs)
+{
+    switch (device.MeasMode) {
+    case MeasMode::T2: return t2ResolutionPs * secondsPerPs;
+    case MeasMode::T3: {
+        double rate = context.Description.AveSyncRate;
+        return rate != 0.0 ? 1.0 / rate : 0.0;
+    }
+    case MeasMode::Histogramming: break;
+    }
+    return 0.0;
+}
+
+void writeFileTags(TagSink &sink, HeaderInWork &header, const Device &device, const MeasContext &context)
+{
+    sink.text(TagId::File_GUID, "");
+    sink.text(TagId::CreatorSW_Name, programName);
+    sink.text(TagId::CreatorSW_Version, versionString());
+    sink.number(TagId::File_CreatingTime, creatingTimeNow());
+    if (!device.Comment.empty()) sink.text(TagId::File_Comment, device.Comment);
+    sink.number(TagId::Measurement_Mode, static_cast<int32_t>(device.MeasMode));
+    sink.number(TagId::Measurement_SubMode, context.Description.MeasSubMode);
+    header.Positions.StopReason = sink.position();
+    sink.number(TagId::TTResult_StopReason, static_cast<int32_t>(context.Description.StopReason.load()));
+
+    sink.number(TagId::CreatorSW_Modules, static_cast<double>(header.Libraries.size()));
+    int32_t idx = 0;
+    for (const LibraryVersion &library : header.Libraries) {
+        sink.text(TagId::CreatorSW_ModuleName, library.Name, idx);
+        sink.text(TagId::CreatorSW_ModuleVers, library.Version, idx++);
+    }
+    if (uint32_t type = recordTypeOf(device)) sink.number(TagId::TTResultFormat_TTTRRecType, type);
+    sink.number(TagId::TTResultFormat_BitsPerRecord, 32);
+    sink.number(TagId::CreatorSW_SVNBuild, versionBuild);
+}
+
+void writeHardwareTags(TagSink &sink, const Device &device)
+{
+    sink.text(TagId::HW_Type, device.Model);
+    sink.text(TagId::HW_PartNo, device.PartNo);
+    sink.text(TagId::HW_Version, device.Version);
+    sink.text(TagId::HW_SerialNo, device.ID);
+    sink.number(TagId::HW_Features, device.Features);
+    sink.number(TagId::HW_BaseResolution, device.BaseResolution * secondsPerPs);
+    sink.number(TagId::HW_InpChannels, device.NumChans);
+    sink.number(TagId::HW_RefClockSource, refSourceCode(device));
+    sink.number(TagId::HWTriggerOut_Period, device.TriggerOutput * 1e-9);
+    sink.number(TagId::HW_InputHysteresis, device.HystCode);
+    sink.number(TagId::HW_Timingmode, device.TimingMode);
+}
+
+void writeSyncTags(TagSink &sink, const Device &device)
+{
+    sink.number(TagId::HWSync_Divider, device.SyncDiv);
+    sink.number(TagId::HWSync_TrgMode, static_cast<int32_t>(device.SyncTrigMode));
+    switch (device.SyncTrigMode) {
+    case TrigMode::Edge:
+        sink.number(TagId::HWSync_TrgLevel, device.SyncTrigLvl);
+        sink.number(TagId::HWSync_TrgEdge, device.SyncTrigEdge);
+        break;
+    case TrigMode::CFD:
+        sink.number(TagId::HWSync_CFDLevel, device.SyncDiscrLvl);
+        sink.number(TagId::HWSync_CFDZeroCross, device.SyncZeroxLvL);
+        break;
+    }
+    sink.number(TagId::HWSync_Offset, device.SyncChannelOffset);
+    sink.number(TagId::HWSync_TdCode, device.SyncDeadTimeOn == 1 ? device.SyncDeadTime : 0);
+}
+
+void writeChannelTags(TagSink &sink, const ChannelRow &row)
+{
+    sink.text(TagId::HWInpChan_Name, row.Name, row.Index);
+    sink.number(TagId::HWInpChan_TrgMode, static_cast<int32_t>(row.TrigMode), row.Index);
+    switch (row.TrigMode) {
+    case TrigMode::Edge:
+        sink.number(TagId::HWInpChan_TrgLevel, row.TrigLvl, row.Index);
+        sink.number(TagId::HWInpChan_TrgEdge, row.TrigEdge, row.Index);
+        break;
+    case TrigMode::CFD:
+        sink.number(TagId::HWInpChan_CFDLevel, row.DiscrLvl, row.Index);
+        sink.number(TagId::HWInpChan_CFDZeroCross, row.ZeroXLvl, row.Index);
+        break;
+    }
+    sink.number(TagId::HWInpChan_Offset, row.ChanOffs, row.Index);
+    sink.number(TagId::HWInpChan_Enabled, row.ChanEna, row.Index);
+    sink.number(TagId::HWInpChan_TdCode, row.DeadTimeOn == 1 ? row.DeadTime : 0, row.Index);
+}
+
+void writeMeasurementTags(TagSink &sink, const Device &device, const MeasContext &context)
+{
+    sink.number(TagId::MeasDesc_Resolution, device.Resolution * secondsPerPs);
+    sink.number(TagId::MeasDesc_BinningFactor, std::ldexp(1.0, device.Binning));
+    sink.number(TagId::MeasDesc_Offset, device.Offset);
+    sink.number(TagId::MeasDesc_AcquisitionTime, context.Description.AcqTime);
+    sink.number(TagId::HW_Markers, static_cast<double>(device.MarkerEdges.size()));
+    for (size_t i = 0; i < device.MarkerEdges.size(); ++i)
+        sink.number(TagId::HWMarkers_RisingEdge, device.MarkerEdges[i], static_cast<int32_t>(i));
+    for (size_t i = 0; i < device.MarkerEna.size(); ++i)
+        sink.number(TagId::HWMarkers_Enabled, device.MarkerEna[i], static_cast<int32_t>(i));
+    sink.number(TagId::HWMarkers_HoldOff, device.MarkerHoldoffTime);
+}
+
+// The rate of input `idx`, kept `shift` entries further; 0 where the array has no such entry.
+double rateOf(const MeasContext &context, int32_t idx, int32_t shift)
+{
+    auto entry = static_cast<size_t>(idx) + static_cast<size_t>(shift);
+    return entry < context.CountRates.size() ? context.CountRates[entry].load() : 0;
+}
+
+// All of these are written again at the end of the recording.
+void writeResultTags(TagSink &sink, PatchPositions &positions, const Device &device, const MeasContext &context)
+{
+    positions.GlobalResolution = sink.position();
+    sink.number(TagId::MeasDesc_GlobalResolution, globalResolution(device, context, device.BaseResolution));
+    positions.SyncRate = sink.position();
+    sink.number(TagId::TTResult_SyncRate, context.Description.AveSyncRate);
+    positions.InputRates = sink.position();
+    // At first the rates are those one entry up; the overwrite takes the entry itself.
+    for (int32_t i = 0; i < device.NumChans; ++i)
+        sink.number(TagId::TTResult_InputRate, rateOf(context, i, 1), i);
+    positions.StopAfter = sink.position();
+    sink.number(TagId::TTResult_StopAfter, 0);
+    positions.NumberOfRecords = sink.position();
+    sink.number(TagId::TTResult_NumberOfRecords, 0);
+    positions.WarningFlags = sink.position();
+    sink.number(TagId::TTResult_MDescWarningFlags, 0);
+    for (size_t i = 0; i < positions.StartTime.size(); ++i) {
+        positions.StartTime[i] = sink.position();
+        sink.number(TagId::MeasDesc_StartTime, context.Description.StartWords[i], static_cast<int32_t>(i));
+    }
+}
+
+std::string openingBytes(HeaderInWork &header, const Device &device, const MeasContext &context)
+{
+    TagSink sink{.dictionary = header.Dictionary};
+    sink.bytes.append(fileMagic).append(fileVersion);
+    writeFileTags(sink, header, device, context);
+    writeHardwareTags(sink, device);
+    writeSyncTags(sink, device);
+    for (const ChannelRow &row : device.ChansCfg) writeChannelTags(sink, row);
+    writeMeasurementTags(sink, device, context);
+    writeResultTags(sink, header.Positions, device, context);
+    if (sink.good) addCustomTags(sink.bytes, context.CustomTags);
+    sink.number(TagId::Header_End, 0);
+    return std::move(sink.bytes);
+}
+
+// Readers take the first occurrence of `Header_End` for the end, and look no further than their image.
+bool isReadable(const HeaderInWork &header, std::string_view bytes)
+{
+    if (!header.Dictionary.HeaderDone) return false;
+    bool ends = bytes.find(headerEndName) == bytes.size() - tagSize;
+    if (!ends)
+        logErr(LogCategory::General, "File: a text in the header of {} holds the name {}", visible(header.Path),
+               headerEndName);
+    if (bytes.size() > headerImageLimit)
+        logErr(LogCategory::General, "File: the header of {} has {} bytes, only {} can be read back",
+               visible(header.Path), bytes.size(), headerImageLimit);
+    return ends && bytes.size() <= headerImageLimit;
+}
+
+bool writeOpening(HeaderInWork &header, std::FILE *file, const Device &device, const MeasContext &context)
+{
+    std::string bytes = openingBytes(header, device, context);
+    header.Length = bytes.size();
+    return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && isReadable(header, bytes);
+}
+
+// Writes tags over those at their positions, each of which has the same length as at first.
+bool writeFinal(HeaderInWork &header, std::FILE *file, const Device &device, const MeasContext &context)
+{
+    const PatchPositions &positions = header.Positions;
+    const MeasDescription &description = context.Description;
+    bool good = true;
+    auto overwrite = [&](uint64_t position, uint32_t row, double value, int32_t idx = -1) {
+        TagSink sink{.dictionary = header.Dictionary};
+        sink.number(row, value, idx);
+        good = good && sink.good && position >= preambleSize &&
+               fseeko(file, static_cast<off_t>(position), SEEK_SET) == 0 &&
+               std::fwrite(sink.bytes.data(), 1, sink.bytes.size(), file) == sink.bytes.size();
+    };
+    overwrite(positions.StopAfter, TagId::TTResult_StopAfter, description.StopAfter);
+    overwrite(positions.StopReason, TagId::TTResult_StopReason,
+              static_cast<int32_t>(description.StopReason.load()));
+    for (size_t i = 0; i < positions.StartTime.size(); ++i)
+        overwrite(positions.StartTime[i], TagId::MeasDesc_StartTime, description.StartWords[i],
+                  static_cast<int32_t>(i));
+    overwrite(positions.GlobalResolution, TagId::MeasDesc_GlobalResolution,
+              globalResolution(device, context, device.Resolution));
+    overwrite(positions.SyncRate, TagId::TTResult_SyncRate, description.AveSyncRate);
+    for (int32_t i = 0; i < device.NumChans; ++i)
+        overwrite(positions.InputRates + static_cast<uint64_t>(i) * tagSize, TagId::TTResult_InputRate,
+                  rateOf(context, i, 0), i);
+    overwrite(positions.NumberOfRecords, TagId::TTResult_NumberOfRecords,
+              static_cast<double>(description.NumRecs));
+    overwrite(positions.WarningFlags, TagId::TTResult_MDescWarningFlags, description.WarningsFlag);
+    return good;
+}
+
+// CRC-32 of the header up to its last four bytes, with 2 and 4 in place of the first two.
+uint32_t crcOf(std::string header)
+{
+    header[0] = 0x02;
+    header[1] = 0x04;
+    return static_cast<uint32_t>(
+        crc32(0, reinterpret_cast<const Bytef *>(header.data()), static_cast<uInt>(header.size())));
+}
+
+} // namespace
+
+bool writeHeader(HeaderInWork &header, const Device &device, const MeasContext &context, bool update)
+{
+    header.Complete = false;
+    if (update) {
+        MVUTF_Update(header.Dictionary);
+    } else {
+        MVUTF_Start(header.Dictionary);
+        header.Positions = {};
+    }
+    bool complete = false, closed = true;
+    if (std::FILE *file = std::fopen(nativePath(header.Path).c_str(), update ? "rb+" : "wb+")) {
+        complete =
+            update ? writeFinal(header, file, device, context) : writeOpening(header, file, device, context);
+        bool flushed = std::fflush(file) == 0;
+        closed = std::fclose(file) == 0 && flushed;
+    } else {
+        logWriteError(header.Path, errno);
+    }
+    MVUTF_End();
+    header.Complete = sealHeader(header.Path) && complete && closed;
+    return closed;
+}
+
+bool sealHeader(std::string_view path)
+{
+    std::optional<FileHead> head = readHead(path, sealImageLimit);
+    uint64_t length = head ? headerLength(head->Image) : 0;
+    if (length == 0) {
+        logErr(LogCategory::General, "File: failed to create");
+        return false;
+    }
+    head->Image.resize(length - sizeof(uint32_t));
+    uint32_t crc = crcOf(std::move(head->Image));
+    std::FILE *file = std::fopen(nativePath(path).c_str(), "rb+");
+    bool written = file && fseeko(file, static_cast<off_t>(length - sizeof crc), SEEK_SET) == 0 &&
+                   std::fwrite(&crc, sizeof crc, 1, file) == 1;
+    if (file && std::fclose(file) != 0) written = false;
+    if (!written) logWriteError(path, errno);
+    return written;
+}
+
+} // namespace Tessel
