@@ -200,7 +200,8 @@ TESSEL_API bool getManisConfig(char *buffer);
 
 typedef struct tessel_recording tessel_recording;
 
-typedef struct tessel_recording_params {
+typedef struct tessel_recording_params
+{
     size_t size;              /* sizeof(tessel_recording_params), set by the caller */
     int32_t measMode;         /* 2 T2, 3 T3 */
     int32_t family;           /* record family: 0 ZP, 1 CD, 2 SV40, 3 LM70, 4 CD90 */

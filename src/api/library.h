@@ -28,11 +28,12 @@ struct DeviceRef
 struct Library
 {
     std::mutex TablesLock; // guards the tables and CurrentDevice; held for a look-up or an exchange only
-    std::vector<std::shared_ptr<Device>> DeviceTable;           // in the order of finding or opening
-    std::vector<std::shared_ptr<MeasContext>> MeasContextTable; // entry i belongs to the device with TableIndex i
-    std::shared_ptr<Device> CurrentDevice;                      // never null
-    std::shared_ptr<Device> NullDevice;                         // what a failed look-up gives
-    std::shared_ptr<MeasContext> NullMeasContext;               // what a device outside the table works on
+    std::vector<std::shared_ptr<Device>> DeviceTable; // in the order of finding or opening
+    std::vector<std::shared_ptr<MeasContext>>
+        MeasContextTable;                         // entry i belongs to the device with TableIndex i
+    std::shared_ptr<Device> CurrentDevice;        // never null
+    std::shared_ptr<Device> NullDevice;           // what a failed look-up gives
+    std::shared_ptr<MeasContext> NullMeasContext; // what a device outside the table works on
 
     std::mutex ResultLock; // results while they are copied out; last in the lock order
 };
@@ -48,7 +49,7 @@ DeviceRef findDevice(std::string_view id);
 // All devices, in table order.
 std::vector<DeviceRef> allDevices();
 
-// Append a device to the tables, and take one out; both hold the locks of every device meanwhile.
+// Append a device to the tables, and take one out; the devices behind it move up.
 DeviceRef addDevice(std::shared_ptr<Device> device, std::shared_ptr<MeasContext> context);
 void removeDevice(const DeviceRef &target);
 

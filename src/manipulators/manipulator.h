@@ -51,11 +51,11 @@ struct Manipulator
     std::atomic<bool> ThreadGone{false};  // the thread has ended, or never was
     std::thread Thread;                   // of whoever adds, deletes or removes the record
 
-    std::mutex Lock;         // guards what follows
-    EventStore Events;       // what arrived for this stage; arrays exist during a run only
-    uint64_t HighWater = 0;  // fill level at which `Events` counts as full
-    bool HoldFlag = false;   // full on a file device: the stage before holds its events
-    bool ClearFlag = false;  // the stage resets its own state
+    std::mutex Lock;          // guards what follows
+    EventStore Events;        // what arrived for this stage; arrays exist during a run only
+    uint64_t HighWater = 0;   // fill level at which `Events` counts as full
+    bool HoldFlag = false;    // full on a file device: the stage before holds its events
+    bool ClearFlag = false;   // the stage resets its own state
     std::vector<float> Rates; // CountRate: per channel, 1/s
 };
 

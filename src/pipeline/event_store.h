@@ -41,8 +41,8 @@ private:
 // Guarded by the lock of the record that holds it.
 struct EventStore
 {
-    PageArray<uint64_t> Times;     // T2: ps. T3: sync number above 15 bits of dtime
-    PageArray<uint8_t> Channels;   // ChannelCode
+    PageArray<uint64_t> Times;   // T2: ps. T3: sync number above 15 bits of dtime
+    PageArray<uint8_t> Channels; // ChannelCode
     uint64_t Count = 0;
     uint64_t Capacity = 0;
 

@@ -1,7 +1,6 @@
 // A binary semaphore: starts free; whoever acquires it need not be the one who releases it.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -11,19 +10,11 @@ namespace Tessel {
 class Gate
 {
 public:
-    void acquire()
+    // False, without the gate, once `patience` has passed.
+    bool acquireFor(std::chrono::milliseconds patience)
     {
         std::unique_lock lock(mutex);
-        freed.wait(lock, [this] { return isFree; });
-        isFree = false;
-    }
-    // False, without the gate, as soon as `giveUp` is set.
-    bool acquireUnless(const std::atomic<bool> &giveUp)
-    {
-        using namespace std::chrono_literals;
-        std::unique_lock lock(mutex);
-        while (!freed.wait_for(lock, 10ms, [this] { return isFree; }))
-            if (giveUp) return false;
+        if (!freed.wait_for(lock, patience, [this] { return isFree; })) return false;
         isFree = false;
         return true;
     }

@@ -1,8 +1,8 @@
 // `MeasContext`: what a device needs for its runs, and `Run`: one run with its buffers, threads and the
 // caller's pointers.
 //
-// Lock order of a device: TableGate, PipelineLock, each record's Lock in vector order, ManisLock, then the
-// library's ResultLock. ReadGate, RawLock and RunLock are never held while one of these is taken.
+// Lock order of a device: PipelineLock, each record's Lock in vector order, ManisLock, then the library's
+// ResultLock. ReadGate, RawLock and RunLock are never held while one of these is taken.
 #pragma once
 
 #include "datafiles/custom_tag.h"
@@ -13,9 +13,9 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -43,40 +43,49 @@ struct RunRequest
     bool SaveToFile = false;
     uint8_t *FinishedFlag = nullptr;
     uint32_t *HistoData = nullptr; // rows x columns, row = ChannelCode
+    uint32_t *RawBlock = nullptr;
+    uint64_t RawCapacity = 0;     // words that RawBlock takes; 0: no block
+    uint64_t *RawCount = nullptr; // null: counted in the run
 };
 
+// Shared by the threads of the run and by the MeasContext, which keeps the last run for its result.
 struct Run
 {
-    RunRequest Request; // constant after start
-    uint8_t OwnFinished = 0; // stands in for a null finished pointer
+    explicit Run(const RunRequest &request) : Request(request) {}
 
-    // The result. Guarded by ManisLock.
-    uint32_t *HistoData = nullptr; // the caller's, or MovedHisto
-    uint64_t HistoSize = 0;        // elements of HistoData
+    const RunRequest Request;
+
+    // The result; guarded by ManisLock.
+    uint32_t *HistoData = nullptr;    // the caller's, or MovedHisto
+    uint64_t HistoSize = 0;           // elements of HistoData
     std::vector<uint32_t> MovedHisto; // where a stage added during the run moved the result to
-    uint64_t LastRefTime = 0;      // ps; 0: no reference event seen
-    uint64_t LastEventTime = 0;    // ps
+    uint64_t LastRefTime = 0;         // ps; 0: no reference event seen
 
     std::atomic<int64_t> LastPublish{0}; // ns, monotonic
 
-    // MeasureThread hands over to ProcessThread under ReadGate; both arrays are allocated and freed by
-    // MeasureThread.
-    PageArray<uint32_t> ReadBuffer; // guarded by ReadGate
-    uint64_t ReadCount = 0;         // guarded by ReadGate
+    // MeasureThread hands over to ProcessThread under ReadGate; it allocates and frees both arrays.
+    PageArray<uint32_t> ReadBuffer;    // guarded by ReadGate
+    uint64_t ReadCount = 0;            // words in ReadBuffer; guarded by ReadGate
     PageArray<uint32_t> ProcessBuffer; // ProcessThread's
     uint64_t OverflowBase = 0;         // ProcessThread's
     uint32_t InvalidRecordCount = 0;   // ProcessThread's
 
+    uint64_t RawCountInternal = 0; // guarded by RawLock
+    uint64_t &rawCount() { return Request.RawCount ? *Request.RawCount : RawCountInternal; }
+
     // MeasureThread's.
     int32_t AcqTimeMs = 0;
     bool StartPending = true, StopIssued = false, TimerRunning = false;
-    std::ifstream Input;
+    int InputFile = -1;
     std::thread Process, Measurement, CopyStore;
 
-    std::atomic<uint64_t> Taken{0};          // batches that a consumer has taken: shows that the run moves
+    // How far the run is; set by the thread concerned, read by any.
+    std::atomic<uint64_t> Taken{0}; // batches that the consumer has taken: shows that the run moves
     std::atomic<bool> ProcessDone{false};
     std::atomic<bool> MeasurementDone{false};
-    std::atomic<bool> Finished{false};       // the finished byte is written
+    std::atomic<bool> CopyStoreDone{false};
+    std::atomic<bool> Finished{false}; // the finished byte is written
+
     std::mutex OverLock;
     std::condition_variable OverSignal;
     bool Over = false; // guarded by OverLock; the run's last act
@@ -92,25 +101,25 @@ struct HistogramParams
 struct MeasContext
 {
     // Requests to the run and its progress; set and read by any thread.
-    std::atomic<bool> AbortRequested{false};   // end at once, without draining
-    std::atomic<bool> ClearRequested{false};   // the measurement thread drops the rest of its batch
-    std::atomic<bool> StopRequested{false};    // end the run
-    std::atomic<bool> InputDone{false};        // nothing more is read
-    std::atomic<bool> ConsumersEnd{false};     // the measurement thread may end when its store is empty
-    std::atomic<bool> Measuring{false};        // threads are up and the run is live
-    std::atomic<bool> NewData{false};          // the result has changed since it was last given out
-    std::atomic<bool> LastData{false};         // the measurement thread has taken the last data
-    std::atomic<bool> NewDataWait{false};      // a sequence waits for the host
+    std::atomic<bool> AbortRequested{false}; // end at once, without draining
+    std::atomic<bool> ClearRequested{false}; // the measurement thread drops the rest of its batch
+    std::atomic<bool> StopRequested{false};  // end the run
+    std::atomic<bool> StopByHost{false};   // the host asked for it: a consumer that sleeps is no reason to wait
+    std::atomic<bool> InputDone{false};    // nothing more is read
+    std::atomic<bool> ConsumersEnd{false}; // the measurement thread may end when its store is empty
+    std::atomic<bool> Measuring{false};    // threads are up and the run is live
+    std::atomic<bool> NewData{false};      // the result has changed since it was last given out
+    std::atomic<bool> LastData{false};     // the measurement thread has taken the last data
+    std::atomic<bool> NewDataWait{false};  // a sequence waits for the host
 
-    std::atomic<int32_t> SequenceMode{0};      // 0 none, 1 by time, 2 by count
+    std::atomic<int32_t> SequenceMode{0}; // 0 none, 1 by time, 2 by count
     std::atomic<uint64_t> SequencePeriodPs{0};
     std::atomic<uint64_t> SequenceCount{0};
     std::atomic<bool> SequenceWait{false};
 
-    Gate TableGate;          // the chain's ends against changes of the tables
     std::mutex PipelineLock; // the chain: held while it is rearranged, passed through by every stage's turn
     std::mutex ManisLock;    // results against readers
-    Gate ReadGate;           // MeasureThread's half of the stream against ProcessThread
+    Gate ReadGate;           // ReadBuffer, ReadCount and their exchange
     std::mutex RawLock;      // the caller's raw block
 
     std::vector<std::shared_ptr<Manipulator>> Manis; // the chain; see manipulator.h for who may touch it
@@ -124,8 +133,23 @@ struct MeasContext
 
     HistogramParams Histogram;
 
-    std::mutex RunLock; // guards CurrentRun
+    std::mutex RunLock;              // guards CurrentRun
     std::shared_ptr<Run> CurrentRun; // the live run, or the last one
+    std::mutex StartLock;            // one start at a time
+
+    std::shared_ptr<Run> currentRun()
+    {
+        std::lock_guard lock(RunLock);
+        return CurrentRun;
+    }
 };
+
+// False, without the gate, once the run is aborted: a stage that can't be ended keeps the gate.
+inline bool acquireReadGate(MeasContext &context)
+{
+    while (!context.ReadGate.acquireFor(std::chrono::milliseconds(10)))
+        if (context.AbortRequested) return false;
+    return true;
+}
 
 } // namespace Tessel

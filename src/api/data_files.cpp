@@ -1,0 +1,147 @@
+#include "api/exports.h"
+#include "datafiles/custom_tags.h"
+#include "datafiles/file_names.h"
+#include "datafiles/header_listing.h"
+#include "datafiles/recording.h"
+
+#include <span>
+
+using namespace Tessel;
+
+struct tessel_recording
+{
+    std::unique_ptr<Recording> recording;
+};
+
+namespace {
+
+// The custom tags of the current device.
+template <class Add>
+void withTags(const char *name, Add add)
+{
+    guarded(name, [&add] {
+        DeviceRef target = currentDevice();
+        add(target.context->CustomTags);
+    });
+}
+
+RecordingParams paramsOf(const tessel_recording_params &given)
+{
+    RecordingParams params;
+    params.MeasMode = given.measMode;
+    params.Family = given.family;
+    params.NumChans = given.numChannels;
+    params.BaseResolution = given.baseResolution;
+    params.Resolution = given.resolution;
+    params.SyncRate = given.syncRate;
+    params.AcqTime = given.acqTime;
+    if (given.inputRates && given.numChannels > 0)
+        params.InputRates.assign(given.inputRates, given.inputRates + given.numChannels);
+    params.Serial = textOf(given.serial);
+    params.Comment = textOf(given.comment);
+    return params;
+}
+
+} // namespace
+
+void addIntTag(const char *name, int64_t value, uint32_t idx)
+{
+    withTags("addIntTag", [&](CustomTags &tags) { addIntTag(tags, textOf(name), value, idx); });
+}
+
+void addDblTag(const char *name, double value, uint32_t idx)
+{
+    withTags("addDblTag", [&](CustomTags &tags) { addDblTag(tags, textOf(name), value, idx); });
+}
+
+void addBoolTag(const char *name, bool value, uint32_t idx)
+{
+    withTags("addBoolTag", [&](CustomTags &tags) { addBoolTag(tags, textOf(name), value, idx); });
+}
+
+void addEmptyTag(const char *name, uint32_t idx)
+{
+    withTags("addEmptyTag", [&](CustomTags &tags) { addEmptyTag(tags, textOf(name), idx); });
+}
+
+void addStringTag(const char *name, const char *text, uint32_t idx)
+{
+    withTags("addStringTag", [&](CustomTags &tags) { addStringTag(tags, textOf(name), textOf(text), idx); });
+}
+
+void addWStringTag(const char *name, const char16_t *text, uint32_t idx)
+{
+    withTags("addWStringTag", [&](CustomTags &tags) { addWStringTag(tags, textOf(name), textOf(text), idx); });
+}
+
+void addFloatArrayTag(const char *name, const double *values, uint64_t count, uint32_t idx)
+{
+    std::span<const double> given(values, values ? count : 0);
+    withTags("addFloatArrayTag", [&](CustomTags &tags) { addFloatArrayTag(tags, textOf(name), given, idx); });
+}
+
+void addBBTag(const char *name, const uint8_t *bytes, uint64_t count, uint32_t idx)
+{
+    withTags("addBBTag",
+             [&](CustomTags &tags) { addBBTag(tags, textOf(name), bytes, bytes ? count : 0, idx); });
+}
+
+void clearTags(void)
+{
+    withTags("clearTags", [](CustomTags &tags) { tags.clear(); });
+}
+
+void setTGXFilePath(const char *path)
+{
+    guarded("setTGXFilePath", [&] { setTgxFilePath(textOf(path)); });
+}
+
+void setMeasSubMode(int32_t value)
+{
+    guarded("setMeasSubMode", [&] { currentDevice().context->Description.MeasSubMode = value; });
+}
+
+tessel_recording *tessel_recordingCreate(const char *path, const tessel_recording_params *params)
+{
+    return guarded(
+        "tessel_recordingCreate", static_cast<tessel_recording *>(nullptr), [&]() -> tessel_recording * {
+            if (!params || params->size < sizeof(tessel_recording_params)) {
+                logErr(LogCategory::General,
+                       "API tessel_recordingCreate: no parameters, or of another version");
+                return nullptr;
+            }
+            DeviceRef target = currentDevice();
+            auto made = std::make_unique<tessel_recording>();
+            made->recording = Recording::create(textOf(path), paramsOf(*params), target.context->CustomTags);
+            return made->recording ? made.release() : nullptr;
+        });
+}
+
+bool tessel_recordingWrite(tessel_recording *recording, const uint32_t *words, uint64_t count)
+{
+    return guarded("tessel_recordingWrite", false, [&] {
+        if (!recording || (!words && count > 0)) return false;
+        return recording->recording->write({words, count});
+    });
+}
+
+bool tessel_recordingClose(tessel_recording *recording)
+{
+    return guarded("tessel_recordingClose", false, [&] {
+        std::unique_ptr<tessel_recording> closing(recording);
+        return !closing || closing->recording->close();
+    });
+}
+
+bool tessel_getFileTags(const char *path, char *buffer, uint64_t size, uint64_t *needed)
+{
+    return guarded("tessel_getFileTags", false, [&] {
+        if (needed) *needed = 0;
+        auto text = headerTagsAsJson(textOf(path));
+        if (!text) return false;
+        if (needed) *needed = text->size() + 1;
+        if (!buffer || text->size() + 1 > size) return false;
+        copyText(*text, buffer);
+        return true;
+    });
+}

@@ -1,0 +1,63 @@
+// What all exports share: the boundary that no exception passes, finding the device, handing out a text.
+#pragma once
+
+#include "api/library.h"
+#include "log/log.h"
+#include "tessel.h"
+
+#include <exception>
+#include <string_view>
+#include <utility>
+
+namespace Tessel {
+
+void logFailedCall(const char *name, const char *why) noexcept;
+
+// Runs the body of an export. `failed` is its result where something was thrown.
+template <class Result, class Body>
+Result guarded(const char *name, Result failed, Body body) noexcept
+{
+    try {
+        return body();
+    } catch (const std::exception &failure) {
+        logFailedCall(name, failure.what());
+    } catch (...) {
+        logFailedCall(name, "unknown");
+    }
+    return failed;
+}
+template <class Body>
+void guarded(const char *name, Body body) noexcept
+{
+    guarded(name, false, [&body] {
+        body();
+        return true;
+    });
+}
+
+inline std::string_view textOf(const char *text)
+{
+    return text ? std::string_view(text) : std::string_view();
+}
+inline std::u16string_view textOf(const char16_t *text)
+{
+    return text ? std::u16string_view(text) : std::u16string_view();
+}
+
+// The current device for an empty id; otherwise the device with this id, which becomes the current one, be it
+// NullDevice.
+DeviceRef deviceOf(const char16_t *id);
+
+// How a text is handed to the caller.
+struct TextRule
+{
+    size_t LargestSize; // with its zero
+    std::string_view TooLong, Empty;
+    bool EmptyIsSuccess;
+};
+bool handOut(std::string_view text, char *buffer, const TextRule &rule);
+
+// The text with its zero; nothing for a null buffer.
+void copyText(std::string_view text, char *buffer);
+
+} // namespace Tessel

@@ -1,0 +1,170 @@
+#include "devices/lifecycle.h"
+
+#include "api/exports.h"
+#include "config/device_json.h"
+#include "datafiles/file_device.h"
+#include "log/text.h"
+#include "manipulators/chain.h"
+#include "settings/system_ini.h"
+
+#include <fmt/format.h>
+
+using namespace Tessel;
+
+namespace {
+
+constexpr TextRule deviceIdsRule = {8192, "Device string is to long!", "No device connected!", true};
+
+void traceApi(std::string_view text)
+{
+    if (LogLevel.Api) logInf(LogCategory::Progress, "{}", text);
+}
+
+void traceDevice(std::string_view text)
+{
+    if (LogLevel.Device) logDev(LogCategory::Progress, "{}", text);
+}
+
+DeviceRef nullDevice()
+{
+    return {library().NullDevice, library().NullMeasContext};
+}
+
+void closeAll()
+{
+    for (const DeviceRef &target : allDevices()) {
+        endRun(target);
+        removeStages(target);
+    }
+    endRun(nullDevice());
+    removeStages(nullDevice());
+    closeDevices();
+    Library &lib = library();
+    std::lock_guard lock(lib.TablesLock);
+    lib.DeviceTable.clear();
+    lib.MeasContextTable.clear();
+    lib.CurrentDevice = lib.NullDevice;
+}
+
+void restart()
+{
+    logWrn(LogCategory::General, "API already initialized! Exiting..");
+    closeAll();
+    traceApi("exit API");
+    stopLog();
+}
+
+void resetNullDevice()
+{
+    DeviceRef null = nullDevice();
+    removeStages(null);
+    null.device->IsOpen = false;
+    null.device->IsInitialized = false;
+    null.device->Index = -1;
+    makeCurrent(null.device);
+}
+
+void start(const std::string &iniPath)
+{
+    if (!allDevices().empty()) restart();
+    loadSettingsIni(iniPath);
+    startLog(settings().LogFile, settings().LogConsole, settings().DataPath + "\\Logs", programName,
+             versionString());
+    loadSettingsIni(iniPath); // again: now its trace is kept
+    traceApi(fmt::format("API loadSettingsIni {}", visible(iniPath)));
+    traceApi(fmt::format("Init {}", versionString()));
+    resetNullDevice();
+}
+
+} // namespace
+
+bool initAPI(const char *systemIniPath)
+{
+    return guarded("initAPI", true, [&] {
+        start(std::string(textOf(systemIniPath)));
+        return true;
+    });
+}
+
+void exitAPI(void)
+{
+    guarded("exitAPI", [&] {
+        traceApi("API exit");
+        closeAll();
+        traceApi("exit API");
+        traceApi("API exited");
+    });
+    guarded("exitAPI", [] { stopLog(); });
+}
+
+bool getDeviceIDs(char *buffer)
+{
+    return guarded("getDeviceIDs", false, [&] {
+        traceApi("API getDeviceIDs");
+        if (LogLevel.Config) logInf(LogCategory::Progress, "stringifyDeviceIDs");
+        std::string text = stringifyDeviceIDs();
+        traceApi(fmt::format("API getDeviceIDs {} {}", text, text.size()));
+        return handOut(text, buffer, deviceIdsRule);
+    });
+}
+
+bool getDevice(char *id)
+{
+    return guarded("getDevice", false, [&] {
+        std::string wanted(textOf(id));
+        traceApi(fmt::format("API getDevice \"{}\"", visible(wanted)));
+        DeviceRef chosen = pickDevice(wanted);
+        makeCurrent(chosen.device);
+        if (chosen.device == library().NullDevice) return false;
+        traceDevice(fmt::format("getDevice: \"{}\" \"{}\"", wanted, chosen.device->ID));
+        if (!chosen.device->IsOpen) return false;
+        traceApi(fmt::format("API getDevice \"{}\"", chosen.device->ID));
+        copyText(chosen.device->ID, id);
+        return true;
+    });
+}
+
+bool getFileDevice(char *path)
+{
+    return guarded("getFileDevice", false, [&] {
+        auto device = std::make_shared<Device>();
+        auto context = std::make_shared<MeasContext>();
+        if (readTgxFile(normalPath(textOf(path)), *device, *context)) {
+            DeviceRef added = addDevice(device, context);
+            makeCurrent(device);
+            if (LogLevel.DataFile)
+                logInf(LogCategory::Progress, "OpenTGXFile: finished {} {}", device->ID,
+                       device->TableIndex.load());
+        }
+        // A file that can't be read leaves the device that was current: the caller tells by the id.
+        Device &opened = *currentDevice().device;
+        opened.IsOpen = true;
+        opened.IsInitialized = true;
+        opened.Index = static_cast<int32_t>(opened.TableIndex);
+        traceApi(fmt::format("API getDevice \"{}\"", opened.ID));
+        copyText(opened.ID, path);
+        return true;
+    });
+}
+
+bool initDevice(int32_t measMode, int32_t refSource)
+{
+    return guarded("initDevice", false, [&] {
+        DeviceRef target = currentDevice(); // a recorded file keeps its own mode and clock
+        traceApi(fmt::format("API initDevice \"{}\" {} {}", target.device->ID, measMode, refSource));
+        return Tessel::initDevice(target);
+    });
+}
+
+void closeDevice(uint8_t all)
+{
+    guarded("closeDevice", [&] {
+        if (all) {
+            traceApi("close all devices");
+            return closeDevices();
+        }
+        DeviceRef target = currentDevice();
+        traceApi(fmt::format("close device: {}", target.device->ID));
+        Tessel::closeDevice(target);
+    });
+}

@@ -1,0 +1,34 @@
+#include "api/exports.h"
+#include "devices/result.h"
+
+#include <array>
+
+using namespace Tessel;
+
+namespace {
+
+constexpr std::array switches = {&LogSwitches::Api, &LogSwitches::Config, &LogSwitches::Device,
+                                 &LogSwitches::DataFile, &LogSwitches::Manipulators};
+
+} // namespace
+
+void logError(const char *text)
+{
+    guarded("logError", [&] { logErr(LogCategory::General, "Ext.-Error: {}", textOf(text)); });
+}
+
+void logExternal(const char *text)
+{
+    guarded("logExternal", [&] { logExt(textOf(text)); });
+}
+
+void setLogLevel(int32_t level, uint8_t on)
+{
+    guarded("setLogLevel", [&] {
+        if (level >= 0 && static_cast<size_t>(level) < switches.size())
+            LogLevel.*switches[static_cast<size_t>(level)] = on != 0;
+        else
+            reportDeviceError(LogCategory::General, "Device: Invalid logLevel {} @{}", level,
+                              currentDevice().device->ID);
+    });
+}

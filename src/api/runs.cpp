@@ -1,0 +1,66 @@
+#include "api/exports.h"
+#include "devices/primitives.h"
+#include "manipulators/chain.h"
+#include "measurements/clear.h"
+#include "pipeline/requests.h"
+
+#include <algorithm>
+
+using namespace Tessel;
+
+bool stopMeasure(const char16_t *id)
+{
+    return guarded("stopMeasure", true, [&] {
+        stopMeasurement(*deviceOf(id).context);
+        return true;
+    });
+}
+
+bool clearMeasure(const char16_t *id)
+{
+    return guarded("clearMeasure", true, [&] {
+        Tessel::clearMeasure(deviceOf(id));
+        return true;
+    });
+}
+
+uint8_t gotNewData(const char16_t *id)
+{
+    return guarded("gotNewData", uint8_t{1}, [&] {
+        confirmNewData(*deviceOf(id).context);
+        return uint8_t{1};
+    });
+}
+
+uint8_t waitNewData(const char16_t *id)
+{
+    return guarded("waitNewData", uint8_t{0},
+                   [&] { return static_cast<uint8_t>(awaitNewData(*deviceOf(id).context)); });
+}
+
+void setSequenceMode(int32_t mode, uint8_t wait, double value)
+{
+    guarded("setSequenceMode", [&] { setSequence(*currentDevice().context, mode, wait != 0, value); });
+}
+
+int32_t getCountRates(int32_t *syncRate, int32_t *rates)
+{
+    return guarded("getCountRates", 0, [&] {
+        DeviceRef target = currentDevice();
+        if (target.device->DeviceType != DeviceType::None) readCountRates(*target.device, *target.context);
+        int32_t channels = target.device->NumChans;
+        if (syncRate) *syncRate = target.context->SyncRate;
+        size_t known =
+            std::min<size_t>(static_cast<size_t>(std::max(channels, 0)), target.context->CountRates.size());
+        for (size_t i = 0; rates && i < known; ++i) rates[i] = target.context->CountRates[i];
+        return channels;
+    });
+}
+
+int64_t getNumAllChans(const char16_t *id)
+{
+    return guarded("getNumAllChans", int64_t{0}, [&] {
+        DeviceRef target = deviceOf(id);
+        return static_cast<int64_t>(numAllChans(*target.device, *target.context));
+    });
+}

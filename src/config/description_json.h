@@ -1,0 +1,12 @@
+// The description of a device's last run as JSON.
+#pragma once
+
+#include "devices/meas_description.h"
+
+#include <string>
+
+namespace Tessel {
+
+std::string stringifyMeasDescription(const MeasDescription &description);
+
+} // namespace Tessel

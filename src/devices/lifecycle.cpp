@@ -1,0 +1,92 @@
+#include "devices/lifecycle.h"
+
+#include "devices/primitives.h"
+#include "devices/result.h"
+#include "log/log.h"
+#include "log/text.h"
+#include "manipulators/chain.h"
+
+#include <fmt/format.h>
+
+namespace Tessel {
+
+using namespace std::chrono_literals;
+
+std::shared_ptr<Run> liveRun(MeasContext &context)
+{
+    auto run = context.currentRun();
+    if (!run) return nullptr;
+    std::lock_guard lock(run->OverLock);
+    return run->Over ? nullptr : run;
+}
+
+bool waitOver(Run &run, std::chrono::milliseconds patience)
+{
+    std::unique_lock lock(run.OverLock);
+    return run.OverSignal.wait_for(lock, patience, [&run] { return run.Over; });
+}
+
+bool endRun(const DeviceRef &target)
+{
+    auto run = liveRun(*target.context);
+    if (!run) return true;
+    if (!run->Finished) {
+        target.context->Description.StopReason = StopReason::Manual;
+        target.context->StopByHost = true;
+        target.context->StopRequested = true;
+    }
+    if (waitOver(*run, 2s)) return true;
+    target.context->AbortRequested = true;
+    if (waitOver(*run, 10s)) return true;
+    logErr(LogCategory::General, "Device: The measurement can't be stopped, its memory is left to it! @{}",
+           target.device->ID);
+    return false;
+}
+
+bool openDevice(Device &device)
+{
+    if (device.Index < 0) return false;
+    if (isFile(device)) return true;
+    return notSupported(device, "openDevice");
+}
+
+DeviceRef pickDevice(const std::string &id)
+{
+    for (DeviceRef &candidate : allDevices())
+        if ((id.empty() || candidate.device->ID == id) && openDevice(*candidate.device)) return candidate;
+    return {library().NullDevice, library().NullMeasContext};
+}
+
+bool initDevice(const DeviceRef &target)
+{
+    if (LogLevel.Device) logDev(LogCategory::Progress, "initDevice");
+    ChainLocks locks(*target.context);
+    rearrange(*target.device, *target.context);
+    return target.device->IsInitialized;
+}
+
+void closeDevice(const DeviceRef &target)
+{
+    Device &device = *target.device;
+    endRun(target);
+    if (currentDevice().device->ID == device.ID) makeCurrent(library().NullDevice);
+    if (!isFile(device)) return;
+
+    device.IsOpen = false;
+    device.IsInitialized = false;
+    if (LogLevel.Device)
+        logDev(LogCategory::Progress, "Close File Device: {} {} {} @{}", device.TableIndex.load(),
+               visible(device.FileDevicePath), static_cast<int32_t>(device.DeviceType), device.ID);
+    removeStages(target);
+    removeDevice(target);
+}
+
+void closeDevices()
+{
+    if (LogLevel.Device) logDev(LogCategory::Progress, "closeDevices");
+    auto devices = allDevices();
+    for (const DeviceRef &target : devices) target.context->StopRequested = true;
+    for (auto target = devices.rbegin(); target != devices.rend(); ++target) closeDevice(*target);
+}
+
+} // namespace Tessel

@@ -1,0 +1,12 @@
+#include "devices/result.h"
+
+namespace Tessel {
+
+bool notSupported(const Device &device, std::string_view operation)
+{
+    logWrn(LogCategory::General, "Config: {} is not supported for libType {} @{}", operation,
+           libTypeText(device.LibType), device.ID);
+    return false;
+}
+
+} // namespace Tessel

@@ -1,0 +1,17 @@
+// The name under which tools show a thread that works for a device.
+#pragma once
+
+#include "devices/device.h"
+
+#include <pthread.h>
+#include <string>
+
+namespace Tessel {
+
+inline void nameThread(const Device &device)
+{
+    std::string name = ("Dev: " + device.ID).substr(0, 15); // the longest that the system takes
+    pthread_setname_np(pthread_self(), name.c_str());
+}
+
+} // namespace Tessel

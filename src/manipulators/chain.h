@@ -1,0 +1,90 @@
+// The chain of a device: adding and ending stages, the numbers of their channels, and the locks that let a
+// rearrangement find every stage at a safe point.
+#pragma once
+
+#include "api/library.h"
+
+#include <functional>
+#include <mutex>
+#include <vector>
+
+namespace Tessel {
+
+// What a stage's thread holds: everything that it touches lives as long as the thread.
+struct StageRef
+{
+    std::shared_ptr<Device> device;
+    std::shared_ptr<MeasContext> context;
+    std::shared_ptr<Manipulator> record;
+};
+
+// All locks of a chain: PipelineLock, every record's Lock in vector order, ManisLock.
+class ChainLocks
+{
+public:
+    explicit ChainLocks(MeasContext &context);
+
+private:
+    std::unique_lock<std::mutex> pipeline;
+    std::vector<std::shared_ptr<Manipulator>> records; // keeps what is locked alive
+    std::vector<std::unique_lock<std::mutex>> recordLocks;
+    std::unique_lock<std::mutex> manis;
+};
+
+struct LockedRecord
+{
+    std::shared_ptr<Manipulator> record; // null: there is none
+    std::unique_lock<std::mutex> lock;
+};
+
+// Passes through PipelineLock and returns with the lock of the record that `pick` names under it. The record's
+// lock is taken while PipelineLock is held, so that no rearrangement comes between; a busy record is waited for
+// outside, so that one slow record doesn't stop the others' turns.
+template <class Pick>
+LockedRecord passAndLock(MeasContext &context, Pick pick)
+{
+    for (;;) {
+        std::shared_ptr<Manipulator> record;
+        {
+            std::lock_guard pass(context.PipelineLock);
+            record = pick(context.Manis);
+            if (!record) return {};
+            std::unique_lock lock(record->Lock, std::try_to_lock);
+            if (lock) return {std::move(record), std::move(lock)};
+        }
+        std::lock_guard untilFree(record->Lock);
+    }
+}
+
+// The record that takes what this one writes; the one that the stream enters; the last one.
+LockedRecord lockNext(MeasContext &context, const Manipulator &writer);
+LockedRecord lockFirst(MeasContext &context);
+LockedRecord lockLast(MeasContext &context);
+std::unique_lock<std::mutex> lockOwn(MeasContext &context, const std::shared_ptr<Manipulator> &own);
+
+// The records as they stand now.
+std::vector<std::shared_ptr<Manipulator>> chainOf(MeasContext &context);
+
+// Rows of a result: sync, inputs and the chain's channels; 0 if the device isn't initialised.
+uint64_t numAllChans(const Device &device, const MeasContext &context);
+
+// Numbers channels and links records anew; every lock of the chain is held. Results of a live run follow.
+void rearrange(Device &device, MeasContext &context);
+
+// Appends a stage and starts its thread; every lock of the chain is held. The record has its type and
+// parameters; `nameFormat` takes the number of rows before it. False, with an error in the log, if the stream
+// would have too many channels.
+bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std::string_view nameFormat,
+              std::function<void(StageRef)> threadFunction);
+
+// Asks every stage to end its pass, the thread too with `exit`, and waits until each has, or never began, or
+// is gone. `everyTurn` is called at each millisecond of the wait.
+void stopManipulators(const DeviceRef &target, bool exit, const std::function<void()> &everyTurn);
+
+// Ends the thread of one stage. The record stays in its place and the chain isn't rearranged.
+void endStage(const DeviceRef &target, uint32_t index);
+
+// Ends and removes all stages.
+void removeStages(const DeviceRef &target);
+
+} // namespace Tessel

@@ -1,0 +1,16 @@
+// Which channels a chain makes, and how its records hang together.
+#pragma once
+
+#include "api/library.h"
+
+#include <cstdint>
+
+namespace Tessel {
+
+// Channels of a stream, the sync included; the code above them is that of overflow records.
+inline constexpr uint64_t maxChannels = 255;
+
+// Channels of a stream that has passed this chain.
+uint64_t channelsMade(const Device &device, const std::vector<std::shared_ptr<Manipulator>> &chain);
+
+} // namespace Tessel

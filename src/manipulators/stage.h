@@ -1,0 +1,197 @@
+// The life of a stage's thread, the same for every kind: wait for a run, take what has arrived, hand it on
+// piece by piece, until the run is over or the stage is deleted.
+//
+// A kind gives its words, its state and five functions on plain arrays, without thread or lock:
+//   startPass(state, stage)               at the start of a run
+//   work(state, stage, piece, out)        under the lock of the next record; appends to `out` and returns how
+//   many
+//                                         events of the piece are done, fewer than all only where `out` is full
+//   afterPiece(state, stage, piece)       with no lock held
+//   clear(state)                          the results were cleared
+//   finishPass(state, stage, out)         the last events of a run; `out` is null if there is no next store
+#pragma once
+
+#include "devices/primitives.h"
+#include "devices/thread_name.h"
+#include "log/log.h"
+#include "manipulators/chain.h"
+#include "manipulators/fill_rule.h"
+#include "settings/system_ini.h"
+
+#include <chrono>
+#include <new>
+#include <thread>
+
+namespace Tessel {
+
+// Log texts of a kind; {} are the record's name and the device's id, and for an import its source.
+struct StageWords
+{
+    const char *Created; // null: no such line
+    const char *Started, *Stopped, *Exited;
+    const char *Overrun;
+    bool StoppedAtExit = true; // false: a thread that ends between two runs leaves StoppedFlag as it was
+};
+
+// Consecutive events of a batch.
+struct Piece
+{
+    const uint64_t *Times;
+    const uint8_t *Channels;
+    uint64_t Count;
+};
+
+inline void logStage(const char *text, const StageRef &stage)
+{
+    if (text && LogLevel.Manipulators)
+        logInf(LogCategory::Progress, fmt::runtime(text), stage.record->Name, stage.device->ID,
+               stage.record->SourceId);
+}
+
+// False: the thread is to end. A stage enters a run under its own lock, so that whoever asks it to stop knows
+// whether it has entered.
+inline bool waitForRun(const StageRef &stage)
+{
+    using namespace std::chrono_literals;
+    Manipulator &record = *stage.record;
+    for (;;) {
+        {
+            auto own = lockOwn(*stage.context, stage.record);
+            if (record.ExitFlag) return false;
+            if (stage.context->Measuring && !record.StopFlag && !stage.context->AbortRequested) {
+                record.StartedFlag = true;
+                return true;
+            }
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+}
+
+// One pass of a stage through a run.
+template <class State>
+class StagePass
+{
+public:
+    StagePass(const StageRef &passing, const StageWords &stageWords, State &stageState)
+        : stage(passing), record(*passing.record), words(stageWords), state(stageState)
+    {
+    }
+
+    void run()
+    {
+        auto own = lockOwn(*stage.context, stage.record);
+        if (!batch.allocate(record.Events.Capacity)) throw std::bad_alloc();
+        while (!isOver()) {
+            take();
+            own.unlock();
+            handOn();
+            own = lockOwn(*stage.context, stage.record);
+            if (record.ClearFlag) clear(state);
+            record.ClearFlag = false;
+        }
+        own.unlock();
+        finish();
+    }
+
+private:
+    // The record's lock is held.
+    bool isOver() const
+    {
+        if (record.ExitFlag || stage.context->AbortRequested) return true;
+        return record.StopFlag && batch.Count == 0 && record.Events.Count == 0 && !resume;
+    }
+
+    // The record's lock is held.
+    void take()
+    {
+        if (resume) return;
+        batch.Count = 0;
+        if (record.Enabled && stage.context->Measuring && record.Events.hasArrays())
+            takeAll(record.Events, batch);
+        else
+            record.Events.Count = 0;
+    }
+
+    void handOn()
+    {
+        using namespace std::chrono_literals;
+        if (batch.Count == 0) {
+            std::this_thread::sleep_for(1ms);
+            return;
+        }
+        auto next = lockNext(*stage.context, record);
+        if (next.record && next.record->Events.hasArrays())
+            handTo(*next.record, next.lock);
+        else
+            dropBatch(); // nobody takes it
+    }
+
+    void handTo(Manipulator &next, std::unique_lock<std::mutex> &nextLock)
+    {
+        using namespace std::chrono_literals;
+        bool mayHold = isFile(*stage.device);
+        Piece piece{batch.Times.get() + window.Cursor, batch.Channels.get() + window.Cursor, 0};
+        Fill fill = fillRule(next.Events.Count, std::min(next.HighWater, next.Events.Capacity), mayHold,
+                             batch.Count, window, next.HoldFlag);
+        if (fill == Fill::Work) {
+            uint64_t wanted = window.End - window.Cursor;
+            piece.Count = wanted;
+            piece.Count = work(state, stage, piece, next.Events);
+            if (piece.Count < wanted && !mayHold) fill = Fill::Overrun;
+        }
+        if (fill == Fill::Overrun) {
+            logWrn(LogCategory::Device, fmt::runtime(words.Overrun), record.Name, stage.device->ID);
+            next.Events.Count = 0;
+        }
+        nextLock.unlock();
+
+        if (piece.Count > 0) afterPiece(state, stage, piece);
+        window.Cursor += piece.Count;
+        resume = fill != Fill::Overrun && window.Cursor < batch.Count;
+        if (!resume) dropBatch();
+        if (resume)
+            std::this_thread::sleep_for(1ms);
+        else
+            std::this_thread::yield();
+    }
+
+    void dropBatch()
+    {
+        window = {};
+        batch.Count = 0;
+        resume = false;
+    }
+
+    void finish()
+    {
+        auto next = lockNext(*stage.context, record);
+        finishPass(state, stage,
+                   next.record && next.record->Events.hasArrays() ? &next.record->Events : nullptr);
+    }
+
+    const StageRef &stage;
+    Manipulator &record;
+    const StageWords &words;
+    State &state;
+    EventStore batch;
+    BatchWindow window;
+    bool resume = false; // a piece of the batch waits for room
+};
+
+template <class State>
+void runStage(const StageRef &stage, const StageWords &words, State state)
+{
+    nameThread(*stage.device);
+    logStage(words.Created, stage);
+    while (waitForRun(stage)) {
+        logStage(words.Started, stage);
+        startPass(state, stage);
+        StagePass<State>(stage, words, state).run();
+        stage.record->StoppedFlag = true;
+        logStage(words.Stopped, stage);
+    }
+    if (words.StoppedAtExit) stage.record->StoppedFlag = true;
+    logStage(words.Exited, stage);
+}
+
+} // namespace Tessel

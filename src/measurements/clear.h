@@ -1,0 +1,16 @@
+// Emptying the result of a measurement.
+#pragma once
+
+#include "api/library.h"
+
+namespace Tessel {
+
+// Sets every element of the run's result to 0 and tells every stage to reset itself, under all locks of the
+// chain.
+void clearResult(const DeviceRef &target, Run &run);
+
+// The host's request: also drops the rest of the batch that is being counted. Nothing on a device that isn't
+// initialised or has measured nothing.
+void clearMeasure(const DeviceRef &target);
+
+} // namespace Tessel

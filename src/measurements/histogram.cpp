@@ -1,0 +1,180 @@
+// HistoThread: counts the stream of a T2 or T3 run into one histogram per channel, in the caller's array.
+#include "devices/primitives.h"
+#include "measurements/frame.h"
+#include "measurements/histogram_count.h"
+#include "measurements/raw_time.h"
+#include "measurements/threads.h"
+
+#include <algorithm>
+
+namespace Tessel {
+
+namespace {
+
+constexpr uint64_t blockEvents = 32768; // between two looks at flags and clock
+
+// What a batch is counted by; the result's shape can change with the chain.
+struct HistogramShape
+{
+    uint32_t *Histo;
+    uint64_t NumBins;
+    uint64_t Rows; // never past the array's end
+};
+
+class HistogramMeasurement
+{
+public:
+    const char *name = "HistoThread";
+
+    void prepare(RunRef &run)
+    {
+        stopCount = run.device().StopCount;
+        startChans = static_cast<uint8_t>(numAllChans(run.device(), run.context()));
+        isT2 = run.device().MeasMode == MeasMode::T2;
+        rawTime = RawTime(run.device());
+    }
+
+    void count(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
+    {
+        bool everyEvent = run.context().SequenceMode != 0 || stopCount != 0;
+        if (everyEvent)
+            countEvents(run, batch, numChans, manis);
+        else
+            countBlocks(run, batch, numChans, manis);
+    }
+
+    void finish(RunRef &) {}
+
+private:
+    static HistogramShape shapeOf(RunRef &run, uint64_t numChans)
+    {
+        uint64_t numBins = run.device().NumBins;
+        uint64_t rows = numBins && run.run->HistoData ? run.run->HistoSize / numBins : 0;
+        return {run.run->HistoData, numBins, std::min(numChans, rows)};
+    }
+
+    // True: the rest of the batch is dropped.
+    static bool isCutShort(MeasContext &context)
+    {
+        return context.AbortRequested || context.ClearRequested.exchange(false);
+    }
+
+    bool isPublicationDue(RunRef &run) const
+    {
+        return isFile(run.device()) && monotonicNs() - run.run->LastPublish > publishIntervalNs;
+    }
+
+    // The whole batch but for the look at flags and clock, which comes once a block. What was asked for before
+    // the block shows after its first event.
+    void countBlocks(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
+    {
+        MeasContext &context = run.context();
+        for (uint64_t at = 0; at < batch.Count;) {
+            bool cutShort = context.AbortRequested || context.ClearRequested;
+            uint64_t size = cutShort ? 1 : std::min(blockEvents, batch.Count - at);
+            countBlock(run, shapeOf(run, numChans), {batch.Times + at, batch.Channels + at, size});
+            bool endsHere = !isT2 || !isSkipped(batch.Channels[at], numChans);
+            at += size;
+            if (isPublicationDue(run) || context.AbortRequested) publish(run, manis);
+            if (cutShort && endsHere && isCutShort(context)) break;
+        }
+    }
+
+    void countBlock(RunRef &run, const HistogramShape &shape, EventBatch block) const
+    {
+        if (isT2)
+            countT2(block.Times, block.Channels, block.Count, shape.Histo,
+                    {run.run->LastRefTime, run.context().Histogram.HistoRefChan,
+                     run.context().Histogram.HistoBinWidth, shape.NumBins, shape.Rows});
+        else
+            countT3(block.Times, block.Channels, block.Count, shape.Histo, shape.NumBins, shape.Rows);
+    }
+
+    // In T2 such an event is passed over altogether; in T3 it still can publish.
+    static bool isSkipped(uint8_t channel, uint64_t numChans)
+    {
+        return (channel & ChannelCode::Special) || channel >= numChans;
+    }
+
+    // Event by event: a sequence or a stop count looks at each.
+    void countEvents(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
+    {
+        MeasContext &context = run.context();
+        if (isT2 && origin == 0) origin = batch.Times[0] / 1'000'000'000 * 1'000'000'000;
+        for (uint64_t i = 0; i < batch.Count; ++i) {
+            uint64_t time = batch.Times[i];
+            uint8_t channel = batch.Channels[i];
+            bool skipped = isSkipped(channel, numChans);
+            if (skipped && isT2) continue;
+            if (!skipped) countEvent(run, shapeOf(run, numChans), time, channel);
+            if (isStepDone(run, rawTime.ps(time), i)) publish(run, manis);
+            if (isCutShort(context)) break;
+        }
+    }
+
+    void countEvent(RunRef &run, const HistogramShape &shape, uint64_t time, uint8_t channel)
+    {
+        const HistogramParams &params = run.context().Histogram;
+        uint64_t &lastRef = run.run->LastRefTime;
+        if (!isT2)
+            countBin(run, shape, channel, time & RawTime::dtimeMask);
+        else if (lastRef != 0)
+            countBin(run, shape, channel, (time - lastRef) / params.HistoBinWidth);
+        if (isT2 && channel == params.HistoRefChan) lastRef = time;
+    }
+
+    void countBin(RunRef &run, const HistogramShape &shape, uint8_t channel, uint64_t bin)
+    {
+        if (bin >= shape.NumBins || channel >= shape.Rows) return;
+        uint32_t &element = shape.Histo[shape.NumBins * channel + bin];
+        // A T2 channel that came during the run doesn't count under a stop count; a T3 channel does.
+        if (stopCount == 0)
+            ++element;
+        else if (!stopped && (!isT2 || channel < startChans) && ++element >= stopCount)
+            stopAtCount(run, channel, element);
+        if (element >= run.context().SequenceCount) countReached = true;
+    }
+
+    void stopAtCount(RunRef &run, uint8_t channel, uint32_t count)
+    {
+        stopped = true;
+        run.context().Description.StopReason = StopReason::Manual;
+        run.context().AbortRequested = false;
+        run.context().StopRequested = true;
+        if (isT2)
+            logDeb(LogCategory::Progress, "StopCount reached @ channel {} ({}) @{}", channel, count,
+                   run.device().ID);
+    }
+
+    bool isStepDone(RunRef &run, uint64_t timePs, uint64_t eventIndex)
+    {
+        MeasContext &context = run.context();
+        switch (context.SequenceMode) {
+        case 1:
+            if (timePs - origin <= context.SequencePeriodPs) return false;
+            origin += context.SequencePeriodPs;
+            return true;
+        case 2: return std::exchange(countReached, false);
+        default: return context.AbortRequested || (eventIndex % blockEvents == 0 && isPublicationDue(run));
+        }
+    }
+
+    uint32_t stopCount = 0;
+    uint8_t startChans = 0;
+    bool isT2 = false;
+    RawTime rawTime;
+
+    bool stopped = false;      // a bin has reached StopCount
+    bool countReached = false; // a bin has reached SequenceCount
+    uint64_t origin = 0;       // ps, of the present step of a time sequence
+};
+
+} // namespace
+
+void HistoThread(RunRef run)
+{
+    HistogramMeasurement measurement;
+    runMeasurement(run, measurement);
+}
+
+} // namespace Tessel

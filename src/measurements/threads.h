@@ -1,0 +1,10 @@
+// The threads of the measurements, one a kind; each lives for one run.
+#pragma once
+
+#include "measurements/run_ref.h"
+
+namespace Tessel {
+
+void HistoThread(RunRef run);
+
+} // namespace Tessel

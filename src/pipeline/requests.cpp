@@ -1,0 +1,136 @@
+#include "pipeline/requests.h"
+
+#include "devices/lifecycle.h"
+#include "devices/primitives.h"
+#include "devices/result.h"
+#include "pipeline/measure_thread.h"
+
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <system_error>
+#include <thread>
+
+namespace Tessel {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+void resetRequests(MeasContext &context)
+{
+    context.AbortRequested = false;
+    context.ClearRequested = false;
+    context.StopRequested = false;
+    context.StopByHost = false;
+    context.InputDone = false;
+    context.ConsumersEnd = false;
+    context.LastData = false;
+    context.NewData = false;
+    context.NewDataWait = false;
+    context.ReadGate.release(); // a stage that couldn't be ended may have kept it
+}
+
+// A run that never came to life: over before it began.
+void refuseRun(Run &run)
+{
+    writeFinished(run, 1);
+    std::lock_guard lock(run.OverLock);
+    run.Over = true;
+}
+
+std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &request)
+{
+    MeasContext &context = *target.context;
+    std::lock_guard oneStart(context.StartLock);
+    auto run = std::make_shared<Run>(request);
+    writeFinished(*run, 0);
+    if (!endRun(target)) { // the run that can't be stopped keeps the record
+        refuseRun(*run);
+        return run;
+    }
+    resetRequests(context);
+    writeFinished(*run, 0); // again, where the run before it had the same byte
+    if (target.device->Index < 0) {
+        reportDeviceError(LogCategory::General, "Device: Can't do a measurement on a invalid device! @{}",
+                          target.device->ID);
+        refuseRun(*run);
+        return run;
+    }
+    {
+        std::lock_guard lock(context.RunLock);
+        context.CurrentRun = run;
+    }
+    try {
+        std::thread(MeasureThread, RunRef{target, run}).detach();
+    } catch (const std::system_error &) {
+        refuseRun(*run);
+        throw;
+    }
+    return run;
+}
+
+// Saturated, and 0 for what is no number.
+uint64_t truncated(double value)
+{
+    if (!(value > 0)) return 0;
+    constexpr double limit = 18446744073709551616.0;
+    return value < limit ? static_cast<uint64_t>(value) : std::numeric_limits<uint64_t>::max();
+}
+
+} // namespace
+
+bool effectiveWait(const Device &device, uint32_t acqTimeMs, uint8_t waitFinished)
+{
+    bool endless = acqTimeMs == 0 && device.DeviceType == DeviceType::Instrument;
+    return waitFinished && !endless;
+}
+
+void startMeasurement(const DeviceRef &target, RunRequest request)
+{
+    auto run = commonStart(target, request);
+    while (request.Blocking && !run->Finished) std::this_thread::sleep_for(3ms);
+}
+
+void stopMeasurement(MeasContext &context)
+{
+    context.Description.StopReason = StopReason::Manual;
+    context.AbortRequested = false;
+    context.StopByHost = true;
+    context.StopRequested = true;
+}
+
+void setSequence(MeasContext &context, int32_t mode, bool wait, double value)
+{
+    context.SequenceWait = wait;
+    switch (mode) {
+    case 0: context.SequenceMode = 0; break;
+    case 1:
+        context.SequenceMode = 1;
+        context.SequencePeriodPs = truncated(value * 1e12);
+        break;
+    case 2:
+        context.SequenceMode = 2;
+        context.SequenceCount = truncated(value);
+        break;
+    default: break;
+    }
+}
+
+void confirmNewData(MeasContext &context)
+{
+    if (!context.NewDataWait.exchange(false)) return;
+    if (auto run = context.currentRun()) ++run->Taken;
+}
+
+bool awaitNewData(MeasContext &context)
+{
+    while (!context.NewDataWait) {
+        auto run = context.currentRun();
+        if (!run || run->Finished || !context.SequenceWait) break;
+        std::this_thread::sleep_for(1ms);
+    }
+    return context.NewDataWait;
+}
+
+} // namespace Tessel

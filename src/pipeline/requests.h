@@ -1,0 +1,24 @@
+// The caller's side of a run: start, stop, sequences, and the handshake of new data.
+#pragma once
+
+#include "api/library.h"
+
+#include <cstdint>
+
+namespace Tessel {
+
+// Starts a run, ending one that is still live first, and waits for its end where the request says so. The
+// finished byte is written in every case.
+void startMeasurement(const DeviceRef &target, RunRequest request);
+
+// Whether a caller's wait is kept: a run of unbounded length on hardware is never waited for.
+bool effectiveWait(const Device &device, uint32_t acqTimeMs, uint8_t waitFinished);
+
+void stopMeasurement(MeasContext &context);
+void setSequence(MeasContext &context, int32_t mode, bool wait, double value);
+void confirmNewData(MeasContext &context);
+
+// Blocks until a waiting sequence has new data (true), or the run has ended or doesn't wait.
+bool awaitNewData(MeasContext &context);
+
+} // namespace Tessel
