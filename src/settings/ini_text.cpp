@@ -3,7 +3,8 @@
 #include "log/log.h"
 #include "log/text.h"
 
-#define SI_NO_CONVERSION // bytes stay as they are
+#define SI_NO_CONVERSION  // bytes stay as they are
+#define SI_IMPLEMENTATION // the header brings its own code along
 #include <SimpleIni.h>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 

@@ -1,0 +1,212 @@
+// The queue and its writer thread from start to stop.
+#include "log/folder.h"
+#include "log/log.h"
+#include "support/log_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <thread>
+
+using namespace Tessel;
+using namespace TestSupport;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+const std::string hyphens = "INF " + std::string(46, '-');
+
+TEST(Log, ARunStandsBetweenItsBanners)
+{
+    const TempFolder folder;
+    const std::string below = folder.file("Data/Logs");
+    startLog(true, false, below, "Tessel", "Tessel v1.2.3.7");
+    logExt("");
+    stopLog();
+    std::string shown = below;
+    for (char &c : shown)
+        if (c == '/') c = '\\';
+    const Lines lines = logLines(below);
+    ASSERT_EQ(lines.size(), 10u);
+    EXPECT_EQ(Lines(lines.begin(), lines.begin() + 6),
+              (Lines{hyphens, "INF INIT", "INF Tessel Tessel v1.2.3.7", "INF Create Folder: \"" + shown + "\"",
+                     "INF Create Folder: " + shown, "INF Create directory \"" + shown + "\":"}));
+    EXPECT_EQ(countLines(lines, "EXT "), 1u);
+    EXPECT_EQ(countLines(lines, "INF Create " + shown + "\\"), 1u);
+    EXPECT_EQ(countLines(lines, "INF EXIT"), 1u);
+    EXPECT_EQ(countLines(lines, hyphens), 2u);
+}
+
+TEST(Log, WithTheApiSwitchOffThereAreNoBanners)
+{
+    LogLevel.Api = false;
+    LogCapture log;
+    logErr(LogCategory::General, "one");
+    log.lines();
+    LogLevel.Api = true;
+    EXPECT_EQ(log.lines().front(), "ERR one");
+    EXPECT_EQ(log.lines().size(), 2u); // and "Create"
+}
+
+TEST(Log, BothOutputsOffQueueNothingAndMakeNoFolder)
+{
+    const TempFolder folder;
+    startLog(false, false, folder.file("Logs"), "Tessel", "v1");
+    logErr(LogCategory::General, "lost");
+    stopLog();
+    EXPECT_FALSE(std::filesystem::exists(folder.file("Logs")));
+    LogCapture log;
+    EXPECT_EQ(log.count("lost"), 0u);
+}
+
+TEST(Log, StartAndStopInAnyOrder)
+{
+    const TempFolder folder;
+    stopLog();
+    for (int run = 0; run < 5; run++) {
+        startLog(true, false, folder.path().string(), "Tessel", "v1");
+        startLog(false, false, "/elsewhere", "Tessel", "v1");
+        logWrn(LogCategory::General, "run {}", run);
+        stopLog();
+        stopLog();
+        logWrn(LogCategory::General, "waits {}", run); // for the next start
+    }
+    const Lines lines = logLines(folder.path());
+    EXPECT_EQ(countLines(lines, "run "), 5u);
+    EXPECT_EQ(countLines(lines, "waits "), 4u);
+    EXPECT_EQ(countLines(lines, "INIT"), 5u);
+}
+
+TEST(Log, TheRecordThatFindsTheQueueFullStandsAloneInIt)
+{
+    const struct
+    {
+        int posted;
+        size_t left;
+        const char *first;
+    } cases[] = {{4096, 4096, "WRN waiting 0"}, {4097, 1, "WRN waiting 4096"}, {9000, 808, "WRN waiting 8192"}};
+    for (const auto &c : cases) {
+        {
+            LogCapture drain;
+        }
+        const TempFolder folder;
+        LogLevel.Api = false; // the banners would count too
+        startLog(true, false, folder.path().string(), "Tessel", "v1");
+        stopLog(); // from here on records wait for the next start
+        for (int i = 0; i < c.posted; i++) logWrn(LogCategory::General, "waiting {}", i);
+        startLog(true, false, folder.path().string(), "Tessel", "v1");
+        stopLog();
+        LogLevel.Api = true;
+        const Lines lines = logLines(folder.path());
+        EXPECT_EQ(countLines(lines, "waiting "), c.left) << c.posted;
+        ASSERT_FALSE(lines.empty());
+        EXPECT_EQ(lines.front(), c.first) << c.posted;
+    }
+}
+
+TEST(Log, ThreadsKeepTheirOrder)
+{
+    LogCapture log;
+    constexpr int threads = 4, records = 500;
+    std::vector<std::thread> posters;
+    for (int t = 0; t < threads; t++)
+        posters.emplace_back([t] {
+            for (int i = 0; i < records; i++) logWrn(LogCategory::Device, "thread {} record {}", t, i);
+        });
+    for (std::thread &poster : posters) poster.join();
+    std::array<int, threads> next{};
+    for (const std::string &line : log.lines()) {
+        unsigned thread = 0;
+        int record = 0;
+        if (std::sscanf(line.c_str(), "WRN thread %u record %d", &thread, &record) != 2) continue;
+        ASSERT_LT(thread, next.size());
+        EXPECT_EQ(record, next[thread]++);
+    }
+    for (const int count : next) EXPECT_EQ(count, records);
+}
+
+TEST(Log, AFloodDoesNotHoldTheStop)
+{
+    LogCapture log;
+    std::atomic<bool> done{false};
+    std::atomic<int> posted{0};
+    std::thread poster([&] {
+        for (; !done; posted++) logWrn(LogCategory::General, "flood");
+    });
+    while (posted < 100) std::this_thread::yield();
+    log.lines();
+    done = true;
+    poster.join();
+    EXPECT_GT(log.count("flood"), 0u);
+}
+
+TEST(Log, LongTextsAreCutBetweenCharacters)
+{
+    LogCapture log;
+    logExt(std::string(65536, 'a'));
+    logExt(std::string(65537, 'b'));
+    logExt(std::string(65535, 'c') + "\xC3\xBC and more");
+    EXPECT_EQ(log.count("EXT " + std::string(65536, 'a')), 1u);
+    EXPECT_EQ(log.count(std::string(65537, 'b')), 0u);
+    EXPECT_EQ(log.count(std::string(65536, 'b')), 1u);
+    for (const std::string &line : log.lines())
+        EXPECT_TRUE(!line.starts_with("EXT c") || line == "EXT " + std::string(65535, 'c'));
+}
+
+TEST(Log, LastError)
+{
+    LogCapture log;
+    EXPECT_EQ(logLastError("File: none", 0), "");
+    const std::string text = logLastError("File: open", ENOENT);
+    EXPECT_EQ(text, "No such file or directory");
+    EXPECT_EQ(log.count("none"), 0u);
+    EXPECT_EQ(log.count("ERR File: open 2 No such file or directory"), 1u);
+}
+
+TEST(Log, FoldersThatCanNotBeMade)
+{
+    const TempFolder folder;
+    LogCapture log;
+    EXPECT_EQ(createFolder(folder.file("a/b\\c/")), 0);
+    EXPECT_TRUE(std::filesystem::is_directory(folder.file("a/b/c")));
+    EXPECT_EQ(createFolder(folder.file("a/b")), 0) << "is there, so not a word";
+    EXPECT_EQ(createFolder("/proc/Tessel/Logs"), ENOENT);
+    EXPECT_EQ(createFolder("/dev/null/Logs"), ENOTDIR);
+    EXPECT_EQ(createFolder("/dev/null"), ENOTDIR);
+    EXPECT_EQ(log.count("INF Create Folder: "), 4u);
+    EXPECT_EQ(log.count("INF Create directory \""), 1u);
+    EXPECT_EQ(log.count("ERR filesystem error: create_directories: "), 3u);
+}
+
+TEST(Log, ALogFolderThatCanNotBeMadeStopsNothing)
+{
+    testing::internal::CaptureStdout();
+    startLog(true, true, "/dev/null/Logs", "Tessel", "v1");
+    logWrn(LogCategory::General, "still here");
+    stopLog();
+    const std::string console = testing::internal::GetCapturedStdout();
+    EXPECT_NE(console.find("WRN still here\n"), std::string::npos);
+    EXPECT_NE(console.find("20 Not a directory\n"), std::string::npos);
+    EXPECT_NE(console.find("ERR Log: Create directory for logfiles \"\\dev\\null\\Logs\": 20 Not a directory"),
+              std::string::npos);
+    EXPECT_NE(console.find("ERR Log: Create logfile \"\\dev\\null\\Logs\\"), std::string::npos);
+    LogCapture drain;
+}
+
+TEST(Log, AnOverrunIsToldOnTheConsoleOnce)
+{
+    testing::internal::CaptureStdout();
+    startLog(false, true, "", "Tessel", "v1");
+    stopLog();
+    for (int i = 0; i < 5000; i++) logWrn(LogCategory::General, "waiting");
+    const std::string console = testing::internal::GetCapturedStdout();
+    const size_t first = console.find("Buffer overrun in Log!!!\n");
+    EXPECT_NE(first, std::string::npos);
+    EXPECT_EQ(console.find("Buffer overrun", first + 1), std::string::npos);
+    LogCapture drain;
+}
+
+} // namespace

@@ -1,0 +1,204 @@
+#include "settings/system_ini.h"
+
+#include "log/log.h"
+#include "support/log_capture.h"
+#include "support/temp_folder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+
+using namespace Tessel;
+using namespace TestSupport;
+
+namespace {
+
+// Each test starts from what a fresh process has.
+class SystemIni : public testing::Test
+{
+protected:
+    SystemIni() : before(settings()) {}
+    ~SystemIni() override
+    {
+        settings() = before;
+        LogLevel.Api = true;
+        LogLevel.Config = false;
+        LogLevel.Device = true;
+        LogLevel.DataFile = true;
+        LogLevel.Manipulators = false;
+    }
+
+    bool load(const std::string &text)
+    {
+        std::ofstream(folder.file("system.ini"), std::ios::binary) << text;
+        return loadSettingsIni(folder.file("system.ini"));
+    }
+
+    TempFolder folder;
+
+private:
+    const Settings before;
+};
+
+TEST_F(SystemIni, InitialValues)
+{
+    const Settings &now = settings();
+    EXPECT_FALSE(loadSettingsIni(folder.file("none.ini")));
+    const char *data = std::getenv("XDG_DATA_HOME");
+    const char *home = std::getenv("HOME");
+    if (data && *data == '/') {
+        EXPECT_TRUE(now.DataPath.ends_with("\\Tessel"));
+    } else if (home && *home == '/') {
+        EXPECT_TRUE(now.DataPath.ends_with("\\.local\\share\\Tessel")) << now.DataPath;
+    } else {
+        EXPECT_EQ(now.DataPath, "\\tmp\\Tessel");
+    }
+    EXPECT_EQ(now.ConfigPath, now.DataPath + "\\Configs");
+    EXPECT_EQ(now.TgxFolder, "");
+    EXPECT_TRUE(now.LogFile && now.LogConsole);
+    EXPECT_EQ(now.BufferSize, 1048576u);
+    EXPECT_EQ(now.StreamRecords, 0u);
+    EXPECT_EQ(streamRecords(), minimumStreamRecords);
+}
+
+// Each switch: where it is kept, and what a value that is no bool makes of it.
+TEST_F(SystemIni, SwitchesAndTheirFallbacks)
+{
+    Settings &now = settings();
+    const struct
+    {
+        const char *section, *key;
+        std::function<bool()> value;
+        bool fallback;
+    } cases[] = {
+        {"SW", "Max", [&] { return now.Window.Max; }, false},
+        {"SW", "ShowMeasClassPics", [&] { return now.Window.ShowMeasClassPics; }, false},
+        {"Log", "File", [&] { return now.LogFile; }, true},
+        {"Log", "Console", [&] { return now.LogConsole; }, true},
+        {"LogLevel", "Api", [] { return LogLevel.Api.load(); }, true},
+        {"LogLevel", "Config", [] { return LogLevel.Config.load(); }, false},
+        {"LogLevel", "DataFile", [] { return LogLevel.DataFile.load(); }, false},
+        {"LogLevel", "Device", [] { return LogLevel.Device.load(); }, true},
+        {"LogLevel", "Manipulators", [] { return LogLevel.Manipulators.load(); }, true},
+        {"Toasts", "Error", [&] { return now.Toasts.Error; }, true},
+        {"Toasts", "AppendDebugInfo", [&] { return now.Toasts.AppendDebugInfo; }, true},
+        {"Toasts", "WarnDevice", [&] { return now.Toasts.WarnDevice; }, true},
+        {"Toasts", "WarnConfig", [&] { return now.Toasts.WarnConfig; }, true},
+        {"Toasts", "WarnOther", [&] { return now.Toasts.WarnOther; }, true},
+        {"Toasts", "Info", [&] { return now.Toasts.Info; }, true},
+        {"Toasts", "Debug", [&] { return now.Toasts.Debug; }, true},
+    };
+    for (const auto &c : cases) {
+        const auto set = [&](const char *text) {
+            return load(std::string("[") + c.section + "]\n" + c.key + "=" + text + "\n");
+        };
+        for (const bool wanted : {false, true, false}) {
+            EXPECT_TRUE(set(wanted ? "true" : "False"));
+            EXPECT_EQ(c.value(), wanted) << c.key;
+        }
+        set(c.fallback ? "false" : "true");
+        set("maybe");
+        EXPECT_EQ(c.value(), c.fallback) << c.key;
+    }
+}
+
+TEST_F(SystemIni, NumbersAndPaths)
+{
+    const Settings &now = settings();
+    const auto shown = [&] {
+        return fmt::format("{} {}x{} {},{}", now.Window.Design, now.Window.Width, now.Window.Height,
+                           now.Window.PosX, now.Window.PosY);
+    };
+    const struct
+    {
+        const char *text, *expected;
+    } cases[] = {
+        {"[SW]\nDesign=3\nSize=800,600\nPos=-10, 20\n", "3 800x600 -10,20"},
+        {"[SW]\nDesign=x\n", "1 800x600 -10,20"},
+        {"[SW]\nSize=640\nPos=1,2,3\n", "1 800x600 -10,20"},
+        {"[SW]\nSize=a,b\nPos=7,\n", "1 1024x768 7,50"},
+        {"[sw]\nDesign=9\n", "1 1024x768 7,50"},
+        {"", "1 1024x768 7,50"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_TRUE(load(c.text));
+        EXPECT_EQ(shown(), c.expected) << c.text;
+    }
+
+    load("[SW]\nData=/lab/one\n");
+    EXPECT_EQ(now.DataPath + "|" + now.TgxFolder, "\\lab\\one|");
+    load("[Paths]\nData=/lab/tw\xC3\xB6\nConfig=c:\\cfg/x\n");
+    EXPECT_EQ(now.DataPath + "|" + now.TgxFolder + "|" + now.ConfigPath,
+              "\\lab\\tw\xC3\xB6|\\lab\\tw\xC3\xB6|c:\\cfg\\x");
+}
+
+TEST_F(SystemIni, BufferSize)
+{
+    const struct
+    {
+        const char *text;
+        uint64_t records;
+    } cases[] = {
+        {"1", 8388608},           {"8", 8388608},    {"9", 9437184},       {"32", 33554432},
+        {"0", 8388608},           {"-1", 8388608},   {"2047", 2146435072}, {"2048", 8388608},
+        {"4095", 8388608},        {"4105", 9437184}, {"x", 33554432},      {"99999999999", 33554432},
+        {"-2147483648", 8388608},
+    };
+    for (const auto &c : cases) {
+        testing::internal::CaptureStdout();
+        load(std::string("[Params]\nBufferSize=") + c.text + "\n");
+        const std::string console = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(settings().BufferSize, c.records) << c.text;
+        EXPECT_EQ(streamRecords(), c.records) << c.text;
+        const bool bad = c.text == std::string("x");
+        EXPECT_TRUE(!bad || console == "\033[0;31m ERR Can not parse x to boolean\n\033[0m") << console;
+    }
+}
+
+TEST_F(SystemIni, TheWalkIsTracedInTheOrderOfTheFile)
+{
+    LogCapture log;
+    load("\xEF\xBB\xBF[Toasts]\nInfo=1\nNew=2\n[Foo]\na=1\n[Params]\nOther=5\n[Paths]\nData=/"
+         "d\n[Toasts]\nInfo=\033\n");
+    std::vector<std::string> seen;
+    bool within = false;
+    for (const std::string &line : log.lines()) {
+        if (line == "INF EXIT") break;
+        if (within && !line.starts_with("INF Create ")) seen.push_back(line);
+        within = within || line.starts_with("INF load system.ini \"\\");
+    }
+    EXPECT_EQ(seen, (std::vector<std::string>{"DEB INI Section Toasts",
+                                              "DEB INI Key Info",
+                                              "DEB INI entry: Toasts Info 1",
+                                              "DEB INI Key New",
+                                              "DEB INI entry: Toasts New 2",
+                                              "WRN Unexpected Ini entry: Toasts New 2",
+                                              "DEB INI Section Foo",
+                                              "DEB INI Key a",
+                                              "DEB INI entry: Foo a 1",
+                                              "WRN Unexpected Ini entry: Foo a 1",
+                                              "DEB INI Section Params",
+                                              "DEB INI Key Other",
+                                              "DEB INI entry: Params Other 5",
+                                              "DEB INI Section Paths",
+                                              "DEB INI Key Data",
+                                              "DEB INI entry: Paths Data /d",
+                                              "DEB setDataFilePath \\d",
+                                              "DEB INI Section Toasts",
+                                              "DEB INI Key Info",
+                                              "DEB INI entry: Toasts Info \\x1B",
+                                              "ERR Log: Can't parse \"\\x1B\" to boolean"}));
+}
+
+TEST_F(SystemIni, AFileThatCanNotBeReadLeavesTheSettings)
+{
+    load("[SW]\nDesign=5\n");
+    EXPECT_FALSE(loadSettingsIni(folder.path().string()));
+    EXPECT_FALSE(loadSettingsIni("/dev/zero"));
+    EXPECT_FALSE(loadSettingsIni(""));
+    EXPECT_EQ(settings().Window.Design, 5);
+}
+
+} // namespace
