@@ -1,0 +1,105 @@
+// Whole replays into histograms, through tessel.h, against a reference written apart.
+#include "support/host.h"
+#include "support/reference.h"
+#include "support/tgx_file.h"
+#include "support/words.h"
+#include "tessel.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace TestSupport;
+
+namespace {
+
+// Every kind of word, in random order.
+std::vector<uint32_t> randomWords(size_t count, bool t3, double overflowShare, uint32_t seed)
+{
+    std::mt19937 random(seed);
+    std::vector<uint32_t> words(count);
+    for (uint32_t &word : words) {
+        double kind = std::uniform_real_distribution<>(0, 1)(random);
+        uint32_t low = random() & 0x1FFFFFF;
+        if (kind < overflowShare)
+            word = t3 ? t3Overflow(1 + random() % 3) : t2Overflow(1 + random() % 3);
+        else if (kind < overflowShare + 0.01)
+            word = 1u << 31 | (1 + random() % 15) << 25 | low; // marker
+        else if (kind < overflowShare + 0.05 && !t3)
+            word = t2Sync(low);
+        else
+            word = (random() % 4) << 25 | low;
+    }
+    return words;
+}
+
+struct ReplayCase
+{
+    const char *name;
+    bool t3;
+    size_t words;
+    double overflowShare;
+    int merges; // stages in the chain
+    bool keep;
+};
+
+void PrintTo(const ReplayCase &given, std::ostream *out)
+{
+    *out << given.name;
+}
+
+class Replay : public testing::TestWithParam<ReplayCase>
+{
+};
+
+constexpr int channels = 4;
+constexpr uint64_t resolution = 5;
+
+} // namespace
+
+TEST_P(Replay, CountsAsTheReferenceDoes)
+{
+    const ReplayCase &given = GetParam();
+    Host host;
+    auto words = randomWords(given.words, given.t3, given.overflowShare, 17);
+    auto file = given.t3 ? TgxFile::t3(channels, resolution) : TgxFile::t2(channels, resolution);
+    ASSERT_FALSE(
+        host.open(file.tag("HW_SerialNo", "1").records(words).write(host.folder().file("a.tgx"))).empty());
+
+    Events events = given.t3 ? decodeT3(words, channels) : decodeT2(words, channels, resolution);
+    for (int i = 0; i < given.merges; ++i) {
+        const int32_t members[] = {1 + i, 2 + i};
+        uint8_t output = static_cast<uint8_t>(channels + 1 + i);
+        EXPECT_EQ(addMMerge(nullptr, members, 2, given.keep), output);
+        events = merge(events, {uint8_t(1 + i), uint8_t(2 + i)}, output, given.keep);
+    }
+    size_t rows = static_cast<size_t>(getNumAllChans(nullptr));
+    ASSERT_EQ(rows, size_t(channels + 1 + given.merges));
+    size_t columns = given.t3 ? 32768 : 5000;
+    if (!given.t3) {
+        setHistoT2NumBins(nullptr, columns);
+        setHistoT2BinWidth(nullptr, 3000);
+        setHistoT2RefChan(nullptr, 2);
+    }
+
+    Counts counts(rows, columns);
+    Finished finished;
+    EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
+    EXPECT_TRUE(finished.isSet());
+    EXPECT_EQ(counts.data, given.t3 ? histogramT3(events, rows) : histogramT2(events, rows, columns, 3000, 2));
+    EXPECT_EQ(described("NumRecs"), static_cast<double>(given.words));
+    EXPECT_EQ(host.logged("overrun"), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, Replay,
+                         testing::Values(ReplayCase{"t3Empty", true, 0, 0, 0, true},
+                                         ReplayCase{"t3One", true, 1, 0, 0, true},
+                                         ReplayCase{"t3", true, 100'000, 0.07, 0, true},
+                                         ReplayCase{"t3Chunk", true, 1'048'576, 0.002, 0, true},
+                                         ReplayCase{"t3Large", true, 9'000'001, 0.07, 0, true},
+                                         ReplayCase{"t3Merged", true, 3'000'000, 0.07, 3, true},
+                                         ReplayCase{"t3OnlyMerged", true, 100'000, 0.3, 3, false},
+                                         ReplayCase{"t2", false, 100'000, 0.07, 0, true},
+                                         ReplayCase{"t2Large", false, 9'000'001, 0.002, 0, true},
+                                         ReplayCase{"t2Merged", false, 3'000'000, 0.36, 3, true}),
+                         [](const auto &given) { return given.param.name; });

@@ -1,0 +1,272 @@
+// Runs that are stopped, overtaken, closed under way, refused or left alone: each ends, tells so by its
+// finished byte, and the next call works.
+#include "support/host.h"
+#include "support/tgx_file.h"
+#include "support/words.h"
+#include "tessel.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <filesystem>
+#include <random>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace TestSupport;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr size_t rows = 3, columns = 32768;
+
+std::vector<uint32_t> countingWords(size_t count)
+{
+    std::vector<uint32_t> words(count);
+    for (size_t i = 0; i < count; ++i) words[i] = t3Event(i % 2, 0, i % 30000);
+    return words;
+}
+
+std::string writeT3(const Host &host, size_t records, const std::string &name = "run.tgx")
+{
+    return TgxFile::t3()
+        .tag("HW_SerialNo", "7")
+        .records(countingWords(records))
+        .write(host.folder().file(name));
+}
+
+bool startHistogram(Counts &counts, Finished &finished)
+{
+    return getHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
+}
+
+} // namespace
+
+TEST(Lifecycle, RunsStoppedAtRandomMomentsLeaveNothingBehind)
+{
+    Host host;
+    ASSERT_FALSE(host.open(writeT3(host, 3'000'000)).empty());
+    const int32_t members[] = {1};
+    addMMerge(nullptr, members, 1, 1);
+    Counts counts(rows + 1, columns);
+    std::mt19937 random(5);
+    const int runs = getenv("TESSEL_TEST_RUNS") ? std::atoi(getenv("TESSEL_TEST_RUNS")) : 12;
+    size_t threads = 0, descriptors = 0, resident = 0;
+    for (int i = 0; i < runs; ++i) {
+        Finished finished;
+        ASSERT_TRUE(startHistogram(counts, finished));
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 400'000));
+        EXPECT_TRUE(stopMeasure(nullptr));
+        ASSERT_TRUE(finished.wait());
+        ASSERT_TRUE(eventually([&] { return i == 0 || threadCount() <= threads; })) << threadCount();
+        EXPECT_EQ(describedText("StopReason"), "Manual");
+        if (i == 0)
+            eventually([] { return descriptorCount() < 1; }, 50ms); // the last lines of the run's thread
+        if (i == 0) threads = threadCount(), descriptors = descriptorCount();
+        if (i == runs / 2) resident = residentKiB();
+        EXPECT_LE(descriptorCount(), descriptors);
+    }
+    EXPECT_LT(residentKiB(), resident + 64 * 1024);
+}
+
+TEST(Lifecycle, AStopBeforeTheFirstReadKeepsTheFirstChunk)
+{
+    Host host;
+    ASSERT_FALSE(host.open(writeT3(host, 50'000)).empty());
+    Counts counts(rows, columns);
+    Finished finished;
+    ASSERT_TRUE(startHistogram(counts, finished));
+    stopMeasure(nullptr);
+    ASSERT_TRUE(finished.wait());
+    EXPECT_EQ(counts.sum(), 50'000u);
+}
+
+TEST(Lifecycle, ASecondRunTakesOver)
+{
+    Host host;
+    ASSERT_FALSE(host.open(writeT3(host, 6'000'000)).empty());
+    Counts first(rows, columns), second(rows, columns);
+    Finished firstDone, secondDone;
+    ASSERT_TRUE(startHistogram(first, firstDone));
+    std::this_thread::sleep_for(330ms);
+    ASSERT_TRUE(getHistogram(nullptr, 0, 1, 0, second.data.data(), secondDone.get()));
+    EXPECT_TRUE(firstDone.isSet());
+    EXPECT_TRUE(secondDone.isSet());
+    EXPECT_EQ(second.sum(), 6'000'000u);
+}
+
+TEST(Lifecycle, EndsOfTheDeviceEndItsRun)
+{
+    using End = void (*)(Host &);
+    const std::pair<const char *, End> ends[] = {
+        {"closeDevice", [](Host &) { closeDevice(0); }},
+        {"closeDevice all", [](Host &) { closeDevice(1); }},
+        {"exitAPI", [](Host &) { exitAPI(); }},
+        {"initAPI", [](Host &host) { initAPI(host.iniPath().c_str()); }},
+    };
+    for (const auto &[name, end] : ends) {
+        SCOPED_TRACE(name);
+        Host host;
+        ASSERT_FALSE(host.open(writeT3(host, 5'000'000)).empty());
+        Counts counts(rows, columns);
+        Finished finished;
+        ASSERT_TRUE(startHistogram(counts, finished));
+        std::this_thread::sleep_for(310ms);
+        end(host);
+        EXPECT_TRUE(finished.isSet());
+        auto after = counts.data;
+        std::this_thread::sleep_for(20ms);
+        EXPECT_EQ(counts.data, after); // nobody writes to the caller's memory any more
+        std::array<char, 8192> ids{};
+        EXPECT_TRUE(getDeviceIDs(ids.data()));
+        EXPECT_STREQ(ids.data(), "[]");
+    }
+}
+
+TEST(Lifecycle, ARunOnNoDeviceIsOverAtOnce)
+{
+    Host host;
+    Counts counts(rows, columns);
+    Finished finished;
+    EXPECT_TRUE(getHistogram(u"no such device", 0, 1, 0, counts.data.data(), finished.get()));
+    EXPECT_TRUE(finished.isSet());
+    EXPECT_EQ(host.logged("ERR Device: Can't do a measurement on a invalid device! @"), 1u);
+    EXPECT_EQ(counts.at(0, 0), 0xDEADBEEF);
+    EXPECT_TRUE(stopMeasure(u"no such device"));
+    EXPECT_EQ(getNumAllChans(nullptr), 0);
+    EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, nullptr, nullptr)); // no memory of the caller at all
+}
+
+TEST(Lifecycle, FilesThatCannotBeMeasuredEndTheirRunCleanly)
+{
+    struct Case
+    {
+        const char *name;
+        TgxFile file;
+        const char *error;
+    };
+    const Case cases[] = {
+        {"no sync period", TgxFile::t3(2).tag("TTResult_SyncRate", 0).tag("MeasDesc_GlobalResolution", 1e-14),
+         "ERR"},
+        {"no resolution", TgxFile::t3(2).tag("MeasDesc_Resolution", 0.0), "ERR Device: A resolution of 0 ps"},
+        {"no base resolution", TgxFile::t2(2).tag("HW_BaseResolution", 0.0),
+         "ERR Device: A sync period or base"},
+        {"histogramming", TgxFile::t3(2).tag("Measurement_Mode", 0), "Config: getHistogram is not supported"},
+        {"unknown mode", TgxFile::t3(2).tag("Measurement_Mode", 7), "Config: getHistogram is not supported"},
+    };
+    for (const Case &given : cases) {
+        SCOPED_TRACE(given.name);
+        Host host;
+        TgxFile file = given.file;
+        ASSERT_FALSE(
+            host.open(
+                    file.tag("HW_SerialNo", "7").records(countingWords(10)).write(host.folder().file("f.tgx")))
+                .empty());
+        Counts counts(rows, 65536);
+        Finished finished;
+        EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
+        EXPECT_TRUE(finished.isSet());
+        EXPECT_GE(host.logged(given.error), 1u);
+
+        ASSERT_FALSE(host.open(writeT3(host, 1000)).empty()); // the next good call works
+        Counts good(rows, columns);
+        getHistogram(nullptr, 0, 1, 0, good.data.data(), finished.get());
+        EXPECT_EQ(good.sum(), 1000u);
+    }
+}
+
+TEST(Lifecycle, AT2BinWidthOfZeroEndsTheRun)
+{
+    Host host;
+    ASSERT_FALSE(host.open(TgxFile::t2()
+                               .tag("HW_SerialNo", "7")
+                               .records({t2Sync(5), t2Event(0, 9)})
+                               .write(host.folder().file("z.tgx")))
+                     .empty());
+    setHistoT2NumBins(nullptr, 100);
+    setHistoT2BinWidth(nullptr, 0);
+    Counts counts(rows, 100);
+    Finished finished;
+    EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
+    EXPECT_TRUE(finished.isSet());
+    EXPECT_EQ(host.logged("ERR Device: A histogram bin width of 0 ps"), 1u);
+    setHistoT2BinWidth(nullptr, 1);
+    getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get());
+    EXPECT_EQ(counts.at(1, 4), 1u);
+}
+
+TEST(Lifecycle, FilesThatChangeUnderTheRunEndIt)
+{
+    Host host;
+    std::string path = writeT3(host, 1000);
+    ASSERT_FALSE(host.open(path).empty());
+    auto headerSize = std::filesystem::file_size(path) - 4000;
+    const std::pair<uintmax_t, uint64_t> sizes[] = {// size of the file, events that a run sees
+                                                    {headerSize + 4000 + 3, 1000},
+                                                    {headerSize + 401, 100},
+                                                    {headerSize, 0},
+                                                    {headerSize - 5, 0},
+                                                    {0, 0}};
+    for (auto [size, events] : sizes) {
+        SCOPED_TRACE(size);
+        std::filesystem::resize_file(path, size);
+        Counts counts(rows, columns);
+        Finished finished;
+        getHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
+        ASSERT_TRUE(finished.wait(10s));
+        EXPECT_EQ(counts.sum(), events);
+        EXPECT_EQ(described("NumRecs"), static_cast<double>(events));
+    }
+    std::filesystem::remove(path);
+    Counts counts(rows, columns);
+    Finished finished;
+    getHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
+    ASSERT_TRUE(finished.wait(10s));
+    EXPECT_EQ(host.logged("read Error: "), 1u);
+    EXPECT_EQ(describedText("StopReason"), "DataXferFail");
+}
+
+TEST(Lifecycle, AStoppedSequenceWhoseHostIsAwayIsAborted)
+{
+    Host host;
+    ASSERT_FALSE(host.open(writeT3(host, 100'000)).empty());
+    setSequenceMode(2, 1, 10); // wait for the host after each ten counts in a bin
+    Counts counts(rows, columns);
+    Finished finished;
+    getHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
+    EXPECT_EQ(waitNewData(nullptr), 0); // nothing reaches ten counts: the run just ends
+    ASSERT_TRUE(finished.wait());
+
+    setSequenceMode(2, 1, 1);
+    getHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
+    EXPECT_EQ(waitNewData(nullptr), 1);
+    EXPECT_EQ(counts.sum(), 1u);
+    EXPECT_EQ(gotNewData(nullptr), 1);
+    EXPECT_EQ(waitNewData(nullptr), 1);
+    stopMeasure(nullptr);
+    ASSERT_TRUE(finished.wait(15s));
+    EXPECT_EQ(host.logged("WRN Device: Nobody takes the data of a stopped measurement"), 1u);
+}
+
+TEST(Lifecycle, AProcessMayEndInTheMiddleOfARun)
+{
+    TempFolder folder;
+    std::string path =
+        TgxFile::t3().tag("HW_SerialNo", "7").records(countingWords(8'000'000)).write(folder.file("run.tgx"));
+    for (int i = 0; i < 3; ++i) {
+        pid_t child = fork();
+        if (child == 0) {
+            auto *host = new Host; // stays: the process ends without exitAPI
+            host->open(path);
+            auto *counts = new Counts(rows, columns);
+            auto *finished = new Finished;
+            startHistogram(*counts, *finished);
+            std::this_thread::sleep_for(std::chrono::milliseconds(290 + 20 * i));
+            std::exit(0);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+}
