@@ -248,17 +248,17 @@ bool writeOpening(HeaderInWork &header, std::FILE *file, const Device &device, c
     return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && isReadable(header, bytes);
 }
 
-// Writes tags over those at their positions, each of which has the same length as at first.
+// Writes tags over those at their positions, each of which has the same length as at first. A header that was
+// cut short lacks some of them and is left alone.
 bool writeFinal(HeaderInWork &header, std::FILE *file, const Device &device, const MeasContext &context)
 {
     const PatchPositions &positions = header.Positions;
     const MeasDescription &description = context.Description;
-    bool good = true;
+    bool good = header.Dictionary.HeaderDone;
     auto overwrite = [&](uint64_t position, uint32_t row, double value, int32_t idx = -1) {
         TagSink sink{.dictionary = header.Dictionary};
         sink.number(row, value, idx);
-        good = good && sink.good && position >= preambleSize &&
-               fseeko(file, static_cast<off_t>(position), SEEK_SET) == 0 &&
+        good = good && sink.good && fseeko(file, static_cast<off_t>(position), SEEK_SET) == 0 &&
                std::fwrite(sink.bytes.data(), 1, sink.bytes.size(), file) == sink.bytes.size();
     };
     overwrite(positions.StopAfter, TagId::TTResult_StopAfter, description.StopAfter);

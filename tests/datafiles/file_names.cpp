@@ -1,0 +1,106 @@
+#include "datafiles/file_names.h"
+
+#include "log/text.h"
+#include "settings/system_ini.h"
+#include "support/log_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <thread>
+
+using namespace Tessel;
+using namespace TestSupport;
+
+TEST(FileNames, FirstFreeName)
+{
+    struct Case
+    {
+        std::string Wanted;
+        std::vector<std::string> Taken;
+        std::string Chosen;
+    };
+    const std::string most = "18446744073709551615";
+    const Case cases[] = {
+        {"a.tgx", {}, "a.tgx"},
+        {"a", {}, "a.tgx"},
+        {"", {}, "default.tgx"},
+        {"a.dat", {}, "a.dat"},
+        {"a.dat", {"a.dat"}, "a_1.tgx"},
+        {"a.b.dat", {"a.b.dat"}, "a_1.tgx"},
+        {"a.tgx", {"a.tgx"}, "a_1.tgx"},
+        {"a.tgx", {"a.tgx", "a_1.tgx"}, "a_2.tgx"},
+        {"a_9.tgx", {"a_9.tgx"}, "a_10.tgx"},
+        {"7.tgx", {"7.tgx"}, "7_1.tgx"},
+        {"run_b.tgx", {"run_b.tgx"}, "run_b_1.tgx"},
+        {"a_.tgx", {"a_.tgx"}, "a__1.tgx"},
+        {"_5.tgx", {"_5.tgx"}, "_6.tgx"},
+        {"x_y_7.tgx", {"x_y_7.tgx"}, "x_y_8.tgx"},
+        {"x_y_z.tgx", {"x_y_z.tgx"}, "x_y_z_1.tgx"},
+        {"x_y_.tgx", {"x_y_.tgx"}, "x_y__1.tgx"},
+        {"x_007.tgx", {"x_007.tgx"}, "x_8.tgx"},
+        {"x_" + most + ".tgx", {"x_" + most + ".tgx"}, "x_" + most + "_1.tgx"},
+        {"x_1" + most + ".tgx", {"x_1" + most + ".tgx"}, "x_1" + most + "_1.tgx"},
+        {"\u00e9.tgx", {"\u00e9.tgx"}, "\u00e9_1.tgx"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.Wanted);
+        TempFolder folder;
+        for (const std::string &name : c.Taken) std::ofstream(folder.file(name)) << "x";
+        setTgxFilePath(folder.file(c.Wanted));
+        EXPECT_EQ(checkFilePath(), normalPath(folder.file(c.Chosen)));
+    }
+}
+
+TEST(FileNames, ANameWithoutStemEndsAtTheDefault)
+{
+    TempFolder folder;
+    for (const char *name : {".tgx", "default.tgx", "default_1.tgx"}) std::ofstream(folder.file(name)) << "x";
+    LogCapture log;
+    for (const char *name : {".tgx", ".", ".."}) {
+        setTgxFilePath(folder.file(name));
+        EXPECT_EQ(checkFilePath(), normalPath(folder.file("default_2.tgx")));
+    }
+    EXPECT_EQ(log.count("ERR File: in checkFilePath .tgx"), 1u);
+    EXPECT_EQ(log.count("ERR File: in checkFilePath"), 3u);
+}
+
+TEST(FileNames, FolderStaysUntilAnotherIsGiven)
+{
+    TempFolder folder;
+    LogCapture log;
+    setTgxFilePath(folder.file("sub//y.tgx"));
+    setTgxFilePath("z");
+    EXPECT_EQ(checkFilePath(), normalPath(folder.file("sub/z.tgx")));
+    EXPECT_TRUE(std::filesystem::is_directory(folder.file("sub")));
+    setTgxFilePath("C:/x/y.tgx");
+    setTgxFilePath("/only_root.tgx");
+    EXPECT_EQ(log.count("INF (API setTGXFilePath 'y.tgx' 'C:\\x')"), 1u);
+    EXPECT_EQ(log.count("INF (API setTGXFilePath 'only_root.tgx' '\\')"), 1u);
+}
+
+TEST(FileNames, AnUnanswerableQuestionIsLoggedAndEnds)
+{
+    TempFolder folder;
+    std::string name = std::string(300, 'n') + ".tgx";
+    LogCapture log;
+    setTgxFilePath(folder.file(name));
+    EXPECT_EQ(checkFilePath(), normalPath(folder.file(name)));
+    EXPECT_EQ(log.count("ERR exists \""), 1u);
+}
+
+TEST(FileNames, AskedFromTwoThreads)
+{
+    TempFolder folder;
+    LogLevel.Api = false;
+    auto ask = [&](const char *name) {
+        for (int i = 0; i < 200; ++i) {
+            setTgxFilePath(folder.file(name));
+            EXPECT_TRUE(checkFilePath().ends_with(".tgx"));
+        }
+    };
+    std::thread other(ask, "one");
+    ask("two");
+    other.join();
+    LogLevel.Api = true;
+}
