@@ -190,14 +190,49 @@ TEST_F(BrokenConsole, FullDevice)
     close(full);
 }
 
-TEST(Console, ABrokenPipeRaisesNoSignalOnTheCallingThread)
+TEST(Console, AMissingReaderRaisesNoSignalOnTheCallingThread)
 {
     Pipe pipe;
     pipe.closeReader();
-    const StandardOutput redirected(pipe.ends[1]);
-    errno = EDOM;
-    EXPECT_FALSE(writeConsole("text\n")); // SIGPIPE would end the test here
-    EXPECT_EQ(errno, EDOM);
+    std::array<int, 2> sockets{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets.data()), 0);
+    close(sockets[0]);
+    for (const int output : {pipe.ends[1], sockets[1]}) {
+        bool written = true;
+        {
+            const StandardOutput redirected(output);
+            errno = EDOM;
+            written = writeConsole("text\n"); // SIGPIPE would end the test here
+        }
+        EXPECT_FALSE(written);
+        EXPECT_EQ(errno, EDOM);
+    }
+    close(sockets[1]);
+}
+
+TEST(Console, AHungConsoleIsWaitedForOnce)
+{
+    Pipe pipe;
+    pipe.fill();
+    LogWriter writer;
+    writer.ConsoleOn = true;
+    const auto writeOne = [&] {
+        writeRecord(writer, {}, 0);
+        flushConsole(writer);
+        return !writer.ConsoleHung;
+    };
+    std::array<char, 65536> sink;
+    int written = 0;
+    Clock::duration spent{};
+    {
+        const StandardOutput redirected(pipe.ends[1]);
+        const auto before = Clock::now();
+        for (int i = 0; i < 30; i++) written += writeOne();
+        spent = Clock::now() - before;
+        if (read(pipe.ends[0], sink.data(), sink.size()) > 0) written += 100 * writeOne();
+    }
+    EXPECT_LT(spent, 10 * consolePatience);
+    EXPECT_EQ(written, 100) << "nothing while it hung, and again as soon as somebody reads";
 }
 
 TEST(Console, AFileThatTookTheNumberOfAClosedConsoleIsSpared)
@@ -210,6 +245,17 @@ TEST(Console, AFileThatTookTheNumberOfAClosedConsoleIsSpared)
         EXPECT_FALSE(writeConsole("text\n"));
     }
     EXPECT_EQ(std::filesystem::file_size(folder.file("data")), 0u);
+}
+
+TEST(Console, TheLogFileNeverTakesItsNumber)
+{
+    const TempFolder folder;
+    const StandardOutput closed(-1);
+    LogFile file;
+    EXPECT_EQ(file.open(folder.file("x.log"), true), 0);
+    EXPECT_EQ(fcntl(STDOUT_FILENO, F_GETFD), -1);
+    file.writeLine("line");
+    EXPECT_EQ(logLines(folder.path()), std::vector<std::string>{"line"});
 }
 
 } // namespace
