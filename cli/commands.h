@@ -1,0 +1,43 @@
+// The commands. Each registers its options and gives back what runs it; the result is the exit code.
+#pragma once
+
+#include "session.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace Tessel::Cli {
+
+struct Command
+{
+    CLI::App *App = nullptr;
+    std::function<int(const HostOptions &)> Run;
+};
+
+Command addInfo(CLI::App &program);
+Command addSimulate(CLI::App &program);
+Command addHistogram(CLI::App &program);
+
+// Where a result goes; the same options for every command that has one.
+struct ResultOptions
+{
+    std::string File; // empty or "-": standard output
+    bool Json = false;
+    std::string PlotFile;
+};
+
+void addResultOptions(CLI::App &command, ResultOptions &options);
+
+// With --plot alone nothing goes to standard output.
+bool wantsText(const ResultOptions &options);
+
+// Runs `convert`, and turns a UnitError into a usage Failure that names the option.
+double optionValue(const char *option, const std::function<double()> &convert);
+std::vector<double> optionValues(const char *option, const std::function<std::vector<double>()> &convert);
+
+} // namespace Tessel::Cli

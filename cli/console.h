@@ -1,0 +1,38 @@
+// The program's two outputs. Results go to what was standard output when the program started; descriptor 1
+// itself is pointed elsewhere at once, because the library's log writes to it (a colour reset for every record,
+// even with the console log off) and nothing of that may reach a result. Everything else goes to standard
+// error.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Tessel::Cli {
+
+// Before anything else. From here on descriptor 1 leads nowhere.
+void claimStandardOutput();
+
+// Sends descriptor 1, and with it the library's log, to standard error.
+void showLog();
+
+// Writes to the standard output that the program was started with. Throws Failure.
+void writeStandardOutput(std::string_view text);
+
+// Standard error is a terminal.
+bool onTerminal();
+
+// On a terminal, and neither NO_COLOR nor TERM=dumb is set.
+bool withColour();
+
+void setQuiet(bool quiet);
+bool quiet();
+
+// One line each, "tessel: ...". Notes are left out when quiet.
+void note(std::string_view text);
+void warn(std::string_view text);
+void error(std::string_view text);
+
+// File-borne text on one line and without control bytes.
+std::string visibleText(std::string_view text);
+
+} // namespace Tessel::Cli

@@ -1,0 +1,96 @@
+// The program `tessel`: a host on tessel.h alone, a file per command.
+#include "commands.h"
+#include "console.h"
+#include "exit_codes.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <exception>
+#include <new>
+#include <sstream>
+
+namespace {
+
+using namespace Tessel::Cli;
+
+constexpr const char *programFooter =
+    R"(Results go to standard output or -o FILE; everything else goes to standard error.
+
+Times take ps, ns, us, ms, s, min or h, rates Hz, kHz, MHz, GHz or cps, kcps, Mcps:
+2.5ns, 80MHz, 100kcps. A bare number is in the unit that the option tells.
+
+Exit codes: 0 success; 1 failure; 2 wrong usage; 3 no such file, or a file that makes
+no device; 4 finished, but not on all the data; 130 stopped by Ctrl-C (the partial
+result is written; a second Ctrl-C ends the program at once).
+
+Examples:
+  tessel simulate decay.tgx --rate 200kcps,100kcps --lifetime 1.2ns,3.5ns --duration 10s
+  tessel info decay.tgx
+  tessel histogram decay.tgx --plot decay.png
+  tessel histogram decay.tgx --json | jq '.channels[].total'
+
+tessel COMMAND --help tells the options of a command.)";
+
+int runCommand(const std::vector<Command> &commands, const HostOptions &options)
+{
+    for (const Command &command : commands)
+        if (command.App->parsed()) return command.Run(options);
+    return static_cast<int>(Exit::Usage); // not reached: the parser demands a command
+}
+
+// Help and version are results; anything else that the parser throws is wrong usage.
+int answerParser(const CLI::App &program, const CLI::ParseError &thrown)
+{
+    if (thrown.get_exit_code() != 0) {
+        error(fmt::format("{} (tessel --help tells more)", visibleText(thrown.what())));
+        return static_cast<int>(Exit::Usage);
+    }
+    std::ostringstream text, ignored;
+    program.exit(thrown, text, ignored);
+    writeStandardOutput(text.str());
+    return static_cast<int>(Exit::Success);
+}
+
+int run(int argc, char **argv)
+{
+    CLI::App program("tessel - recordings of time-tagging instruments for single-photon counting", "tessel");
+    HostOptions options;
+    program.set_version_flag("--version", "tessel " TESSEL_VERSION, "Print the version and exit");
+    program.set_help_flag("-h,--help", "Print this help and exit");
+    program.add_flag("-v,--verbose", options.Verbose, "Show the library's log on standard error");
+    program.add_flag("-q,--quiet", options.Quiet, "No progress and no notes; warnings and errors remain");
+    program
+        .add_option("--ini", options.IniPath,
+                    "Settings file for the library, instead of the program's own settings")
+        ->type_name("FILE");
+    program.require_subcommand(1);
+    program.fallthrough();
+    program.footer(programFooter);
+    const std::vector<Command> commands = {addInfo(program), addSimulate(program), addHistogram(program)};
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError &thrown) {
+        return answerParser(program, thrown);
+    }
+    setQuiet(options.Quiet);
+    return runCommand(commands, options);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    claimStandardOutput();
+    try {
+        return run(argc, argv);
+    } catch (const Failure &failure) {
+        error(failure.what());
+        return static_cast<int>(failure.Code);
+    } catch (const std::bad_alloc &) {
+        error("not enough memory");
+    } catch (const std::exception &unexpected) {
+        error(visibleText(unexpected.what()));
+    }
+    return static_cast<int>(Exit::Failed);
+}

@@ -1,0 +1,54 @@
+// What the commands' options share.
+#include "commands.h"
+#include "exit_codes.h"
+#include "units.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace Tessel::Cli {
+
+namespace {
+
+template <class Result>
+Result converted(const char *option, const std::function<Result()> &convert)
+{
+    try {
+        return convert();
+    } catch (const UnitError &unreadable) {
+        throw Failure(Exit::Usage, fmt::format("{} {}", option, unreadable.what()));
+    }
+}
+
+} // namespace
+
+void addResultOptions(CLI::App &command, ResultOptions &options)
+{
+    command
+        .add_option("-o,--output", options.File, "Write the result to FILE instead of standard output ('-')")
+        ->type_name("FILE");
+    command.add_flag("--json", options.Json, "Write one JSON object instead of CSV");
+    command
+        .add_option(
+            "--plot", options.PlotFile,
+            "Draw the result into a .png or .svg file (needs gnuplot); without -o or --json nothing else "
+            "is written")
+        ->type_name("FILE");
+}
+
+bool wantsText(const ResultOptions &options)
+{
+    return options.PlotFile.empty() || options.Json || !options.File.empty();
+}
+
+double optionValue(const char *option, const std::function<double()> &convert)
+{
+    return converted(option, convert);
+}
+
+std::vector<double> optionValues(const char *option, const std::function<std::vector<double>()> &convert)
+{
+    return converted(option, convert);
+}
+
+} // namespace Tessel::Cli

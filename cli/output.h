@@ -1,0 +1,34 @@
+// Results as text: CSV with a commented header, or one JSON object; to standard output or into a file.
+#pragma once
+
+#include <boost/json/object.hpp>
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace Tessel::Cli {
+
+// One column of a table. The values are the caller's.
+struct Column
+{
+    std::string Name;
+    std::variant<std::span<const uint32_t>, std::span<const uint64_t>, std::span<const double>> Values;
+};
+
+// `notes` become comment lines; all columns have the same length.
+std::string csvText(const std::vector<std::string> &notes, std::span<const Column> columns);
+
+boost::json::array jsonArray(const Column &column);
+
+// With a line feed at its end.
+std::string jsonText(const boost::json::object &object);
+
+// `target` empty or "-": standard output. A file is written under another name first and renamed, so that it is
+// either complete or not there. Throws Failure.
+void writeResult(const std::string &target, std::string_view text);
+
+} // namespace Tessel::Cli

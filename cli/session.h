@@ -1,0 +1,69 @@
+// The library from start to end, a recorded file opened as a device, and a run on it: what every command that
+// computes something from a recording shares.
+#pragma once
+
+#include <boost/json/object.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace Tessel::Cli {
+
+struct HostOptions
+{
+    bool Verbose = false;
+    bool Quiet = false;
+    std::string IniPath; // empty: settings of the program's own
+};
+
+// initAPI at its start, exitAPI at its end. One at a time.
+struct Session
+{
+    explicit Session(const HostOptions &options);
+    ~Session();
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+};
+
+struct Recording
+{
+    std::string Path;
+    boost::json::object Header;      // as tessel_getFileTags tells it
+    boost::json::object Config;      // as getDeviceConfig tells it
+    boost::json::object Description; // as getMeasDescription told it when the file was opened
+    std::string Id;
+    int64_t MeasMode = 0;       // 2 T2, 3 T3
+    uint64_t NumRecords = 0;    // in the file
+    int64_t ClaimedRecords = 0; // by its header; -1: it doesn't tell
+    int64_t NumRows = 0;        // of a result: sync and inputs
+};
+
+// Opens the file as the current device. Throws Failure NoDevice if it can't be one.
+Recording openRecording(const std::string &path);
+
+// Of the current device, now.
+boost::json::object deviceConfig();
+boost::json::object runDescription();
+
+struct Outcome
+{
+    std::string StopReason;
+    uint64_t NumRead = 0; // records
+    double Seconds = 0;
+    int Signal = 0; // that stopped the run; 0: none
+};
+
+// Calls `start` with the finished byte, then waits for it, shows the progress, and stops the run on Ctrl-C (a
+// second one ends the program at once).
+Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start);
+
+// Tells on standard error what was lost, and gives the program's exit code.
+int reportOutcome(const Recording &recording, const Outcome &outcome);
+
+boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome);
+
+// "Sync", "Channel 1": the name of a row of a result.
+std::string rowName(const Recording &recording, int64_t row);
+
+} // namespace Tessel::Cli

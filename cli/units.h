@@ -1,0 +1,32 @@
+// Quantities as people write them: "2.5ns", "80MHz", "100kcps". A bare number is in the unit that the option
+// documents. Inside the program times are picoseconds and rates are per second.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Tessel::Cli {
+
+struct UnitError : std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+};
+
+// `bareUnit`: the unit of a number without one. Negative numbers are refused. Throws UnitError, whose text
+// names the character at which the reading failed (from 1).
+double parseTimePs(std::string_view text, std::string_view bareUnit);
+double parseRateHz(std::string_view text, std::string_view bareUnit);
+
+// The same, with commas between: "1ns,2.5ns".
+std::vector<double> parseTimesPs(std::string_view text, std::string_view bareUnit);
+std::vector<double> parseRatesHz(std::string_view text, std::string_view bareUnit);
+
+// A value with the unit that keeps it between 1 and 1000, in at most four significant digits.
+std::string timeText(double ps);
+std::string rateText(double hz);
+std::string countText(double count); // "12.3 M"
+std::string byteText(double bytes);
+
+} // namespace Tessel::Cli
