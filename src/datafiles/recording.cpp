@@ -178,6 +178,7 @@ void Recording::setRates(size_t firstEntry)
 bool Recording::write(std::span<const uint32_t> words)
 {
     if (!file || failed) return false;
+    if (words.empty()) return true;
     accepted += words.size();
     if (std::fwrite(words.data(), sizeof(uint32_t), words.size(), file) == words.size()) return true;
     failed = true;

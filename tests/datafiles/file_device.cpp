@@ -485,20 +485,28 @@ TEST(FileDevice, EveryPrefixAndEveryFlippedByte)
     TgxFile file = TgxFile::t3(2).tag("File_Comment", "c").wide("AnaChName", u"wide", 0);
     file.raw("ChkHistogram", -1, Type::BinaryBlob, 3, "abc").tag("HW_Markers", 4).tag("HWInpChan_Name", "n", 1);
     const std::string whole = file.bytes();
-    std::string path = folder.file("f.tgx");
-    auto openAll = [&](const std::string &bytes) {
-        std::ofstream(path, std::ios::binary) << bytes;
+    std::string path = file.write(folder.file("f.tgx"));
+    auto openIt = [&] {
         auto opened = openPath(path);
         EXPECT_TRUE(opened->good);
-        EXPECT_LE(opened->device.DataStart, bytes.size());
+        EXPECT_LE(opened->device.DataStart, whole.size());
         EXPECT_LE(opened->device.ChansCfg.size(), 4096u);
     };
     LogCapture log;
-    for (size_t size = 0; size <= whole.size(); ++size) openAll(whole.substr(0, size));
-    for (size_t at = 0; at < whole.size(); ++at)
+    std::fstream stream(path, std::ios::binary | std::ios::in | std::ios::out);
+    auto put = [&](size_t at, int byte) {
+        stream.seekp(static_cast<std::streamoff>(at));
+        stream.put(static_cast<char>(byte)).flush();
+    };
+    for (size_t at = 0; at < whole.size(); ++at) {
         for (int flip : {0xFF, 0x80, 0x01, 0x20}) {
-            std::string bytes = whole;
-            bytes[at] = static_cast<char>(bytes[at] ^ flip);
-            openAll(bytes);
+            put(at, whole[at] ^ flip);
+            openIt();
         }
+        put(at, whole[at]);
+    }
+    for (size_t size = whole.size(); size-- > 0;) {
+        std::filesystem::resize_file(path, size);
+        openIt();
+    }
 }

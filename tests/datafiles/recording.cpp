@@ -7,8 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <csignal>
+#include <cstring>
 #include <fstream>
 #include <limits>
 #include <sys/resource.h>
