@@ -3,6 +3,7 @@
 #include "devices/thread_name.h"
 #include "log/log.h"
 #include "measurements/clear.h"
+#include "measurements/results.h"
 
 #include <chrono>
 #include <thread>
@@ -18,15 +19,13 @@ int64_t monotonicNs()
 
 namespace {
 
-// False: there is nothing new. Histograms need no copy, their array is live.
-bool takeNewData(MeasContext &context, const Run &run)
+// False: there is nothing new.
+bool takeNewData(RunRef &run)
 {
-    if (!context.NewData || !context.Measuring) return false;
-    switch (run.Request.Kind) {
-    case MeasKind::Histogram: break;
-    default: return false;
-    }
+    MeasContext &context = run.context();
+    if (!context.NewData || !context.Measuring || !hasResult(run.run->Request.Kind)) return false;
     std::scoped_lock lock(context.ManisLock, library().ResultLock);
+    giveOutResult(run);
     return context.NewData.exchange(false);
 }
 
@@ -41,7 +40,7 @@ void waitForHost(MeasContext &context)
 void newDataStep(RunRef &run)
 {
     MeasContext &context = run.context();
-    if (!takeNewData(context, *run.run)) {
+    if (!takeNewData(run)) {
         std::this_thread::sleep_for(10ms);
         return;
     }

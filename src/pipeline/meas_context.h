@@ -8,6 +8,7 @@
 #include "datafiles/custom_tag.h"
 #include "devices/meas_description.h"
 #include "manipulators/manipulator.h"
+#include "measurements/params.h"
 #include "pipeline/event_store.h"
 #include "pipeline/gate.h"
 
@@ -46,7 +47,18 @@ struct RunRequest
     uint32_t *RawBlock = nullptr;
     uint64_t RawCapacity = 0;     // words that RawBlock takes; 0: no block
     uint64_t *RawCount = nullptr; // null: counted in the run
+
+    uint64_t *UnfoldTimes = nullptr;
+    uint8_t *UnfoldChannels = nullptr;
+    uint64_t UnfoldCapacity = 0;     // events that the block takes
+    uint64_t *UnfoldCount = nullptr; // null: counted in the run
+
+    uint64_t *TraceFirstBin = nullptr; // absolute number of the trace's first bin
+    double *CorrResult = nullptr;      // y values of a correlation
 };
+
+struct TimeTraceWork;
+struct CorrelationWork;
 
 // Shared by the threads of the run and by the MeasContext, which keeps the last run for its result.
 struct Run
@@ -59,7 +71,7 @@ struct Run
     uint32_t *HistoData = nullptr;    // the caller's, or MovedHisto
     uint64_t HistoSize = 0;           // elements of HistoData
     std::vector<uint32_t> MovedHisto; // where a stage added during the run moved the result to
-    uint64_t LastRefTime = 0;         // ps; 0: no reference event seen
+    uint64_t LastRefTime = 0;         // ps, of the last reference event; 0: none seen
 
     std::atomic<int64_t> LastPublish{0}; // ns, monotonic
 
@@ -69,6 +81,12 @@ struct Run
     PageArray<uint32_t> ProcessBuffer; // ProcessThread's
     uint64_t OverflowBase = 0;         // ProcessThread's
     uint32_t InvalidRecordCount = 0;   // ProcessThread's
+
+    std::shared_ptr<TimeTraceWork> TimeTrace;     // guarded by ManisLock
+    std::shared_ptr<CorrelationWork> Correlation; // guarded by ManisLock
+
+    uint64_t UnfoldCountInternal = 0; // guarded by ManisLock
+    uint64_t &unfoldCount() { return Request.UnfoldCount ? *Request.UnfoldCount : UnfoldCountInternal; }
 
     uint64_t RawCountInternal = 0; // guarded by RawLock
     uint64_t &rawCount() { return Request.RawCount ? *Request.RawCount : RawCountInternal; }
@@ -89,13 +107,6 @@ struct Run
     std::mutex OverLock;
     std::condition_variable OverSignal;
     bool Over = false; // guarded by OverLock; the run's last act
-};
-
-// Parameters of the measurements. Written on the host's thread between runs.
-struct HistogramParams
-{
-    uint64_t HistoBinWidth = 1; // ps, T2
-    uint8_t HistoRefChan = 0;   // ChannelCode, T2
 };
 
 struct MeasContext
@@ -132,6 +143,9 @@ struct MeasContext
     std::vector<CustomTag> CustomTags; // the host's thread
 
     HistogramParams Histogram;
+    Histo2dParams Histo2d;
+    TimeTraceParams TimeTrace;
+    CorrelationParams Correlation;
 
     std::mutex RunLock;              // guards CurrentRun
     std::shared_ptr<Run> CurrentRun; // the live run, or the last one

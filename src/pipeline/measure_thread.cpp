@@ -9,6 +9,7 @@
 #include "manipulators/store.h"
 #include "measurements/frame.h"
 #include "measurements/publish.h"
+#include "measurements/results.h"
 #include "measurements/threads.h"
 #include "pipeline/process_thread.h"
 #include "pipeline/run_limits.h"
@@ -64,40 +65,12 @@ bool refuse(const Device &device, const char *what)
     return false;
 }
 
-// False: the device or the measurement divides by a number that is 0.
-bool checkDivisors(const RunRef &ref)
-{
-    const Device &device = ref.device();
-    bool isHistogram = ref.run->Request.Kind == MeasKind::Histogram;
-    if (device.SyncPeriodPs < 1)
-        return refuse(device, "A sync period or base resolution of 0 ps, can't measure!");
-    if (device.MeasMode == MeasMode::T3 && !(device.Resolution >= 1))
-        return refuse(device, "A resolution of 0 ps, can't measure!");
-    if (device.MeasMode == MeasMode::T2 && isHistogram && ref.context().Histogram.HistoBinWidth == 0)
-        return refuse(device, "A histogram bin width of 0 ps, can't measure!");
-    return true;
-}
-
 bool allocateBuffers(RunRef &ref)
 {
     Run &run = *ref.run;
     if (!run.ReadBuffer.allocate(streamRecords()) || !run.ProcessBuffer.allocate(streamRecords()) ||
         !allocateManipulators(ref.target))
         return refuse(ref.device(), "No memory for the stream buffers!");
-    return true;
-}
-
-// With ManisLock and the library's ResultLock: the caller's array is emptied and its size known.
-bool sizeResult(RunRef &ref)
-{
-    Run &run = *ref.run;
-    uint64_t rows = numAllChans(ref.device(), ref.context());
-    uint64_t columns = ref.device().NumBins;
-    if (rows != 0 && columns > std::numeric_limits<ptrdiff_t>::max() / sizeof(uint32_t) / rows)
-        return refuse(ref.device(), "The histogram has too many bins!");
-    run.HistoData = run.Request.HistoData;
-    run.HistoSize = run.HistoData ? rows * columns : 0;
-    std::fill_n(run.HistoData, run.HistoSize, 0u);
     return true;
 }
 
@@ -110,7 +83,7 @@ bool initStore(RunRef &ref)
     std::scoped_lock lock(context.ManisLock, library().ResultLock);
     context.Description.NumRecs = 0; // what else a recorded file tells of its run stays
     context.Description.AcqTime = ref.run->AcqTimeMs;
-    return ref.run->Request.Kind != MeasKind::Histogram || sizeResult(ref);
+    return sizeResult(ref);
 }
 
 // A thread of the run that fails takes the run with it, and nothing else.
@@ -177,7 +150,7 @@ bool setUp(RunRef &ref)
     decideMeasControl(ref);
     readCountRates(device, context);
     if (isFile(device)) openFileInput(device, *ref.run); // where it fails the first read tells
-    if (!checkDivisors(ref)) return false;
+    if (!checkParams(ref)) return false;
     if (isStreamRun && !allocateBuffers(ref)) return false;
     addManisStore(ref.target, *ref.run, [&ref](std::shared_ptr<Manipulator> record) {
         ref.run->CopyStore = startThread(ref, "CopyStoreThread", ref.run->CopyStoreDone,
