@@ -112,6 +112,7 @@ void addFloatArrayTag(CustomTags &tags, std::string_view name, std::span<const d
 
 void addBBTag(CustomTags &tags, std::string_view name, const uint8_t *bytes, uint64_t count, uint32_t idx)
 {
+    if (!bytes) count = 0;
     std::vector<uint64_t> words(count);
     if (count != 0) std::memcpy(words.data(), bytes, count * sizeof(uint64_t));
     CustomTag &tag = addTag(tags, TagType::BinaryBlob, name, idx);

@@ -365,8 +365,8 @@ void startDescription(MeasDescription &description)
 
 bool readTgxFile(std::string_view path, Device &device, MeasContext &context)
 {
-    if (LogLevel.DataFile) logDeb(LogCategory::Progress, "OpenTGXFile {}", visible(path));
     std::string normal = normalPath(path);
+    if (LogLevel.DataFile) logDeb(LogCategory::Progress, "OpenTGXFile {}", visible(normal));
     std::optional<FileHead> head = readHead(normal, headerImageLimit);
     if (!head) return false;
     if (LogLevel.DataFile)

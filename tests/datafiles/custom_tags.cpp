@@ -54,7 +54,7 @@ TEST(CustomTags, BytesAndTrace)
         {[](CustomTags &tags) { addBBTag(tags, "x", blob, 3, 2); },
          tagBytes("x", 2, Type::BinaryBlob, 3, "\x01\x02\x03"),
          "addCustomTag: x MV_TAGTYPE_BINARYBLOB 578437695752307201.. 2"},
-        {[](CustomTags &tags) { addBBTag(tags, "x", nullptr, 0, 2); }, tagBytes("x", 2, Type::BinaryBlob, 0),
+        {[](CustomTags &tags) { addBBTag(tags, "x", nullptr, 5, 2); }, tagBytes("x", 2, Type::BinaryBlob, 0),
          "addCustomTag: x MV_TAGTYPE_BINARYBLOB 0.. 2"},
         {[](CustomTags &tags) { addEmptyTag(tags, longName, 0); },
          tagBytes(longName.substr(0, 31), 0, Type::Empty8, 0), "MV_TAGTYPE_EMPTY8 0 0"},

@@ -322,7 +322,7 @@ TEST(FileDevice, DeviceAndTrace)
     EXPECT_EQ(device.ID, "1000001@b.tgx");
     EXPECT_TRUE(device.IsConfigured);
     EXPECT_FALSE(device.IsOpen);
-    EXPECT_EQ(log.count("DEB OpenTGXFile " + path), 1u);
+    EXPECT_EQ(log.count("DEB OpenTGXFile " + normal), 1u);
     EXPECT_EQ(log.count("INF Preamble: MVTTTR v1.0.0.0"), 1u);
     EXPECT_EQ(log.count("ERR File: TTResultFormat_TTTRRecType 00010303 unsupported record type!"), 1u);
     EXPECT_EQ(
