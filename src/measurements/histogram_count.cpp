@@ -1,0 +1,125 @@
+// The plain loops of the histogram, and counting of T2 events. No lock and no thread.
+//
+// Which events count is as random as the light that they come from, so counting doesn't branch on it. It notes
+// the element of each event of a block, moves on only past those that count, and then counts the noted
+// elements.
+#include "measurements/histogram_count.h"
+
+#include "pipeline/event_store.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+
+namespace Tessel {
+
+namespace {
+
+constexpr uint64_t BlockEvents = 512; // their elements stay in the first-level cache
+constexpr uint64_t NoChannel = 256;
+constexpr uint64_t DtimeMask = 0x7FFF;
+
+bool isCounted(uint8_t channel, uint64_t rows)
+{
+    return (channel & ChannelCode::Special) == 0 && channel < rows;
+}
+
+__extension__ using Wide = unsigned __int128;
+
+// The largest distance from the reference that still has a bin. False if no distance has one.
+bool lastDistance(const T2Counting &counting, uint64_t &last)
+{
+    const Wide span = Wide{counting.NumBins} * counting.BinWidth;
+    last = static_cast<uint64_t>(std::min<Wide>(span - 1, UINT64_MAX));
+    return span != 0;
+}
+
+struct ShiftDivision
+{
+    int Shift;
+    uint64_t operator()(uint64_t distance) const { return distance >> Shift; }
+};
+
+// distance / width for a width w that is no power of 2 and distances below 2^63. With s = floor(log2 w) and
+// k = 64 + s, Factor = floor(2^k / w) + 1 is below 2^64 and e = Factor * w - 2^k is at most w, so below
+// 2^(s+1). Hence distance * Factor / 2^k is too large by distance * e / (w * 2^k) < 1 / w, too little to reach
+// the next bin.
+struct ReciprocalDivision
+{
+    int Shift;
+    uint64_t Factor;
+
+    explicit ReciprocalDivision(uint64_t width)
+        : Shift(std::bit_width(width) - 1), Factor(static_cast<uint64_t>((Wide{1} << (64 + Shift)) / width) + 1)
+    {
+    }
+    uint64_t operator()(uint64_t distance) const
+    {
+        return static_cast<uint64_t>(Wide{distance} * Factor >> 64) >> Shift;
+    }
+};
+
+template <class Division>
+void countT2With(const Division division, const uint64_t *times, const uint8_t *channels, uint64_t count,
+                 uint32_t *histo, const T2Counting &counting, uint64_t last)
+{
+    const uint64_t rows = std::min<uint64_t>(counting.Rows, ChannelCode::Special); // as isCounted says
+    const uint64_t refChan = counting.RefChan < rows ? counting.RefChan : NoChannel;
+    const uint64_t numBins = counting.NumBins;
+    uint64_t lastRefTime = counting.LastRefTime;
+    std::array<uint64_t, BlockEvents> elements;
+    for (; count != 0; times += BlockEvents, channels += BlockEvents) {
+        const uint64_t events = std::min(BlockEvents, count);
+        uint64_t found = 0;
+        for (uint64_t i = 0; i < events; ++i) {
+            const uint64_t time = times[i], channel = channels[i], distance = time - lastRefTime;
+            elements[found] = numBins * channel + division(distance);
+            found += (channel < rows) & (lastRefTime != 0) & (distance <= last);
+            const uint64_t isRef = -static_cast<uint64_t>(channel == refChan); // all bits or none
+            lastRefTime = (lastRefTime & ~isRef) | (time & isRef);
+        }
+        for (uint64_t i = 0; i < found; ++i) ++histo[elements[i]];
+        count -= events;
+    }
+    counting.LastRefTime = lastRefTime;
+}
+
+} // namespace
+
+void countT2(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
+             const T2Counting &counting)
+{
+    uint64_t last = 0;
+    if (!lastDistance(counting, last) || last >> 63 != 0)
+        countT2Plain(times, channels, count, histo, counting);
+    else if (std::has_single_bit(counting.BinWidth))
+        countT2With(ShiftDivision{std::countr_zero(counting.BinWidth)}, times, channels, count, histo, counting,
+                    last);
+    else
+        countT2With(ReciprocalDivision(counting.BinWidth), times, channels, count, histo, counting, last);
+}
+
+void countT3Plain(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
+                  uint64_t numBins, uint64_t rows)
+{
+    for (uint64_t i = 0; i < count; ++i) {
+        if (!isCounted(channels[i], rows)) continue;
+        const uint64_t bin = times[i] & DtimeMask;
+        if (bin < numBins) ++histo[numBins * channels[i] + bin];
+    }
+}
+
+void countT2Plain(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
+                  const T2Counting &counting)
+{
+    for (uint64_t i = 0; i < count; ++i) {
+        if (!isCounted(channels[i], counting.Rows)) continue;
+        if (counting.LastRefTime != 0) {
+            const uint64_t bin = (times[i] - counting.LastRefTime) / counting.BinWidth;
+            if (bin < counting.NumBins) ++histo[counting.NumBins * channels[i] + bin];
+        }
+        if (channels[i] == counting.RefChan) counting.LastRefTime = times[i];
+    }
+}
+
+} // namespace Tessel
