@@ -1,0 +1,45 @@
+// Record words as an instrument with four busy inputs sends them, and events as they come out of the decoder.
+#pragma once
+
+#include "devices/enums.h"
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace Bench {
+
+inline constexpr uint32_t Inputs = 4;
+
+// `perMille` of the words are overflow records, at random places; a few are markers. T3: any dtime is as likely
+// as any other. T2: a sync in eight events, 2048 units of time from event to event.
+inline std::vector<uint32_t> wordStream(Tessel::MeasMode mode, uint64_t count, uint32_t perMille)
+{
+    constexpr uint32_t special = 1u << 31, overflow = special | 63u << 25 | 1;
+    std::mt19937 random(7);
+    const bool isT2 = mode == Tessel::MeasMode::T2;
+    std::vector<uint32_t> words(count);
+    uint32_t time = 0;
+    for (uint32_t &word : words) {
+        const uint32_t kind = random() % 1000;
+        time = (isT2 ? time + random() % 4096 : random()) & 0x1FFFFFF;
+        if (kind < perMille)
+            word = overflow;
+        else if (kind == 999)
+            word = special | (1 + random() % 4) << 25 | time;
+        else if (isT2 && random() % 8 == 0)
+            word = special | time;
+        else
+            word = random() % Inputs << 25 | time;
+    }
+    return words;
+}
+
+inline std::string caseName(const std::string &subject, uint32_t perMille, bool inMemory)
+{
+    return subject + "/overflows:" + std::to_string(perMille / 10) + "." + std::to_string(perMille % 10) +
+           "%/" + (inMemory ? "memory" : "L2");
+}
+
+} // namespace Bench
