@@ -117,15 +117,15 @@ TEST_P(LargeReplay, AccountsForEveryRecord)
         setHistoT2NumBins(nullptr, binsT2);
         setHistoT2BinWidth(nullptr, binWidthT2);
     }
-    for (int32_t i = 0; i < stages; ++i) addMMerge(nullptr, &i, 1, 1);
+    for (int32_t input = 1; input <= stages; ++input) addMMerge(nullptr, &input, 1, 1);
 
     Counts counts(static_cast<size_t>(channels + 1 + stages), source.expected().columns);
     Finished finished;
     ASSERT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
     const auto &expected = source.expected().data;
     EXPECT_TRUE(std::equal(expected.begin(), expected.end(), counts.data.begin()));
-    for (int i = 0; i < stages; ++i) // a merged channel is a copy of its one member
-        EXPECT_EQ(counts.rowSum(size_t(channels + 1 + i)), counts.rowSum(size_t(i)));
+    for (int input = 1; input <= stages; ++input) // a merged channel is a copy of its one member
+        EXPECT_EQ(counts.rowSum(size_t(channels + input)), counts.rowSum(size_t(input)));
     EXPECT_EQ(described("NumRecs"), static_cast<double>(recordCount()));
     EXPECT_EQ(host.logged("overrun"), 0u);
 }
