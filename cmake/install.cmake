@@ -1,1 +1,20 @@
 # What `cmake --install` lays down: library, header, program, find_package(Tessel) and tessel.pc.
+include(CMakePackageConfigHelpers)
+
+set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Tessel)
+
+install(TARGETS tessel EXPORT TesselTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS tessel_program RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+install(EXPORT TesselTargets NAMESPACE Tessel:: DESTINATION ${config_dir})
+file(WRITE ${PROJECT_BINARY_DIR}/TesselConfig.cmake "include(\"\${CMAKE_CURRENT_LIST_DIR}/TesselTargets.cmake\")\n")
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/TesselConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/TesselConfig.cmake ${PROJECT_BINARY_DIR}/TesselConfigVersion.cmake
+        DESTINATION ${config_dir})
+
+# The prefix is found from where tessel.pc lies, so an installed tree may be moved.
+file(RELATIVE_PATH TESSEL_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/tessel.pc.in ${PROJECT_BINARY_DIR}/tessel.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tessel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

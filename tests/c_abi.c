@@ -1,0 +1,69 @@
+/* The public header from a host in C11 and in C++17 (this file is compiled as both): types, calling
+ * convention, and a recording that is written and counted. */
+#include "tessel.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static int failures = 0;
+
+static void expect(bool fulfilled, const char *what)
+{
+    if (fulfilled) return;
+    fprintf(stderr, "not so: %s\n", what);
+    failures += 1;
+}
+
+static bool writeRecording(const char *path)
+{
+    const double rates[2] = {1000.0, 2000.0};
+    /* channel << 25 | dtime << 10 | nsync */
+    const uint32_t words[4] = {0u << 25 | 100u << 10 | 1u, 1u << 25 | 200u << 10 | 1u,
+                               1u << 25 | 200u << 10 | 2u, 1u << 31 | 63u << 25 | 1u};
+    tessel_recording_params params;
+    memset(&params, 0, sizeof params);
+    params.size = sizeof params;
+    params.measMode = 3;
+    params.family = 1;
+    params.numChannels = 2;
+    params.baseResolution = 1;
+    params.resolution = 4;
+    params.syncRate = 1e6;
+    params.acqTime = 1;
+    params.inputRates = rates;
+    tessel_recording *recording = tessel_recordingCreate(path, &params);
+    return recording && tessel_recordingWrite(recording, words, 4) && tessel_recordingClose(recording);
+}
+
+static void countRecording(const char *path)
+{
+    char text[65535];
+    snprintf(text, 8192, "%s", path);
+    expect(getFileDevice(text), "the file opens");
+    const int64_t rows = getNumAllChans(NULL);
+    expect(rows == 3, "rows are the sync and two inputs");
+    uint32_t *counts = (uint32_t *)calloc((size_t)rows * 32768, sizeof *counts);
+    uint8_t finished = 0;
+    expect(counts && getHistogram(NULL, 0, 1, 0, counts, &finished), "the run is accepted");
+    expect(finished == 1, "a waiting call returns with the finished byte set");
+    expect(counts && counts[32768 + 100] == 1 && counts[2 * 32768 + 200] == 2, "each event is in its bin");
+    expect(getMeasDescription(text) && strstr(text, "\"NumRecs\":4"), "the run read four records");
+    free(counts);
+    closeDevice(1);
+}
+
+int main(int argc, char **argv)
+{
+    static const char16_t unknown[] = u"nobody";
+    if (argc != 3) return 2;
+    initAPI(argv[2]);
+    setLogLevel(0, 0);
+    expect(stopMeasure(unknown), "an unknown id is no error");
+    expect(tessel_recordingClose(NULL), "closing nothing is accepted");
+    expect(writeRecording(argv[1]), "the recording is written");
+    countRecording(argv[1]);
+    exitAPI();
+    remove(argv[1]);
+    return failures == 0 ? 0 : 1;
+}
