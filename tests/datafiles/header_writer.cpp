@@ -277,6 +277,24 @@ TEST(HeaderWriter, ReferenceSourceThatTheFamilyRefuses)
     EXPECT_EQ(log.count("WRN Config: Initialize is not supported for RefSource 5 @77"), 1u);
 }
 
+// At first it is the base resolution, in the end the resolution.
+TEST(HeaderWriter, GlobalResolutionOfT2)
+{
+    TempFolder folder;
+    Device device;
+    MeasContext context;
+    HeaderInWork header;
+    header.Path = normalPath(folder.file("h.tgx"));
+    device.MeasMode = MeasMode::T2;
+    device.BaseResolution = 5.0;
+    device.Resolution = 10.0;
+    for (bool update : {false, true}) {
+        ASSERT_TRUE(writeHeader(header, device, context, update));
+        std::string tag = TgxFile().tag("MeasDesc_GlobalResolution", (update ? 10.0 : 5.0) * 1e-12).header();
+        EXPECT_NE(contentOf(folder.file("h.tgx")).find(tag.substr(16, 48)), std::string::npos) << update;
+    }
+}
+
 // Each leaves no header that could be read back, and `Complete` says so.
 TEST(HeaderWriter, HeadersThatFail)
 {

@@ -112,6 +112,23 @@ TEST(Recording, ComesBackAsItWasMade)
     }
 }
 
+// What stands on the disc if the host dies before the end.
+TEST(Recording, IsReadableBeforeItIsClosed)
+{
+    TempFolder folder;
+    RecordingParams params = t3Params();
+    params.InputRates = {100, 200};
+    auto recording = Recording::create(folder.file("r.tgx"), params, {});
+    Device device;
+    MeasContext context;
+    ASSERT_TRUE(readTgxFile(folder.file("r.tgx"), device, context));
+    EXPECT_EQ(context.CountRates[0], 100);
+    EXPECT_EQ(context.CountRates[1], 200);
+    EXPECT_EQ(context.Description.NumRecs, 0u);
+    EXPECT_EQ(context.Description.StopReason, StopReason::Unknown);
+    EXPECT_EQ(device.DataStart, std::filesystem::file_size(folder.file("r.tgx")));
+}
+
 TEST(Recording, ParametersOutOfRange)
 {
     const double nan = std::nan(""), inf = std::numeric_limits<double>::infinity();
