@@ -2,7 +2,7 @@
 #include "devices/primitives.h"
 #include "measurements/frame.h"
 #include "measurements/histogram_count.h"
-#include "measurements/raw_time.h"
+#include "devices/raw_time.h"
 #include "measurements/threads.h"
 
 #include <algorithm>
