@@ -9,15 +9,20 @@
 
 #include <algorithm>
 
+// This file once for each instruction set; what comes behind foreach_target.h is compiled for each.
+// clang-format off
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "measurements/histogram_count_simd.cpp"
-#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
+#include "measurements/pack_lanes-inl.h"
+// clang-format on
 
 HWY_BEFORE_NAMESPACE();
 namespace Tessel {
 namespace HWY_NAMESPACE {
+namespace {
 
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
 
@@ -61,7 +66,7 @@ HWY_INLINE size_t elementsOf(const uint64_t *times, const uint8_t *channels, con
         const auto hasBin = hn::Lt(hn::BitCast(dSigned, bin), hn::BitCast(dSigned, shape.NumBins));
         const auto counts = hn::RebindMask(d32, hn::And(hasRow, hasBin));
         const auto element = hn::Add(bin, hn::Mul(channel, shape.NumBins));
-        hn::StoreU(hn::Compress(element, counts), d32, elements + found);
+        hn::StoreU(packLanes(d32, element, counts), d32, elements + found);
         found += hn::CountTrue(d32, counts);
     }
     return found;
@@ -103,6 +108,7 @@ void countT3Target(const uint64_t *times, const uint8_t *channels, uint64_t coun
 
 #endif
 
+} // namespace
 } // namespace HWY_NAMESPACE
 } // namespace Tessel
 HWY_AFTER_NAMESPACE();

@@ -14,15 +14,20 @@
 
 #include <algorithm>
 
+// This file once for each instruction set; what comes behind foreach_target.h is compiled for each.
+// clang-format off
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "pipeline/records_simd.cpp"
-#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
+#include "measurements/pack_lanes-inl.h"
+// clang-format on
 
 HWY_BEFORE_NAMESPACE();
 namespace Tessel {
 namespace HWY_NAMESPACE {
+namespace {
 
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
 
@@ -228,9 +233,9 @@ HWY_INLINE bool hasNotable(Words32 words, const Group &group, const DecodeRules 
 HWY_INLINE size_t dropInvalid(Group &group, Words32 &before)
 {
     const auto valid = wideMask(group.Valid);
-    group.Low = hn::Compress(group.Low, valid);
-    group.Codes = hn::U8FromU32(hn::Compress(hn::PromoteTo(d32, group.Codes), valid));
-    before = hn::Compress(before, valid);
+    group.Low = packLanes(d32, group.Low, valid);
+    group.Codes = hn::U8FromU32(packLanes(d32, hn::PromoteTo(d32, group.Codes), valid));
+    before = packLanes(d32, before, valid);
     return hn::CountTrue(d32, valid);
 }
 
@@ -289,6 +294,7 @@ uint64_t decodeTarget(std::span<const uint32_t> words, const DecodeRules &rules,
 
 #endif
 
+} // namespace
 } // namespace HWY_NAMESPACE
 } // namespace Tessel
 HWY_AFTER_NAMESPACE();
