@@ -142,14 +142,107 @@ TESSEL_API bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth);
 /* Reference channel of a T2 histogram, initially 0 (sync). */
 TESSEL_API bool setHistoT2RefChan(const char16_t *id, uint8_t refChan);
 
+/* -------------------------------------------------------------------------------------- the stream itself
+ * A block is memory of the caller that a run fills with record words or decoded events. It and its count must
+ * stay valid until the finished byte is 1; after that only rawGetBlock() and ufGetBlock() touch them. A reader
+ * fetches the block with these two at any moment, also from another thread. A recorded file waits for its reader:
+ * when the block is full, the run stands still until it is fetched, and nothing is lost; a stopped run gives up
+ * after about five seconds without a reader. Live data can't wait: the block starts again with the newest. With
+ * a `capacity` of 0 or no block the run goes on without one. `acqTime`, `waitFinished`, `save` and `finished` are
+ * those of every measurement. With `waitFinished` 1 and a block that is too small for a recorded file, the call
+ * returns only when another thread fetches the block or stops the run. */
+
+/* Record words, as the instrument sends them. `block`: `capacity` words; `count`: how many of them are filled,
+ * written while the run goes on. Always true. */
+TESSEL_API bool rawMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
+                           uint32_t *block, uint64_t *count, uint64_t capacity, uint8_t *finished);
+
+/* The same for a reader that fetches: returns at once. Always true. */
+TESSEL_API bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint32_t *block,
+                              uint64_t capacity, uint8_t *finished);
+
+/* Moves what stands in the block to `words` (room for `capacity`) and its number to `count`, which stays as it
+ * is if there is nothing. Always true. */
+TESSEL_API bool rawGetBlock(const char16_t *id, uint32_t *words, uint64_t *count);
+
+/* Decoded events, behind the last stage of the chain. `times` and `channels`: `capacity` elements each;
+ * `count`: how many are filled, written while the run goes on. Times are ps in T2; in T3 sync number << 15 |
+ * dtime. Channels: 0 sync (T2), 1 to 64 inputs, above them the chain's channels, 129 to 143 markers, 255 an
+ * overflow of the time tag, whose time tells how far the stream has come. Either array may be null. Always
+ * true. */
+TESSEL_API bool ufMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
+                          uint64_t *times, uint8_t *channels, uint64_t *count, uint64_t capacity,
+                          uint8_t *finished);
+
+/* The same for a reader that fetches: returns at once. Always true. */
+TESSEL_API bool ufStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint64_t *times,
+                             uint8_t *channels, uint64_t capacity, uint8_t *finished);
+
+/* Moves the events that stand in the block to `times` and `channels` (room for `capacity` each) and their
+ * number to `count`, which stays as it is if there is nothing. Always true. */
+TESSEL_API bool ufGetBlock(const char16_t *id, uint64_t *times, uint8_t *channels, uint64_t *count);
+
+/* Runs the stream without a result, to record it (`save` 1). Always true. */
+TESSEL_API bool exportStreamMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
+                                    uint8_t *finished);
+
+/* Picks the times of one channel out of `count` events, in their order, into `result` (room for as many), and
+ * writes their number to `count`. Channels from 128 on, markers and overflows, give none. Needs no device.
+ * Always true. */
+TESSEL_API bool getTimesFromChannelUF(const uint8_t *channels, const uint64_t *times, uint64_t *result,
+                                      int32_t channel, uint64_t *count);
+
 /* ------------------------------------------------------------------------------------------- manipulators
  * Stages of the device's chain. Each sees the stream that the one before it leaves, in the order of adding,
  * and may make channels, which are numbered behind the input channels in that order. A chain stays on the
  * device from run to run. Channel numbers: 0 sync, 1 to 64 inputs, above them the chain's channels. */
 
+/* A new event on one new channel whenever each of `numChans` member channels had an event within `window` ps
+ * (rounded to whole ps; both ends count). Returns the number of the new channel; -1, with an error in the log,
+ * if the stream would have more than 255 channels, as every addM function does.
+ *   coincMode  0 sliding: every member event that finds the set within the window makes a coincidence;
+ *              1 once: a coincidence uses its events up. Another value makes none.
+ *   timeMode   the time of the new event: 0 of the earliest member, 1 of the last, 2 the mean of all. With 0
+ *              and 2 the stream is held back by the window, so that it stays in order. Another value lets
+ *              nothing through.
+ *   keep       1: the other events stay in the stream. 0: only coincidences go on with timeMode 1 or coincMode
+ *              1; sliding with timeMode 0 or 2 they don't, and of the members those that leave the window on
+ *              an event of another channel.
+ * With timeMode 2 a coincidence needs a pending event behind its place, or it is lost. In T3 the sync counts as
+ * a member if it is the first one listed: every event tells of its sync. */
+TESSEL_API int32_t addMCoincidence(const char16_t *id, const int32_t *chans, int32_t numChans, double window,
+                                   uint32_t coincMode, uint32_t timeMode, uint8_t keep);
+
 /* Copies the events of `numChans` channels onto one new channel. `keep` 1: the rest of the stream stays;
  * 0: only the merged channels and their copies go on. Returns the number of the new channel. */
 TESSEL_API int32_t addMMerge(const char16_t *id, const int32_t *chans, int32_t numChans, uint8_t keep);
+
+/* Shifts the events of one channel by `delay` ps (rounded, and held within +-2147483647 ps). `keep` 1: the
+ * channel stays as it is and the delayed events come on a new one; 0: the delayed events come on the channel
+ * itself, and the new channel stays empty. A delayed event comes out with the first event that isn't earlier;
+ * what is held at the end of a run is lost. `id` is ignored: it works on the current device. Returns the number
+ * of the new channel. */
+TESSEL_API int32_t addMDelay(const char16_t *id, uint8_t chan, double delay, int8_t keep);
+
+/* Gates `numGated` channels by the events of the channel `herald`: inside is what comes at least `delay` and at
+ * most `delay` + `window` ps behind the last of these. `inverted` 1 lets through what is outside. `keep` 1: all
+ * events stay and those that pass are copied to a new channel for each gated one; 0: the others are dropped. In
+ * T3 a herald 0 means the sync. Returns the number of the first new channel, with `keep` 0 the first gated
+ * channel. */
+TESSEL_API int32_t addMHerald(const char16_t *id, uint8_t herald, const int32_t *gated, int32_t numGated,
+                              int32_t delay, int32_t window, uint8_t inverted, uint8_t keep);
+
+/* Counts the events of every channel, for getMCountRates(); the stream stays as it is. `window`: ps, at most
+ * 2147483647, the least time over which a rate is taken. Returns the index of the stage. */
+TESSEL_API int32_t addMCountRate(const char16_t *id, double window);
+
+/* Rates of a count rate stage at `index`, in counts per second. `rates`: getNumAllChans() elements; 0 for a
+ * channel that comes later in the chain. In T3 rates[0] is the sync rate. False: there is no such stage (one of
+ * another kind is an error in the log), or it has not seen a run. */
+TESSEL_API bool getMCountRates(const char16_t *id, int32_t index, uint32_t *rates);
+
+/* Lets only events pass whose time since the start of the run is from `from` to `to` ps, both inside. */
+TESSEL_API void addMSubStream(const char16_t *id, uint64_t from, uint64_t to);
 
 /* Ends the stage at `index` (position in the chain, from 0). Its record stays, so that the numbers of later
  * stages don't change; a chain with an ended stage can't run: clearManis() removes all. */

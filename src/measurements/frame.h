@@ -75,8 +75,8 @@ void runMeasurement(RunRef &run, Measurement &measurement)
     MeasContext &context = run.context();
     EventStore batch;
     if (!batch.allocate(streamRecords())) throw std::bad_alloc();
-    measurement.prepare(run);
     setHighWater(context, streamRecords() / 2);
+    measurement.prepare(run); // may set another mark
     nameThread(run.device());
     if (!waitMeasuring(context)) return;
 

@@ -2,6 +2,7 @@
 
 #include "log/log.h"
 #include "manipulators/chain.h"
+#include "settings/system_ini.h"
 
 #include <algorithm>
 #include <limits>
@@ -43,6 +44,8 @@ bool sizeResult(RunRef &run)
     switch (run.run->Request.Kind) {
     case MeasKind::Histogram:
         return sizeCounts(run, numAllChans(run.device(), run.context()), run.device().NumBins);
+    case MeasKind::ImportSource:
+        return run.run->ImportBlock.allocate(streamRecords()) || refuse(run, "No memory for the import block!");
     default: return true;
     }
 }

@@ -6,5 +6,6 @@
 namespace Tessel {
 
 void HistoThread(RunRef run);
+void UnfoldThread(RunRef run);
 
 } // namespace Tessel

@@ -108,6 +108,10 @@ void startConsumers(RunRef &ref)
     case MeasKind::Histogram:
         run.Measurement = startThread(ref, "HistoThread", run.MeasurementDone, HistoThread);
         break;
+    case MeasKind::Unfold:
+    case MeasKind::ImportSource:
+        run.Measurement = startThread(ref, "UnfoldThread", run.MeasurementDone, UnfoldThread);
+        break;
     default: run.MeasurementDone = true; break;
     }
     run.Process = startThread(ref, "ProcessThread", run.ProcessDone, ProcessThread);

@@ -81,7 +81,9 @@ private:
     void deliverRaw()
     {
         if (run.Request.Kind != MeasKind::Raw) return;
-        rawDone += appendToRawBlock(ref, {run.ProcessBuffer.get() + rawDone, pending - rawDone});
+        uint64_t done = appendToRawBlock(ref, {run.ProcessBuffer.get() + rawDone, pending - rawDone});
+        rawDone += done;
+        if (done > 0) ++run.Taken;
         hold = rawDone < pending;
     }
 

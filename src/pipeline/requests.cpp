@@ -45,7 +45,9 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     std::lock_guard oneStart(context.StartLock);
     auto run = std::make_shared<Run>(request);
     writeFinished(*run, 0);
-    if (!endRun(target)) { // the run that can't be stopped keeps the record
+    bool free = endRun(target);
+    run->rawCount() = run->unfoldCount() = 0; // after the run before it, which may have counted there
+    if (!free) {                              // the run that can't be stopped keeps the record
         refuseRun(*run);
         return run;
     }

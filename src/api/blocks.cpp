@@ -1,0 +1,125 @@
+// The stream itself, as record words or as decoded events.
+#include "api/exports.h"
+#include "measurements/unfold.h"
+#include "pipeline/raw_block.h"
+#include "pipeline/requests.h"
+
+using namespace Tessel;
+
+bool rawMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint32_t *block,
+                uint64_t *count, uint64_t capacity, uint8_t *finished)
+{
+    return guarded("rawMeasure", true, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API rawMeasure {} {} @{}", acqTime, waitFinished, target.device->ID);
+        startMeasurement(target, {.Kind = MeasKind::Raw,
+                                  .AcqTimeMs = acqTime,
+                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
+                                  .SaveToFile = save != 0,
+                                  .FinishedFlag = finished,
+                                  .RawBlock = block,
+                                  .RawCapacity = capacity,
+                                  .RawCount = count});
+        return true;
+    });
+}
+
+bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint32_t *block, uint64_t capacity,
+                   uint8_t *finished)
+{
+    return guarded("rawStartBlock", true, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api) logInf(LogCategory::Progress, "API rawStartBlock {} @{}", acqTime, target.device->ID);
+        startMeasurement(target, {.Kind = MeasKind::Raw,
+                                  .AcqTimeMs = acqTime,
+                                  .SaveToFile = save != 0,
+                                  .FinishedFlag = finished,
+                                  .RawBlock = block,
+                                  .RawCapacity = capacity});
+        return true;
+    });
+}
+
+bool rawGetBlock(const char16_t *id, uint32_t *words, uint64_t *count)
+{
+    return guarded("rawGetBlock", true, [&] {
+        takeRawBlock(*deviceOf(id).context, words, count);
+        return true;
+    });
+}
+
+bool ufMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint64_t *times,
+               uint8_t *channels, uint64_t *count, uint64_t capacity, uint8_t *finished)
+{
+    return guarded("ufMeasure", true, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API ufMeasure start {} {} @{}", acqTime, waitFinished,
+                   target.device->ID);
+        startMeasurement(target, {.Kind = MeasKind::Unfold,
+                                  .AcqTimeMs = acqTime,
+                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
+                                  .SaveToFile = save != 0,
+                                  .FinishedFlag = finished,
+                                  .UnfoldTimes = times,
+                                  .UnfoldChannels = channels,
+                                  .UnfoldCapacity = capacity,
+                                  .UnfoldCount = count});
+        return true;
+    });
+}
+
+bool ufStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint64_t *times, uint8_t *channels,
+                  uint64_t capacity, uint8_t *finished)
+{
+    return guarded("ufStartBlock", true, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API ufStartBlock {} {} {} @{}", acqTime, save, capacity,
+                   target.device->ID);
+        startMeasurement(target, {.Kind = MeasKind::Unfold,
+                                  .AcqTimeMs = acqTime,
+                                  .SaveToFile = save != 0,
+                                  .FinishedFlag = finished,
+                                  .UnfoldTimes = times,
+                                  .UnfoldChannels = channels,
+                                  .UnfoldCapacity = capacity});
+        return true;
+    });
+}
+
+bool ufGetBlock(const char16_t *id, uint64_t *times, uint8_t *channels, uint64_t *count)
+{
+    return guarded("ufGetBlock", true, [&] {
+        takeUnfoldBlock(*deviceOf(id).context, times, channels, count);
+        return true;
+    });
+}
+
+bool exportStreamMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
+                         uint8_t *finished)
+{
+    return guarded("exportStreamMeasure", true, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API exportStreamMeasure {} {} @{}", acqTime, waitFinished,
+                   target.device->ID);
+        startMeasurement(target, {.Kind = MeasKind::Raw,
+                                  .AcqTimeMs = acqTime,
+                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
+                                  .SaveToFile = save != 0,
+                                  .FinishedFlag = finished});
+        return true;
+    });
+}
+
+bool getTimesFromChannelUF(const uint8_t *channels, const uint64_t *times, uint64_t *result, int32_t channel,
+                           uint64_t *count)
+{
+    return guarded("getTimesFromChannelUF", true, [&] {
+        if (!channels || !times || !count) return true;
+        *count = timesOfChannel(channels, times, *count, channel, result);
+        return true;
+    });
+}
