@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace Tessel::Cli {
@@ -17,7 +18,7 @@ constexpr int barCells = 24;
 
 std::string bar(double fraction)
 {
-    const int full = static_cast<int>(fraction * barCells + 0.5);
+    const int full = static_cast<int>(std::lround(fraction * barCells));
     std::string text;
     for (int i = 0; i < barCells; ++i) text += i < full ? "━" : "─";
     return withColour() ? "\033[36m" + text + "\033[0m" : text;
