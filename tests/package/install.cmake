@@ -23,6 +23,17 @@ separate_arguments(flags UNIX_COMMAND "${output}")
 run(${COMPILER} ${HOST}/host.c -o ${WORK}/host ${flags} -Wl,-rpath,${STAGE}/${LIBDIR})
 run(${WORK}/host ${INI})
 
+# The example of the README, on a recording that the installed program makes.
+file(READ ${README} text)
+string(REGEX MATCH "```c\n([^`]*)```" ignored "${text}")
+file(WRITE ${WORK}/example.c "${CMAKE_MATCH_1}")
+run(${COMPILER} ${WORK}/example.c -o ${WORK}/example ${flags} -Wl,-rpath,${STAGE}/${LIBDIR})
+run(${STAGE}/bin/tessel simulate ${WORK}/decay.tgx --duration 10ms)
+run(${WORK}/example ${WORK}/decay.tgx ${INI})
+if(NOT output MATCHES "channel 0: 0\n.*channel 1: [1-9][0-9]+\n.*channel 2: [1-9][0-9]+\n")
+  message(FATAL_ERROR "the example of the README prints: ${output}")
+endif()
+
 # The installed program finds the installed library.
 run(${STAGE}/bin/tessel --version)
 if(NOT output STREQUAL "tessel ${VERSION}\n")
