@@ -162,6 +162,8 @@ Outcome replay(const Recording &recording, const std::function<void(uint8_t *fin
     const InterruptWatch watch;
     Progress progress("replay");
     Outcome outcome;
+    const auto before = recording.Description.at("NumRecs").to_number<uint64_t>();
+    bool hasBegun = false;
     start(&finished);
     while (isFinished.load(std::memory_order_acquire) == 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -170,8 +172,11 @@ Outcome replay(const Recording &recording, const std::function<void(uint8_t *fin
             stopMeasure(nullptr);
         }
         if (quiet() || !onTerminal()) continue;
+        // Until the run empties it, the description is that of the run before.
         const auto read = runDescription().at("NumRecs").to_number<uint64_t>();
-        showProgress(progress, static_cast<double>(read) / static_cast<double>(recording.NumRecords), read);
+        hasBegun = hasBegun || read != before;
+        if (hasBegun)
+            showProgress(progress, static_cast<double>(read) / static_cast<double>(recording.NumRecords), read);
     }
     outcome.Seconds = secondsSince(progress.Start);
     const boost::json::object description = runDescription();
