@@ -15,10 +15,64 @@ std::span<const int32_t> channelList(const int32_t *channels, int32_t count)
 
 } // namespace
 
+int32_t addMCoincidence(const char16_t *id, const int32_t *chans, int32_t numChans, double window,
+                        uint32_t coincMode, uint32_t timeMode, uint8_t keep)
+{
+    return guarded("addMCoincidence", -1, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API AddMCoincidence {} {} {} {} {} @{}", numChans, window, coincMode,
+                   timeMode, keep, target.device->ID);
+        return addCoincidence(target, {.Channels = channelList(chans, numChans),
+                                       .WindowPs = window,
+                                       .CoincMode = coincMode,
+                                       .TimeMode = timeMode,
+                                       .Keep = keep != 0});
+    });
+}
+
 int32_t addMMerge(const char16_t *id, const int32_t *chans, int32_t numChans, uint8_t keep)
 {
     return guarded("addMMerge", -1,
                    [&] { return addMerge(deviceOf(id), channelList(chans, numChans), keep != 0); });
+}
+
+// The id is ignored: hosts know the call as one on the current device.
+int32_t addMDelay(const char16_t *, uint8_t chan, double delay, int8_t keep)
+{
+    return guarded("addMDelay", -1, [&] { return addDelay(currentDevice(), chan, delay, keep != 0); });
+}
+
+int32_t addMHerald(const char16_t *id, uint8_t herald, const int32_t *gated, int32_t numGated, int32_t delay,
+                   int32_t window, uint8_t inverted, uint8_t keep)
+{
+    return guarded("addMHerald", -1, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API AddHerald {}: {} {} {} {} {} @{}", herald, numGated, delay,
+                   window, inverted, keep, target.device->ID);
+        return addHerald(target, {.Herald = herald,
+                                  .Gated = channelList(gated, numGated),
+                                  .DelayPs = delay,
+                                  .WindowPs = window,
+                                  .Inverted = inverted != 0,
+                                  .Keep = keep != 0});
+    });
+}
+
+int32_t addMCountRate(const char16_t *id, double window)
+{
+    return guarded("addMCountRate", -1, [&] { return addCountRate(deviceOf(id), window); });
+}
+
+bool getMCountRates(const char16_t *id, int32_t index, uint32_t *rates)
+{
+    return guarded("getMCountRates", false, [&] { return countRates(deviceOf(id), index, rates); });
+}
+
+void addMSubStream(const char16_t *id, uint64_t from, uint64_t to)
+{
+    guarded("addMSubStream", [&] { addSubStream(deviceOf(id), from, to); });
 }
 
 void deleteMani(const char16_t *id, uint32_t index)

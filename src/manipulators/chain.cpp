@@ -67,6 +67,15 @@ void runStageThread(const StageRef &stage, const std::function<void(StageRef)> &
     stage.record->ThreadGone = true;
 }
 
+uint64_t numberInName(const Device &device, const MeasContext &context, const Manipulator &record)
+{
+    switch (record.Type) {
+    case ManisType::CountRate:
+    case ManisType::SubStream: return static_cast<uint64_t>(record.Index.load() + device.NumChans + 1);
+    default: return numAllChans(device, context);
+    }
+}
+
 } // namespace
 
 bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std::string_view nameFormat,
@@ -75,7 +84,7 @@ bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std:
     Device &device = *target.device;
     auto &chain = target.context->Manis;
     record->Index = static_cast<int32_t>(chain.size());
-    record->Name = fmt::format(fmt::runtime(nameFormat), numAllChans(device, *target.context));
+    record->Name = fmt::format(fmt::runtime(nameFormat), numberInName(device, *target.context, *record));
     record->HighWater = streamRecords() / 4;
     chain.push_back(record);
     if (channelsMade(device, chain) > maxChannels) {

@@ -72,8 +72,8 @@ uint64_t numAllChans(const Device &device, const MeasContext &context);
 void rearrange(Device &device, MeasContext &context);
 
 // Appends a stage and starts its thread; every lock of the chain is held. The record has its type and
-// parameters; `nameFormat` takes the number of rows before it. False, with an error in the log, if the stream
-// would have too many channels.
+// parameters; `nameFormat` takes the number of rows before it or, where it makes no channels, of inputs, sync
+// and stages before it. False, with an error in the log, if the stream would have too many channels.
 bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std::string_view nameFormat,
               std::function<void(StageRef)> threadFunction);
 

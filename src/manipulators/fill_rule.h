@@ -11,6 +11,7 @@ struct BatchWindow // of a stage's private batch
 {
     uint64_t Cursor = 0; // first event that isn't handed on yet
     uint64_t End = 0;    // where the present piece ends
+    bool Cut = false; // the present piece found no room for all that it makes: it is gone on with, to its end
 };
 
 enum class Fill { Work, Hold, Overrun };
@@ -21,7 +22,7 @@ inline Fill fillRule(uint64_t count, uint64_t highWater, bool isFile, uint64_t b
 {
     if (count < highWater) {
         hold = false;
-        window.End = std::min(batchSize, window.Cursor + (highWater - count));
+        if (!window.Cut) window.End = std::min(batchSize, window.Cursor + (highWater - count));
     } else if (!hold && !isFile) {
         return Fill::Overrun;
     } else if (!hold) {

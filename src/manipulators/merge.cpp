@@ -1,4 +1,6 @@
 // Merge: copies the events of several channels onto one new channel.
+#include "manipulators/merge.h"
+
 #include "log/log.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
@@ -6,13 +8,6 @@
 #include <array>
 
 namespace Tessel {
-
-std::vector<uint8_t> channelBytes(std::span<const int32_t> channels)
-{
-    std::vector<uint8_t> bytes;
-    for (int32_t channel : channels) bytes.push_back(static_cast<uint8_t>(channel));
-    return bytes;
-}
 
 namespace {
 
@@ -26,10 +21,7 @@ constexpr StageWords mergeWords = {
     .StoppedAtExit = false,
 };
 
-struct MergeState
-{
-    bool Keep = false;
-};
+} // namespace
 
 void startPass(MergeState &, const StageRef &) {}
 
@@ -65,9 +57,10 @@ uint64_t work(MergeState &merge, const StageRef &stage, Piece in, EventStore &ou
 
 void afterPiece(MergeState &, const StageRef &, Piece) {}
 void clear(MergeState &) {}
-void finishPass(MergeState &, const StageRef &, EventStore *) {}
-
-} // namespace
+bool finishPass(MergeState &, const StageRef &, EventStore *)
+{
+    return true;
+}
 
 int32_t addMerge(const DeviceRef &target, std::span<const int32_t> channels, bool keep)
 {

@@ -3,12 +3,16 @@
 //
 // A kind gives its words, its state and five functions on plain arrays, without thread or lock:
 //   startPass(state, stage)               at the start of a run
-//   work(state, stage, piece, out)        under the lock of the next record; appends to `out` and returns how
-//   many
-//                                         events of the piece are done, fewer than all only where `out` is full
+//   work(state, stage, piece, out)        under the lock of the next record; appends to `out`, never past its
+//                                         capacity, and returns how many events of the piece are done: fewer
+//                                         than all only where `out` is full
 //   afterPiece(state, stage, piece)       with no lock held
 //   clear(state)                          the results were cleared
-//   finishPass(state, stage, out)         the last events of a run; `out` is null if there is no next store
+//   finishPass(state, stage, out)         the last events of a run, under the lock of the next record; `out` is
+//                                         null if there is no next store. False: `out` is full, once more
+//
+// A piece that is cut for want of room goes on with `Resumed` set, up to the end that it had: what a kind makes
+// of a piece doesn't depend on the cut.
 #pragma once
 
 #include "devices/primitives.h"
@@ -16,6 +20,7 @@
 #include "log/log.h"
 #include "manipulators/chain.h"
 #include "manipulators/fill_rule.h"
+#include "manipulators/piece.h"
 #include "settings/system_ini.h"
 
 #include <chrono>
@@ -31,14 +36,6 @@ struct StageWords
     const char *Started, *Stopped, *Exited;
     const char *Overrun;
     bool StoppedAtExit = true; // false: a thread that ends between two runs leaves StoppedFlag as it was
-};
-
-// Consecutive events of a batch.
-struct Piece
-{
-    const uint64_t *Times;
-    const uint8_t *Channels;
-    uint64_t Count;
 };
 
 inline void logStage(const char *text, const StageRef &stage)
@@ -130,14 +127,15 @@ private:
     {
         using namespace std::chrono_literals;
         bool mayHold = isFile(*stage.device);
-        Piece piece{batch.Times.get() + window.Cursor, batch.Channels.get() + window.Cursor, 0};
+        Piece piece{batch.Times.get() + window.Cursor, batch.Channels.get() + window.Cursor, 0, window.Cut};
         Fill fill = fillRule(next.Events.Count, std::min(next.HighWater, next.Events.Capacity), mayHold,
                              batch.Count, window, next.HoldFlag);
         if (fill == Fill::Work) {
             uint64_t wanted = window.End - window.Cursor;
             piece.Count = wanted;
             piece.Count = work(state, stage, piece, next.Events);
-            if (piece.Count < wanted && !mayHold) fill = Fill::Overrun;
+            window.Cut = piece.Count < wanted;
+            if (window.Cut && !mayHold) fill = Fill::Overrun;
         }
         if (fill == Fill::Overrun) {
             logWrn(LogCategory::Device, fmt::runtime(words.Overrun), record.Name, stage.device->ID);
@@ -162,11 +160,19 @@ private:
         resume = false;
     }
 
+    // The stages behind this one still take what they are given.
     void finish()
     {
-        auto next = lockNext(*stage.context, record);
-        finishPass(state, stage,
-                   next.record && next.record->Events.hasArrays() ? &next.record->Events : nullptr);
+        using namespace std::chrono_literals;
+        for (;;) {
+            {
+                auto next = lockNext(*stage.context, record);
+                bool isTaken = next.record && next.record->Events.hasArrays();
+                if (finishPass(state, stage, isTaken ? &next.record->Events : nullptr)) return;
+            }
+            if (record.ExitFlag || stage.context->AbortRequested) return;
+            std::this_thread::sleep_for(1ms);
+        }
     }
 
     const StageRef &stage;

@@ -1,0 +1,41 @@
+// The work of a Coincidence.
+#pragma once
+
+#include "manipulators/chain.h"
+#include "manipulators/event_queue.h"
+#include "manipulators/piece.h"
+
+#include <array>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace Tessel {
+
+enum class CoincMode : uint32_t { Sliding = 0, Once = 1 }; // any other: no coincidence
+enum class TimeMode : uint32_t { First = 0, Last = 1, Average = 2 };
+
+struct CoincidenceState
+{
+    uint64_t Window = 0; // ps
+    Tessel::CoincMode CoincMode = CoincMode::Sliding;
+    Tessel::TimeMode TimeMode = TimeMode::First;
+    bool Keep = false;
+
+    // Per channel, ps, of its last event in the present piece; all ones: none yet. Only members are read.
+    std::array<uint64_t, 256> LastTime{};
+    // First and Average: what is held back so that a coincidence can stand in its place in time.
+    EventQueue Pending;
+    // Every event that is held, and every last time, is at most this, less the window. Saturated.
+    int64_t QuietAfter = 0;
+    // Time and channel of what an event made and `out` had no room for.
+    std::vector<std::pair<uint64_t, uint8_t>> Ready;
+};
+
+void startPass(CoincidenceState &coincidence, const StageRef &);
+uint64_t work(CoincidenceState &coincidence, const StageRef &stage, Piece in, EventStore &out);
+void afterPiece(CoincidenceState &, const StageRef &, Piece);
+void clear(CoincidenceState &coincidence);
+bool finishPass(CoincidenceState &coincidence, const StageRef &, EventStore *out);
+
+} // namespace Tessel

@@ -1,0 +1,27 @@
+// The work of a Count rate.
+#pragma once
+
+#include "manipulators/chain.h"
+#include "manipulators/piece.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace Tessel {
+
+struct CountRateState
+{
+    uint64_t Window = 0; // ps, the least time that a rate is measured
+
+    std::vector<uint64_t> Counters; // per channel, of the present interval
+    uint64_t Start = 0;             // ps, of the interval; 0: not started
+    uint64_t FirstSync = 0;         // T3: sync number of the interval's first event
+};
+
+void startPass(CountRateState &rate, const StageRef &stage);
+uint64_t work(CountRateState &rate, const StageRef &stage, Piece in, EventStore &out);
+void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece); // takes the record's lock
+void clear(CountRateState &);
+bool finishPass(CountRateState &, const StageRef &, EventStore *);
+
+} // namespace Tessel

@@ -1,0 +1,23 @@
+// The work of a Delay.
+#pragma once
+
+#include "manipulators/chain.h"
+#include "manipulators/event_queue.h"
+#include "manipulators/piece.h"
+
+namespace Tessel {
+
+struct DelayState
+{
+    uint64_t Delay = 0; // ps; a negative one wraps
+    bool Keep = false;
+    EventQueue Held; // delayed, not yet due; in the order of arrival
+};
+
+void startPass(DelayState &delay, const StageRef &);
+uint64_t work(DelayState &delay, const StageRef &stage, Piece in, EventStore &out);
+void afterPiece(DelayState &, const StageRef &, Piece);
+void clear(DelayState &delay);
+bool finishPass(DelayState &, const StageRef &, EventStore *);
+
+} // namespace Tessel

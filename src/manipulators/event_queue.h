@@ -1,0 +1,79 @@
+// Events that a stage holds back, oldest first.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+namespace Tessel {
+
+struct HeldEvent
+{
+    uint64_t Raw; // as it stands in the stream
+    uint64_t Ps;  // the picosecond time of Raw
+    uint8_t Channel;
+};
+
+class EventQueue
+{
+public:
+    bool empty() const { return head == events.size(); }
+    uint64_t size() const { return events.size() - head; }
+    HeldEvent *begin() { return events.data() + head; }
+    HeldEvent *end() { return events.data() + events.size(); }
+    const HeldEvent &front() const { return events[head]; }
+
+    void push(const HeldEvent &event)
+    {
+        if (!empty() && event.Ps < events.back().Ps) sorted = false;
+        events.push_back(event);
+    }
+
+    // `count` events from the front are gone. Their room is won back once they are most of the memory, so that
+    // an event is moved less than once on the average.
+    void drop(uint64_t count)
+    {
+        head += count;
+        if (empty())
+            clear();
+        else if (head >= 1024 && head > events.size() / 2) {
+            events.erase(events.begin(), events.begin() + static_cast<std::ptrdiff_t>(head));
+            head = 0;
+        }
+    }
+    void clear()
+    {
+        events.clear();
+        head = 0;
+        sorted = true;
+    }
+
+    // `position` points into the queue or to its end; the shorter side moves.
+    void insert(HeldEvent *position, const HeldEvent &event)
+    {
+        if ((position != begin() && event.Ps < position[-1].Ps) ||
+            (position != end() && position->Ps < event.Ps))
+            sorted = false;
+        if (head > 0 && position - begin() < end() - position) {
+            std::move(begin(), position, begin() - 1);
+            --head;
+            position[-1] = event;
+        } else {
+            events.insert(events.begin() + (position - events.data()), event);
+        }
+    }
+
+    // The first event whose time isn't below `ps`; in a queue out of order, a place before it.
+    HeldEvent *from(uint64_t ps)
+    {
+        if (!sorted) return begin();
+        return std::partition_point(begin(), end(), [ps](const HeldEvent &event) { return event.Ps < ps; });
+    }
+
+private:
+    std::vector<HeldEvent> events;
+    uint64_t head = 0;  // of the first event that isn't gone
+    bool sorted = true; // by time
+};
+
+} // namespace Tessel

@@ -1,0 +1,28 @@
+// The work of a Herald.
+#pragma once
+
+#include "manipulators/chain.h"
+#include "manipulators/piece.h"
+
+#include <limits>
+
+namespace Tessel {
+
+struct HeraldState
+{
+    uint64_t Delay = 0, Window = 0; // ps; negative ones wrap
+    bool Inverted = false;
+    bool Keep = false;
+
+    uint64_t Last = 0; // ps, of the last herald event
+    uint64_t BeforeLast = std::numeric_limits<uint64_t>::max();
+    bool Seen = false;
+};
+
+void startPass(HeraldState &herald, const StageRef &);
+uint64_t work(HeraldState &herald, const StageRef &stage, Piece in, EventStore &out);
+void afterPiece(HeraldState &, const StageRef &, Piece);
+void clear(HeraldState &);
+bool finishPass(HeraldState &, const StageRef &, EventStore *);
+
+} // namespace Tessel
