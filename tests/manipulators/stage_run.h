@@ -1,0 +1,133 @@
+// Runs the work of a stage as its thread does, without one: pieces in, what the next stage gets out.
+#pragma once
+
+#include "manipulators/chain.h"
+#include "manipulators/piece.h"
+#include "support/reference_stages.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace TestSupport {
+
+// "1@100 2@250" in T2, "1@3:20" (sync:dtime) in T3.
+inline Events events(std::string_view text)
+{
+    Events result;
+    std::istringstream words{std::string(text)};
+    uint64_t channel = 0, time = 0, dtime = 0;
+    char at = 0;
+    while (words >> channel >> at >> time) {
+        if (words.peek() == ':') words >> at >> dtime, time = time << 15 | dtime;
+        result.push_back({time, static_cast<uint8_t>(channel)});
+    }
+    return result;
+}
+
+inline std::string show(const Events &given, bool t3 = false)
+{
+    std::ostringstream text;
+    for (const Event &event : given) {
+        text << (&event == given.data() ? "" : " ") << int{event.channel} << '@';
+        if (t3)
+            text << (event.time >> 15) << ':' << (event.time & 0x7FFF);
+        else
+            text << event.time;
+    }
+    return text.str();
+}
+
+// Empty if both are the same, else where they part.
+inline std::string difference(const Events &got, const Events &expected, bool t3)
+{
+    const auto [one, other] = std::mismatch(got.begin(), got.end(), expected.begin(), expected.end());
+    if (one == got.end() && other == expected.end()) return "";
+    const auto from = std::max<ptrdiff_t>(one - got.begin() - 3, 0);
+    const auto part = [&](const Events &given) {
+        const auto size = static_cast<ptrdiff_t>(given.size());
+        return show(Events(given.begin() + from, given.begin() + std::min(from + 8, size)), t3);
+    };
+    return "from event " + std::to_string(from) + ": " + part(got) + " instead of " + part(expected);
+}
+
+inline Tessel::StageRef stageOf(const StreamForm &form)
+{
+    Tessel::StageRef stage{std::make_shared<Tessel::Device>(), std::make_shared<Tessel::MeasContext>(),
+                           std::make_shared<Tessel::Manipulator>()};
+    stage.device->MeasMode = form.t3 ? Tessel::MeasMode::T3 : Tessel::MeasMode::T2;
+    stage.device->SyncPeriodPs = static_cast<int64_t>(form.period);
+    stage.device->Resolution = form.resolution;
+    stage.device->NumChans = 4;
+    return stage;
+}
+
+// The next stage: takes what is written whenever asked.
+class NextStage
+{
+public:
+    explicit NextStage(uint64_t capacity) { store.allocate(capacity); }
+
+    Tessel::EventStore store;
+    Events taken;
+
+    void take()
+    {
+        ASSERT_LE(store.Count, store.Capacity);
+        for (uint64_t i = 0; i < store.Count; ++i) taken.push_back({store.Times[i], store.Channels[i]});
+        store.Count = 0;
+    }
+};
+
+// One piece. Where the room runs out in its midst, the next stage takes `takes` events and it goes on.
+template <class State>
+void workPiece(State &state, const Tessel::StageRef &stage, const Events &in, NextStage &next)
+{
+    std::vector<uint64_t> times;
+    std::vector<uint8_t> channels;
+    for (const Event &event : in) {
+        times.push_back(event.time);
+        channels.push_back(event.channel);
+    }
+    uint64_t done = 0;
+    for (size_t turns = 0; done < times.size(); ++turns) {
+        ASSERT_LT(turns, 20 * times.size() + 1000) << "the stage doesn't get on";
+        const Tessel::Piece rest{times.data() + done, channels.data() + done, times.size() - done, turns > 0};
+        const uint64_t now = work(state, stage, rest, next.store);
+        ASSERT_LE(now, rest.Count);
+        if (now < rest.Count) {
+            ASSERT_GT(next.store.Count, 0u) << "cut without need";
+        }
+        if (now > 0) afterPiece(state, stage, {rest.Times, rest.Channels, now});
+        done += now;
+        next.take();
+    }
+}
+
+// A whole pass, `pieces` one after another.
+template <class State>
+Events workPass(State &state, const Tessel::StageRef &stage, const std::vector<Events> &pieces,
+                uint64_t capacity)
+{
+    NextStage next(capacity);
+    startPass(state, stage);
+    for (const Events &piece : pieces) workPiece(state, stage, piece, next);
+    for (int turns = 0; !finishPass(state, stage, &next.store) && turns < 100000; ++turns) next.take();
+    next.take();
+    return next.taken;
+}
+
+inline Events reference(ReferenceStage stage, const StreamForm &form, const std::vector<Events> &pieces)
+{
+    Events out;
+    for (size_t i = 0; i < pieces.size(); ++i)
+        for (const Event &event : passPiece(stage, form, pieces[i], i + 1 == pieces.size()))
+            out.push_back(event);
+    return out;
+}
+
+} // namespace TestSupport

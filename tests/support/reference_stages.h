@@ -1,0 +1,140 @@
+// What the stages of a chain make of a stream, event by event in the plainest form and written apart from the
+// library. A stage keeps its state from piece to piece of a run.
+#pragma once
+
+#include "support/reference.h"
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace TestSupport {
+
+// How a stored time becomes picoseconds and back.
+struct StreamForm
+{
+    bool t3 = false;
+    uint64_t period = 1;     // ps
+    double resolution = 1.0; // ps
+
+    uint64_t ps(uint64_t raw) const;
+    uint64_t raw(uint64_t ps) const;
+};
+
+struct EventView
+{
+    const uint64_t *times;
+    const uint8_t *channels;
+    uint64_t count;
+};
+
+// Has room for whatever is appended.
+struct EventSink
+{
+    uint64_t *times;
+    uint8_t *channels;
+    uint64_t count = 0;
+
+    void append(uint8_t channel, uint64_t time)
+    {
+        times[count] = time;
+        channels[count] = channel;
+        ++count;
+    }
+};
+
+struct ReferenceMerge
+{
+    std::vector<uint8_t> members;
+    uint8_t output;
+    bool keep;
+
+    void piece(const StreamForm &form, EventView in, EventSink &out);
+    void finish(EventSink &) {}
+};
+
+struct ReferenceCoincidence
+{
+    std::vector<uint8_t> members;
+    uint8_t output;
+    uint64_t window;
+    uint32_t coincMode, timeMode;
+    bool keep;
+
+    std::vector<uint8_t> pendingChans{};
+    std::vector<uint64_t> pendingTimes{};
+    std::array<uint64_t, 256> lastTime{};
+
+    void piece(const StreamForm &form, EventView in, EventSink &out);
+    void finish(EventSink &out);
+
+private:
+    void sliding(const StreamForm &form, uint64_t time, uint64_t min, EventSink &out);
+    void once(const StreamForm &form, uint64_t time, uint64_t min, EventSink &out);
+    uint64_t average(uint64_t min) const;
+};
+
+struct ReferenceDelay
+{
+    uint8_t input, output; // without keep, output is not used
+    uint64_t delay;
+    bool keep;
+
+    std::deque<uint8_t> channels{};
+    std::deque<uint64_t> times{};
+
+    void piece(const StreamForm &form, EventView in, EventSink &out);
+    void finish(EventSink &) {}
+};
+
+struct ReferenceHerald
+{
+    uint8_t herald;
+    std::vector<uint8_t> gated, outputs;
+    uint64_t delay, window;
+    bool inverted, keep;
+
+    uint64_t last = 0, previous = ~uint64_t{0};
+    bool seen = false;
+
+    void piece(const StreamForm &form, EventView in, EventSink &out);
+    void finish(EventSink &) {}
+
+private:
+    bool inside(uint64_t ps, uint64_t reference) const
+    {
+        return !(ps < delay + reference) && !(ps > delay + window + reference) && seen;
+    }
+};
+
+struct ReferenceSubStream
+{
+    uint64_t from, to;
+
+    void piece(const StreamForm &form, EventView in, EventSink &out);
+    void finish(EventSink &) {}
+};
+
+struct ReferenceCountRate
+{
+    uint64_t window;
+    size_t rows; // channels that it sees
+
+    std::vector<uint64_t> counters{};
+    std::vector<float> rates{};
+    uint64_t start = 0, firstSync = 0;
+
+    void piece(const StreamForm &form, EventView in, EventSink &out);
+    void finish(EventSink &) {}
+};
+
+using ReferenceStage = std::variant<ReferenceMerge, ReferenceCoincidence, ReferenceDelay, ReferenceHerald,
+                                    ReferenceSubStream, ReferenceCountRate>;
+
+// A piece through one stage; with `last` what comes at the end of a run too.
+Events passPiece(ReferenceStage &stage, const StreamForm &form, const Events &in, bool last);
+
+} // namespace TestSupport
