@@ -142,6 +142,51 @@ TESSEL_API bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth);
 /* Reference channel of a T2 histogram, initially 0 (sync). */
 TESSEL_API bool setHistoT2RefChan(const char16_t *id, uint8_t refChan);
 
+/* A scrolling count-rate history: per channel a row of bins of equal width over the last span of measured time,
+ * newest at the right end. `data`: getNumAllChans() rows x numBins columns of counts (setTimeTraceNumBins()),
+ * row = channel, zeroed at the start; complete bins are scrolled in about ten times a second of a replay, the last
+ * one at the end. `firstBin`: the absolute number, counted from the start of the run, of the bin that follows the
+ * last column, so that column c is the bin firstBin - numBins + c; null: not told. Time passes with events and
+ * overflow records, not with markers. Bins that were passed within one replayed span longer than the whole
+ * history are zero. Always true. */
+TESSEL_API bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
+                             uint32_t *data, uint64_t *firstBin, uint8_t *finished);
+
+/* Columns of a time trace, initially 10000. A run with 0 or a negative number, or with more than 2^31 counts in
+ * all, ends at once with an error in the log. Always true. */
+TESSEL_API bool setTimeTraceNumBins(const char16_t *id, int32_t numBins);
+
+/* Span of a time trace in seconds, initially 10. The bin width is the span through the number of bins, cut to
+ * whole picoseconds; a run in which that is 0 ends at once with an error in the log. Always true. */
+TESSEL_API bool setTimeTraceHistorySize(const char16_t *id, double seconds);
+
+/* Pairs of events by two delays: x of the last event on channel X against y of the last one on channel Y, both
+ * after a common reference, which is the last event on the start channel in T2 and the sync in T3. `data`:
+ * numBinsY rows x numBinsX columns of counts (setHisto2dParams()), zeroed at the start and growing while the run
+ * goes on. In T2 each event that follows counts the pair, until the next reference; in T3 the next event counts
+ * it, once. bx = (x + slope * y) / width of x, by = y / width of y; what lies outside isn't counted. Always
+ * true. */
+TESSEL_API bool get2dHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
+                               uint32_t *data, uint8_t *finished);
+
+/* Channels (0 sync, 1 to 64 inputs, then the chain's; start channel: T2 only), offsets in ps that are taken from
+ * the times on X and on Y, bin widths in ps and numbers of bins. Initially 0, 1, 2, no offset, 100 x 100 bins of
+ * 1 ps. A run with a width or a number of 0, or with more than 2^31 bins, ends at once with an error in the log.
+ * Always true. */
+TESSEL_API bool setHisto2dParams(const char16_t *id, uint8_t startChan, uint8_t chanX, uint8_t chanY,
+                                 uint64_t offsetX, uint64_t offsetY, uint64_t binWidthX, uint64_t binWidthY,
+                                 uint64_t numBinsX, uint64_t numBinsY);
+
+/* `totMode` 1: y is the time over threshold, Y minus X. `slope`: ps of x per ps of y, initially 0. Acts on the
+ * current device, whatever `id` says. Always true. */
+TESSEL_API bool setHisto2dTotMode(const char16_t *id, uint8_t totMode, double slope);
+
+/* Pairs whose reference came less than `min` or more than `max` ps after that of the pair before are counted with
+ * the offsets (ps) added to x and y and with `slope` added to the slope. Initially 0 and 1e12, no offset, 0.
+ * Always true. */
+TESSEL_API bool setHisto2dRecoveryTimingCorrection(const char16_t *id, uint64_t min, uint64_t max,
+                                                   uint64_t offsetX, uint64_t offsetY, double slope);
+
 /* -------------------------------------------------------------------------------------- the stream itself
  * A block is memory of the caller that a run fills with record words or decoded events. It and its count must
  * stay valid until the finished byte is 1; after that only rawGetBlock() and ufGetBlock() touch them. A reader
@@ -191,6 +236,50 @@ TESSEL_API bool exportStreamMeasure(const char16_t *id, uint32_t acqTime, uint8_
  * Always true. */
 TESSEL_API bool getTimesFromChannelUF(const uint8_t *channels, const uint64_t *times, uint64_t *result,
                                       int32_t channel, uint64_t *count);
+
+/* Correlation of two channels, T2 and T3: how often an event of one follows an event of the other at each lag.
+ * `chan1`, `chan2`: channel numbers as the rows of getHistogram(); twice the same gives an autocorrelation.
+ * Windows and lags are picoseconds, rounded to whole ones; a negative lag or what is no number counts as 0.
+ * Three ways of counting:
+ *
+ *  - g2: pairs in linear bins, in both directions, as in a Hanbury Brown-Twiss experiment. Bin k holds lags
+ *    from k x width to below (k + 1) x width; pairs at lag 0 count in bin 0 of both directions.
+ *  - FCS: pairs in logarithmic bins, as in fluorescence correlation spectroscopy, of chan1 with itself, of both
+ *    with each other, and of chan2 with itself. Bin k holds lags above its lower and up to its upper end.
+ *  - FFCS: the same with lags from the lower end on to below the upper end.
+ *
+ * FCS and FFCS begin to count once the longest lag has passed. Events are counted in the order in which they
+ * come; one that comes after a later one of the other channel makes no pair with that.
+ *
+ * g2: M = window / binWidth bins a direction, cut to whole ones, at most 10,000,000. `binWidth` is brought into
+ * the range from the device's resolution to 1e9 ps. `normalize` 1: counts are divided by those that two
+ * independent streams of the same rates would give, so uncorrelated light is at 1:
+ * g2(lag) = pairs x T / (n1 x n2 x width) with n the events of each channel and T the time measured; 0: pairs. */
+TESSEL_API bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, double window, double binWidth,
+                            uint8_t normalize);
+
+/* FCS: `steps` logarithmic bins (at most 1,000,000) from `minLag`, at least the base resolution, to `maxLag`.
+ * `numPoints` receives the number of points of a curve, about `steps`; 0, and no curves, if maxLag isn't above
+ * minLag. G(lag) = pairs x T / (n1 x n2 x width) - 1, so uncorrelated light is at 0. */
+TESSEL_API bool setFCSParams(const char16_t *id, uint64_t chan1, uint64_t chan2, uint64_t *numPoints,
+                             double minLag, double maxLag, uint64_t steps);
+
+/* FFCS, the same parameters. */
+TESSEL_API bool setFFCSParams(const char16_t *id, uint64_t chan1, uint64_t chan2, uint64_t *numPoints,
+                              double minLag, double maxLag, uint64_t steps);
+
+/* Measures what the last of the three functions above has set; initially g2 of channels 1 and 2, window 1e6 ps,
+ * bins of 100 ps, normalised. `x` receives the lags in seconds before the run starts, `y` is written about once
+ * a second (a recorded file: more often) and for the whole stream before the finished byte.
+ *  - g2: x and y hold 2 x M doubles, bin centres ascending: y[M + k] pairs in which chan1 follows chan2 at bin
+ *    k, y[M - 1 - k] those in which chan2 follows chan1.
+ *  - FCS, FFCS: x holds numPoints doubles, y 3 x (numPoints + 1): from y[0] the autocorrelation of chan1, from
+ *    y[numPoints + 1] the cross-correlation, from y[2 x (numPoints + 1)] the autocorrelation of chan2; the last
+ *    element of each third is not used.
+ * Until the first event is counted y stays as it is; where a channel has no events what is divided by its
+ * number is infinite or no number. `acqTime` below 0 counts as the longest. Always true. */
+TESSEL_API bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, uint8_t save, double *y,
+                               double *x, uint8_t *finished);
 
 /* ------------------------------------------------------------------------------------------- manipulators
  * Stages of the device's chain. Each sees the stream that the one before it leaves, in the order of adding,

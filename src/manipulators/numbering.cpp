@@ -70,14 +70,25 @@ void linkRecords(std::vector<std::shared_ptr<Manipulator>> &chain)
     }
 }
 
+// Columns of a result that has a row for each channel.
+uint64_t columnsOf(const Device &device, const MeasContext &context, MeasKind kind)
+{
+    switch (kind) {
+    case MeasKind::Histogram: return device.NumBins;
+    case MeasKind::TimeTrace: return context.TimeTrace.TraceNumBins;
+    default: return 0;
+    }
+}
+
 // A stage that was added during a run has made rows: the result moves to an array of the run's own, and the
 // caller's stays as it is. ManisLock is held.
 void moveResult(const Device &device, MeasContext &context, uint64_t rows)
 {
     auto run = context.currentRun();
-    if (!run || run->Request.Kind != MeasKind::Histogram) return;
-    if (run->HistoSize == rows * device.NumBins) return;
-    run->MovedHisto.assign(rows * device.NumBins, 0);
+    if (!run) return;
+    uint64_t size = rows * columnsOf(device, context, run->Request.Kind);
+    if (size == 0 || run->HistoSize == size) return;
+    run->MovedHisto.assign(size, 0);
     run->HistoData = run->MovedHisto.data();
     run->HistoSize = run->MovedHisto.size();
 }

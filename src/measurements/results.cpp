@@ -2,10 +2,13 @@
 
 #include "log/log.h"
 #include "manipulators/chain.h"
+#include "measurements/correlation_result.h"
+#include "measurements/correlation_setup.h"
+#include "measurements/time_trace.h"
+#include "measurements/time_trace_count.h"
 #include "settings/system_ini.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace Tessel {
 
@@ -17,16 +20,31 @@ bool refuse(const RunRef &run, const char *what)
     return false;
 }
 
+constexpr uint64_t largestResult = uint64_t{1} << 31; // counts, 8 GiB: more is a mistake of the caller's
+
+bool fits(const RunRef &run, uint64_t rows, uint64_t columns)
+{
+    return rows == 0 || columns <= largestResult / rows || refuse(run, "The result has too many bins!");
+}
+
 // Rows x columns of counts at HistoData.
 bool sizeCounts(RunRef &ref, uint64_t rows, uint64_t columns)
 {
     Run &run = *ref.run;
-    if (rows != 0 && columns > std::numeric_limits<ptrdiff_t>::max() / sizeof(uint32_t) / rows)
-        return refuse(ref, "The result has too many bins!");
+    if (!fits(ref, rows, columns)) return false;
     run.HistoData = run.Request.HistoData;
     run.HistoSize = run.HistoData ? rows * columns : 0;
     std::fill_n(run.HistoData, run.HistoSize, 0u);
     return true;
+}
+
+bool sizeTrace(RunRef &run)
+{
+    const uint64_t rows = numAllChans(run.device(), run.context()),
+                   columns = run.context().TimeTrace.TraceNumBins;
+    if (!fits(run, rows, columns)) return false;
+    if (!makeTraceWork(run)) return refuse(run, "No memory for the time trace!");
+    return sizeCounts(run, rows, columns);
 }
 
 } // namespace
@@ -34,7 +52,10 @@ bool sizeCounts(RunRef &ref, uint64_t rows, uint64_t columns)
 bool hasResult(MeasKind kind)
 {
     switch (kind) {
-    case MeasKind::Histogram: return true;
+    case MeasKind::Histogram:
+    case MeasKind::Histo2d:
+    case MeasKind::TimeTrace:
+    case MeasKind::Correlation: return true;
     default: return false;
     }
 }
@@ -44,8 +65,14 @@ bool sizeResult(RunRef &run)
     switch (run.run->Request.Kind) {
     case MeasKind::Histogram:
         return sizeCounts(run, numAllChans(run.device(), run.context()), run.device().NumBins);
+    case MeasKind::Histo2d:
+        return sizeCounts(run, run.context().Histo2d.H2dNumBinsX, run.context().Histo2d.H2dNumBinsY);
+    case MeasKind::TimeTrace: return sizeTrace(run);
     case MeasKind::ImportSource:
         return run.run->ImportBlock.allocate(streamRecords()) || refuse(run, "No memory for the import block!");
+    case MeasKind::Correlation:
+        run.run->Correlation = setUpCorrelation(run.device(), run.context().Correlation);
+        return true;
     default: return true;
     }
 }
@@ -53,7 +80,12 @@ bool sizeResult(RunRef &run)
 void giveOutResult(RunRef &run)
 {
     switch (run.run->Request.Kind) {
-    case MeasKind::Histogram: break; // counted into the caller's array
+    case MeasKind::Histogram:
+    case MeasKind::Histo2d: break; // counted into the caller's array
+    case MeasKind::TimeTrace: giveOutTimeTrace(run); break;
+    case MeasKind::Correlation:
+        if (run.run->Correlation) giveOutCurves(*run.run->Correlation, run.run->Request.CorrResult);
+        break;
     default: break;
     }
 }
@@ -62,10 +94,48 @@ void zeroResult(Device &, MeasContext &context, Run &run)
 {
     for (const auto &record : context.Manis) record->ClearFlag = true;
     switch (run.Request.Kind) {
-    case MeasKind::Histogram: std::fill_n(run.HistoData, run.HistoSize, 0u); break;
+    case MeasKind::Histogram:
+    case MeasKind::Histo2d:
+    case MeasKind::TimeTrace: std::fill_n(run.HistoData, run.HistoSize, 0u); break;
+    case MeasKind::Correlation:
+        if (run.Correlation) clearCorrelation(*run.Correlation, run.Request.CorrResult);
+        break;
     default: break;
     }
 }
+
+namespace {
+
+bool checkHistogram2d(const RunRef &run)
+{
+    const Histo2dParams &params = run.context().Histo2d;
+    if (params.H2dBinWidthX == 0 || params.H2dBinWidthY == 0)
+        return refuse(run, "A two-dimensional histogram with a bin width of 0 ps, can't measure!");
+    if (params.H2dNumBinsX == 0 || params.H2dNumBinsY == 0)
+        return refuse(run, "A two-dimensional histogram without bins, can't measure!");
+    return true;
+}
+
+bool checkTrace(const RunRef &run)
+{
+    const TimeTraceParams &params = run.context().TimeTrace;
+    if (params.TraceNumBins == 0) return refuse(run, "A time trace without bins, can't measure!");
+    if (traceBinWidth(params.TraceHistorySize, params.TraceNumBins) == 0)
+        return refuse(run, "A time trace with a bin width of 0 ps, can't measure!");
+    return true;
+}
+
+bool checkCorrelation(const RunRef &run)
+{
+    const CorrelationParams &params = run.context().Correlation;
+    if (params.CorrMode == CorrMode::G2 && params.CorrBinWidth == 0)
+        return refuse(run, "A correlation bin width of 0 ps, can't measure!");
+    if (params.CorrMode != CorrMode::G2 && lagGridOf(run.device(), params).Edges[0] == 0)
+        return refuse(run, "A shortest lag of 0 ps, can't measure!");
+    return true;
+}
+
+} // namespace
 
 bool checkParams(const RunRef &run)
 {
@@ -79,6 +149,9 @@ bool checkParams(const RunRef &run)
         if (isT2 && run.context().Histogram.HistoBinWidth == 0)
             return refuse(run, "A histogram bin width of 0 ps, can't measure!");
         return true;
+    case MeasKind::Histo2d: return checkHistogram2d(run);
+    case MeasKind::TimeTrace: return checkTrace(run);
+    case MeasKind::Correlation: return checkCorrelation(run);
     default: return true;
     }
 }

@@ -6,6 +6,9 @@
 namespace Tessel {
 
 void HistoThread(RunRef run);
+void CorrThread(RunRef run);
+void Histo2dThread(RunRef run);
+void TimeTraceThread(RunRef run);
 void UnfoldThread(RunRef run);
 
 } // namespace Tessel

@@ -108,6 +108,15 @@ void startConsumers(RunRef &ref)
     case MeasKind::Histogram:
         run.Measurement = startThread(ref, "HistoThread", run.MeasurementDone, HistoThread);
         break;
+    case MeasKind::Correlation:
+        run.Measurement = startThread(ref, "CorrThread", run.MeasurementDone, CorrThread);
+        break;
+    case MeasKind::Histo2d:
+        run.Measurement = startThread(ref, "Histo2dThread", run.MeasurementDone, Histo2dThread);
+        break;
+    case MeasKind::TimeTrace:
+        run.Measurement = startThread(ref, "TimeTraceThread", run.MeasurementDone, TimeTraceThread);
+        break;
     case MeasKind::Unfold:
     case MeasKind::ImportSource:
         run.Measurement = startThread(ref, "UnfoldThread", run.MeasurementDone, UnfoldThread);

@@ -3,11 +3,10 @@
 #include "devices/lifecycle.h"
 #include "devices/primitives.h"
 #include "devices/result.h"
+#include "devices/truncated.h"
 #include "pipeline/measure_thread.h"
 
 #include <chrono>
-#include <cmath>
-#include <limits>
 #include <system_error>
 #include <thread>
 
@@ -70,14 +69,6 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
         throw;
     }
     return run;
-}
-
-// Saturated, and 0 for what is no number.
-uint64_t truncated(double value)
-{
-    if (!(value > 0)) return 0;
-    constexpr double limit = 18446744073709551616.0;
-    return value < limit ? static_cast<uint64_t>(value) : std::numeric_limits<uint64_t>::max();
 }
 
 } // namespace

@@ -1,0 +1,46 @@
+#include "api/exports.h"
+#include "devices/truncated.h"
+#include "pipeline/requests.h"
+
+using namespace Tessel;
+
+bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint32_t *data,
+                  uint64_t *firstBin, uint8_t *finished)
+{
+    return guarded("getTimeTrace", true, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API getTimeTrace {} {} {} @{}", acqTime,
+                   static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
+        startMeasurement(target, {.Kind = MeasKind::TimeTrace,
+                                  .AcqTimeMs = acqTime,
+                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
+                                  .SaveToFile = save != 0,
+                                  .FinishedFlag = finished,
+                                  .HistoData = data,
+                                  .TraceFirstBin = firstBin});
+        return true;
+    });
+}
+
+bool setTimeTraceNumBins(const char16_t *id, int32_t numBins)
+{
+    return guarded("setTimeTraceNumBins", false, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API setTimeTraceNumBins {} @{}", numBins, target.device->ID);
+        target.context->TimeTrace.TraceNumBins = static_cast<uint64_t>(int64_t{numBins}); // with its sign
+        return true;
+    });
+}
+
+bool setTimeTraceHistorySize(const char16_t *id, double seconds)
+{
+    return guarded("setTimeTraceHistorySize", false, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API setTimeTraceHistorySize {} @{}", seconds, target.device->ID);
+        target.context->TimeTrace.TraceHistorySize = truncated(seconds * 1e12);
+        return true;
+    });
+}

@@ -1,0 +1,57 @@
+// Counting a batch block by block, with a look at flags and clock between two of them. Which events end a block
+// that somebody waits for is told by `isQuiet`: behind such an event nothing is given out and nothing cut
+// short.
+#pragma once
+
+#include "devices/primitives.h"
+#include "measurements/frame.h"
+
+#include <algorithm>
+
+namespace Tessel {
+
+inline constexpr uint64_t blockEvents = 32768;
+
+// A recorded file gives out by the clock, anything else by the thread beside the measurement.
+inline bool isPublicationDue(const RunRef &run)
+{
+    return isFile(run.device()) && monotonicNs() - run.run->LastPublish > publishIntervalNs;
+}
+
+// True: the rest of the batch is dropped.
+inline bool isCutShort(MeasContext &context)
+{
+    return context.AbortRequested || context.ClearRequested.exchange(false);
+}
+
+// What was asked for before a block shows behind its first event. `manis` holds ManisLock.
+template <class IsQuiet, class CountBlock>
+void countInBlocks(RunRef &run, EventBatch batch, std::unique_lock<std::mutex> &manis, IsQuiet isQuiet,
+                   CountBlock countBlock)
+{
+    MeasContext &context = run.context();
+    for (uint64_t at = 0; at < batch.Count;) {
+        const bool isAskedFor = context.AbortRequested || context.ClearRequested || isPublicationDue(run);
+        const uint64_t size = isAskedFor ? 1 : std::min(blockEvents, batch.Count - at);
+        countBlock(EventBatch{batch.Times + at, batch.Channels + at, size});
+        at += size;
+        if (isQuiet(batch.Channels[at - 1])) continue;
+        if (context.AbortRequested || isPublicationDue(run)) publish(run, manis);
+        if (isCutShort(context)) break;
+    }
+}
+
+// The same event by event, for a sequence: `countEvent` tells whether a step of it is done.
+template <class IsQuiet, class CountEvent>
+void countInSteps(RunRef &run, EventBatch batch, std::unique_lock<std::mutex> &manis, IsQuiet isQuiet,
+                  CountEvent countEvent)
+{
+    for (uint64_t i = 0; i < batch.Count; ++i) {
+        const bool isStepDone = countEvent(EventBatch{batch.Times + i, batch.Channels + i, 1});
+        if (isQuiet(batch.Channels[i])) continue;
+        if (isStepDone) publish(run, manis);
+        if (isCutShort(run.context())) break;
+    }
+}
+
+} // namespace Tessel

@@ -1,0 +1,136 @@
+// Histo2dThread: sorts pairs of events of a T2 or T3 run by two delays into the caller's array.
+#include "devices/truncated.h"
+#include "measurements/block_turns.h"
+#include "measurements/histogram_2d_count.h"
+#include "measurements/threads.h"
+
+#include <utility>
+
+namespace Tessel {
+
+namespace {
+
+class Histogram2dMeasurement
+{
+public:
+    const char *name = "Histo2dThread";
+
+    void prepare(RunRef &run)
+    {
+        rules = {run.context().Histo2d, truncated(run.device().Resolution)};
+        stopCount = run.device().StopCount;
+        startChans = static_cast<uint8_t>(numAllChans(run.device(), run.context()));
+        isT2 = run.device().MeasMode == MeasMode::T2;
+    }
+
+    void count(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
+    {
+        if (run.run->HistoSize == 0) return; // no array: nothing to count into
+        auto isQuiet = [this, numChans](uint8_t channel) { return isT2 && isSkipped(channel, numChans); };
+        withTime(run.device(), [&](const auto &time) {
+            if (run.context().SequenceMode != 0)
+                countSequence(run, batch, numChans, manis, time, isQuiet);
+            else
+                countInBlocks(run, batch, manis, isQuiet, [&](EventBatch block) {
+                    if (stopCount != 0)
+                        countToStop(run, block, numChans, time);
+                    else
+                        histogram2dCount(search, rules, time, block.Times, block.Channels, block.Count,
+                                         numChans, run.run->HistoData);
+                });
+        });
+    }
+
+    void finish(RunRef &) {}
+
+private:
+    static constexpr uint64_t originStep = 1'000'000'000; // ps
+
+    static bool isSkipped(uint8_t channel, uint64_t numChans)
+    {
+        return (channel & ChannelCode::Special) || channel >= numChans;
+    }
+
+    template <class Time, class IsQuiet>
+    void countSequence(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis,
+                       const Time &time, IsQuiet isQuiet)
+    {
+        if (isT2 && origin == 0) origin = batch.Times[0] / originStep * originStep;
+        countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
+            countToStop(run, event, numChans, time);
+            return !isQuiet(*event.Channels) && isStepDone(run.context(), time.ps(*event.Times));
+        });
+    }
+
+    // Event by event: a stop count or a sequence looks at each element counted.
+    template <class Time>
+    void countToStop(RunRef &run, EventBatch batch, uint64_t numChans, const Time &time)
+    {
+        for (uint64_t i = 0; i < batch.Count; ++i) {
+            const uint8_t channel = batch.Channels[i];
+            if (isSkipped(channel, numChans)) continue;
+            if (const auto pair = nextPair(search, rules, time, batch.Times[i], channel))
+                countPair(run, *pair, channel);
+        }
+    }
+
+    // A pair that counts nowhere has element 0 looked at.
+    void countPair(RunRef &run, const Pair &pair, uint8_t channel)
+    {
+        const bool isCounted = stopCount == 0 || (!stopped && channel < startChans);
+        // In T2 a stop count makes every pair one of the recovery case.
+        const bool recovering = (isT2 && stopCount != 0) || isRecovering(rules.Params, pair);
+        uint32_t *histo = run.run->HistoData;
+        uint64_t element = 0;
+        if (isCounted) {
+            const auto found = elementOf(rules.Params, pair, recovering);
+            if (found) ++histo[*found];
+            element = found.value_or(0);
+        }
+        const bool isStopTested = stopCount != 0 && !stopped && (isCounted || !isT2);
+        if (isStopTested && histo[element] >= stopCount) stopAtCount(run, channel, histo[element]);
+        if (histo[element] >= run.context().SequenceCount) countReached = true;
+    }
+
+    void stopAtCount(RunRef &run, uint8_t channel, uint32_t count)
+    {
+        stopped = true;
+        run.context().Description.StopReason = StopReason::Manual;
+        run.context().AbortRequested = false;
+        run.context().StopRequested = true;
+        logDeb(LogCategory::Progress, "StopCount reached @ channel {} ({}) @{}", channel, count,
+               run.device().ID);
+    }
+
+    bool isStepDone(MeasContext &context, uint64_t timePs)
+    {
+        switch (context.SequenceMode) {
+        case 1:
+            if (timePs - origin <= context.SequencePeriodPs) return false;
+            origin += context.SequencePeriodPs;
+            return true;
+        case 2: return std::exchange(countReached, false);
+        default: return context.AbortRequested;
+        }
+    }
+
+    PairRules rules;
+    PairSearch search;
+    uint32_t stopCount = 0;
+    uint8_t startChans = 0;
+    bool isT2 = false;
+
+    bool stopped = false;      // an element has reached StopCount
+    bool countReached = false; // an element has reached SequenceCount
+    uint64_t origin = 0;       // ps, of the present step of a time sequence
+};
+
+} // namespace
+
+void Histo2dThread(RunRef run)
+{
+    Histogram2dMeasurement measurement;
+    runMeasurement(run, measurement);
+}
+
+} // namespace Tessel

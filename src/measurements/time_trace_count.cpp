@@ -1,0 +1,223 @@
+// The loops of the time trace.
+//
+// Events come nearly in the order of time, so the fast loop never asks in which bin an event is, but how many
+// events stay in the present one: it compares each with the bin's edges and counts that run of events at once,
+// whatever their channels are. Only an event that may lie outside has its time worked out.
+#include "measurements/time_trace_count.h"
+
+#include "devices/truncated.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <new>
+
+namespace Tessel {
+
+namespace {
+
+constexpr uint64_t maxRows = ChannelCode::Special; // channels from here on aren't counted
+
+bool isMarker(uint8_t channel)
+{
+    return (channel & ChannelCode::Special) != 0 && channel != ChannelCode::Overflow;
+}
+
+void zeroColumns(TimeTraceWork &work, uint64_t count)
+{
+    const uint64_t beforeEnd = std::min(count, work.NumBins - work.Origin);
+    std::fill_n(work.columnAt(0), beforeEnd * work.Rows, 0u);
+    std::fill_n(work.Counts.get(), (count - beforeEnd) * work.Rows, 0u);
+}
+
+// Takes the first `count` bins out of the window, which gets as many zero ones at its end.
+void advance(TimeTraceWork &work, uint64_t count)
+{
+    zeroColumns(work, std::min(count, work.Used));
+    work.Used -= std::min(count, work.Used);
+    work.Origin = work.Origin + count < work.NumBins ? work.Origin + count : work.Origin + count - work.NumBins;
+    work.FirstBin += count;
+}
+
+void moveTo(TimeTraceWork &work, uint64_t bin)
+{
+    const uint64_t position = bin - work.FirstBin, numBins = work.NumBins;
+    work.CurrentBin = position;
+    if (position >= numBins && position - numBins + 1 < numBins) {
+        const uint64_t shift = position - numBins + 1;
+        advance(work, shift);
+        work.CurrentBin = numBins - 1;
+        work.Dropped = std::min(numBins, work.Dropped + shift);
+    } else if (position >= numBins) { // everything is old, or the time has jumped back
+        zeroColumns(work, work.Used);
+        work.FirstBin = bin;
+        work.CurrentBin = work.Used = 0;
+        work.Dropped = numBins;
+    }
+    work.Used = std::max(work.Used, work.CurrentBin + 1);
+}
+
+template <class Time>
+void countPlain(TimeTraceWork &work, const Time &time, const uint64_t *times, const uint8_t *channels,
+                uint64_t count)
+{
+    const uint64_t rows = std::min(work.Rows, maxRows);
+    for (uint64_t i = 0; i < count; ++i) {
+        if (isMarker(channels[i])) continue;
+        moveTo(work, time.ps(times[i]) / work.BinWidth);
+        if (channels[i] < rows) ++work.columnAt(work.CurrentBin)[channels[i]];
+    }
+}
+
+// Raw times that are surely in the present bin: from First on, Span of them.
+struct BinEdges
+{
+    uint64_t First, Span;
+};
+
+template <class Time>
+BinEdges edgesOf(const TimeTraceWork &work, const Time &time)
+{
+    const uint64_t start = (work.FirstBin + work.CurrentBin) * work.BinWidth;
+    const uint64_t end = start <= std::numeric_limits<uint64_t>::max() - work.BinWidth
+                             ? start + work.BinWidth
+                             : std::numeric_limits<uint64_t>::max();
+    const uint64_t first = time.surelyFrom(start), behind = time.surelyBefore(end);
+    return {first, behind > first ? behind - first : 0};
+}
+
+// Events from the front that are surely in the bin.
+uint64_t runLength(const uint64_t *times, uint64_t count, BinEdges edges)
+{
+    constexpr uint64_t step = 8;
+    uint64_t length = 0;
+    while (length + step <= count) {
+        bool outside = false;
+        for (uint64_t i = 0; i < step; ++i) outside |= times[length + i] - edges.First >= edges.Span;
+        if (outside) break;
+        length += step;
+    }
+    while (length < count && times[length] - edges.First < edges.Span) ++length;
+    return length;
+}
+
+// Counts events of one bin by their channels. One table would make each event wait for the one before it where
+// their channels are the same, so they take turns on several.
+class ChannelCounter
+{
+public:
+    explicit ChannelCounter(uint64_t rowCount) : rows(rowCount) { clear(); }
+
+    void count(uint32_t *column, const uint8_t *channels, uint64_t length)
+    {
+        if (length < rows * tables.size()) {
+            for (uint64_t i = 0; i < length; ++i)
+                if (channels[i] < rows) ++column[channels[i]];
+            return;
+        }
+        uint64_t i = 0;
+        for (; i + tables.size() <= length; i += tables.size())
+            for (size_t k = 0; k < tables.size(); ++k) ++tables[k][channels[i + k]];
+        for (; i < length; ++i) ++tables[0][channels[i]];
+        for (const auto &table : tables)
+            for (uint64_t row = 0; row < rows; ++row) column[row] += table[row];
+        clear();
+    }
+
+private:
+    void clear()
+    {
+        for (auto &table : tables) std::fill_n(table.begin(), rows, 0u);
+    }
+
+    const uint64_t rows;
+    std::array<std::array<uint32_t, 256>, 4> tables; // what lies behind the rows is never read
+};
+
+template <class Time>
+void countRuns(TimeTraceWork &work, const Time &time, const uint64_t *times, const uint8_t *channels,
+               uint64_t count)
+{
+    if (count == 0) return;
+    BinEdges edges = edgesOf(work, time);
+    if (edges.Span == 0) return countPlain(work, time, times, channels, count); // bins of a few sync periods
+    ChannelCounter counter(std::min(work.Rows, maxRows));
+    work.Used = std::max(work.Used, work.CurrentBin + 1);
+    for (uint64_t i = 0; i < count;) {
+        const uint64_t length = runLength(times + i, count - i, edges);
+        counter.count(work.columnAt(work.CurrentBin), channels + i, length);
+        i += length;
+        if (i == count) break;
+        const uint64_t bin = work.FirstBin + work.CurrentBin;
+        countPlain(work, time, times + i, channels + i, 1);
+        ++i;
+        if (work.FirstBin + work.CurrentBin != bin) edges = edgesOf(work, time);
+    }
+}
+
+} // namespace
+
+bool TimeTraceWork::allocate(uint64_t rows, uint64_t numBins)
+{
+    Rows = rows;
+    NumBins = numBins;
+    const bool fits = numBins == 0 || rows <= std::numeric_limits<uint64_t>::max() / numBins;
+    return fits && Counts.allocate(rows * numBins);
+}
+
+void TimeTraceWork::growTo(uint64_t rows)
+{
+    PageArray<uint32_t> grown;
+    if (!grown.allocate(rows * NumBins)) throw std::bad_alloc();
+    for (uint64_t column = 0; column < NumBins; ++column)
+        std::copy_n(Counts.get() + column * Rows, Rows, grown.get() + column * rows);
+    Counts = std::move(grown);
+    Rows = rows;
+}
+
+uint64_t traceBinWidth(uint64_t historySizePs, uint64_t numBins)
+{
+    if (numBins == 0) return 0;
+    return truncated(static_cast<double>(historySizePs) / static_cast<double>(numBins));
+}
+
+void timeTraceCount(TimeTraceWork &work, T2Time time, const uint64_t *times, const uint8_t *channels,
+                    uint64_t count)
+{
+    countRuns(work, time, times, channels, count);
+}
+void timeTraceCount(TimeTraceWork &work, const T3Time &time, const uint64_t *times, const uint8_t *channels,
+                    uint64_t count)
+{
+    countRuns(work, time, times, channels, count);
+}
+void timeTraceCountPlain(TimeTraceWork &work, T2Time time, const uint64_t *times, const uint8_t *channels,
+                         uint64_t count)
+{
+    countPlain(work, time, times, channels, count);
+}
+void timeTraceCountPlain(TimeTraceWork &work, const T3Time &time, const uint64_t *times,
+                         const uint8_t *channels, uint64_t count)
+{
+    countPlain(work, time, times, channels, count);
+}
+
+bool giveOutTrace(TimeTraceWork &work, uint32_t *trace, uint64_t rows, bool last)
+{
+    if (last) work.CurrentBin = std::min(work.CurrentBin + 1, work.NumBins - 1);
+    const uint64_t given = work.CurrentBin, numBins = work.NumBins;
+    if (given == 0) return last;
+    const uint64_t moved = std::min(numBins, work.Dropped + given);
+    for (uint64_t row = 0; trace && row < std::min(rows, work.Rows); ++row) {
+        uint32_t *bins = trace + row * numBins;
+        std::copy(bins + moved, bins + numBins, bins);
+        std::fill_n(bins + (numBins - moved), moved - given, 0u);
+        for (uint64_t i = 0; i < given; ++i) bins[numBins - given + i] = work.columnAt(i)[row];
+    }
+    advance(work, given);
+    work.CurrentBin = 0;
+    work.Dropped = 0;
+    return true;
+}
+
+} // namespace Tessel

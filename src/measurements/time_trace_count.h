@@ -1,0 +1,64 @@
+// Counting of a time trace: decoded events in, counts per bin of time out. No lock and no thread.
+#pragma once
+
+#include "devices/raw_time.h"
+#include "pipeline/event_store.h"
+
+#include <cstdint>
+#include <span>
+
+namespace Tessel {
+
+// The bins that aren't given out yet: a window of NumBins bins on absolute time, which moves on when an event
+// lies behind its end. Kept as a ring of columns, one a bin, each with a count a channel, so that moving on
+// costs no copying. Counts wrap at 32 bits, as those of the caller do.
+struct TimeTraceWork
+{
+    uint64_t NumBins = 0;
+    uint64_t BinWidth = 0; // ps
+    uint64_t Rows = 0;     // channels that have a row
+    PageArray<uint32_t> Counts;
+
+    uint64_t FirstBin = 0;   // absolute number of the window's first bin
+    uint64_t CurrentBin = 0; // position in the window of the last event's bin
+    uint64_t Origin = 0;     // column of the window's first bin
+    uint64_t Used = 0;       // positions from here on are all zero
+    uint64_t Dropped = 0;    // bins that the window has left behind without being given out; at most NumBins
+
+    // False: there is no memory for such a trace.
+    bool allocate(uint64_t rows, uint64_t numBins);
+
+    // More rows, if a stage came during the run; the counts stay. Throws if the memory is refused.
+    void growTo(uint64_t rows);
+
+    uint32_t *columnAt(uint64_t position) const
+    {
+        const uint64_t column = position < NumBins - Origin ? Origin + position : position - (NumBins - Origin);
+        return Counts.get() + column * Rows;
+    }
+};
+
+// Floor of size / bins in doubles, as a bin width.
+uint64_t traceBinWidth(uint64_t historySizePs, uint64_t numBins);
+
+// Counts each event in the bin of its time. Markers are passed over; overflow records count nowhere, but move
+// the window on, as any event does.
+void timeTraceCount(TimeTraceWork &work, T2Time time, const uint64_t *times, const uint8_t *channels,
+                    uint64_t count);
+void timeTraceCount(TimeTraceWork &work, const T3Time &time, const uint64_t *times, const uint8_t *channels,
+                    uint64_t count);
+
+// The same with a division for every event: what the loops above are compared with.
+void timeTraceCountPlain(TimeTraceWork &work, T2Time time, const uint64_t *times, const uint8_t *channels,
+                         uint64_t count);
+void timeTraceCountPlain(TimeTraceWork &work, const T3Time &time, const uint64_t *times,
+                         const uint8_t *channels, uint64_t count);
+
+// Moves the complete bins, and with `last` the one that is being counted, to the right end of each row of
+// `trace` (rows x NumBins), whose older bins move left. What the window has left behind is zero there. The
+// window then starts at the bin being counted. False, and nothing is done: there is no complete bin.
+//
+// A last bin at the very end of the window stays there: no more than NumBins - 1 bins are moved.
+bool giveOutTrace(TimeTraceWork &work, uint32_t *trace, uint64_t rows, bool last);
+
+} // namespace Tessel
