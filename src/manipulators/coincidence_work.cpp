@@ -83,11 +83,11 @@ private:
     int64_t quietAfter(uint64_t ps) const
     {
         constexpr uint64_t limit = std::numeric_limits<int64_t>::max();
-        return static_cast<int64_t>(state.Window < limit && ps < limit - state.Window ? ps + state.Window
-                                                                                      : limit);
+        const uint64_t window = std::min(state.Window, limit);
+        return static_cast<int64_t>(std::min(ps, limit - window) + window);
     }
 
-    // Only members matter where nothing is held back.
+    // Only members matter where nothing is held back. Which event is one, nothing predicts: no branch on it.
     template <bool all>
     uint64_t endOfQuiet(uint64_t at, uint64_t end)
     {
@@ -95,9 +95,9 @@ private:
         for (; at < end; ++at) {
             const uint8_t channel = in.Channels[at];
             const uint64_t ps = time.ps(in.Times[at]);
-            const bool counts = all || isMember[channel];
-            if (counts && static_cast<int64_t>(ps) <= after) break;
-            if (counts) after = quietAfter(ps);
+            const int64_t mask = all ? -1 : -int64_t{isMember[channel]};
+            if (static_cast<int64_t>(ps) <= (after & mask)) break;
+            after = std::max(after, quietAfter(ps) & mask);
             state.LastTime[channel] = ps;
         }
         state.QuietAfter = after;
@@ -150,10 +150,14 @@ private:
             for (const HeldEvent &event : state.Pending)
                 if (isMember[event.Channel]) out.append(event.Raw, event.Channel);
         state.Pending.clear();
-        for (++at; at < end; ++at) {
+        bool wasMember = isMember[in.Channels[at]];
+        for (++at; at < end; ++at) { // an event is written, and counted if it goes on
             const bool member = isMember[in.Channels[at]];
-            if (!member && isMember[in.Channels[at - 1]]) out.append(in.Times[at - 1], in.Channels[at - 1]);
-            isHeld = member || !isHeld;
+            out.Times[out.Count] = in.Times[at - 1];
+            out.Channels[out.Count] = in.Channels[at - 1];
+            out.Count += wasMember & !member;
+            isHeld = member | !isHeld;
+            wasMember = member;
         }
         if (isHeld) hold(in.Times[end - 1], time.ps(in.Times[end - 1]), in.Channels[end - 1]);
     }
