@@ -1,0 +1,195 @@
+// The work of each kind of stage on a batch in memory: 20 million events per second as they arrive at random on
+// four inputs, one in a hundred on a fifth, in T2 with a sync in eight events, in T3 on a laser of 80 MHz. The
+// plain form is the one that looks at event after event; the copy beside it moves the bytes of the batch.
+#include "interleaved.h"
+#include "manipulators/coincidence.h"
+#include "manipulators/count_rate.h"
+#include "manipulators/delay.h"
+#include "manipulators/herald.h"
+#include "manipulators/merge.h"
+#include "manipulators/sub_stream.h"
+#include "support/reference_stages.h"
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <string>
+
+using namespace Tessel;
+using TestSupport::EventSink;
+using TestSupport::StreamForm;
+
+namespace {
+
+constexpr uint64_t BatchEvents = 1 << 20;
+constexpr double MeanDistancePs = 50'000;
+
+struct Batch
+{
+    StreamForm Form;
+    std::vector<uint64_t> Times = std::vector<uint64_t>(BatchEvents);
+    std::vector<uint8_t> Channels = std::vector<uint8_t>(BatchEvents);
+};
+
+uint8_t channelOf(std::mt19937 &random, bool t3)
+{
+    const uint32_t kind = random() % 1000;
+    if (kind < 2) return ChannelCode::Overflow;
+    if (kind < 12) return 5;
+    if (!t3 && kind < 137) return ChannelCode::Sync;
+    return static_cast<uint8_t>(1 + random() % 4);
+}
+
+Batch batchOf(bool t3)
+{
+    Batch batch;
+    if (t3) batch.Form = {true, 12'500, 5.0};
+    std::mt19937 random(7);
+    std::exponential_distribution<> distance(1 / MeanDistancePs);
+    double ps = 1e9;
+    for (uint64_t i = 0; i < BatchEvents; ++i) {
+        ps += distance(random);
+        batch.Times[i] = batch.Form.raw(static_cast<uint64_t>(ps));
+        batch.Channels[i] = channelOf(random, t3);
+    }
+    return batch;
+}
+
+StageRef stageOf(const Batch &batch, std::vector<uint8_t> inputs, std::vector<uint8_t> outputs)
+{
+    StageRef stage{std::make_shared<Device>(), std::make_shared<MeasContext>(),
+                   std::make_shared<Manipulator>()};
+    stage.device->MeasMode = batch.Form.t3 ? MeasMode::T3 : MeasMode::T2;
+    stage.device->SyncPeriodPs = static_cast<int64_t>(batch.Form.period);
+    stage.device->Resolution = batch.Form.resolution;
+    stage.device->NumChans = 5;
+    stage.record->InChans = std::move(inputs);
+    stage.record->OutChans = std::move(outputs);
+    return stage;
+}
+
+// Both forms write to arrays of the same size, which were touched before.
+template <class State, class Plain>
+void compareStage(benchmark::State &bench, const Batch &batch, const StageRef &stage, const State &state,
+                  const Plain &plain)
+{
+    EventStore out, plainOut;
+    for (EventStore *store : {&out, &plainOut}) {
+        store->allocate(3 * BatchEvents);
+        std::memset(store->Times.get(), 1, store->Capacity * sizeof(uint64_t));
+        std::memset(store->Channels.get(), 1, store->Capacity);
+    }
+    const auto fast = [&] {
+        State now = state;
+        out.Count = 0;
+        startPass(now, stage);
+        benchmark::DoNotOptimize(
+            work(now, stage, {batch.Times.data(), batch.Channels.data(), BatchEvents}, out));
+    };
+    const auto slow = [&] {
+        Plain now = plain;
+        EventSink sink{plainOut.Times.get(), plainOut.Channels.get()};
+        now.piece(batch.Form, {batch.Times.data(), batch.Channels.data(), BatchEvents}, sink);
+        plainOut.Count = sink.count;
+    };
+    const auto copy = [&] {
+        std::memcpy(plainOut.Times.get(), batch.Times.data(), BatchEvents * sizeof(uint64_t));
+        std::memcpy(plainOut.Channels.get(), batch.Channels.data(), BatchEvents);
+        benchmark::ClobberMemory();
+    };
+    Bench::compare(bench, BatchEvents, fast, slow, copy);
+    slow();
+    if (out.Count != plainOut.Count ||
+        std::memcmp(out.Times.get(), plainOut.Times.get(), out.Count * sizeof(uint64_t)) != 0 ||
+        std::memcmp(out.Channels.get(), plainOut.Channels.get(), out.Count) != 0)
+        bench.SkipWithError("the two forms differ");
+}
+
+void mergeCase(benchmark::State &bench, const Batch &batch, bool keep)
+{
+    compareStage(bench, batch, stageOf(batch, {1, 2}, {6}), MergeState{keep},
+                 TestSupport::ReferenceMerge{{1, 2}, 6, keep});
+}
+
+// The middle half of the batch.
+void subStreamCase(benchmark::State &bench, const Batch &batch, bool)
+{
+    const uint64_t from = batch.Form.ps(batch.Times[BatchEvents / 4]);
+    const uint64_t to = batch.Form.ps(batch.Times[BatchEvents / 4 * 3]);
+    compareStage(bench, batch, stageOf(batch, {}, {}), SubStreamState{from, to},
+                 TestSupport::ReferenceSubStream{from, to});
+}
+
+void heraldCase(benchmark::State &bench, const Batch &batch, bool keep)
+{
+    HeraldState state;
+    state.Delay = 1000;
+    state.Window = 100'000;
+    state.Keep = keep;
+    const std::vector<uint8_t> outputs = keep ? std::vector<uint8_t>{6, 7} : std::vector<uint8_t>{2, 3};
+    compareStage(bench, batch, stageOf(batch, {1, 2, 3}, outputs), state,
+                 TestSupport::ReferenceHerald{1, {2, 3}, outputs, 1000, 100'000, false, keep});
+}
+
+void delayCase(benchmark::State &bench, const Batch &batch, bool keep)
+{
+    constexpr uint64_t delay = 1'000'000;
+    DelayState state;
+    state.Delay = delay;
+    state.Keep = keep;
+    compareStage(bench, batch, stageOf(batch, {5}, {6}), state, TestSupport::ReferenceDelay{5, 6, delay, keep});
+}
+
+void countRateCase(benchmark::State &bench, const Batch &batch, bool)
+{
+    CountRateState state;
+    state.Window = 1'000'000'000;
+    compareStage(bench, batch, stageOf(batch, {}, {}), state, TestSupport::ReferenceCountRate{state.Window, 6});
+}
+
+void coincidenceCase(benchmark::State &bench, const Batch &batch, bool keep, TimeMode timeMode,
+                     std::vector<uint8_t> members)
+{
+    CoincidenceState state;
+    state.Window = 1000;
+    state.TimeMode = timeMode;
+    state.Keep = keep;
+    compareStage(
+        bench, batch, stageOf(batch, members, {6}), state,
+        TestSupport::ReferenceCoincidence{members, 6, state.Window, 0, static_cast<uint32_t>(timeMode), keep});
+}
+
+template <class Case, class... Args>
+void add(const std::string &name, Case stageCase, bool keep, Args... args)
+{
+    for (const bool t3 : {false, true}) {
+        static const Batch t2Batch = batchOf(false), t3Batch = batchOf(true);
+        const Batch &batch = t3 ? t3Batch : t2Batch;
+        benchmark::RegisterBenchmark(
+            ("stage/" + name + (keep ? "/keep/" : "/") + (t3 ? "T3" : "T2")).c_str(),
+            [=, &batch](benchmark::State &bench) { stageCase(bench, batch, keep, args...); })
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(41);
+    }
+}
+
+const int registered = [] {
+    for (const bool keep : {true, false}) {
+        add("merge", mergeCase, keep);
+        add("herald", heraldCase, keep);
+        add("delay", delayCase, keep);
+        for (const uint8_t count : {uint8_t{2}, uint8_t{4}}) {
+            const std::vector<uint8_t> members =
+                count == 2 ? std::vector<uint8_t>{1, 2} : std::vector<uint8_t>{1, 2, 3, 4};
+            const std::string of = "coincidence/" + std::to_string(count);
+            add(of + "/last", coincidenceCase, keep, TimeMode::Last, members);
+            add(of + "/average", coincidenceCase, keep, TimeMode::Average, members);
+        }
+    }
+    add("subStream", subStreamCase, false);
+    add("countRate", countRateCase, false);
+    return 0;
+}();
+
+} // namespace
