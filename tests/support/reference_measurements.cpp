@@ -1,0 +1,157 @@
+#include "support/reference_measurements.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace TestSupport {
+
+uint64_t TimeScale::psOf(uint64_t raw) const
+{
+    if (!t3) return raw;
+    const double dtime = static_cast<double>(raw % 32768) * resolution;
+    return raw / 32768 * periodPs + static_cast<uint64_t>(dtime);
+}
+
+TraceReference::TraceReference(size_t rows, size_t binCount, uint64_t widthPs, TimeScale timeScale)
+    : bins(binCount),
+      width(widthPs),
+      scale(timeScale),
+      working(rows, std::deque<uint64_t>(binCount)),
+      given(rows * binCount)
+{
+}
+
+void TraceReference::count(const Event &event)
+{
+    if (event.channel >= 128 && event.channel < 255) return;
+    const uint64_t relative = scale.psOf(event.time) / width - first;
+    current = relative;
+    if (relative >= bins) {
+        const uint64_t shift = relative - bins + 1;
+        if (shift < bins) {
+            first += shift;
+            lost += shift;
+            current = bins - 1;
+            for (auto &row : working)
+                for (uint64_t i = 0; i < shift; ++i) {
+                    row.pop_front();
+                    row.push_back(0);
+                }
+        } else {
+            first += relative;
+            lost = bins;
+            current = 0;
+            for (auto &row : working) std::fill(row.begin(), row.end(), 0u);
+        }
+    }
+    if (event.channel < working.size() && event.channel < 128) ++working[event.channel][current];
+}
+
+void TraceReference::giveOut(bool last)
+{
+    if (last) current = std::min<uint64_t>(current + 1, bins - 1);
+    if (current == 0) return;
+    for (size_t r = 0; r < working.size(); ++r) {
+        std::deque<uint32_t> row(given.begin() + static_cast<ptrdiff_t>(r * bins),
+                                 given.begin() + static_cast<ptrdiff_t>((r + 1) * bins));
+        for (uint64_t i = 0; i < std::min<uint64_t>(lost, bins); ++i) row.push_back(0);
+        for (uint64_t i = 0; i < current; ++i) {
+            row.push_back(static_cast<uint32_t>(working[r].front()));
+            working[r].pop_front();
+            working[r].push_back(0);
+        }
+        std::copy(row.end() - static_cast<ptrdiff_t>(bins), row.end(),
+                  given.begin() + static_cast<ptrdiff_t>(r * bins));
+    }
+    first += current;
+    current = lost = 0;
+}
+
+namespace {
+
+constexpr uint64_t none = ~uint64_t{0};
+
+class PairCounter
+{
+public:
+    explicit PairCounter(const PairSettings &wanted) : settings(wanted), counts(wanted.binsX * wanted.binsY) {}
+
+    uint64_t reference = 0;
+
+    void count(uint64_t x, uint64_t y)
+    {
+        const uint64_t gap = reference - previous;
+        previous = reference;
+        const bool recovery = gap < settings.recoveryMin || gap > settings.recoveryMax;
+        const double slope = settings.slope + (recovery ? settings.recoverySlope : 0.0);
+        if (recovery) x += settings.recoveryOffsetX;
+        const double column = std::fma(slope, static_cast<double>(y), static_cast<double>(x)) /
+                              static_cast<double>(settings.widthX);
+        if (recovery) y += settings.recoveryOffsetY;
+        const double whole = std::trunc(column);
+        if (!(whole >= 0 && whole < static_cast<double>(settings.binsX))) return;
+        if (y / settings.widthY >= settings.binsY) return;
+        ++counts[y / settings.widthY * settings.binsX + static_cast<uint64_t>(whole)];
+    }
+
+    const PairSettings &settings;
+    std::vector<uint32_t> counts;
+
+private:
+    uint64_t previous = 0;
+};
+
+std::vector<uint32_t> pairsT2(const Events &events, size_t rows, const PairSettings &settings)
+{
+    PairCounter counter(settings);
+    uint64_t x = none, y = none;
+    for (const auto &[time, channel] : events) {
+        if (channel >= 128 || channel >= rows) continue;
+        if (counter.reference != 0 && x != none && y != none)
+            counter.count(x - counter.reference, settings.tot ? y - x : y - counter.reference);
+        if (channel == settings.start) {
+            counter.reference = time;
+            x = y = none;
+        }
+        if (channel == settings.x) x = time - settings.offsetX;
+        if (channel == settings.y) y = time - settings.offsetY;
+    }
+    return counter.counts;
+}
+
+std::vector<uint32_t> pairsT3(const Events &events, size_t rows, const PairSettings &settings,
+                              const TimeScale &scale)
+{
+    PairCounter counter(settings);
+    uint64_t x = none, y = none, syncX = none, syncY = none;
+    for (const auto &[time, channel] : events) {
+        if (channel >= 128 || channel >= rows) continue;
+        if (syncX == syncY && x != none && y != none) {
+            counter.count(x, y);
+            x = y = none;
+        }
+        const uint64_t delay = time % 32768 * static_cast<uint64_t>(scale.resolution), sync = time / 32768;
+        if (channel == settings.x) {
+            x = delay - settings.offsetX;
+            syncX = sync;
+            counter.reference = sync * scale.periodPs;
+        }
+        if (channel == settings.y) {
+            y = delay - settings.offsetY;
+            if (settings.tot) y -= x;
+            syncY = sync;
+            counter.reference = sync * scale.periodPs;
+        }
+    }
+    return counter.counts;
+}
+
+} // namespace
+
+std::vector<uint32_t> pairHistogram(const Events &events, size_t rows, const PairSettings &settings,
+                                    const TimeScale &scale)
+{
+    return scale.t3 ? pairsT3(events, rows, settings, scale) : pairsT2(events, rows, settings);
+}
+
+} // namespace TestSupport
