@@ -5,6 +5,7 @@
 // elements.
 #include "measurements/histogram_count.h"
 
+#include "measurements/bin_division.h"
 #include "pipeline/event_store.h"
 
 #include <algorithm>
@@ -24,8 +25,6 @@ bool isCounted(uint8_t channel, uint64_t rows)
     return (channel & ChannelCode::Special) == 0 && channel < rows;
 }
 
-__extension__ using Wide = unsigned __int128;
-
 // The largest distance from the reference that still has a bin. False if no distance has one.
 bool lastDistance(const T2Counting &counting, uint64_t &last)
 {
@@ -33,31 +32,6 @@ bool lastDistance(const T2Counting &counting, uint64_t &last)
     last = static_cast<uint64_t>(std::min<Wide>(span - 1, UINT64_MAX));
     return span != 0;
 }
-
-struct ShiftDivision
-{
-    int Shift;
-    uint64_t operator()(uint64_t distance) const { return distance >> Shift; }
-};
-
-// distance / width for a width w that is no power of 2 and distances below 2^63. With s = floor(log2 w) and
-// k = 64 + s, Factor = floor(2^k / w) + 1 is below 2^64 and e = Factor * w - 2^k is at most w, so below
-// 2^(s+1). Hence distance * Factor / 2^k is too large by distance * e / (w * 2^k) < 1 / w, too little to reach
-// the next bin.
-struct ReciprocalDivision
-{
-    int Shift;
-    uint64_t Factor;
-
-    explicit ReciprocalDivision(uint64_t width)
-        : Shift(std::bit_width(width) - 1), Factor(static_cast<uint64_t>((Wide{1} << (64 + Shift)) / width) + 1)
-    {
-    }
-    uint64_t operator()(uint64_t distance) const
-    {
-        return static_cast<uint64_t>(Wide{distance} * Factor >> 64) >> Shift;
-    }
-};
 
 template <class Division>
 void countT2With(const Division division, const uint64_t *times, const uint8_t *channels, uint64_t count,
