@@ -1,0 +1,168 @@
+// CorrThread: counts the pairs of two channels of a T2 or T3 stream; the new-data step makes curves of them.
+#include "devices/raw_time.h"
+#include "measurements/correlation_count.h"
+#include "measurements/frame.h"
+#include "measurements/threads.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace Tessel {
+
+namespace {
+
+constexpr int64_t givenOutEveryNs = 1'000'000'000;
+constexpr uint64_t eventsToLook = 1000;        // the clock is looked at where the count of events is a multiple
+constexpr uint64_t originStep = 1'000'000'000; // ps
+constexpr int64_t longBlockNs = 20'000'000;    // what asks for a clear or an end waits no longer
+constexpr int64_t longTurnNs = 100'000'000;    // nor what waits for ManisLock
+
+class CorrelationMeasurement
+{
+public:
+    const char *name = "CorrThread";
+
+    void prepare(RunRef &) { times.resize(correlationBlock); }
+
+    void count(RunRef &run, EventBatch batch, uint64_t, std::unique_lock<std::mutex> &manis)
+    {
+        withTime(run.device(), [&](const auto &time) {
+            if (!hasOrigin) origin = time.ps(batch.Times[0]) / originStep * originStep;
+            hasOrigin = true;
+            countBatch(run, batch, manis, time);
+        });
+    }
+
+    // What was counted since the last publication.
+    void finish(RunRef &run)
+    {
+        run.context().NewData = true;
+        newDataStep(run);
+    }
+
+private:
+    struct Step
+    {
+        uint64_t Events;
+        bool IsDone; // of a sequence
+    };
+
+    // What was asked for before a block shows behind its first event.
+    template <class Time>
+    void countBatch(RunRef &run, EventBatch batch, std::unique_lock<std::mutex> &manis, const Time &time)
+    {
+        MeasContext &context = run.context();
+        int64_t turnStart = monotonicNs(), blockStart = turnStart;
+        for (uint64_t at = 0; at < batch.Count;) {
+            const bool isAskedFor = context.AbortRequested || context.ClearRequested;
+            const uint64_t size = isAskedFor ? 1 : blockSize(batch.Count - at);
+            const Step step = countBlock(run, timed(batch, at, size, time));
+            at += step.Events;
+            counted += step.Events;
+            if (step.IsDone || isPublicationDue(run)) publish(run, manis);
+            if (context.AbortRequested || context.ClearRequested.exchange(false)) break;
+            const int64_t now = monotonicNs();
+            adaptBlocks(now - blockStart);
+            blockStart = now;
+            if (now - turnStart < longTurnNs) continue;
+            letOthers(run, manis);
+            turnStart = blockStart = monotonicNs();
+        }
+    }
+
+    // Ends at a count at which the clock is looked at, where it reaches one.
+    uint64_t blockSize(uint64_t left) const
+    {
+        const uint64_t longest = std::min(longestBlock, left), toLook = eventsToLook - counted % eventsToLook;
+        return toLook >= longest ? longest : toLook + (longest - toLook) / eventsToLook * eventsToLook;
+    }
+
+    // Dense streams and long windows take long: then fewer events go before the next look.
+    void adaptBlocks(int64_t tookNs)
+    {
+        if (tookNs > longBlockNs) longestBlock = std::max<uint64_t>(longestBlock / 2, 1);
+        if (tookNs < longBlockNs / 4) longestBlock = std::min(longestBlock * 2, correlationBlock);
+    }
+
+    static void letOthers(RunRef &run, std::unique_lock<std::mutex> &manis)
+    {
+        ++run.run->Taken; // the run moves
+        manis.unlock();
+        std::this_thread::yield();
+        manis.lock();
+    }
+
+    template <class Time>
+    TimedEvents timed(EventBatch batch, uint64_t at, uint64_t size, const Time &time)
+    {
+        if constexpr (!Time::isT3) return {batch.Times + at, batch.Channels + at, size};
+        std::transform(batch.Times + at, batch.Times + at + size, times.begin(),
+                       [&](uint64_t raw) { return time.ps(raw); });
+        return {times.data(), batch.Channels + at, size};
+    }
+
+    // A block, or as much of it as belongs to the present step of a sequence.
+    Step countBlock(RunRef &run, const TimedEvents &events)
+    {
+        MeasContext &context = run.context();
+        CorrelationWork &work = *run.run->Correlation;
+        Step step{events.Count, false};
+        switch (context.SequenceMode) {
+        case 1: step = stepByTime(events, context.SequencePeriodPs); break;
+        case 2:
+            if (work.Params.CorrMode == CorrMode::G2) {
+                step.Events = countG2Until(work, events, context.SequenceCount, step.IsDone);
+                return step;
+            }
+            step = stepByCount(events, context.SequenceCount);
+            break;
+        default: break;
+        }
+        countCorrelation(work, events.first(step.Events));
+        return step;
+    }
+
+    Step stepByTime(const TimedEvents &events, uint64_t period)
+    {
+        const uint64_t *end = events.Times + events.Count;
+        const uint64_t *last =
+            std::find_if(events.Times, end, [&](uint64_t time) { return time - origin > period; });
+        if (last == end) return {events.Count, false};
+        origin += period;
+        return {static_cast<uint64_t>(last - events.Times) + 1, true};
+    }
+
+    Step stepByCount(const TimedEvents &events, uint64_t period)
+    {
+        const uint64_t inStep = counted - countMark;
+        const uint64_t left = inStep <= period ? period - inStep : 0; // one more ends the step
+        if (left >= events.Count) return {events.Count, false};
+        countMark += period;
+        return {left + 1, true};
+    }
+
+    bool isPublicationDue(RunRef &run) const
+    {
+        MeasContext &context = run.context();
+        if (context.SequenceMode != 0) return false;
+        if (context.AbortRequested) return true;
+        return counted % eventsToLook == 0 && monotonicNs() - run.run->LastPublish > givenOutEveryNs;
+    }
+
+    std::vector<uint64_t> times; // ps, of a T3 block
+    bool hasOrigin = false;
+    uint64_t origin = 0;    // ps, of the present step of a time sequence
+    uint64_t counted = 0;   // events, markers and overflow records included
+    uint64_t countMark = 0; // events at the start of the present step of a count sequence
+    uint64_t longestBlock = correlationBlock;
+};
+
+} // namespace
+
+void CorrThread(RunRef run)
+{
+    CorrelationMeasurement measurement;
+    runMeasurement(run, measurement);
+}
+
+} // namespace Tessel

@@ -1,0 +1,78 @@
+// Pair counting of the correlation: events in, rows of counts out. No lock and no thread.
+//
+// The block loops give to the last count what the event loops give, in whatever order the times come: what they
+// can't count they hand to those.
+#pragma once
+
+#include "measurements/correlation_work.h"
+
+namespace Tessel {
+
+struct TimedEvents
+{
+    const uint64_t *Times; // ps
+    const uint8_t *Channels;
+    uint64_t Count;
+
+    TimedEvents first(uint64_t count) const { return {Times, Channels, count}; }
+};
+
+// Block loops take this many events at a time.
+inline constexpr uint64_t correlationBlock = 8000;
+
+// At most correlationBlock events.
+void countCorrelation(CorrelationWork &work, const TimedEvents &events);
+
+// g2, event by event, up to the first one after which an element that it counted last holds at least `limit`.
+// The number of events taken; `reached` tells whether it was for that.
+uint64_t countG2Until(CorrelationWork &work, const TimedEvents &events, uint64_t limit, bool &reached);
+
+// Event by event, each scan and walk as it is defined: what the block loops are compared with.
+void countCorrelationPlain(CorrelationWork &work, const TimedEvents &events);
+
+// The block loops, by mode.
+void countG2Block(CorrelationWork &work, const TimedEvents &events);
+void countLagsBlock(CorrelationWork &work, const TimedEvents &events);
+
+// One event of a channel that is correlated.
+struct CorrelatedEvent
+{
+    uint64_t Time;      // ps
+    bool First, Second; // on CorrChan1, on CorrChan2
+};
+
+inline bool isCorrelated(const CorrelationParams &params, uint8_t channel)
+{
+    return (channel & ChannelCode::Special) == 0 &&
+           (channel == params.CorrChan1 || channel == params.CorrChan2);
+}
+inline CorrelatedEvent correlated(const CorrelationParams &params, uint64_t time, uint8_t channel)
+{
+    return {time, channel == params.CorrChan1, channel == params.CorrChan2};
+}
+
+// Gate, pair counts and push of an event in FCS and FFCS. `countPairs(row, ring, time)` counts the event
+// against a ring.
+template <class CountPairs>
+void countLagsEvent(CorrelationWork &work, const CorrelatedEvent &event, CountPairs countPairs)
+{
+    auto countOn = [&](size_t channel) {
+        if (work.Gate) {
+            ++work.CorrCounts[channel];
+            countPairs(2 * channel, work.Rings[0], event.Time);
+            countPairs(2 * channel + 1, work.Rings[1], event.Time);
+        }
+        work.LastTimes[channel] = event.Time;
+        if (push(work.Rings[channel], event.Time, work.Grid.Edges.back()) > 0) work.Gate = true;
+        if (work.FirstTime[channel] == 0 && work.Gate) work.FirstTime[channel] = event.Time;
+    };
+    if (work.FirstTime[0] == 0) work.Gate = false; // until the longest lag has passed once, also after a clear
+    if (event.First) countOn(0);
+    if (event.Second) countOn(1);
+}
+
+// FCS: the scan of a ring from the newest time back. FFCS: the walk of a row's cursors, and what it counts.
+void scanLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time);
+void walkLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time);
+
+} // namespace Tessel

@@ -1,0 +1,105 @@
+#include "measurements/correlation_setup.h"
+
+#include <algorithm>
+#include <new>
+
+namespace Tessel {
+
+namespace {
+
+constexpr uint64_t mostG2Bins = 10'000'000;
+
+void setUpG2(CorrelationWork &work)
+{
+    work.Lags = g2Bins(work.Params);
+}
+
+// Whether each bin begins where the one before it ends. Then the counts of all bins follow from the number of
+// pairs beyond each of their ends.
+bool isContiguous(const LagGrid &grid)
+{
+    uint64_t end = grid.Edges[0];
+    for (size_t i = 0; i < grid.Edges.size(); ++i) {
+        const uint64_t next = grid.Edges[i] + grid.Widths[i];
+        if (next < end) return false;
+        end = next;
+    }
+    return true;
+}
+
+// FCS counts an age by the first bin whose end isn't below it, and none up to the first edge; FFCS by edges.
+std::vector<uint64_t> searchedLags(const CorrelationWork &work)
+{
+    if (work.Params.CorrMode == CorrMode::FFCS) return work.Grid.Edges;
+    if (!isContiguous(work.Grid)) return {};
+    std::vector<uint64_t> lags{work.Grid.Edges[0]};
+    for (size_t i = 0; i < work.Lags; ++i)
+        lags.push_back(std::min<uint64_t>(work.Grid.Edges[i] + work.Grid.Widths[i], INT64_MAX));
+    return lags;
+}
+
+void setUpLags(CorrelationWork &work, const Device &device)
+{
+    work.Grid = lagGridOf(device, work.Params);
+    work.Lags = work.Grid.Edges.size();
+    work.Gate = false;
+    work.Search.Lags = searchedLags(work);
+    for (auto &cursors : work.Search.Cursors) cursors.assign(work.Search.Lags.size(), 0);
+    work.Search.CountedAt.fill(TimeRing::FrontSpace);
+    if (work.Params.CorrMode != CorrMode::FFCS) return;
+    for (auto &cursors : work.LagCursors) cursors.assign(work.Lags, 0);
+}
+
+} // namespace
+
+double limitedBinWidth(const Device &device, double binWidth)
+{
+    constexpr double widest = 1e9;
+    const double narrowest = device.MeasMode == MeasMode::T3 ? device.Resolution : device.BaseResolution;
+    const double limited = binWidth >= widest ? widest : binWidth;
+    return limited > narrowest ? limited : narrowest; // also for what is no number
+}
+
+uint64_t g2Bins(const CorrelationParams &params)
+{
+    return params.CorrBinWidth ? std::min(params.CorrWindow / params.CorrBinWidth, mostG2Bins) : 0;
+}
+
+LagGrid lagGridOf(const Device &device, const CorrelationParams &params)
+{
+    return lagGrid(std::max(params.CorrMinLag, cutPs(device.BaseResolution)), params.CorrWindow,
+                   params.CorrSteps);
+}
+
+std::shared_ptr<CorrelationWork> setUpCorrelation(const Device &device, const CorrelationParams &params)
+{
+    auto work = std::make_shared<CorrelationWork>();
+    work->Params = params;
+    if (params.CorrMode == CorrMode::G2)
+        setUpG2(*work);
+    else
+        setUpLags(*work, device);
+    for (auto &row : work->Rows)
+        if (!row.allocate(work->Lags)) throw std::bad_alloc();
+    for (TimeRing &ring : work->Rings) setUpRing(ring, params.CorrMode == CorrMode::FCS);
+    return work;
+}
+
+void fillLagAxis(const Device &device, const CorrelationParams &params, double *x)
+{
+    if (!x) return;
+    if (params.CorrMode != CorrMode::G2) {
+        const auto centers = lagGridOf(device, params).Centers;
+        for (size_t i = 0; i + 1 < centers.size(); ++i) x[i] = static_cast<double>(centers[i]) * 1e-12;
+        return;
+    }
+    const uint64_t bins = g2Bins(params);
+    const auto width = static_cast<double>(params.CorrBinWidth);
+    for (uint64_t i = 0; i < bins; ++i) {
+        const double edge = static_cast<double>(i) * width * 1e-12, half = width * 5e-13;
+        x[bins - 1 - i] = -edge - half;
+        x[bins + i] = edge + half;
+    }
+}
+
+} // namespace Tessel

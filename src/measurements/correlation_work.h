@@ -1,0 +1,49 @@
+// The working record of a correlation run. Built for each run; guarded by ManisLock.
+#pragma once
+
+#include "measurements/lag_grid.h"
+#include "measurements/params.h"
+#include "measurements/time_ring.h"
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+namespace Tessel {
+
+namespace CorrMode {
+inline constexpr uint32_t G2 = 0, FCS = 1, FFCS = 2;
+}
+
+// Row | g2                                       | FCS, FFCS
+//   0 | CorrChan1 against ring 1: positive lags  | CorrChan1 against ring 0: auto 1
+//   1 | CorrChan2 against ring 0: negative lags  | CorrChan1 against ring 1: cross
+//   2 |                                          | CorrChan2 against ring 0: cross
+//   3 |                                          | CorrChan2 against ring 1: auto 2
+inline constexpr size_t corrRowCount = 4;
+
+// What the block loops keep from block to block; nothing of it shows in a result.
+struct LagSearch
+{
+    std::vector<uint64_t> Lags;                              // an age beyond each is what is looked for
+    std::array<std::vector<uint64_t>, corrRowCount> Cursors; // FCS: number of the first time not beyond the lag
+    std::array<uint64_t, corrRowCount> CountedAt{};          // FFCS: the ring's tail at the row's last count
+    uint64_t CountedTime = 0;                                // ps, of the last event that was counted so
+};
+
+struct CorrelationWork
+{
+    CorrelationParams Params; // as they were at the run's start
+    uint64_t Lags = 0;        // elements of a row
+    LagGrid Grid;             // FCS, FFCS
+    std::array<PageArray<uint64_t>, corrRowCount> Rows;
+    std::array<std::vector<uint64_t>, corrRowCount> LagCursors; // FFCS: ring entries younger than the lag
+    std::array<TimeRing, 2> Rings;                              // of CorrChan1 and CorrChan2
+    std::array<uint64_t, 2> CorrCounts{};                       // events counted on each channel
+    std::array<uint64_t, 2> FirstTime{}, LastTimes{};           // ps; first counted, last seen; 0: none
+    bool Gate = true;                                           // FCS, FFCS: the longest lag has passed once
+    LagSearch Search;
+    std::array<std::vector<uint32_t>, 2> Seen; // of each event of a block: times of the other ring before it
+};
+
+} // namespace Tessel

@@ -1,0 +1,182 @@
+// The block loop of g2.
+//
+// How many pairs an event has is as random as the light, so a branch at the end of each event's pairs would be
+// guessed wrong most of the time. Instead all events of a group are compared with the time before them, then
+// those that had a pair with the one before that, and so on: nothing branches on the outcome.
+#include "measurements/bin_division.h"
+#include "measurements/correlation_count.h"
+
+#include <algorithm>
+#include <array>
+
+namespace Tessel {
+
+namespace {
+
+constexpr uint64_t groupEvents = 512; // their places stay in the first-level cache
+constexpr int mostRounds = 24;        // events with more pairs are worth a loop of their own
+constexpr uint64_t timeLimit = uint64_t{1} << 63;
+
+// Events of one channel against the ring of the other.
+struct G2Row
+{
+    const uint64_t *Starts;
+    uint64_t Count;
+    const uint32_t *Seen;  // of each start: times of the other ring before it in this block
+    const uint64_t *Stops; // the other ring's times of this block; before its head lies a fence beyond all bins
+    uint64_t Span;         // ps; pairs at this distance and beyond have no bin
+    uint64_t *Counts;
+};
+
+// The events of a group that have a pair yet to come, and the bins of the pairs just found: as many, for each
+// pair found leaves an event to go on with.
+struct G2Group
+{
+    uint64_t Size = 0;
+    std::array<uint64_t, groupEvents> Times;
+    std::array<const uint64_t *, groupEvents> Stops;
+    std::array<uint64_t, groupEvents> Bins;
+};
+
+void startGroup(G2Group &group, const G2Row &row, uint64_t from)
+{
+    group.Size = std::min(groupEvents, row.Count - from);
+    for (uint64_t i = 0; i < group.Size; ++i) {
+        group.Times[i] = row.Starts[from + i];
+        group.Stops[i] = row.Stops + row.Seen[from + i] - 1;
+    }
+}
+
+// The number of pairs at equal times.
+template <class Division>
+uint64_t nextRound(G2Group &group, const G2Row &row, const Division division)
+{
+    uint64_t found = 0, equal = 0;
+    for (uint64_t i = 0; i < group.Size; ++i) {
+        const uint64_t time = group.Times[i];
+        const uint64_t *stop = group.Stops[i];
+        const uint64_t distance = time - *stop;
+        group.Times[found] = time;
+        group.Stops[found] = stop - 1;
+        group.Bins[found] = division(distance);
+        found += distance < row.Span;
+        equal += distance == 0;
+    }
+    group.Size = found;
+    for (uint64_t i = 0; i < found; ++i) ++row.Counts[group.Bins[i]];
+    return equal;
+}
+
+template <class Division>
+uint64_t finishGroup(const G2Group &group, const G2Row &row, const Division division)
+{
+    uint64_t equal = 0;
+    for (uint64_t i = 0; i < group.Size; ++i) {
+        const uint64_t time = group.Times[i];
+        for (const uint64_t *stop = group.Stops[i];; --stop) {
+            const uint64_t distance = time - *stop;
+            if (distance >= row.Span) break;
+            ++row.Counts[division(distance)];
+            equal += distance == 0;
+        }
+    }
+    return equal;
+}
+
+template <class Division>
+uint64_t countRowWith(const Division division, const G2Row &row)
+{
+    G2Group group;
+    uint64_t equal = 0;
+    for (uint64_t from = 0; from < row.Count; from += groupEvents) {
+        startGroup(group, row, from);
+        for (int round = 0; round < mostRounds && group.Size > 0; ++round)
+            equal += nextRound(group, row, division);
+        equal += finishGroup(group, row, division);
+    }
+    return equal;
+}
+
+uint64_t countRow(const G2Row &row, uint64_t binWidth)
+{
+    if (std::has_single_bit(binWidth)) return countRowWith(ShiftDivision{std::countr_zero(binWidth)}, row);
+    return countRowWith(ReciprocalDivision(binWidth), row);
+}
+
+uint64_t *writeEnd(const TimeRing &ring)
+{
+    return ring.Times.get() + (ring.Tail - ring.Base);
+}
+
+// Writes the times of each channel behind the tail of its ring, without a branch on the channel.
+std::array<uint64_t, 2> split(CorrelationWork &work, const TimedEvents &events)
+{
+    uint64_t *first = writeEnd(work.Rings[0]), *second = writeEnd(work.Rings[1]);
+    uint32_t *firstSeen = work.Seen[0].data(), *secondSeen = work.Seen[1].data();
+    // No channel below the markers matches one that can't be.
+    const uint64_t chan1 = work.Params.CorrChan1 < ChannelCode::Special ? work.Params.CorrChan1 : UINT64_MAX;
+    const uint64_t chan2 = work.Params.CorrChan2 < ChannelCode::Special ? work.Params.CorrChan2 : UINT64_MAX;
+    uint32_t count1 = 0, count2 = 0;
+    for (uint64_t i = 0; i < events.Count; ++i) {
+        const uint64_t time = events.Times[i], channel = events.Channels[i];
+        first[count1] = time;
+        firstSeen[count1] = count2;
+        count1 += channel == chan1;
+        second[count2] = time;
+        secondSeen[count2] = count1;
+        count2 += channel == chan2;
+    }
+    return {count1, count2};
+}
+
+// Whether the times written behind the ring's tail ascend from its latest one on and nothing is 0 or could
+// wrap. Then no time leaves the ring before it is beyond all bins of every event that comes.
+bool isRegular(const TimeRing &ring, uint64_t written)
+{
+    if (ring.VisibleFrom > ring.Head) return false;
+    const uint64_t *times = writeEnd(ring);
+    uint64_t last = ring.count() > 0 ? ring.Latest : 1;
+    bool ascends = true;
+    for (uint64_t i = 0; i < written; ++i) {
+        ascends &= times[i] >= last;
+        last = times[i];
+    }
+    return ascends && last < timeLimit;
+}
+
+void countChannel(CorrelationWork &work, size_t channel, uint64_t written)
+{
+    TimeRing &other = work.Rings[1 - channel];
+    const uint64_t *starts = writeEnd(work.Rings[channel]);
+    const uint64_t span = work.Lags * work.Params.CorrBinWidth;
+    other.Times[other.Head - other.Base - 1] = starts[0] - span; // the fence
+    const uint64_t equal =
+        countRow({starts, written, work.Seen[channel].data(), writeEnd(other), span, work.Rows[channel].get()},
+                 work.Params.CorrBinWidth);
+    work.Rows[1 - channel][0] += equal; // equal times count in both rows
+}
+
+} // namespace
+
+void countG2Block(CorrelationWork &work, const TimedEvents &events)
+{
+    for (size_t channel = 0; channel < 2; ++channel) {
+        reserve(work.Rings[channel], events.Count);
+        work.Seen[channel].resize(events.Count + 1);
+    }
+    const auto written = split(work, events);
+    if (work.Lags == 0 || !isRegular(work.Rings[0], written[0]) || !isRegular(work.Rings[1], written[1]))
+        return countCorrelationPlain(work, events);
+    for (size_t channel = 0; channel < 2; ++channel)
+        if (written[channel] > 0) countChannel(work, channel, written[channel]);
+    for (size_t channel = 0; channel < 2; ++channel) {
+        if (written[channel] == 0) continue;
+        TimeRing &ring = work.Rings[channel];
+        if (work.FirstTime[channel] == 0) work.FirstTime[channel] = ring.time(ring.Tail);
+        work.CorrCounts[channel] += written[channel];
+        pushWritten(ring, written[channel], work.Params.CorrWindow);
+        work.LastTimes[channel] = ring.Latest;
+    }
+}
+
+} // namespace Tessel

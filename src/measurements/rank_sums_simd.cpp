@@ -1,0 +1,138 @@
+// Ranks by comparing the stops behind a cursor, a register of them at a time; below AVX2 four by four.
+//
+// How far a cursor moves is as random as the light, so the loop doesn't branch on it: mostly one register holds
+// all stops that it passes. Four lags are worked on at once, for each cursor waits for its own last comparison.
+#include "measurements/rank_sums.h"
+
+#include <algorithm>
+#include <cstddef>
+
+// This file once for each instruction set; what comes behind foreach_target.h is compiled for each.
+// clang-format off
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "measurements/rank_sums_simd.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+// clang-format on
+
+HWY_BEFORE_NAMESPACE();
+namespace Tessel {
+namespace HWY_NAMESPACE {
+namespace {
+
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+// How many of `Width` ascending stops are before start - lag.
+struct StopsBefore
+{
+    static constexpr hn::ScalableTag<int64_t> d{};
+    static constexpr size_t Width = hn::MaxLanes(hn::ScalableTag<int64_t>());
+
+    static HWY_INLINE size_t of(const int64_t *stops, int64_t before)
+    {
+        return hn::CountTrue(d, hn::Lt(hn::LoadU(d, stops), hn::Set(d, before)));
+    }
+};
+
+#else
+
+struct StopsBefore
+{
+    static constexpr size_t Width = 4;
+
+    static HWY_INLINE size_t of(const int64_t *stops, int64_t before)
+    {
+        return size_t{stops[0] < before} + size_t{stops[1] < before} + size_t{stops[2] < before} +
+               size_t{stops[3] < before};
+    }
+};
+
+#endif
+
+static_assert(StopsBefore::Width <= RankJob::StopsBehind);
+
+// The lags from `from` on, `Group` of them.
+template <size_t Group, bool FindTies>
+HWY_INLINE void rankGroup(const RankJob &job, uint64_t from, std::vector<RankTie> *ties)
+{
+    const auto *starts = reinterpret_cast<const int64_t *>(job.Starts);
+    const auto *stops = reinterpret_cast<const int64_t *>(job.Stops);
+    int64_t lags[Group];
+    uint64_t ranks[Group], sums[Group] = {};
+    std::copy_n(job.Lags + from, Group, lags);
+    std::copy_n(job.Cursors + from, Group, ranks);
+    for (uint64_t i = 0; i < job.StartCount; ++i) {
+        const int64_t start = starts[i];
+#pragma GCC unroll 4
+        for (size_t k = 0; k < Group; ++k) {
+            const int64_t before = start - lags[k];
+            [[maybe_unused]] const uint64_t rankBefore = ranks[k];
+            size_t passed = StopsBefore::of(stops + ranks[k], before);
+            ranks[k] += passed;
+            while (HWY_UNLIKELY(passed == StopsBefore::Width)) {
+                passed = StopsBefore::of(stops + ranks[k], before);
+                ranks[k] += passed;
+            }
+            sums[k] += ranks[k];
+            if (FindTies && HWY_UNLIKELY(stops[ranks[k]] == before))
+                ties->push_back({from + k, i, rankBefore, ranks[k]});
+        }
+    }
+    std::copy_n(ranks, Group, job.Cursors + from);
+    for (size_t k = 0; k < Group; ++k) job.Sums[from + k] += sums[k];
+}
+
+template <bool FindTies>
+void rankAll(const RankJob &job, std::vector<RankTie> *ties)
+{
+    uint64_t lag = 0;
+    for (; lag + 4 <= job.LagCount; lag += 4) rankGroup<4, FindTies>(job, lag, ties);
+    for (; lag < job.LagCount; ++lag) rankGroup<1, FindTies>(job, lag, ties);
+}
+
+void rankSumsTarget(const RankJob &job, std::vector<RankTie> *ties)
+{
+    if (ties)
+        rankAll<true>(job, ties);
+    else
+        rankAll<false>(job, ties);
+}
+
+} // namespace
+} // namespace HWY_NAMESPACE
+} // namespace Tessel
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace Tessel {
+
+HWY_EXPORT(rankSumsTarget);
+
+void rankSums(const RankJob &job)
+{
+    HWY_DYNAMIC_DISPATCH(rankSumsTarget)(job, nullptr);
+}
+
+void rankSums(const RankJob &job, std::vector<RankTie> &ties)
+{
+    HWY_DYNAMIC_DISPATCH(rankSumsTarget)(job, &ties);
+}
+
+void rankSumsPlain(const RankJob &job, std::vector<RankTie> *ties)
+{
+    for (uint64_t k = 0; k < job.LagCount; ++k)
+        for (uint64_t i = 0; i < job.StartCount; ++i) {
+            const auto before = static_cast<int64_t>(job.Starts[i] - job.Lags[k]);
+            uint64_t &rank = job.Cursors[k];
+            const uint64_t rankBefore = rank;
+            while (static_cast<int64_t>(job.Stops[rank]) < before) ++rank;
+            job.Sums[k] += rank;
+            if (ties && static_cast<int64_t>(job.Stops[rank]) == before)
+                ties->push_back({k, i, rankBefore, rank});
+        }
+}
+
+} // namespace Tessel
+#endif
