@@ -1,0 +1,150 @@
+// Adding and removing stages: names, numbers of their channels, refusals. The stages' threads run and wait.
+#include "manipulators/chain.h"
+#include "manipulators/numbering.h"
+#include "manipulators/stages.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+
+using namespace Tessel;
+
+namespace {
+
+class Chain : public testing::Test
+{
+protected:
+    Chain() : target{std::make_shared<Device>(), std::make_shared<MeasContext>()}
+    {
+        target.device->NumChans = 4;
+        target.device->IsInitialized = true;
+        target.device->MeasMode = MeasMode::T2;
+    }
+    ~Chain() override { removeStages(target); }
+
+    const Manipulator &stage(size_t index) { return *target.context->Manis[index]; }
+    uint64_t rows() { return numAllChans(*target.device, *target.context); }
+
+    DeviceRef target;
+    const int32_t inputs[3] = {1, 2, 3};
+};
+
+using Bytes = std::vector<uint8_t>;
+
+} // namespace
+
+TEST_F(Chain, NumbersChannelsInTheOrderOfAdding)
+{
+    EXPECT_EQ(addMerge(target, inputs, true), 5);
+    addSubStream(target, 1, 2);
+    EXPECT_EQ(addDelay(target, 1, 10, false), 6); // a number that nothing uses
+    EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = inputs, .Keep = false}), 1);
+    EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = inputs, .Keep = true}), 7);
+    EXPECT_EQ(addCountRate(target, 1000), 5);
+    EXPECT_EQ(addDelay(target, 1, 10, true), 10);
+    EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = {}, .Keep = true}), 11);
+    EXPECT_EQ(rows(), 11u);
+
+    const struct
+    {
+        const char *name;
+        ManisType type;
+        Bytes outputs;
+    } expected[] = {
+        {"Merge_5", ManisType::Merge, {5}},         {"Sub_6", ManisType::SubStream, {}},
+        {"Delay_6", ManisType::Delay, {6}},         {"Herald_7", ManisType::Herald, {1, 2, 3}},
+        {"Herald_7", ManisType::Herald, {7, 8, 9}}, {"CountRate_10", ManisType::CountRate, {}},
+        {"Delay_10", ManisType::Delay, {10}},       {"Herald_11", ManisType::Herald, {}},
+    };
+    ASSERT_EQ(target.context->Manis.size(), std::size(expected));
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_EQ(stage(i).Name, expected[i].name);
+        EXPECT_EQ(stage(i).Type, expected[i].type);
+        EXPECT_EQ(stage(i).OutChans, expected[i].outputs) << i;
+        EXPECT_EQ(stage(i).NextIndex, static_cast<int32_t>(i + 1));
+    }
+    EXPECT_EQ(stage(5).Params2, std::vector<int32_t>{5}); // channels made ahead of the count rate
+}
+
+TEST_F(Chain, CoincidenceMakesOneChannel)
+{
+    EXPECT_EQ(addCoincidence(target, {.Channels = inputs, .WindowPs = 1000.4, .Keep = true}), 5);
+    EXPECT_EQ(stage(0).Name, "Coinc_5");
+    EXPECT_EQ(stage(0).InChans, (Bytes{1, 2, 3}));
+    EXPECT_EQ(stage(0).Params, std::vector<uint64_t>{1000});
+}
+
+TEST_F(Chain, RefusesMoreChannelsThanAStreamHas)
+{
+    const std::vector<int32_t> many(125, 1);
+    EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = many, .Keep = true}), 5);
+    EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = many, .Keep = true}), 130);
+    EXPECT_EQ(rows(), 255u);
+    EXPECT_EQ(addMerge(target, inputs, true), -1);
+    EXPECT_EQ(addDelay(target, 1, 10, true), -1);
+    EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = inputs, .Keep = true}), -1);
+    EXPECT_EQ(addCoincidence(target, {.Channels = inputs}), -1);
+    EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = inputs, .Keep = false}), 1);
+    EXPECT_EQ(target.context->Manis.size(), 3u);
+    EXPECT_EQ(rows(), 255u);
+}
+
+// The record stays in its place; only the count of channels goes down by one.
+TEST_F(Chain, EndingAStageKeepsItsRecord)
+{
+    addDelay(target, 1, 10, true);
+    addDelay(target, 2, 10, true);
+    endStage(target, 7);
+    EXPECT_EQ(rows(), 7u);
+    endStage(target, 0);
+    EXPECT_EQ(rows(), 6u);
+    EXPECT_EQ(target.context->Manis.size(), 2u);
+    EXPECT_TRUE(stage(0).ThreadGone);
+    EXPECT_FALSE(stage(1).ThreadGone);
+    EXPECT_EQ(stage(1).OutChans, Bytes{6});
+}
+
+TEST_F(Chain, ArgumentsAreBroughtIntoTheirRange)
+{
+    const struct
+    {
+        double given;
+        int32_t int32;
+        uint64_t uint64;
+    } cases[] = {
+        {1.4, 1, 1},
+        {-1.6, -2, 0},
+        {NAN, 0, 0},
+        {1e10, 2147483647, 10'000'000'000},
+        {-1e10, -2147483647 - 1, 0},
+        {INFINITY, 2147483647, ~uint64_t{0}},
+        {1e300, 2147483647, ~uint64_t{0}},
+    };
+    for (const auto &given : cases) {
+        EXPECT_EQ(nearestInt32(given.given), given.int32) << given.given;
+        EXPECT_EQ(nearestUint64(given.given), given.uint64) << given.given;
+    }
+    const int32_t wide[] = {1, 257, -1};
+    EXPECT_EQ(channelBytes(wide), (Bytes{1, 1, 255}));
+}
+
+TEST_F(Chain, RatesAreThoseOfACountRateThatHasSeenARun)
+{
+    addMerge(target, inputs, true);
+    addCountRate(target, 1000);
+    addMerge(target, inputs, true);
+    std::vector<uint32_t> rates(rows(), 77);
+    for (int32_t index : {-1, 0, 1, 3}) EXPECT_FALSE(countRates(target, index, rates.data())) << index;
+    EXPECT_EQ(rates, std::vector<uint32_t>(7, 77));
+
+    Manipulator &counter = *target.context->Manis[1];
+    {
+        std::lock_guard lock(counter.Lock);
+        counter.Rates = {1.4f, 2.5f, NAN, 1e20f, -3.0f, 6.0f};
+        counter.StartedFlag = true;
+    }
+    EXPECT_TRUE(countRates(target, 1, nullptr));
+    EXPECT_TRUE(countRates(target, 1, rates.data()));
+    EXPECT_EQ(rates, (std::vector<uint32_t>{1, 3, 0, 4294967295, 0, 6, 0})); // it doesn't see the last channel
+}
