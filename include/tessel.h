@@ -144,11 +144,11 @@ TESSEL_API bool setHistoT2RefChan(const char16_t *id, uint8_t refChan);
 
 /* A scrolling count-rate history: per channel a row of bins of equal width over the last span of measured time,
  * newest at the right end. `data`: getNumAllChans() rows x numBins columns of counts (setTimeTraceNumBins()),
- * row = channel, zeroed at the start; complete bins are scrolled in about ten times a second of a replay, the last
- * one at the end. `firstBin`: the absolute number, counted from the start of the run, of the bin that follows the
- * last column, so that column c is the bin firstBin - numBins + c; null: not told. Time passes with events and
- * overflow records, not with markers. Bins that were passed within one replayed span longer than the whole
- * history are zero. Always true. */
+ * row = channel, zeroed at the start; complete bins are scrolled in about ten times a second of a replay, the
+ * last one at the end. `firstBin`: the absolute number, counted from the start of the run, of the bin that
+ * follows the last column, so that column c is the bin firstBin - numBins + c; null: not told. Time passes with
+ * events and overflow records, not with markers. Bins that were passed within one replayed span longer than the
+ * whole history are zero. Always true. */
 TESSEL_API bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
                              uint32_t *data, uint64_t *firstBin, uint8_t *finished);
 
@@ -162,17 +162,17 @@ TESSEL_API bool setTimeTraceHistorySize(const char16_t *id, double seconds);
 
 /* Pairs of events by two delays: x of the last event on channel X against y of the last one on channel Y, both
  * after a common reference, which is the last event on the start channel in T2 and the sync in T3. `data`:
- * numBinsY rows x numBinsX columns of counts (setHisto2dParams()), zeroed at the start and growing while the run
- * goes on. In T2 each event that follows counts the pair, until the next reference; in T3 the next event counts
- * it, once. bx = (x + slope * y) / width of x, by = y / width of y; what lies outside isn't counted. Always
- * true. */
+ * numBinsY rows x numBinsX columns of counts (setHisto2dParams()), zeroed at the start and growing while the
+ * run goes on. In T2 each event that follows counts the pair, until the next reference; in T3 the next event
+ * counts it, once. bx = (x + slope * y) / width of x, by = y / width of y; what lies outside isn't counted.
+ * Always true. */
 TESSEL_API bool get2dHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
                                uint32_t *data, uint8_t *finished);
 
-/* Channels (0 sync, 1 to 64 inputs, then the chain's; start channel: T2 only), offsets in ps that are taken from
- * the times on X and on Y, bin widths in ps and numbers of bins. Initially 0, 1, 2, no offset, 100 x 100 bins of
- * 1 ps. A run with a width or a number of 0, or with more than 2^31 bins, ends at once with an error in the log.
- * Always true. */
+/* Channels (0 sync, 1 to 64 inputs, then the chain's; start channel: T2 only), offsets in ps that are taken
+ * from the times on X and on Y, bin widths in ps and numbers of bins. Initially 0, 1, 2, no offset, 100 x 100
+ * bins of 1 ps. A run with a width or a number of 0, or with more than 2^31 bins, ends at once with an error in
+ * the log. Always true. */
 TESSEL_API bool setHisto2dParams(const char16_t *id, uint8_t startChan, uint8_t chanX, uint8_t chanY,
                                  uint64_t offsetX, uint64_t offsetY, uint64_t binWidthX, uint64_t binWidthY,
                                  uint64_t numBinsX, uint64_t numBinsY);
@@ -181,21 +181,21 @@ TESSEL_API bool setHisto2dParams(const char16_t *id, uint8_t startChan, uint8_t 
  * current device, whatever `id` says. Always true. */
 TESSEL_API bool setHisto2dTotMode(const char16_t *id, uint8_t totMode, double slope);
 
-/* Pairs whose reference came less than `min` or more than `max` ps after that of the pair before are counted with
- * the offsets (ps) added to x and y and with `slope` added to the slope. Initially 0 and 1e12, no offset, 0.
- * Always true. */
+/* Pairs whose reference came less than `min` or more than `max` ps after that of the pair before are counted
+ * with the offsets (ps) added to x and y and with `slope` added to the slope. Initially 0 and 1e12, no offset,
+ * 0. Always true. */
 TESSEL_API bool setHisto2dRecoveryTimingCorrection(const char16_t *id, uint64_t min, uint64_t max,
                                                    uint64_t offsetX, uint64_t offsetY, double slope);
 
 /* -------------------------------------------------------------------------------------- the stream itself
  * A block is memory of the caller that a run fills with record words or decoded events. It and its count must
  * stay valid until the finished byte is 1; after that only rawGetBlock() and ufGetBlock() touch them. A reader
- * fetches the block with these two at any moment, also from another thread. A recorded file waits for its reader:
- * when the block is full, the run stands still until it is fetched, and nothing is lost; a stopped run gives up
- * after about five seconds without a reader. Live data can't wait: the block starts again with the newest. With
- * a `capacity` of 0 or no block the run goes on without one. `acqTime`, `waitFinished`, `save` and `finished` are
- * those of every measurement. With `waitFinished` 1 and a block that is too small for a recorded file, the call
- * returns only when another thread fetches the block or stops the run. */
+ * fetches the block with these two at any moment, also from another thread. A recorded file waits for its
+ * reader: when the block is full, the run stands still until it is fetched, and nothing is lost; a stopped run
+ * gives up after about five seconds without a reader. Live data can't wait: the block starts again with the
+ * newest. With a `capacity` of 0 or no block the run goes on without one. `acqTime`, `waitFinished`, `save` and
+ * `finished` are those of every measurement. With `waitFinished` 1 and a block that is too small for a recorded
+ * file, the call returns only when another thread fetches the block or stops the run. */
 
 /* Record words, as the instrument sends them. `block`: `capacity` words; `count`: how many of them are filled,
  * written while the run goes on. Always true. */
@@ -254,7 +254,8 @@ TESSEL_API bool getTimesFromChannelUF(const uint8_t *channels, const uint64_t *t
  * g2: M = window / binWidth bins a direction, cut to whole ones, at most 10,000,000. `binWidth` is brought into
  * the range from the device's resolution to 1e9 ps. `normalize` 1: counts are divided by those that two
  * independent streams of the same rates would give, so uncorrelated light is at 1:
- * g2(lag) = pairs x T / (n1 x n2 x width) with n the events of each channel and T the time measured; 0: pairs. */
+ * g2(lag) = pairs x T / (n1 x n2 x width) with n the events of each channel and T the time measured; 0: pairs.
+ */
 TESSEL_API bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, double window, double binWidth,
                             uint8_t normalize);
 
@@ -278,8 +279,8 @@ TESSEL_API bool setFFCSParams(const char16_t *id, uint64_t chan1, uint64_t chan2
  *    element of each third is not used.
  * Until the first event is counted y stays as it is; where a channel has no events what is divided by its
  * number is infinite or no number. `acqTime` below 0 counts as the longest. Always true. */
-TESSEL_API bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, uint8_t save, double *y,
-                               double *x, uint8_t *finished);
+TESSEL_API bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, uint8_t save,
+                               double *y, double *x, uint8_t *finished);
 
 /* ------------------------------------------------------------------------------------------- manipulators
  * Stages of the device's chain. Each sees the stream that the one before it leaves, in the order of adding,

@@ -1,8 +1,8 @@
 // HistoThread: counts the stream of a T2 or T3 run into one histogram per channel, in the caller's array.
 #include "devices/primitives.h"
+#include "devices/raw_time.h"
 #include "measurements/frame.h"
 #include "measurements/histogram_count.h"
-#include "devices/raw_time.h"
 #include "measurements/threads.h"
 
 #include <algorithm>
