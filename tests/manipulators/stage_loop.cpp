@@ -1,0 +1,120 @@
+// The loop of a stage's thread between two small stores: a recorded file loses nothing, an instrument clears
+// what is full and goes on.
+#include "manipulators/stages.h"
+#include "stage_run.h"
+#include "support/host.h"
+
+#include <mutex>
+
+using namespace Tessel;
+using namespace TestSupport;
+
+namespace {
+
+// A chain of one merge, which writes two events for each, and a final record that has room for 48.
+class SmallChain
+{
+public:
+    explicit SmallChain(DeviceType type) : target{std::make_shared<Device>(), std::make_shared<MeasContext>()}
+    {
+        target.device->NumChans = 4;
+        target.device->IsInitialized = true;
+        target.device->MeasMode = MeasMode::T2;
+        target.device->DeviceType = type;
+        const int32_t member = 1;
+        addMerge(target, std::span(&member, 1), true);
+        first = target.context->Manis.front();
+        last = std::make_shared<Manipulator>();
+        last->Type = ManisType::Store;
+        last->HighWater = 32;
+        last->Events.allocate(48);
+        ChainLocks locks(*target.context);
+        last->Index = 1;
+        target.context->Manis.push_back(last);
+        first->Events.allocate(1000);
+    }
+    ~SmallChain()
+    {
+        stopManipulators(target, false, [] {});
+        target.context->Measuring = false;
+        removeStages(target);
+    }
+
+    void start() { target.context->Measuring = true; }
+    void feed(const Events &events)
+    {
+        std::lock_guard lock(first->Lock);
+        for (const Event &event : events) first->Events.append(event.time, event.channel);
+    }
+    Events take()
+    {
+        std::lock_guard lock(last->Lock);
+        EXPECT_LE(last->Events.Count, 48u);
+        Events taken;
+        for (uint64_t i = 0; i < last->Events.Count; ++i)
+            taken.push_back({last->Events.Times[i], last->Events.Channels[i]});
+        last->Events.Count = 0;
+        return taken;
+    }
+    bool allTaken()
+    {
+        std::lock_guard lock(first->Lock);
+        return first->Events.Count == 0;
+    }
+
+    DeviceRef target;
+    std::shared_ptr<Manipulator> first, last;
+};
+
+Events members(uint64_t count)
+{
+    Events events;
+    for (uint64_t i = 0; i < count; ++i) events.push_back({i, 1});
+    return events;
+}
+
+} // namespace
+
+TEST(StageLoop, AFileLosesNothingWhereTheNextStoreIsSmall)
+{
+    SmallChain chain(DeviceType::File);
+    const Events in = members(1000);
+    chain.feed(in);
+    chain.start();
+    const Events expected = merge(in, {1}, 5, true);
+    Events got;
+    EXPECT_TRUE(eventually([&] {
+        for (const Event &event : chain.take()) got.push_back(event);
+        return got.size() >= expected.size();
+    }));
+    EXPECT_EQ(difference(got, expected, false), "");
+    EXPECT_EQ(chain.take(), Events());
+}
+
+TEST(StageLoop, AnInstrumentClearsAFullStoreAndGoesOn)
+{
+    SmallChain chain(DeviceType::Instrument);
+    chain.feed(members(1000));
+    chain.start();
+    ASSERT_TRUE(eventually([&] { return chain.allTaken(); }));
+    chain.feed({{7, 2}}); // what comes behind the batch that was thrown away
+    Events got;
+    EXPECT_TRUE(eventually([&] {
+        got = chain.take();
+        return !got.empty();
+    }));
+    EXPECT_EQ(show(got), "2@7");
+}
+
+TEST(StageLoop, ADisabledStageLetsNothingThrough)
+{
+    SmallChain chain(DeviceType::File);
+    chain.first->Enabled = false;
+    chain.feed(members(10));
+    chain.start();
+    for (int turn = 0; turn < 2; ++turn) { // it takes what is new only when it is done with what was there
+        EXPECT_TRUE(eventually([&] { return chain.allTaken(); }));
+        EXPECT_EQ(chain.take(), Events());
+        chain.feed(members(10));
+    }
+}
