@@ -28,43 +28,55 @@ struct G2Row
     uint64_t *Counts;
 };
 
-// The events of a group that have a pair yet to come, and the bins of the pairs just found: as many, for each
-// pair found leaves an event to go on with.
+// The events of a group that have a pair yet to come, and the distances of the pairs just found: as many, for
+// each pair found leaves an event to go on with.
 struct G2Group
 {
     uint64_t Size = 0;
     std::array<uint64_t, groupEvents> Times;
     std::array<const uint64_t *, groupEvents> Stops;
-    std::array<uint64_t, groupEvents> Bins;
+    std::array<uint64_t, groupEvents> Distances;
 };
 
-void startGroup(G2Group &group, const G2Row &row, uint64_t from)
-{
-    group.Size = std::min(groupEvents, row.Count - from);
-    for (uint64_t i = 0; i < group.Size; ++i) {
-        group.Times[i] = row.Starts[from + i];
-        group.Stops[i] = row.Stops + row.Seen[from + i] - 1;
-    }
-}
-
-// The number of pairs at equal times.
-template <class Division>
-uint64_t nextRound(G2Group &group, const G2Row &row, const Division division)
+// Compares `size` events with a time each, as `eventAt` tells them. The number of pairs at equal times.
+template <class Division, class EventAt>
+uint64_t compareAll(G2Group &group, const G2Row &row, const Division division, uint64_t size, EventAt eventAt)
 {
     uint64_t found = 0, equal = 0;
-    for (uint64_t i = 0; i < group.Size; ++i) {
-        const uint64_t time = group.Times[i];
-        const uint64_t *stop = group.Stops[i];
+    for (uint64_t i = 0; i < size; ++i) {
+        const auto [time, stop] = eventAt(i);
         const uint64_t distance = time - *stop;
         group.Times[found] = time;
         group.Stops[found] = stop - 1;
-        group.Bins[found] = division(distance);
+        group.Distances[found] = distance;
         found += distance < row.Span;
         equal += distance == 0;
     }
     group.Size = found;
-    for (uint64_t i = 0; i < found; ++i) ++row.Counts[group.Bins[i]];
+    for (uint64_t i = 0; i < found; ++i) ++row.Counts[division(group.Distances[i])];
     return equal;
+}
+
+struct G2Event
+{
+    uint64_t Time;
+    const uint64_t *Stop;
+};
+
+template <class Division>
+uint64_t firstRound(G2Group &group, const G2Row &row, const Division division, uint64_t from)
+{
+    return compareAll(group, row, division, std::min(groupEvents, row.Count - from), [&](uint64_t i) {
+        return G2Event{row.Starts[from + i], row.Stops + row.Seen[from + i] - 1};
+    });
+}
+
+template <class Division>
+uint64_t nextRound(G2Group &group, const G2Row &row, const Division division)
+{
+    return compareAll(group, row, division, group.Size, [&](uint64_t i) {
+        return G2Event{group.Times[i], group.Stops[i]};
+    });
 }
 
 template <class Division>
@@ -89,8 +101,8 @@ uint64_t countRowWith(const Division division, const G2Row &row)
     G2Group group;
     uint64_t equal = 0;
     for (uint64_t from = 0; from < row.Count; from += groupEvents) {
-        startGroup(group, row, from);
-        for (int round = 0; round < mostRounds && group.Size > 0; ++round)
+        equal += firstRound(group, row, division, from);
+        for (int turn = 1; turn < mostRounds && group.Size > 0; ++turn)
             equal += nextRound(group, row, division);
         equal += finishGroup(group, row, division);
     }

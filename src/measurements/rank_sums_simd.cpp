@@ -1,7 +1,7 @@
 // Ranks by comparing the stops behind a cursor, a register of them at a time; below AVX2 four by four.
 //
 // How far a cursor moves is as random as the light, so the loop doesn't branch on it: mostly one register holds
-// all stops that it passes. Four lags are worked on at once, for each cursor waits for its own last comparison.
+// all stops that it passes. Many lags are worked on at once, for each cursor waits for its own last comparison.
 #include "measurements/rank_sums.h"
 
 #include <algorithm>
@@ -53,43 +53,47 @@ struct StopsBefore
 
 static_assert(StopsBefore::Width <= RankJob::StopsBehind);
 
-// The lags from `from` on, `Group` of them.
-template <size_t Group, bool FindTies>
-HWY_INLINE void rankGroup(const RankJob &job, uint64_t from, std::vector<RankTie> *ties)
+constexpr uint64_t LargestGroup = 16;
+
+// The lags from `from` on, `size` of them.
+template <bool FindTies>
+void rankGroup(const RankJob &job, uint64_t from, uint64_t size, std::vector<RankTie> *ties)
 {
     const auto *starts = reinterpret_cast<const int64_t *>(job.Starts);
     const auto *stops = reinterpret_cast<const int64_t *>(job.Stops);
-    int64_t lags[Group];
-    uint64_t ranks[Group], sums[Group] = {};
-    std::copy_n(job.Lags + from, Group, lags);
-    std::copy_n(job.Cursors + from, Group, ranks);
-    for (uint64_t i = 0; i < job.StartCount; ++i) {
-        const int64_t start = starts[i];
-#pragma GCC unroll 4
-        for (size_t k = 0; k < Group; ++k) {
-            const int64_t before = start - lags[k];
-            [[maybe_unused]] const uint64_t rankBefore = ranks[k];
-            size_t passed = StopsBefore::of(stops + ranks[k], before);
-            ranks[k] += passed;
+    const uint64_t startCount = job.StartCount;
+    int64_t lags[LargestGroup];
+    uint64_t ranks[LargestGroup], sums[LargestGroup] = {};
+    std::copy_n(job.Lags + from, size, lags);
+    std::copy_n(job.Cursors + from, size, ranks);
+    for (uint64_t i = 0; i < startCount; ++i)
+        for (uint64_t k = 0; k < size; ++k) {
+            const int64_t before = starts[i] - lags[k];
+            const uint64_t rankBefore = ranks[k];
+            size_t passed = StopsBefore::of(stops + rankBefore, before);
+            uint64_t rank = rankBefore + passed;
             while (HWY_UNLIKELY(passed == StopsBefore::Width)) {
-                passed = StopsBefore::of(stops + ranks[k], before);
-                ranks[k] += passed;
+                passed = StopsBefore::of(stops + rank, before);
+                rank += passed;
             }
-            sums[k] += ranks[k];
-            if (FindTies && HWY_UNLIKELY(stops[ranks[k]] == before))
-                ties->push_back({from + k, i, rankBefore, ranks[k]});
+            ranks[k] = rank;
+            sums[k] += rank;
+            if (FindTies && HWY_UNLIKELY(stops[rank] == before))
+                ties->push_back({from + k, i, rankBefore, rank});
         }
-    }
-    std::copy_n(ranks, Group, job.Cursors + from);
-    for (size_t k = 0; k < Group; ++k) job.Sums[from + k] += sums[k];
+    std::copy_n(ranks, size, job.Cursors + from);
+    for (uint64_t k = 0; k < size; ++k) job.Sums[from + k] += sums[k];
 }
 
+// Groups of about one size: a small one takes as long as a large one.
 template <bool FindTies>
 void rankAll(const RankJob &job, std::vector<RankTie> *ties)
 {
-    uint64_t lag = 0;
-    for (; lag + 4 <= job.LagCount; lag += 4) rankGroup<4, FindTies>(job, lag, ties);
-    for (; lag < job.LagCount; ++lag) rankGroup<1, FindTies>(job, lag, ties);
+    const uint64_t groups = (job.LagCount + LargestGroup - 1) / LargestGroup;
+    for (uint64_t group = 0; group < groups; ++group) {
+        const uint64_t from = job.LagCount * group / groups, to = job.LagCount * (group + 1) / groups;
+        rankGroup<FindTies>(job, from, to - from, ties);
+    }
 }
 
 void rankSumsTarget(const RankJob &job, std::vector<RankTie> *ties)
