@@ -5,11 +5,14 @@
 // The noted pairs are then binned one after the other, without waiting for each other.
 #include "measurements/histogram_2d_count.h"
 
+#include "measurements/bin_division.h"
 #include "pipeline/event_store.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
+#include <utility>
 
 namespace Tessel {
 
@@ -54,27 +57,26 @@ std::optional<Pair> nextPair(PairSearch &search, const PairRules &rules, const T
     const Histo2dParams &params = rules.Params;
     std::optional<Pair> pair;
     if (search.XSync == search.YSync && search.X != unset && search.Y != unset) {
-        pair = {search.X, search.Y, search.LastRefTime - search.PreviousRef};
-        search.PreviousRef = search.LastRefTime;
+        const uint64_t reference = time.syncPs(search.XSync << RawTime::dtimeBits);
+        pair = {search.X, search.Y, reference - search.PreviousRef};
+        search.PreviousRef = reference;
         search.X = search.Y = unset;
     }
     const uint64_t sync = raw >> RawTime::dtimeBits;
     if (channel == params.H2dChanX) {
         search.X = dtimePs(raw, rules) - params.H2dOffsetX;
         search.XSync = sync;
-        search.LastRefTime = time.syncPs(raw);
     }
     if (channel == params.H2dChanY) {
         search.Y = dtimePs(raw, rules) - params.H2dOffsetY - (params.H2dTotMode ? search.X : 0);
         search.YSync = sync;
-        search.LastRefTime = time.syncPs(raw);
     }
     return pair;
 }
 
 bool isRecovering(const Histo2dParams &params, const Pair &pair)
 {
-    return pair.Gap < params.H2dRecoveryMin || pair.Gap > params.H2dRecoveryMax;
+    return (pair.Gap < params.H2dRecoveryMin) | (pair.Gap > params.H2dRecoveryMax);
 }
 
 std::optional<uint64_t> elementOf(const Histo2dParams &params, const Pair &pair, bool recovering)
@@ -106,148 +108,235 @@ void countPlain(PairSearch &search, const PairRules &rules, const Time &time, co
     }
 }
 
+// What an event of each channel is, as masks: arithmetic, so that no compiler makes a branch of it.
+class Roles
+{
+public:
+    Roles(const Histo2dParams &params, uint64_t rows)
+    {
+        for (uint64_t channel = 0; channel < std::min<uint64_t>(rows, ChannelCode::Special); ++channel) {
+            Counts[channel] = 1;
+            IsStart[channel] = maskOf(channel == params.H2dStartChan);
+            IsX[channel] = maskOf(channel == params.H2dChanX);
+            IsY[channel] = maskOf(channel == params.H2dChanY);
+            IsXOrY[channel] = (IsX[channel] | IsY[channel]) != 0;
+        }
+    }
+    static uint64_t maskOf(bool condition) { return uint64_t{0} - uint64_t{condition}; }
+
+    std::array<uint8_t, 256> Counts{}, IsXOrY{};
+    std::array<uint64_t, 256> IsStart{}, IsX{}, IsY{};
+};
+
+uint64_t select(uint64_t mask, uint64_t value, uint64_t otherwise)
+{
+    return otherwise ^ ((value ^ otherwise) & mask);
+}
+
+// The pairs that a block of events counts, as the search stood at each.
 struct PairBlock
 {
-    std::array<Pair, blockEvents> Pairs;
+    std::array<uint64_t, blockEvents + 1> X, Y, Reference; // one may be left from the block before
     uint64_t Count = 0;
 };
 
-// The pairs that a block of events counts.
 void searchBlock(PairSearch &search, const PairRules &rules, T2Time, const uint64_t *times,
-                 const uint8_t *channels, uint64_t count, uint64_t rows, PairBlock &found)
+                 const uint8_t *channels, uint64_t count, const Roles &roles, PairBlock &found)
 {
-    const Histo2dParams &params = rules.Params;
-    const uint64_t startChan = params.H2dStartChan, chanX = params.H2dChanX, chanY = params.H2dChanY;
-    const bool tot = params.H2dTotMode != 0;
+    const uint64_t offsetX = rules.Params.H2dOffsetX, offsetY = rules.Params.H2dOffsetY;
+    uint64_t x = search.X, y = search.Y, reference = search.LastRefTime, pairs = 0;
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t time = times[i], channel = channels[i], isStart = roles.IsStart[channel];
+        found.X[pairs] = x;
+        found.Y[pairs] = y;
+        found.Reference[pairs] = reference;
+        pairs += roles.Counts[channel] & (x != unset) & (y != unset) & (reference != 0);
+        reference = select(isStart, time, reference);
+        x = select(roles.IsX[channel], time - offsetX, x | isStart); // all ones: unset
+        y = select(roles.IsY[channel], time - offsetY, y | isStart);
+    }
+    search.X = x;
+    search.Y = y;
+    search.LastRefTime = reference;
+    found.Count = pairs;
+}
+
+bool countsAny(const uint8_t *channels, uint64_t count, const Roles &roles)
+{
+    return std::any_of(channels, channels + count,
+                       [&roles](uint8_t channel) { return roles.Counts[channel] != 0; });
+}
+
+// Only X and Y change what is searched, so the others are sorted out first. A pair is noted before the next X
+// or Y is looked at: whatever event came first behind it has counted it, once.
+void searchBlock(PairSearch &search, const PairRules &rules, const T3Time &, const uint64_t *times,
+                 const uint8_t *channels, uint64_t count, const Roles &roles, PairBlock &found)
+{
+    std::array<uint16_t, blockEvents> positions;
+    uint64_t searched = 0;
+    for (uint64_t i = 0; i < count; ++i) {
+        positions[searched] = static_cast<uint16_t>(i);
+        searched += roles.IsXOrY[channels[i]];
+    }
+    const uint64_t offsetX = rules.Params.H2dOffsetX, offsetY = rules.Params.H2dOffsetY;
+    const uint64_t tot = Roles::maskOf(rules.Params.H2dTotMode != 0);
     PairSearch now = search;
     uint64_t pairs = 0;
-    for (uint64_t i = 0; i < count; ++i) {
-        const uint64_t time = times[i], channel = channels[i];
-        const bool hasRow = channel < rows;
-        const bool ready = hasRow & (now.LastRefTime != 0) & (now.X != unset) & (now.Y != unset);
-        found.Pairs[pairs] = {now.X - now.LastRefTime, now.Y - (tot ? now.X : now.LastRefTime),
-                              now.LastRefTime - now.PreviousRef};
+    const auto note = [&](bool isCounted) {
+        found.X[pairs] = now.X;
+        found.Y[pairs] = now.Y;
+        found.Reference[pairs] = now.XSync;
+        const bool ready = isCounted & (now.XSync == now.YSync) & (now.X != unset) & (now.Y != unset);
         pairs += ready;
-        now.PreviousRef = ready ? now.LastRefTime : now.PreviousRef;
-        const bool isStart = hasRow & (channel == startChan);
-        now.LastRefTime = isStart ? time : now.LastRefTime;
-        now.X = isStart ? unset : now.X;
-        now.Y = isStart ? unset : now.Y;
-        now.X = hasRow & (channel == chanX) ? time - params.H2dOffsetX : now.X;
-        now.Y = hasRow & (channel == chanY) ? time - params.H2dOffsetY : now.Y;
+        now.X |= Roles::maskOf(ready); // all ones: unset
+        now.Y |= Roles::maskOf(ready);
+    };
+    for (uint64_t k = 0; k < searched; ++k) {
+        const uint64_t raw = times[positions[k]], channel = channels[positions[k]];
+        const uint64_t sync = raw >> RawTime::dtimeBits, delay = dtimePs(raw, rules);
+        const uint64_t isX = roles.IsX[channel], isY = roles.IsY[channel];
+        note(true);
+        now.X = select(isX, delay - offsetX, now.X);
+        now.XSync = select(isX, sync, now.XSync);
+        now.Y = select(isY, delay - offsetY - (now.X & tot), now.Y);
+        now.YSync = select(isY, sync, now.YSync);
     }
+    const uint64_t behind = searched == 0 ? 0 : positions[searched - 1] + uint64_t{1};
+    note(countsAny(channels + behind, count - behind, roles));
     search = now;
     found.Count = pairs;
 }
 
-void searchBlock(PairSearch &search, const PairRules &rules, const T3Time &time, const uint64_t *times,
-                 const uint8_t *channels, uint64_t count, uint64_t rows, PairBlock &found)
+// The pair from its times.
+Pair pairOf(PairSearch &search, const PairRules &rules, T2Time, const PairBlock &found, uint64_t i)
 {
-    const Histo2dParams &params = rules.Params;
-    const uint64_t chanX = params.H2dChanX, chanY = params.H2dChanY;
-    const uint64_t totMask = params.H2dTotMode ? ~uint64_t{0} : 0;
-    PairSearch now = search;
-    uint64_t pairs = 0;
-    for (uint64_t i = 0; i < count; ++i) {
-        const uint64_t raw = times[i], channel = channels[i];
-        const bool hasRow = channel < rows;
-        const bool ready = hasRow & (now.XSync == now.YSync) & (now.X != unset) & (now.Y != unset);
-        found.Pairs[pairs] = {now.X, now.Y, now.LastRefTime - now.PreviousRef};
-        pairs += ready;
-        now.PreviousRef = ready ? now.LastRefTime : now.PreviousRef;
-        now.X = ready ? unset : now.X;
-        now.Y = ready ? unset : now.Y;
-        const uint64_t delay = dtimePs(raw, rules), sync = raw >> RawTime::dtimeBits;
-        const bool isX = hasRow & (channel == chanX), isY = hasRow & (channel == chanY);
-        now.X = isX ? delay - params.H2dOffsetX : now.X;
-        now.XSync = isX ? sync : now.XSync;
-        now.Y = isY ? delay - params.H2dOffsetY - (now.X & totMask) : now.Y;
-        now.YSync = isY ? sync : now.YSync;
-        now.LastRefTime = isX | isY ? time.syncPs(raw) : now.LastRefTime;
-    }
-    search = now;
-    found.Count = pairs;
+    const uint64_t x = found.X[i], reference = found.Reference[i];
+    const uint64_t originY = rules.Params.H2dTotMode ? x : reference;
+    return {x - reference, found.Y[i] - originY, reference - std::exchange(search.PreviousRef, reference)};
+}
+Pair pairOf(PairSearch &search, const PairRules &, const T3Time &time, const PairBlock &found, uint64_t i)
+{
+    const uint64_t reference = time.syncPs(found.Reference[i] << RawTime::dtimeBits);
+    return {found.X[i], found.Y[i], reference - std::exchange(search.PreviousRef, reference)};
 }
 
-// Bins pairs as elementOf does. Below 2^53 an integer quotient is that of the doubles, cut: were it rounded up
-// to the next whole number, the two would lie closer together than 1 / width, which is more than half a step
-// there.
-class PairBinning
+// Delay / width, for delays below 2^62. With s = floor(log2 width) and k = 63 + s, Factor = floor(2^k / width)
+// + 1 and e = Factor * width - 2^k is at most the width, so below 2^(s+1). Hence delay * Factor / 2^k is too
+// large by delay * e / (width * 2^k) < 1 / width, too little to reach the next bin.
+class DelayDivision
 {
 public:
-    explicit PairBinning(const Histo2dParams &given)
-        : params(given),
-          widthX(static_cast<double>(given.H2dBinWidthX)),
-          widthY(static_cast<double>(given.H2dBinWidthY)),
-          numBinsX(static_cast<double>(given.H2dNumBinsX)),
-          endY(given.H2dNumBinsY > exact / given.H2dBinWidthY ? 0 : given.H2dNumBinsY * given.H2dBinWidthY),
-          isSheared(given.H2dSlope != 0 || given.H2dRecoverySlope != 0)
+    explicit DelayDivision(uint64_t width)
+        : shift(std::bit_width(width) - 1), factor(static_cast<uint64_t>((Wide{1} << (63 + shift)) / width) + 1)
     {
     }
-
-    void count(const PairBlock &block, uint32_t *histo) const
+    uint64_t operator()(uint64_t delay) const
     {
-        if (endY == 0)
-            countPlainly(block, histo);
-        else if (isSheared)
-            countAll<true>(block, histo);
-        else
-            countAll<false>(block, histo);
+        return static_cast<uint64_t>(Wide{delay} * factor >> 63) >> shift;
     }
 
 private:
-    static constexpr uint64_t exact = uint64_t{1} << 53;
+    int shift;
+    uint64_t factor;
+};
 
-    void countPlainly(const PairBlock &block, uint32_t *histo) const
+// Where an axis ends, in ps; 0 if that is beyond the doubles' exact whole numbers, or there is no bin.
+uint64_t axisEnd(uint64_t width, uint64_t numBins)
+{
+    constexpr uint64_t exact = uint64_t{1} << 53;
+    return numBins > exact / width ? 0 : numBins * width;
+}
+
+// Bins pairs as elementOf does. Without a slope the column is the integer quotient: below 2^53 the doubles'
+// quotient isn't rounded up to the next whole number, from which it is 1 / width away, more than half a step
+// there.
+template <class Time>
+class PairBinning
+{
+public:
+    PairBinning(const PairRules &pairRules, const Time &pairTime)
+        : rules(pairRules),
+          params(pairRules.Params),
+          time(pairTime),
+          endX(axisEnd(params.H2dBinWidthX, params.H2dNumBinsX)),
+          endY(axisEnd(params.H2dBinWidthY, params.H2dNumBinsY)),
+          columnOf(params.H2dBinWidthX),
+          rowOf(params.H2dBinWidthY)
     {
-        for (uint64_t i = 0; i < block.Count; ++i)
-            if (const auto element = elementOf(params, block.Pairs[i], isRecovering(params, block.Pairs[i])))
-                ++histo[*element];
     }
 
+    void count(PairSearch &search, const PairBlock &block, uint32_t *histo) const
+    {
+        if (endX == 0 || endY == 0)
+            countPlainly(search, block, histo);
+        else if (params.H2dSlope != 0 || params.H2dRecoverySlope != 0)
+            countAll<true>(search, block, histo);
+        else
+            countAll<false>(search, block, histo);
+    }
+
+private:
+    void countPlainly(PairSearch &search, const PairBlock &block, uint32_t *histo) const
+    {
+        for (uint64_t i = 0; i < block.Count; ++i) {
+            const Pair pair = pairOf(search, rules, time, block, i);
+            if (const auto element = elementOf(params, pair, isRecovering(params, pair))) ++histo[*element];
+        }
+    }
+
+    // A pair outside leaves an element that the next one overwrites.
     template <bool Sheared>
-    void countAll(const PairBlock &block, uint32_t *histo) const
+    void countAll(PairSearch &search, const PairBlock &block, uint32_t *histo) const
     {
         std::array<uint64_t, blockEvents> elements;
         uint64_t counted = 0;
         for (uint64_t i = 0; i < block.Count; ++i) {
-            const Pair &pair = block.Pairs[i];
-            const bool recovering = (pair.Gap < params.H2dRecoveryMin) | (pair.Gap > params.H2dRecoveryMax);
-            const uint64_t x = pair.X + (recovering ? params.H2dRecoveryOffsetX : 0);
-            const uint64_t y = pair.Y + (recovering ? params.H2dRecoveryOffsetY : 0);
-            double shearedX = static_cast<double>(x);
-            if constexpr (Sheared)
-                shearedX = std::fma(recovering ? params.H2dSlope + params.H2dRecoverySlope : params.H2dSlope,
-                                    static_cast<double>(pair.Y), shearedX);
-            const double column = shearedX / widthX;
-            const bool isInside = (y < endY) & (column > -1.0) & (column < numBinsX);
-            // An outside one is binned as zero and overwritten by the next.
-            const auto row = static_cast<uint64_t>(
-                static_cast<int64_t>(static_cast<double>(static_cast<int64_t>(isInside ? y : 0)) / widthY));
-            elements[counted] =
-                params.H2dNumBinsX * row + static_cast<uint64_t>(static_cast<int64_t>(isInside ? column : 0.0));
+            const Pair pair = pairOf(search, rules, time, block, i);
+            const uint64_t recovering = Roles::maskOf(isRecovering(params, pair));
+            const uint64_t x = pair.X + (recovering & params.H2dRecoveryOffsetX);
+            const uint64_t y = pair.Y + (recovering & params.H2dRecoveryOffsetY);
+            bool isInside = y < endY;
+            uint64_t column;
+            if constexpr (Sheared) {
+                const double sheared = shearedColumn(pair, x, recovering != 0);
+                isInside &= (sheared > -1.0) & (sheared < static_cast<double>(params.H2dNumBinsX));
+                const auto bits = std::bit_cast<uint64_t>(sheared) & Roles::maskOf(isInside);
+                column = static_cast<uint64_t>(static_cast<int64_t>(std::bit_cast<double>(bits)));
+            } else {
+                isInside &= x < endX;
+                column = columnOf(x);
+            }
+            elements[counted] = params.H2dNumBinsX * rowOf(y) + column;
             counted += isInside;
         }
         for (uint64_t i = 0; i < counted; ++i) ++histo[elements[i]];
     }
 
+    double shearedColumn(const Pair &pair, uint64_t x, bool recovering) const
+    {
+        const double slope = recovering ? params.H2dSlope + params.H2dRecoverySlope : params.H2dSlope;
+        return std::fma(slope, static_cast<double>(pair.Y), static_cast<double>(x)) /
+               static_cast<double>(params.H2dBinWidthX);
+    }
+
+    const PairRules &rules;
     const Histo2dParams &params;
-    const double widthX, widthY, numBinsX;
-    const uint64_t endY; // the first y without a bin; 0: too large for exact doubles, or there is no bin
-    const bool isSheared;
+    const Time &time;
+    const uint64_t endX, endY;
+    const DelayDivision columnOf, rowOf;
 };
 
 template <class Time>
 void countBlocks(PairSearch &search, const PairRules &rules, const Time &time, const uint64_t *times,
                  const uint8_t *channels, uint64_t count, uint64_t rows, uint32_t *histo)
 {
-    const PairBinning binning(rules.Params);
-    const uint64_t countedRows = std::min<uint64_t>(rows, ChannelCode::Special);
+    const PairBinning binning(rules, time);
+    const Roles roles(rules.Params, rows);
     PairBlock found;
     for (uint64_t at = 0; at < count; at += blockEvents) {
-        searchBlock(search, rules, time, times + at, channels + at, std::min(blockEvents, count - at),
-                    countedRows, found);
-        binning.count(found, histo);
+        searchBlock(search, rules, time, times + at, channels + at, std::min(blockEvents, count - at), roles,
+                    found);
+        binning.count(search, found, histo);
     }
 }
 

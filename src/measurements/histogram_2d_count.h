@@ -20,10 +20,10 @@ struct PairSearch
 {
     static constexpr uint64_t unset = UINT64_MAX;
 
-    uint64_t LastRefTime = 0;              // ps, 0 = none seen
-    uint64_t PreviousRef = 0;              // the reference of the last pair that was counted
+    uint64_t LastRefTime = 0;              // ps, 0 = none seen; T2 only
+    uint64_t PreviousRef = 0;              // ps; the reference of the last pair that was counted
     uint64_t X = unset, Y = unset;         // ps; T3: since the sync
-    uint64_t XSync = unset, YSync = unset; // T3 only
+    uint64_t XSync = unset, YSync = unset; // number of the sync; T3 only
 };
 
 // Differences of times: one that should be negative is very large.

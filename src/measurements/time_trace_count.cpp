@@ -57,6 +57,16 @@ void moveTo(TimeTraceWork &work, uint64_t bin)
     work.Used = std::max(work.Used, work.CurrentBin + 1);
 }
 
+// One event, with a division only if it lies outside the present bin.
+template <class Time>
+void countOne(TimeTraceWork &work, const Time &time, uint64_t raw, uint8_t channel)
+{
+    if (isMarker(channel)) return;
+    const uint64_t ps = time.ps(raw), start = (work.FirstBin + work.CurrentBin) * work.BinWidth;
+    if (ps < start || ps - start >= work.BinWidth) moveTo(work, ps / work.BinWidth);
+    if (channel < std::min(work.Rows, maxRows)) ++work.columnAt(work.CurrentBin)[channel];
+}
+
 template <class Time>
 void countPlain(TimeTraceWork &work, const Time &time, const uint64_t *times, const uint8_t *channels,
                 uint64_t count)
@@ -149,7 +159,7 @@ void countRuns(TimeTraceWork &work, const Time &time, const uint64_t *times, con
         i += length;
         if (i == count) break;
         const uint64_t bin = work.FirstBin + work.CurrentBin;
-        countPlain(work, time, times + i, channels + i, 1);
+        countOne(work, time, times[i], channels[i]);
         ++i;
         if (work.FirstBin + work.CurrentBin != bin) edges = edgesOf(work, time);
     }

@@ -1,0 +1,195 @@
+// The measurements beside the histogram: the time trace against a loop that divides for every event, pairs
+// against the loop over single events, the unfold block against a copy of the same bytes. Every result is first
+// compared with that of the plain form.
+#include "interleaved.h"
+#include "measurements/histogram_2d_count.h"
+#include "measurements/time_trace_count.h"
+#include "measurements/unfold.h"
+#include "pipeline/records.h"
+#include "word_streams.h"
+
+#include <cstring>
+#include <string>
+
+using namespace Tessel;
+
+namespace {
+
+constexpr uint64_t StreamWords = 2 << 20;
+constexpr uint64_t Rows = Bench::Inputs + 1;
+constexpr double Resolution = 4; // ps
+constexpr uint64_t PeriodPs = 12'500;
+
+struct Events
+{
+    std::vector<uint64_t> Times = std::vector<uint64_t>(StreamWords);
+    std::vector<uint8_t> Channels = std::vector<uint8_t>(StreamWords);
+    uint64_t Count = 0;
+};
+
+// T3: `syncs` sync periods from photon to photon in the mean.
+Events eventStream(MeasMode mode, uint32_t syncs)
+{
+    Events events;
+    uint64_t overflowBase = 0;
+    InvalidWords invalid;
+    auto words = Bench::wordStream(mode, StreamWords, 2);
+    if (mode == MeasMode::T3) {
+        uint32_t sync = 0;
+        for (uint32_t &word : words) {
+            const uint32_t next = sync + word % (2 * syncs);
+            word = next < 1024 ? (word & ~0x3FFu) | next : 1u << 31 | 63u << 25 | 1;
+            sync = next % 1024;
+        }
+    }
+    events.Count = decode(words, {.Mode = mode, .NumChans = Bench::Inputs, .SyncPeriodPs = 5}, overflowBase,
+                          events.Times.data(), events.Channels.data(), invalid);
+    return events;
+}
+
+// Calls `work` with the time of a device in this mode.
+template <class Work>
+void withTimeOf(MeasMode mode, const Work &work)
+{
+    Device device;
+    device.MeasMode = mode;
+    device.SyncPeriodPs = PeriodPs;
+    device.Resolution = Resolution;
+    withTime(device, work);
+}
+
+template <class Fast, class Plain>
+void compareWithCopy(benchmark::State &state, const Events &events, const Fast &fast, const Plain &plain)
+{
+    Events copy;
+    Bench::compare(state, events.Count, fast, plain, [&] {
+        std::memcpy(copy.Times.data(), events.Times.data(), events.Count * sizeof(uint64_t));
+        std::memcpy(copy.Channels.data(), events.Channels.data(), events.Count);
+        benchmark::ClobberMemory();
+    });
+}
+
+// What the loop over runs of events is measured against: a division for every event.
+template <class Time>
+void dividing(TimeTraceWork &work, const Time &time, const Events &events)
+{
+    timeTraceCountPlain(work, time, events.Times.data(), events.Channels.data(), events.Count);
+}
+
+template <class Time>
+void timeTraceCase(benchmark::State &state, const Time &time, const Events &events, uint64_t width)
+{
+    constexpr uint64_t bins = 10'000;
+    TimeTraceWork fast, plain;
+    fast.BinWidth = plain.BinWidth = width;
+    fast.allocate(Rows, bins);
+    plain.allocate(Rows, bins);
+    auto countFast = [&] {
+        timeTraceCount(fast, time, events.Times.data(), events.Channels.data(), events.Count);
+    };
+    auto countPlain = [&] { dividing(plain, time, events); };
+    countFast();
+    countPlain();
+    std::vector<uint32_t> given(Rows * bins), expected(Rows * bins);
+    giveOutTrace(fast, given.data(), Rows, true);
+    giveOutTrace(plain, expected.data(), Rows, true);
+    if (given != expected) return state.SkipWithError("differs from the plain loop");
+    compareWithCopy(state, events, countFast, countPlain);
+}
+
+void timeTrace(benchmark::State &state, MeasMode mode, uint64_t width)
+{
+    const Events events = eventStream(mode, 8);
+    withTimeOf(mode, [&](const auto &time) { timeTraceCase(state, time, events, width); });
+}
+
+void histogram2d(benchmark::State &state, MeasMode mode, double slope, uint32_t syncs)
+{
+    const Events events = eventStream(mode, syncs);
+    const bool isT2 = mode == MeasMode::T2;
+    PairRules rules{{}, static_cast<uint64_t>(Resolution)};
+    rules.Params.H2dNumBinsX = rules.Params.H2dNumBinsY = 256;
+    rules.Params.H2dBinWidthX = rules.Params.H2dBinWidthY = isT2 ? 500 : 1000;
+    rules.Params.H2dSlope = slope;
+    std::vector<uint32_t> fast(256 * 256), plain(256 * 256);
+    withTimeOf(mode, [&](const auto &time) {
+        auto run = [&](auto counter, std::vector<uint32_t> &histo) {
+            PairSearch search;
+            counter(search, histo);
+            benchmark::ClobberMemory();
+        };
+        auto countFast = [&] {
+            run(
+                [&](PairSearch &search, auto &histo) {
+                    histogram2dCount(search, rules, time, events.Times.data(), events.Channels.data(),
+                                     events.Count, Rows, histo.data());
+                },
+                fast);
+        };
+        auto countPlain = [&] {
+            run(
+                [&](PairSearch &search, auto &histo) {
+                    histogram2dCountPlain(search, rules, time, events.Times.data(), events.Channels.data(),
+                                          events.Count, Rows, histo.data());
+                },
+                plain);
+        };
+        countFast();
+        countPlain();
+        if (fast != plain) return state.SkipWithError("differs from the plain loop");
+        compareWithCopy(state, events, countFast, countPlain);
+    });
+}
+
+void unfold(benchmark::State &state)
+{
+    const Events events = eventStream(MeasMode::T3, 8);
+    Events block;
+    uint64_t count = 0;
+    auto place = [&] {
+        uint64_t done = 0;
+        count = 0;
+        placeEvents({block.Times.data(), block.Channels.data(), StreamWords, count}, DeviceType::File,
+                    {events.Times.data(), events.Channels.data(), events.Count}, done);
+        benchmark::ClobberMemory();
+    };
+    auto oneByOne = [&] {
+        for (uint64_t i = 0; i < events.Count; ++i) {
+            block.Times[i] = events.Times[i];
+            block.Channels[i] = events.Channels[i];
+            benchmark::ClobberMemory();
+        }
+    };
+    place();
+    if (!std::equal(events.Times.begin(), events.Times.begin() + static_cast<ptrdiff_t>(count),
+                    block.Times.begin()))
+        return state.SkipWithError("differs from the stream");
+    compareWithCopy(state, events, place, oneByOne);
+}
+
+const int registered = [] {
+    auto configure = [](auto *bench) { bench->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(31); };
+    const struct
+    {
+        const char *name;
+        uint64_t width; // ps
+    } widths[] = {{"1ms", 1'000'000'000}, {"10us", 10'000'000}, {"1us", 1'000'000}, {"100ns", 100'000}};
+    for (const bool isT2 : {true, false}) {
+        const MeasMode mode = isT2 ? MeasMode::T2 : MeasMode::T3;
+        const std::string suffix = isT2 ? "T2" : "T3";
+        for (const auto &width : widths)
+            configure(benchmark::RegisterBenchmark(("timeTrace" + suffix + "/" + width.name).c_str(), timeTrace,
+                                                   mode, width.width));
+        for (const double slope : {0.0, 0.25})
+            for (const uint32_t syncs : isT2 ? std::vector<uint32_t>{1} : std::vector<uint32_t>{1, 8})
+                configure(benchmark::RegisterBenchmark(("histogram2d" + suffix +
+                                                        (slope == 0 ? "/straight" : "/sheared") +
+                                                        (syncs > 1 ? "/few pairs" : ""))
+                                                           .c_str(),
+                                                       histogram2d, mode, slope, syncs));
+    }
+    configure(benchmark::RegisterBenchmark("unfold", unfold));
+    return 0;
+}();
+
+} // namespace
