@@ -1,0 +1,152 @@
+// Lag grids, and the parameters that they are made of.
+#include "measurements/correlation_setup.h"
+#include "support/reference_correlation.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+using namespace Tessel;
+
+namespace {
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double noNumber = std::numeric_limits<double>::quiet_NaN();
+constexpr uint64_t largestPs = std::numeric_limits<int64_t>::max();
+constexpr uint64_t many = std::numeric_limits<uint64_t>::max();
+using Lags = std::vector<uint64_t>;
+
+} // namespace
+
+TEST(LagGrid, ADecadeAStepEndsAtTheWindow)
+{
+    const LagGrid grid = lagGrid(1000, 1'000'000, 3);
+    EXPECT_EQ(grid.Edges, (Lags{1000, 10'000, 100'000, 1'000'000}));
+    EXPECT_EQ(grid.Widths, (Lags{9000, 90'000, 900'000, 9'000'000}));
+    EXPECT_EQ(grid.Centers, (Lags{5500, 55'000, 550'000, 5'500'000}));
+}
+
+TEST(LagGrid, OrdinaryGridsAreThoseOfTheReference)
+{
+    const struct
+    {
+        uint64_t minLag, window, steps;
+    } cases[] = {{50'000, 1'000'000, 40},  {1, 100, 7},
+                 {1, 100, 1000},           {1'000'000, 1'000'000'000'000, 48},
+                 {12'345, 6'789'012, 100}, {1, 1'000'000'000'000'000, 500}};
+    for (const auto &given : cases) {
+        SCOPED_TRACE(given.steps);
+        const LagGrid grid = lagGrid(given.minLag, given.window, given.steps);
+        const auto expected = TestSupport::referenceGrid(given.minLag, given.window, given.steps);
+        EXPECT_EQ(grid.Edges, expected.edges);
+        EXPECT_EQ(grid.Centers, expected.centers);
+        EXPECT_EQ(grid.Widths, expected.widths);
+        EXPECT_GE(grid.Edges.back(), given.window);
+    }
+}
+
+TEST(LagGrid, WhatCannotAdvanceEnds)
+{
+    const struct
+    {
+        const char *name;
+        uint64_t minLag, window, steps, leastLags, mostLags;
+    } cases[] = {
+        {"window at the shortest lag", 5000, 5000, 40, 1, 1},
+        {"window below it", 5000, 100, 40, 1, 1},
+        {"no window", 5000, 0, 40, 1, 1},
+        {"no steps", 5000, 1'000'000, 0, 1, 1},
+        {"no shortest lag", 0, 1'000'000, 40, 1, 1},
+        {"nothing at all", 0, 0, 0, 1, 1},
+        {"steps lost in rounding", 1'000'000'000'000, 1'000'000'000'001, 1'000'000, 1, 2},
+        {"steps near rounding", 1'000'000'000'000, 1'000'001'000'000, 1'000'000, 2, 2'000'003},
+        {"too many steps", 1, largestPs, many, 999'000, 1'001'000},
+        {"longest lags", largestPs - 1, largestPs, 3, 1, 5},
+        {"longest window", 1, largestPs, 5, 6, 7},
+    };
+    for (const auto &given : cases) {
+        SCOPED_TRACE(given.name);
+        const LagGrid grid = lagGrid(given.minLag, given.window, given.steps);
+        EXPECT_GE(grid.Edges.size(), given.leastLags);
+        EXPECT_LE(grid.Edges.size(), given.mostLags);
+        EXPECT_EQ(grid.Centers.size(), grid.Edges.size());
+        EXPECT_EQ(grid.Widths.size(), grid.Edges.size());
+        EXPECT_EQ(grid.Edges[0], given.minLag);
+    }
+}
+
+TEST(LagGrid, AnyNumberBecomesPicoseconds)
+{
+    const struct
+    {
+        double ps;
+        uint64_t cut, rounded;
+    } cases[] = {
+        {0, 0, 0},
+        {0.4, 0, 0},
+        {0.5, 0, 1},
+        {1.5, 1, 2},
+        {999.9, 999, 1000},
+        {-0.0, 0, 0},
+        {-1, 0, 0},
+        {-1e300, 0, 0},
+        {noNumber, 0, 0},
+        {infinity, largestPs, largestPs},
+        {-infinity, 0, 0},
+        {9223372036854775808.0, largestPs, largestPs},
+        {1e300, largestPs, largestPs},
+        {9223372036854774784.0, 9223372036854774784u, 9223372036854774784u},
+    };
+    for (const auto &given : cases) {
+        EXPECT_EQ(cutPs(given.ps), given.cut) << given.ps;
+        EXPECT_EQ(roundedPs(given.ps), given.rounded) << given.ps;
+    }
+}
+
+TEST(LagGrid, BinWidthsOfG2AreLimited)
+{
+    const struct
+    {
+        const char *name;
+        MeasMode mode;
+        double given, limited;
+    } cases[] = {
+        {"kept", MeasMode::T2, 100, 100},
+        {"T2 below", MeasMode::T2, 3, 5},
+        {"T3 below", MeasMode::T3, 3, 8},
+        {"T3 between", MeasMode::T3, 9.25, 9.25},
+        {"none", MeasMode::T2, 0, 5},
+        {"negative", MeasMode::T2, -7, 5},
+        {"above", MeasMode::T2, 2e9, 1e9},
+        {"infinite", MeasMode::T2, infinity, 1e9},
+        {"no number", MeasMode::T2, noNumber, 5},
+    };
+    Device device;
+    device.BaseResolution = 5;
+    device.Resolution = 8;
+    for (const auto &given : cases) {
+        device.MeasMode = given.mode;
+        EXPECT_EQ(limitedBinWidth(device, given.given), given.limited) << given.name;
+    }
+}
+
+TEST(LagGrid, RowsOfG2AreLimited)
+{
+    const struct
+    {
+        uint64_t window, width, bins;
+    } cases[] = {
+        {1'000'000, 100, 10'000},   {199, 100, 1}, {99, 100, 0}, {100, 0, 0}, {largestPs, 1, 10'000'000},
+        {10'000'001, 1, 10'000'000}};
+    for (const auto &given : cases)
+        EXPECT_EQ(g2Bins({.CorrWindow = given.window, .CorrBinWidth = given.width}), given.bins);
+}
+
+TEST(LagGrid, TheShortestLagIsAtLeastTheBaseResolution)
+{
+    Device device;
+    device.BaseResolution = 250.7;
+    EXPECT_EQ(lagGridOf(device, {.CorrMinLag = 10}).Edges[0], 250u);
+    EXPECT_EQ(lagGridOf(device, {.CorrMinLag = 251}).Edges[0], 251u);
+}
