@@ -31,7 +31,8 @@ struct ResultOptions
     std::string PlotFile;
 };
 
-void addResultOptions(CLI::App &command, ResultOptions &options);
+void addOutputOptions(CLI::App &command, ResultOptions &options); // -o and --json
+void addPlotOption(CLI::App &command, ResultOptions &options);
 
 // With --plot alone nothing goes to standard output.
 bool wantsText(const ResultOptions &options);
@@ -39,5 +40,8 @@ bool wantsText(const ResultOptions &options);
 // Runs `convert`, and turns a UnitError into a usage Failure that names the option.
 double optionValue(const char *option, const std::function<double()> &convert);
 std::vector<double> optionValues(const char *option, const std::function<std::vector<double>()> &convert);
+
+// A time of whole picoseconds, bare in ps; anything else is a usage Failure.
+uint64_t optionWholePs(const char *option, const std::string &text, uint64_t smallest);
 
 } // namespace Tessel::Cli

@@ -6,6 +6,8 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <cmath>
+
 namespace Tessel::Cli {
 
 namespace {
@@ -22,12 +24,16 @@ Result converted(const char *option, const std::function<Result()> &convert)
 
 } // namespace
 
-void addResultOptions(CLI::App &command, ResultOptions &options)
+void addOutputOptions(CLI::App &command, ResultOptions &options)
 {
     command
         .add_option("-o,--output", options.File, "Write the result to FILE instead of standard output ('-')")
         ->type_name("FILE");
     command.add_flag("--json", options.Json, "Write one JSON object instead of CSV");
+}
+
+void addPlotOption(CLI::App &command, ResultOptions &options)
+{
     command
         .add_option(
             "--plot", options.PlotFile,
@@ -44,6 +50,14 @@ bool wantsText(const ResultOptions &options)
 double optionValue(const char *option, const std::function<double()> &convert)
 {
     return converted(option, convert);
+}
+
+uint64_t optionWholePs(const char *option, const std::string &text, uint64_t smallest)
+{
+    const double ps = optionValue(option, [&] { return parseTimePs(text, "ps"); });
+    if (ps < static_cast<double>(smallest) || ps != std::floor(ps) || ps > 1e18)
+        throw Failure(Exit::Usage, fmt::format("{}: whole picoseconds, at least {}ps", option, smallest));
+    return static_cast<uint64_t>(ps);
 }
 
 std::vector<double> optionValues(const char *option, const std::function<std::vector<double>()> &convert)

@@ -231,4 +231,9 @@ std::string rowName(const Recording &recording, int64_t row)
     return fmt::format("Channel {}", row);
 }
 
+std::string columnName(int64_t row)
+{
+    return row == 0 ? "sync" : fmt::format("ch{}", row);
+}
+
 } // namespace Tessel::Cli

@@ -66,4 +66,7 @@ boost::json::object outcomeJson(const Recording &recording, const Outcome &outco
 // "Sync", "Channel 1": the name of a row of a result.
 std::string rowName(const Recording &recording, int64_t row);
 
+// "sync", "ch1": the row's column in a CSV.
+std::string columnName(int64_t row);
+
 } // namespace Tessel::Cli

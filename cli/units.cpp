@@ -30,7 +30,7 @@ bool isBlank(char c)
 
 [[noreturn]] void fail(std::string_view whole, size_t at, std::string_view what)
 {
-    throw UnitError(fmt::format("\"{}\": {} at character {}", whole, what, at + 1));
+    throw UnitError(whole, at, std::string(what));
 }
 
 const Unit *find(std::span<const Unit> units, std::string_view name)
@@ -99,6 +99,13 @@ std::string scaled(double value, std::span<const Scale> scales)
 
 } // namespace
 
+UnitError::UnitError(std::string_view whole, size_t at, const std::string &reason)
+    : std::runtime_error(fmt::format("\"{}\": {} at character {}", whole, reason, at + 1)),
+      Reason(reason),
+      At(at)
+{
+}
+
 double parseTimePs(std::string_view text, std::string_view bareUnit)
 {
     return parseQuantity(text, 0, text.size(), timeUnits, bareUnit);
@@ -141,6 +148,15 @@ std::string byteText(double bytes)
 {
     static constexpr Scale scales[] = {{1, "B"}, {1e3, "kB"}, {1e6, "MB"}, {1e9, "GB"}};
     return scaled(bytes, scales);
+}
+
+TimeAxis timeAxis(double rangePs)
+{
+    if (rangePs < 2e3) return {1, "ps"};
+    if (rangePs < 2e6) return {1e-3, "ns"};
+    if (rangePs < 2e9) return {1e-6, "µs"};
+    if (rangePs < 2e12) return {1e-9, "ms"};
+    return {1e-12, "s"};
 }
 
 } // namespace Tessel::Cli

@@ -11,7 +11,9 @@ namespace Tessel::Cli {
 
 struct UnitError : std::runtime_error
 {
-    using std::runtime_error::runtime_error;
+    UnitError(std::string_view whole, size_t at, const std::string &reason);
+    std::string Reason;
+    size_t At; // in the whole text, from 0
 };
 
 // `bareUnit`: the unit of a number without one. Negative numbers are refused. Throws UnitError, whose text
@@ -28,5 +30,14 @@ std::string timeText(double ps);
 std::string rateText(double hz);
 std::string countText(double count); // "12.3 M"
 std::string byteText(double bytes);
+
+// The unit in which a time axis is drawn that reaches from 0 to `rangePs`, and what a ps is in it.
+struct TimeAxis
+{
+    double Factor;
+    const char *Unit;
+};
+
+TimeAxis timeAxis(double rangePs);
 
 } // namespace Tessel::Cli

@@ -1,0 +1,111 @@
+// The frame of the measuring commands. The main thread's.
+#include "measure.h"
+
+#include "console.h"
+#include "exit_codes.h"
+#include "output.h"
+#include "units.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace Tessel::Cli {
+
+namespace {
+
+// A plot that fails is an error only if nothing else was written.
+void drawResult(const ResultOptions &options, const Plot &plot)
+{
+    try {
+        drawPlot(plot, options.PlotFile);
+        note(fmt::format("{} drawn", visibleText(options.PlotFile)));
+    } catch (const Failure &failure) {
+        if (!wantsText(options)) throw;
+        warn(failure.what());
+    }
+}
+
+} // namespace
+
+void addMeasureOptions(CLI::App &command, MeasureOptions &options)
+{
+    command.add_option("FILE", options.File, "The recording (.tgx)")->required();
+    addOutputOptions(command, options.Result);
+}
+
+void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options)
+{
+    addMeasureOptions(command, options);
+    addPlotOption(command, options.Result);
+}
+
+Recording openForMeasuring(const MeasureOptions &options)
+{
+    Recording recording = openRecording(options.File);
+    if (recording.MeasMode != 2 && recording.MeasMode != 3)
+        throw Failure(Exit::Failed, fmt::format("{}: a recording of mode {} has no events to count",
+                                                visibleText(recording.Path), recording.MeasMode));
+    return recording;
+}
+
+int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
+{
+    checkPlotName(options.Result.PlotFile);
+    const Session session(host);
+    Measured measured;
+    measured.From = openForMeasuring(options);
+    measurement.Prepare(measured.From);
+    measured.Run = replay(measured.From, measurement.Start);
+    noteSpeed(measured.Run);
+    if (wantsText(options.Result))
+        writeResult(options.Result.File,
+                    options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
+    if (!options.Result.PlotFile.empty()) drawResult(options.Result, measurement.Plot(measured));
+    return reportOutcome(measured.From, measured.Run);
+}
+
+void noteSpeed(const Outcome &outcome)
+{
+    note(fmt::format("{} records in {:.2f} s, {} records/s", outcome.NumRead, outcome.Seconds,
+                     countText(static_cast<double>(outcome.NumRead) / std::max(outcome.Seconds, 1e-9))));
+}
+
+std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema)
+{
+    const Recording &recording = measured.From;
+    return {std::string(schema), fmt::format("file: {}", visibleText(recording.Path)),
+            fmt::format("device: {}, T{}", visibleText(recording.Id), recording.MeasMode)};
+}
+
+std::string lastNote(const Measured &measured)
+{
+    return fmt::format("{} of {} records read{}", measured.Run.NumRead, measured.From.NumRecords,
+                       measured.Run.Signal ? ", stopped by the user: a partial result" : "");
+}
+
+boost::json::object firstKeys(const Measured &measured, std::string_view schema)
+{
+    return {{"schema", schema},
+            {"file", measured.From.Path},
+            {"device", measured.From.Id},
+            {"mode", fmt::format("T{}", measured.From.MeasMode)},
+            {"run", outcomeJson(measured.From, measured.Run)}};
+}
+
+std::string plotTitle(const Recording &recording)
+{
+    const std::filesystem::path path(recording.Path);
+    return fmt::format("{}, T{}", visibleText(path.filename().string()), recording.MeasMode);
+}
+
+void checkChannel(const char *option, int channel, const Recording &recording)
+{
+    if (channel < recording.NumRows) return;
+    throw Failure(Exit::Usage, fmt::format("{} {}: the recording has channels 0 (sync) to {}", option, channel,
+                                           recording.NumRows - 1));
+}
+
+} // namespace Tessel::Cli

@@ -1,0 +1,69 @@
+// One measurement on a recording, from its options to its result: the steps that all measuring commands share.
+// A command gives what is its own as functions.
+#pragma once
+
+#include "commands.h"
+#include "plot.h"
+
+#include <boost/json/object.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Tessel::Cli {
+
+struct MeasureOptions
+{
+    std::string File;
+    ResultOptions Result;
+};
+
+// The recording, and how to write to standard output, to a file, as JSON.
+void addMeasureOptions(CLI::App &command, MeasureOptions &options);
+
+// The same and --plot.
+void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options);
+
+struct Measured
+{
+    Recording From;
+    Outcome Run;
+};
+
+// What a command does, in the order in which it is called. The last three give one form of the result each and
+// are called only if it is wanted.
+struct Measurement
+{
+    std::function<void(const Recording &)> Prepare; // parameters and memory
+    std::function<void(uint8_t *finished)> Start;
+    std::function<std::string(const Measured &)> Csv;
+    std::function<boost::json::object(const Measured &)> Json;
+    std::function<Cli::Plot(const Measured &)> Plot;
+};
+
+// The exit code.
+int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement);
+
+// The recording as the current device, its chain and all. Throws Failure if it has no events to count.
+Recording openForMeasuring(const MeasureOptions &options);
+
+// How many records, how fast.
+void noteSpeed(const Outcome &outcome);
+
+// The first comment lines of a CSV, and what is to follow at their end: how much was read.
+std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema);
+std::string lastNote(const Measured &measured);
+
+// The keys that every result has: schema, file, device, mode, run. A command puts its own behind them.
+boost::json::object firstKeys(const Measured &measured, std::string_view schema);
+
+// "decay.tgx, T3".
+std::string plotTitle(const Recording &recording);
+
+// Throws a usage Failure that names the option, unless the recording has a row for the channel.
+void checkChannel(const char *option, int channel, const Recording &recording);
+
+} // namespace Tessel::Cli
