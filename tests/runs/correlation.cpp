@@ -219,18 +219,6 @@ TEST(CorrelationRun, WithoutAResultTheArraysStayAsTheyAre)
     EXPECT_EQ(host.logged("ERR"), 0u);
 }
 
-TEST(CorrelationRun, AShortestLagOfNothingEndsTheRun)
-{
-    Host host;
-    auto file = TgxFile::t3(channels, resolutionPs).tag("HW_SerialNo", "1").tag("HW_BaseResolution", 0.5e-12);
-    ASSERT_FALSE(host.open(file.records(burstWords(1000, true, 7)).write(host.folder().file("a.tgx"))).empty());
-    for (Mode mode : {Mode::FCS, Mode::FFCS}) {
-        Curves curves({.mode = mode, .minLagPs = 0});
-        curves.run();
-    }
-    EXPECT_EQ(host.logged("ERR Device: A shortest lag of 0 ps, can't measure!"), 2u);
-}
-
 TEST(CorrelationRun, ClearEmptiesTheCurves)
 {
     Host host;
