@@ -17,6 +17,7 @@ bool rawMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint
                                   .AcqTimeMs = acqTime,
                                   .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
                                   .SaveToFile = save != 0,
+                                  .PrepareImports = false,
                                   .FinishedFlag = finished,
                                   .RawBlock = block,
                                   .RawCapacity = capacity,
@@ -34,6 +35,7 @@ bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint32_t 
         startMeasurement(target, {.Kind = MeasKind::Raw,
                                   .AcqTimeMs = acqTime,
                                   .SaveToFile = save != 0,
+                                  .PrepareImports = false,
                                   .FinishedFlag = finished,
                                   .RawBlock = block,
                                   .RawCapacity = capacity});

@@ -1,4 +1,5 @@
 #include "api/exports.h"
+#include "log/text.h"
 #include "manipulators/chain.h"
 #include "manipulators/stages.h"
 
@@ -57,6 +58,22 @@ int32_t addMHerald(const char16_t *id, uint8_t herald, const int32_t *gated, int
                                   .WindowPs = window,
                                   .Inverted = inverted != 0,
                                   .Keep = keep != 0});
+    });
+}
+
+int32_t addMImportStream(const char16_t *id, const char16_t *sourceId, uint8_t start, const int32_t *chans,
+                         int32_t numChans, int32_t offset)
+{
+    return guarded("addMImportStream", -1, [&] {
+        DeviceRef target = deviceOf(id);
+        const std::string source = toUtf8(textOf(sourceId));
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API AddImport {} {} {} {} @{}", visible(source), start, numChans,
+                   offset, target.device->ID);
+        return addImportStream(target, {.SourceId = source,
+                                        .Start = start != 0,
+                                        .Channels = channelList(chans, numChans),
+                                        .OffsetPs = offset});
     });
 }
 

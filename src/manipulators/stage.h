@@ -45,17 +45,40 @@ inline void logStage(const char *text, const StageRef &stage)
                stage.record->SourceId);
 }
 
+// What only some kinds have to say; the others have these words.
+template <class State>
+bool isReady(State &, const StageRef &) // no lock is held; false: the stage can't enter a run yet
+{
+    return true;
+}
+template <class State>
+void beforeTurn(State &, const StageRef &) // no lock is held
+{
+}
+template <class State>
+bool waits(const State &) // the piece was cut because the stage waits, and not for want of room
+{
+    return false;
+}
+template <class State>
+void logOverrun(const State &, const StageWords &words, const StageRef &stage, const Manipulator &)
+{
+    logWrn(LogCategory::Device, fmt::runtime(words.Overrun), stage.record->Name, stage.device->ID);
+}
+
 // False: the thread is to end. A stage enters a run under its own lock, so that whoever asks it to stop knows
 // whether it has entered.
-inline bool waitForRun(const StageRef &stage)
+template <class State>
+bool waitForRun(State &state, const StageRef &stage)
 {
     using namespace std::chrono_literals;
     Manipulator &record = *stage.record;
     for (;;) {
+        const bool ready = isReady(state, stage);
         {
             auto own = lockOwn(*stage.context, stage.record);
             if (record.ExitFlag) return false;
-            if (stage.context->Measuring && !record.StopFlag && !stage.context->AbortRequested) {
+            if (ready && stage.context->Measuring && !record.StopFlag && !stage.context->AbortRequested) {
                 record.StartedFlag = true;
                 return true;
             }
@@ -81,6 +104,7 @@ public:
         while (!isOver()) {
             take();
             own.unlock();
+            beforeTurn(state, stage);
             handOn();
             own = lockOwn(*stage.context, stage.record);
             if (record.ClearFlag) clear(state);
@@ -135,10 +159,10 @@ private:
             piece.Count = wanted;
             piece.Count = work(state, stage, piece, next.Events);
             window.Cut = piece.Count < wanted;
-            if (window.Cut && !mayHold) fill = Fill::Overrun;
+            if (window.Cut && !mayHold && !waits(state)) fill = Fill::Overrun;
         }
         if (fill == Fill::Overrun) {
-            logWrn(LogCategory::Device, fmt::runtime(words.Overrun), record.Name, stage.device->ID);
+            logOverrun(state, words, stage, next);
             next.Events.Count = 0;
         }
         nextLock.unlock();
@@ -189,7 +213,7 @@ void runStage(const StageRef &stage, const StageWords &words, State state)
 {
     nameThread(*stage.device);
     logStage(words.Created, stage);
-    while (waitForRun(stage)) {
+    while (waitForRun(state, stage)) {
         logStage(words.Started, stage);
         startPass(state, stage);
         StagePass<State>(stage, words, state).run();

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace Tessel {
@@ -38,6 +39,15 @@ struct HeraldRequest
     bool Inverted = false, Keep = false;
 };
 int32_t addHerald(const DeviceRef &target, const HeraldRequest &request);
+
+struct ImportRequest
+{
+    std::string SourceId;
+    bool Start = false;                // a measurement of this device starts one of the source
+    std::span<const int32_t> Channels; // of the source; none: channel 1
+    int32_t OffsetPs = 0;
+};
+int32_t addImportStream(const DeviceRef &target, const ImportRequest &request);
 
 void addSubStream(const DeviceRef &target, uint64_t from, uint64_t to);
 

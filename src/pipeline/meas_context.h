@@ -42,6 +42,7 @@ struct RunRequest
     uint32_t AcqTimeMs = 0;
     bool Blocking = false; // a caller waits for the finished byte
     bool SaveToFile = false;
+    bool PrepareImports = true; // the sources of import stages are started first
     uint8_t *FinishedFlag = nullptr;
     uint32_t *HistoData = nullptr; // rows x columns, row = ChannelCode
     uint32_t *RawBlock = nullptr;

@@ -4,6 +4,7 @@
 #include "devices/primitives.h"
 #include "devices/result.h"
 #include "devices/truncated.h"
+#include "pipeline/import_sources.h"
 #include "pipeline/measure_thread.h"
 
 #include <chrono>
@@ -81,6 +82,7 @@ bool effectiveWait(const Device &device, uint32_t acqTimeMs, uint8_t waitFinishe
 
 void startMeasurement(const DeviceRef &target, RunRequest request)
 {
+    if (request.PrepareImports) prepareImportSources(target);
     auto run = commonStart(target, request);
     while (request.Blocking && !run->Finished) std::this_thread::sleep_for(3ms);
 }

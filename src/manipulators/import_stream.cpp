@@ -1,0 +1,291 @@
+// Import stream: merges events of another device, the source, into this one's stream, in the order of their
+// times. The source's run, which measures for this stage, leaves them in a block.
+//
+// Two devices, one thread: it holds locks of one of them at a time. What the source has is moved to the stage's
+// own arrays under the source's ManisLock alone, and merged from there under a lock of its own device, so that
+// devices that import from each other never wait for each other's locks.
+#include "manipulators/import_stream.h"
+
+#include "devices/raw_time.h"
+#include "log/log.h"
+#include "manipulators/run_copy.h"
+#include "manipulators/stage.h"
+#include "manipulators/stages.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+
+namespace Tessel {
+
+namespace {
+
+constexpr StageWords importWords = {
+    .Created = "ImportMThread created: {} @{} from {}",
+    .Started = "ImportMThread started: {} @{} from {}",
+    .Stopped = "ImportMThread stopped: {} @{} from {}",
+    .Exited = "ImportMThread exited: {} @{} from {}",
+    .Overrun = nullptr, // it names the source too
+};
+
+// What the source's run leaves for others. Its ManisLock is held.
+struct SourceBlock
+{
+    uint64_t *Times = nullptr;
+    uint8_t *Channels = nullptr;
+    uint64_t *Count = nullptr; // null: no such block
+};
+
+// The block of a caller is his own again once the run's final record is gone.
+SourceBlock sourceBlock(MeasContext &source, Run &run)
+{
+    if (run.Request.Kind == MeasKind::ImportSource && run.ImportBlock.hasArrays())
+        return {run.ImportBlock.Times.get(), run.ImportBlock.Channels.get(), &run.ImportBlock.Count};
+    const RunRequest &request = run.Request;
+    const bool isLive = std::any_of(source.Manis.begin(), source.Manis.end(),
+                                    [](const auto &record) { return record->Type == ManisType::Store; });
+    if (request.Kind == MeasKind::Unfold && isLive && request.UnfoldTimes && request.UnfoldChannels)
+        return {request.UnfoldTimes, request.UnfoldChannels, &run.unfoldCount()};
+    return {};
+}
+
+// Nothing more comes into the block.
+bool isDone(const Run &run)
+{
+    return run.MeasurementDone || run.Finished;
+}
+
+} // namespace
+
+bool importsFrom(const DeviceRef &from, const std::string &to)
+{
+    std::set<std::string> seen;
+    std::vector<DeviceRef> open{from};
+    while (!open.empty()) {
+        const DeviceRef device = std::move(open.back());
+        open.pop_back();
+        if (device.device->ID == to) return true;
+        if (!seen.insert(device.device->ID).second) continue;
+        for (const auto &record : chainOf(*device.context))
+            if (record->Type == ManisType::ImportStream) open.push_back(findDevice(record->SourceId));
+    }
+    return false;
+}
+
+// The source has a run that measures for others, or has left events of one. A source that itself needs this
+// device's events would wait for this stage, and this stage for it.
+bool isReady(ImportState &import, const StageRef &stage)
+{
+    if (!stage.context->Measuring) return false;
+    DeviceRef source = findDevice(stage.record->SourceId);
+    auto run = source.context->currentRun();
+    if (!run || importsFrom(source, stage.device->ID)) return false;
+    std::lock_guard lock(source.context->ManisLock);
+    const SourceBlock block = sourceBlock(*source.context, *run);
+    if (!block.Count || (*block.Count == 0 && isDone(*run))) return false;
+    import.Source = source;
+    return true;
+}
+
+namespace {
+
+// Their room is won back once they are most of what stands there.
+void dropUsed(ImportState &import)
+{
+    if (import.Cursor <= import.Times.size() / 2) return;
+    import.Times.erase(import.Times.begin(), import.Times.begin() + static_cast<std::ptrdiff_t>(import.Cursor));
+    import.Channels.erase(import.Channels.begin(),
+                          import.Channels.begin() + static_cast<std::ptrdiff_t>(import.Cursor));
+    import.Cursor = 0;
+}
+
+// What came before the run of this device began has no time in it.
+template <class Time>
+void appendImported(ImportState &import, Time time, const SourceBlock &block, uint64_t count)
+{
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t ps = time.ps(block.Times[i]);
+        const uint64_t shifted = ps + static_cast<uint64_t>(import.Offset);
+        if (import.Offset < 0 ? shifted > ps : shifted < ps) continue;
+        import.Times.push_back(shifted);
+        import.Channels.push_back(block.Channels[i]);
+    }
+}
+
+// Takes `count` events off the block's front.
+void takeFrom(ImportState &import, const Device &source, const SourceBlock &block, uint64_t count)
+{
+    withTime(source, [&](auto time) { appendImported(import, time, block, count); });
+    const uint64_t left = *block.Count - count;
+    std::copy_n(block.Times + count, left, block.Times);
+    std::copy_n(block.Channels + count, left, block.Channels);
+    *block.Count = left;
+}
+
+void warnSourceOverrun(const StageRef &stage, uint64_t count, uint64_t held)
+{
+    const auto counts =
+        fmt::format("{}: {} Counts\r\n{}: {} Counts", stage.record->SourceId, count, stage.device->ID, held);
+    logWrn(LogCategory::Device, "Device: Import Source Buffer overrun - clearing!\r\n{}\r\n{}@{} from {}",
+           counts, stage.record->Name, stage.device->ID, stage.record->SourceId);
+}
+
+} // namespace
+
+// A recorded file takes as much as it has room for; an instrument takes all, and what it held is lost where
+// both are too much.
+void beforeTurn(ImportState &import, const StageRef &stage)
+{
+    if (!stage.record->Enabled) return;
+    MeasContext &context = *import.Source.context;
+    auto run = context.currentRun();
+    const bool done = isDone(*run); // looked at before the block
+    std::lock_guard lock(context.ManisLock);
+    const SourceBlock block = sourceBlock(context, *run);
+    const uint64_t offered = block.Count ? *block.Count : 0;
+    const uint64_t held = import.Times.size() - import.Cursor;
+    uint64_t room = streamRecords() - std::min(held, streamRecords());
+    if (offered > room && !isFile(*stage.device)) {
+        warnSourceOverrun(stage, offered, held);
+        import.Cursor = import.Times.size();
+        room = streamRecords();
+    }
+    if (offered > 0 && room > 0) {
+        dropUsed(import);
+        takeFrom(import, *import.Source.device, block, std::min(offered, room));
+        ++run->Taken;
+    }
+    import.SourceOver = done && offered <= room;
+}
+
+bool waits(const ImportState &import)
+{
+    return import.Waits;
+}
+
+void logOverrun(const ImportState &import, const StageWords &, const StageRef &stage, const Manipulator &next)
+{
+    const std::string full = import.Times.empty() ? fmt::format(" {} is full", next.Name) : std::string();
+    logWrn(LogCategory::Device, "Device: Import Destination Buffer overrun - clearing!{} {}@{} from {}", full,
+           stage.record->Name, stage.device->ID, stage.record->SourceId);
+}
+
+void startPass(ImportState &import, const StageRef &)
+{
+    import.Times.clear();
+    import.Channels.clear();
+    import.Cursor = import.LastWritten = 0;
+    import.SourceOver = import.Waits = false;
+}
+
+namespace {
+
+// What an own event without later imported ones comes to: it waits, and is dropped where there will be none.
+bool isAtTheEnd(const ImportState &import, const StageRef &stage)
+{
+    const MeasContext &context = *stage.context;
+    if (context.AbortRequested) return true;
+    // A recorded file is read long before its source has come as far.
+    const bool mayWait = isFile(*stage.device) && !context.StopByHost;
+    return import.SourceOver || (context.InputDone && !mayWait);
+}
+
+template <class Time>
+class ImportWork
+{
+public:
+    ImportWork(ImportState &state, const StageRef &importing, Time rawTime, EventStore &store)
+        : import(state), stage(importing), time(rawTime), out(store)
+    {
+        const Manipulator &record = *stage.record;
+        output.fill(notImported);
+        for (size_t i = 0; i < std::min(record.InChans.size(), record.OutChans.size()); ++i)
+            output[record.InChans[i]] = record.OutChans[i];
+        if constexpr (Time::isT3)
+            period = static_cast<uint64_t>(std::max<int64_t>(stage.device->SyncPeriodPs, 1));
+    }
+
+    uint64_t run(const Piece &in)
+    {
+        import.Waits = false;
+        for (uint64_t at = 0; at < in.Count; ++at) {
+            const uint64_t ps = time.ps(in.Times[at]);
+            writeImported(ps);
+            if (roomOf(out) == 0) return at;
+            if (import.Cursor < import.Times.size()) {
+                out.append(in.Times[at], in.Channels[at]);
+                import.LastWritten = ps;
+            } else if (!isAtTheEnd(import, stage)) {
+                import.Waits = true;
+                return at;
+            }
+        }
+        return in.Count;
+    }
+
+private:
+    static constexpr uint8_t notImported = 255;
+
+    // All that are earlier than `ownPs`; those of another channel, and those that come too late, are passed
+    // over.
+    void writeImported(uint64_t ownPs)
+    {
+        for (; import.Cursor < import.Times.size() && roomOf(out) > 0; ++import.Cursor) {
+            const uint64_t ps = import.Times[import.Cursor];
+            if (ownPs <= ps) return;
+            const uint8_t channel = output[import.Channels[import.Cursor]];
+            if (ps < import.LastWritten || channel == notImported) continue;
+            out.append(Time::isT3 ? ps / period : ps,
+                       channel); // in T3 as hosts know it: neither shift nor dtime
+            import.LastWritten = ps;
+        }
+    }
+
+    ImportState &import;
+    const StageRef &stage;
+    const Time time;
+    EventStore &out;
+    std::array<uint8_t, 256> output;
+    uint64_t period = 1;
+};
+
+} // namespace
+
+uint64_t work(ImportState &import, const StageRef &stage, Piece in, EventStore &out)
+{
+    return withTime(*stage.device,
+                    [&](auto time) { return ImportWork<decltype(time)>(import, stage, time, out).run(in); });
+}
+
+void afterPiece(ImportState &, const StageRef &, Piece) {}
+void clear(ImportState &) {}
+bool finishPass(ImportState &, const StageRef &, EventStore *)
+{
+    return true;
+}
+
+int32_t addImportStream(const DeviceRef &target, const ImportRequest &request)
+{
+    auto record = std::make_shared<Manipulator>();
+    record->Type = ManisType::ImportStream;
+    record->InChans = channelBytes(request.Channels);
+    if (record->InChans.empty()) record->InChans = {1};
+    record->Params = {static_cast<uint64_t>(int64_t{request.OffsetPs})};
+    record->Params2 = {request.Start};
+    record->SourceId = request.SourceId;
+    record->KeepFlag = true;
+
+    std::string channels;
+    for (uint8_t channel : record->InChans) channels = fmt::format("{} {} ", channels, channel);
+    ChainLocks locks(*target.context);
+    if (LogLevel.Manipulators)
+        logInf(LogCategory::Progress, "AddMImport {} {} {} @{}", request.SourceId, channels, request.OffsetPs,
+               target.device->ID);
+    ImportState state;
+    state.Offset = request.OffsetPs;
+    auto thread = [state](StageRef stage) { runStage(stage, importWords, state); };
+    if (!addStage(target, record, "Import_{}", thread)) return -1;
+    return record->OutChans.front();
+}
+
+} // namespace Tessel

@@ -1,0 +1,162 @@
+// What an import stage makes of its own events and of those that it holds from its source.
+#include "manipulators/import_stream.h"
+#include "settings/system_ini.h"
+#include "stage_run.h"
+
+using namespace Tessel;
+using namespace TestSupport;
+
+namespace {
+
+struct ImportCase
+{
+    const char *name;
+    StreamForm form;
+    const char *held; // source channel @ ps
+    bool sourceOver;
+    const char *own;
+    const char *expected;
+    uint64_t done; // own events
+    bool waits;
+};
+
+const StreamForm t2{}, t3{true, 1000, 4.0};
+
+// Channels 1 and 2 of the source come as 5 and 6.
+const ImportCase cases[] = {
+    {"byTime", t2, "1@5 2@15 1@40", false, "3@10 4@20 3@30", "5@5 3@10 6@15 4@20 3@30", 3, false},
+    {"ownFirstAtEqualTimes", t2, "1@10 1@11", false, "3@10", "3@10", 1, false},
+    {"waitsForLaterOnes", t2, "1@5 2@15", false, "3@10 4@20 3@30", "5@5 3@10 6@15", 1, true},
+    {"waitsForTheFirst", t2, "", false, "3@10", "", 0, true},
+    {"dropsWhatComesBehindTheLast", t2, "1@5 2@15", true, "3@10 4@20 3@30", "5@5 3@10 6@15", 3, false},
+    {"passesOverOtherChannels", t2, "3@5 255@15", true, "3@10 4@20", "3@10", 2, false},
+    {"dropsWhatIsTooLate", t2, "1@20 1@5 1@40", false, "3@30", "5@20 3@30", 1, false},
+    // An imported event stands with its sync number alone: 2500 ps is sync 2.
+    {"t3BySyncNumber", t3, "1@2500 2@3008 1@9000", false, "3@2:100 4@3:3", "3@65636 5@2 6@3 4@98307", 2, false},
+};
+
+std::shared_ptr<Run> sourceRun()
+{
+    RunRequest request;
+    request.Kind = MeasKind::ImportSource;
+    return std::make_shared<Run>(request);
+}
+
+void give(ImportState &import, const char *held)
+{
+    for (const Event &event : events(held)) {
+        import.Times.push_back(event.time);
+        import.Channels.push_back(event.channel);
+    }
+}
+
+} // namespace
+
+TEST(ImportWork, MergesWhatItHolds)
+{
+    for (const ImportCase &given : cases) {
+        SCOPED_TRACE(given.name);
+        StageRef stage = stageOf(given.form);
+        stage.device->DeviceType = DeviceType::File;
+        stage.record->InChans = {1, 2};
+        stage.record->OutChans = {5, 6};
+        ImportState import;
+        startPass(import, stage);
+        give(import, given.held);
+        import.SourceOver = given.sourceOver;
+        const Events own = events(given.own);
+        std::vector<uint64_t> times;
+        std::vector<uint8_t> channels;
+        for (const Event &event : own) {
+            times.push_back(event.time);
+            channels.push_back(event.channel);
+        }
+        NextStage next(100);
+        EXPECT_EQ(work(import, stage, {times.data(), channels.data(), own.size()}, next.store), given.done);
+        EXPECT_EQ(waits(import), given.waits);
+        next.take();
+        EXPECT_EQ(show(next.taken), given.expected);
+    }
+}
+
+// An instrument's stage ends its wait with the acquisition, a recorded file's with the source or the host.
+TEST(ImportWork, WaitsAsLongAsThereIsAReason)
+{
+    const struct
+    {
+        Tessel::DeviceType device;
+        bool inputDone, stopByHost, abort, waits;
+    } ends[] = {
+        {DeviceType::Instrument, false, false, false, true},
+        {DeviceType::Instrument, true, false, false, false},
+        {DeviceType::File, true, false, false, true},
+        {DeviceType::File, true, true, false, false},
+        {DeviceType::File, false, false, true, false},
+    };
+    for (const auto &given : ends) {
+        StageRef stage = stageOf(t2);
+        stage.device->DeviceType = given.device;
+        stage.context->InputDone = given.inputDone;
+        stage.context->StopByHost = given.stopByHost;
+        stage.context->AbortRequested = given.abort;
+        ImportState import;
+        const uint64_t time = 10;
+        const uint8_t channel = 1;
+        NextStage next(10);
+        EXPECT_EQ(work(import, stage, {&time, &channel, 1}, next.store), given.waits ? 0u : 1u);
+        EXPECT_EQ(waits(import), given.waits);
+        EXPECT_EQ(next.store.Count, 0u);
+    }
+}
+
+// With as many held as a store has: a recorded file takes no more, an instrument drops what it holds.
+TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
+{
+    for (const DeviceType type : {DeviceType::File, DeviceType::Instrument}) {
+        StageRef stage = stageOf(t2);
+        stage.device->DeviceType = type;
+        auto run = sourceRun();
+        run->ImportBlock.allocate(streamRecords());
+        run->ImportBlock.Count = streamRecords();
+        ImportState import;
+        import.Source = {std::make_shared<Device>(), std::make_shared<MeasContext>()};
+        import.Source.device->MeasMode = MeasMode::T2;
+        import.Source.context->CurrentRun = run;
+        beforeTurn(import, stage);
+        EXPECT_EQ(import.Times.size(), streamRecords());
+        EXPECT_EQ(run->ImportBlock.Count, 0u);
+
+        run->ImportBlock.append(7, 1);
+        run->MeasurementDone = true;
+        beforeTurn(import, stage);
+        const bool holds = type == DeviceType::File;
+        EXPECT_EQ(run->ImportBlock.Count, holds ? 1u : 0u);
+        EXPECT_EQ(import.Times.size() - import.Cursor, holds ? streamRecords() : 1u);
+        EXPECT_EQ(import.SourceOver, !holds);
+    }
+}
+
+TEST(ImportWork, TakesTheOffsetAlong)
+{
+    const struct
+    {
+        int64_t offset;
+        const char *expected;
+    } offsets[] = {
+        {0, "1@100 2@50 1@18446744073709551615"}, {20, "1@120 2@70"}, {-60, "1@40 1@18446744073709551555"}};
+    for (const auto &given : offsets) {
+        auto run = sourceRun();
+        run->ImportBlock.allocate(10);
+        for (const Event &event : events("1@100 2@50 1@18446744073709551615"))
+            run->ImportBlock.append(event.time, event.channel);
+        ImportState import;
+        import.Offset = given.offset;
+        import.Source = {std::make_shared<Device>(), std::make_shared<MeasContext>()};
+        import.Source.device->MeasMode = MeasMode::T2;
+        import.Source.context->CurrentRun = run;
+        beforeTurn(import, stageOf(t2));
+        Events held;
+        for (size_t i = 0; i < import.Times.size(); ++i) held.push_back({import.Times[i], import.Channels[i]});
+        EXPECT_EQ(show(held), given.expected);
+    }
+}

@@ -1,0 +1,254 @@
+// Runs that import the events of other devices: two and three files, and sources that never come.
+#include "support/host.h"
+#include "support/random_words.h"
+#include "support/reference_stages.h"
+#include "support/tgx_file.h"
+#include "tessel.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <thread>
+
+using namespace TestSupport;
+
+namespace {
+
+constexpr int channels = 4;
+constexpr uint64_t resolution = 5;
+
+// A T2 file that is open as a device.
+struct Source
+{
+    Source(Host &host, uint32_t seed, size_t words)
+        : Source(host, randomWords({.count = words, .t3 = false, .overflowShare = 0.01, .seed = seed}),
+                 std::to_string(seed))
+    {
+    }
+    Source(Host &host, const std::vector<uint32_t> &words, const std::string &name)
+        : events(decodeT2(words, channels, resolution))
+    {
+        const std::string path = TgxFile::t2(channels, resolution)
+                                     .tag("HW_SerialNo", name)
+                                     .records(words)
+                                     .write(host.folder().file(name + ".tgx"));
+        std::array<char, 8192> buffer{};
+        std::strncpy(buffer.data(), path.c_str(), buffer.size() - 1);
+        getFileDevice(buffer.data());
+        id.assign(buffer.data(), buffer.data() + std::strlen(buffer.data()));
+    }
+
+    const char16_t *c_str() const { return id.c_str(); }
+
+    Events events;
+    std::u16string id;
+};
+
+// Each own event behind the imported ones that are earlier; none behind the last that was imported.
+Events imported(const Events &own, const Events &from, const std::vector<uint8_t> &wanted, uint8_t firstOutput,
+                int32_t offset)
+{
+    Events out;
+    size_t cursor = 0;
+    uint64_t last = 0;
+    for (const Event &event : own) {
+        for (; cursor < from.size(); ++cursor) {
+            const auto time = static_cast<int64_t>(from[cursor].time) + offset;
+            if (time >= static_cast<int64_t>(event.time)) break;
+            const auto found = std::find(wanted.begin(), wanted.end(), from[cursor].channel);
+            if (time < static_cast<int64_t>(last) || found == wanted.end()) continue;
+            last = static_cast<uint64_t>(time);
+            out.push_back({last, static_cast<uint8_t>(firstOutput + (found - wanted.begin()))});
+        }
+        if (cursor == from.size()) continue;
+        out.push_back(event);
+        last = event.time;
+    }
+    return out;
+}
+
+Events measuredEvents(const Source &device, size_t capacity)
+{
+    std::vector<uint64_t> times(capacity);
+    std::vector<uint8_t> codes(capacity);
+    uint64_t count = 0;
+    Finished finished;
+    ufMeasure(device.c_str(), 0, 1, 0, times.data(), codes.data(), &count, capacity, finished.get());
+    EXPECT_TRUE(finished.isSet());
+    Events events;
+    for (uint64_t i = 0; i < count; ++i) events.push_back({times[i], codes[i]});
+    return events;
+}
+
+void expectSameEvents(const Events &got, const Events &expected)
+{
+    const auto [one, other] = std::mismatch(got.begin(), got.end(), expected.begin(), expected.end());
+    EXPECT_EQ(got.size(), expected.size());
+    EXPECT_TRUE(one == got.end() && other == expected.end()) << "they part at event " << one - got.begin();
+}
+
+} // namespace
+
+TEST(Import, MergesTwoFilesByTime)
+{
+    const struct
+    {
+        const char *name;
+        size_t ownWords, sourceWords;
+        std::vector<int32_t> wanted;
+        int32_t offset;
+    } cases[] = {
+        {"same length", 50'000, 50'000, {1, 3}, 0},
+        {"short source", 50'000, 20'000, {2}, 1'000'000},
+        {"long source", 20'000, 300'000, {4, 2, 1}, -2'000'000'000},
+        {"channel 1 if none is named", 20'000, 20'000, {}, 0},
+        {"many chunks", 2'500'000, 2'500'000, {1}, 7},
+    };
+    for (const auto &given : cases) {
+        SCOPED_TRACE(given.name);
+        Host host;
+        const Source source(host, 1, given.sourceWords), own(host, 2, given.ownWords);
+        EXPECT_EQ(addMImportStream(own.c_str(), source.c_str(), 1, given.wanted.data(),
+                                   static_cast<int32_t>(given.wanted.size()), given.offset),
+                  channels + 1);
+        std::vector<uint8_t> wanted(given.wanted.begin(), given.wanted.end());
+        if (wanted.empty()) wanted = {1};
+        const Events expected = imported(own.events, source.events, wanted, channels + 1, given.offset);
+        for (int turn = 0; turn < 2; ++turn) // the source is started anew for each run
+            expectSameEvents(measuredEvents(own, own.events.size() + source.events.size()), expected);
+    }
+}
+
+// The host measures the source itself; the stage takes the events from the host's block.
+TEST(Import, TakesFromABlockOfTheHost)
+{
+    Host host;
+    const Source source(host, 1, 30'000), own(host, 2, 30'000);
+    const int32_t wanted[] = {1};
+    addMImportStream(own.c_str(), source.c_str(), 0, wanted, 1, 0);
+    std::vector<uint64_t> times(5000);
+    std::vector<uint8_t> codes(5000);
+    Finished finished;
+    ufStartBlock(source.c_str(), 0, 0, times.data(), codes.data(), times.size(), finished.get());
+    expectSameEvents(measuredEvents(own, 70'000), imported(own.events, source.events, {1}, channels + 1, 0));
+    stopMeasure(source.c_str());
+    EXPECT_TRUE(finished.wait());
+}
+
+TEST(Import, ASourceMayImportItself)
+{
+    Host host;
+    const Source third(host, 1, 60'000), second(host, 2, 50'000), first(host, 3, 40'000);
+    const int32_t wanted[] = {1, channels + 1};
+    addMImportStream(second.c_str(), third.c_str(), 1, wanted, 1, 0);
+    addMImportStream(first.c_str(), second.c_str(), 1, wanted, 2, 0);
+    const Events atSecond = imported(second.events, third.events, {1}, channels + 1, 0);
+    expectSameEvents(measuredEvents(first, 200'000),
+                     imported(first.events, atSecond, {1, channels + 1}, channels + 1, 0));
+}
+
+namespace {
+
+struct LostCase
+{
+    const char *name;
+    void (*chain)(const Source &own, const Source &other);
+    const char *logged;
+};
+
+void PrintTo(const LostCase &given, std::ostream *out)
+{
+    *out << given.name;
+}
+
+void close(const Source &device)
+{
+    std::string id(device.id.begin(), device.id.end());
+    id.resize(8192);
+    getDevice(id.data());
+    closeDevice(0);
+}
+
+const LostCase lostCases[] = {
+    {"missing",
+     [](const Source &own, const Source &) { addMImportStream(own.c_str(), u"nobody", 1, nullptr, 0, 0); },
+     "Import Device 'nobody' not found!"},
+    {"notStarted",
+     [](const Source &own, const Source &other) {
+         addMImportStream(own.c_str(), other.c_str(), 0, nullptr, 0, 0);
+     },
+     "was never running"},
+    {"itself",
+     [](const Source &own, const Source &) { addMImportStream(own.c_str(), own.c_str(), 1, nullptr, 0, 0); },
+     "needs this device's events"},
+    {"crossed",
+     [](const Source &own, const Source &other) {
+         addMImportStream(other.c_str(), own.c_str(), 1, nullptr, 0, 0);
+         addMImportStream(own.c_str(), other.c_str(), 1, nullptr, 0, 0);
+     },
+     "needs this device's events"},
+    {"closed",
+     [](const Source &own, const Source &other) {
+         addMImportStream(own.c_str(), other.c_str(), 1, nullptr, 0, 0);
+         close(other);
+     },
+     "not found!"},
+};
+
+class ImportWithoutSource : public testing::TestWithParam<LostCase>
+{
+};
+
+} // namespace
+
+TEST_P(ImportWithoutSource, FailsAndTheNextRunWorks)
+{
+    const LostCase &given = GetParam();
+    Host host;
+    const Source other(host, 1, 1000), own(host, 2, 1000);
+    given.chain(own, other);
+    EXPECT_TRUE(measuredEvents(own, 5000).empty());
+    EXPECT_GE(host.logged(given.logged), 1u);
+    EXPECT_EQ(host.logged("the manipulator never received any data."), 1u);
+    clearManis(own.c_str());
+    expectSameEvents(measuredEvents(own, 5000), own.events);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sources, ImportWithoutSource, testing::ValuesIn(lostCases),
+                         [](const auto &given) { return given.param.name; });
+
+TEST(Import, ASourceThatEndsInTheMiddleEndsTheRun)
+{
+    for (const bool closes : {false, true}) {
+        SCOPED_TRACE(closes ? "closed" : "stopped");
+        Host host;
+        const Source source(host, 1, 3'000'000), own(host, 2, 1'500'000);
+        addMImportStream(own.c_str(), source.c_str(), 1, nullptr, 0, 0);
+        std::vector<uint32_t> counts(65536 * 6);
+        Finished finished;
+        getHistogram(own.c_str(), 0, 0, 0, counts.data(), finished.get());
+        stopMeasure(source.c_str());
+        if (closes) close(source);
+        EXPECT_TRUE(finished.wait());
+    }
+}
+
+TEST(Import, TheRunCanBeStoppedWhileItWaits)
+{
+    Host host;
+    // Ten events a turn: the source is far behind when the run is stopped.
+    const Source source(host, 1, 100'000), own(host, 2, 3'000'000);
+    addMImportStream(own.c_str(), source.c_str(), 0, nullptr, 0, 0);
+    std::vector<uint64_t> times(10);
+    std::vector<uint8_t> codes(10);
+    Finished sourceFinished, finished;
+    ufStartBlock(source.c_str(), 0, 0, times.data(), codes.data(), 10, sourceFinished.get());
+    std::vector<uint32_t> counts(65536 * 6);
+    getHistogram(own.c_str(), 0, 0, 0, counts.data(), finished.get());
+    stopMeasure(own.c_str());
+    EXPECT_TRUE(finished.wait());
+    deleteMani(own.c_str(), 0);
+    EXPECT_EQ(host.logged("Could not stop"), 0u);
+}
