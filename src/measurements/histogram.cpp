@@ -1,7 +1,6 @@
 // HistoThread: counts the stream of a T2 or T3 run into one histogram per channel, in the caller's array.
-#include "devices/primitives.h"
 #include "devices/raw_time.h"
-#include "measurements/frame.h"
+#include "measurements/block_turns.h"
 #include "measurements/histogram_count.h"
 #include "measurements/threads.h"
 
@@ -10,8 +9,6 @@
 namespace Tessel {
 
 namespace {
-
-constexpr uint64_t blockEvents = 32768; // between two looks at flags and clock
 
 // What a batch is counted by; the result's shape can change with the chain.
 struct HistogramShape
@@ -36,11 +33,16 @@ public:
 
     void count(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
     {
-        bool everyEvent = run.context().SequenceMode != 0 || stopCount != 0;
-        if (everyEvent)
-            countEvents(run, batch, numChans, manis);
+        auto isQuiet = [this, numChans](uint8_t channel) { return isT2 && isSkipped(channel, numChans); };
+        if (run.context().SequenceMode != 0)
+            countSequence(run, batch, numChans, manis, isQuiet);
         else
-            countBlocks(run, batch, numChans, manis);
+            countInBlocks(run, batch, manis, isQuiet, [&](EventBatch block) {
+                if (stopCount != 0)
+                    countEvents(run, block, numChans);
+                else
+                    countBlock(run, shapeOf(run, numChans), block);
+            });
     }
 
     void finish(RunRef &) {}
@@ -51,33 +53,6 @@ private:
         uint64_t numBins = run.device().NumBins;
         uint64_t rows = numBins && run.run->HistoData ? run.run->HistoSize / numBins : 0;
         return {run.run->HistoData, numBins, std::min(numChans, rows)};
-    }
-
-    // True: the rest of the batch is dropped.
-    static bool isCutShort(MeasContext &context)
-    {
-        return context.AbortRequested || context.ClearRequested.exchange(false);
-    }
-
-    bool isPublicationDue(RunRef &run) const
-    {
-        return isFile(run.device()) && monotonicNs() - run.run->LastPublish > publishIntervalNs;
-    }
-
-    // The whole batch but for the look at flags and clock, which comes once a block. What was asked for before
-    // the block shows after its first event.
-    void countBlocks(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
-    {
-        MeasContext &context = run.context();
-        for (uint64_t at = 0; at < batch.Count;) {
-            bool cutShort = context.AbortRequested || context.ClearRequested;
-            uint64_t size = cutShort ? 1 : std::min(blockEvents, batch.Count - at);
-            countBlock(run, shapeOf(run, numChans), {batch.Times + at, batch.Channels + at, size});
-            bool endsHere = !isT2 || !isSkipped(batch.Channels[at], numChans);
-            at += size;
-            if (isPublicationDue(run) || context.AbortRequested) publish(run, manis);
-            if (cutShort && endsHere && isCutShort(context)) break;
-        }
     }
 
     void countBlock(RunRef &run, const HistogramShape &shape, EventBatch block) const
@@ -96,20 +71,23 @@ private:
         return (channel & ChannelCode::Special) || channel >= numChans;
     }
 
-    // Event by event: a sequence or a stop count looks at each.
-    void countEvents(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
+    template <class IsQuiet>
+    void countSequence(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis,
+                       IsQuiet isQuiet)
     {
-        MeasContext &context = run.context();
         if (isT2 && origin == 0) origin = batch.Times[0] / 1'000'000'000 * 1'000'000'000;
-        for (uint64_t i = 0; i < batch.Count; ++i) {
-            uint64_t time = batch.Times[i];
-            uint8_t channel = batch.Channels[i];
-            bool skipped = isSkipped(channel, numChans);
-            if (skipped && isT2) continue;
-            if (!skipped) countEvent(run, shapeOf(run, numChans), time, channel);
-            if (isStepDone(run, rawTime.ps(time), i)) publish(run, manis);
-            if (isCutShort(context)) break;
-        }
+        countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
+            countEvents(run, event, numChans);
+            return !isQuiet(*event.Channels) && isStepDone(run.context(), rawTime.ps(*event.Times));
+        });
+    }
+
+    // Event by event: a sequence or a stop count looks at each.
+    void countEvents(RunRef &run, EventBatch batch, uint64_t numChans)
+    {
+        for (uint64_t i = 0; i < batch.Count; ++i)
+            if (!isSkipped(batch.Channels[i], numChans))
+                countEvent(run, shapeOf(run, numChans), batch.Times[i], batch.Channels[i]);
     }
 
     void countEvent(RunRef &run, const HistogramShape &shape, uint64_t time, uint8_t channel)
@@ -146,16 +124,15 @@ private:
                    run.device().ID);
     }
 
-    bool isStepDone(RunRef &run, uint64_t timePs, uint64_t eventIndex)
+    bool isStepDone(MeasContext &context, uint64_t timePs)
     {
-        MeasContext &context = run.context();
         switch (context.SequenceMode) {
         case 1:
             if (timePs - origin <= context.SequencePeriodPs) return false;
             origin += context.SequencePeriodPs;
             return true;
         case 2: return std::exchange(countReached, false);
-        default: return context.AbortRequested || (eventIndex % blockEvents == 0 && isPublicationDue(run));
+        default: return context.AbortRequested;
         }
     }
 
