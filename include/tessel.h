@@ -147,8 +147,8 @@ TESSEL_API bool setHistoT2RefChan(const char16_t *id, uint8_t refChan);
  * row = channel, zeroed at the start; complete bins are scrolled in about ten times a second of a replay, the
  * last one at the end. `firstBin`: the absolute number, counted from the start of the run, of the bin that
  * follows the last column, so that column c is the bin firstBin - numBins + c; null: not told. Time passes with
- * events and overflow records, not with markers. Bins that were passed within one replayed span longer than the
- * whole history are zero. Always true. */
+ * events and overflow records, not with markers. What a stream passes by in one leap of more than
+ * the whole span is lost and shows as zero. Always true. */
 TESSEL_API bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
                              uint32_t *data, uint64_t *firstBin, uint8_t *finished);
 
