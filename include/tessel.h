@@ -245,7 +245,8 @@ TESSEL_API bool getTimesFromChannelUF(const uint8_t *channels, const uint64_t *t
  *  - g2: pairs in linear bins, in both directions, as in a Hanbury Brown-Twiss experiment. Bin k holds lags
  *    from k x width to below (k + 1) x width; pairs at lag 0 count in bin 0 of both directions.
  *  - FCS: pairs in logarithmic bins, as in fluorescence correlation spectroscopy, of chan1 with itself, of both
- *    with each other, and of chan2 with itself. Bin k holds lags above its lower and up to its upper end.
+ *    with each other (the mean of the two directions), and of chan2 with itself. Bin k holds lags above its
+ *    lower and up to its upper end.
  *  - FFCS: the same with lags from the lower end on to below the upper end.
  *
  * FCS and FFCS begin to count once the longest lag has passed. Events are counted in the order in which they
@@ -270,8 +271,8 @@ TESSEL_API bool setFFCSParams(const char16_t *id, uint64_t chan1, uint64_t chan2
                               double minLag, double maxLag, uint64_t steps);
 
 /* Measures what the last of the three functions above has set; initially g2 of channels 1 and 2, window 1e6 ps,
- * bins of 100 ps, normalised. `x` receives the lags in seconds before the run starts, `y` is written about once
- * a second (a recorded file: more often) and for the whole stream before the finished byte.
+ * bins of 100 ps, normalised. `x` receives the lags in seconds before the run starts, `y` is written again and
+ * again while the run goes on and for the whole stream before the finished byte.
  *  - g2: x and y hold 2 x M doubles, bin centres ascending: y[M + k] pairs in which chan1 follows chan2 at bin
  *    k, y[M - 1 - k] those in which chan2 follows chan1.
  *  - FCS, FFCS: x holds numPoints doubles, y 3 x (numPoints + 1): from y[0] the autocorrelation of chan1, from

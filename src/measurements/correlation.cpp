@@ -33,11 +33,13 @@ public:
         });
     }
 
-    // What was counted since the last publication.
+    // What was counted since the last publication. The record stays with the device, the times needn't.
     void finish(RunRef &run)
     {
         run.context().NewData = true;
         newDataStep(run);
+        std::lock_guard lock(run.context().ManisLock);
+        run.run->Correlation->Rings = {};
     }
 
 private:
