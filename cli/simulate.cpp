@@ -131,8 +131,14 @@ ArrivalSource arrivalSource(const Simulation &wanted)
         return source;
     }
     CwParams params;
-    params.Antibunched = wanted.Source == Light::Antibunched;
+    params.Kind = wanted.Source == Light::Antibunched ? CwKind::Antibunched
+                  : wanted.Source == Light::Bunched   ? CwKind::Bunched
+                  : wanted.Source == Light::Diffusing ? CwKind::Diffusing
+                                                      : CwKind::Poissonian;
     params.RecoveryPs = wanted.RecoveryPs;
+    params.CorrelationPs = wanted.CorrelationPs;
+    params.DiffusionPs = wanted.DiffusionPs;
+    params.Molecules = wanted.Molecules;
     params.SigmaPs = wanted.SigmaPs;
     params.DurationPs = static_cast<uint64_t>(wanted.DurationPs);
     params.SignalRates = wanted.Rates;
@@ -240,14 +246,20 @@ T3, and T2 with --light pulsed: many emitters, weakly excited by each pulse. A p
 seen after the delay, a Gaussian response and an exponential decay; what outlasts the sync
 period is seen in a later one. T2 with --light poisson: constant light, independent on every
 channel. T2 with --light antibunched: one two-level emitter under constant excitation, split
-onto the channels, g2(t) = 1 - exp(-|t| / recovery). Background is Poissonian. There is no
-dead time. The same seed gives the same records on every machine.
+onto the channels, g2(t) = 1 - exp(-|t| / recovery). T2 with --light bunched: light that
+switches at random between bright and dark, split onto the channels, g2(t) = 1 + exp(-|t| /
+correlation time), as one mode of thermal light. T2 with --light diffusing: --molecules of them
+in a Gaussian focus, diffusing in a plane, split onto the channels, G(t) = 1 / molecules /
+(1 + t / diffusion time). Background is Poissonian and takes (signal / (signal + background))^2
+of what g2 - 1 and G are. There is no dead time. The same seed gives the same records on every
+machine.
 
 A T2 recording has sync events if --sync-rate is given or the light is pulsed.
 
 Examples:
   tessel simulate decay.tgx --rate 500kcps --lifetime 0.8ns,1.6ns,2.9ns,4.1ns --duration 30s
   tessel simulate emitter.tgx --mode t2 --light antibunched --rate 200kcps --recovery 8ns
+  tessel simulate cells.tgx --mode t2 --light diffusing --molecules 3 --diffusion-time 200us
   tessel simulate lamp.tgx --mode t2 --channels 4 --rate 1Mcps --sync-rate 100kHz)";
 
 } // namespace
@@ -262,8 +274,8 @@ Command addSimulate(CLI::App &program)
     text("OUT", options->Path, "The recording to write (.tgx); an existing file is replaced", "")->required();
     text("--mode", options->Mode, "Record form", "t2|t3")->check(CLI::IsMember({"t2", "t3"}, CLI::ignore_case));
     text("--light", options->Light, "Kind of light (T3: pulsed; T2: poisson unless told)",
-         "pulsed|poisson|antibunched")
-        ->check(CLI::IsMember({"pulsed", "poisson", "antibunched"}));
+         "pulsed|poisson|antibunched|bunched|diffusing")
+        ->check(CLI::IsMember({"pulsed", "poisson", "antibunched", "bunched", "diffusing"}));
     command
         ->add_option("--channels", options->Channels, "Input channels (2, or as many as the longest list has)")
         ->check(CLI::Range(1, 64));
@@ -276,6 +288,13 @@ Command addSimulate(CLI::App &program)
          "Full width at half maximum of the response, or of the jitter in T2, bare in ps", "TIME");
     text("--delay", options->Delay, "Centre of the response behind the sync, bare in ps", "TIME");
     text("--recovery", options->Recovery, "Recovery time of the antibunched emitter, bare in ns", "TIME");
+    text("--correlation-time", options->CorrelationTime, "Correlation time of bunched light, bare in ns",
+         "TIME");
+    command
+        ->add_option("--molecules", options->Molecules,
+                     "Diffusing: mean number in the focus, from 0.01 to 1000")
+        ->capture_default_str();
+    text("--diffusion-time", options->DiffusionTime, "Time of diffusion through the focus, bare in us", "TIME");
     text("--resolution", options->Resolution, "Unit of a dtime (T3: 25ps) or a time tag (T2: 5ps), bare in ps",
          "TIME");
     text("--family", options->Family, "Instrument family", "NAME")

@@ -18,6 +18,7 @@ namespace Tessel::Cli {
 namespace {
 
 constexpr double highestRate = 2e9;                     // per second: what a header can hold
+constexpr double longestTimePs = 3.6e15;                // 1 h
 constexpr double fwhmPerSigma = 2.35482004503094938202; // sqrt(8 ln 2)
 
 [[noreturn]] void refuse(const std::string &text)
@@ -61,14 +62,20 @@ void readChannels(const SimulateOptions &options, Simulation &wanted)
             refuse("--rate and --background: at most 2 Gcps on a channel");
 }
 
+Light lightNamed(const std::string &name)
+{
+    if (name == "pulsed") return Light::Pulsed;
+    if (name == "antibunched") return Light::Antibunched;
+    if (name == "bunched") return Light::Bunched;
+    return name == "diffusing" ? Light::Diffusing : Light::Poisson;
+}
+
 void readLight(const SimulateOptions &options, Simulation &wanted)
 {
     const bool isT3 = options.Mode == "t3";
     wanted.MeasMode = isT3 ? 3 : 2;
     const std::string light = !options.Light.empty() ? options.Light : isT3 ? "pulsed" : "poisson";
-    wanted.Source = light == "pulsed"        ? Light::Pulsed
-                    : light == "antibunched" ? Light::Antibunched
-                                             : Light::Poisson;
+    wanted.Source = lightNamed(light);
     if (isT3 && wanted.Source != Light::Pulsed)
         refuse(fmt::format("--light {} is for T2; a T3 recording is of pulsed light", light));
     wanted.SyncRate = !options.SyncRate.empty()        ? rate("--sync-rate", options.SyncRate)
@@ -98,6 +105,14 @@ void readTimes(const SimulateOptions &options, Simulation &wanted)
     if (wanted.MeasMode == 3 && 1e12 / wanted.SyncRate > 32768 * wanted.ResolutionPs)
         refuse(fmt::format("a sync period of {} has more than 32768 dtimes of {}; take a coarser --resolution",
                            timeText(1e12 / wanted.SyncRate), timeText(wanted.ResolutionPs)));
+    wanted.CorrelationPs = time("--correlation-time", options.CorrelationTime, "ns");
+    wanted.DiffusionPs = time("--diffusion-time", options.DiffusionTime, "us");
+    wanted.Molecules = options.Molecules;
+    if (wanted.CorrelationPs < 1 || wanted.CorrelationPs > longestTimePs)
+        refuse("--correlation-time: from 1ps to 1h");
+    if (wanted.DiffusionPs < 1000 || wanted.DiffusionPs > longestTimePs)
+        refuse("--diffusion-time: from 1ns to 1h");
+    if (!(wanted.Molecules >= 0.01 && wanted.Molecules <= 1000)) refuse("--molecules: from 0.01 to 1000");
     const double total = std::accumulate(wanted.Rates.begin(), wanted.Rates.end(), 0.0);
     if (wanted.Source == Light::Antibunched && total > 0 &&
         (!(wanted.RecoveryPs > 0) || total > saturationRate(wanted.RecoveryPs)))

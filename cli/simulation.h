@@ -12,12 +12,14 @@ struct SimulateOptions
 {
     std::string Path, Mode = "t3", Light, Family = "CD", Comment;
     std::string Rates = "100kcps", Background = "200cps", SyncRate, Duration = "1s", Lifetimes = "2.5ns",
-                Response = "150ps", Delay = "2ns", Recovery = "5ns", Resolution;
+                Response = "150ps", Delay = "2ns", Recovery = "5ns", CorrelationTime = "1us",
+                DiffusionTime = "100us", Resolution;
+    double Molecules = 2;
     int Channels = 0;
     uint64_t Seed = 1;
 };
 
-enum class Light { Poisson, Antibunched, Pulsed };
+enum class Light { Poisson, Antibunched, Bunched, Diffusing, Pulsed };
 
 // As understood: picoseconds and events per second.
 struct Simulation
@@ -27,7 +29,9 @@ struct Simulation
     int Family = 1;
     std::vector<double> Rates, Background, LifetimesPs;
     double SyncRate = 0; // 0: no sync
-    double DurationPs = 0, SigmaPs = 0, DelayPs = 0, RecoveryPs = 0, ResolutionPs = 0;
+    double DurationPs = 0, SigmaPs = 0, DelayPs = 0, RecoveryPs = 0, CorrelationPs = 0, DiffusionPs = 0,
+           ResolutionPs = 0;
+    double Molecules = 0;
     uint64_t Seed = 0;
 };
 

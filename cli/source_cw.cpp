@@ -9,10 +9,27 @@ namespace {
 
 constexpr double furthestJitter = 9; // sigma; one in 10^18 would go further
 
+double drawInterval(CwStream &stream)
+{
+    switch (stream.Form) {
+    case Interval::One: break;
+    case Interval::Sum:
+        return exponential(stream.Generator) * stream.MeanPs[0] +
+               exponential(stream.Generator) * stream.MeanPs[1];
+    case Interval::Either:
+        return exponential(stream.Generator) *
+               stream.MeanPs[uniform(stream.Generator) < stream.FirstShare ? 0 : 1];
+    }
+    return exponential(stream.Generator) * stream.MeanPs[0];
+}
+
 void advance(CwStream &stream, uint64_t endPs)
 {
-    double gap = exponential(stream.Generator) * stream.MeanPs[0] + stream.NextRest;
-    if (stream.MeanPs[1] > 0) gap += exponential(stream.Generator) * stream.MeanPs[1];
+    if (stream.Source) {
+        stream.NextPs = nextPhoton(*stream.Source, endPs);
+        return;
+    }
+    const double gap = drawInterval(stream) + stream.NextRest;
     const double whole = std::floor(gap);
     stream.NextRest = gap - whole;
     if (whole >= static_cast<double>(endPs - stream.NextPs))
@@ -48,8 +65,22 @@ void setAntibunched(CwStream &stream, double rate, double recoveryPs)
     const double sumOfRates = 1 / recoveryPs, ratePerPs = rate * 1e-12;
     const double root = std::sqrt(std::max(0.0, sumOfRates * sumOfRates - 4 * ratePerPs * sumOfRates));
     const double fast = (sumOfRates + root) / 2;
+    stream.Form = Interval::Sum;
     stream.MeanPs[0] = fast / (ratePerPs * sumOfRates); // 1 / slow, without the cancellation
     stream.MeanPs[1] = 1 / fast;
+}
+
+// Rates as above; their mean intervals, weighted, give 1 / R.
+void setBunched(CwStream &stream, double rate, double correlationPs)
+{
+    const double ratePerPs = rate * 1e-12, bright = 2 * ratePerPs;
+    const double sumOfRates = bright + 1 / correlationPs, product = ratePerPs / correlationPs;
+    const double fast = (sumOfRates + std::sqrt(std::max(0.0, sumOfRates * sumOfRates - 4 * product))) / 2;
+    const double slow = product / fast;
+    stream.Form = Interval::Either;
+    stream.MeanPs[0] = 1 / fast;
+    stream.MeanPs[1] = 1 / slow;
+    stream.FirstShare = (bright - slow) / (fast - slow);
 }
 
 Arrival take(CwLight &light)
@@ -66,6 +97,20 @@ Arrival take(CwLight &light)
 uint64_t nextTime(const CwLight &light)
 {
     return std::min(light.Signal.NextPs, light.Background.NextPs);
+}
+
+void setSignal(CwStream &signal, const CwParams &params)
+{
+    const double rate = sum(params.SignalRates);
+    if (!(rate > 0)) return;
+    switch (params.Kind) {
+    case CwKind::Poissonian: setPoissonian(signal, rate); break;
+    case CwKind::Antibunched: setAntibunched(signal, rate, params.RecoveryPs); break;
+    case CwKind::Bunched: setBunched(signal, rate, params.CorrelationPs); break;
+    case CwKind::Diffusing:
+        signal.Source = makeMolecules(params.Molecules, params.DiffusionPs, rate, params.Seed);
+        break;
+    }
 }
 
 // A jittered arrival may go once no later one can come before it.
@@ -98,17 +143,17 @@ CwLight makeCwLight(const CwParams &params)
     CwLight light;
     light.Params = params;
     light.Jitter = makeRandom(params.Seed, 3);
-    if (params.Antibunched) {
-        setAntibunched(light.Signal, sum(params.SignalRates), params.RecoveryPs);
-        setPoissonian(light.Background, sum(params.BackgroundRates));
-        start(light.Signal, params.SignalRates, params, 1);
-        start(light.Background, params.BackgroundRates, params, 2);
-    } else { // a sum of Poissonian streams is one
+    if (params.Kind == CwKind::Poissonian) { // a sum of Poissonian streams is one
         std::vector<double> rates = params.SignalRates;
         for (size_t i = 0; i < rates.size(); ++i) rates[i] += params.BackgroundRates[i];
         setPoissonian(light.Signal, sum(rates));
         start(light.Signal, rates, params, 1);
+        return light;
     }
+    setSignal(light.Signal, params);
+    setPoissonian(light.Background, sum(params.BackgroundRates));
+    start(light.Signal, params.SignalRates, params, 1);
+    start(light.Background, params.BackgroundRates, params, 2);
     return light;
 }
 

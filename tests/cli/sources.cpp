@@ -223,9 +223,9 @@ TEST(PulsedLight, HasTheWidthOfItsResponse)
 
 TEST(CwLight, HasItsRatesAndIsInOrder)
 {
-    for (const bool antibunched : {false, true})
+    for (const CwKind kind : {CwKind::Poissonian, CwKind::Antibunched})
         for (const double sigma : {0.0, 3000.0}) {
-            const CwParams params{.Antibunched = antibunched,
+            const CwParams params{.Kind = kind,
                                   .RecoveryPs = 4000,
                                   .SigmaPs = sigma,
                                   .DurationPs = 200000000000,
@@ -233,7 +233,7 @@ TEST(CwLight, HasItsRatesAndIsInOrder)
                                   .BackgroundRates = {0, 1e4, 2e4},
                                   .Seed = 9};
             const std::vector<Arrival> arrivals = allArrivals(params);
-            EXPECT_TRUE(inOrder(arrivals)) << antibunched << sigma;
+            EXPECT_TRUE(inOrder(arrivals)) << static_cast<int>(kind) << sigma;
             EXPECT_LT(arrivals.back().TimePs, params.DurationPs);
             std::vector<double> counts(3, 0);
             for (const Arrival &arrival : arrivals) counts[arrival.Channel] += 1;
@@ -251,14 +251,14 @@ TEST(CwLight, HasTheCorrelationOfItsEmitter)
     const struct
     {
         const char *Name;
-        bool Antibunched;
+        CwKind Kind;
         double Rate;
-    } cases[] = {{"weak", true, 1e6},
-                 {"strong", true, 4e6},
-                 {"saturated", true, saturationRate(recovery) / 2},
-                 {"poissonian", false, 2e6}};
+    } cases[] = {{"weak", CwKind::Antibunched, 1e6},
+                 {"strong", CwKind::Antibunched, 4e6},
+                 {"saturated", CwKind::Antibunched, saturationRate(recovery) / 2},
+                 {"poissonian", CwKind::Poissonian, 2e6}};
     for (const auto &row : cases) {
-        const std::vector<Arrival> arrivals = allArrivals({.Antibunched = row.Antibunched,
+        const std::vector<Arrival> arrivals = allArrivals({.Kind = row.Kind,
                                                            .RecoveryPs = recovery,
                                                            .SigmaPs = 0,
                                                            .DurationPs = static_cast<uint64_t>(duration),
@@ -270,7 +270,7 @@ TEST(CwLight, HasTheCorrelationOfItsEmitter)
         for (size_t i = 0; i < g2.size(); ++i) {
             const double from = static_cast<double>(i) * bin / recovery, to = from + bin / recovery;
             const double dip = (std::exp(-from) - std::exp(-to)) / (to - from);
-            const double expected = row.Antibunched ? 1 - dip : 1;
+            const double expected = row.Kind == CwKind::Antibunched ? 1 - dip : 1;
             EXPECT_NEAR(g2[i], expected, 5 * std::sqrt(expected / perBin)) << row.Name << " bin " << i;
         }
     }
