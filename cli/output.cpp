@@ -9,12 +9,13 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
-#include <memory>
 #include <unistd.h>
+#include <utility>
 
 namespace Tessel::Cli {
 
@@ -25,21 +26,14 @@ size_t lengthOf(const Column &column)
     return std::visit([](auto values) { return values.size(); }, column.Values);
 }
 
-struct FileCloser
+bool isStandardOutput(const std::string &target)
 {
-    void operator()(std::FILE *file) const { std::fclose(file); }
-};
+    return target.empty() || target == "-";
+}
 
-// `name`: what the user calls it.
-void writeFile(const std::string &path, const std::string &name, std::string_view text)
+[[noreturn]] void fail(const ResultStream &stream, const std::string &why)
 {
-    const auto fail = [&] {
-        throw Failure(Exit::Failed, fmt::format("{}: {}", visibleText(name), std::strerror(errno)));
-    };
-    std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "wb"));
-    if (!file) fail();
-    if (std::fwrite(text.data(), 1, text.size(), file.get()) != text.size()) fail();
-    if (std::fclose(file.release()) != 0) fail();
+    throw Failure(Exit::Failed, fmt::format("{}: {}", visibleText(stream.Target), why));
 }
 
 } // namespace
@@ -68,7 +62,11 @@ boost::json::array jsonArray(const Column &column)
     array.reserve(lengthOf(column));
     std::visit(
         [&](auto values) {
-            for (const auto value : values) array.emplace_back(value);
+            for (const auto value : values)
+                if (std::isfinite(static_cast<double>(value)))
+                    array.emplace_back(value);
+                else
+                    array.emplace_back(nullptr);
         },
         column.Values);
     return array;
@@ -79,24 +77,47 @@ std::string jsonText(const boost::json::object &object)
     return boost::json::serialize(object) + "\n";
 }
 
-void writeResult(const std::string &target, std::string_view text)
+ResultStream::ResultStream(const std::string &target) : Target(target)
 {
-    if (target.empty() || target == "-") return writeStandardOutput(text);
+    if (isStandardOutput(target)) return;
     std::error_code problem;
     const auto status = std::filesystem::status(target, problem);
-    if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
-        return writeFile(target, target, text); // a pipe or a device can't be replaced
-    const std::string unfinished = fmt::format("{}.{}.part", target, getpid());
-    try {
-        writeFile(unfinished, target, text);
-    } catch (const Failure &) {
-        std::remove(unfinished.c_str());
-        throw;
-    }
-    std::filesystem::rename(unfinished, target, problem);
-    if (!problem) return;
-    std::remove(unfinished.c_str());
-    throw Failure(Exit::Failed, fmt::format("{}: {}", visibleText(target), problem.message()));
+    const bool replaced = !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
+    const std::string name = replaced ? fmt::format("{}.{}.part", target, getpid()) : target; // a pipe stays
+    File = std::fopen(name.c_str(), "wb");
+    if (!File) fail(*this, std::strerror(errno));
+    if (replaced) Unfinished = name;
+}
+
+ResultStream::~ResultStream()
+{
+    if (File) std::fclose(File);
+    if (!Unfinished.empty()) std::remove(Unfinished.c_str());
+}
+
+void write(ResultStream &stream, std::string_view piece)
+{
+    if (isStandardOutput(stream.Target)) return writeStandardOutput(piece);
+    if (std::fwrite(piece.data(), 1, piece.size(), stream.File) != piece.size())
+        fail(stream, std::strerror(errno));
+}
+
+void complete(ResultStream &stream)
+{
+    if (stream.File && std::fclose(std::exchange(stream.File, nullptr)) != 0)
+        fail(stream, std::strerror(errno));
+    if (stream.Unfinished.empty()) return;
+    std::error_code problem;
+    std::filesystem::rename(stream.Unfinished, stream.Target, problem);
+    if (problem) fail(stream, problem.message());
+    stream.Unfinished.clear();
+}
+
+void writeResult(const std::string &target, std::string_view text)
+{
+    ResultStream stream(target);
+    write(stream, text);
+    complete(stream);
 }
 
 } // namespace Tessel::Cli

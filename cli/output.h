@@ -4,6 +4,7 @@
 #include <boost/json/object.hpp>
 
 #include <cstdint>
+#include <cstdio>
 #include <span>
 #include <string>
 #include <string_view>
@@ -22,6 +23,7 @@ struct Column
 // `notes` become comment lines; all columns have the same length.
 std::string csvText(const std::vector<std::string> &notes, std::span<const Column> columns);
 
+// What is infinite or no number is null.
 boost::json::array jsonArray(const Column &column);
 
 // With a line feed at its end.
@@ -30,5 +32,21 @@ std::string jsonText(const boost::json::object &object);
 // `target` empty or "-": standard output. A file is written under another name first and renamed, so that it is
 // either complete or not there. Throws Failure.
 void writeResult(const std::string &target, std::string_view text);
+
+// A result that is written piece by piece; otherwise as writeResult. Without `complete` a file isn't there in
+// the end.
+struct ResultStream
+{
+    explicit ResultStream(const std::string &target);
+    ~ResultStream();
+    ResultStream(const ResultStream &) = delete;
+    ResultStream &operator=(const ResultStream &) = delete;
+
+    std::string Target, Unfinished; // Unfinished empty: nothing to rename
+    std::FILE *File = nullptr;      // null: standard output
+};
+
+void write(ResultStream &stream, std::string_view piece);
+void complete(ResultStream &stream);
 
 } // namespace Tessel::Cli

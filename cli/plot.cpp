@@ -63,6 +63,11 @@ bool isOnPath(std::string_view program)
     return false;
 }
 
+bool isShown(const Plot &plot, double x, double y)
+{
+    return std::isfinite(x) && std::isfinite(y) && (!plot.LogX || x > 0) && (!plot.LogY || y > 0);
+}
+
 void addData(fmt::memory_buffer &script, const Plot &plot)
 {
     auto out = std::back_inserter(script);
@@ -70,7 +75,8 @@ void addData(fmt::memory_buffer &script, const Plot &plot)
         fmt::format_to(out, "$curve{} << END\n", i);
         const Curve &curve = plot.Curves[i];
         for (size_t k = 0; k < curve.X.size(); ++k)
-            if (!plot.LogY || curve.Y[k] > 0) fmt::format_to(out, "{:.10g} {:.10g}\n", curve.X[k], curve.Y[k]);
+            if (isShown(plot, curve.X[k], curve.Y[k]))
+                fmt::format_to(out, "{:.10g} {:.10g}\n", curve.X[k], curve.Y[k]);
         fmt::format_to(out, "END\n");
     }
 }
@@ -80,11 +86,61 @@ std::string yRange(const Plot &plot)
 {
     double low = INFINITY, high = -INFINITY;
     for (const Curve &curve : plot.Curves)
-        for (const double y : curve.Y)
-            if (!plot.LogY || y > 0) low = std::min(low, y), high = std::max(high, y);
+        for (size_t k = 0; k < curve.X.size(); ++k)
+            if (isShown(plot, curve.X[k], curve.Y[k]))
+                low = std::min(low, curve.Y[k]), high = std::max(high, curve.Y[k]);
     if (!(low <= high)) return plot.LogY ? "[0.5:10]" : "[0:1]";
     if (plot.LogY) return fmt::format("[{:.6g}:{:.6g}]", low * 0.6, high * 1.7);
-    return fmt::format("[{:.6g}:{:.6g}]", std::min(0.0, low), high + 0.05 * std::max(high - low, 1.0));
+    const double span = high - std::min(0.0, low);
+    return fmt::format("[{:.6g}:{:.6g}]", low < 0 ? low - 0.05 * span : 0, high + (span > 0 ? 0.05 * span : 1));
+}
+
+void addCurves(fmt::memory_buffer &script, const Plot &plot)
+{
+    auto out = std::back_inserter(script);
+    if (plot.LogX) fmt::format_to(out, "set logscale x\nset format x '10^{{%T}}'\nset mxtics 10\n");
+    if (plot.LogY) fmt::format_to(out, "set logscale y\nset format y '10^{{%T}}'\n");
+    fmt::format_to(out, "set xrange [{:.10g}:{:.10g}]\nset yrange {}\n", plot.XMin, plot.XMax, yRange(plot));
+    addData(script, plot);
+    fmt::format_to(out, "plot ");
+    for (size_t i = 0; i < plot.Curves.size(); ++i) {
+        const char *colour = colours[i % std::size(colours)];
+        const std::string form = plot.Lines
+                                     ? fmt::format("lines linewidth 1.2 linecolor '{}'", colour)
+                                     : fmt::format("points pointtype 7 pointsize 0.32 linecolor '{}'", colour);
+        // The key shows a thicker line, or a larger point, than the curve has.
+        const std::string key = plot.Lines
+                                    ? fmt::format("lines linewidth 3 linecolor '{}'", colour)
+                                    : fmt::format("points pointtype 7 pointsize 1.1 linecolor '{}'", colour);
+        fmt::format_to(out, "{}$curve{} using 1:2 with {} notitle, NaN with {} title {}", i ? ", " : "", i,
+                       form, key, quoted(plot.Curves[i].Name));
+    }
+    if (plot.Curves.empty()) fmt::format_to(out, "NaN notitle");
+    fmt::format_to(out, "\n");
+}
+
+// Dark to bright in even steps of lightness, so that it also reads in grey and by colour-blind readers.
+constexpr const char *mapColours = "set palette defined (0 '#440154', 1 '#472c7a', 2 '#3b518b', 3 '#2c718e', "
+                                   "4 '#21908d', 5 '#27ad81', 6 '#5cc863', 7 '#aadc32', 8 '#fde725')\n";
+
+void addMap(fmt::memory_buffer &script, const ColourMap &map)
+{
+    auto out = std::back_inserter(script);
+    const size_t rows = map.Columns ? map.Values.size() / map.Columns : 0;
+    fmt::format_to(out, "{}unset grid\nset cblabel {} noenhanced textcolor '#303030'\n", mapColours,
+                   quoted(map.Label));
+    fmt::format_to(out, "set xrange [0:{:.10g}]\nset yrange [0:{:.10g}]\n",
+                   static_cast<double>(map.Columns) * map.CellWidth,
+                   static_cast<double>(rows) * map.CellHeight);
+    const auto largest = std::max_element(map.Values.begin(), map.Values.end());
+    fmt::format_to(out, "set cbrange [0:{:.10g}]\n$map << END\n",
+                   largest == map.Values.end() ? 1 : std::max(*largest, 1.0));
+    for (size_t i = 0; i < map.Values.size(); ++i)
+        fmt::format_to(out, "{:.10g}{}", map.Values[i], (i + 1) % map.Columns ? ' ' : '\n');
+    fmt::format_to(out,
+                   "END\nplot $map matrix using (($1+0.5)*{:.10g}):(($2+0.5)*{:.10g}):3 with image "
+                   "notitle\n",
+                   map.CellWidth, map.CellHeight);
 }
 
 } // namespace
@@ -105,18 +161,10 @@ std::string plotScript(const Plot &plot, const std::string &path)
                    quoted(plot.Title));
     fmt::format_to(out, "set xlabel {} noenhanced textcolor '#303030' offset 0,0.2\n", quoted(plot.XLabel));
     fmt::format_to(out, "set ylabel {} noenhanced textcolor '#303030' offset 0.4,0\n", quoted(plot.YLabel));
-    if (plot.LogY) fmt::format_to(out, "set logscale y\nset format y '10^{{%T}}'\n");
-    fmt::format_to(out, "set xrange [{:.10g}:{:.10g}]\nset yrange {}\n", plot.XMin, plot.XMax, yRange(plot));
-    addData(script, plot);
-    fmt::format_to(out, "plot ");
-    for (size_t i = 0; i < plot.Curves.size(); ++i) // the key shows a larger point than the curve has
-        fmt::format_to(out,
-                       "{}$curve{} using 1:2 with points pointtype 7 pointsize 0.32 linecolor '{}' notitle, "
-                       "NaN with points pointtype 7 pointsize 1.1 linecolor '{}' title {}",
-                       i ? ", " : "", i, colours[i % std::size(colours)], colours[i % std::size(colours)],
-                       quoted(plot.Curves[i].Name));
-    if (plot.Curves.empty()) fmt::format_to(out, "NaN notitle");
-    fmt::format_to(out, "\n");
+    if (plot.Map)
+        addMap(script, *plot.Map);
+    else
+        addCurves(script, plot);
     return fmt::to_string(script);
 }
 

@@ -1,7 +1,7 @@
-// Curves drawn by gnuplot into a PNG or SVG file.
+// Curves, or a colour map, drawn by gnuplot into a PNG or SVG file.
 #pragma once
 
-#include <span>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,12 +13,23 @@ struct Curve
     std::vector<double> X, Y;
 };
 
+// Cells of one size on a plane; Values row by row, Columns of them in a row, the lowest row first.
+struct ColourMap
+{
+    std::string Label; // of the colour
+    size_t Columns = 0;
+    double CellWidth = 1, CellHeight = 1; // the lower left corner is the origin
+    std::vector<double> Values;
+};
+
 struct Plot
 {
     std::string Title, XLabel, YLabel;
-    bool LogY = false; // points at or below 0 are left out
+    bool LogX = false, LogY = false; // points at or below 0 are left out
+    bool Lines = false;              // instead of points
     double XMin = 0, XMax = 0;
     std::vector<Curve> Curves;
+    std::optional<ColourMap> Map; // instead of curves
 };
 
 // Throws a usage Failure unless the file's name ends in .png or .svg.
