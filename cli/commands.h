@@ -1,6 +1,7 @@
 // The commands. Each registers its options and gives back what runs it; the result is the exit code.
 #pragma once
 
+#include "chain_stages.h"
 #include "session.h"
 
 #include <functional>
@@ -22,6 +23,7 @@ struct Command
 Command addInfo(CLI::App &program);
 Command addSimulate(CLI::App &program);
 Command addHistogram(CLI::App &program);
+Command addChain(CLI::App &program);
 
 // Where a result goes; the same options for every command that has one.
 struct ResultOptions
@@ -33,6 +35,9 @@ struct ResultOptions
 
 void addOutputOptions(CLI::App &command, ResultOptions &options); // -o and --json
 void addPlotOption(CLI::App &command, ResultOptions &options);
+
+// --chain, which may be given several times; each continues the one before.
+void addChainOption(CLI::App &command, ChainOptions &options);
 
 // With --plot alone nothing goes to standard output.
 bool wantsText(const ResultOptions &options);

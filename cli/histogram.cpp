@@ -109,7 +109,7 @@ std::string asCsv(const HistogramOptions &options, const Histogram &histogram, c
         times[bin] = static_cast<double>(bin) * histogram.BinWidthPs;
     std::vector<Column> columns = {{"time_ps", times}};
     for (int64_t row = 0; row < measured.From.NumRows; ++row)
-        columns.push_back({columnName(row), histogram.row(row)});
+        columns.push_back({columnName(measured.From, row), histogram.row(row)});
     return csvText(notes(options, histogram, measured), columns);
 }
 
@@ -207,7 +207,7 @@ Command addHistogram(CLI::App &program)
         program.add_subcommand("histogram", "Count the events of a recording into one histogram per channel");
     addMeasureAndPlotOptions(*command, options->Measure);
     command->add_option("--ref-chan", options->RefChan, "T2: reference channel, 0 (sync) unless told")
-        ->check(CLI::Range(0, 64));
+        ->check(CLI::Range(0, 254));
     command->add_option("--bin-width", options->BinWidth, "T2: width of a bin, 100ps unless told, bare in ps")
         ->type_name("TIME");
     command->add_option("--bins", options->Bins, "T2: number of bins, 65536 unless told")

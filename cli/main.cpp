@@ -67,7 +67,8 @@ int run(int argc, char **argv)
     program.require_subcommand(1);
     program.fallthrough();
     program.footer(programFooter);
-    const std::vector<Command> commands = {addInfo(program), addSimulate(program), addHistogram(program)};
+    const std::vector<Command> commands = {addInfo(program), addSimulate(program), addHistogram(program),
+                                           addChain(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &thrown) {

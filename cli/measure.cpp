@@ -33,6 +33,7 @@ void drawResult(const ResultOptions &options, const Plot &plot)
 void addMeasureOptions(CLI::App &command, MeasureOptions &options)
 {
     command.add_option("FILE", options.File, "The recording (.tgx)")->required();
+    addChainOption(command, options.Chain);
     addOutputOptions(command, options.Result);
 }
 
@@ -44,10 +45,12 @@ void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options)
 
 Recording openForMeasuring(const MeasureOptions &options)
 {
+    const std::vector<ChainStage> stages = readChain(options.Chain);
     Recording recording = openRecording(options.File);
     if (recording.MeasMode != 2 && recording.MeasMode != 3)
         throw Failure(Exit::Failed, fmt::format("{}: a recording of mode {} has no events to count",
                                                 visibleText(recording.Path), recording.MeasMode));
+    placeChain(recording, stages);
     return recording;
 }
 
@@ -76,8 +79,11 @@ void noteSpeed(const Outcome &outcome)
 std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema)
 {
     const Recording &recording = measured.From;
-    return {std::string(schema), fmt::format("file: {}", visibleText(recording.Path)),
-            fmt::format("device: {}, T{}", visibleText(recording.Id), recording.MeasMode)};
+    std::vector<std::string> lines = {
+        std::string(schema), fmt::format("file: {}", visibleText(recording.Path)),
+        fmt::format("device: {}, T{}", visibleText(recording.Id), recording.MeasMode)};
+    for (std::string &stage : chainNotes(recording)) lines.push_back(std::move(stage));
+    return lines;
 }
 
 std::string lastNote(const Measured &measured)
@@ -88,11 +94,13 @@ std::string lastNote(const Measured &measured)
 
 boost::json::object firstKeys(const Measured &measured, std::string_view schema)
 {
-    return {{"schema", schema},
-            {"file", measured.From.Path},
-            {"device", measured.From.Id},
-            {"mode", fmt::format("T{}", measured.From.MeasMode)},
-            {"run", outcomeJson(measured.From, measured.Run)}};
+    boost::json::object keys = {{"schema", schema},
+                                {"file", measured.From.Path},
+                                {"device", measured.From.Id},
+                                {"mode", fmt::format("T{}", measured.From.MeasMode)},
+                                {"run", outcomeJson(measured.From, measured.Run)}};
+    if (!measured.From.Chain.empty()) keys["chain"] = chainJson(measured.From);
+    return keys;
 }
 
 std::string plotTitle(const Recording &recording)

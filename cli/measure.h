@@ -18,10 +18,11 @@ namespace Tessel::Cli {
 struct MeasureOptions
 {
     std::string File;
+    ChainOptions Chain;
     ResultOptions Result;
 };
 
-// The recording, and how to write to standard output, to a file, as JSON.
+// The recording, the chain, and how to write to standard output, to a file, as JSON.
 void addMeasureOptions(CLI::App &command, MeasureOptions &options);
 
 // The same and --plot.
@@ -57,7 +58,8 @@ void noteSpeed(const Outcome &outcome);
 std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema);
 std::string lastNote(const Measured &measured);
 
-// The keys that every result has: schema, file, device, mode, run. A command puts its own behind them.
+// The keys that every result has: schema, file, device, mode, run, and chain if there is one. A command puts
+// its own behind them.
 boost::json::object firstKeys(const Measured &measured, std::string_view schema);
 
 // "decay.tgx, T3".

@@ -42,6 +42,17 @@ void addPlotOption(CLI::App &command, ResultOptions &options)
         ->type_name("FILE");
 }
 
+void addChainOption(CLI::App &command, ChainOptions &options)
+{
+    command
+        .add_option(
+            "--chain", options.Texts,
+            "Stages that the events pass before they are counted, in order; `tessel chain --help` tells "
+            "of them. May be given several times")
+        ->type_name("TEXT|FILE.json")
+        ->allow_extra_args(false);
+}
+
 bool wantsText(const ResultOptions &options)
 {
     return options.PlotFile.empty() || options.Json || !options.File.empty();

@@ -9,6 +9,7 @@
 
 #include <boost/json/parse.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <atomic>
 #include <cerrno>
@@ -220,9 +221,35 @@ boost::json::object outcomeJson(const Recording &recording, const Outcome &outco
             {"stopReason", outcome.StopReason}};
 }
 
+namespace {
+
+// Null for the sync and the inputs.
+const PlacedStage *makerOf(const Recording &recording, int64_t row)
+{
+    for (const PlacedStage &placed : recording.Chain)
+        if (row >= placed.FirstChannel && row < placed.FirstChannel + placed.NumChannels) return &placed;
+    return nullptr;
+}
+
+// "coincidence 1+2"; of a herald, which makes a channel for each that it gates, "herald 1 of 2".
+std::string originOf(const PlacedStage &placed, int64_t row)
+{
+    const ChainStage &stage = placed.Stage;
+    if (stage.Kind == StageKind::Delay && !stage.Keep)
+        return fmt::format("empty: delay {} without keep", stage.Channels.front());
+    if (stage.Kind != StageKind::Herald)
+        return fmt::format("{} {}", stageName(stage.Kind), fmt::join(stage.Channels, "+"));
+    return fmt::format("{} {} of {}", stageName(stage.Kind), stage.Herald,
+                       stage.Channels[static_cast<size_t>(row - placed.FirstChannel)]);
+}
+
+} // namespace
+
 std::string rowName(const Recording &recording, int64_t row)
 {
     if (row == 0) return "Sync";
+    if (const PlacedStage *maker = makerOf(recording, row))
+        return fmt::format("Channel {}, {}", row, originOf(*maker, row));
     const auto &channels = recording.Config.at("ChansCfg").as_array();
     const auto index = static_cast<size_t>(row - 1);
     if (index < channels.size() && channels[index].at("Name").is_string())
@@ -231,8 +258,10 @@ std::string rowName(const Recording &recording, int64_t row)
     return fmt::format("Channel {}", row);
 }
 
-std::string columnName(int64_t row)
+std::string columnName(const Recording &recording, int64_t row)
 {
+    const PlacedStage *maker = makerOf(recording, row);
+    if (maker) return fmt::format("ch{}_{}", row, stageName(maker->Stage.Kind));
     return row == 0 ? "sync" : fmt::format("ch{}", row);
 }
 

@@ -2,11 +2,14 @@
 // computes something from a recording shares.
 #pragma once
 
+#include "chain_text.h"
+
 #include <boost/json/object.hpp>
 
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace Tessel::Cli {
 
@@ -26,6 +29,14 @@ struct Session
     Session &operator=(const Session &) = delete;
 };
 
+// A stage of the chain that was placed on the device, and the channels that it made.
+struct PlacedStage
+{
+    ChainStage Stage;
+    int64_t FirstChannel = 0; // also the number of rows that the stage sees
+    int64_t NumChannels = 0;  // that it made; 0 for many
+};
+
 struct Recording
 {
     std::string Path;
@@ -36,7 +47,8 @@ struct Recording
     int64_t MeasMode = 0;       // 2 T2, 3 T3
     uint64_t NumRecords = 0;    // in the file
     int64_t ClaimedRecords = 0; // by its header; -1: it doesn't tell
-    int64_t NumRows = 0;        // of a result: sync and inputs
+    int64_t NumRows = 0;        // of a result: sync, inputs and what the chain makes
+    std::vector<PlacedStage> Chain;
 };
 
 // Opens the file as the current device. Throws Failure NoDevice if it can't be one.
@@ -63,10 +75,10 @@ int reportOutcome(const Recording &recording, const Outcome &outcome);
 
 boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome);
 
-// "Sync", "Channel 1": the name of a row of a result.
+// "Sync", "Channel 1", "Channel 3, merge 1+2": the name of a row of a result.
 std::string rowName(const Recording &recording, int64_t row);
 
-// "sync", "ch1": the row's column in a CSV.
-std::string columnName(int64_t row);
+// "sync", "ch1", "ch3_merge": the row's column in a CSV.
+std::string columnName(const Recording &recording, int64_t row);
 
 } // namespace Tessel::Cli
