@@ -24,6 +24,11 @@ Command addInfo(CLI::App &program);
 Command addSimulate(CLI::App &program);
 Command addHistogram(CLI::App &program);
 Command addChain(CLI::App &program);
+Command addG2(CLI::App &program);
+Command addFcs(CLI::App &program);
+Command addTrace(CLI::App &program);
+Command addHist2d(CLI::App &program);
+Command addUnfold(CLI::App &program);
 
 // Where a result goes; the same options for every command that has one.
 struct ResultOptions

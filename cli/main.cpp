@@ -67,8 +67,9 @@ int run(int argc, char **argv)
     program.require_subcommand(1);
     program.fallthrough();
     program.footer(programFooter);
-    const std::vector<Command> commands = {addInfo(program), addSimulate(program), addHistogram(program),
-                                           addChain(program)};
+    const std::vector<Command> commands = {addInfo(program),   addSimulate(program), addHistogram(program),
+                                           addG2(program),     addFcs(program),      addTrace(program),
+                                           addHist2d(program), addUnfold(program),   addChain(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &thrown) {

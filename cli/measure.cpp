@@ -43,6 +43,15 @@ void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options)
     addPlotOption(command, options.Result);
 }
 
+void addChannelPair(CLI::App &command, int &chan1, int &chan2)
+{
+    const auto channel = [&](const char *name, int &value, const char *help) {
+        command.add_option(name, value, help)->check(CLI::Range(0, 255))->capture_default_str();
+    };
+    channel("--chan1", chan1, "First channel, 0 (sync, T2) or an input from 1 on");
+    channel("--chan2", chan2, "Second channel; twice the same gives an autocorrelation");
+}
+
 Recording openForMeasuring(const MeasureOptions &options)
 {
     const std::vector<ChainStage> stages = readChain(options.Chain);
@@ -92,14 +101,20 @@ std::string lastNote(const Measured &measured)
                        measured.Run.Signal ? ", stopped by the user: a partial result" : "");
 }
 
-boost::json::object firstKeys(const Measured &measured, std::string_view schema)
+boost::json::object recordingKeys(const Recording &recording, std::string_view schema)
 {
     boost::json::object keys = {{"schema", schema},
-                                {"file", measured.From.Path},
-                                {"device", measured.From.Id},
-                                {"mode", fmt::format("T{}", measured.From.MeasMode)},
-                                {"run", outcomeJson(measured.From, measured.Run)}};
-    if (!measured.From.Chain.empty()) keys["chain"] = chainJson(measured.From);
+                                {"file", recording.Path},
+                                {"device", recording.Id},
+                                {"mode", fmt::format("T{}", recording.MeasMode)}};
+    if (!recording.Chain.empty()) keys["chain"] = chainJson(recording);
+    return keys;
+}
+
+boost::json::object firstKeys(const Measured &measured, std::string_view schema)
+{
+    boost::json::object keys = recordingKeys(measured.From, schema);
+    keys["run"] = outcomeJson(measured.From, measured.Run);
     return keys;
 }
 

@@ -28,6 +28,9 @@ void addMeasureOptions(CLI::App &command, MeasureOptions &options);
 // The same and --plot.
 void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options);
 
+// --chan1 and --chan2, which start from the values that are there.
+void addChannelPair(CLI::App &command, int &chan1, int &chan2);
+
 struct Measured
 {
     Recording From;
@@ -58,8 +61,11 @@ void noteSpeed(const Outcome &outcome);
 std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema);
 std::string lastNote(const Measured &measured);
 
-// The keys that every result has: schema, file, device, mode, run, and chain if there is one. A command puts
-// its own behind them.
+// The keys that every result has: schema, file, device, mode, and chain if there is one. A command puts its own
+// behind them.
+boost::json::object recordingKeys(const Recording &recording, std::string_view schema);
+
+// The same and run.
 boost::json::object firstKeys(const Measured &measured, std::string_view schema);
 
 // "decay.tgx, T3".

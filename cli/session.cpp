@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <thread>
 #include <unistd.h>
@@ -103,6 +104,24 @@ bool isDeviceOf(const boost::json::object &config, const std::string &path)
     return config.at("DeviceType").to_number<int>() == 1 && config.at("FileDevicePath").as_string() == normal;
 }
 
+// How far a replay has come. Until the run empties it, the description is that of the run before.
+struct ReplayShown
+{
+    Progress &Line;
+    const Recording &From;
+    bool HasBegun = false;
+};
+
+void show(ReplayShown &shown)
+{
+    if (quiet() || !onTerminal()) return;
+    const auto read = runDescription().at("NumRecs").to_number<uint64_t>();
+    const auto before = shown.From.Description.at("NumRecs").to_number<uint64_t>();
+    shown.HasBegun = shown.HasBegun || read != before;
+    if (shown.HasBegun)
+        showProgress(shown.Line, static_cast<double>(read) / static_cast<double>(shown.From.NumRecords), read);
+}
+
 } // namespace
 
 Session::Session(const HostOptions &options)
@@ -156,29 +175,36 @@ Recording openRecording(const std::string &path)
     return recording;
 }
 
-Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start)
+Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
+               const std::function<bool()> &meanwhile)
 {
     alignas(std::atomic_ref<uint8_t>::required_alignment) uint8_t finished = 0;
     const std::atomic_ref<uint8_t> isFinished(finished);
     const InterruptWatch watch;
     Progress progress("replay");
     Outcome outcome;
-    const auto before = recording.Description.at("NumRecs").to_number<uint64_t>();
-    bool hasBegun = false;
+    std::exception_ptr failure; // the run writes to what the caller owns, so it must end first
+    const auto work = [&] {
+        try {
+            return meanwhile && !failure && meanwhile();
+        } catch (...) {
+            failure = std::current_exception();
+            stopMeasure(nullptr);
+            return false;
+        }
+    };
+    ReplayShown shown{progress, recording};
     start(&finished);
     while (isFinished.load(std::memory_order_acquire) == 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (!work()) std::this_thread::sleep_for(std::chrono::milliseconds(2));
         if (outcome.Signal == 0 && interruptSignal() != 0) {
             outcome.Signal = interruptSignal();
             stopMeasure(nullptr);
         }
-        if (quiet() || !onTerminal()) continue;
-        // Until the run empties it, the description is that of the run before.
-        const auto read = runDescription().at("NumRecs").to_number<uint64_t>();
-        hasBegun = hasBegun || read != before;
-        if (hasBegun)
-            showProgress(progress, static_cast<double>(read) / static_cast<double>(recording.NumRecords), read);
+        show(shown);
     }
+    work();
+    if (failure) std::rethrow_exception(failure);
     outcome.Seconds = secondsSince(progress.Start);
     const boost::json::object description = runDescription();
     outcome.NumRead = description.at("NumRecs").to_number<uint64_t>();

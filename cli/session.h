@@ -68,7 +68,10 @@ struct Outcome
 
 // Calls `start` with the finished byte, then waits for it, shows the progress, and stops the run on Ctrl-C (a
 // second one ends the program at once).
-Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start);
+// `meanwhile`: called again and again as long as the run goes on, and once after it; true if there was
+// something to do.
+Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
+               const std::function<bool()> &meanwhile = nullptr);
 
 // Tells on standard error what was lost, and gives the program's exit code.
 int reportOutcome(const Recording &recording, const Outcome &outcome);
