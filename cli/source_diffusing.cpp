@@ -10,7 +10,7 @@ namespace Tessel::Cli {
 namespace {
 
 constexpr double moleculesPerFocus = 500; // in the square, for each one in the focus
-constexpr double deviations = 6;          // in a plane one step in 10^8 goes further
+constexpr double deviations = 4.5;        // in a plane one stretch in 25000 goes further
 
 // Brightness at a radius, as a share of that of the centre: exp(-2 r^2). A table, as the exponential function
 // of the C library differs between platforms.
@@ -35,7 +35,7 @@ void plan(Molecules &molecules, uint32_t index)
 {
     Molecule &molecule = molecules.All[index];
     const double radius = std::sqrt(molecule.X * molecule.X + molecule.Y * molecule.Y);
-    const double reach = std::max(radius / 2, 0.5);
+    const double reach = std::max(radius - 1.5, 0.75);
     const double inner = std::max(0.0, radius - reach);
     const Ring &ring =
         *std::find_if(std::rbegin(rings), std::rend(rings), [&](const Ring &r) { return r.Radius <= inner; });

@@ -7,7 +7,7 @@
 // isn't seen.
 //
 // Nothing is cut into steps of time: a molecule moves from one event of its own to the next by a normal
-// deviate, which is exact. Within a stretch in which it comes nearer to the focus by at most `reach` (six
+// deviate, which is exact. Within a stretch in which it comes nearer to the focus by at most `reach` (4.5
 // standard deviations) its brightness is below that of the nearest place; photons are drawn with that
 // brightness and kept with the share that the true one has of it.
 #pragma once
