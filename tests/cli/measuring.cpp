@@ -114,7 +114,7 @@ TEST(Measuring, G2GivesPairsIfAskedTo)
 }
 
 // Two molecules in the focus, diffusion time 50 us, 5000 diffusion times: over ten seeds the amplitude of a
-// curve has a standard deviation of 4 %, and G(tD) / G(0) one of 2 %.
+// curve has a standard deviation of 4.5 %, and G(tD) / G(0) one of 3 %.
 TEST(Measuring, FcsGivesNumberAndDiffusionTimeOfMolecules)
 {
     const TempFolder folder;
@@ -137,8 +137,8 @@ TEST(Measuring, FcsGivesNumberAndDiffusionTimeOfMolecules)
                 if (lags[i] > 3e7 && lags[i] < 8e7) half += scaled, ++atHalf;
             }
             amplitude /= atStart, half /= atHalf;
-            EXPECT_NEAR(amplitude, 0.5, 5 * 0.04 * 0.5) << curve << fast;
-            EXPECT_NEAR(half / amplitude, 1, 5 * 0.02) << curve << fast;
+            EXPECT_NEAR(amplitude, 0.5, 5 * 0.045 * 0.5) << curve << fast;
+            EXPECT_NEAR(half / amplitude, 1, 5 * 0.03) << curve << fast;
         }
     }
 }
