@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace Tessel {
@@ -38,7 +39,11 @@ LockedRecord lockFirst(MeasContext &context)
 
 LockedRecord lockLast(MeasContext &context)
 {
-    return passAndLock(context, [](const auto &chain) { return chain.empty() ? nullptr : chain.back(); });
+    return passAndLock(context, [](const auto &chain) -> std::shared_ptr<Manipulator> {
+        auto last = std::find_if(chain.rbegin(), chain.rend(),
+                                 [](const auto &record) { return record->Type == ManisType::Store; });
+        return last == chain.rend() ? nullptr : *last;
+    });
 }
 
 std::unique_lock<std::mutex> lockOwn(MeasContext &context, const std::shared_ptr<Manipulator> &own)
@@ -52,17 +57,23 @@ std::vector<std::shared_ptr<Manipulator>> chainOf(MeasContext &context)
     return context.Manis;
 }
 
+void failPass(const StageRef &stage, const char *why) noexcept
+{
+    if (stage.context->Measuring) stage.context->AbortRequested = true;
+    try {
+        logErr(LogCategory::General, "Device: {} failed: {} @{}", stage.record->Name, why, stage.device->ID);
+    } catch (...) { // not even memory for the line
+    }
+}
+
 namespace {
 
-// A stage that fails takes its run with it, and nothing else.
 void runStageThread(const StageRef &stage, const std::function<void(StageRef)> &threadFunction)
 {
     try {
         threadFunction(stage);
     } catch (const std::exception &failure) {
-        logErr(LogCategory::General, "Device: {} failed: {} @{}", stage.record->Name, failure.what(),
-               stage.device->ID);
-        if (stage.context->Measuring) stage.context->AbortRequested = true;
+        failPass(stage, failure.what());
     }
     stage.record->ThreadGone = true;
 }
@@ -86,6 +97,11 @@ bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std:
     record->Index = static_cast<int32_t>(chain.size());
     record->Name = fmt::format(fmt::runtime(nameFormat), numberInName(device, *target.context, *record));
     record->HighWater = streamRecords() / 4;
+    if (target.context->Closed) {
+        logErr(LogCategory::General, "Config: the device is closed, {} is not added @{}", record->Name,
+               device.ID);
+        return false;
+    }
     chain.push_back(record);
     if (channelsMade(device, chain) > maxChannels) {
         logErr(LogCategory::General, "Config: more than {} channels, {} is not added @{}", maxChannels,
@@ -94,8 +110,13 @@ bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std:
         return false;
     }
     StageRef stage{target.device, target.context, record};
-    record->Thread = std::thread(
-        [stage, threadFunction = std::move(threadFunction)] { runStageThread(stage, threadFunction); });
+    try {
+        record->Thread = std::thread(
+            [stage, threadFunction = std::move(threadFunction)] { runStageThread(stage, threadFunction); });
+    } catch (...) {
+        chain.pop_back(); // a stage without a thread would hold up every run
+        throw;
+    }
     rearrange(device, *target.context);
     return true;
 }
@@ -193,7 +214,8 @@ void endStage(const DeviceRef &target, Manipulator &record)
         decoding.release();
         logStage("joined manipulator: {} @{}", record, *target.device);
     } else {
-        // The gate stays taken until the next run starts.
+        // Whoever can't be stopped may still write: the gate stays taken until the next run starts.
+        if (record.ThreadGone) decoding.release();
         reportDeviceError(LogCategory::General, "Could not stop Mainpulator: {} @{}", record.Name,
                           target.device->ID);
         partFrom(record.Thread, record);
@@ -205,18 +227,23 @@ void endStage(const DeviceRef &target, Manipulator &record)
 
 void endStage(const DeviceRef &target, uint32_t index)
 {
+    std::lock_guard oneEnd(target.context->EndLock);
     auto chain = chainOf(*target.context);
-    if (index < chain.size()) endStage(target, *chain[index]);
+    if (index < chain.size() && chain[index]->Type != ManisType::Store) endStage(target, *chain[index]);
 }
 
 void removeStages(const DeviceRef &target)
 {
-    auto chain = chainOf(*target.context);
+    MeasContext &context = *target.context;
+    std::lock_guard oneEnd(context.EndLock);
+    auto chain = chainOf(context);
+    std::erase_if(chain, [](const auto &record) { return record->Type == ManisType::Store; }); // the run's own
     for (const auto &record : chain) askToStop(*record, true); // they end side by side
     for (auto record = chain.rbegin(); record != chain.rend(); ++record) {
         endStage(target, **record);
-        ChainLocks locks(*target.context);
-        std::erase(target.context->Manis, *record);
+        ChainLocks locks(context);
+        std::erase(context.Manis, *record);
+        linkRecords(context.Manis);
     }
 }
 

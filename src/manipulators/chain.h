@@ -56,7 +56,8 @@ LockedRecord passAndLock(MeasContext &context, Pick pick)
     }
 }
 
-// The record that takes what this one writes; the one that the stream enters; the last one.
+// The record that takes what this one writes; the one that the stream enters; the final record of a run, also
+// when a stage that came meanwhile stands behind it.
 LockedRecord lockNext(MeasContext &context, const Manipulator &writer);
 LockedRecord lockFirst(MeasContext &context);
 LockedRecord lockLast(MeasContext &context);
@@ -67,6 +68,9 @@ std::vector<std::shared_ptr<Manipulator>> chainOf(MeasContext &context);
 
 // Rows of a result: sync, inputs and the chain's channels; 0 if the device isn't initialised.
 uint64_t numAllChans(const Device &device, const MeasContext &context);
+
+// A stage has failed in a run: tells the log and aborts the run.
+void failPass(const StageRef &stage, const char *why) noexcept;
 
 // Numbers channels and links records anew; every lock of the chain is held. Results of a live run follow.
 void rearrange(Device &device, MeasContext &context);
@@ -84,7 +88,7 @@ void stopManipulators(const DeviceRef &target, bool exit, const std::function<vo
 // Ends the thread of one stage. The record stays in its place and the chain isn't rearranged.
 void endStage(const DeviceRef &target, uint32_t index);
 
-// Ends and removes all stages.
+// Ends and removes all stages. A live run goes on without them.
 void removeStages(const DeviceRef &target);
 
 } // namespace Tessel

@@ -57,19 +57,6 @@ void numberChannels(Manipulator &record, int32_t oldIndex, uint64_t &next, int32
         record.OutChans.push_back(static_cast<uint8_t>(next++));
 }
 
-void linkRecords(std::vector<std::shared_ptr<Manipulator>> &chain)
-{
-    auto size = static_cast<int32_t>(chain.size());
-    int32_t enabled = 0;
-    for (int32_t i = 0; i < size; ++i)
-        if (chain[static_cast<size_t>(i)]->Enabled) chain[static_cast<size_t>(enabled++)]->ChainIndex = i;
-    int32_t next = size;
-    for (int32_t i = size - 1; i >= 0; --i) {
-        chain[static_cast<size_t>(i)]->NextIndex = next;
-        if (chain[static_cast<size_t>(i)]->Enabled) next = i;
-    }
-}
-
 // Columns of a result that has a row for each channel.
 uint64_t columnsOf(const Device &device, const MeasContext &context, MeasKind kind)
 {
@@ -95,6 +82,23 @@ void moveResult(const Device &device, MeasContext &context, uint64_t rows)
 
 } // namespace
 
+void linkRecords(std::vector<std::shared_ptr<Manipulator>> &chain)
+{
+    auto size = static_cast<int32_t>(chain.size());
+    for (int32_t i = 0; i < size; ++i) {
+        Manipulator &record = *chain[static_cast<size_t>(i)];
+        record.Index = record.ChainIndex = i;
+    }
+    int32_t enabled = 0;
+    for (int32_t i = 0; i < size; ++i)
+        if (chain[static_cast<size_t>(i)]->Enabled) chain[static_cast<size_t>(enabled++)]->ChainIndex = i;
+    int32_t next = size;
+    for (int32_t i = size - 1; i >= 0; --i) {
+        chain[static_cast<size_t>(i)]->NextIndex = next;
+        if (chain[static_cast<size_t>(i)]->Enabled) next = i;
+    }
+}
+
 uint64_t channelsMade(const Device &device, const std::vector<std::shared_ptr<Manipulator>> &chain)
 {
     uint64_t made = static_cast<uint64_t>(device.NumChans) + 1;
@@ -106,12 +110,7 @@ void rearrange(Device &device, MeasContext &context)
 {
     if (LogLevel.Manipulators) logInf(LogCategory::Progress, "rearrange manipulators @{}", device.ID);
     uint64_t next = static_cast<uint64_t>(device.NumChans) + 1;
-    for (size_t i = 0; i < context.Manis.size(); ++i) {
-        Manipulator &record = *context.Manis[i];
-        int32_t oldIndex = record.Index.exchange(static_cast<int32_t>(i));
-        record.ChainIndex = static_cast<int32_t>(i);
-        numberChannels(record, oldIndex, next, device.NumChans);
-    }
+    for (const auto &record : context.Manis) numberChannels(*record, record->Index, next, device.NumChans);
     linkRecords(context.Manis);
     context.ManisChans = next - static_cast<uint64_t>(device.NumChans) - 1;
     if (context.Measuring) moveResult(device, context, next);

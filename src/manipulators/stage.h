@@ -67,7 +67,7 @@ void logOverrun(const State &, const StageWords &words, const StageRef &stage, c
 }
 
 // False: the thread is to end. A stage enters a run under its own lock, so that whoever asks it to stop knows
-// whether it has entered.
+// whether it has entered, and once: what it left it has left, whatever becomes of the requests to the run.
 template <class State>
 bool waitForRun(State &state, const StageRef &stage)
 {
@@ -78,7 +78,8 @@ bool waitForRun(State &state, const StageRef &stage)
         {
             auto own = lockOwn(*stage.context, stage.record);
             if (record.ExitFlag) return false;
-            if (ready && stage.context->Measuring && !record.StopFlag && !stage.context->AbortRequested) {
+            if (ready && stage.context->Measuring && !record.StopFlag && !record.StoppedFlag &&
+                !stage.context->AbortRequested) {
                 record.StartedFlag = true;
                 return true;
             }
@@ -215,8 +216,12 @@ void runStage(const StageRef &stage, const StageWords &words, State state)
     logStage(words.Created, stage);
     while (waitForRun(state, stage)) {
         logStage(words.Started, stage);
-        startPass(state, stage);
-        StagePass<State>(stage, words, state).run();
+        try {
+            startPass(state, stage);
+            StagePass<State>(stage, words, state).run();
+        } catch (const std::exception &failure) { // the next run finds the stage waiting
+            failPass(stage, failure.what());
+        }
         stage.record->StoppedFlag = true;
         logStage(words.Stopped, stage);
     }

@@ -39,6 +39,13 @@ inline void setHighWater(MeasContext &context, uint64_t highWater)
     if (auto last = lockLast(context); last.record) last.record->HighWater = highWater;
 }
 
+// Events that the final store takes, and so whoever exchanges arrays with it.
+inline uint64_t finalCapacity(MeasContext &context)
+{
+    auto last = lockLast(context);
+    return last.record ? last.record->Events.Capacity : 0;
+}
+
 // False: the run came to an end before it began to measure.
 inline bool waitMeasuring(const MeasContext &context)
 {
@@ -74,7 +81,7 @@ void runMeasurement(RunRef &run, Measurement &measurement)
     using namespace std::chrono_literals;
     MeasContext &context = run.context();
     EventStore batch;
-    if (!batch.allocate(streamRecords())) throw std::bad_alloc();
+    if (!batch.allocate(finalCapacity(context))) throw std::bad_alloc();
     setHighWater(context, streamRecords() / 2);
     measurement.prepare(run); // may set another mark
     nameThread(run.device());

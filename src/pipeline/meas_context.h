@@ -2,7 +2,8 @@
 // caller's pointers.
 //
 // Lock order of a device: PipelineLock, each record's Lock in vector order, ManisLock, then the library's
-// ResultLock. ReadGate, RawLock and RunLock are never held while one of these is taken.
+// ResultLock. ReadGate, RawLock and RunLock are never held while one of these is taken. StartLock and EndLock
+// are taken before all of them.
 #pragma once
 
 #include "datafiles/custom_tag.h"
@@ -152,6 +153,8 @@ struct MeasContext
     std::mutex RunLock;              // guards CurrentRun
     std::shared_ptr<Run> CurrentRun; // the live run, or the last one
     std::mutex StartLock;            // one start at a time
+    std::mutex EndLock;              // stages are ended and removed by one thread at a time
+    std::atomic<bool> Closed{false}; // the device is gone: no run starts and no stage is added any more
 
     std::shared_ptr<Run> currentRun()
     {
