@@ -68,6 +68,10 @@ bool initDevice(const DeviceRef &target)
 void closeDevice(const DeviceRef &target)
 {
     Device &device = *target.device;
+    if (isFile(device)) {
+        std::lock_guard noStart(target.context->StartLock);
+        target.context->Closed = true; // from here on no run begins on it
+    }
     endRun(target);
     if (currentDevice().device->ID == device.ID) makeCurrent(library().NullDevice);
     if (!isFile(device)) return;

@@ -86,6 +86,15 @@ bool initStore(RunRef &ref)
     return sizeResult(ref);
 }
 
+void failRun(const RunRef &ref, const char *what, const char *why) noexcept
+{
+    ref.context().AbortRequested = true;
+    try {
+        logErr(LogCategory::General, "Device: {} failed: {} @{}", what, why, ref.device().ID);
+    } catch (...) { // not even memory for the line
+    }
+}
+
 // A thread of the run that fails takes the run with it, and nothing else.
 template <class Body>
 std::thread startThread(const RunRef &ref, const char *name, std::atomic<bool> &done, Body body)
@@ -94,8 +103,7 @@ std::thread startThread(const RunRef &ref, const char *name, std::atomic<bool> &
         try {
             body(ref);
         } catch (const std::exception &failure) {
-            logErr(LogCategory::General, "Device: {} failed: {} @{}", name, failure.what(), ref.device().ID);
-            ref.context().AbortRequested = true;
+            failRun(ref, name, failure.what());
         }
         done = true;
     });
@@ -131,11 +139,13 @@ bool waitManipulators(RunRef &ref)
 {
     auto isWaitedFor = [](const auto &record) { return record->Enabled && !record->StartedFlag; };
     std::vector<std::shared_ptr<Manipulator>> chain;
+    auto willNotStart = [&](const auto &record) { return isWaitedFor(record) && record->ThreadGone; };
     for (int turn = 1; turn <= manipulatorStartTurns; ++turn) {
         chain = chainOf(ref.context());
         bool allStarted = std::none_of(chain.begin(), chain.end(), isWaitedFor);
         std::this_thread::sleep_for(10ms);
         if (allStarted || ref.context().AbortRequested) return allStarted;
+        if (std::any_of(chain.begin(), chain.end(), willNotStart)) break;
     }
     const std::string &id = ref.device().ID;
     auto late = std::find_if(chain.begin(), chain.end(), isWaitedFor);
@@ -180,11 +190,12 @@ bool setUp(RunRef &ref)
 // Only an instrument builds histograms by itself, and no instrument is bound.
 void refuseHistogramming(RunRef &ref)
 {
-    if (ref.run->Request.Kind != MeasKind::Histogram)
+    if (ref.run->Request.Kind != MeasKind::Histogram) {
         reportDeviceError(LogCategory::General, "Device: Measurement not supported histogram mode! @{}",
                           ref.device().ID);
-    else
-        notSupported(ref.device(), "getHistogram");
+        return;
+    }
+    notSupported(ref.device(), "getHistogram");
     ref.context().Description.StopReason = StopReason::DataXferFail;
 }
 
@@ -234,7 +245,7 @@ void tearDown(RunRef &ref, StallWatch &watch)
     joinWatching(run.Process, run.ProcessDone, watch);
     // From here on nobody appends to the first store.
     stopManipulators(ref.target, false, everyTurn);
-    if (LogLevel.Api)
+    if (LogLevel.Api && device.MeasMode != MeasMode::Histogramming)
         logInf(LogCategory::Progress, "stop measurement {} @{}", static_cast<uint32_t>(run.Request.Kind),
                device.ID);
     context.ConsumersEnd = true;
@@ -252,40 +263,49 @@ void announceOver(Run &run)
     run.OverSignal.notify_all();
 }
 
+// False: the step has failed, and the run is aborted.
 template <class Step>
-void guarded(const RunRef &ref, Step step)
+bool guarded(const RunRef &ref, Step step)
 {
     try {
         step();
+        return true;
     } catch (const std::exception &failure) {
-        logErr(LogCategory::General, "Device: The measurement failed: {} @{}", failure.what(), ref.device().ID);
-        ref.context().AbortRequested = true;
+        failRun(ref, "The measurement", failure.what());
+        return false;
     }
 }
 
 } // namespace
 
+void writeFinished(uint8_t *finished, uint8_t value)
+{
+    if (finished) std::atomic_ref<uint8_t>(*finished).store(value, std::memory_order_release);
+}
+
 void writeFinished(Run &run, uint8_t value)
 {
-    if (run.Request.FinishedFlag)
-        std::atomic_ref<uint8_t>(*run.Request.FinishedFlag).store(value, std::memory_order_release);
+    writeFinished(run.Request.FinishedFlag, value);
     run.Finished = value != 0;
 }
 
 void MeasureThread(RunRef ref)
 {
     Run &run = *ref.run;
-    if (LogLevel.Api) logInf(LogCategory::Progress, "MeasureThread started @{}", ref.device().ID);
-    nameThread(ref.device());
     StallWatch watch(ref);
     guarded(ref, [&] {
+        if (LogLevel.Api) logInf(LogCategory::Progress, "MeasureThread started @{}", ref.device().ID);
+        nameThread(ref.device());
         if (setUp(ref)) readRecords(ref, watch);
     });
-    guarded(ref, [&] { tearDown(ref, watch); });
+    // Every step of it can be done twice, and none may be left out.
+    while (!guarded(ref, [&] { tearDown(ref, watch); })) std::this_thread::sleep_for(10ms);
     writeFinished(run, 1);
     run.ReadBuffer.free();
     run.ProcessBuffer.free();
-    if (LogLevel.Api) logInf(LogCategory::Progress, "MeasureThread finished @{}", ref.device().ID);
+    guarded(ref, [&] {
+        if (LogLevel.Api) logInf(LogCategory::Progress, "MeasureThread finished @{}", ref.device().ID);
+    });
     announceOver(run);
 }
 

@@ -7,7 +7,8 @@ namespace Tessel {
 
 void MeasureThread(RunRef run);
 
-// Writes the caller's finished byte.
+// Writes the caller's finished byte; null: there is none.
+void writeFinished(uint8_t *finished, uint8_t value);
 void writeFinished(Run &run, uint8_t value);
 
 } // namespace Tessel

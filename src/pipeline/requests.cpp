@@ -8,7 +8,6 @@
 #include "pipeline/measure_thread.h"
 
 #include <chrono>
-#include <system_error>
 #include <thread>
 
 namespace Tessel {
@@ -43,7 +42,13 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
 {
     MeasContext &context = *target.context;
     std::lock_guard oneStart(context.StartLock);
-    auto run = std::make_shared<Run>(request);
+    std::shared_ptr<Run> run;
+    try {
+        run = std::make_shared<Run>(request);
+    } catch (...) { // no memory even for that: whoever polls goes on all the same
+        writeFinished(request.FinishedFlag, 1);
+        throw;
+    }
     writeFinished(*run, 0);
     bool free = endRun(target);
     run->rawCount() = run->unfoldCount() = 0; // after the run before it, which may have counted there
@@ -53,7 +58,7 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     }
     resetRequests(context);
     writeFinished(*run, 0); // again, where the run before it had the same byte
-    if (target.device->Index < 0) {
+    if (target.device->Index < 0 || context.Closed) {
         reportDeviceError(LogCategory::General, "Device: Can't do a measurement on a invalid device! @{}",
                           target.device->ID);
         refuseRun(*run);
@@ -65,7 +70,7 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     }
     try {
         std::thread(MeasureThread, RunRef{target, run}).detach();
-    } catch (const std::system_error &) {
+    } catch (...) {
         refuseRun(*run);
         throw;
     }
