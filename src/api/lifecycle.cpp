@@ -3,11 +3,14 @@
 #include "api/exports.h"
 #include "config/device_json.h"
 #include "datafiles/file_device.h"
+#include "devices/primitives.h"
 #include "log/text.h"
 #include "manipulators/chain.h"
 #include "settings/system_ini.h"
 
 #include <fmt/format.h>
+
+#include <algorithm>
 
 using namespace Tessel;
 
@@ -30,20 +33,31 @@ DeviceRef nullDevice()
     return {library().NullDevice, library().NullMeasContext};
 }
 
-void closeAll()
+// False: a file was opened meanwhile.
+bool forgetDevices()
 {
-    for (const DeviceRef &target : allDevices()) {
-        endRun(target);
-        removeStages(target);
-    }
-    endRun(nullDevice());
-    removeStages(nullDevice());
-    closeDevices();
     Library &lib = library();
     std::lock_guard lock(lib.TablesLock);
+    if (std::any_of(lib.DeviceTable.begin(), lib.DeviceTable.end(),
+                    [](const auto &device) { return isFile(*device); }))
+        return false;
     lib.DeviceTable.clear();
     lib.MeasContextTable.clear();
     lib.CurrentDevice = lib.NullDevice;
+    return true;
+}
+
+void closeAll()
+{
+    do {
+        for (const DeviceRef &target : allDevices()) {
+            endRun(target);
+            removeStages(target);
+        }
+        endRun(nullDevice());
+        removeStages(nullDevice());
+        closeDevices();
+    } while (!forgetDevices());
 }
 
 void restart()
@@ -57,6 +71,7 @@ void restart()
 void resetNullDevice()
 {
     DeviceRef null = nullDevice();
+    endRun(null);
     removeStages(null);
     null.device->IsOpen = false;
     null.device->IsInitialized = false;
@@ -76,11 +91,19 @@ void start(const std::string &iniPath)
     resetNullDevice();
 }
 
+// The library starts and stops on one thread at a time.
+std::mutex &startStopLock()
+{
+    static std::mutex &lock = *new std::mutex;
+    return lock;
+}
+
 } // namespace
 
 bool initAPI(const char *systemIniPath)
 {
     return guarded("initAPI", true, [&] {
+        std::lock_guard oneAtATime(startStopLock());
         start(std::string(textOf(systemIniPath)));
         return true;
     });
@@ -88,13 +111,16 @@ bool initAPI(const char *systemIniPath)
 
 void exitAPI(void)
 {
-    guarded("exitAPI", [&] {
-        traceApi("API exit");
-        closeAll();
-        traceApi("exit API");
-        traceApi("API exited");
+    guarded("exitAPI", [] {
+        std::lock_guard oneAtATime(startStopLock());
+        guarded("exitAPI", [] {
+            traceApi("API exit");
+            closeAll();
+            traceApi("exit API");
+            traceApi("API exited");
+        });
+        stopLog(); // in every case
     });
-    guarded("exitAPI", [] { stopLog(); });
 }
 
 bool getDeviceIDs(char *buffer)
@@ -130,19 +156,19 @@ bool getFileDevice(char *path)
         auto device = std::make_shared<Device>();
         auto context = std::make_shared<MeasContext>();
         if (readTgxFile(normalPath(textOf(path)), *device, *context)) {
-            DeviceRef added = addDevice(device, context);
+            addDevice(device, context);
             makeCurrent(device);
             if (LogLevel.DataFile)
                 logInf(LogCategory::Progress, "OpenTGXFile: finished {} {}", device->ID,
                        device->TableIndex.load());
+        } else { // leaves the device that was current: the caller tells by the id
+            device = currentDevice().device;
         }
-        // A file that can't be read leaves the device that was current: the caller tells by the id.
-        Device &opened = *currentDevice().device;
-        opened.IsOpen = true;
-        opened.IsInitialized = true;
-        opened.Index = static_cast<int32_t>(opened.TableIndex);
-        traceApi(fmt::format("API getDevice \"{}\"", opened.ID));
-        copyText(opened.ID, path);
+        device->IsOpen = true;
+        device->IsInitialized = true;
+        device->Index = static_cast<int32_t>(device->TableIndex);
+        traceApi(fmt::format("API getDevice \"{}\"", device->ID));
+        copyText(device->ID, path);
         return true;
     });
 }

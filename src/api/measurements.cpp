@@ -25,7 +25,8 @@ bool getHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, ui
 bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
 {
     return guarded("setHistoT2NumBins", false, [&] {
-        Device &device = *deviceOf(id).device;
+        DeviceRef target = deviceOf(id);
+        Device &device = *target.device;
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setHistoT2NumBins {} {} {} @{}", device.NumBins, numBins,
                    static_cast<int32_t>(device.MeasMode), device.ID);
