@@ -323,14 +323,14 @@ TESSEL_API int32_t addMDelay(const char16_t *id, uint8_t chan, double delay, int
 TESSEL_API int32_t addMHerald(const char16_t *id, uint8_t herald, const int32_t *gated, int32_t numGated,
                               int32_t delay, int32_t window, uint8_t inverted, uint8_t keep);
 
-/* Merges `numChans` channels of the device `sourceId` (none: its channel 1) into the stream, each on a new channel,
- * in the order of the times in ps; `offset`, in ps, is added to the source's. The clocks of the two devices are
- * not compared. `start` 1: a measurement of this device (any but rawMeasure and rawStartBlock) starts one of the
- * source first, and stops one that is live there; 0: the host starts it, with ufStartBlock(), whose block then
- * feeds this stage. An event of this device waits until the source has come as far; what follows the source's
- * last event is dropped. In T3 an imported event stands with its sync number as its time. A measurement fails,
- * with an error in the log, if its source is not there, has no events to give for ten seconds, or needs the
- * events of this device itself. Returns the number of the first new channel. */
+/* Merges `numChans` channels of the device `sourceId` (none: its channel 1) into the stream, each on a new
+ * channel, in the order of the times in ps; `offset`, in ps, is added to the source's. The clocks of the two
+ * devices are not compared. `start` 1: a measurement of this device (any but rawMeasure and rawStartBlock)
+ * starts one of the source first, and stops one that is live there; 0: the host starts it, with ufStartBlock(),
+ * whose block then feeds this stage. An event of this device waits until the source has come as far; what
+ * follows the source's last event is dropped. In T3 an imported event stands with its sync number as its time.
+ * A measurement fails, with an error in the log, if its source is not there, has no events to give for ten
+ * seconds, or needs the events of this device itself. Returns the number of the first new channel. */
 TESSEL_API int32_t addMImportStream(const char16_t *id, const char16_t *sourceId, uint8_t start,
                                     const int32_t *chans, int32_t numChans, int32_t offset);
 

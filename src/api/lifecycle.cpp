@@ -82,6 +82,7 @@ void resetNullDevice()
 void start(const std::string &iniPath)
 {
     if (!allDevices().empty()) restart();
+    endRun(nullDevice()); // settings don't change under a run
     loadSettingsIni(iniPath);
     startLog(settings().LogFile, settings().LogConsole, settings().DataPath + "\\Logs", programName,
              versionString());

@@ -139,23 +139,36 @@ void logStage(std::string_view format, const Manipulator &record, const Device &
 
 } // namespace
 
+namespace {
+
+void stopStage(const DeviceRef &target, Manipulator &record, bool exit, const std::function<void()> &everyTurn)
+{
+    bool entered = askToStop(record, exit);
+    logStage("wait manipulator: {} @{} stopped", record, *target.device);
+    while (entered && !record.StoppedFlag && !record.ThreadGone) {
+        everyTurn();
+        std::this_thread::sleep_for(1ms);
+    }
+    logStage("manipulator: {} @{} stopped", record, *target.device);
+    std::lock_guard lock(record.Lock);
+    record.Events.free();
+}
+
+} // namespace
+
 void stopManipulators(const DeviceRef &target, bool exit, const std::function<void()> &everyTurn)
 {
     auto chain = chainOf(*target.context);
     if (LogLevel.Manipulators)
         logInf(LogCategory::Progress, "stop manipulators {} @{}", chain.size(), target.device->ID);
-    for (const auto &record : chain) {
-        if (record->Type == ManisType::Store) continue;
-        bool entered = askToStop(*record, exit);
-        logStage("wait manipulator: {} @{} stopped", *record, *target.device);
-        while (entered && !record->StoppedFlag && !record->ThreadGone) {
-            everyTurn();
-            std::this_thread::sleep_for(1ms);
-        }
-        logStage("manipulator: {} @{} stopped", *record, *target.device);
-        std::lock_guard lock(record->Lock);
-        record->Events.free();
-    }
+    for (const auto &record : chain)
+        if (record->Type != ManisType::Store) stopStage(target, *record, exit, everyTurn);
+}
+
+void stopLatecomers(const DeviceRef &target, const std::function<void()> &everyTurn)
+{
+    for (const auto &record : chainOf(*target.context))
+        if (record->StartedFlag && !record->StoppedFlag) stopStage(target, *record, false, everyTurn);
 }
 
 namespace {

@@ -85,6 +85,9 @@ bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std:
 // is gone. `everyTurn` is called at each millisecond of the wait.
 void stopManipulators(const DeviceRef &target, bool exit, const std::function<void()> &everyTurn);
 
+// The same for stages that entered the run after its end had begun. Measuring is clear: no more will come.
+void stopLatecomers(const DeviceRef &target, const std::function<void()> &everyTurn);
+
 // Ends the thread of one stage. The record stays in its place and the chain isn't rearranged.
 void endStage(const DeviceRef &target, uint32_t index);
 

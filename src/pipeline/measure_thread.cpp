@@ -254,6 +254,7 @@ void tearDown(RunRef &ref, StallWatch &watch)
     removeManisStore(ref.target, run, everyTurn);
     closeFileInput(run);
     context.Measuring = false;
+    stopLatecomers(ref.target, everyTurn);
 }
 
 void announceOver(Run &run)

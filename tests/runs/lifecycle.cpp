@@ -259,10 +259,10 @@ TEST(Lifecycle, AProcessMayEndInTheMiddleOfARun)
     for (int i = 0; i < 3; ++i) {
         pid_t child = fork();
         if (child == 0) {
-            auto *host = new Host; // stays: the process ends without exitAPI
+            static auto *host = new Host; // stays: the process ends without exitAPI
             host->open(path);
-            auto *counts = new Counts(rows, columns);
-            auto *finished = new Finished;
+            static auto *counts = new Counts(rows, columns);
+            static auto *finished = new Finished;
             startHistogram(*counts, *finished);
             std::this_thread::sleep_for(std::chrono::milliseconds(290 + 20 * i));
             std::exit(0);
