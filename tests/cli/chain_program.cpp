@@ -114,9 +114,10 @@ TEST(ChainProgram, TellsPlainlyWhatCannotWork)
     simulate(folder);
     std::ofstream(folder.file("bad.json"))
         << R"({"chain": [{"stage": "delay", "channels": [1], "delay": "5nx"}]})";
-    std::string many = "herald(1; 2";
-    for (int i = 0; i < 260; ++i) many += ",2";
-    many += "; 0; 1ns; keep)";
+    std::string gate = "herald(1; 2"; // makes a channel for each of 2 to 127
+    for (int channel = 3; channel < 128; ++channel) gate += "," + std::to_string(channel);
+    gate += "; 0; 1ns; keep)";
+    const std::string many = gate + "|" + gate + "|" + gate;
     const struct
     {
         std::string Arguments;
