@@ -401,11 +401,11 @@ typedef struct tessel_recording_params
     int32_t measMode;         /* 2 T2, 3 T3 */
     int32_t family;           /* record family: 0 ZP, 1 CD, 2 SV40, 3 LM70, 4 CD90 */
     int32_t numChannels;      /* input channels, 1 to 64 */
-    double baseResolution;    /* ps, the unit of a T2 time tag; 1 or more whole picoseconds */
-    double resolution;        /* ps, the unit of a T3 dtime */
-    double syncRate;          /* Hz; in T3 it gives the sync period by which a replay counts time */
-    int32_t acqTime;          /* ms */
-    const double *inputRates; /* counts per second, numChannels of them, or null */
+    double baseResolution;    /* ps, the unit of a T2 time tag; whole picoseconds, 1 to 1e12 */
+    double resolution;        /* ps, the unit of a T3 dtime; whole picoseconds, 1 to 1e12; not used in T2 */
+    double syncRate;          /* Hz, at most 2147483647; T3: at least 1e-6, and a replay goes by its period */
+    int32_t acqTime;          /* ms, not negative */
+    const double *inputRates; /* counts per second, numChannels of them, each at most 2147483647; or null */
     const char *serial;       /* serial number, null or empty: "0" */
     const char *comment;      /* null or empty: no comment */
 } tessel_recording_params;
