@@ -19,8 +19,7 @@ struct Options
 {
     std::string File;
     ChainOptions Chain;
-    std::string Output;
-    bool Json = false;
+    ResultOptions Result;
 };
 
 // The stage from 1 that made the row; 0: the recording itself.
@@ -68,7 +67,7 @@ int runChain(const Options &options, const HostOptions &host)
     const Session session(host);
     Recording recording = openRecording(options.File);
     placeChain(recording, stages);
-    writeResult(options.Output, options.Json ? jsonText(asJson(recording)) : table(recording));
+    writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(recording)) : table(recording));
     return 0;
 }
 
@@ -114,11 +113,9 @@ Command addChain(CLI::App &program)
     const auto options = std::make_shared<Options>();
     CLI::App *command =
         program.add_subcommand("chain", "Tell how a chain of stages numbers its channels on a recording");
-    command->add_option("FILE", options->File, "The recording (.tgx)")->required();
+    addRecordingArgument(*command, options->File);
     addChainOption(*command, options->Chain);
-    command->add_option("-o,--output", options->Output, "Write to FILE instead of standard output ('-')")
-        ->type_name("FILE");
-    command->add_flag("--json", options->Json, "Write one JSON object (schema tessel.chain/1)");
+    addOutputOptions(*command, options->Result, "a table");
     command->footer(fmt::format(chainFooter, stageForms()));
     return {command, [options](const HostOptions &host) { return runChain(*options, host); }};
 }

@@ -10,7 +10,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+} // namespace CLI
 
 namespace Tessel::Cli {
 
@@ -38,11 +39,21 @@ struct ResultOptions
     std::string PlotFile;
 };
 
-void addOutputOptions(CLI::App &command, ResultOptions &options); // -o and --json
+// FILE.
+void addRecordingArgument(CLI::App &command, std::string &path);
+
+// -o and --json; `plainForm`: what is written without --json.
+void addOutputOptions(CLI::App &command, ResultOptions &options, const std::string &plainForm);
 void addPlotOption(CLI::App &command, ResultOptions &options);
 
 // --chain, which may be given several times; each continues the one before.
 void addChainOption(CLI::App &command, ChainOptions &options);
+
+// What an option takes: how --help shows it, and what is refused while the options are read.
+CLI::Option *asTime(CLI::Option *option);
+CLI::Option *asChannel(CLI::Option *option);
+CLI::Option *asNumber(CLI::Option *option, uint64_t least, uint64_t most);
+CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names); // in any case
 
 // With --plot alone nothing goes to standard output.
 bool wantsText(const ResultOptions &options);

@@ -135,9 +135,9 @@ int runFcs(const FcsOptions &options, const HostOptions &host)
 
 constexpr const char *fcsFooter =
     R"(G(lag) = pairs x T / (n1 x n2 x width) - 1 in bins of one logarithmic width, as in fluorescence
-correlation spectroscopy: of --chan1 with itself, of both with each other (the mean of both directions), and of
---chan2 with itself. Uncorrelated light is at 0; N molecules in the focus give 1 / N at short lags.
-With --fast the bins hold their lower end instead of their upper end.
+correlation spectroscopy: of --chan1 with itself, of both with each other (the mean of both
+directions), and of --chan2 with itself. Uncorrelated light is at 0; N molecules in the focus give
+1 / N at short lags. With --fast the bins hold their lower end instead of their upper end.
 
 CSV: comment lines with '#', lag_ps,auto1,cross,auto2, one line per lag (centre of its bin).
 JSON, schema tessel.fcs/1: file, device, mode, run {recordsRead, recordsInFile, complete,
@@ -159,13 +159,10 @@ Command addFcs(CLI::App &program)
         program.add_subcommand("fcs", "Correlate two channels of a recording in logarithmic bins");
     addMeasureAndPlotOptions(*command, options->Measure);
     addChannelPair(*command, options->Chan1, options->Chan2);
-    const auto lag = [&](const char *name, std::string &value, const char *help) {
-        command->add_option(name, value, help)->type_name("TIME")->capture_default_str();
-    };
-    lag("--min-lag", options->MinLag, "Shortest lag, at least the base resolution, bare in ps");
-    lag("--max-lag", options->MaxLag, "Longest lag, bare in ps");
-    command->add_option("--steps", options->Steps, "Number of bins")
-        ->check(CLI::Range(1, 1'000'000))
+    asTime(command->add_option("--min-lag", options->MinLag,
+                               "Shortest lag, at least the base resolution, bare in ps"));
+    asTime(command->add_option("--max-lag", options->MaxLag, "Longest lag, bare in ps"));
+    asNumber(command->add_option("--steps", options->Steps, "Number of bins"), 1, 1'000'000)
         ->capture_default_str();
     command->add_flag("--fast", options->Fast, "The fast way of counting (FFCS)");
     command->footer(fcsFooter);

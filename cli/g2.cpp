@@ -153,14 +153,9 @@ Command addG2(CLI::App &program)
     CLI::App *command = program.add_subcommand("g2", "Correlate two channels of a recording in linear bins");
     addMeasureAndPlotOptions(*command, options->Measure);
     addChannelPair(*command, options->Chan1, options->Chan2);
-    command->add_option("--window", options->Window, "Longest lag, bare in ps")
-        ->type_name("TIME")
-        ->capture_default_str();
-    command
-        ->add_option("--bin-width", options->BinWidth,
-                     "Width of a bin, from the resolution of the recording to 1ms, bare in ps")
-        ->type_name("TIME")
-        ->capture_default_str();
+    asTime(command->add_option("--window", options->Window, "Longest lag, bare in ps"));
+    asTime(command->add_option("--bin-width", options->BinWidth,
+                               "Width of a bin, from the resolution of the recording to 1ms, bare in ps"));
     command->add_flag("--raw-counts", options->RawCounts, "Pairs, not normalised");
     command->footer(g2Footer);
     return {command, [options](const HostOptions &host) { return runG2(*options, host); }};

@@ -164,17 +164,12 @@ int runHist2d(const Hist2dOptions &options, const HostOptions &host)
 
 void addAxisOptions(CLI::App &command, AxisOptions &axis, const std::string &letter)
 {
-    command.add_option("--chan-" + letter, axis.Chan, "Channel of " + letter)
-        ->check(CLI::Range(0, 255))
-        ->capture_default_str();
-    command.add_option("--offset-" + letter, axis.Offset, "Taken from the times of " + letter + ", bare in ps")
-        ->type_name("TIME")
-        ->capture_default_str();
-    command.add_option("--bin-width-" + letter, axis.BinWidth, "Width of a bin of " + letter + ", bare in ps")
-        ->type_name("TIME")
-        ->capture_default_str();
-    command.add_option("--bins-" + letter, axis.Bins, "Number of bins of " + letter)
-        ->check(CLI::Range(uint64_t(1), mostBins))
+    asChannel(command.add_option("--chan-" + letter, axis.Chan, "Channel of " + letter))->capture_default_str();
+    asTime(command.add_option("--offset-" + letter, axis.Offset,
+                              "Taken from the times of " + letter + ", bare in ps"));
+    asTime(command.add_option("--bin-width-" + letter, axis.BinWidth,
+                              "Width of a bin of " + letter + ", bare in ps"));
+    asNumber(command.add_option("--bins-" + letter, axis.Bins, "Number of bins of " + letter), 1, mostBins)
         ->capture_default_str();
 }
 
@@ -202,8 +197,7 @@ Command addHist2d(CLI::App &program)
     CLI::App *command =
         program.add_subcommand("hist2d", "Count pairs of events of a recording by the times of both");
     addMeasureAndPlotOptions(*command, options->Measure);
-    command->add_option("--start-chan", options->StartChan, "T2: channel of the reference")
-        ->check(CLI::Range(0, 255))
+    asChannel(command->add_option("--start-chan", options->StartChan, "T2: channel of the reference"))
         ->capture_default_str();
     addAxisOptions(*command, options->X, "x");
     addAxisOptions(*command, options->Y, "y");

@@ -206,12 +206,12 @@ Command addHistogram(CLI::App &program)
     CLI::App *command =
         program.add_subcommand("histogram", "Count the events of a recording into one histogram per channel");
     addMeasureAndPlotOptions(*command, options->Measure);
-    command->add_option("--ref-chan", options->RefChan, "T2: reference channel, 0 (sync) unless told")
-        ->check(CLI::Range(0, 254));
-    command->add_option("--bin-width", options->BinWidth, "T2: width of a bin, 100ps unless told, bare in ps")
-        ->type_name("TIME");
-    command->add_option("--bins", options->Bins, "T2: number of bins, 65536 unless told")
-        ->check(CLI::Range(uint64_t(1), mostBins));
+    asChannel(
+        command->add_option("--ref-chan", options->RefChan, "T2: reference channel, 0 (sync) unless told"));
+    asTime(command->add_option("--bin-width", options->BinWidth,
+                               "T2: width of a bin, 100ps unless told, bare in ps"));
+    asNumber(command->add_option("--bins", options->Bins, "T2: number of bins, 65536 unless told"), 1,
+             mostBins);
     command->footer(histogramFooter);
     return {command, [options](const HostOptions &host) { return runHistogram(*options, host); }};
 }

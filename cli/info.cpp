@@ -22,8 +22,7 @@ using boost::json::value;
 struct InfoOptions
 {
     std::string File;
-    std::string Output;
-    bool Json = false;
+    ResultOptions Result;
 };
 
 std::string textOf(const value &item)
@@ -146,9 +145,17 @@ int runInfo(const InfoOptions &options, const HostOptions &host)
 {
     const Session session(host);
     const Recording recording = openRecording(options.File);
-    writeResult(options.Output, options.Json ? jsonText(asJson(recording)) : table(recording));
+    writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(recording)) : table(recording));
     return 0;
 }
+
+constexpr const char *infoFooter =
+    R"(JSON, schema tessel.info/1: file, recordsInFile, device, run and header; header.tags is the list of
+all tags in the order of the file.
+
+Examples:
+  tessel info decay.tgx
+  tessel info decay.tgx --json | jq '.device.Resolution')";
 
 } // namespace
 
@@ -157,12 +164,9 @@ Command addInfo(CLI::App &program)
     const auto options = std::make_shared<InfoOptions>();
     CLI::App *command =
         program.add_subcommand("info", "Tell what a recording holds: device, last run, header tags");
-    command->add_option("FILE", options->File, "The recording (.tgx)")->required();
-    command->add_option("-o,--output", options->Output, "Write to FILE instead of standard output ('-')")
-        ->type_name("FILE");
-    command->add_flag("--json", options->Json, "Write one JSON object (schema tessel.info/1)");
-    command->footer("The JSON object has the keys schema, file, recordsInFile, device, run and header; "
-                    "header.tags is\nthe list of all tags in the order of the file.");
+    addRecordingArgument(*command, options->File);
+    addOutputOptions(*command, options->Result, "a table");
+    command->footer(infoFooter);
     return {command, [options](const HostOptions &host) { return runInfo(*options, host); }};
 }
 

@@ -32,9 +32,9 @@ void drawResult(const ResultOptions &options, const Plot &plot)
 
 void addMeasureOptions(CLI::App &command, MeasureOptions &options)
 {
-    command.add_option("FILE", options.File, "The recording (.tgx)")->required();
+    addRecordingArgument(command, options.File);
     addChainOption(command, options.Chain);
-    addOutputOptions(command, options.Result);
+    addOutputOptions(command, options.Result, "CSV");
 }
 
 void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options)
@@ -45,11 +45,11 @@ void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options)
 
 void addChannelPair(CLI::App &command, int &chan1, int &chan2)
 {
-    const auto channel = [&](const char *name, int &value, const char *help) {
-        command.add_option(name, value, help)->check(CLI::Range(0, 255))->capture_default_str();
-    };
-    channel("--chan1", chan1, "First channel, 0 (sync, T2) or an input from 1 on");
-    channel("--chan2", chan2, "Second channel; twice the same gives an autocorrelation");
+    asChannel(
+        command.add_option("--chan1", chan1, "First channel: 0 sync (T2), inputs from 1 on, then the chain's"))
+        ->capture_default_str();
+    asChannel(command.add_option("--chan2", chan2, "Second channel; twice the same gives an autocorrelation"))
+        ->capture_default_str();
 }
 
 Recording openForMeasuring(const MeasureOptions &options)

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cmath>
 
@@ -24,33 +25,56 @@ Result converted(const char *option, const std::function<Result()> &convert)
 
 } // namespace
 
-void addOutputOptions(CLI::App &command, ResultOptions &options)
+void addRecordingArgument(CLI::App &command, std::string &path)
 {
-    command
-        .add_option("-o,--output", options.File, "Write the result to FILE instead of standard output ('-')")
+    command.add_option("FILE", path, "The recording (.tgx)")->type_name("")->required();
+}
+
+void addOutputOptions(CLI::App &command, ResultOptions &options, const std::string &plainForm)
+{
+    command.add_option("-o,--output", options.File, "Write to FILE instead of standard output ('-')")
         ->type_name("FILE");
-    command.add_flag("--json", options.Json, "Write one JSON object instead of CSV");
+    command.add_flag("--json", options.Json, "Write one JSON object instead of " + plainForm);
 }
 
 void addPlotOption(CLI::App &command, ResultOptions &options)
 {
     command
-        .add_option(
-            "--plot", options.PlotFile,
-            "Draw the result into a .png or .svg file (needs gnuplot); without -o or --json nothing else "
-            "is written")
+        .add_option("--plot", options.PlotFile,
+                    "Draw a .png or .svg file (needs gnuplot); without -o or --json nothing else is written")
         ->type_name("FILE");
 }
 
 void addChainOption(CLI::App &command, ChainOptions &options)
 {
     command
-        .add_option(
-            "--chain", options.Texts,
-            "Stages that the events pass before they are counted, in order; `tessel chain --help` tells "
-            "of them. May be given several times")
+        .add_option("--chain", options.Texts,
+                    "Stages that the events pass first, see tessel chain --help; may be given several times")
         ->type_name("TEXT|FILE.json")
         ->allow_extra_args(false);
+}
+
+CLI::Option *asTime(CLI::Option *option)
+{
+    return option->type_name("TIME")->capture_default_str();
+}
+
+// The stream has at most 255 channels.
+CLI::Option *asChannel(CLI::Option *option)
+{
+    return option->type_name("CHANNEL")->check(CLI::Range(0, 254).description(""));
+}
+
+CLI::Option *asNumber(CLI::Option *option, uint64_t least, uint64_t most)
+{
+    return option->type_name(fmt::format("{}..{}", least, most))
+        ->check(CLI::Range(least, most).description(""));
+}
+
+CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names)
+{
+    return option->type_name(fmt::format("{}", fmt::join(names, "|")))
+        ->transform(CLI::IsMember(names, CLI::ignore_case).description(""));
 }
 
 bool wantsText(const ResultOptions &options)

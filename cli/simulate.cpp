@@ -39,7 +39,7 @@ struct Sink
 bool handOver(Sink &sink, double fraction)
 {
     if (!tessel_recordingWrite(sink.File, sink.Words.Words.data(), sink.Words.Words.size()))
-        throw Failure(Exit::Failed, fmt::format("{}: the recording can't be written", sink.Path));
+        throw Failure(Exit::Failed, fmt::format("{}: the recording can't be written", visibleText(sink.Path)));
     sink.NumWords += sink.Words.Words.size();
     sink.Words.Words.clear();
     showProgress(sink.Shown, fraction, sink.NumWords);
@@ -272,13 +272,16 @@ Command addSimulate(CLI::App &program)
         return command->add_option(name, value, help)->type_name(type)->capture_default_str();
     };
     text("OUT", options->Path, "The recording to write (.tgx); an existing file is replaced", "")->required();
-    text("--mode", options->Mode, "Record form", "t2|t3")->check(CLI::IsMember({"t2", "t3"}, CLI::ignore_case));
-    text("--light", options->Light, "Kind of light (T3: pulsed; T2: poisson unless told)",
-         "pulsed|poisson|antibunched|bunched|diffusing")
-        ->check(CLI::IsMember({"pulsed", "poisson", "antibunched", "bunched", "diffusing"}));
-    command
-        ->add_option("--channels", options->Channels, "Input channels (2, or as many as the longest list has)")
-        ->check(CLI::Range(1, 64));
+    const auto name = [&](const char *option, std::string &value, const char *help,
+                          const std::vector<std::string> &names) {
+        asOneOf(command->add_option(option, value, help), names)->capture_default_str();
+    };
+    name("--mode", options->Mode, "Record form", {"t2", "t3"});
+    name("--light", options->Light, "Kind of light (T3: pulsed; T2: poisson unless told)",
+         {"pulsed", "poisson", "antibunched", "bunched", "diffusing"});
+    asNumber(command->add_option("--channels", options->Channels,
+                                 "Input channels (2, or as many as the longest list has)"),
+             1, 64);
     text("--rate", options->Rates, "Signal of each channel, bare in cps", "RATES");
     text("--background", options->Background, "Background of each channel, bare in cps", "RATES");
     text("--sync-rate", options->SyncRate, "Pulses, bare in Hz (pulsed light: 40MHz unless told)", "RATE");
@@ -297,8 +300,7 @@ Command addSimulate(CLI::App &program)
     text("--diffusion-time", options->DiffusionTime, "Time of diffusion through the focus, bare in us", "TIME");
     text("--resolution", options->Resolution, "Unit of a dtime (T3: 25ps) or a time tag (T2: 5ps), bare in ps",
          "TIME");
-    text("--family", options->Family, "Instrument family", "NAME")
-        ->check(CLI::IsMember({"ZP", "CD", "SV40", "LM70", "CD90"}));
+    name("--family", options->Family, "Instrument family", {"ZP", "CD", "SV40", "LM70", "CD90"});
     command->add_option("--seed", options->Seed, "Seed of the random numbers")->capture_default_str();
     text("--comment", options->Comment, "Comment for the file's header", "TEXT");
     command->footer(simulateFooter);

@@ -159,12 +159,8 @@ Command addTrace(CLI::App &program)
     const auto options = std::make_shared<TraceOptions>();
     CLI::App *command = program.add_subcommand("trace", "Count the events of each channel in bins of time");
     addMeasureAndPlotOptions(*command, options->Measure);
-    command->add_option("--bins", options->Bins, "Number of bins")
-        ->check(CLI::Range(1, 1 << 28))
-        ->capture_default_str();
-    command->add_option("--history", options->History, "Span of all bins, bare in ps")
-        ->type_name("TIME")
-        ->capture_default_str();
+    asNumber(command->add_option("--bins", options->Bins, "Number of bins"), 1, 1 << 28)->capture_default_str();
+    asTime(command->add_option("--history", options->History, "Span of all bins, bare in ps"));
     command->footer(traceFooter);
     return {command, [options](const HostOptions &host) { return runTrace(*options, host); }};
 }

@@ -178,8 +178,9 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
 
 constexpr const char *unfoldFooter =
     R"(Every event of the recording in the order in which it comes. Times are ps in T2; in T3 the number
-of the sync and the dtime. Channels: 0 sync (T2), 1 to 64 inputs, 129 to 143 markers; 255 with
---overflows: an overflow of the time tag, whose time tells how far the stream has come.
+of the sync and the dtime. Channels: 0 sync (T2), 1 to 64 inputs, above them the chain's, 129 to
+143 markers; 255 with --overflows: an overflow of the time tag, whose time tells how far the
+stream has come.
 
 CSV: comment lines with '#', one line of names (time_ps,channel or sync,dtime,channel), one line
 per event. JSON, schema tessel.unfold/1: file, device, mode, dtimePs (null in T2), columns, events
