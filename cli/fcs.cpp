@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <limits>
 #include <memory>
 
 namespace Tessel::Cli {
@@ -58,7 +59,8 @@ Fcs prepared(const FcsOptions &options, const Recording &recording)
     Fcs fcs;
     fcs.NumPoints = numPoints;
     fcs.LagsPs.assign(fcs.NumPoints, 0);
-    fcs.Values.assign(3 * (fcs.NumPoints + 1), 0);
+    // The library leaves them alone if there is nothing to count.
+    fcs.Values.assign(3 * (fcs.NumPoints + 1), std::numeric_limits<double>::quiet_NaN());
     return fcs;
 }
 
@@ -128,6 +130,8 @@ int runFcs(const FcsOptions &options, const HostOptions &host)
                             getCorrelation(nullptr, 0, 0, 0, fcs.Values.data(), fcs.LagsPs.data(), finished);
                             toPicoseconds(fcs.LagsPs);
                         },
+                    .IsEmpty = [&] { return isAllZero(fcs.Values); },
+                    .Needs = "a recording longer than --max-lag with events on --chan1 and --chan2",
                     .Csv = [&](const Measured &measured) { return asCsv(options, fcs, measured); },
                     .Json = [&](const Measured &measured) { return asJson(options, fcs, measured); },
                     .Plot = [&](const Measured &measured) { return asPlot(options, fcs, measured); }});
@@ -142,7 +146,7 @@ directions), and of --chan2 with itself. Uncorrelated light is at 0; N molecules
 CSV: comment lines with '#', lag_ps,auto1,cross,auto2, one line per lag (centre of its bin).
 JSON, schema tessel.fcs/1: file, device, mode, run {recordsRead, recordsInFile, complete,
 stopReason}, chan1, chan2, fast, points, lagPs [points], auto1 [points], cross [points], auto2
-[points]; a value is null where a channel has no events. points is about --steps.
+[points]; a value is null (CSV: nan) where there is nothing to count. points is about --steps.
 
 Counting begins once the longest lag has passed: a recording must be longer than that.
 

@@ -10,7 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
+#include <limits>
 #include <memory>
 
 namespace Tessel::Cli {
@@ -56,7 +56,8 @@ G2 prepared(const G2Options &options, const Recording &recording)
     for (uint64_t i = 0; i < 2 * g2.NumBins; ++i)
         g2.LagsPs.push_back((static_cast<double>(i) - static_cast<double>(g2.NumBins) + 0.5) *
                             static_cast<double>(g2.BinWidthPs));
-    g2.Values.assign(2 * g2.NumBins, 0);
+    // The library leaves them alone if there is nothing to count, which gives 0 pairs and no g2.
+    g2.Values.assign(2 * g2.NumBins, options.RawCounts ? 0 : std::numeric_limits<double>::quiet_NaN());
     return g2;
 }
 
@@ -125,6 +126,8 @@ int runG2(const G2Options &options, const HostOptions &host)
                         [&](uint8_t *finished) {
                             getCorrelation(nullptr, 0, 0, 0, g2.Values.data(), axis.data(), finished);
                         },
+                    .IsEmpty = [&] { return isAllZero(g2.Values); },
+                    .Needs = "events on --chan1 and --chan2 within --window of each other",
                     .Csv = [&](const Measured &measured) { return asCsv(options, g2, measured); },
                     .Json = [&](const Measured &measured) { return asJson(options, g2, measured); },
                     .Plot = [&](const Measured &measured) { return asPlot(options, g2, measured); }});
@@ -139,7 +142,8 @@ the time measured, so that uncorrelated light is at 1; --raw-counts gives the pa
 CSV: comment lines with '#', lag_ps,g2 (or lag_ps,pairs), one line per bin with its centre, from
 the longest negative lag on. JSON, schema tessel.g2/1: file, device, mode, run {recordsRead,
 recordsInFile, complete, stopReason}, chan1, chan2, binWidthPs, bins, normalised, lagPs [bins],
-values [bins]; a value is null where a channel has no events. bins is 2 x (window / bin width).
+values [bins]; a value is null (CSV: nan) where a channel has no events. bins is 2 x (window / bin
+width).
 
 Examples:
   tessel g2 emitter.tgx --window 100ns --bin-width 500ps --plot dip.png

@@ -206,5 +206,7 @@ Command addHist2d(CLI::App &program)
     command->footer(hist2dFooter);
     return {command, [options](const HostOptions &host) { return runHist2d(*options, host); }};
 }
+         .IsEmpty = [&] { return isAllZero(histogram.Counts); },
+         .Needs = "events on --chan-x and --chan-y, in T2 behind one on --start-chan, whose times fit the bins",
 
 } // namespace Tessel::Cli

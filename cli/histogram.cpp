@@ -160,7 +160,7 @@ Plot asPlot(const Recording &recording, const Histogram &histogram)
     plot.XMax = static_cast<double>(bins) * histogram.BinWidthPs * axis.Factor;
     for (int64_t row = 0; row < recording.NumRows; ++row) {
         const auto counts = histogram.row(row).first(bins);
-        if (total(counts) == 0) continue;
+        if (isAllZero(counts)) continue;
         Curve curve{.Name = fmt::format("{} ({})", rowName(recording, row),
                                         countText(static_cast<double>(total(counts)))),
                     .X = {},
@@ -179,6 +179,8 @@ int runHistogram(const HistogramOptions &options, const HostOptions &host)
         options.Measure, host,
         {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
          .Start = [&](uint8_t *finished) { getHistogram(nullptr, 0, 0, 0, histogram.Counts.data(), finished); },
+         .IsEmpty = [&] { return isAllZero(histogram.Counts); },
+         .Needs = "events, in T2 behind one on --ref-chan",
          .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
          .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
          .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); }});

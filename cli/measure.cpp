@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 
 namespace Tessel::Cli {
@@ -72,6 +73,7 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
     measurement.Prepare(measured.From);
     measured.Run = replay(measured.From, measurement.Start);
     noteSpeed(measured.Run);
+    if (measurement.IsEmpty()) warn(fmt::format("nothing was counted: that takes {}", measurement.Needs));
     if (wantsText(options.Result))
         writeResult(options.Result.File,
                     options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
@@ -116,6 +118,16 @@ boost::json::object firstKeys(const Measured &measured, std::string_view schema)
     boost::json::object keys = recordingKeys(measured.From, schema);
     keys["run"] = outcomeJson(measured.From, measured.Run);
     return keys;
+}
+
+bool isAllZero(std::span<const uint32_t> counts)
+{
+    return std::ranges::all_of(counts, [](uint32_t count) { return count == 0; });
+}
+
+bool isAllZero(std::span<const double> values)
+{
+    return std::ranges::none_of(values, [](double value) { return std::isfinite(value) && value != 0; });
 }
 
 std::string plotTitle(const Recording &recording)

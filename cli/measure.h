@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,6 +44,8 @@ struct Measurement
 {
     std::function<void(const Recording &)> Prepare; // parameters and memory
     std::function<void(uint8_t *finished)> Start;
+    std::function<bool()> IsEmpty; // nothing was counted
+    std::string_view Needs;        // what counting takes, for the warning if so
     std::function<std::string(const Measured &)> Csv;
     std::function<boost::json::object(const Measured &)> Json;
     std::function<Cli::Plot(const Measured &)> Plot;
@@ -67,6 +70,10 @@ boost::json::object recordingKeys(const Recording &recording, std::string_view s
 
 // The same and run.
 boost::json::object firstKeys(const Measured &measured, std::string_view schema);
+
+// Nothing was counted; a value that is infinite or no number counts as none.
+bool isAllZero(std::span<const uint32_t> counts);
+bool isAllZero(std::span<const double> values);
 
 // "decay.tgx, T3".
 std::string plotTitle(const Recording &recording);

@@ -31,6 +31,14 @@ bool isStandardOutput(const std::string &target)
     return target.empty() || target == "-";
 }
 
+void appendNumber(fmt::memory_buffer &text, auto value)
+{
+    if (std::isnan(static_cast<double>(value))) // without the sign that it may have
+        text.append(std::string_view("nan"));
+    else
+        fmt::format_to(std::back_inserter(text), "{}", value);
+}
+
 [[noreturn]] void fail(const ResultStream &stream, const std::string &why)
 {
     throw Failure(Exit::Failed, fmt::format("{}: {}", visibleText(stream.Target), why));
@@ -49,7 +57,7 @@ std::string csvText(const std::vector<std::string> &notes, std::span<const Colum
     for (size_t row = 0; row < rows; ++row) {
         for (size_t i = 0; i < columns.size(); ++i) {
             if (i) text.push_back(',');
-            std::visit([&](auto values) { fmt::format_to(out, "{}", values[row]); }, columns[i].Values);
+            std::visit([&](auto values) { appendNumber(text, values[row]); }, columns[i].Values);
         }
         text.push_back('\n');
     }

@@ -20,7 +20,7 @@ struct Column
     std::variant<std::span<const uint32_t>, std::span<const uint64_t>, std::span<const double>> Values;
 };
 
-// `notes` become comment lines; all columns have the same length.
+// `notes` become comment lines; all columns have the same length. What is no number is "nan".
 std::string csvText(const std::vector<std::string> &notes, std::span<const Column> columns);
 
 // What is infinite or no number is null.

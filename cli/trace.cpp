@@ -114,7 +114,7 @@ Plot asPlot(const Trace &trace, const Measured &measured)
     plot.XMax = std::max(to, from + width) * axis.Factor;
     for (int64_t row = 0; row < measured.From.NumRows; ++row) {
         const auto counts = trace.row(row);
-        if (std::all_of(counts.begin(), counts.end(), [](uint32_t count) { return count == 0; })) continue;
+        if (isAllZero(counts)) continue;
         Curve curve{.Name = rowName(measured.From, row), .X = {}, .Y = {counts.begin(), counts.end()}};
         for (size_t bin = 0; bin < counts.size(); ++bin)
             curve.X.push_back((from + (static_cast<double>(bin) + 0.5) * width) * axis.Factor);
@@ -132,6 +132,8 @@ int runTrace(const TraceOptions &options, const HostOptions &host)
                         [&](uint8_t *finished) {
                             getTimeTrace(nullptr, 0, 0, 0, trace.Counts.data(), &trace.EndBin, finished);
                         },
+                    .IsEmpty = [&] { return isAllZero(trace.Counts); },
+                    .Needs = "events within --history",
                     .Csv = [&](const Measured &measured) { return asCsv(trace, measured); },
                     .Json = [&](const Measured &measured) { return asJson(trace, measured); },
                     .Plot = [&](const Measured &measured) { return asPlot(trace, measured); }});
