@@ -29,6 +29,13 @@ struct AxisOptions
     uint64_t Bins = 100;
 };
 
+// For pairs that come too early or too late after the one before.
+struct RecoveryOptions
+{
+    std::string Min = "0", Max = "1s", OffsetX = "0", OffsetY = "0";
+    double Slope = 0;
+};
+
 struct Hist2dOptions
 {
     MeasureOptions Measure;
@@ -36,6 +43,7 @@ struct Hist2dOptions
     AxisOptions X{.Chan = 1}, Y{.Chan = 2};
     bool TimeOverThreshold = false;
     double Slope = 0;
+    RecoveryOptions Recovery;
 };
 
 struct Axis
@@ -44,9 +52,15 @@ struct Axis
     double lengthPs() const { return static_cast<double>(NumBins * BinWidthPs); }
 };
 
+struct Recovery
+{
+    uint64_t MinPs = 0, MaxPs = 0, OffsetXPs = 0, OffsetYPs = 0;
+};
+
 struct Hist2d
 {
     Axis X, Y;
+    Cli::Recovery Recovery;
     std::vector<uint32_t> Counts; // Y.NumBins rows of X.NumBins
 
     std::span<const uint32_t> row(size_t index) const
@@ -63,19 +77,44 @@ Axis axisOf(const AxisOptions &options, const std::string &letter, const Recordi
             .NumBins = options.Bins};
 }
 
-Hist2d prepared(const Hist2dOptions &options, const Recording &recording)
+Recovery recoveryOf(const RecoveryOptions &options)
 {
-    checkChannel("--start-chan", options.StartChan, recording);
-    Hist2d histogram{
-        .X = axisOf(options.X, "x", recording), .Y = axisOf(options.Y, "y", recording), .Counts = {}};
+    return {.MinPs = optionWholePs("--recovery-min", options.Min, 0),
+            .MaxPs = optionWholePs("--recovery-max", options.Max, 0),
+            .OffsetXPs = optionWholePs("--recovery-offset-x", options.OffsetX, 0),
+            .OffsetYPs = optionWholePs("--recovery-offset-y", options.OffsetY, 0)};
+}
+
+void checkFinite(const char *option, double value)
+{
+    if (!std::isfinite(value)) throw Failure(Exit::Usage, fmt::format("{}: a finite number", option));
+}
+
+void giveToLibrary(const Hist2dOptions &options, const Hist2d &histogram)
+{
     const Axis &x = histogram.X, &y = histogram.Y;
-    if (x.NumBins * y.NumBins > mostBins)
-        throw Failure(Exit::Usage, fmt::format("--bins-x and --bins-y: at most {} bins in all", mostBins));
-    if (!std::isfinite(options.Slope)) throw Failure(Exit::Usage, "--slope: a finite number");
+    const Recovery &recovery = histogram.Recovery;
     setHisto2dParams(nullptr, static_cast<uint8_t>(options.StartChan), static_cast<uint8_t>(options.X.Chan),
                      static_cast<uint8_t>(options.Y.Chan), x.OffsetPs, y.OffsetPs, x.BinWidthPs, y.BinWidthPs,
                      x.NumBins, y.NumBins);
     setHisto2dTotMode(nullptr, options.TimeOverThreshold ? 1 : 0, options.Slope);
+    setHisto2dRecoveryTimingCorrection(nullptr, recovery.MinPs, recovery.MaxPs, recovery.OffsetXPs,
+                                       recovery.OffsetYPs, options.Recovery.Slope);
+}
+
+Hist2d prepared(const Hist2dOptions &options, const Recording &recording)
+{
+    checkChannel("--start-chan", options.StartChan, recording);
+    checkFinite("--slope", options.Slope);
+    checkFinite("--recovery-slope", options.Recovery.Slope);
+    Hist2d histogram{.X = axisOf(options.X, "x", recording),
+                     .Y = axisOf(options.Y, "y", recording),
+                     .Recovery = recoveryOf(options.Recovery),
+                     .Counts = {}};
+    const Axis &x = histogram.X, &y = histogram.Y;
+    if (x.NumBins * y.NumBins > mostBins)
+        throw Failure(Exit::Usage, fmt::format("--bins-x and --bins-y: at most {} bins in all", mostBins));
+    giveToLibrary(options, histogram);
     histogram.Counts.assign(x.NumBins * y.NumBins, 0);
     return histogram;
 }
@@ -115,6 +154,15 @@ boost::json::object axisJson(const Axis &axis, int channel)
             {"bins", axis.NumBins}};
 }
 
+boost::json::object recoveryJson(const Recovery &recovery, double slope)
+{
+    return {{"minPs", recovery.MinPs},
+            {"maxPs", recovery.MaxPs},
+            {"offsetXPs", recovery.OffsetXPs},
+            {"offsetYPs", recovery.OffsetYPs},
+            {"slope", slope}};
+}
+
 boost::json::object asJson(const Hist2dOptions &options, const Hist2d &histogram, const Measured &measured)
 {
     boost::json::object result = firstKeys(measured, schema);
@@ -124,6 +172,7 @@ boost::json::object asJson(const Hist2dOptions &options, const Hist2d &histogram
     result["y"] = axisJson(histogram.Y, options.Y.Chan);
     result["timeOverThreshold"] = options.TimeOverThreshold;
     result["slope"] = options.Slope;
+    result["recovery"] = recoveryJson(histogram.Recovery, options.Recovery.Slope);
     result["total"] = total(histogram);
     boost::json::array rows;
     for (size_t row = 0; row < histogram.Y.NumBins; ++row) rows.push_back(jsonArray({"", histogram.row(row)}));
@@ -157,6 +206,8 @@ int runHist2d(const Hist2dOptions &options, const HostOptions &host)
         {.Prepare = [&](const Recording &recording) { histogram = prepared(options, recording); },
          .Start =
              [&](uint8_t *finished) { get2dHistogram(nullptr, 0, 0, 0, histogram.Counts.data(), finished); },
+         .IsEmpty = [&] { return isAllZero(histogram.Counts); },
+         .Needs = "events on --chan-x and --chan-y, in T2 behind one on --start-chan, whose times fit the bins",
          .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
          .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
          .Plot = [&](const Measured &measured) { return asPlot(options, histogram, measured); }});
@@ -173,17 +224,30 @@ void addAxisOptions(CLI::App &command, AxisOptions &axis, const std::string &let
         ->capture_default_str();
 }
 
+void addRecoveryOptions(CLI::App &command, RecoveryOptions &recovery)
+{
+    asTime(command.add_option("--recovery-min", recovery.Min,
+                              "Sooner after the pair before, a pair is corrected, bare in ps"));
+    asTime(command.add_option("--recovery-max", recovery.Max, "Later, a pair is corrected, bare in ps"));
+    asTime(command.add_option("--recovery-offset-x", recovery.OffsetX, "Added to x then, bare in ps"));
+    asTime(command.add_option("--recovery-offset-y", recovery.OffsetY, "Added to y then, bare in ps"));
+    command.add_option("--recovery-slope", recovery.Slope, "Added to --slope then")->capture_default_str();
+}
+
 constexpr const char *hist2dFooter =
     R"(Pairs of the last events of two channels by their times x and y since a common reference: the
 sync in T3, the last event of --start-chan in T2. With --tot y is the time over threshold, the
 event of y less that of x. x gains --slope ps for each ps of y, which straightens a time walk.
 In T3 the event after a pair counts it, once; in T2 each event after it until the next reference.
-What lies outside the bins isn't counted.
+What lies outside the bins isn't counted. A detector that has just fired answers at another time:
+a pair whose reference comes sooner than --recovery-min, or later than --recovery-max, after that
+of the pair before is counted with the other --recovery options.
 
 CSV: comment lines with '#', x_ps,y_ps,counts, one line per bin with its starts, row by row from
 the lowest y on. JSON, schema tessel.hist2d/1: file, device, mode, run {recordsRead,
 recordsInFile, complete, stopReason}, startChan (null in T3), x and y {channel, offsetPs,
-binWidthPs, bins}, timeOverThreshold, slope, total, counts [y.bins][x.bins].
+binWidthPs, bins}, timeOverThreshold, slope, recovery {minPs, maxPs, offsetXPs, offsetYPs, slope},
+total, counts [y.bins][x.bins].
 
 Examples:
   tessel hist2d pairs.tgx --bin-width-x 250ps --bin-width-y 250ps --plot map.png
@@ -202,11 +266,10 @@ Command addHist2d(CLI::App &program)
     addAxisOptions(*command, options->X, "x");
     addAxisOptions(*command, options->Y, "y");
     command->add_flag("--tot", options->TimeOverThreshold, "y is the time over threshold");
-    command->add_option("--slope", options->Slope, "ps of x for each ps of y")->capture_default_str();
+    command->add_option("--slope", options->Slope, "Added to x, in ps for each ps of y")->capture_default_str();
+    addRecoveryOptions(*command, options->Recovery);
     command->footer(hist2dFooter);
     return {command, [options](const HostOptions &host) { return runHist2d(*options, host); }};
 }
-         .IsEmpty = [&] { return isAllZero(histogram.Counts); },
-         .Needs = "events on --chan-x and --chan-y, in T2 behind one on --start-chan, whose times fit the bins",
 
 } // namespace Tessel::Cli

@@ -65,6 +65,7 @@ TEST(Measuring, G2GivesTheCorrelationOfTheLight)
         Arguments Options;
     } cases[] = {
         {"bunched", 1, 1e6, 5e5, 2e5, {"--rate", "500kcps", "--correlation-time", "1us", "--duration", "0.3s"}},
+        {"antibunched", -1, 2e4, 1e6, 5e3, {"--rate", "1Mcps", "--recovery", "20ns", "--duration", "0.3s"}},
         {"poisson", 0, 1e6, 5e5, 1e6, {"--rate", "500kcps", "--duration", "0.1s"}},
     };
     for (const auto &row : cases) {
@@ -198,6 +199,24 @@ TEST(Measuring, Hist2dKeepsItsAxesApart)
     EXPECT_NEAR(sumY / total, 3060, 60 + 5 * 3000 / std::sqrt(total));
 }
 
+// Each pair comes sooner than an hour after the one before, so all are corrected.
+TEST(Measuring, Hist2dCorrectsPairsByTheTimeSinceTheOneBefore)
+{
+    const TempFolder folder;
+    simulate(folder, {"--rate", "5Mcps", "--duration", "0.01s"});
+    const Arguments plain = {"hist2d", "light.tgx", "--bins-x", "50", "--bins-y", "50"};
+    Arguments corrected = plain;
+    corrected.insert(corrected.end(), {"--recovery-min", "1h", "--recovery-offset-x", "1ns",
+                                       "--recovery-offset-y", "200ps", "--recovery-slope", "0"});
+    const boost::json::object before = measured(folder, plain), after = measured(folder, corrected);
+    EXPECT_EQ(after.at("recovery").at("offsetXPs"), 1000);
+    EXPECT_GT(before.at("total").to_number<int>(), 100);
+    for (size_t y = 0; y < 48; ++y)
+        for (size_t x = 0; x < 40; ++x)
+            ASSERT_EQ(after.at("counts").at(y + 2).at(x + 10), before.at("counts").at(y).at(x))
+                << x << " " << y;
+}
+
 TEST(Measuring, WarnsWhereNothingIsCounted)
 {
     const TempFolder folder;
@@ -278,6 +297,8 @@ TEST(Measuring, RefusesWhatItCantMeasure)
         {{"hist2d", "light.tgx", "--chan-y", "9"}, "--chan-y 9"},
         {{"hist2d", "light.tgx", "--bins-x", "100000", "--bins-y", "100000"}, "at most"},
         {{"hist2d", "light.tgx", "--slope", "nan"}, "--slope"},
+        {{"hist2d", "light.tgx", "--recovery-slope", "inf"}, "--recovery-slope"},
+        {{"hist2d", "light.tgx", "--recovery-max", "0.5ps"}, "--recovery-max: whole picoseconds"},
         {{"unfold", "light.tgx", "--binary"}, "--binary needs -o"},
         {{"unfold", "light.tgx", "--binary", "--json", "-o", "x"}, "one form"},
         {{"simulate", "x.tgx", "--mode", "t2", "--light", "diffusing", "--molecules", "0"}, "--molecules"},
