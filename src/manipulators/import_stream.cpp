@@ -36,10 +36,11 @@ struct SourceBlock
     uint64_t *Count = nullptr; // null: no such block
 };
 
-// The block of a caller is his own again once the run's final record is gone.
+// The block of a caller is his own again once the run's final record is gone; what was left in it is kept in
+// the run's own.
 SourceBlock sourceBlock(MeasContext &source, Run &run)
 {
-    if (run.Request.Kind == MeasKind::ImportSource && run.ImportBlock.hasArrays())
+    if (run.ImportBlock.hasArrays())
         return {run.ImportBlock.Times.get(), run.ImportBlock.Channels.get(), &run.ImportBlock.Count};
     const RunRequest &request = run.Request;
     const bool isLive = std::any_of(source.Manis.begin(), source.Manis.end(),

@@ -7,6 +7,7 @@
 #include "measurements/threads.h"
 
 #include <algorithm>
+#include <new>
 
 namespace Tessel {
 
@@ -129,9 +130,25 @@ public:
         }
     }
 
-    void finish(RunRef &) {}
+    void finish(RunRef &run)
+    {
+        if (run.run->Request.Kind == MeasKind::Unfold && isImported(run.device().ID)) keepForImport(run);
+    }
 
 private:
+    // The host's block is the host's again once the run is over, and whoever imports may not have come as far.
+    static void keepForImport(RunRef &run)
+    {
+        std::lock_guard lock(run.context().ManisLock);
+        const UnfoldBlock block = unfoldBlock(*run.run);
+        EventStore &kept = run.run->ImportBlock;
+        if (!block.Times || !block.Channels || block.Count == 0) return;
+        if (!kept.allocate(block.Count)) throw std::bad_alloc();
+        append({kept.Times.get(), kept.Channels.get(), kept.Capacity, kept.Count},
+               {block.Times, block.Channels, block.Count}, 0, block.Count);
+        block.Count = 0;
+    }
+
     static void reportOverrun(const Device &device, Placed placed)
     {
         if (placed == Placed::Overwritten)

@@ -87,7 +87,7 @@ struct Run
     std::shared_ptr<TimeTraceWork> TimeTrace;     // guarded by ManisLock
     std::shared_ptr<CorrelationWork> Correlation; // guarded by ManisLock
 
-    EventStore ImportBlock;           // ImportSource: what the importing device takes; guarded by ManisLock
+    EventStore ImportBlock;           // what an importing device takes; guarded by ManisLock
     uint64_t UnfoldCountInternal = 0; // guarded by ManisLock
     uint64_t &unfoldCount() { return Request.UnfoldCount ? *Request.UnfoldCount : UnfoldCountInternal; }
 
