@@ -26,6 +26,22 @@ bool waitOver(Run &run, std::chrono::milliseconds patience)
     return run.OverSignal.wait_for(lock, patience, [&run] { return run.Over; });
 }
 
+namespace {
+
+// A stopped run hands on what it has read, for as long as that moves and a while at most.
+bool drains(Run &run)
+{
+    const auto deadline = std::chrono::steady_clock::now() + 2s;
+    uint64_t taken = 0;
+    do {
+        taken = run.Taken;
+        if (waitOver(run, 500ms)) return true;
+    } while (run.Taken != taken && std::chrono::steady_clock::now() < deadline);
+    return false;
+}
+
+} // namespace
+
 bool endRun(const DeviceRef &target)
 {
     auto run = liveRun(*target.context);
@@ -35,7 +51,7 @@ bool endRun(const DeviceRef &target)
         target.context->StopByHost = true;
         target.context->StopRequested = true;
     }
-    if (waitOver(*run, 2s)) return true;
+    if (drains(*run)) return true;
     target.context->AbortRequested = true;
     if (waitOver(*run, 10s)) return true;
     logErr(LogCategory::General, "Device: The measurement can't be stopped, its memory is left to it! @{}",

@@ -140,11 +140,16 @@ bool waitManipulators(RunRef &ref)
     auto isWaitedFor = [](const auto &record) { return record->Enabled && !record->StartedFlag; };
     std::vector<std::shared_ptr<Manipulator>> chain;
     auto willNotStart = [&](const auto &record) { return isWaitedFor(record) && record->ThreadGone; };
+    // Its source may be long in coming; the other stages come by themselves.
+    auto isImport = [&](const auto &record) {
+        return isWaitedFor(record) && record->Type == ManisType::ImportStream;
+    };
     for (int turn = 1; turn <= manipulatorStartTurns; ++turn) {
         chain = chainOf(ref.context());
         bool allStarted = std::none_of(chain.begin(), chain.end(), isWaitedFor);
         std::this_thread::sleep_for(10ms);
         if (allStarted || ref.context().AbortRequested) return allStarted;
+        if (ref.context().StopByHost && std::any_of(chain.begin(), chain.end(), isImport)) return false;
         if (std::any_of(chain.begin(), chain.end(), willNotStart)) break;
     }
     const std::string &id = ref.device().ID;
