@@ -61,6 +61,6 @@ int64_t getNumAllChans(const char16_t *id)
 {
     return guarded("getNumAllChans", int64_t{0}, [&] {
         DeviceRef target = deviceOf(id);
-        return static_cast<int64_t>(numAllChans(*target.device, *target.context));
+        return toldChans(*target.device, *target.context);
     });
 }

@@ -66,6 +66,9 @@ std::unique_lock<std::mutex> lockOwn(MeasContext &context, const std::shared_ptr
 // The records as they stand now.
 std::vector<std::shared_ptr<Manipulator>> chainOf(MeasContext &context);
 
+// What a host is told of the number of channels. Each stage that is ended takes one off, whatever it made, so
+// that it can be too small, even negative, until a stage is added.
+int64_t toldChans(const Device &device, const MeasContext &context);
 // Rows of a result: sync, inputs and the chain's channels; 0 if the device isn't initialised.
 uint64_t numAllChans(const Device &device, const MeasContext &context);
 

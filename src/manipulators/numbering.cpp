@@ -7,11 +7,16 @@
 
 namespace Tessel {
 
-uint64_t numAllChans(const Device &device, const MeasContext &context)
+int64_t toldChans(const Device &device, const MeasContext &context)
 {
     if (!device.IsInitialized) return 0;
     bool isStream = device.MeasMode == MeasMode::T2 || device.MeasMode == MeasMode::T3;
-    return static_cast<uint64_t>(device.NumChans) + 1 + (isStream ? context.ManisChans.load() : 0);
+    return int64_t{device.NumChans} + 1 + (isStream ? static_cast<int64_t>(context.ManisChans.load()) : 0);
+}
+
+uint64_t numAllChans(const Device &device, const MeasContext &context)
+{
+    return static_cast<uint64_t>(std::max<int64_t>(toldChans(device, context), 0));
 }
 
 namespace {

@@ -105,6 +105,26 @@ TEST_F(Chain, EndingAStageKeepsItsRecord)
     EXPECT_EQ(stage(1).OutChans, Bytes{6});
 }
 
+// Each ended stage takes a channel off, also one that made none, and also when it is ended again.
+TEST_F(Chain, MoreEndedStagesThanChannelsLeaveNoRows)
+{
+    addCountRate(target, 1000);
+    Manipulator &counter = *target.context->Manis[0];
+    {
+        std::lock_guard lock(counter.Lock);
+        counter.Rates.assign(5, 1.0f);
+        counter.StartedFlag = true;
+    }
+    for (int turn = 0; turn < 7; ++turn) endStage(target, 0);
+    EXPECT_EQ(toldChans(*target.device, *target.context), -2);
+    EXPECT_EQ(rows(), 0u);
+    std::vector<uint32_t> rates(8, 77);
+    EXPECT_TRUE(countRates(target, 0, rates.data()));
+    EXPECT_EQ(rates, std::vector<uint32_t>(8, 77));
+    addSubStream(target, 1, 2);
+    EXPECT_EQ(rows(), 5u);
+}
+
 TEST_F(Chain, ArgumentsAreBroughtIntoTheirRange)
 {
     const struct
