@@ -91,10 +91,10 @@ void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece)
 {
     const uint64_t last = piece.Times[piece.Count - 1];
     const uint64_t duration = RawTime(*stage.device).ps(last) - rate.Start;
-    if (duration < rate.Window || duration == 0) return; // even without a window: no rate without time
+    if (duration < rate.Window) return;
 
     constexpr float psPerSecond = 1e12f;
-    const auto span = static_cast<float>(duration);
+    const auto span = static_cast<float>(std::max<uint64_t>(duration, 1)); // without a window it can be 0
     auto own = lockOwn(*stage.context, stage.record);
     std::vector<float> &rates = stage.record->Rates;
     rate.Counters.resize(channelsSeen(stage));

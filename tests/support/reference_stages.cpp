@@ -225,10 +225,11 @@ void ReferenceCountRate::piece(const StreamForm &form, EventView in, EventSink &
     }
     if (in.count == 0) return;
     const uint64_t last = in.times[in.count - 1], d = form.ps(last) - start;
-    if (d < window || d == 0) return;
+    if (d < window) return;
+    const float span = d == 0 ? 1.0f : float(d);
     for (size_t c = 0; c < rows; ++c)
-        rates[c] = std::round(float(counters[c]) * (1.0f / float(d)) * 999999995904.0f);
-    if (form.t3) rates[0] = std::round(float((last >> 15) - firstSync) / float(d) * 999999995904.0f);
+        rates[c] = std::round(float(counters[c]) * (1.0f / span) * 999999995904.0f);
+    if (form.t3) rates[0] = std::round(float((last >> 15) - firstSync) / span * 999999995904.0f);
     start = 0;
     counters.assign(rows, 0);
 }
