@@ -214,8 +214,8 @@ void timeTraceCountPlain(TimeTraceWork &work, const T3Time &time, const uint64_t
 
 bool giveOutTrace(TimeTraceWork &work, uint32_t *trace, uint64_t rows, bool last)
 {
-    if (last) work.CurrentBin = std::min(work.CurrentBin + 1, work.NumBins - 1);
-    const uint64_t given = work.CurrentBin, numBins = work.NumBins;
+    const uint64_t numBins = work.NumBins;
+    const uint64_t given = last && numBins > 1 ? work.CurrentBin + 1 : work.CurrentBin;
     if (given == 0) return last;
     const uint64_t moved = std::min(numBins, work.Dropped + given);
     for (uint64_t row = 0; trace && row < std::min(rows, work.Rows); ++row) {

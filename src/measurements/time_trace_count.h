@@ -56,9 +56,9 @@ void timeTraceCountPlain(TimeTraceWork &work, const T3Time &time, const uint64_t
 
 // Moves the complete bins, and with `last` the one that is being counted, to the right end of each row of
 // `trace` (rows x NumBins), whose older bins move left. What the window has left behind is zero there. The
-// window then starts at the bin being counted. False, and nothing is done: there is no complete bin.
+// window then starts behind the bins that were moved. False, and nothing is done: there is no complete bin.
 //
-// A last bin at the very end of the window stays there: no more than NumBins - 1 bins are moved.
+// A window of one bin has none that is ever complete, and keeps it at the end too.
 bool giveOutTrace(TimeTraceWork &work, uint32_t *trace, uint64_t rows, bool last);
 
 } // namespace Tessel

@@ -49,7 +49,7 @@ void TraceReference::count(const Event &event)
 
 void TraceReference::giveOut(bool last)
 {
-    if (last) current = std::min<uint64_t>(current + 1, bins - 1);
+    if (last && bins > 1) ++current;
     if (current == 0) return;
     for (size_t r = 0; r < working.size(); ++r) {
         std::deque<uint32_t> row(given.begin() + static_cast<ptrdiff_t>(r * bins),
