@@ -13,8 +13,6 @@ using namespace TestSupport;
 
 namespace {
 
-using Arguments = std::vector<std::string>;
-
 void simulate(const TempFolder &folder, Arguments options)
 {
     options.insert(options.begin(), {"simulate", "light.tgx"});

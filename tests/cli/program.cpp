@@ -27,7 +27,6 @@ TEST(Program, RefusesWrongUsageAndMissingFiles)
     simulateDecays(folder);
     std::ofstream(folder.file("text.tgx")) << "no recording at all";
     std::ofstream(folder.file("empty.tgx"));
-    using Arguments = std::vector<std::string>;
     const struct
     {
         Arguments Given;

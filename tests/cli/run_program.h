@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -21,19 +20,13 @@
 
 namespace TestSupport {
 
+using Arguments = std::vector<std::string>;
+
 struct Ended
 {
     int Code = -1; // 128 + n if signal n ended it
     std::string Out, Err;
 };
-
-inline std::string contents(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 // One start of the program, in the folder, with its outputs in files there.
 struct Started
@@ -52,7 +45,7 @@ struct Started
     }
 };
 
-inline Started start(const TempFolder &folder, std::vector<std::string> arguments)
+inline Started start(const TempFolder &folder, Arguments arguments)
 {
     Started started{folder.path().string()};
     arguments.insert(arguments.begin(), TESSEL_PROGRAM);
@@ -69,7 +62,7 @@ inline Started start(const TempFolder &folder, std::vector<std::string> argument
     _exit(127);
 }
 
-inline Ended run(const TempFolder &folder, const std::vector<std::string> &arguments)
+inline Ended run(const TempFolder &folder, const Arguments &arguments)
 {
     return start(folder, arguments).wait();
 }

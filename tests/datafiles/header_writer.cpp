@@ -16,12 +16,6 @@ using namespace TestSupport;
 
 namespace {
 
-std::string contentOf(const std::string &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // Bit by bit, as the format describes it.
 uint32_t crcByHand(std::string bytes)
 {
@@ -149,7 +143,7 @@ TEST(HeaderWriter, BytesOfBothWritesAndTheirCrc)
     ASSERT_TRUE(writeHeader(header, device, context, false));
     ASSERT_TRUE(header.Complete);
 
-    std::string found = contentOf(folder.file("h.tgx"));
+    std::string found = contents(folder.file("h.tgx"));
     TgxFile opening = expectedHeader(found);
     addResults(opening, {1 / 80e6, 80e6, {100, 200}, 0, 0, 0, {1, 2, 3}});
     std::string expected = opening.header();
@@ -176,7 +170,7 @@ TEST(HeaderWriter, BytesOfBothWritesAndTheirCrc)
     size_t stopReason = expected.find("TTResult_StopReason") + 40;
     std::memset(expected.data() + stopReason, 0, 8);
     expected[stopReason] = 1;
-    found = contentOf(folder.file("h.tgx"));
+    found = contents(folder.file("h.tgx"));
     ASSERT_EQ(found.size(), expected.size() + 8);
     EXPECT_EQ(found.substr(0, expected.size() - 4), expected.substr(0, expected.size() - 4));
     EXPECT_EQ(storedCrc(found, expected.size()), crcByHand(found.substr(0, expected.size() - 4)));
@@ -194,7 +188,7 @@ TEST(HeaderWriter, CreatingTimeIsNow)
     double before = static_cast<double>(std::time(nullptr));
     writeHeader(header, device, context, false);
     double created;
-    std::memcpy(&created, contentOf(folder.file("h.tgx")).data() + 16 + 88 + 56 + 64 + 40, sizeof created);
+    std::memcpy(&created, contents(folder.file("h.tgx")).data() + 16 + 88 + 56 + 64 + 40, sizeof created);
     double seconds = (created - 25569.0) * 86400.0;
     EXPECT_GE(seconds, before - 0.001);
     EXPECT_LE(seconds, before + 10);
@@ -253,7 +247,7 @@ TEST(HeaderWriter, TagsThatDependOnTheDevice)
         device.RefSource = 11;
         LogCapture log;
         EXPECT_TRUE(writeHeader(header, device, context, false));
-        std::string found = contentOf(folder.file("h.tgx"));
+        std::string found = contents(folder.file("h.tgx"));
         EXPECT_NE(found.find(c.Expected.empty() ? "TTResultFormat_BitsPerRecord" : c.Expected), found.npos);
         EXPECT_EQ(found.find("File_Comment"), found.npos);
         EXPECT_TRUE(!c.Expected.empty() || found.find("TTResultFormat_TTTRRecType") == found.npos);
@@ -291,7 +285,7 @@ TEST(HeaderWriter, GlobalResolutionOfT2)
     for (bool update : {false, true}) {
         ASSERT_TRUE(writeHeader(header, device, context, update));
         std::string tag = TgxFile().tag("MeasDesc_GlobalResolution", (update ? 10.0 : 5.0) * 1e-12).header();
-        EXPECT_NE(contentOf(folder.file("h.tgx")).find(tag.substr(16, 48)), std::string::npos) << update;
+        EXPECT_NE(contents(folder.file("h.tgx")).find(tag.substr(16, 48)), std::string::npos) << update;
     }
 }
 
@@ -351,8 +345,8 @@ TEST(HeaderWriter, OverwriteOfACutHeaderSparesThePreamble)
     HeaderInWork header;
     header.Path = normalPath(folder.file("h.tgx"));
     writeHeader(header, device, context, false);
-    std::string before = contentOf(folder.file("h.tgx"));
+    std::string before = contents(folder.file("h.tgx"));
     EXPECT_TRUE(writeHeader(header, device, context, true));
     EXPECT_FALSE(header.Complete);
-    EXPECT_EQ(contentOf(folder.file("h.tgx")), before);
+    EXPECT_EQ(contents(folder.file("h.tgx")), before);
 }

@@ -11,7 +11,6 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
-#include <fstream>
 #include <limits>
 #include <sys/resource.h>
 
@@ -33,9 +32,7 @@ RecordingParams t3Params()
 
 std::vector<uint32_t> wordsBehind(const std::string &path, uint64_t offset)
 {
-    std::ifstream file(path, std::ios::binary);
-    file.seekg(static_cast<std::streamoff>(offset));
-    std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    const std::string bytes = contents(path).substr(offset);
     std::vector<uint32_t> words(bytes.size() / 4);
     std::memcpy(words.data(), bytes.data(), words.size() * 4);
     return words;

@@ -7,9 +7,7 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <sys/resource.h>
 
 using namespace Tessel;
@@ -50,12 +48,7 @@ protected:
         writer.FileOn = true;
         return writer;
     }
-    std::string content(const std::string &name) const
-    {
-        std::ostringstream text;
-        text << std::ifstream(folder.file(name)).rdbuf();
-        return text.str();
-    }
+    std::string content(const std::string &name) const { return contents(folder.file(name)); }
     static LogRecord record(std::string text)
     {
         return {LogSeverity::Wrn, LogCategory::Progress, evening * ticksPerSecond + 12, std::move(text)};

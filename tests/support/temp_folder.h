@@ -1,4 +1,4 @@
-// A folder of a test's own, removed with everything in it.
+// A folder of a test's own, removed with everything in it, and what stands in a file.
 #pragma once
 
 #include <filesystem>
@@ -20,5 +20,8 @@ public:
 private:
     std::filesystem::path folder;
 };
+
+// All bytes of the file; none if it isn't there.
+std::string contents(const std::filesystem::path &path);
 
 } // namespace TestSupport
