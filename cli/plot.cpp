@@ -127,7 +127,7 @@ void addMap(fmt::memory_buffer &script, const ColourMap &map)
 {
     auto out = std::back_inserter(script);
     const size_t rows = map.Columns ? map.Values.size() / map.Columns : 0;
-    fmt::format_to(out, "{}unset grid\nset cblabel {} noenhanced textcolor '#303030'\n", mapColours,
+    fmt::format_to(out, "{}unset grid\nset cblabel {} noenhanced textcolor '#303030' offset 1,0\n", mapColours,
                    quoted(map.Label));
     fmt::format_to(out, "set xrange [0:{:.10g}]\nset yrange [0:{:.10g}]\n",
                    static_cast<double>(map.Columns) * map.CellWidth,
