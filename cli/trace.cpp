@@ -30,7 +30,7 @@ struct TraceOptions
 };
 
 // Counts by row and column; the last column is the newest bin. There is one column more than asked for, at the
-// left: the library leaves it zero, and the last bin of the recording out, if the end fills its window.
+// left: the library gives out nothing where it has one column only.
 struct Trace
 {
     uint64_t NumBins = 0, BinWidthPs = 0; // asked for
@@ -142,7 +142,7 @@ int runTrace(const TraceOptions &options, const HostOptions &host)
 constexpr const char *traceFooter =
     R"(The last --history of the recording, in --bins bins of equal width (cut to whole picoseconds).
 What lies before the start of the recording is left out: with a history longer than the recording
-the trace is of all of it. With a shorter one the bin in which the recording ends may be left out.
+the trace is of all of it.
 
 CSV: comment lines with '#', one line of names (time_ps, sync, ch1, ch2, ...), one line per bin
 with the time of its start. JSON, schema tessel.trace/1: file, device, mode, run {recordsRead,
