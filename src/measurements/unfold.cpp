@@ -3,6 +3,7 @@
 // block has room.
 #include "measurements/unfold.h"
 
+#include "devices/lifecycle.h"
 #include "devices/primitives.h"
 #include "measurements/threads.h"
 
@@ -82,15 +83,15 @@ uint64_t timesOfChannel(const uint8_t *channels, const uint64_t *times, uint64_t
 
 namespace {
 
-// Whether a live run somewhere has a stage that imports from this device. No lock may be held: the import stage
-// takes those of both devices in its own order.
+// Whether a run somewhere, or one that is about to begin, has a stage that imports from this device. No lock
+// may be held: the import stage takes those of both devices in its own order.
 bool isImported(const std::string &id)
 {
     auto importsIt = [&id](const auto &record) {
         return record->Type == ManisType::ImportStream && record->SourceId == id;
     };
     for (const DeviceRef &other : allDevices()) {
-        if (!other.context->Measuring) continue;
+        if (other.context->Starts == 0 && !liveRun(*other.context)) continue;
         auto chain = chainOf(*other.context);
         if (std::any_of(chain.begin(), chain.end(), importsIt)) return true;
     }

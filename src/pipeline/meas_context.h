@@ -153,6 +153,7 @@ struct MeasContext
     std::mutex RunLock;              // guards CurrentRun
     std::shared_ptr<Run> CurrentRun; // the live run, or the last one
     std::mutex StartLock;            // one start at a time
+    std::atomic<int> Starts{0};      // runs that are being started and their import sources before them
     std::mutex EndLock;              // stages are ended and removed by one thread at a time
     std::atomic<bool> Closed{false}; // the device is gone: no run starts and no stage is added any more
 

@@ -77,6 +77,26 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     return run;
 }
 
+// A start under way, for its import sources: they are read before the run for which they are lives.
+class Start
+{
+public:
+    explicit Start(MeasContext &starting) : context(starting) { ++context.Starts; }
+    ~Start() { --context.Starts; }
+    Start(const Start &) = delete;
+    Start &operator=(const Start &) = delete;
+
+private:
+    MeasContext &context;
+};
+
+std::shared_ptr<Run> prepareAndStart(const DeviceRef &target, const RunRequest &request)
+{
+    const Start start(*target.context);
+    if (request.PrepareImports) prepareImportSources(target);
+    return commonStart(target, request);
+}
+
 } // namespace
 
 bool effectiveWait(const Device &device, uint32_t acqTimeMs, uint8_t waitFinished)
@@ -87,8 +107,7 @@ bool effectiveWait(const Device &device, uint32_t acqTimeMs, uint8_t waitFinishe
 
 void startMeasurement(const DeviceRef &target, RunRequest request)
 {
-    if (request.PrepareImports) prepareImportSources(target);
-    auto run = commonStart(target, request);
+    auto run = prepareAndStart(target, request);
     while (request.Blocking && !run->Finished) std::this_thread::sleep_for(3ms);
 }
 

@@ -3,6 +3,7 @@
 #include "support/random_words.h"
 #include "support/reference_stages.h"
 #include "support/tgx_file.h"
+#include "support/words.h"
 #include "tessel.h"
 
 #include <gtest/gtest.h>
@@ -119,6 +120,30 @@ TEST(Import, MergesTwoFilesByTime)
         for (int turn = 0; turn < 2; ++turn) // the source is started anew for each run
             expectSameEvents(measuredEvents(own, own.events.size() + source.events.size()), expected);
     }
+}
+
+// A source that is read to its end before the run for which it was started begins to take, and that is more
+// than the block between the two.
+TEST(Import, AllThatASourceHasReadEarlyComes)
+{
+    constexpr uint32_t records = 9'500'000;
+    constexpr uint64_t bins = 32768;
+    Host host;
+    std::vector<uint32_t> words(records);
+    for (uint32_t i = 0; i < records; ++i) words[i] = t2Event(0, i);
+    const Source source(host, words, "1");
+    const std::string ownFile = TgxFile::t3()
+                                    .tag("HW_SerialNo", "2")
+                                    .records({t3Event(0, 0, 0), t3Overflow(1000), t3Event(0, 0, 0)})
+                                    .write(host.folder().file("2.tgx"));
+    std::array<char, 8192> own{};
+    std::strncpy(own.data(), ownFile.c_str(), own.size() - 1);
+    getFileDevice(own.data());
+    addMImportStream(nullptr, source.c_str(), 1, nullptr, 0, 0);
+    Counts counts(4, bins);
+    Finished finished;
+    getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get());
+    EXPECT_EQ(counts.rowSum(3), records);
 }
 
 // The host measures the source itself; the stage takes the events from the host's block.
