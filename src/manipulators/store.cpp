@@ -37,7 +37,8 @@ void addManisStore(const DeviceRef &target, Run &run, const CopyStoreStarter &st
     record->Name = "Store";
     record->Type = ManisType::Store;
     record->HighWater = streamRecords();
-    record->Events.Capacity = streamRecords();
+    record->Events.Capacity =
+        run.Request.Kind == MeasKind::Unfold ? run.Request.UnfoldCapacity : streamRecords();
     record->StartedFlag = run.Request.Kind == MeasKind::Raw; // nobody reads it
     {
         ChainLocks locks(context);

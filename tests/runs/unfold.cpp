@@ -29,7 +29,7 @@ struct Recording
     std::string open(Host &host) const
     {
         auto file = t3 ? TgxFile::t3(channels, resolution) : TgxFile::t2(channels, resolution);
-        return host.open(file.tag("HW_SerialNo", "1").records(words).write(host.folder().file("a.tgx")));
+        return host.open(file, words);
     }
     Events events() const { return t3 ? decodeT3(words, channels) : decodeT2(words, channels, resolution); }
 };
@@ -153,6 +153,7 @@ TEST(UnfoldMeasure, FillsABlockThatTakesAll)
             Block::append(block.times, block.channelCodes, count, events);
             expectEqual(events, expected);
         }
+        EXPECT_EQ(host.logged("store.size " + std::to_string(expected.size()) + " @"), 2u);
     }
 }
 
