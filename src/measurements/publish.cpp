@@ -25,8 +25,10 @@ bool takeNewData(RunRef &run)
     MeasContext &context = run.context();
     if (!context.NewData || !context.Measuring || !hasResult(run.run->Request.Kind)) return false;
     std::scoped_lock lock(context.ManisLock, library().ResultLock);
+    // The other publisher may have been first: what has been counted since then isn't given out yet.
+    if (!context.NewData.exchange(false)) return false;
     giveOutResult(run);
-    return context.NewData.exchange(false);
+    return true;
 }
 
 void waitForHost(MeasContext &context)
