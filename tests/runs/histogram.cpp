@@ -1,37 +1,15 @@
 // Whole replays into histograms, through tessel.h, against a reference written apart.
 #include "support/host.h"
+#include "support/random_words.h"
 #include "support/reference.h"
 #include "support/tgx_file.h"
-#include "support/words.h"
 #include "tessel.h"
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 using namespace TestSupport;
 
 namespace {
-
-// Every kind of word, in random order.
-std::vector<uint32_t> randomWords(size_t count, bool t3, double overflowShare, uint32_t seed)
-{
-    std::mt19937 random(seed);
-    std::vector<uint32_t> words(count);
-    for (uint32_t &word : words) {
-        double kind = std::uniform_real_distribution<>(0, 1)(random);
-        uint32_t low = random() & 0x1FFFFFF;
-        if (kind < overflowShare)
-            word = t3 ? t3Overflow(1 + random() % 3) : t2Overflow(1 + random() % 3);
-        else if (kind < overflowShare + 0.01)
-            word = 1u << 31 | (1 + random() % 15) << 25 | low; // marker
-        else if (kind < overflowShare + 0.05 && !t3)
-            word = t2Sync(low);
-        else
-            word = (random() % 4) << 25 | low;
-    }
-    return words;
-}
 
 struct ReplayCase
 {
@@ -61,10 +39,9 @@ TEST_P(Replay, CountsAsTheReferenceDoes)
 {
     const ReplayCase &given = GetParam();
     Host host;
-    auto words = randomWords(given.words, given.t3, given.overflowShare, 17);
+    auto words = randomWords({given.words, given.t3, given.overflowShare, channels, 17, false});
     auto file = given.t3 ? TgxFile::t3(channels, resolution) : TgxFile::t2(channels, resolution);
-    ASSERT_FALSE(
-        host.open(file.tag("HW_SerialNo", "1").records(words).write(host.folder().file("a.tgx"))).empty());
+    ASSERT_FALSE(host.open(file, words).empty());
 
     Events events = given.t3 ? decodeT3(words, channels) : decodeT2(words, channels, resolution);
     for (int i = 0; i < given.merges; ++i) {

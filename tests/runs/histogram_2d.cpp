@@ -37,7 +37,7 @@ struct PairRun
 std::string open(Host &host, bool t3, const std::vector<uint32_t> &words)
 {
     auto file = t3 ? TgxFile::t3(channels, 4, 80e6) : TgxFile::t2(channels, resolution);
-    return host.open(file.tag("HW_SerialNo", "1").records(words).write(host.folder().file("a.tgx")));
+    return host.open(file, words);
 }
 
 } // namespace
@@ -146,13 +146,7 @@ TEST(Histogram2d, StepsOfASequence)
         Counts counts(10, 10);
         Finished finished;
         get2dHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
-        uint64_t steps = 0;
-        while (waitNewData(nullptr)) {
-            EXPECT_NEAR(static_cast<double>(counts.sum()), 100, 1);
-            ++steps;
-            gotNewData(nullptr);
-        }
+        EXPECT_EQ(takeSteps([&] { EXPECT_NEAR(static_cast<double>(counts.sum()), 100, 1); }), given.steps);
         EXPECT_TRUE(finished.isSet());
-        EXPECT_EQ(steps, given.steps);
     }
 }

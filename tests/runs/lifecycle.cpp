@@ -30,10 +30,7 @@ std::vector<uint32_t> countingWords(size_t count)
 
 std::string writeT3(const Host &host, size_t records, const std::string &name = "run.tgx")
 {
-    return TgxFile::t3()
-        .tag("HW_SerialNo", "7")
-        .records(countingWords(records))
-        .write(host.folder().file(name));
+    return TgxFile::t3().records(countingWords(records)).write(host.folder().file(name));
 }
 
 bool startHistogram(Counts &counts, Finished &finished)
@@ -160,11 +157,7 @@ TEST(Lifecycle, FilesThatCannotBeMeasuredEndTheirRunCleanly)
     for (const Case &given : cases) {
         SCOPED_TRACE(given.name);
         Host host;
-        TgxFile file = given.file;
-        ASSERT_FALSE(
-            host.open(
-                    file.tag("HW_SerialNo", "7").records(countingWords(10)).write(host.folder().file("f.tgx")))
-                .empty());
+        ASSERT_FALSE(host.open(given.file, countingWords(10)).empty());
         Counts counts(rows, 65536);
         Finished finished;
         EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
@@ -181,11 +174,7 @@ TEST(Lifecycle, FilesThatCannotBeMeasuredEndTheirRunCleanly)
 TEST(Lifecycle, AT2BinWidthOfZeroEndsTheRun)
 {
     Host host;
-    ASSERT_FALSE(host.open(TgxFile::t2()
-                               .tag("HW_SerialNo", "7")
-                               .records({t2Sync(5), t2Event(0, 9)})
-                               .write(host.folder().file("z.tgx")))
-                     .empty());
+    ASSERT_FALSE(host.open(TgxFile::t2(), {t2Sync(5), t2Event(0, 9)}).empty());
     setHistoT2NumBins(nullptr, 100);
     setHistoT2BinWidth(nullptr, 0);
     Counts counts(rows, 100);
@@ -254,8 +243,7 @@ TEST(Lifecycle, AStoppedSequenceWhoseHostIsAwayIsAborted)
 TEST(Lifecycle, AProcessMayEndInTheMiddleOfARun)
 {
     TempFolder folder;
-    std::string path =
-        TgxFile::t3().tag("HW_SerialNo", "7").records(countingWords(8'000'000)).write(folder.file("run.tgx"));
+    std::string path = TgxFile::t3().records(countingWords(8'000'000)).write(folder.file("run.tgx"));
     for (int i = 0; i < 3; ++i) {
         pid_t child = fork();
         if (child == 0) {

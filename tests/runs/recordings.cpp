@@ -34,11 +34,7 @@ TEST(Recordings, DecaysOfDiffusingMolecules)
         return static_cast<int>(std::find(std::begin(detectors), std::end(detectors), channel) - detectors);
     };
     Host host;
-    ASSERT_FALSE(host.open(TgxFile::t3(4, 4.0, 1 / 13.5e-9)
-                               .tag("HW_SerialNo", "1")
-                               .records(t3Words(*data, inputOf))
-                               .write(host.folder().file("molecules.tgx")))
-                     .empty());
+    ASSERT_FALSE(host.open(TgxFile::t3(4, 4.0, 1 / 13.5e-9), t3Words(*data, inputOf)).empty());
     Counts counts(5, 32768);
     Finished finished;
     getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get());
@@ -60,11 +56,7 @@ TEST(Recordings, PulsesOfASinglePhotonEmitter)
     Host host;
     auto inputOf = [](uint8_t channel) { return channel == 5 ? syncInput : channel - 1; };
     auto later = [](uint64_t time) { return time + 1'000'000; }; // a reference event at time 0 would not count
-    ASSERT_FALSE(host.open(TgxFile::t2(2, 1.0)
-                               .tag("HW_SerialNo", "1")
-                               .records(t2Words(*data, inputOf, later))
-                               .write(host.folder().file("emitter.tgx")))
-                     .empty());
+    ASSERT_FALSE(host.open(TgxFile::t2(2, 1.0), t2Words(*data, inputOf, later)).empty());
     setHistoT2NumBins(nullptr, bins);
     setHistoT2BinWidth(nullptr, width);
     setHistoT2RefChan(nullptr, 0);

@@ -37,10 +37,9 @@ struct Trace
     Finished finished;
 };
 
-void open(Host &host, TgxFile file, const std::vector<uint32_t> &words)
+void open(Host &host, const TgxFile &file, const std::vector<uint32_t> &words)
 {
-    ASSERT_FALSE(
-        host.open(file.tag("HW_SerialNo", "1").records(words).write(host.folder().file("a.tgx"))).empty());
+    ASSERT_FALSE(host.open(file, words).empty());
 }
 
 } // namespace
@@ -228,12 +227,8 @@ TEST(TimeTrace, StepsOfASequenceByTime)
     setSequenceMode(1, 1, static_cast<double>(wrapPs * 20) * 1e-12 - 1e-6);
     Trace trace(2, bins);
     trace.measure(0);
-    uint64_t steps = 0, counted = 0;
-    while (waitNewData(nullptr)) {
-        counted += trace.counts.sum();
-        ++steps;
-        gotNewData(nullptr);
-    }
+    uint64_t counted = 0;
+    const size_t steps = takeSteps([&] { counted += trace.counts.sum(); });
     EXPECT_TRUE(trace.finished.isSet());
     EXPECT_EQ(counted, events);
     EXPECT_EQ(steps, events / 20 + 1); // the last step comes with the end
@@ -252,12 +247,8 @@ TEST(TimeTrace, StepsOfASequenceByCount)
     setSequenceMode(2, 1, 1000);
     Trace trace(2, bins);
     trace.measure(0);
-    uint64_t steps = 0, counted = 0;
-    while (waitNewData(nullptr)) {
-        counted += trace.counts.sum();
-        ++steps;
-        gotNewData(nullptr);
-    }
+    uint64_t counted = 0;
+    const size_t steps = takeSteps([&] { counted += trace.counts.sum(); });
     EXPECT_EQ(counted, events);
     EXPECT_EQ(steps, 10u); // behind 1001, 2001, ... 9001 events, and the end
 }

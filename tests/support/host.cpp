@@ -37,6 +37,11 @@ std::string Host::open(const std::string &path)
     return getFileDevice(buffer.data()) ? buffer.data() : "";
 }
 
+std::string Host::open(TgxFile file, std::vector<uint32_t> words)
+{
+    return open(file.records(std::move(words)).write(temp.file("a.tgx")));
+}
+
 std::vector<std::string> Host::log()
 {
     std::string mark = "host sync " + std::to_string(++syncs);

@@ -3,12 +3,15 @@
 #pragma once
 
 #include "support/temp_folder.h"
+#include "support/tgx_file.h"
+#include "tessel.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace TestSupport {
@@ -27,6 +30,9 @@ public:
 
     // getFileDevice: the id, empty if no device was made.
     std::string open(const std::string &path);
+
+    // The same for a file that is written first.
+    std::string open(TgxFile file, std::vector<uint32_t> words);
 
     // Lines of the log that hold `part`, everything posted before included.
     size_t logged(std::string_view part);
@@ -69,6 +75,18 @@ struct Counts
 double described(std::string_view key);
 std::string describedText(std::string_view key);
 
+// Calls `take` at each step of a waiting sequence, until the run has ended; gives the number of steps.
+template <class Take>
+size_t takeSteps(Take take)
+{
+    size_t steps = 0;
+    for (; waitNewData(nullptr); ++steps) {
+        take();
+        gotNewData(nullptr);
+    }
+    return steps;
+}
+
 // Threads, open descriptors and resident memory (KiB) of this process.
 size_t threadCount();
 size_t descriptorCount();
@@ -76,19 +94,14 @@ size_t residentKiB();
 
 // True as soon as `condition` holds, false at the deadline.
 template <class Condition>
-bool eventually(Condition condition, std::chrono::milliseconds deadline = std::chrono::seconds(20));
-
-} // namespace TestSupport
-
-#include <thread>
-
-template <class Condition>
-bool TestSupport::eventually(Condition condition, std::chrono::milliseconds deadline)
+bool eventually(Condition condition, std::chrono::milliseconds deadline = std::chrono::seconds(20))
 {
-    auto end = std::chrono::steady_clock::now() + deadline;
+    const auto end = std::chrono::steady_clock::now() + deadline;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
 }
+
+} // namespace TestSupport

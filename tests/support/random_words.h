@@ -17,9 +17,9 @@ struct RandomWords
     double overflowShare = 0.07;
     uint32_t channels = 4;
     uint32_t seed = 1;
+    bool ascending = true; // time tags and sync numbers from overflow to overflow, as an instrument sends them
 };
 
-// Time tags and sync numbers grow from overflow to overflow, as an instrument sends them.
 inline std::vector<uint32_t> randomWords(const RandomWords &wanted)
 {
     std::mt19937 random(wanted.seed);
@@ -35,7 +35,8 @@ inline std::vector<uint32_t> randomWords(const RandomWords &wanted)
             tag = 0;
             continue;
         }
-        tag = std::min(tag + static_cast<uint32_t>(random() % step), range - 1);
+        tag = wanted.ascending ? std::min(tag + static_cast<uint32_t>(random() % step), range - 1)
+                               : static_cast<uint32_t>(random() % range);
         const uint32_t low = wanted.t3 ? static_cast<uint32_t>(random() % 32768) << 10 | tag : tag;
         if (kind < wanted.overflowShare + 0.01)
             word = 1u << 31 | static_cast<uint32_t>(1 + random() % 15) << 25 | low; // marker
