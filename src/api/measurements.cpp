@@ -42,7 +42,7 @@ bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
 bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth)
 {
     return guarded("setHistoT2BinWidth", false, [&] {
-        deviceOf(id).context->Histogram.HistoBinWidth = binWidth;
+        deviceOf(id).context->Params.Histogram.HistoBinWidth = binWidth;
         return true;
     });
 }
@@ -50,7 +50,7 @@ bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth)
 bool setHistoT2RefChan(const char16_t *id, uint8_t refChan)
 {
     return guarded("setHistoT2RefChan", false, [&] {
-        deviceOf(id).context->Histogram.HistoRefChan = refChan;
+        deviceOf(id).context->Params.Histogram.HistoRefChan = refChan;
         return true;
     });
 }
@@ -64,7 +64,7 @@ bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, double wind
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setCorrelationParams {} {} {} {} @{}", chan1, chan2, window,
                    limited, target.device->ID);
-        CorrelationParams &params = target.context->Correlation;
+        CorrelationParams &params = target.context->Params.Correlation;
         params.CorrMode = CorrMode::G2;
         params.CorrChan1 = chan1;
         params.CorrChan2 = chan2;
@@ -87,7 +87,7 @@ struct LagParams
 bool setLagParams(const char16_t *id, uint32_t mode, const LagParams &given, uint64_t *numPoints)
 {
     DeviceRef target = deviceOf(id);
-    CorrelationParams &params = target.context->Correlation;
+    CorrelationParams &params = target.context->Params.Correlation;
     params.CorrMode = mode;
     params.CorrChan1 = given.Chan1;
     params.CorrChan2 = given.Chan2;
@@ -144,14 +144,14 @@ bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, u
             logInf(LogCategory::Progress, "API getCorrelation {} {} {} @{}", acqTime,
                    static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
         const auto acqTimeMs = static_cast<uint32_t>(acqTime);
-        fillLagAxis(*target.device, target.context->Correlation, x);
+        fillLagAxis(*target.device, target.context->Params.Correlation, x);
         startMeasurement(target, {.Kind = MeasKind::Correlation,
                                   .AcqTimeMs = acqTimeMs,
                                   .Blocking = effectiveWait(*target.device, acqTimeMs, waitFinished),
                                   .SaveToFile = save != 0,
                                   .FinishedFlag = finished,
                                   .CorrResult = y});
-        if (LogLevel.Api) logFirstLag(*target.device, target.context->Correlation);
+        if (LogLevel.Api) logFirstLag(*target.device, target.context->Params.Correlation);
         return true;
     });
 }

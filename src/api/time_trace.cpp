@@ -29,7 +29,8 @@ bool setTimeTraceNumBins(const char16_t *id, int32_t numBins)
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setTimeTraceNumBins {} @{}", numBins, target.device->ID);
-        target.context->TimeTrace.TraceNumBins = static_cast<uint64_t>(int64_t{numBins}); // with its sign
+        target.context->Params.TimeTrace.TraceNumBins =
+            static_cast<uint64_t>(int64_t{numBins}); // with its sign
         return true;
     });
 }
@@ -40,7 +41,7 @@ bool setTimeTraceHistorySize(const char16_t *id, double seconds)
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setTimeTraceHistorySize {} @{}", seconds, target.device->ID);
-        target.context->TimeTrace.TraceHistorySize = truncated(seconds * 1e12);
+        target.context->Params.TimeTrace.TraceHistorySize = truncated(seconds * 1e12);
         return true;
     });
 }

@@ -8,9 +8,9 @@ using enum TagType;
 namespace {
 
 // Rows whose value bounds the index or the extension of others.
-constexpr int32_t CreatorSW_Modules = 17;
-constexpr int32_t HW_InpChannels = 34;
-constexpr int32_t HW_Markers = 45;
+constexpr int32_t CreatorSW_Modules = TagId::CreatorSW_Modules;
+constexpr int32_t HW_InpChannels = TagId::HW_InpChannels;
+constexpr int32_t HW_Markers = TagId::HW_Markers;
 constexpr int32_t HW_Modules = 49;
 constexpr int32_t HWRouter_Channels = 52;
 constexpr int32_t MeasDesc_Params = 104;

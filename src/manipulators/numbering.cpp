@@ -63,22 +63,22 @@ void numberChannels(Manipulator &record, int32_t oldIndex, uint64_t &next, int32
 }
 
 // Columns of a result that has a row for each channel.
-uint64_t columnsOf(const Device &device, const MeasContext &context, MeasKind kind)
+uint64_t columnsOf(const Run &run)
 {
-    switch (kind) {
-    case MeasKind::Histogram: return device.NumBins;
-    case MeasKind::TimeTrace: return context.TimeTrace.TraceNumBins;
+    switch (run.Request.Kind) {
+    case MeasKind::Histogram: return run.NumBins;
+    case MeasKind::TimeTrace: return run.Params.TimeTrace.TraceNumBins;
     default: return 0;
     }
 }
 
 // A stage that was added during a run has made rows: the result moves to an array of the run's own, and the
 // caller's stays as it is. ManisLock is held.
-void moveResult(const Device &device, MeasContext &context, uint64_t rows)
+void moveResult(MeasContext &context, uint64_t rows)
 {
     auto run = context.currentRun();
     if (!run) return;
-    uint64_t size = rows * columnsOf(device, context, run->Request.Kind);
+    uint64_t size = rows * columnsOf(*run);
     if (size == 0 || run->HistoSize == size) return;
     run->MovedHisto.assign(size, 0);
     run->HistoData = run->MovedHisto.data();
@@ -118,7 +118,7 @@ void rearrange(Device &device, MeasContext &context)
     for (const auto &record : context.Manis) numberChannels(*record, record->Index, next, device.NumChans);
     linkRecords(context.Manis);
     context.ManisChans = next - static_cast<uint64_t>(device.NumChans) - 1;
-    if (context.Measuring) moveResult(device, context, next);
+    if (context.Measuring) moveResult(context, next);
 }
 
 } // namespace Tessel

@@ -50,7 +50,7 @@ public:
 private:
     static HistogramShape shapeOf(RunRef &run, uint64_t numChans)
     {
-        uint64_t numBins = run.device().NumBins;
+        uint64_t numBins = run.run->NumBins;
         uint64_t rows = numBins && run.run->HistoData ? run.run->HistoSize / numBins : 0;
         return {run.run->HistoData, numBins, std::min(numChans, rows)};
     }
@@ -59,8 +59,8 @@ private:
     {
         if (isT2)
             countT2(block.Times, block.Channels, block.Count, shape.Histo,
-                    {run.run->LastRefTime, run.context().Histogram.HistoRefChan,
-                     run.context().Histogram.HistoBinWidth, shape.NumBins, shape.Rows});
+                    {run.run->LastRefTime, run.run->Params.Histogram.HistoRefChan,
+                     run.run->Params.Histogram.HistoBinWidth, shape.NumBins, shape.Rows});
         else
             countT3(block.Times, block.Channels, block.Count, shape.Histo, shape.NumBins, shape.Rows);
     }
@@ -92,7 +92,7 @@ private:
 
     void countEvent(RunRef &run, const HistogramShape &shape, uint64_t time, uint8_t channel)
     {
-        const HistogramParams &params = run.context().Histogram;
+        const HistogramParams &params = run.run->Params.Histogram;
         uint64_t &lastRef = run.run->LastRefTime;
         if (!isT2)
             countBin(run, shape, channel, time & RawTime::dtimeMask);

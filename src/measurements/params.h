@@ -1,4 +1,5 @@
-// Parameters of the measurements, one set a device. Written on the host's thread between runs.
+// Parameters of the measurements, one set a device. Written on the host's thread; a run goes by a copy from its
+// start.
 #pragma once
 
 #include <cstdint>
@@ -39,6 +40,14 @@ struct CorrelationParams
     uint64_t CorrBinWidth = 100;     // ps, g2
     uint64_t CorrMinLag = 50'000;    // ps, FCS and FFCS
     uint8_t CorrNormalize = 1;       // g2
+};
+
+struct MeasParams
+{
+    HistogramParams Histogram;
+    Histo2dParams Histo2d;
+    TimeTraceParams TimeTrace;
+    CorrelationParams Correlation;
 };
 
 } // namespace Tessel

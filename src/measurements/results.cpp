@@ -40,8 +40,7 @@ bool sizeCounts(RunRef &ref, uint64_t rows, uint64_t columns)
 
 bool sizeTrace(RunRef &run)
 {
-    const uint64_t rows = numAllChans(run.device(), run.context()),
-                   columns = run.context().TimeTrace.TraceNumBins;
+    const uint64_t rows = run.run->NumRows, columns = run.run->Params.TimeTrace.TraceNumBins;
     if (!fits(run, rows, columns)) return false;
     if (!makeTraceWork(run)) return refuse(run, "No memory for the time trace!");
     return sizeCounts(run, rows, columns);
@@ -63,15 +62,14 @@ bool hasResult(MeasKind kind)
 bool sizeResult(RunRef &run)
 {
     switch (run.run->Request.Kind) {
-    case MeasKind::Histogram:
-        return sizeCounts(run, numAllChans(run.device(), run.context()), run.device().NumBins);
+    case MeasKind::Histogram: return sizeCounts(run, run.run->NumRows, run.run->NumBins);
     case MeasKind::Histo2d:
-        return sizeCounts(run, run.context().Histo2d.H2dNumBinsX, run.context().Histo2d.H2dNumBinsY);
+        return sizeCounts(run, run.run->Params.Histo2d.H2dNumBinsX, run.run->Params.Histo2d.H2dNumBinsY);
     case MeasKind::TimeTrace: return sizeTrace(run);
     case MeasKind::ImportSource:
         return run.run->ImportBlock.allocate(streamRecords()) || refuse(run, "No memory for the import block!");
     case MeasKind::Correlation:
-        run.run->Correlation = setUpCorrelation(run.device(), run.context().Correlation);
+        run.run->Correlation = setUpCorrelation(run.device(), run.run->Params.Correlation);
         return true;
     default: return true;
     }
@@ -108,7 +106,7 @@ namespace {
 
 bool checkHistogram2d(const RunRef &run)
 {
-    const Histo2dParams &params = run.context().Histo2d;
+    const Histo2dParams &params = run.run->Params.Histo2d;
     if (params.H2dBinWidthX == 0 || params.H2dBinWidthY == 0)
         return refuse(run, "A two-dimensional histogram with a bin width of 0 ps, can't measure!");
     if (params.H2dNumBinsX == 0 || params.H2dNumBinsY == 0)
@@ -118,7 +116,7 @@ bool checkHistogram2d(const RunRef &run)
 
 bool checkTrace(const RunRef &run)
 {
-    const TimeTraceParams &params = run.context().TimeTrace;
+    const TimeTraceParams &params = run.run->Params.TimeTrace;
     if (params.TraceNumBins == 0) return refuse(run, "A time trace without bins, can't measure!");
     if (traceBinWidth(params.TraceHistorySize, params.TraceNumBins) == 0)
         return refuse(run, "A time trace with a bin width of 0 ps, can't measure!");
@@ -127,7 +125,7 @@ bool checkTrace(const RunRef &run)
 
 bool checkCorrelation(const RunRef &run)
 {
-    const CorrelationParams &params = run.context().Correlation;
+    const CorrelationParams &params = run.run->Params.Correlation;
     if (params.CorrMode == CorrMode::G2 && params.CorrBinWidth == 0)
         return refuse(run, "A correlation bin width of 0 ps, can't measure!");
     if (params.CorrMode != CorrMode::G2 && lagGridOf(run.device(), params).Edges[0] == 0)
@@ -146,7 +144,7 @@ bool checkParams(const RunRef &run)
         return refuse(run, "A resolution of 0 ps, can't measure!");
     switch (run.run->Request.Kind) {
     case MeasKind::Histogram:
-        if (isT2 && run.context().Histogram.HistoBinWidth == 0)
+        if (isT2 && run.run->Params.Histogram.HistoBinWidth == 0)
             return refuse(run, "A histogram bin width of 0 ps, can't measure!");
         return true;
     case MeasKind::Histo2d: return checkHistogram2d(run);

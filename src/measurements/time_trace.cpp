@@ -86,10 +86,10 @@ private:
 bool makeTraceWork(RunRef &run)
 {
     tellFirstBin(*run.run);
-    const TimeTraceParams &params = run.context().TimeTrace;
+    const TimeTraceParams &params = run.run->Params.TimeTrace;
     auto work = std::make_shared<TimeTraceWork>();
     work->BinWidth = traceBinWidth(params.TraceHistorySize, params.TraceNumBins);
-    if (!work->allocate(numAllChans(run.device(), run.context()), params.TraceNumBins)) return false;
+    if (!work->allocate(run.run->NumRows, params.TraceNumBins)) return false;
     run.run->TimeTrace = work;
     return true;
 }

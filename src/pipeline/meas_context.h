@@ -65,9 +65,17 @@ struct CorrelationWork;
 // Shared by the threads of the run and by the MeasContext, which keeps the last run for its result.
 struct Run
 {
-    explicit Run(const RunRequest &request) : Request(request) {}
+    explicit Run(const RunRequest &request, const MeasParams &params = {}, uint64_t numRows = 0,
+                 uint64_t numBins = 0)
+        : Request(request), Params(params), NumRows(numRows), NumBins(numBins)
+    {
+    }
 
+    // As they were when the host asked for the run: what its arrays are made for.
     const RunRequest Request;
+    const MeasParams Params;
+    const uint64_t NumRows; // of a result with a row a channel
+    const uint64_t NumBins; // columns of a histogram
 
     // The result; guarded by ManisLock.
     uint32_t *HistoData = nullptr;    // the caller's, or MovedHisto
@@ -145,10 +153,7 @@ struct MeasContext
     std::atomic<uint64_t> ResolutionPs{1};
     std::vector<CustomTag> CustomTags; // the host's thread
 
-    HistogramParams Histogram;
-    Histo2dParams Histo2d;
-    TimeTraceParams TimeTrace;
-    CorrelationParams Correlation;
+    MeasParams Params;
 
     std::mutex RunLock;              // guards CurrentRun
     std::shared_ptr<Run> CurrentRun; // the live run, or the last one

@@ -4,6 +4,7 @@
 #include "devices/primitives.h"
 #include "devices/result.h"
 #include "devices/truncated.h"
+#include "manipulators/chain.h"
 #include "pipeline/import_sources.h"
 #include "pipeline/measure_thread.h"
 
@@ -44,7 +45,8 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     std::lock_guard oneStart(context.StartLock);
     std::shared_ptr<Run> run;
     try {
-        run = std::make_shared<Run>(request);
+        run = std::make_shared<Run>(request, context.Params, numAllChans(*target.device, context),
+                                    target.device->NumBins);
     } catch (...) { // no memory even for that: whoever polls goes on all the same
         writeFinished(request.FinishedFlag, 1);
         throw;
