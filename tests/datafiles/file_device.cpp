@@ -1,83 +1,27 @@
 #include "datafiles/file_device.h"
 
 #include "log/text.h"
+#include "opened.h"
 #include "support/log_capture.h"
-#include "support/tgx_file.h"
 
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <chrono>
-#include <fstream>
 #include <functional>
 #include <limits>
-#include <memory>
-#include <sys/stat.h>
 
 using namespace Tessel;
 using namespace TestSupport;
 
 namespace {
 
-// A file as a device.
-struct Opened
+template <class T>
+std::string shown(const T &value)
 {
-    Device device;
-    MeasContext context;
-    bool good = false;
-};
-
-std::unique_ptr<Opened> openPath(const std::string &path)
-{
-    auto opened = std::make_unique<Opened>();
-    opened->good = readTgxFile(path, opened->device, opened->context);
-    return opened;
-}
-
-std::unique_ptr<Opened> openBytes(const TgxFile &file, const std::string &name = "a.tgx")
-{
-    TempFolder folder;
-    return openPath(file.write(folder.file(name)));
-}
-
-// Quiet while thousands of files are opened.
-struct QuietDataFile
-{
-    QuietDataFile() { LogLevel.DataFile = false; }
-    ~QuietDataFile() { LogLevel.DataFile = true; }
-};
-
-std::string shown(double value)
-{
-    return fmt::format("{}", value);
-}
-std::string shown(int64_t value)
-{
-    return fmt::format("{}", value);
-}
-std::string shown(int32_t value)
-{
-    return fmt::format("{}", value);
-}
-std::string shown(uint32_t value)
-{
-    return fmt::format("{}", value);
-}
-std::string shown(uint64_t value)
-{
-    return fmt::format("{}", value);
-}
-std::string shown(const std::string &value)
-{
-    return value;
-}
-std::string shown(MeasMode value)
-{
-    return fmt::format("{}", static_cast<int32_t>(value));
-}
-std::string shown(StopReason value)
-{
-    return fmt::format("{}", static_cast<int32_t>(value));
+    if constexpr (std::is_enum_v<T>)
+        return shown(static_cast<int32_t>(value));
+    else
+        return fmt::format("{}", value);
 }
 std::string shown(const std::vector<int32_t> &values)
 {
@@ -129,21 +73,7 @@ See startWord(size_t word)
     return [=](const Opened &opened) { return shown(opened.context.Description.StartWords.at(word)); };
 }
 
-uint64_t bits(double value)
-{
-    return std::bit_cast<uint64_t>(value);
-}
-
 const double infinite = std::numeric_limits<double>::infinity();
-
-TgxFile one(std::string_view name, auto value, int32_t idx = -1)
-{
-    return TgxFile().tag(name, value, idx);
-}
-TgxFile mode(int measMode)
-{
-    return TgxFile().tag("Measurement_Mode", measMode);
-}
 
 } // namespace
 
@@ -349,164 +279,4 @@ TEST(FileDevice, FreshDescriptionIsOfNow)
     EXPECT_EQ(static_cast<int64_t>(words) * 10, description.StartTime);
     EXPECT_EQ(description.AveSyncPeriod, 1e300);
     EXPECT_EQ(description.StopReason, StopReason::Unknown);
-}
-
-TEST(FileDevice, WhatIsNoFileMakesNoDevice)
-{
-    TempFolder folder;
-    std::string pipe = folder.file("pipe");
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const std::string &path :
-         {folder.file("absent.tgx"), folder.path().string(), pipe, std::string("/dev/zero"), std::string()}) {
-        LogCapture log;
-        EXPECT_FALSE(openPath(path)->good) << path;
-        EXPECT_EQ(log.count(fmt::format("ERR File: {} read Error!", normalPath(path))), 1u) << path;
-    }
-}
-
-TEST(FileDevice, OddFilesMakeADeviceOfDefaults)
-{
-    std::string tooLate(300000, 'x');
-    const std::string cut = TgxFile().header();
-    struct Case
-    {
-        std::string_view Title;
-        TgxFile File;
-        uint64_t DataStart;
-        int32_t MeasMode; // 3 unless the tag was read
-        std::string Line;
-    };
-    const std::string emptyTag = "WRN Empty Tag @ OpenTGXFile ";
-    const Case cases[] = {
-        {"any preamble", mode(2).preamble("NOTOURS!", "9.9"), 112, 2, "INF Preamble: NOTOURS! v9.9"},
-        {"no end", mode(2).withoutEnd(), 0, 3, ""},
-        {"end beyond the image", mode(2).tag("$Comment", tooLate), 0, 3, ""},
-        {"end with a block that isn't there",
-         mode(2).withoutEnd().raw("Header_End", -1, Type::AnsiString, uint64_t{1} << 40), 0, 3, ""},
-        {"block runs past the end tag", mode(2).raw("$Comment", -1, Type::AnsiString, 1000), 160, 2, emptyTag},
-        {"block of all ones", mode(2).raw("$Comment", -1, Type::BinaryBlob, ~uint64_t{0}), 160, 2, emptyTag},
-        {"block that would wrap to itself", mode(2).raw("x", -1, Type::BinaryBlob, ~uint64_t{47}), 160, 2,
-         emptyTag},
-        {"empty name", TgxFile().tag("", 5).tag("Measurement_Mode", 2), 160, 3, emptyTag},
-        {"end's name in a text", mode(2).tag("$Comment", "Header_End"), 16 + 48 + 48 + 48, 2, emptyTag},
-        {"control bytes", one("HW_Type", "\x1b[2J"), 16 + 48 + 8 + 48, 3,
-         "ERR File: Not supported HW_Type: \\x1B[2J!"},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.Title);
-        LogCapture log;
-        auto opened = openBytes(c.File);
-        EXPECT_TRUE(opened->good);
-        EXPECT_EQ(opened->device.DataStart, c.DataStart);
-        EXPECT_EQ(static_cast<int32_t>(opened->device.MeasMode), c.MeasMode);
-        EXPECT_EQ(log.count(emptyTag), c.Line == emptyTag ? 1u : 0u);
-        EXPECT_TRUE(c.Line.empty() || log.count(c.Line) == 1);
-    }
-}
-
-TEST(FileDevice, EmptyFile)
-{
-    TempFolder folder;
-    std::string path = TgxFile().preamble("", "").withoutEnd().write(folder.file("e.tgx"));
-    std::filesystem::resize_file(path, 0);
-    LogCapture log;
-    auto opened = openPath(path);
-    EXPECT_TRUE(opened->good);
-    EXPECT_EQ(opened->device.DataStart, 0u);
-    EXPECT_EQ(log.count(fmt::format("ERR File: {} empty!", normalPath(path))), 1u);
-}
-
-TEST(FileDevice, OutOfRangeIsToldOnceAKind)
-{
-    LogCapture log;
-    openBytes(one("HW_InpChannels", -1)
-                  .tag("HW_Markers", 5000)
-                  .tag("HWInpChan_Offset", 1, -1)
-                  .tag("HWMarkers_Enabled", 1, 9999)
-                  .tag("HWInpChan_Name", "x", 3));
-    EXPECT_EQ(log.count("is out of range and ignored"), 2u);
-    EXPECT_EQ(log.count("WRN File: HW_InpChannels [-1] value -1 is out of range"), 1u);
-    EXPECT_EQ(log.count("WRN File: HWInpChan_Offset [-1] value 1 is out of range"), 1u);
-}
-
-TEST(FileDevice, IdFitsTheHostsBuffer)
-{
-    QuietDataFile quiet;
-    std::string serial;
-    while (serial.size() < 20000) serial += "\u00e9"; // two bytes each
-    for (const char *name : {"c.tgx", "cc.tgx"}) {
-        auto opened = openBytes(one("HW_SerialNo", serial), name);
-        const std::string &id = opened->device.ID;
-        EXPECT_LE(id.size() + 1, 8192u);
-        EXPECT_GE(id.size() + 1, 8190u);
-        EXPECT_TRUE(id.ends_with(std::string("\u00e9@") + name)) << "cut between two characters";
-    }
-}
-
-TEST(FileDevice, TraceOfEveryType)
-{
-    struct Case
-    {
-        TgxFile File;
-        std::string_view Line; // behind the type's name
-    };
-    auto number = [](uint32_t type, uint64_t value) { return TgxFile().raw("x", 7, type, value); };
-    const Case cases[] = {
-        {number(Type::Empty8, 5), "Empty8          "},
-        {number(Type::Bool8, ~uint64_t{0}), "Bool8            tValue:               -1"},
-        {number(Type::Int8, 42), "Int8             tValue:               42"},
-        {number(Type::BitSet64, 255), "BitSet64         tValue:               ff"},
-        {number(Type::Color8, 255), "Color8           tValue:                               ff"},
-        {number(Type::Float8, bits(1.5)), "Float8           tValue:         1.50e+00"},
-        {number(Type::TDateTime, bits(25569.5)), "TDateTime        tValue: 01.01.70 12:00:00"},
-        {number(Type::TDateTime, bits(std::nan(""))), "TDateTime        tValue: 01.01.70 00:00:00"},
-        {number(Type::TDateTime, bits(1e300)), "TDateTime        tValue: 31.12.99 23:59:59"},
-        {one("x", "te\x01xt", 7), "AnsiString       tValue: te\\x01xt"},
-        {TgxFile().wide("x", u"t\u00e9", 7), "WideString       tValue: t\u00e9"},
-        {TgxFile().raw("x", 7, Type::BinaryBlob, 3, "\x01\xFF\x02"), "BinaryBlob       tValue: 1, 255, 2, "},
-        {TgxFile().raw("x", 7, Type::Float8Array, 0), "Float8Array      tValue: "},
-        {number(0x1234, 42), "InvalidType      tValue:               42"},
-    };
-    for (const Case &c : cases) {
-        LogCapture log;
-        openBytes(c.File);
-        std::string head = "INF Identifier: x                                Idx:                7 Type: ";
-        size_t found = 0;
-        for (const std::string &line : log.lines()) found += line == head + std::string(c.Line);
-        EXPECT_EQ(found, 1u) << c.Line;
-    }
-}
-
-// Nothing of a broken header may crash, hang or read beyond its bytes.
-TEST(FileDevice, EveryPrefixAndEveryFlippedByte)
-{
-    QuietDataFile quiet;
-    TempFolder folder;
-    TgxFile file = TgxFile::t3(2).tag("File_Comment", "c").wide("AnaChName", u"wide", 0);
-    file.raw("ChkHistogram", -1, Type::BinaryBlob, 3, "abc").tag("HW_Markers", 4).tag("HWInpChan_Name", "n", 1);
-    const std::string whole = file.bytes();
-    std::string path = file.write(folder.file("f.tgx"));
-    auto openIt = [&] {
-        auto opened = openPath(path);
-        EXPECT_TRUE(opened->good);
-        EXPECT_LE(opened->device.DataStart, whole.size());
-        EXPECT_LE(opened->device.ChansCfg.size(), 4096u);
-    };
-    LogCapture log;
-    std::fstream stream(path, std::ios::binary | std::ios::in | std::ios::out);
-    auto put = [&](size_t at, int byte) {
-        stream.seekp(static_cast<std::streamoff>(at));
-        stream.put(static_cast<char>(byte)).flush();
-    };
-    for (size_t at = 0; at < whole.size(); ++at) {
-        for (int flip : {0xFF, 0x80, 0x01, 0x20}) {
-            put(at, whole[at] ^ flip);
-            openIt();
-        }
-        put(at, whole[at]);
-    }
-    for (size_t size = whole.size(); size-- > 0;) {
-        std::filesystem::resize_file(path, size);
-        openIt();
-    }
 }

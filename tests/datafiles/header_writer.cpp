@@ -74,15 +74,21 @@ void describe(Device &device, MeasContext &context)
     addIntTag(context.CustomTags, "MyTag", 77, 3);
 }
 
+// File_CreatingTime, behind preamble, File_GUID and the creator's name and version.
+double createdIn(const std::string &bytes)
+{
+    double days;
+    std::memcpy(&days, bytes.data() + 16 + 88 + 56 + 64 + 40, sizeof days);
+    return days;
+}
+
 // What `describe` must become; File_GUID and File_CreatingTime as they were found. The end tag has no CRC yet.
 TgxFile expectedHeader(const std::string &found)
 {
     TgxFile file;
     file.tag("File_GUID", found.substr(64, 38)).tag("CreatorSW_Name", "Tessel");
     file.tag("CreatorSW_Version", "Tessel v1.2.3.7");
-    double created;
-    std::memcpy(&created, found.data() + 16 + 88 + 56 + 64 + 40, sizeof created);
-    file.dateTime("File_CreatingTime", created).tag("File_Comment", "two lines");
+    file.dateTime("File_CreatingTime", createdIn(found)).tag("File_Comment", "two lines");
     file.tag("Measurement_Mode", 3).tag("Measurement_SubMode", 1).tag("TTResult_StopReason", -1);
     file.raw("Fast_Load_End", -1, Type::Empty8, 0);
     file.tag("CreatorSW_Modules", 2);
@@ -129,40 +135,50 @@ void addResults(TgxFile &file, const Results &results)
     file.tag("MyTag", 77, 3);
 }
 
+// A header of a device in a file of its own.
+struct Header
+{
+    Header() { inWork.Path = normalPath(folder.file("h.tgx")); }
+
+    bool write(bool update = false) { return writeHeader(inWork, device, context, update); }
+    std::string bytes() const { return contents(folder.file("h.tgx")); }
+
+    TempFolder folder;
+    Device device;
+    MeasContext context;
+    HeaderInWork inWork;
+};
+
 } // namespace
 
 TEST(HeaderWriter, BytesOfBothWritesAndTheirCrc)
 {
-    TempFolder folder;
-    Device device;
-    MeasContext context;
-    describe(device, context);
-    HeaderInWork header;
-    header.Path = normalPath(folder.file("h.tgx"));
-    header.Libraries = {{"LM70lib", "1.0"}, {"CDlib", "3.1"}};
-    ASSERT_TRUE(writeHeader(header, device, context, false));
-    ASSERT_TRUE(header.Complete);
+    Header header;
+    describe(header.device, header.context);
+    header.inWork.Libraries = {{"LM70lib", "1.0"}, {"CDlib", "3.1"}};
+    ASSERT_TRUE(header.write());
+    ASSERT_TRUE(header.inWork.Complete);
 
-    std::string found = contents(folder.file("h.tgx"));
+    std::string found = header.bytes();
     TgxFile opening = expectedHeader(found);
     addResults(opening, {1 / 80e6, 80e6, {100, 200}, 0, 0, 0, {1, 2, 3}});
     std::string expected = opening.header();
     ASSERT_EQ(found.size(), expected.size());
-    EXPECT_EQ(header.Length, expected.size());
+    EXPECT_EQ(header.inWork.Length, expected.size());
     EXPECT_EQ(found.substr(0, found.size() - 4), expected.substr(0, expected.size() - 4));
     EXPECT_EQ(storedCrc(found, found.size()), crcByHand(found.substr(0, found.size() - 4)));
 
-    std::ofstream(folder.file("h.tgx"), std::ios::binary | std::ios::app) << "records!";
-    MeasDescription &description = context.Description;
+    std::ofstream(header.folder.file("h.tgx"), std::ios::binary | std::ios::app) << "records!";
+    MeasDescription &description = header.context.Description;
     description.AveSyncRate = 40e6;
     description.StopReason = StopReason::Manual;
     description.StopAfter = 1999;
     description.NumRecs = 2;
     description.WarningsFlag = 5;
     description.StartWords = {4, 5, 6};
-    device.Comment = "is written at first only";
-    ASSERT_TRUE(writeHeader(header, device, context, true));
-    EXPECT_TRUE(header.Complete);
+    header.device.Comment = "is written at first only";
+    ASSERT_TRUE(header.write(true));
+    EXPECT_TRUE(header.inWork.Complete);
 
     TgxFile final = expectedHeader(found);
     addResults(final, {1 / 40e6, 40e6, {0, 100}, 1999, 2, 5, {4, 5, 6}});
@@ -170,7 +186,7 @@ TEST(HeaderWriter, BytesOfBothWritesAndTheirCrc)
     size_t stopReason = expected.find("TTResult_StopReason") + 40;
     std::memset(expected.data() + stopReason, 0, 8);
     expected[stopReason] = 1;
-    found = contents(folder.file("h.tgx"));
+    found = header.bytes();
     ASSERT_EQ(found.size(), expected.size() + 8);
     EXPECT_EQ(found.substr(0, expected.size() - 4), expected.substr(0, expected.size() - 4));
     EXPECT_EQ(storedCrc(found, expected.size()), crcByHand(found.substr(0, expected.size() - 4)));
@@ -179,17 +195,11 @@ TEST(HeaderWriter, BytesOfBothWritesAndTheirCrc)
 
 TEST(HeaderWriter, CreatingTimeIsNow)
 {
-    TempFolder folder;
-    Device device;
-    MeasContext context;
-    HeaderInWork header;
-    header.Path = normalPath(folder.file("h.tgx"));
+    Header header;
     setenv("TZ", "UTC", 1);
     double before = static_cast<double>(std::time(nullptr));
-    writeHeader(header, device, context, false);
-    double created;
-    std::memcpy(&created, contents(folder.file("h.tgx")).data() + 16 + 88 + 56 + 64 + 40, sizeof created);
-    double seconds = (created - 25569.0) * 86400.0;
+    header.write();
+    double seconds = (createdIn(header.bytes()) - 25569.0) * 86400.0;
     EXPECT_GE(seconds, before - 0.001);
     EXPECT_LE(seconds, before + 10);
 }
@@ -233,21 +243,17 @@ TEST(HeaderWriter, TagsThatDependOnTheDevice)
         {"LM70 clock", LM70, "", T3, clock(3)},
         {"no family, no clock", Undefined, "", T3, clock(0)},
     };
-    TempFolder folder;
     for (const Case &c : cases) {
         SCOPED_TRACE(c.Title);
-        Device device;
-        MeasContext context;
-        HeaderInWork header;
-        header.Path = normalPath(folder.file("h.tgx"));
-        device.LibType = c.Family;
-        device.Model = c.Model;
-        device.MeasMode = c.Mode;
-        device.BaseResolution = 4.0;
-        device.RefSource = 11;
+        Header header;
+        header.device.LibType = c.Family;
+        header.device.Model = c.Model;
+        header.device.MeasMode = c.Mode;
+        header.device.BaseResolution = 4.0;
+        header.device.RefSource = 11;
         LogCapture log;
-        EXPECT_TRUE(writeHeader(header, device, context, false));
-        std::string found = contents(folder.file("h.tgx"));
+        EXPECT_TRUE(header.write());
+        std::string found = header.bytes();
         EXPECT_NE(found.find(c.Expected.empty() ? "TTResultFormat_BitsPerRecord" : c.Expected), found.npos);
         EXPECT_EQ(found.find("File_Comment"), found.npos);
         EXPECT_TRUE(!c.Expected.empty() || found.find("TTResultFormat_TTTRRecType") == found.npos);
@@ -258,34 +264,26 @@ TEST(HeaderWriter, TagsThatDependOnTheDevice)
 
 TEST(HeaderWriter, ReferenceSourceThatTheFamilyRefuses)
 {
-    TempFolder folder;
-    Device device;
-    MeasContext context;
-    HeaderInWork header;
-    header.Path = normalPath(folder.file("h.tgx"));
-    device.LibType = LibType::LM70;
-    device.ID = "77";
-    device.RefSource = 5;
+    Header header;
+    header.device.LibType = LibType::LM70;
+    header.device.ID = "77";
+    header.device.RefSource = 5;
     LogCapture log;
-    writeHeader(header, device, context, false);
+    header.write();
     EXPECT_EQ(log.count("WRN Config: Initialize is not supported for RefSource 5 @77"), 1u);
 }
 
 // At first it is the base resolution, in the end the resolution.
 TEST(HeaderWriter, GlobalResolutionOfT2)
 {
-    TempFolder folder;
-    Device device;
-    MeasContext context;
-    HeaderInWork header;
-    header.Path = normalPath(folder.file("h.tgx"));
-    device.MeasMode = MeasMode::T2;
-    device.BaseResolution = 5.0;
-    device.Resolution = 10.0;
+    Header header;
+    header.device.MeasMode = MeasMode::T2;
+    header.device.BaseResolution = 5.0;
+    header.device.Resolution = 10.0;
     for (bool update : {false, true}) {
-        ASSERT_TRUE(writeHeader(header, device, context, update));
+        ASSERT_TRUE(header.write(update));
         std::string tag = TgxFile().tag("MeasDesc_GlobalResolution", (update ? 10.0 : 5.0) * 1e-12).header();
-        EXPECT_NE(contents(folder.file("h.tgx")).find(tag.substr(16, 48)), std::string::npos) << update;
+        EXPECT_NE(header.bytes().find(tag.substr(16, 48)), std::string::npos) << update;
     }
 }
 
@@ -295,41 +293,34 @@ TEST(HeaderWriter, HeadersThatFail)
     struct Case
     {
         std::string_view Title;
-        void (*Spoil)(Device &, MeasContext &, HeaderInWork &);
+        void (*Spoil)(Header &);
         std::string_view Line;
     };
     const Case cases[] = {
-        {"no folder", [](Device &, MeasContext &, HeaderInWork &header) { header.Path += "\\x\\y"; },
-         "ERR File: Write TGX header "},
-        {"channel row beyond the channels",
-         [](Device &device, MeasContext &, HeaderInWork &) { device.ChansCfg[1].Index = 2; },
+        {"no folder", [](Header &header) { header.inWork.Path += "\\x\\y"; }, "ERR File: Write TGX header "},
+        {"channel row beyond the channels", [](Header &header) { header.device.ChansCfg[1].Index = 2; },
          "INF TGX: Error:    HWInpChan_Name[2] : Index out of bounds (0..1)!"},
-        {"the end tag's name in a text",
-         [](Device &device, MeasContext &, HeaderInWork &) { device.Comment = "a Header_End"; },
+        {"the end tag's name in a text", [](Header &header) { header.device.Comment = "a Header_End"; },
          "holds the name Header_End"},
         {"too long to be read back",
-         [](Device &, MeasContext &context, HeaderInWork &) {
-             addStringTag(context.CustomTags, "Long", std::string(300000, 'x'), 0xFFFFFFFF);
+         [](Header &header) {
+             addStringTag(header.context.CustomTags, "Long", std::string(300000, 'x'), 0xFFFFFFFF);
          },
          "only 262144 can be read back"},
         {"too long to be sealed",
-         [](Device &, MeasContext &context, HeaderInWork &) {
-             addStringTag(context.CustomTags, "Long", std::string(1100000, 'x'), 0xFFFFFFFF);
+         [](Header &header) {
+             addStringTag(header.context.CustomTags, "Long", std::string(1100000, 'x'), 0xFFFFFFFF);
          },
          "ERR File: failed to create"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.Title);
-        TempFolder folder;
-        Device device;
-        MeasContext context;
-        describe(device, context);
-        HeaderInWork header;
-        header.Path = normalPath(folder.file("h.tgx"));
-        c.Spoil(device, context, header);
+        Header header;
+        describe(header.device, header.context);
+        c.Spoil(header);
         LogCapture log;
-        EXPECT_TRUE(writeHeader(header, device, context, false));
-        EXPECT_FALSE(header.Complete);
+        EXPECT_TRUE(header.write());
+        EXPECT_FALSE(header.inWork.Complete);
         EXPECT_EQ(log.count(c.Line), 1u);
     }
 }
@@ -337,16 +328,12 @@ TEST(HeaderWriter, HeadersThatFail)
 // The overwrite of a header that was cut short must not reach the file's first bytes.
 TEST(HeaderWriter, OverwriteOfACutHeaderSparesThePreamble)
 {
-    TempFolder folder;
-    Device device;
-    MeasContext context;
-    describe(device, context);
-    device.ChansCfg[0].Index = -1;
-    HeaderInWork header;
-    header.Path = normalPath(folder.file("h.tgx"));
-    writeHeader(header, device, context, false);
-    std::string before = contents(folder.file("h.tgx"));
-    EXPECT_TRUE(writeHeader(header, device, context, true));
-    EXPECT_FALSE(header.Complete);
-    EXPECT_EQ(contents(folder.file("h.tgx")), before);
+    Header header;
+    describe(header.device, header.context);
+    header.device.ChansCfg[0].Index = -1;
+    header.write();
+    const std::string before = header.bytes();
+    EXPECT_TRUE(header.write(true));
+    EXPECT_FALSE(header.inWork.Complete);
+    EXPECT_EQ(header.bytes(), before);
 }

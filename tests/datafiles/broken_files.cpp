@@ -1,0 +1,139 @@
+// Files that are none of ours, or damaged: no device or one of defaults, and a line in the log.
+#include "log/text.h"
+#include "opened.h"
+#include "support/log_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+
+using namespace Tessel;
+using namespace TestSupport;
+
+TEST(FileDevice, WhatIsNoFileMakesNoDevice)
+{
+    TempFolder folder;
+    std::string pipe = folder.file("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string &path :
+         {folder.file("absent.tgx"), folder.path().string(), pipe, std::string("/dev/zero"), std::string()}) {
+        LogCapture log;
+        EXPECT_FALSE(openPath(path)->good) << path;
+        EXPECT_EQ(log.count(fmt::format("ERR File: {} read Error!", normalPath(path))), 1u) << path;
+    }
+}
+
+TEST(FileDevice, OddFilesMakeADeviceOfDefaults)
+{
+    std::string tooLate(300000, 'x');
+    const std::string cut = TgxFile().header();
+    struct Case
+    {
+        std::string_view Title;
+        TgxFile File;
+        uint64_t DataStart;
+        int32_t MeasMode; // 3 unless the tag was read
+        std::string Line;
+    };
+    const std::string emptyTag = "WRN Empty Tag @ OpenTGXFile ";
+    const Case cases[] = {
+        {"any preamble", mode(2).preamble("NOTOURS!", "9.9"), 112, 2, "INF Preamble: NOTOURS! v9.9"},
+        {"no end", mode(2).withoutEnd(), 0, 3, ""},
+        {"end beyond the image", mode(2).tag("$Comment", tooLate), 0, 3, ""},
+        {"end with a block that isn't there",
+         mode(2).withoutEnd().raw("Header_End", -1, Type::AnsiString, uint64_t{1} << 40), 0, 3, ""},
+        {"block runs past the end tag", mode(2).raw("$Comment", -1, Type::AnsiString, 1000), 160, 2, emptyTag},
+        {"block of all ones", mode(2).raw("$Comment", -1, Type::BinaryBlob, ~uint64_t{0}), 160, 2, emptyTag},
+        {"block that would wrap to itself", mode(2).raw("x", -1, Type::BinaryBlob, ~uint64_t{47}), 160, 2,
+         emptyTag},
+        {"empty name", TgxFile().tag("", 5).tag("Measurement_Mode", 2), 160, 3, emptyTag},
+        {"end's name in a text", mode(2).tag("$Comment", "Header_End"), 16 + 48 + 48 + 48, 2, emptyTag},
+        {"control bytes", one("HW_Type", "\x1b[2J"), 16 + 48 + 8 + 48, 3,
+         "ERR File: Not supported HW_Type: \\x1B[2J!"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.Title);
+        LogCapture log;
+        auto opened = openBytes(c.File);
+        EXPECT_TRUE(opened->good);
+        EXPECT_EQ(opened->device.DataStart, c.DataStart);
+        EXPECT_EQ(static_cast<int32_t>(opened->device.MeasMode), c.MeasMode);
+        EXPECT_EQ(log.count(emptyTag), c.Line == emptyTag ? 1u : 0u);
+        EXPECT_TRUE(c.Line.empty() || log.count(c.Line) == 1);
+    }
+}
+
+TEST(FileDevice, EmptyFile)
+{
+    TempFolder folder;
+    std::string path = TgxFile().preamble("", "").withoutEnd().write(folder.file("e.tgx"));
+    std::filesystem::resize_file(path, 0);
+    LogCapture log;
+    auto opened = openPath(path);
+    EXPECT_TRUE(opened->good);
+    EXPECT_EQ(opened->device.DataStart, 0u);
+    EXPECT_EQ(log.count(fmt::format("ERR File: {} empty!", normalPath(path))), 1u);
+}
+
+TEST(FileDevice, OutOfRangeIsToldOnceAKind)
+{
+    LogCapture log;
+    openBytes(one("HW_InpChannels", -1)
+                  .tag("HW_Markers", 5000)
+                  .tag("HWInpChan_Offset", 1, -1)
+                  .tag("HWMarkers_Enabled", 1, 9999)
+                  .tag("HWInpChan_Name", "x", 3));
+    EXPECT_EQ(log.count("is out of range and ignored"), 2u);
+    EXPECT_EQ(log.count("WRN File: HW_InpChannels [-1] value -1 is out of range"), 1u);
+    EXPECT_EQ(log.count("WRN File: HWInpChan_Offset [-1] value 1 is out of range"), 1u);
+}
+
+TEST(FileDevice, IdFitsTheHostsBuffer)
+{
+    QuietDataFile quiet;
+    std::string serial;
+    while (serial.size() < 20000) serial += "\u00e9"; // two bytes each
+    for (const char *name : {"c.tgx", "cc.tgx"}) {
+        auto opened = openBytes(one("HW_SerialNo", serial), name);
+        const std::string &id = opened->device.ID;
+        EXPECT_LE(id.size() + 1, 8192u);
+        EXPECT_GE(id.size() + 1, 8190u);
+        EXPECT_TRUE(id.ends_with(std::string("\u00e9@") + name)) << "cut between two characters";
+    }
+}
+
+// Nothing of a broken header may crash, hang or read beyond its bytes.
+TEST(FileDevice, EveryPrefixAndEveryFlippedByte)
+{
+    QuietDataFile quiet;
+    TempFolder folder;
+    TgxFile file = TgxFile::t3(2).tag("File_Comment", "c").wide("AnaChName", u"wide", 0);
+    file.raw("ChkHistogram", -1, Type::BinaryBlob, 3, "abc").tag("HW_Markers", 4).tag("HWInpChan_Name", "n", 1);
+    const std::string whole = file.bytes();
+    std::string path = file.write(folder.file("f.tgx"));
+    auto openIt = [&] {
+        auto opened = openPath(path);
+        EXPECT_TRUE(opened->good);
+        EXPECT_LE(opened->device.DataStart, whole.size());
+        EXPECT_LE(opened->device.ChansCfg.size(), 4096u);
+    };
+    LogCapture log;
+    std::fstream stream(path, std::ios::binary | std::ios::in | std::ios::out);
+    auto put = [&](size_t at, int byte) {
+        stream.seekp(static_cast<std::streamoff>(at));
+        stream.put(static_cast<char>(byte)).flush();
+    };
+    for (size_t at = 0; at < whole.size(); ++at) {
+        for (int flip : {0xFF, 0x80, 0x01, 0x20}) {
+            put(at, whole[at] ^ flip);
+            openIt();
+        }
+        put(at, whole[at]);
+    }
+    for (size_t size = whole.size(); size-- > 0;) {
+        std::filesystem::resize_file(path, size);
+        openIt();
+    }
+}
