@@ -233,6 +233,10 @@ void endStage(const DeviceRef &target, Manipulator &record)
                           target.device->ID);
         partFrom(record.Thread, record);
     }
+    if (record.ThreadGone) { // what a live run still writes to it is dropped, and never waited for
+        std::lock_guard lock(record.Lock);
+        record.Events.free();
+    }
     --target.context->ManisChans;
 }
 

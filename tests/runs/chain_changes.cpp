@@ -19,10 +19,10 @@ namespace {
 constexpr size_t records = 10'000, columns = 32768;
 const int32_t members[] = {1};
 
-std::string writeT3(const Host &host)
+std::string writeT3(const Host &host, size_t count = records)
 {
-    std::vector<uint32_t> words(records);
-    for (size_t i = 0; i < records; ++i) words[i] = t3Event(i % 2, 0, static_cast<uint32_t>(i % 50));
+    std::vector<uint32_t> words(count);
+    for (size_t i = 0; i < count; ++i) words[i] = t3Event(i % 2, 0, static_cast<uint32_t>(i % 50));
     return TgxFile::t3().tag("HW_SerialNo", "7").records(words).write(host.folder().file("run.tgx"));
 }
 
@@ -89,6 +89,27 @@ TEST(ChainChanges, DuringARunLetItEndAndTheNextOneBeWhole)
         EXPECT_EQ(next.rowSum(1), records / 2);
         EXPECT_EQ(next.rowSum(2), records / 2);
         for (uint64_t row = 3; row < 3 + given.mergedOnce; ++row) EXPECT_EQ(next.rowSum(row), records / 2);
+    }
+}
+
+// The file is larger than all stores before it.
+TEST(ChainChanges, AStageThatIsEndedDuringARunHoldsNothingUp)
+{
+    for (const uint32_t index : {0u, 1u}) {
+        SCOPED_TRACE(index);
+        Host host;
+        ASSERT_FALSE(host.open(writeT3(host, 20'000'000)).empty());
+        addMMerge(nullptr, members, 1, 1);
+        addMMerge(nullptr, members, 1, 1);
+        Counts counts(5, columns);
+        Finished finished;
+        setSequenceMode(2, 1, 5); // the run stands still at its first step
+        getHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
+        ASSERT_EQ(waitNewData(nullptr), 1);
+        deleteMani(nullptr, index);
+        setSequenceMode(0, 0, 0);
+        gotNewData(nullptr);
+        EXPECT_TRUE(finished.wait(20s));
     }
 }
 
