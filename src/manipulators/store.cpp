@@ -99,7 +99,13 @@ void removeManisStore(const DeviceRef &target, Run &run, const std::function<voi
         logInf(LogCategory::Progress, "RemManisStore {} @{}", record->Index.load(), target.device->ID);
     if (target.device->MeasMode != MeasMode::Histogramming) waitEmpty(target, *record, everyTurn);
     record->StopFlag = true;
-    if (run.CopyStore.joinable()) run.CopyStore.join();
+    if (run.CopyStore.joinable()) {
+        while (!run.CopyStoreDone) { // it may be waiting for the host, where a sequence began during the run
+            everyTurn();
+            std::this_thread::sleep_for(1ms);
+        }
+        run.CopyStore.join();
+    }
 
     ChainLocks locks(context);
     record->Events.free();
