@@ -2,82 +2,81 @@
 // plain loop that reads the same file and counts. The fixed waits of a run's start are measured on a file
 // without records and taken off.
 #include "interleaved.h"
-#include "tessel.h"
+#include "manipulators/merge.h"
+#include "pipeline/records.h"
+#include "recordings.h"
 #include "word_streams.h"
 
-#include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <ctime>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
+#include <memory>
 #include <unistd.h>
+
+using namespace Tessel;
 
 namespace {
 
-constexpr uint64_t defaultRecords = 200'000'000;
 constexpr uint32_t dtimes = 32768;
 
-uint64_t recordCount()
+struct Taken
 {
-    const char *given = std::getenv("TESSEL_BENCH_RECORDS");
-    return given ? std::strtoull(given, nullptr, 10) : defaultRecords;
+    double Seconds = 0; // on the clock
+    double Work = 0;    // of all processors together
+};
+
+double processorSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-// A folder with a recording, an empty one and settings; the library is up while it lives.
-class Replay
+// Stage number i copies channel i, so the later ones copy what the earlier ones made.
+Taken replay(const Bench::Recordings &recordings, const char *name, int stages)
 {
-public:
-    explicit Replay(uint64_t records)
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tessel-bench-XXXXXX").string();
-        folder = mkdtemp(pattern.data());
-        std::ofstream(folder / "system.ini") << "[Log]\nFile=false\nConsole=false\n[Params]\nBufferSize=8\n";
-        initAPI((folder / "system.ini").c_str());
-        write("empty.tgx", 0);
-        write("full.tgx", records);
-    }
-    ~Replay()
-    {
-        exitAPI();
-        std::filesystem::remove_all(folder);
-    }
+    recordings.open(name);
+    for (int32_t i = 1; i <= stages; ++i) addMMerge(nullptr, &i, 1, 1);
+    std::vector<uint32_t> counts(static_cast<size_t>(getNumAllChans(nullptr)) * dtimes);
+    uint8_t finished = 0;
+    const double before = processorSeconds();
+    Taken taken;
+    taken.Seconds = Bench::secondsOf([&] { getHistogram(nullptr, 0, 1, 0, counts.data(), &finished); });
+    taken.Work = processorSeconds() - before;
+    closeDevice(0);
+    return taken;
+}
 
-    std::string path(const char *name) const { return (folder / name).string(); }
-
-    double seconds(const char *name, int stages)
-    {
-        std::array<char, 8192> buffer{};
-        std::strncpy(buffer.data(), path(name).c_str(), buffer.size() - 1);
-        getFileDevice(buffer.data());
-        for (int32_t i = 1; i <= stages; ++i) addMMerge(nullptr, &i, 1, 1);
-        counts.assign(static_cast<size_t>(getNumAllChans(nullptr)) * dtimes, 0);
-        uint8_t finished = 0;
-        double taken = Bench::secondsOf([&] { getHistogram(nullptr, 0, 1, 0, counts.data(), &finished); });
-        closeDevice(0);
-        return taken;
+// The same stages one after the other on arrays: what is left of the work of a run where nobody hands over.
+double stageSeconds(const std::vector<uint32_t> &words, int stages)
+{
+    const uint64_t most = words.size() * 4;
+    EventStore in, out;
+    in.allocate(most);
+    out.allocate(most);
+    uint64_t overflowBase = 0;
+    InvalidWords invalid;
+    in.Count = decode(words, {.Mode = MeasMode::T3, .NumChans = Bench::Inputs, .SyncPeriodPs = 20'000},
+                      overflowBase, in.Times.get(), in.Channels.get(), invalid);
+    std::memset(out.Times.get(), 1, most * sizeof(uint64_t));
+    std::memset(out.Channels.get(), 1, most);
+    StageRef stage{std::make_shared<Device>(), std::make_shared<MeasContext>(),
+                   std::make_shared<Manipulator>()};
+    stage.device->MeasMode = MeasMode::T3;
+    double seconds = 0;
+    for (int i = 1; i <= stages; ++i) {
+        stage.record->InChans = {static_cast<uint8_t>(i)};
+        stage.record->OutChans = {static_cast<uint8_t>(Bench::Inputs + i)};
+        MergeState state{true};
+        out.Count = 0;
+        seconds += Bench::secondsOf([&] {
+            startPass(state, stage);
+            work(state, stage, {in.Times.get(), in.Channels.get(), in.Count}, out);
+        });
+        std::swap(in, out);
     }
-
-private:
-    void write(const char *name, uint64_t records)
-    {
-        tessel_recording_params params{};
-        params.size = sizeof params;
-        params.measMode = 3;
-        params.numChannels = Bench::Inputs;
-        params.baseResolution = params.resolution = 1;
-        params.syncRate = 50e6;
-        tessel_recording *recording = tessel_recordingCreate(path(name).c_str(), &params);
-        const auto words = Bench::wordStream(Tessel::MeasMode::T3, 1 << 22, 70);
-        for (uint64_t left = records; left > 0; left -= std::min<uint64_t>(left, words.size()))
-            tessel_recordingWrite(recording, words.data(), std::min<uint64_t>(left, words.size()));
-        tessel_recordingClose(recording);
-    }
-
-    std::filesystem::path folder;
-    std::vector<uint32_t> counts;
-};
+    return seconds;
+}
 
 // What an engineer would write first for this file.
 double plainSeconds(const std::string &path)
@@ -115,24 +114,37 @@ void forgetPeak()
     std::ofstream("/proc/self/clear_refs") << 5;
 }
 
+// `handover_share`: of the work of a run with stages, what neither the stages do nor the same run without them.
 void replayCase(benchmark::State &state)
 {
-    const uint64_t records = recordCount();
-    Replay replay(records);
-    std::vector<double> fixed, whole, plain;
+    const uint64_t records = Bench::recordCount(200'000'000);
     const int stages = static_cast<int>(state.range(0));
+    const auto words = Bench::wordStream(MeasMode::T3, 1 << 22, 70);
+    Bench::Recordings recordings;
+    recordings.write("empty.tgx", MeasMode::T3, Bench::Inputs, 0, words);
+    recordings.write("full.tgx", MeasMode::T3, Bench::Inputs, records, words);
+    std::vector<double> fixed, whole, plain, work, bareWork, stageWork;
     forgetPeak();
     for (auto _ : state) {
-        fixed.push_back(replay.seconds("empty.tgx", stages));
-        whole.push_back(replay.seconds("full.tgx", stages));
-        plain.push_back(plainSeconds(replay.path("full.tgx")));
+        fixed.push_back(replay(recordings, "empty.tgx", stages).Seconds);
+        const Taken taken = replay(recordings, "full.tgx", stages);
+        whole.push_back(taken.Seconds);
+        work.push_back(taken.Work);
+        plain.push_back(plainSeconds(recordings.path("full.tgx")));
         state.SetIterationTime(whole.back());
+        if (stages == 0) continue;
+        bareWork.push_back(replay(recordings, "full.tgx", 0).Work);
+        stageWork.push_back(stageSeconds(words, stages) * static_cast<double>(records) /
+                            static_cast<double>(words.size()));
     }
     const double net = Bench::median(whole) - Bench::median(fixed);
     state.counters["items_per_second"] = static_cast<double>(records) / net;
     state.counters["x_plain"] = Bench::median(plain) / net;
     state.counters["fixed_ms"] = Bench::median(fixed) * 1e3;
     state.counters["peak_MiB"] = peakResidentMiB();
+    if (stages > 0)
+        state.counters["handover_share"] =
+            1 - (Bench::median(bareWork) + Bench::median(stageWork)) / Bench::median(work);
 }
 
 BENCHMARK(replayCase)
