@@ -2,20 +2,13 @@
 // what is pending stays.
 //
 // Most events of a stream have no other within the window before them. Such quiet events can't complete a set
-// and find nothing pending that isn't old: they pass in runs. Everything else goes event by event, as a
-// coincidence is defined.
+// and find nothing pending that isn't old: they pass in runs. Everything else goes event by event.
 #include "devices/raw_time.h"
-#include "manipulators/coincidence.h"
-#include "manipulators/run_copy.h"
-
-#include <algorithm>
-#include <limits>
+#include "manipulators/coincidence_events.h"
 
 namespace Tessel {
 
 namespace {
-
-constexpr uint64_t notSeen = std::numeric_limits<uint64_t>::max();
 
 template <class Time>
 class CoincidenceWork
@@ -23,35 +16,24 @@ class CoincidenceWork
 public:
     CoincidenceWork(CoincidenceState &coincidence, const Manipulator &record, Time rawTime, const Piece &piece,
                     EventStore &store)
-        : state(coincidence),
-          members(record.InChans),
-          time(rawTime),
-          in(piece),
-          out(store),
-          holds(coincidence.TimeMode != TimeMode::Last),
-          largestPending(std::max<uint64_t>(store.Capacity / 2, 1))
+        : state(coincidence), in(piece), out(store), events(coincidence, record, rawTime, store)
     {
-        output = record.OutChans.empty() ? 0 : record.OutChans.front();
-        if (record.OutChans.empty()) return;
-        for (uint8_t channel : members)
-            if (!std::exchange(isMember[channel], 1)) distinct[distinctCount++] = channel;
-        refreshesSync = Time::isT3 && !members.empty() && members.front() == ChannelCode::Sync;
     }
 
     uint64_t run()
     {
         uint64_t at = 0;
         if (!in.Resumed)
-            startPiece();
+            events.startPiece();
         else if (!state.Ready.empty()) { // of the first event only the output is left
-            if (!writeReady()) return 0;
+            if (!events.writeReady()) return 0;
             at = 1;
         }
-        const bool hasQuiet = canBeQuiet();
+        const bool hasQuiet = events.canBeQuiet();
         while (at < in.Count) {
             if (hasQuiet) at = passQuiet(at);
             if (at == in.Count) break;
-            workEvent(in.Times[at], in.Channels[at]);
+            events.work(in.Times[at], in.Channels[at]);
             if (!state.Ready.empty()) break;
             ++at;
         }
@@ -59,34 +41,6 @@ public:
     }
 
 private:
-    void startPiece()
-    {
-        state.LastTime.fill(notSeen);
-        state.Ready.clear();
-        uint64_t latest = 0;
-        for (const HeldEvent &event : state.Pending) latest = std::max(latest, event.Ps);
-        state.QuietAfter = quietAfter(latest);
-    }
-
-    // ---- quiet events
-
-    // A set of one is complete with each event; so is a set of one and the T3 sync, which each event brings
-    // along.
-    bool canBeQuiet() const
-    {
-        const bool makesNone = state.CoincMode != CoincMode::Sliding && state.CoincMode != CoincMode::Once;
-        return distinctCount == 0 || makesNone || distinctCount - refreshesSync >= 2;
-    }
-
-    // An event later than this has none at `ps` within the window before it. Times beyond the signed range are
-    // never quiet: they are close to the time of a member that wasn't seen.
-    int64_t quietAfter(uint64_t ps) const
-    {
-        constexpr uint64_t limit = std::numeric_limits<int64_t>::max();
-        const uint64_t window = std::min(state.Window, limit);
-        return static_cast<int64_t>(std::min(ps, limit - window) + window);
-    }
-
     // Only members matter where nothing is held back. Which event is one, nothing predicts: no branch on it.
     template <bool all>
     uint64_t endOfQuiet(uint64_t at, uint64_t end)
@@ -94,10 +48,10 @@ private:
         int64_t after = state.QuietAfter;
         for (; at < end; ++at) {
             const uint8_t channel = in.Channels[at];
-            const uint64_t ps = time.ps(in.Times[at]);
-            const int64_t mask = all ? -1 : -int64_t{isMember[channel]};
+            const uint64_t ps = events.time.ps(in.Times[at]);
+            const int64_t mask = all ? -1 : -int64_t{events.isMember[channel]};
             if (static_cast<int64_t>(ps) <= (after & mask)) break;
-            after = std::max(after, quietAfter(ps) & mask);
+            after = std::max(after, events.quietAfter(ps) & mask);
             state.LastTime[channel] = ps;
         }
         state.QuietAfter = after;
@@ -106,7 +60,7 @@ private:
 
     uint64_t passQuiet(uint64_t at)
     {
-        if (!holds) {
+        if (!events.holds) {
             const uint64_t room = state.Keep ? roomOf(out) : in.Count - at;
             const uint64_t end = endOfQuiet<false>(at, at + std::min(in.Count - at, room));
             if (state.Keep) appendRun(in, at, end, out);
@@ -129,7 +83,7 @@ private:
         for (const HeldEvent &event : state.Pending) out.append(event.Raw, event.Channel);
         state.Pending.clear();
         appendRun(in, at, end - lastStays, out);
-        if (lastStays) hold(in.Times[end - 1], time.ps(in.Times[end - 1]), in.Channels[end - 1]);
+        if (lastStays) events.hold(in.Times[end - 1], events.time.ps(in.Times[end - 1]), in.Channels[end - 1]);
     }
 
     // A member stays pending. So does another event where nothing is pending; where something is, it takes all
@@ -138,215 +92,34 @@ private:
     {
         bool stays = true;
         for (; end > at; --end, stays = !stays)
-            if (isMember[in.Channels[end - 1]]) return stays;
+            if (events.isMember[in.Channels[end - 1]]) return stays;
         return stays != state.Pending.empty();
     }
 
     // Without keep only members go on, and only where an event that is none follows.
     void dropPending(uint64_t at, uint64_t end)
     {
-        bool isHeld = isMember[in.Channels[at]] || state.Pending.empty();
+        bool isHeld = events.isMember[in.Channels[at]] || state.Pending.empty();
         if (!isHeld)
             for (const HeldEvent &event : state.Pending)
-                if (isMember[event.Channel]) out.append(event.Raw, event.Channel);
+                if (events.isMember[event.Channel]) out.append(event.Raw, event.Channel);
         state.Pending.clear();
-        bool wasMember = isMember[in.Channels[at]];
+        bool wasMember = events.isMember[in.Channels[at]];
         for (++at; at < end; ++at) { // an event is written, and counted if it goes on
-            const bool member = isMember[in.Channels[at]];
+            const bool member = events.isMember[in.Channels[at]];
             out.Times[out.Count] = in.Times[at - 1];
             out.Channels[out.Count] = in.Channels[at - 1];
             out.Count += wasMember & !member;
             isHeld = member | !isHeld;
             wasMember = member;
         }
-        if (isHeld) hold(in.Times[end - 1], time.ps(in.Times[end - 1]), in.Channels[end - 1]);
-    }
-
-    // ---- event by event
-
-    void workEvent(uint64_t raw, uint8_t channel)
-    {
-        const uint64_t ps = time.ps(raw);
-        if (holds)
-            hold(raw, ps, channel);
-        else if (state.Keep)
-            emit(raw, channel);
-
-        const bool member = isMember[channel];
-        if (holds || member) state.QuietAfter = std::max(state.QuietAfter, quietAfter(ps));
-        if (member) {
-            if (refreshesSync) state.LastTime[ChannelCode::Sync] = time.syncPs(raw);
-            state.LastTime[channel] = ps;
-            lookForSet(raw);
-        }
-        if (!holds) return;
-        if (member)
-            ageOneByOne(ps - state.Window); // wraps: what is earlier than the window counts everything as old
-        else
-            ageAll(ps - state.Window);
-    }
-
-    void lookForSet(uint64_t raw)
-    {
-        uint64_t earliest = notSeen, latest = 0;
-        for (size_t i = 0; i < distinctCount; ++i) {
-            const uint64_t last = state.LastTime[distinct[i]];
-            earliest = std::min(earliest, last);
-            latest = std::max(latest, last);
-        }
-        if (latest - earliest > state.Window) return;
-        switch (state.CoincMode) {
-        case CoincMode::Sliding: slide(raw, earliest); break;
-        case CoincMode::Once:
-            consume(raw, earliest);
-            state.LastTime.fill(0); // not `notSeen`: a member that wasn't seen counts as time 0 from here on
-            state.Pending.clear();
-            break;
-        }
-    }
-
-    void slide(uint64_t raw, uint64_t earliest)
-    {
-        switch (state.TimeMode) {
-        case TimeMode::First: insertBehind(earliest); break;
-        case TimeMode::Last: emit(raw, output); break;
-        case TimeMode::Average: insertBefore(average(earliest)); break;
-        }
-    }
-
-    // Of every entry of a list, should it name a channel twice.
-    uint64_t average(uint64_t earliest) const
-    {
-        uint64_t sum = 0;
-        for (uint8_t channel : members) sum += state.LastTime[channel] - earliest;
-        return earliest + sum / members.size();
-    }
-
-    // Behind the events of this time whose channel isn't above it; with the raw time of the one before it.
-    bool standsBehind(const HeldEvent *event, uint64_t ps)
-    {
-        if (event->Ps != ps) return false;
-        const HeldEvent *next = event + 1;
-        return next == state.Pending.end() || next->Ps > ps || next->Channel > output;
-    }
-
-    void insertBehind(uint64_t ps)
-    {
-        for (HeldEvent *event = state.Pending.from(ps); event != state.Pending.end(); ++event)
-            if (standsBehind(event, ps)) {
-                const HeldEvent coincidence{event->Raw, event->Ps, output};
-                state.Pending.insert(event + 1, coincidence);
-                return;
-            }
-    }
-
-    // Before the first later event, or the first of this time whose channel is above it. There need not be one,
-    // and then there is no coincidence.
-    void insertBefore(uint64_t ps)
-    {
-        for (HeldEvent *event = state.Pending.from(ps); event != state.Pending.end(); ++event)
-            if (event->Ps > ps || (event->Ps == ps && event->Channel > output)) {
-                const uint64_t raw = time.raw(ps);
-                const uint64_t stored = time.ps(raw); // in T3 another, where the resolution isn't whole
-                state.Pending.insert(event, {raw, stored, output});
-                state.QuietAfter = std::max(state.QuietAfter, quietAfter(stored));
-                return;
-            }
-    }
-
-    void consume(uint64_t raw, uint64_t earliest)
-    {
-        switch (state.TimeMode) {
-        case TimeMode::First: writeFirst(earliest); break;
-        case TimeMode::Last: emit(raw, output); break;
-        case TimeMode::Average: writeAverage(average(earliest)); break;
-        }
-    }
-
-    void writeFirst(uint64_t ps)
-    {
-        for (const HeldEvent &event : state.Pending) {
-            if (state.Keep && event.Raw != 0) emit(event.Raw, event.Channel);
-            if (standsBehind(&event, ps)) emit(event.Raw, output);
-        }
-    }
-
-    // An event of the very time of the coincidence goes on without keep too; one on its channel never does.
-    void writeAverage(uint64_t ps)
-    {
-        bool written = false;
-        for (const HeldEvent &event : state.Pending) {
-            const bool isBelow = event.Ps == ps && event.Channel < output;
-            const bool isAbove = event.Ps == ps && event.Channel > output;
-            if ((state.Keep && event.Ps < ps) || isBelow) emit(event.Raw, event.Channel);
-            if (!written && (event.Ps > ps || isBelow)) {
-                emit(time.raw(ps), output);
-                written = true;
-            }
-            if ((state.Keep && event.Ps > ps) || isAbove) emit(event.Raw, event.Channel);
-        }
-    }
-
-    // ---- what is pending
-
-    // Events within a window are few. Where they aren't, the oldest goes before its time.
-    void hold(uint64_t raw, uint64_t ps, uint8_t channel)
-    {
-        state.Pending.push({raw, ps, channel});
-        if (state.Pending.size() <= largestPending) return;
-        if (state.Keep) emit(state.Pending.front().Raw, state.Pending.front().Channel);
-        state.Pending.drop(1);
-    }
-
-    void ageOneByOne(uint64_t before)
-    {
-        uint64_t old = 0;
-        for (const HeldEvent &event : state.Pending) {
-            if (event.Ps >= before) break;
-            if (state.Keep) emit(event.Raw, event.Channel);
-            ++old;
-        }
-        state.Pending.drop(old);
-    }
-
-    // On an event of another channel all go with the first, members without keep too.
-    void ageAll(uint64_t before)
-    {
-        if (state.Pending.empty() || state.Pending.front().Ps >= before) return;
-        for (const HeldEvent &event : state.Pending)
-            if (state.Keep || isMember[event.Channel]) emit(event.Raw, event.Channel);
-        state.Pending.clear();
-    }
-
-    void emit(uint64_t raw, uint8_t channel)
-    {
-        if (roomOf(out) > 0 && state.Ready.empty())
-            out.append(raw, channel);
-        else
-            state.Ready.emplace_back(raw, channel);
-    }
-
-    // False: some are left.
-    bool writeReady()
-    {
-        const uint64_t count = std::min<uint64_t>(state.Ready.size(), roomOf(out));
-        for (uint64_t i = 0; i < count; ++i) out.append(state.Ready[i].first, state.Ready[i].second);
-        state.Ready.erase(state.Ready.begin(), state.Ready.begin() + static_cast<std::ptrdiff_t>(count));
-        return state.Ready.empty();
+        if (isHeld) events.hold(in.Times[end - 1], events.time.ps(in.Times[end - 1]), in.Channels[end - 1]);
     }
 
     CoincidenceState &state;
-    const std::vector<uint8_t> &members; // as they are listed
-    const Time time;
     const Piece &in;
     EventStore &out;
-    const bool holds; // events are held back before they go on
-    const uint64_t largestPending;
-
-    uint8_t output = 0;
-    bool refreshesSync = false; // each member event tells the time of the member sync
-    std::array<uint8_t, 256> isMember{}, distinct{};
-    size_t distinctCount = 0;
+    CoincidenceEvents<Time> events;
 };
 
 } // namespace
