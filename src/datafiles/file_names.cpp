@@ -1,5 +1,6 @@
 #include "datafiles/file_names.h"
 
+#include "log/folder.h"
 #include "log/log.h"
 #include "log/text.h"
 #include "settings/system_ini.h"

@@ -2,8 +2,6 @@
 // caller's thread, then read by all threads without a lock.
 #pragma once
 
-#include "log/folder.h" // createFolder; the log makes its own folder with it
-
 #include <cstdint>
 #include <string>
 #include <string_view>
