@@ -86,12 +86,12 @@ whole picoseconds and a bare number is in ps. Without 'keep' a stage replaces wh
                time of the first, the last (unless told) or at the average; without keep only
                coincidences go on
   merge        copies the channels onto a new one; without keep all others end here
-  delay        shifts a channel, with keep a copy of it on a new channel, which is empty without;
-               up to 2.147ms; may be negative
-  herald       lets the channels pass within a window that begins at a delay behind the last
-               event of the first channel, or outside of it (inverted); with keep, copies on a
-               new channel each; 0 means the sync
-  substream    only what lies between two times since the start
+  delay        shifts a channel by up to 2.147ms, forward or (negative) back; with keep a copy
+               of it on a new channel, which stays empty without
+  herald       lets the channels pass only within a window that begins at a delay after the
+               last event of the herald, its first channel (0: the sync); inverted, only
+               outside of it; with keep, as copies on a new channel each
+  substream    lets pass only what lies between two times since the start
   countrate    counts per second of every channel, over at least the window (up to 2.147ms);
                the last ones of a replay stand in the results' comments or JSON
 

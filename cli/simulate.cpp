@@ -1,14 +1,10 @@
-// `tessel simulate`: from light to words to a file. The physics is in source_*, the options in simulation.
+// `tessel simulate`: a recording of a simulated light source. What the options mean is in simulation, what is
+// written in simulated_records.
 #include "commands.h"
 #include "console.h"
 #include "exit_codes.h"
 #include "interrupt.h"
-#include "progress.h"
-#include "simulation.h"
-#include "source_cw.h"
-#include "source_pulsed.h"
-#include "source_words.h"
-#include "tessel.h"
+#include "simulated_records.h"
 #include "units.h"
 
 #include <CLI/CLI.hpp>
@@ -17,168 +13,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <numeric>
 
 namespace Tessel::Cli {
 
 namespace {
-
-constexpr size_t photonsPerBatch = 1 << 16;
-
-// The file in work. Words are handed over in large pieces.
-struct Sink
-{
-    std::string Path;
-    tessel_recording *File = nullptr;
-    WordWriter Words;
-    Progress Shown{"simulate"};
-    uint64_t NumWords = 0;
-};
-
-// False once the simulation is to stop. `fraction`: of the recorded time.
-bool handOver(Sink &sink, double fraction)
-{
-    if (!tessel_recordingWrite(sink.File, sink.Words.Words.data(), sink.Words.Words.size()))
-        throw Failure(Exit::Failed, fmt::format("{}: the recording can't be written", visibleText(sink.Path)));
-    sink.NumWords += sink.Words.Words.size();
-    sink.Words.Words.clear();
-    showProgress(sink.Shown, fraction, sink.NumWords);
-    return interruptSignal() == 0;
-}
-
-PulsedParams pulsedParams(const Simulation &wanted)
-{
-    PulsedParams params;
-    params.PeriodPs = 1e12 / wanted.SyncRate;
-    params.DelayPs = wanted.DelayPs;
-    params.SigmaPs = wanted.SigmaPs;
-    params.NumPulses = static_cast<uint64_t>(wanted.DurationPs / params.PeriodPs);
-    params.Seed = wanted.Seed;
-    for (size_t i = 0; i < wanted.Rates.size(); ++i)
-        params.Channels.push_back({wanted.Rates[i], wanted.Background[i], wanted.LifetimesPs[i]});
-    return params;
-}
-
-void simulateT3(const Simulation &wanted, Sink &sink)
-{
-    PulsedLight light = makePulsedLight(pulsedParams(wanted));
-    std::vector<PulsedPhoton> photons;
-    sink.Words = makeT3Words();
-    const auto numPulses = static_cast<double>(light.Params.NumPulses);
-    for (;;) {
-        nextPhotons(light, photonsPerBatch, photons);
-        if (photons.empty()) break;
-        for (const PulsedPhoton &photon : photons)
-            addT3Photon(sink.Words, photon.Channel, photon.Pulse,
-                        static_cast<uint32_t>(photon.DelayPs / wanted.ResolutionPs));
-        if (!handOver(sink, static_cast<double>(photons.back().Pulse) / numPulses)) return;
-    }
-    tellOverflows(sink.Words, light.Params.NumPulses); // time passes up to the end
-    handOver(sink, 1);
-}
-
-// Pulse n is n periods after the start. The whole picoseconds of the period are multiplied as integers, so
-// that a long recording keeps its precision.
-struct PulseTimes
-{
-    uint64_t WholePs;
-    double RestPs;
-};
-
-PulseTimes pulseTimes(double syncRate)
-{
-    const double period = 1e12 / syncRate;
-    return {static_cast<uint64_t>(period), period - std::floor(period)};
-}
-
-uint64_t timeOf(const PulseTimes &pulses, uint64_t pulse, double delayPs)
-{
-    return pulse * pulses.WholePs + static_cast<uint64_t>(static_cast<double>(pulse) * pulses.RestPs + delayPs);
-}
-
-// The sync events of a T2 recording, up to `timePs`.
-struct SyncEvents
-{
-    bool On = false;
-    PulseTimes Pulses{};
-    uint64_t Next = 0; // pulse
-};
-
-void addSyncs(SyncEvents &syncs, WordWriter &words, uint64_t timePs, uint64_t resolutionPs)
-{
-    if (!syncs.On) return;
-    for (uint64_t at; (at = timeOf(syncs.Pulses, syncs.Next, 0)) <= timePs; ++syncs.Next)
-        addT2Sync(words, at / resolutionPs);
-}
-
-// Arrivals of either kind of light, a batch at a time; empty at the end.
-struct ArrivalSource
-{
-    CwLight Cw;
-    PulsedLight Pulsed;
-    PulseTimes Pulses{};
-    std::vector<PulsedPhoton> Photons;
-    bool IsPulsed = false;
-};
-
-ArrivalSource arrivalSource(const Simulation &wanted)
-{
-    ArrivalSource source;
-    source.IsPulsed = wanted.Source == Light::Pulsed;
-    if (source.IsPulsed) {
-        source.Pulsed = makePulsedLight(pulsedParams(wanted));
-        source.Pulses = pulseTimes(wanted.SyncRate);
-        return source;
-    }
-    CwParams params;
-    params.Kind = wanted.Source == Light::Antibunched ? CwKind::Antibunched
-                  : wanted.Source == Light::Bunched   ? CwKind::Bunched
-                  : wanted.Source == Light::Diffusing ? CwKind::Diffusing
-                                                      : CwKind::Poissonian;
-    params.RecoveryPs = wanted.RecoveryPs;
-    params.CorrelationPs = wanted.CorrelationPs;
-    params.DiffusionPs = wanted.DiffusionPs;
-    params.Molecules = wanted.Molecules;
-    params.SigmaPs = wanted.SigmaPs;
-    params.DurationPs = static_cast<uint64_t>(wanted.DurationPs);
-    params.SignalRates = wanted.Rates;
-    params.BackgroundRates = wanted.Background;
-    params.Seed = wanted.Seed;
-    source.Cw = makeCwLight(params);
-    return source;
-}
-
-void nextBatch(ArrivalSource &source, std::vector<Arrival> &arrivals)
-{
-    if (!source.IsPulsed) return nextArrivals(source.Cw, photonsPerBatch, arrivals);
-    nextPhotons(source.Pulsed, photonsPerBatch, source.Photons);
-    arrivals.clear();
-    for (const PulsedPhoton &photon : source.Photons)
-        arrivals.push_back({timeOf(source.Pulses, photon.Pulse, photon.DelayPs), photon.Channel});
-}
-
-void simulateT2(const Simulation &wanted, Sink &sink)
-{
-    ArrivalSource source = arrivalSource(wanted);
-    const auto resolution = static_cast<uint64_t>(wanted.ResolutionPs),
-               end = static_cast<uint64_t>(wanted.DurationPs);
-    SyncEvents syncs{.On = wanted.SyncRate > 0};
-    if (syncs.On) syncs.Pulses = pulseTimes(wanted.SyncRate);
-    std::vector<Arrival> arrivals;
-    sink.Words = makeT2Words();
-    for (;;) {
-        nextBatch(source, arrivals);
-        if (arrivals.empty()) break;
-        for (const Arrival &arrival : arrivals) {
-            addSyncs(syncs, sink.Words, arrival.TimePs, resolution);
-            addT2Photon(sink.Words, arrival.Channel, arrival.TimePs / resolution);
-        }
-        if (!handOver(sink, static_cast<double>(arrivals.back().TimePs) / wanted.DurationPs)) return;
-    }
-    addSyncs(syncs, sink.Words, end - 1, resolution);
-    tellOverflows(sink.Words, end / resolution);
-    handOver(sink, 1);
-}
 
 tessel_recording *create(const SimulateOptions &options, const Simulation &wanted)
 {
@@ -212,17 +50,33 @@ void tellResult(const Sink &sink)
                      countText(static_cast<double>(sink.NumWords) / std::max(seconds, 1e-9))));
 }
 
+// Options that another kind of light takes.
+void warnOfIdleOptions(const CLI::App &command, Light light)
+{
+    static constexpr struct
+    {
+        const char *Name;
+        Light Takes;
+    } options[] = {{"--lifetime", Light::Pulsed},      {"--delay", Light::Pulsed},
+                   {"--recovery", Light::Antibunched}, {"--correlation-time", Light::Bunched},
+                   {"--molecules", Light::Diffusing},  {"--diffusion-time", Light::Diffusing}};
+    for (const auto &option : options)
+        if (option.Takes != light && command.count(option.Name) > 0)
+            warn(fmt::format("{} does nothing to light of this kind", option.Name));
+}
+
 // A file that couldn't be written to its end is removed; one that Ctrl-C ended early is sealed and kept.
-int runSimulate(const SimulateOptions &options, const HostOptions &host)
+int runSimulate(const SimulateOptions &options, const HostOptions &host, const CLI::App &command)
 {
     const Simulation wanted = understood(options);
+    warnOfIdleOptions(command, wanted.Source);
     const Session session(host);
     const InterruptWatch watch;
     Sink sink;
     sink.Path = options.Path;
     sink.File = create(options, wanted);
     try {
-        wanted.MeasMode == 3 ? simulateT3(wanted, sink) : simulateT2(wanted, sink);
+        writeRecords(wanted, sink);
     } catch (...) {
         tessel_recordingClose(sink.File);
         std::remove(options.Path.c_str());
@@ -242,17 +96,20 @@ constexpr const char *simulateFooter =
     R"(Lists (--rate, --background, --lifetime) take one value for all channels or one for each,
 with commas: 200kcps,50kcps.
 
-T3, and T2 with --light pulsed: many emitters, weakly excited by each pulse. A photon is
-seen after the delay, a Gaussian response and an exponential decay; what outlasts the sync
-period is seen in a later one. T2 with --light poisson: constant light, independent on every
-channel. T2 with --light antibunched: one two-level emitter under constant excitation, split
-onto the channels, g2(t) = 1 - exp(-|t| / recovery). T2 with --light bunched: light that
-switches at random between bright and dark, split onto the channels, g2(t) = 1 + exp(-|t| /
-correlation time), as one mode of thermal light. T2 with --light diffusing: --molecules of them
-in a Gaussian focus, diffusing in a plane, split onto the channels, G(t) = 1 / molecules /
-(1 + t / diffusion time). Background is Poissonian and takes (signal / (signal + background))^2
-of what g2 - 1 and G are. There is no dead time. The same seed gives the same records on every
-machine.
+Light, which T2 takes of every kind and T3 only pulsed:
+  pulsed       many emitters, weakly excited by each pulse; a photon is seen after the delay, a
+               Gaussian response and an exponential decay; what outlasts the sync period is
+               seen in a later one
+  poisson      constant light, independent on every channel
+  antibunched  one two-level emitter under constant excitation, split onto the channels:
+               g2(t) = 1 - exp(-|t| / recovery)
+  bunched      light that switches at random between bright and dark, as one mode of thermal
+               light, split onto the channels: g2(t) = 1 + exp(-|t| / correlation time)
+  diffusing    molecules in a Gaussian focus, diffusing in a plane, split onto the channels:
+               G(t) = 1 / molecules / (1 + t / diffusion time)
+
+Background is Poissonian; g2 - 1 and G shrink by (signal / (signal + background))^2. There is no
+dead time. A seed gives the same records on every machine.
 
 A T2 recording has sync events if --sync-rate is given or the light is pulsed.
 
@@ -304,7 +161,8 @@ Command addSimulate(CLI::App &program)
     command->add_option("--seed", options->Seed, "Seed of the random numbers")->capture_default_str();
     text("--comment", options->Comment, "Comment for the file's header", "TEXT");
     command->footer(simulateFooter);
-    return {command, [options](const HostOptions &host) { return runSimulate(*options, host); }};
+    return {command,
+            [options, command](const HostOptions &host) { return runSimulate(*options, host, *command); }};
 }
 
 } // namespace Tessel::Cli

@@ -193,6 +193,29 @@ TEST(Program, TakesNamesInAnyCase)
     EXPECT_EQ(info.at("device").at("Model"), "Sarvex 40 N");
 }
 
+TEST(Program, WarnsOfOptionsThatDoNothing)
+{
+    const TempFolder folder;
+    const struct
+    {
+        Arguments Given;
+        const char *Option; // null: no warning
+    } cases[] = {{{"--mode", "t2", "--lifetime", "1ns"}, "--lifetime"},
+                 {{"--mode", "t2", "--light", "bunched", "--recovery", "1ns"}, "--recovery"},
+                 {{"--molecules", "3"}, "--molecules"},
+                 {{"--lifetime", "1ns", "--delay", "1ns"}, nullptr}};
+    for (const auto &row : cases) {
+        Arguments arguments = {"simulate", "x.tgx", "-q", "--duration", "1ms"};
+        arguments.insert(arguments.end(), row.Given.begin(), row.Given.end());
+        const Ended ended = run(folder, arguments);
+        EXPECT_EQ(ended.Code, 0);
+        EXPECT_EQ(ended.Err,
+                  row.Option
+                      ? fmt::format("tessel: warning: {} does nothing to light of this kind\n", row.Option)
+                      : "");
+    }
+}
+
 TEST(Program, GivesTheSameRecordsForASeed)
 {
     const TempFolder folder;
