@@ -82,8 +82,8 @@ in their order, or by name as in 'window 10ns'; words come anywhere. Times are r
 whole picoseconds and a bare number is in ps. Without 'keep' a stage replaces what it works on:
 
   coincidence  one event on a new channel whenever all channels had one within the window;
-               sliding (unless told) finds every one, once uses events up; it stands at the
-               time of the first, the last (unless told) or at the average; without keep only
+               sliding (the default) finds every one, once uses events up; it stands at the
+               time of the first, the last (the default) or at the average; without keep only
                coincidences go on
   merge        copies the channels onto a new one; without keep all others end here
   delay        shifts a channel by up to 2.147ms, forward or (negative) back; with keep a copy

@@ -209,11 +209,10 @@ Command addHistogram(CLI::App &program)
         program.add_subcommand("histogram", "Count the events of a recording into one histogram per channel");
     addMeasureAndPlotOptions(*command, options->Measure);
     asChannel(
-        command->add_option("--ref-chan", options->RefChan, "T2: reference channel, 0 (sync) unless told"));
+        command->add_option("--ref-chan", options->RefChan, "T2: reference channel, by default 0 (sync)"));
     asTime(command->add_option("--bin-width", options->BinWidth,
-                               "T2: width of a bin, 100ps unless told, bare in ps"));
-    asNumber(command->add_option("--bins", options->Bins, "T2: number of bins, 65536 unless told"), 1,
-             mostBins);
+                               "T2: width of a bin, by default 100ps, bare in ps"));
+    asNumber(command->add_option("--bins", options->Bins, "T2: number of bins, by default 65536"), 1, mostBins);
     command->footer(histogramFooter);
     return {command, [options](const HostOptions &host) { return runHistogram(*options, host); }};
 }

@@ -134,14 +134,15 @@ Command addSimulate(CLI::App &program)
         asOneOf(command->add_option(option, value, help), names)->capture_default_str();
     };
     name("--mode", options->Mode, "Record form", {"t2", "t3"});
-    name("--light", options->Light, "Kind of light (T3: pulsed; T2: poisson unless told)",
+    name("--light", options->Light, "Kind of light, by default pulsed in T3 and poisson in T2",
          {"pulsed", "poisson", "antibunched", "bunched", "diffusing"});
     asNumber(command->add_option("--channels", options->Channels,
-                                 "Input channels (2, or as many as the longest list has)"),
+                                 "Input channels, by default 2 or as many as the longest list has"),
              1, 64);
     text("--rate", options->Rates, "Signal of each channel, bare in cps", "RATES");
     text("--background", options->Background, "Background of each channel, bare in cps", "RATES");
-    text("--sync-rate", options->SyncRate, "Pulses, bare in Hz (pulsed light: 40MHz unless told)", "RATE");
+    text("--sync-rate", options->SyncRate,
+         "Rate of the pulses, bare in Hz; by default 40MHz for pulsed light, none for other", "RATE");
     text("--duration", options->Duration, "Length of the recording, bare in s", "TIME");
     text("--lifetime", options->Lifetimes, "Decay of each channel, bare in ns; 0 is prompt", "TIMES");
     text("--irf", options->Response,
@@ -155,8 +156,8 @@ Command addSimulate(CLI::App &program)
                      "Diffusing: mean number in the focus, from 0.01 to 1000")
         ->capture_default_str();
     text("--diffusion-time", options->DiffusionTime, "Time of diffusion through the focus, bare in us", "TIME");
-    text("--resolution", options->Resolution, "Unit of a dtime (T3: 25ps) or a time tag (T2: 5ps), bare in ps",
-         "TIME");
+    text("--resolution", options->Resolution,
+         "Unit of a dtime (by default 25ps) or, in T2, of a time tag (5ps), bare in ps", "TIME");
     name("--family", options->Family, "Instrument family", {"ZP", "CD", "SV40", "LM70", "CD90"});
     command->add_option("--seed", options->Seed, "Seed of the random numbers")->capture_default_str();
     text("--comment", options->Comment, "Comment for the file's header", "TEXT");

@@ -36,7 +36,7 @@ void catchUp(std::vector<uint32_t> &words, uint64_t &wraps, uint64_t wanted, uin
 
 std::optional<RecordedData> recordedData(const std::string &name)
 {
-    std::filesystem::path folder = std::filesystem::path(TESSEL_SHARED_DATA) / name;
+    std::filesystem::path folder = std::filesystem::path(TESSEL_TEST_DATA) / name;
     std::ifstream reference(folder / "reference.json");
     if (!reference) return std::nullopt;
     std::stringstream text;

@@ -1,4 +1,4 @@
-// Real recordings with known answers, where their folder is at hand (TESSEL_SHARED_DATA), and their conversion
+// Real recordings with known answers, where their folder is at hand (TESSEL_TEST_DATA), and their conversion
 // to record words.
 #pragma once
 
