@@ -347,7 +347,9 @@ TESSEL_API bool getMCountRates(const char16_t *id, int32_t index, uint32_t *rate
 TESSEL_API void addMSubStream(const char16_t *id, uint64_t from, uint64_t to);
 
 /* Ends the stage at `index` (position in the chain, from 0). Its record stays, so that the numbers of later
- * stages don't change; a chain with an ended stage can't run: clearManis() removes all. */
+ * stages don't change; a chain with an ended stage can't run: clearManis() removes all. A live run goes on to
+ * its end, and what comes to the ended stage is dropped. getNumAllChans() falls by one for each call, with
+ * clearManis() for each stage, whatever channels the stage made, until a stage is added. */
 TESSEL_API void deleteMani(const char16_t *id, uint32_t index);
 
 /* Removes all stages. */
