@@ -1,5 +1,4 @@
 // `tessel hist2d`: pairs of events by the delays of both.
-#include "console.h"
 #include "exit_codes.h"
 #include "measure.h"
 #include "output.h"
@@ -10,10 +9,8 @@
 #include <boost/json/array.hpp>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
 #include <memory>
-#include <numeric>
 
 namespace Tessel::Cli {
 
@@ -119,11 +116,6 @@ Hist2d prepared(const Hist2dOptions &options, const Recording &recording)
     return histogram;
 }
 
-uint64_t total(const Hist2d &histogram)
-{
-    return std::accumulate(histogram.Counts.begin(), histogram.Counts.end(), uint64_t(0));
-}
-
 std::string asCsv(const Hist2dOptions &options, const Hist2d &histogram, const Measured &measured)
 {
     const Axis &x = histogram.X, &y = histogram.Y;
@@ -134,7 +126,7 @@ std::string asCsv(const Hist2dOptions &options, const Hist2d &histogram, const M
                     options.X.Chan, x.NumBins, x.BinWidthPs,
                     options.TimeOverThreshold ? std::string("time over threshold")
                                               : fmt::format("channel {}", options.Y.Chan),
-                    y.NumBins, y.BinWidthPs, total(histogram)));
+                    y.NumBins, y.BinWidthPs, total(histogram.Counts)));
     notes.push_back(lastNote(measured));
     std::vector<uint64_t> xs, ys;
     for (size_t i = 0; i < histogram.Counts.size(); ++i) {
@@ -173,7 +165,7 @@ boost::json::object asJson(const Hist2dOptions &options, const Hist2d &histogram
     result["timeOverThreshold"] = options.TimeOverThreshold;
     result["slope"] = options.Slope;
     result["recovery"] = recoveryJson(histogram.Recovery, options.Recovery.Slope);
-    result["total"] = total(histogram);
+    result["total"] = total(histogram.Counts);
     boost::json::array rows;
     for (size_t row = 0; row < histogram.Y.NumBins; ++row) rows.push_back(jsonArray({"", histogram.row(row)}));
     result["counts"] = std::move(rows);

@@ -8,11 +8,10 @@
 #include "units.h"
 
 #include <CLI/CLI.hpp>
-#include <boost/json/array.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <memory>
-#include <numeric>
 #include <optional>
 
 namespace Tessel::Cli {
@@ -82,11 +81,6 @@ Histogram shaped(const HistogramOptions &options, const Recording &recording)
     return histogram;
 }
 
-uint64_t total(std::span<const uint32_t> counts)
-{
-    return std::accumulate(counts.begin(), counts.end(), uint64_t(0));
-}
-
 std::vector<std::string> notes(const HistogramOptions &options, const Histogram &histogram,
                                const Measured &measured)
 {
@@ -123,13 +117,7 @@ boost::json::object asJson(const HistogramOptions &options, const Histogram &his
     if (histogram.SyncPeriodPs > 0) result["syncPeriodPs"] = histogram.SyncPeriodPs;
     result["refChan"] = nullptr;
     if (measured.From.MeasMode == 2) result["refChan"] = options.RefChan.value_or(0);
-    boost::json::array channels;
-    for (int64_t row = 0; row < measured.From.NumRows; ++row)
-        channels.push_back({{"row", row},
-                            {"name", rowName(measured.From, row)},
-                            {"total", total(histogram.row(row))},
-                            {"counts", jsonArray({"", histogram.row(row)})}});
-    result["channels"] = std::move(channels);
+    result["channels"] = channelsJson(measured.From, [&](int64_t row) { return histogram.row(row); });
     return result;
 }
 

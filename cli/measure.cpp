@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <numeric>
 
 namespace Tessel::Cli {
 
@@ -118,6 +119,22 @@ boost::json::object firstKeys(const Measured &measured, std::string_view schema)
     boost::json::object keys = recordingKeys(measured.From, schema);
     keys["run"] = outcomeJson(measured.From, measured.Run);
     return keys;
+}
+
+uint64_t total(std::span<const uint32_t> counts)
+{
+    return std::accumulate(counts.begin(), counts.end(), uint64_t(0));
+}
+
+boost::json::array channelsJson(const Recording &recording, const RowCounts &countsOf)
+{
+    boost::json::array channels;
+    for (int64_t row = 0; row < recording.NumRows; ++row)
+        channels.push_back({{"row", row},
+                            {"name", rowName(recording, row)},
+                            {"total", total(countsOf(row))},
+                            {"counts", jsonArray({"", countsOf(row)})}});
+    return channels;
 }
 
 bool isAllZero(std::span<const uint32_t> counts)

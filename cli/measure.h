@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "plot.h"
 
+#include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 
 #include <cstdint>
@@ -70,6 +71,12 @@ boost::json::object recordingKeys(const Recording &recording, std::string_view s
 
 // The same and run.
 boost::json::object firstKeys(const Measured &measured, std::string_view schema);
+
+uint64_t total(std::span<const uint32_t> counts);
+
+// The rows of a result: row, name, total, counts.
+using RowCounts = std::function<std::span<const uint32_t>(int64_t row)>;
+boost::json::array channelsJson(const Recording &recording, const RowCounts &countsOf);
 
 // Nothing was counted; a value that is infinite or no number counts as none.
 bool isAllZero(std::span<const uint32_t> counts);

@@ -1,5 +1,4 @@
 // `tessel trace`: counts of every channel in bins of time.
-#include "console.h"
 #include "exit_codes.h"
 #include "measure.h"
 #include "output.h"
@@ -7,13 +6,10 @@
 #include "units.h"
 
 #include <CLI/CLI.hpp>
-#include <boost/json/array.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
-#include <numeric>
 
 namespace Tessel::Cli {
 
@@ -87,15 +83,7 @@ boost::json::object asJson(const Trace &trace, const Measured &measured)
     result["bins"] = trace.numShown();
     result["binWidthPs"] = trace.BinWidthPs;
     result["firstBin"] = trace.firstShown();
-    boost::json::array channels;
-    for (int64_t row = 0; row < measured.From.NumRows; ++row) {
-        const auto counts = trace.row(row);
-        channels.push_back({{"row", row},
-                            {"name", rowName(measured.From, row)},
-                            {"total", std::accumulate(counts.begin(), counts.end(), uint64_t(0))},
-                            {"counts", jsonArray({"", counts})}});
-    }
-    result["channels"] = std::move(channels);
+    result["channels"] = channelsJson(measured.From, [&](int64_t row) { return trace.row(row); });
     return result;
 }
 
