@@ -22,28 +22,22 @@ bool refuse(const RunRef &run, const char *what)
 
 constexpr uint64_t largestResult = uint64_t{1} << 31; // counts, 8 GiB: more is a mistake of the caller's
 
-bool fits(const RunRef &run, uint64_t rows, uint64_t columns)
+struct Shape
 {
-    return rows == 0 || columns <= largestResult / rows || refuse(run, "The result has too many bins!");
-}
+    uint64_t Rows, Columns;
 
-// Rows x columns of counts at HistoData.
-bool sizeCounts(RunRef &ref, uint64_t rows, uint64_t columns)
-{
-    Run &run = *ref.run;
-    if (!fits(ref, rows, columns)) return false;
-    run.HistoData = run.Request.HistoData;
-    run.HistoSize = run.HistoData ? rows * columns : 0;
-    std::fill_n(run.HistoData, run.HistoSize, 0u);
-    return true;
-}
+    bool isSensible() const { return Rows == 0 || Columns <= largestResult / Rows; }
+};
 
-bool sizeTrace(RunRef &run)
+// Of the counts at HistoData.
+Shape shapeOf(const Run &run)
 {
-    const uint64_t rows = run.run->NumRows, columns = run.run->Params.TimeTrace.TraceNumBins;
-    if (!fits(run, rows, columns)) return false;
-    if (!makeTraceWork(run)) return refuse(run, "No memory for the time trace!");
-    return sizeCounts(run, rows, columns);
+    switch (run.Request.Kind) {
+    case MeasKind::Histogram: return {run.NumRows, run.NumBins};
+    case MeasKind::Histo2d: return {run.Params.Histo2d.H2dNumBinsY, run.Params.Histo2d.H2dNumBinsX};
+    case MeasKind::TimeTrace: return {run.NumRows, run.Params.TimeTrace.TraceNumBins};
+    default: return {0, 0};
+    }
 }
 
 } // namespace
@@ -59,13 +53,22 @@ bool hasResult(MeasKind kind)
     }
 }
 
-bool sizeResult(RunRef &run)
+bool sizeResult(RunRef &ref)
+{
+    Run &run = *ref.run;
+    const Shape shape = shapeOf(run);
+    if (!shape.isSensible()) return refuse(ref, "The result has too many bins!");
+    run.HistoData = run.Request.HistoData;
+    run.HistoSize = run.HistoData ? shape.Rows * shape.Columns : 0;
+    std::fill_n(run.HistoData, run.HistoSize, 0u);
+    if (run.Request.TraceFirstBin) *run.Request.TraceFirstBin = 0;
+    return true;
+}
+
+bool makeWork(RunRef &run)
 {
     switch (run.run->Request.Kind) {
-    case MeasKind::Histogram: return sizeCounts(run, run.run->NumRows, run.run->NumBins);
-    case MeasKind::Histo2d:
-        return sizeCounts(run, run.run->Params.Histo2d.H2dNumBinsX, run.run->Params.Histo2d.H2dNumBinsY);
-    case MeasKind::TimeTrace: return sizeTrace(run);
+    case MeasKind::TimeTrace: return makeTraceWork(run) || refuse(run, "No memory for the time trace!");
     case MeasKind::ImportSource:
         return run.run->ImportBlock.allocate(streamRecords()) || refuse(run, "No memory for the import block!");
     case MeasKind::Correlation:
@@ -139,6 +142,7 @@ bool checkParams(const RunRef &run)
 {
     const Device &device = run.device();
     bool isT2 = device.MeasMode == MeasMode::T2;
+    if (run.run->Request.Kind == MeasKind::Raw) return true; // words as they stand need no scale of time
     if (device.SyncPeriodPs < 1) return refuse(run, "A sync period or base resolution of 0 ps, can't measure!");
     if (device.MeasMode == MeasMode::T3 && !(device.Resolution >= 1))
         return refuse(run, "A resolution of 0 ps, can't measure!");

@@ -12,6 +12,10 @@ bool hasResult(MeasKind kind);
 // False, with an error in the log, if there can be no such result.
 bool sizeResult(RunRef &run);
 
+// Makes what the run counts with. ManisLock is held. False, with an error in the log: there is no memory for
+// it.
+bool makeWork(RunRef &run);
+
 // Brings what was counted into the caller's result, where that isn't counted into directly. ManisLock and
 // ResultLock are held.
 void giveOutResult(RunRef &run);

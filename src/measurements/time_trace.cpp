@@ -12,7 +12,7 @@ namespace {
 
 void tellFirstBin(Run &run)
 {
-    if (run.Request.TraceFirstBin) *run.Request.TraceFirstBin = run.TimeTrace ? run.TimeTrace->FirstBin : 0;
+    if (run.Request.TraceFirstBin) *run.Request.TraceFirstBin = run.TimeTrace->FirstBin;
 }
 
 bool isMarker(uint8_t channel)
@@ -85,7 +85,6 @@ private:
 
 bool makeTraceWork(RunRef &run)
 {
-    tellFirstBin(*run.run);
     const TimeTraceParams &params = run.run->Params.TimeTrace;
     auto work = std::make_shared<TimeTraceWork>();
     work->BinWidth = traceBinWidth(params.TraceHistorySize, params.TraceNumBins);

@@ -74,16 +74,24 @@ bool allocateBuffers(RunRef &ref)
     return true;
 }
 
+// Also for a run that can't measure: the host finds an empty result, not that of the run before.
+bool initResult(RunRef &ref)
+{
+    MeasContext &context = ref.context();
+    std::scoped_lock lock(context.ManisLock, library().ResultLock);
+    context.Description.NumRecs = 0; // what else a recorded file tells of its run stays
+    context.Description.AcqTime = ref.run->AcqTimeMs;
+    return sizeResult(ref);
+}
+
 bool initStore(RunRef &ref)
 {
     MeasContext &context = ref.context();
     if (LogLevel.Manipulators) logInf(LogCategory::Progress, "InitStore @{}", ref.device().ID);
     if (ref.run->Request.Kind != MeasKind::Raw && !allocateFinalStore(ref.target))
         return refuse(ref.device(), "No memory for the final store!");
-    std::scoped_lock lock(context.ManisLock, library().ResultLock);
-    context.Description.NumRecs = 0; // what else a recorded file tells of its run stays
-    context.Description.AcqTime = ref.run->AcqTimeMs;
-    return sizeResult(ref);
+    std::lock_guard lock(context.ManisLock);
+    return makeWork(ref);
 }
 
 void failRun(const RunRef &ref, const char *what, const char *why) noexcept
@@ -178,7 +186,7 @@ bool setUp(RunRef &ref)
     decideMeasControl(ref);
     readCountRates(device, context);
     if (isFile(device)) openFileInput(device, *ref.run); // where it fails the first read tells
-    if (!checkParams(ref)) return false;
+    if (!initResult(ref) || !checkParams(ref)) return false;
     if (isStreamRun && !allocateBuffers(ref)) return false;
     addManisStore(ref.target, *ref.run, [&ref](std::shared_ptr<Manipulator> record) {
         ref.run->CopyStore = startThread(ref, "CopyStoreThread", ref.run->CopyStoreDone,

@@ -182,6 +182,8 @@ TEST(Lifecycle, AT2BinWidthOfZeroEndsTheRun)
     EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
     EXPECT_TRUE(finished.isSet());
     EXPECT_EQ(host.logged("ERR Device: A histogram bin width of 0 ps"), 1u);
+    EXPECT_EQ(counts.sum(), 0u);
+    EXPECT_EQ(described("NumRecs"), 0);
     setHistoT2BinWidth(nullptr, 1);
     getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get());
     EXPECT_EQ(counts.at(1, 4), 1u);

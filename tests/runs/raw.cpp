@@ -115,6 +115,19 @@ TEST(RawMeasure, StandsStillWithoutAReaderUntilItIsStopped)
     EXPECT_EQ(untouched, 99u);
 }
 
+TEST(RawMeasure, NeedsNoScaleOfTime)
+{
+    Host host;
+    auto words = randomWords({.count = 1000, .seed = 31});
+    ASSERT_FALSE(host.open(TgxFile::t3(4).tag("MeasDesc_Resolution", 0.0), words).empty());
+    std::vector<uint32_t> block(words.size());
+    uint64_t count = 0;
+    Finished finished;
+    EXPECT_TRUE(rawMeasure(nullptr, 0, 1, 0, block.data(), &count, block.size(), finished.get()));
+    EXPECT_EQ(count, words.size());
+    EXPECT_TRUE(block == words);
+}
+
 TEST(RawMeasure, RunsWithoutABlock)
 {
     Host host;

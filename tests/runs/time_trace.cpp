@@ -181,7 +181,7 @@ TEST(TimeTrace, ParametersThatCantBeMeasuredWith)
         const char *logged;
     } rows[] = {
         {"no bins", 0, 1, "A time trace without bins, can't measure!"},
-        {"bins below zero", -1, 1, "can't measure!"},
+        {"bins below zero", -1, 1, "too many bins!"},
         {"the least number", INT32_MIN, 1e300, "too many bins!"},
         {"bins beyond memory", INT32_MAX, 1, "too many bins!"},
         {"history shorter than its bins", 1000, 999e-12,
@@ -195,12 +195,12 @@ TEST(TimeTrace, ParametersThatCantBeMeasuredWith)
         SCOPED_TRACE(given.name);
         EXPECT_TRUE(setTimeTraceNumBins(nullptr, given.bins));
         EXPECT_TRUE(setTimeTraceHistorySize(nullptr, given.history));
-        Finished finished;
-        uint32_t untouched = 5;
+        Trace trace(channels + 1, 1000);
         const size_t before = host.logged(given.logged);
-        EXPECT_TRUE(getTimeTrace(nullptr, 0, 1, 0, &untouched, nullptr, finished.get()));
-        EXPECT_TRUE(finished.isSet());
-        EXPECT_EQ(untouched, 5u);
+        EXPECT_TRUE(trace.measure());
+        EXPECT_TRUE(trace.finished.isSet());
+        const uint32_t expected = given.bins == 1000 ? 0 : 0xDEADBEEF; // emptied if it has a size
+        EXPECT_EQ(trace.counts.at(channels, 999), expected);
         EXPECT_EQ(host.logged(given.logged), before + 1);
     }
     setTimeTraceNumBins(nullptr, 10);
