@@ -1,13 +1,11 @@
 // `tessel chain`: how the stages of a chain number their channels on a recording.
 #include "chain_stages.h"
 #include "commands.h"
-#include "console.h"
 #include "output.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <iterator>
 #include <memory>
 

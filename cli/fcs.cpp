@@ -6,7 +6,6 @@
 #include "units.h"
 
 #include <CLI/CLI.hpp>
-#include <boost/json/array.hpp>
 #include <fmt/format.h>
 
 #include <cmath>

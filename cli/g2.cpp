@@ -6,10 +6,8 @@
 #include "units.h"
 
 #include <CLI/CLI.hpp>
-#include <boost/json/array.hpp>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <limits>
 #include <memory>
 

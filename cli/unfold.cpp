@@ -1,5 +1,4 @@
 // `tessel unfold`: the decoded events of a recording, written as they come.
-#include "console.h"
 #include "exit_codes.h"
 #include "measure.h"
 #include "output.h"
@@ -11,7 +10,6 @@
 #include <fmt/compile.h>
 #include <fmt/format.h>
 
-#include <cstring>
 #include <iterator>
 #include <memory>
 
