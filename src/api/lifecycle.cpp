@@ -51,7 +51,7 @@ void closeAll()
 {
     do {
         for (const DeviceRef &target : allDevices()) {
-            endRun(target);
+            if (endRun(target)) stopManipulators(target, true, [] {});
             removeStages(target);
         }
         endRun(nullDevice());

@@ -88,7 +88,7 @@ void closeDevice(const DeviceRef &target)
         std::lock_guard noStart(target.context->StartLock);
         target.context->Closed = true; // from here on no run begins on it
     }
-    endRun(target);
+    const bool isFree = endRun(target);
     if (currentDevice().device->ID == device.ID) makeCurrent(library().NullDevice);
     if (!isFile(device)) return;
 
@@ -97,6 +97,7 @@ void closeDevice(const DeviceRef &target)
     if (LogLevel.Device)
         logDev(LogCategory::Progress, "Close File Device: {} {} {} @{}", device.TableIndex.load(),
                visible(device.FileDevicePath), static_cast<int32_t>(device.DeviceType), device.ID);
+    if (isFree) stopManipulators(target, true, [] {});
     removeStages(target);
     removeDevice(target);
 }
