@@ -115,7 +115,7 @@ TEST(Import, MergesTwoFilesByTime)
                                    static_cast<int32_t>(given.wanted.size()), given.offset),
                   channels + 1);
         std::vector<uint8_t> wanted(given.wanted.begin(), given.wanted.end());
-        if (wanted.empty()) wanted = {1};
+        if (wanted.empty()) wanted.push_back(1);
         const Events expected = imported(own.events, source.events, wanted, channels + 1, given.offset);
         for (int turn = 0; turn < 2; ++turn) // the source is started anew for each run
             expectSameEvents(measuredEvents(own, own.events.size() + source.events.size()), expected);
