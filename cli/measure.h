@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "plot.h"
+#include "replay.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>

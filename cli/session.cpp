@@ -1,23 +1,18 @@
-// Start and end of the library, opening of recordings, waiting for runs. The main thread's.
+// Start and end of the library, opening of recordings. The main thread's.
 #include "session.h"
 
 #include "console.h"
 #include "exit_codes.h"
-#include "interrupt.h"
-#include "progress.h"
 #include "tessel.h"
 
 #include <boost/json/parse.hpp>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <filesystem>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -104,24 +99,6 @@ bool isDeviceOf(const boost::json::object &config, const std::string &path)
     return config.at("DeviceType").to_number<int>() == 1 && config.at("FileDevicePath").as_string() == normal;
 }
 
-// How far a replay has come. Until the run empties it, the description is that of the run before.
-struct ReplayShown
-{
-    Progress &Line;
-    const Recording &From;
-    bool HasBegun = false;
-};
-
-void show(ReplayShown &shown)
-{
-    if (quiet() || !onTerminal()) return;
-    const auto read = runDescription().at("NumRecs").to_number<uint64_t>();
-    const auto before = shown.From.Description.at("NumRecs").to_number<uint64_t>();
-    shown.HasBegun = shown.HasBegun || read != before;
-    if (shown.HasBegun)
-        showProgress(shown.Line, static_cast<double>(read) / static_cast<double>(shown.From.NumRecords), read);
-}
-
 } // namespace
 
 Session::Session(const HostOptions &options)
@@ -173,78 +150,6 @@ Recording openRecording(const std::string &path)
     recording.ClaimedRecords = claimedRecords(recording.Header);
     recording.NumRows = getNumAllChans(nullptr);
     return recording;
-}
-
-Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
-               const std::function<bool()> &meanwhile)
-{
-    alignas(std::atomic_ref<uint8_t>::required_alignment) uint8_t finished = 0;
-    const std::atomic_ref<uint8_t> isFinished(finished);
-    const InterruptWatch watch;
-    Progress progress("replay");
-    Outcome outcome;
-    std::exception_ptr failure; // the run writes to what the caller owns, so it must end first
-    const auto work = [&] {
-        try {
-            return meanwhile && !failure && meanwhile();
-        } catch (...) {
-            failure = std::current_exception();
-            stopMeasure(nullptr);
-            return false;
-        }
-    };
-    ReplayShown shown{progress, recording};
-    start(&finished);
-    while (isFinished.load(std::memory_order_acquire) == 0) {
-        if (!work()) std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        if (outcome.Signal == 0 && interruptSignal() != 0) {
-            outcome.Signal = interruptSignal();
-            stopMeasure(nullptr);
-        }
-        show(shown);
-    }
-    work();
-    if (failure) std::rethrow_exception(failure);
-    outcome.Seconds = secondsSince(progress.Start);
-    const boost::json::object description = runDescription();
-    outcome.NumRead = description.at("NumRecs").to_number<uint64_t>();
-    outcome.StopReason = description.at("StopReason").as_string();
-    return outcome;
-}
-
-int reportOutcome(const Recording &recording, const Outcome &outcome)
-{
-    if (outcome.Signal != 0) {
-        note(fmt::format("stopped after {} of {} records; the result is partial", outcome.NumRead,
-                         recording.NumRecords));
-        return exitCodeOfSignal(outcome.Signal);
-    }
-    bool lost = false;
-    if (outcome.NumRead < recording.NumRecords) {
-        warn(fmt::format("only {} of {} records were read ({})", outcome.NumRead, recording.NumRecords,
-                         visibleText(outcome.StopReason)));
-        lost = true;
-    }
-    // A replay that ends by itself leaves the stop reason of the recording; another one is the replay's own.
-    if (recording.Description.at("StopReason").as_string() != outcome.StopReason) {
-        warn(fmt::format("the run ended by {}", visibleText(outcome.StopReason)));
-        lost = true;
-    }
-    if (recording.ClaimedRecords > 0 &&
-        static_cast<uint64_t>(recording.ClaimedRecords) > recording.NumRecords) {
-        warn(fmt::format("the file is cut short: its header tells of {} records, it holds {}",
-                         recording.ClaimedRecords, recording.NumRecords));
-        lost = true;
-    }
-    return static_cast<int>(lost ? Exit::DataLost : Exit::Success);
-}
-
-boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome)
-{
-    return {{"recordsRead", outcome.NumRead},
-            {"recordsInFile", recording.NumRecords},
-            {"complete", outcome.Signal == 0 && outcome.NumRead == recording.NumRecords},
-            {"stopReason", outcome.StopReason}};
 }
 
 namespace {

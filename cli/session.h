@@ -1,5 +1,4 @@
-// The library from start to end, a recorded file opened as a device, and a run on it: what every command that
-// computes something from a recording shares.
+// The library from start to end, and a recorded file opened as a device: what every command shares.
 #pragma once
 
 #include "chain_text.h"
@@ -7,7 +6,6 @@
 #include <boost/json/object.hpp>
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,7 +32,7 @@ struct PlacedStage
 {
     ChainStage Stage;
     int64_t FirstChannel = 0; // also the number of rows that the stage sees
-    int64_t NumChannels = 0;  // that it made; 0 for many
+    int64_t NumChannels = 0;  // that it made; 0 of a substream or countrate
 };
 
 struct Recording
@@ -57,26 +55,6 @@ Recording openRecording(const std::string &path);
 // Of the current device, now.
 boost::json::object deviceConfig();
 boost::json::object runDescription();
-
-struct Outcome
-{
-    std::string StopReason;
-    uint64_t NumRead = 0; // records
-    double Seconds = 0;
-    int Signal = 0; // that stopped the run; 0: none
-};
-
-// Calls `start` with the finished byte, then waits for it, shows the progress, and stops the run on Ctrl-C (a
-// second one ends the program at once).
-// `meanwhile`: called again and again as long as the run goes on, and once after it; true if there was
-// something to do.
-Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
-               const std::function<bool()> &meanwhile = nullptr);
-
-// Tells on standard error what was lost, and gives the program's exit code.
-int reportOutcome(const Recording &recording, const Outcome &outcome);
-
-boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome);
 
 // "Sync", "Channel 1", "Channel 3, merge 1+2": the name of a row of a result.
 std::string rowName(const Recording &recording, int64_t row);
