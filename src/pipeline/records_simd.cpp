@@ -3,9 +3,11 @@
 //
 // In both modes a word is taken apart into `Low`, 25 bits of time, and `Wraps`, the overflows that it counts (0
 // but for an overflow record). With `before`, the sum of the wraps of its group up to and with the word, its
-// time is
-//     T3:  (overflowBase << 15)           +  low + (before << 25)                       low = nsync << 15 |
-//     dtime T2:  (overflowBase * SyncPeriodPs)  + (low + (before << 25)) * SyncPeriodPs       low = timetag
+// time is, in T3 with low = nsync << 15 | dtime and in T2 with low = timetag,
+//
+//     T3   (overflowBase << 15)          +  low + (before << 25)
+//     T2   (overflowBase * SyncPeriodPs) + (low + (before << 25)) * SyncPeriodPs
+//
 // so that the first term alone passes from group to group. All of it wraps at 64 bits, as in the plain loop.
 //
 // A group is written whole even if words of it are dropped: there are never more events than words before it,
