@@ -39,7 +39,7 @@ struct ResultOptions
     std::string PlotFile;
 };
 
-// FILE.
+// The positional argument FILE.
 void addRecordingArgument(CLI::App &command, std::string &path);
 
 // -o and --json; `plainForm`: what is written without --json.

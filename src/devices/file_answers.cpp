@@ -19,8 +19,7 @@ namespace {
 constexpr uint64_t fileHoldWords = 2097152; // a file isn't read while the buffer would pass this
 constexpr uint64_t wordBytes = sizeof(uint32_t);
 
-// Bytes that could be read at `offset`, a multiple of a word; fewer than asked only at the file's end. -1:
-// error.
+// Bytes that could be read at `offset`, in whole words; fewer than asked only at the file's end. -1: error.
 int64_t readWords(int file, uint32_t *words, uint64_t bytes, uint64_t offset)
 {
     auto *target = reinterpret_cast<char *>(words);

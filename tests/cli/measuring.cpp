@@ -169,8 +169,7 @@ TEST(Measuring, TraceCountsTheEventsOfEachBin)
     }
 }
 
-// Mean times of the pairs are the lifetimes; the later of two photons of a pulse counts, which adds at most 4
-// %.
+// Mean times of the pairs are the lifetimes; of two photons of a pulse the later counts: at most 4 % more.
 TEST(Measuring, Hist2dKeepsItsAxesApart)
 {
     const TempFolder folder;
