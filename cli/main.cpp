@@ -43,7 +43,9 @@ int runCommand(const std::vector<Command> &commands, const HostOptions &options)
 int answerParser(const CLI::App &program, const CLI::ParseError &thrown)
 {
     if (thrown.get_exit_code() != 0) {
-        error(fmt::format("{} (tessel --help tells more)", visibleText(thrown.what())));
+        const auto commands = program.get_subcommands(); // what was read up to here
+        const std::string command = commands.empty() ? "" : commands.front()->get_name() + " ";
+        error(fmt::format("{} (tessel {}--help tells more)", visibleText(thrown.what()), command));
         return static_cast<int>(Exit::Usage);
     }
     std::ostringstream text, ignored;

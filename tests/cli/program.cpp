@@ -35,7 +35,7 @@ TEST(Program, RefusesWrongUsageAndMissingFiles)
     } cases[] = {
         {{}, 2, "subcommand is required"},
         {{"correlate"}, 2, ""},
-        {{"info"}, 2, "FILE is required"},
+        {{"info"}, 2, "FILE is required (tessel info --help tells more)"},
         {{"info", "missing.tgx"}, 3, "missing.tgx: no such file"},
         {{"info", "text.tgx"}, 3, "text.tgx: not a recording"},
         {{"info", "empty.tgx"}, 3, "empty.tgx: "},
