@@ -43,14 +43,8 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
 {
     MeasContext &context = *target.context;
     std::lock_guard oneStart(context.StartLock);
-    std::shared_ptr<Run> run;
-    try {
-        run = std::make_shared<Run>(request, context.Params, numAllChans(*target.device, context),
-                                    target.device->NumBins);
-    } catch (...) { // no memory even for that: whoever polls goes on all the same
-        writeFinished(request.FinishedFlag, 1);
-        throw;
-    }
+    auto run = std::make_shared<Run>(request, context.Params, numAllChans(*target.device, context),
+                                     target.device->NumBins);
     writeFinished(*run, 0);
     bool free = endRun(target);
     run->rawCount() = run->unfoldCount() = 0; // after the run before it, which may have counted there
@@ -95,8 +89,13 @@ private:
 std::shared_ptr<Run> prepareAndStart(const DeviceRef &target, const RunRequest &request)
 {
     const Start start(*target.context);
-    if (request.PrepareImports) prepareImportSources(target);
-    return commonStart(target, request);
+    try {
+        if (request.PrepareImports) prepareImportSources(target);
+        return commonStart(target, request);
+    } catch (...) { // no memory or no thread: whoever polls goes on all the same
+        writeFinished(request.FinishedFlag, 1);
+        throw;
+    }
 }
 
 } // namespace

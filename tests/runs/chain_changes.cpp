@@ -132,6 +132,20 @@ TEST(ChainChanges, AStageThatGetsNoThreadIsNotAdded)
     EXPECT_EQ(counts.sum(), records);
 }
 
+TEST(ChainChanges, AnImportSourceThatGetsNoThreadEndsTheRun)
+{
+    Host host;
+    ASSERT_FALSE(host.open(writeT3(host)).empty());
+    std::string other = TgxFile::t3().tag("HW_SerialNo", "8").write(host.folder().file("other.tgx"));
+    getFileDevice(other.data());
+    ASSERT_EQ(addMImportStream(u"8@other.tgx", u"7@run.tgx", 1, members, 1, 0), 3);
+    Counts counts(4, columns);
+    Finished finished;
+    NoThreads refused;
+    EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
+    EXPECT_TRUE(finished.isSet());
+}
+
 TEST(ChainChanges, AnEndedStageFailsTheRunAtOnce)
 {
     Host host;
