@@ -116,6 +116,22 @@ Hist2d prepared(const Hist2dOptions &options, const Recording &recording)
     return histogram;
 }
 
+// By what the times are counted.
+std::vector<std::string> ruleNotes(const Hist2dOptions &options, const Hist2d &histogram, bool isT3)
+{
+    const Recovery &recovery = histogram.Recovery;
+    const std::string reference = isT3 ? "sync" : fmt::format("last event of channel {}", options.StartChan);
+    std::vector<std::string> notes = {fmt::format("times since the {}, less {} ps (x) and {} ps (y); slope {}",
+                                                  reference, histogram.X.OffsetPs, histogram.Y.OffsetPs,
+                                                  options.Slope)};
+    if (recovery.OffsetXPs || recovery.OffsetYPs || options.Recovery.Slope != 0)
+        notes.push_back(fmt::format("pairs sooner than {} ps or later than {} ps after the one before: {} ps "
+                                    "added to x, {} ps to y, {} to the slope",
+                                    recovery.MinPs, recovery.MaxPs, recovery.OffsetXPs, recovery.OffsetYPs,
+                                    options.Recovery.Slope));
+    return notes;
+}
+
 std::string asCsv(const Hist2dOptions &options, const Hist2d &histogram, const Measured &measured)
 {
     const Axis &x = histogram.X, &y = histogram.Y;
@@ -127,6 +143,8 @@ std::string asCsv(const Hist2dOptions &options, const Hist2d &histogram, const M
                     options.TimeOverThreshold ? std::string("time over threshold")
                                               : fmt::format("channel {}", options.Y.Chan),
                     y.NumBins, y.BinWidthPs, total(histogram.Counts)));
+    for (std::string &note : ruleNotes(options, histogram, measured.From.MeasMode == 3))
+        notes.push_back(std::move(note));
     notes.push_back(lastNote(measured));
     std::vector<uint64_t> xs, ys;
     for (size_t i = 0; i < histogram.Counts.size(); ++i) {
