@@ -39,6 +39,22 @@ void advance(TimeTraceWork &work, uint64_t count)
     work.FirstBin += count;
 }
 
+// Starts the window at its bin `count`, which alone moves: a bin behind it, which time has left by going back,
+// keeps its place in the window.
+void startAt(TimeTraceWork &work, uint64_t count)
+{
+    uint32_t *first = work.columnAt(0);
+    if (count < work.NumBins)
+        std::copy_n(work.columnAt(count), work.Rows, first);
+    else
+        std::fill_n(first, work.Rows, 0u);
+    for (uint64_t i = 1; i <= std::min(count, work.NumBins - 1); ++i)
+        std::fill_n(work.columnAt(i), work.Rows, 0u);
+    work.Used = work.Used > count + 1 ? work.Used : 1;
+    work.FirstBin += count;
+    work.CurrentBin = 0;
+}
+
 void moveTo(TimeTraceWork &work, uint64_t bin)
 {
     const uint64_t position = bin - work.FirstBin, numBins = work.NumBins;
@@ -224,8 +240,7 @@ bool giveOutTrace(TimeTraceWork &work, uint32_t *trace, uint64_t rows, bool last
         std::fill_n(bins + (numBins - moved), moved - given, 0u);
         for (uint64_t i = 0; i < given; ++i) bins[numBins - given + i] = work.columnAt(i)[row];
     }
-    advance(work, given);
-    work.CurrentBin = 0;
+    startAt(work, given);
     work.Dropped = 0;
     return true;
 }

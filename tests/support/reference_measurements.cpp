@@ -56,10 +56,10 @@ void TraceReference::giveOut(bool last)
                                  given.begin() + static_cast<ptrdiff_t>((r + 1) * bins));
         for (uint64_t i = 0; i < std::min<uint64_t>(lost, bins); ++i) row.push_back(0);
         for (uint64_t i = 0; i < current; ++i) {
-            row.push_back(static_cast<uint32_t>(working[r].front()));
-            working[r].pop_front();
-            working[r].push_back(0);
+            row.push_back(static_cast<uint32_t>(working[r][i]));
+            working[r][i] = 0;
         }
+        if (current < bins) std::swap(working[r][0], working[r][current]);
         std::copy(row.end() - static_cast<ptrdiff_t>(bins), row.end(),
                   given.begin() + static_cast<ptrdiff_t>(r * bins));
     }
