@@ -8,6 +8,7 @@
 #include "manipulators/run_copy.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
+#include "manipulators/time_span.h"
 
 #include <limits>
 
@@ -61,6 +62,7 @@ private:
         if (state.Held.empty()) return end;
         const uint64_t due = state.Held.front().Ps;
         const uint64_t surelyBefore = time.surelyBefore(due);
+        at += leadingWithin(in.Times + at, end - at, 0, surelyBefore);
         while (at < end && (in.Times[at] < surelyBefore || time.ps(in.Times[at]) < due)) ++at;
         return at;
     }

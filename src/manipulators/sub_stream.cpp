@@ -6,6 +6,7 @@
 #include "manipulators/run_copy.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
+#include "manipulators/time_span.h"
 
 #include <limits>
 
@@ -21,28 +22,44 @@ constexpr StageWords subStreamWords = {
     .Overrun = "Device: SubStream Buffer overrun - clearing! {} @{}",
 };
 
+// Raw times that need no look at their picoseconds.
+struct SureSpans
+{
+    uint64_t Before;           // surely too early
+    uint64_t Inside, InsideTo; // surely inside
+    uint64_t After, AfterTo;   // surely too late
+};
+
+template <class Time>
+SureSpans sureSpans(const SubStreamState &span, Time time)
+{
+    constexpr uint64_t latest = std::numeric_limits<uint64_t>::max();
+    const uint64_t last = time.surelyBefore(latest); // a later one may wrap
+    const bool isOpen = span.To == latest;
+    return {.Before = time.surelyBefore(span.From),
+            .Inside = time.surelyFrom(span.From),
+            .InsideTo = isOpen ? last : time.surelyBefore(span.To + 1),
+            .After = isOpen ? last : time.surelyFrom(span.To + 1),
+            .AfterTo = last};
+}
+
 // Events inside and outside lie in long runs, unless the stream is out of order.
 template <class Time>
 uint64_t copySpan(const SubStreamState &span, Time time, const Piece &in, EventStore &out)
 {
-    const uint64_t surelyFrom = time.surelyFrom(span.From);
-    const uint64_t surelyBefore =
-        span.To < std::numeric_limits<uint64_t>::max() ? time.surelyBefore(span.To + 1) : 0;
-    const auto isInside = [&](uint64_t raw) {
-        if (raw >= surelyFrom && raw < surelyBefore) return true;
-        const uint64_t ps = time.ps(raw);
-        return ps >= span.From && ps <= span.To;
-    };
-    uint64_t at = 0;
-    while (at < in.Count) {
-        while (at < in.Count && !isInside(in.Times[at])) ++at;
-        const uint64_t end = at + std::min(in.Count - at, roomOf(out));
-        const uint64_t from = at;
-        while (at < end && isInside(in.Times[at])) ++at;
-        appendRun(in, from, at, out);
-        if (roomOf(out) == 0) break;
+    const SureSpans sure = sureSpans(span, time);
+    for (uint64_t at = 0;;) {
+        at += leadingWithin(in.Times + at, in.Count - at, 0, sure.Before);
+        at += leadingWithin(in.Times + at, in.Count - at, sure.After, sure.AfterTo);
+        const uint64_t run =
+            leadingWithin(in.Times + at, std::min(in.Count - at, roomOf(out)), sure.Inside, sure.InsideTo);
+        appendRun(in, at, at + run, out);
+        at += run;
+        if (at == in.Count || roomOf(out) == 0) return at;
+        const uint64_t ps = time.ps(in.Times[at]);
+        if (ps >= span.From && ps <= span.To) appendRun(in, at, at + 1, out);
+        ++at;
     }
-    return at;
 }
 
 } // namespace
