@@ -5,7 +5,6 @@
 #include "measurements/histogram_2d_count.h"
 #include "measurements/time_trace_count.h"
 #include "measurements/unfold.h"
-#include "pipeline/records.h"
 #include "word_streams.h"
 
 #include <cstring>
@@ -20,19 +19,11 @@ constexpr uint64_t Rows = Bench::Inputs + 1;
 constexpr double Resolution = 4; // ps
 constexpr uint64_t PeriodPs = 12'500;
 
-struct Events
-{
-    std::vector<uint64_t> Times = std::vector<uint64_t>(StreamWords);
-    std::vector<uint8_t> Channels = std::vector<uint8_t>(StreamWords);
-    uint64_t Count = 0;
-};
+using Bench::Events;
 
 // T3: `syncs` sync periods from photon to photon in the mean.
 Events eventStream(MeasMode mode, uint32_t syncs)
 {
-    Events events;
-    uint64_t overflowBase = 0;
-    InvalidWords invalid;
     auto words = Bench::wordStream(mode, StreamWords, 2);
     if (mode == MeasMode::T3) {
         uint32_t sync = 0;
@@ -42,9 +33,7 @@ Events eventStream(MeasMode mode, uint32_t syncs)
             sync = next % 1024;
         }
     }
-    events.Count = decode(words, {.Mode = mode, .NumChans = Bench::Inputs, .SyncPeriodPs = 5}, overflowBase,
-                          events.Times.data(), events.Channels.data(), invalid);
-    return events;
+    return Bench::decoded(mode, words);
 }
 
 // Calls `work` with the time of a device in this mode.
@@ -61,19 +50,12 @@ void withTimeOf(MeasMode mode, const Work &work)
 template <class Fast, class Plain>
 void compareWithCopy(benchmark::State &state, const Events &events, const Fast &fast, const Plain &plain)
 {
-    Events copy;
+    Events copy(events.Times.size());
     Bench::compare(state, events.Count, fast, plain, [&] {
         std::memcpy(copy.Times.data(), events.Times.data(), events.Count * sizeof(uint64_t));
         std::memcpy(copy.Channels.data(), events.Channels.data(), events.Count);
         benchmark::ClobberMemory();
     });
-}
-
-// What the loop over runs of events is measured against: a division for every event.
-template <class Time>
-void dividing(TimeTraceWork &work, const Time &time, const Events &events)
-{
-    timeTraceCountPlain(work, time, events.Times.data(), events.Channels.data(), events.Count);
 }
 
 template <class Time>
@@ -87,7 +69,9 @@ void timeTraceCase(benchmark::State &state, const Time &time, const Events &even
     auto countFast = [&] {
         timeTraceCount(fast, time, events.Times.data(), events.Channels.data(), events.Count);
     };
-    auto countPlain = [&] { dividing(plain, time, events); };
+    auto countPlain = [&] {
+        timeTraceCountPlain(plain, time, events.Times.data(), events.Channels.data(), events.Count);
+    };
     countFast();
     countPlain();
     std::vector<uint32_t> given(Rows * bins), expected(Rows * bins);
@@ -144,7 +128,7 @@ void histogram2d(benchmark::State &state, MeasMode mode, double slope, uint32_t 
 void unfold(benchmark::State &state)
 {
     const Events events = eventStream(MeasMode::T3, 8);
-    Events block;
+    Events block(StreamWords);
     uint64_t count = 0;
     auto place = [&] {
         uint64_t done = 0;
@@ -161,8 +145,10 @@ void unfold(benchmark::State &state)
         }
     };
     place();
-    if (!std::equal(events.Times.begin(), events.Times.begin() + static_cast<ptrdiff_t>(count),
-                    block.Times.begin()))
+    const auto isSame = [&](const auto &in, const auto &out) {
+        return std::equal(in.begin(), in.begin() + static_cast<ptrdiff_t>(events.Count), out.begin());
+    };
+    if (count != events.Count || !isSame(events.Times, block.Times) || !isSame(events.Channels, block.Channels))
         return state.SkipWithError("differs from the stream");
     compareWithCopy(state, events, place, oneByOne);
 }

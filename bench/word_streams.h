@@ -2,6 +2,7 @@
 #pragma once
 
 #include "devices/enums.h"
+#include "pipeline/records.h"
 
 #include <cstdint>
 #include <random>
@@ -34,6 +35,25 @@ inline std::vector<uint32_t> wordStream(Tessel::MeasMode mode, uint64_t count, u
             word = random() % Inputs << 25 | time;
     }
     return words;
+}
+
+struct Events
+{
+    explicit Events(uint64_t capacity) : Times(capacity), Channels(capacity) {}
+
+    std::vector<uint64_t> Times;
+    std::vector<uint8_t> Channels;
+    uint64_t Count = 0;
+};
+
+inline Events decoded(Tessel::MeasMode mode, const std::vector<uint32_t> &words)
+{
+    Events events(words.size());
+    uint64_t overflowBase = 0;
+    Tessel::InvalidWords invalid;
+    events.Count = decode(words, {.Mode = mode, .NumChans = Inputs, .SyncPeriodPs = 5}, overflowBase,
+                          events.Times.data(), events.Channels.data(), invalid);
+    return events;
 }
 
 inline std::string caseName(const std::string &subject, uint32_t perMille, bool inMemory)
