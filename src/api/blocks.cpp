@@ -13,15 +13,12 @@ bool rawMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API rawMeasure {} {} @{}", acqTime, waitFinished, target.device->ID);
-        startMeasurement(target, {.Kind = MeasKind::Raw,
-                                  .AcqTimeMs = acqTime,
-                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
-                                  .SaveToFile = save != 0,
-                                  .PrepareImports = false,
-                                  .FinishedFlag = finished,
-                                  .RawBlock = block,
-                                  .RawCapacity = capacity,
-                                  .RawCount = count});
+        RunRequest request = requestOf(MeasKind::Raw, *target.device, acqTime, waitFinished, save, finished);
+        request.PrepareImports = false;
+        request.RawBlock = block;
+        request.RawCapacity = capacity;
+        request.RawCount = count;
+        startMeasurement(target, request);
         return true;
     });
 }
@@ -32,13 +29,11 @@ bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint32_t 
     return guarded("rawStartBlock", true, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api) logInf(LogCategory::Progress, "API rawStartBlock {} @{}", acqTime, target.device->ID);
-        startMeasurement(target, {.Kind = MeasKind::Raw,
-                                  .AcqTimeMs = acqTime,
-                                  .SaveToFile = save != 0,
-                                  .PrepareImports = false,
-                                  .FinishedFlag = finished,
-                                  .RawBlock = block,
-                                  .RawCapacity = capacity});
+        RunRequest request = requestOf(MeasKind::Raw, *target.device, acqTime, 0, save, finished);
+        request.PrepareImports = false;
+        request.RawBlock = block;
+        request.RawCapacity = capacity;
+        startMeasurement(target, request);
         return true;
     });
 }
@@ -59,15 +54,12 @@ bool ufMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API ufMeasure start {} {} @{}", acqTime, waitFinished,
                    target.device->ID);
-        startMeasurement(target, {.Kind = MeasKind::Unfold,
-                                  .AcqTimeMs = acqTime,
-                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
-                                  .SaveToFile = save != 0,
-                                  .FinishedFlag = finished,
-                                  .UnfoldTimes = times,
-                                  .UnfoldChannels = channels,
-                                  .UnfoldCapacity = capacity,
-                                  .UnfoldCount = count});
+        RunRequest request = requestOf(MeasKind::Unfold, *target.device, acqTime, waitFinished, save, finished);
+        request.UnfoldTimes = times;
+        request.UnfoldChannels = channels;
+        request.UnfoldCapacity = capacity;
+        request.UnfoldCount = count;
+        startMeasurement(target, request);
         return true;
     });
 }
@@ -80,13 +72,11 @@ bool ufStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint64_t *
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API ufStartBlock {} {} {} @{}", acqTime, save, capacity,
                    target.device->ID);
-        startMeasurement(target, {.Kind = MeasKind::Unfold,
-                                  .AcqTimeMs = acqTime,
-                                  .SaveToFile = save != 0,
-                                  .FinishedFlag = finished,
-                                  .UnfoldTimes = times,
-                                  .UnfoldChannels = channels,
-                                  .UnfoldCapacity = capacity});
+        RunRequest request = requestOf(MeasKind::Unfold, *target.device, acqTime, 0, save, finished);
+        request.UnfoldTimes = times;
+        request.UnfoldChannels = channels;
+        request.UnfoldCapacity = capacity;
+        startMeasurement(target, request);
         return true;
     });
 }
@@ -107,11 +97,8 @@ bool exportStreamMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinis
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API exportStreamMeasure {} {} @{}", acqTime, waitFinished,
                    target.device->ID);
-        startMeasurement(target, {.Kind = MeasKind::Raw,
-                                  .AcqTimeMs = acqTime,
-                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
-                                  .SaveToFile = save != 0,
-                                  .FinishedFlag = finished});
+        RunRequest request = requestOf(MeasKind::Raw, *target.device, acqTime, waitFinished, save, finished);
+        startMeasurement(target, request);
         return true;
     });
 }

@@ -11,12 +11,10 @@ bool get2dHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, 
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API get2dHistogram {} {} {} @{}", acqTime,
                    static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
-        startMeasurement(target, {.Kind = MeasKind::Histo2d,
-                                  .AcqTimeMs = acqTime,
-                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
-                                  .SaveToFile = save != 0,
-                                  .FinishedFlag = finished,
-                                  .HistoData = data});
+        RunRequest request =
+            requestOf(MeasKind::Histo2d, *target.device, acqTime, waitFinished, save, finished);
+        request.HistoData = data;
+        startMeasurement(target, request);
         return true;
     });
 }

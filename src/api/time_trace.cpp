@@ -12,13 +12,11 @@ bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, ui
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API getTimeTrace {} {} {} @{}", acqTime,
                    static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
-        startMeasurement(target, {.Kind = MeasKind::TimeTrace,
-                                  .AcqTimeMs = acqTime,
-                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
-                                  .SaveToFile = save != 0,
-                                  .FinishedFlag = finished,
-                                  .HistoData = data,
-                                  .TraceFirstBin = firstBin});
+        RunRequest request =
+            requestOf(MeasKind::TimeTrace, *target.device, acqTime, waitFinished, save, finished);
+        request.HistoData = data;
+        request.TraceFirstBin = firstBin;
+        startMeasurement(target, request);
         return true;
     });
 }

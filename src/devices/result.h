@@ -15,6 +15,13 @@ void reportDeviceError(LogCategory category, fmt::format_string<Args...> format,
     logErr(category, format, std::forward<Args>(args)...);
 }
 
+// A run that can't be made, for what reason. Returns false.
+inline bool refuse(const Device &device, std::string_view why)
+{
+    logErr(LogCategory::General, "Device: {} @{}", why, device.ID);
+    return false;
+}
+
 // Posts "Config: <operation> is not supported for libType ..." and returns false.
 bool notSupported(const Device &device, std::string_view operation);
 

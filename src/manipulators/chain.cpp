@@ -137,10 +137,6 @@ void logStage(std::string_view format, const Manipulator &record, const Device &
     if (LogLevel.Manipulators) logInf(LogCategory::Progress, fmt::runtime(format), record.Name, device.ID);
 }
 
-} // namespace
-
-namespace {
-
 void stopStage(const DeviceRef &target, Manipulator &record, bool exit, const std::function<void()> &everyTurn)
 {
     bool entered = askToStop(record, exit);

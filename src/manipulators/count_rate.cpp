@@ -8,8 +8,11 @@
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
+#include <limits>
 
 namespace Tessel {
 

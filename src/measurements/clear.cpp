@@ -9,7 +9,7 @@ namespace Tessel {
 void clearResult(const DeviceRef &target, Run &run)
 {
     ChainLocks locks(*target.context);
-    zeroResult(*target.device, *target.context, run);
+    zeroResult(*target.context, run);
 }
 
 void clearMeasure(const DeviceRef &target)
@@ -19,7 +19,7 @@ void clearMeasure(const DeviceRef &target)
     if (!run || !hasResult(run->Request.Kind)) return;
     if (target.device->MeasMode == MeasMode::Histogramming) clearHistMem(*target.device);
     ChainLocks locks(*target.context);
-    zeroResult(*target.device, *target.context, *run);
+    zeroResult(*target.context, *run);
     target.context->ClearRequested = true;
 }
 

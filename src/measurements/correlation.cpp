@@ -2,6 +2,7 @@
 #include "devices/raw_time.h"
 #include "measurements/correlation_count.h"
 #include "measurements/frame.h"
+#include "measurements/sequence_steps.h"
 #include "measurements/threads.h"
 
 #include <algorithm>
@@ -12,10 +13,9 @@ namespace Tessel {
 namespace {
 
 constexpr int64_t givenOutEveryNs = 1'000'000'000;
-constexpr uint64_t eventsToLook = 1000;        // the clock is looked at where the count of events is a multiple
-constexpr uint64_t originStep = 1'000'000'000; // ps
-constexpr int64_t longBlockNs = 20'000'000;    // what asks for a clear or an end waits no longer
-constexpr int64_t longTurnNs = 100'000'000;    // nor what waits for ManisLock
+constexpr uint64_t eventsToLook = 1000;     // the clock is looked at where the count of events is a multiple
+constexpr int64_t longBlockNs = 20'000'000; // what asks for a clear or an end waits no longer
+constexpr int64_t longTurnNs = 100'000'000; // nor what waits for ManisLock
 
 class CorrelationMeasurement
 {

@@ -2,6 +2,7 @@
 #include "devices/raw_time.h"
 #include "measurements/block_turns.h"
 #include "measurements/histogram_count.h"
+#include "measurements/sequence_steps.h"
 #include "measurements/threads.h"
 
 #include <algorithm>
@@ -65,20 +66,14 @@ private:
             countT3(block.Times, block.Channels, block.Count, shape.Histo, shape.NumBins, shape.Rows);
     }
 
-    // In T2 such an event is passed over altogether; in T3 it still can publish.
-    static bool isSkipped(uint8_t channel, uint64_t numChans)
-    {
-        return (channel & ChannelCode::Special) || channel >= numChans;
-    }
-
     template <class IsQuiet>
     void countSequence(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis,
                        IsQuiet isQuiet)
     {
-        if (isT2 && origin == 0) origin = batch.Times[0] / 1'000'000'000 * 1'000'000'000;
+        if (isT2) steps.begin(batch.Times[0]);
         countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
             countEvents(run, event, numChans);
-            return !isQuiet(*event.Channels) && isStepDone(run.context(), rawTime.ps(*event.Times));
+            return !isQuiet(*event.Channels) && steps.isDone(run.context(), rawTime.ps(*event.Times));
         });
     }
 
@@ -110,30 +105,14 @@ private:
             ++element;
         else if (!stopped && (!isT2 || channel < startChans) && ++element >= stopCount)
             stopAtCount(run, channel, element);
-        if (element >= run.context().SequenceCount) countReached = true;
+        if (element >= run.context().SequenceCount) steps.CountReached = true;
     }
 
     void stopAtCount(RunRef &run, uint8_t channel, uint32_t count)
     {
         stopped = true;
-        run.context().Description.StopReason = StopReason::Manual;
-        run.context().AbortRequested = false;
-        run.context().StopRequested = true;
-        if (isT2)
-            logDeb(LogCategory::Progress, "StopCount reached @ channel {} ({}) @{}", channel, count,
-                   run.device().ID);
-    }
-
-    bool isStepDone(MeasContext &context, uint64_t timePs)
-    {
-        switch (context.SequenceMode) {
-        case 1:
-            if (timePs - origin <= context.SequencePeriodPs) return false;
-            origin += context.SequencePeriodPs;
-            return true;
-        case 2: return std::exchange(countReached, false);
-        default: return context.AbortRequested;
-        }
+        stopForCount(run);
+        if (isT2) tellStopCount(run.device(), channel, count);
     }
 
     uint32_t stopCount = 0;
@@ -141,9 +120,8 @@ private:
     bool isT2 = false;
     RawTime rawTime;
 
-    bool stopped = false;      // a bin has reached StopCount
-    bool countReached = false; // a bin has reached SequenceCount
-    uint64_t origin = 0;       // ps, of the present step of a time sequence
+    bool stopped = false; // a bin has reached StopCount
+    SequenceSteps steps;
 };
 
 } // namespace

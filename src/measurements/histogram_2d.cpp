@@ -2,9 +2,8 @@
 #include "devices/truncated.h"
 #include "measurements/block_turns.h"
 #include "measurements/histogram_2d_count.h"
+#include "measurements/sequence_steps.h"
 #include "measurements/threads.h"
-
-#include <utility>
 
 namespace Tessel {
 
@@ -44,21 +43,14 @@ public:
     void finish(RunRef &) {}
 
 private:
-    static constexpr uint64_t originStep = 1'000'000'000; // ps
-
-    static bool isSkipped(uint8_t channel, uint64_t numChans)
-    {
-        return (channel & ChannelCode::Special) || channel >= numChans;
-    }
-
     template <class Time, class IsQuiet>
     void countSequence(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis,
                        const Time &time, IsQuiet isQuiet)
     {
-        if (isT2 && origin == 0) origin = batch.Times[0] / originStep * originStep;
+        if (isT2) steps.begin(batch.Times[0]);
         countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
             countToStop(run, event, numChans, time);
-            return !isQuiet(*event.Channels) && isStepDone(run.context(), time.ps(*event.Times));
+            return !isQuiet(*event.Channels) && steps.isDone(run.context(), time.ps(*event.Times));
         });
     }
 
@@ -89,29 +81,14 @@ private:
         }
         const bool isStopTested = stopCount != 0 && !stopped && (isCounted || !isT2);
         if (isStopTested && histo[element] >= stopCount) stopAtCount(run, channel, histo[element]);
-        if (histo[element] >= run.context().SequenceCount) countReached = true;
+        if (histo[element] >= run.context().SequenceCount) steps.CountReached = true;
     }
 
     void stopAtCount(RunRef &run, uint8_t channel, uint32_t count)
     {
         stopped = true;
-        run.context().Description.StopReason = StopReason::Manual;
-        run.context().AbortRequested = false;
-        run.context().StopRequested = true;
-        logDeb(LogCategory::Progress, "StopCount reached @ channel {} ({}) @{}", channel, count,
-               run.device().ID);
-    }
-
-    bool isStepDone(MeasContext &context, uint64_t timePs)
-    {
-        switch (context.SequenceMode) {
-        case 1:
-            if (timePs - origin <= context.SequencePeriodPs) return false;
-            origin += context.SequencePeriodPs;
-            return true;
-        case 2: return std::exchange(countReached, false);
-        default: return context.AbortRequested;
-        }
+        stopForCount(run);
+        tellStopCount(run.device(), channel, count);
     }
 
     PairRules rules;
@@ -120,9 +97,8 @@ private:
     uint8_t startChans = 0;
     bool isT2 = false;
 
-    bool stopped = false;      // an element has reached StopCount
-    bool countReached = false; // an element has reached SequenceCount
-    uint64_t origin = 0;       // ps, of the present step of a time sequence
+    bool stopped = false; // an element has reached StopCount
+    SequenceSteps steps;
 };
 
 } // namespace

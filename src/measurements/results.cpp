@@ -1,6 +1,6 @@
 #include "measurements/results.h"
 
-#include "log/log.h"
+#include "devices/result.h"
 #include "manipulators/chain.h"
 #include "measurements/correlation_result.h"
 #include "measurements/correlation_setup.h"
@@ -13,12 +13,6 @@
 namespace Tessel {
 
 namespace {
-
-bool refuse(const RunRef &run, const char *what)
-{
-    logErr(LogCategory::General, "Device: {} @{}", what, run.device().ID);
-    return false;
-}
 
 constexpr uint64_t largestResult = uint64_t{1} << 31; // counts, 8 GiB: more is a mistake of the caller's
 
@@ -57,7 +51,7 @@ bool sizeResult(RunRef &ref)
 {
     Run &run = *ref.run;
     const Shape shape = shapeOf(run);
-    if (!shape.isSensible()) return refuse(ref, "The result has too many bins!");
+    if (!shape.isSensible()) return refuse(ref.device(), "The result has too many bins!");
     run.HistoData = run.Request.HistoData;
     run.HistoSize = run.HistoData ? shape.Rows * shape.Columns : 0;
     std::fill_n(run.HistoData, run.HistoSize, 0u);
@@ -68,9 +62,11 @@ bool sizeResult(RunRef &ref)
 bool makeWork(RunRef &run)
 {
     switch (run.run->Request.Kind) {
-    case MeasKind::TimeTrace: return makeTraceWork(run) || refuse(run, "No memory for the time trace!");
+    case MeasKind::TimeTrace:
+        return makeTraceWork(run) || refuse(run.device(), "No memory for the time trace!");
     case MeasKind::ImportSource:
-        return run.run->ImportBlock.allocate(streamRecords()) || refuse(run, "No memory for the import block!");
+        return run.run->ImportBlock.allocate(streamRecords()) ||
+               refuse(run.device(), "No memory for the import block!");
     case MeasKind::Correlation:
         run.run->Correlation = setUpCorrelation(run.device(), run.run->Params.Correlation);
         return true;
@@ -91,7 +87,7 @@ void giveOutResult(RunRef &run)
     }
 }
 
-void zeroResult(Device &, MeasContext &context, Run &run)
+void zeroResult(MeasContext &context, Run &run)
 {
     for (const auto &record : context.Manis) record->ClearFlag = true;
     switch (run.Request.Kind) {
@@ -111,18 +107,18 @@ bool checkHistogram2d(const RunRef &run)
 {
     const Histo2dParams &params = run.run->Params.Histo2d;
     if (params.H2dBinWidthX == 0 || params.H2dBinWidthY == 0)
-        return refuse(run, "A two-dimensional histogram with a bin width of 0 ps, can't measure!");
+        return refuse(run.device(), "A two-dimensional histogram with a bin width of 0 ps, can't measure!");
     if (params.H2dNumBinsX == 0 || params.H2dNumBinsY == 0)
-        return refuse(run, "A two-dimensional histogram without bins, can't measure!");
+        return refuse(run.device(), "A two-dimensional histogram without bins, can't measure!");
     return true;
 }
 
 bool checkTrace(const RunRef &run)
 {
     const TimeTraceParams &params = run.run->Params.TimeTrace;
-    if (params.TraceNumBins == 0) return refuse(run, "A time trace without bins, can't measure!");
+    if (params.TraceNumBins == 0) return refuse(run.device(), "A time trace without bins, can't measure!");
     if (traceBinWidth(params.TraceHistorySize, params.TraceNumBins) == 0)
-        return refuse(run, "A time trace with a bin width of 0 ps, can't measure!");
+        return refuse(run.device(), "A time trace with a bin width of 0 ps, can't measure!");
     return true;
 }
 
@@ -130,9 +126,9 @@ bool checkCorrelation(const RunRef &run)
 {
     const CorrelationParams &params = run.run->Params.Correlation;
     if (params.CorrMode == CorrMode::G2 && params.CorrBinWidth == 0)
-        return refuse(run, "A correlation bin width of 0 ps, can't measure!");
+        return refuse(run.device(), "A correlation bin width of 0 ps, can't measure!");
     if (params.CorrMode != CorrMode::G2 && lagGridOf(run.device(), params).Edges[0] == 0)
-        return refuse(run, "A shortest lag of 0 ps, can't measure!");
+        return refuse(run.device(), "A shortest lag of 0 ps, can't measure!");
     return true;
 }
 
@@ -143,13 +139,14 @@ bool checkParams(const RunRef &run)
     const Device &device = run.device();
     bool isT2 = device.MeasMode == MeasMode::T2;
     if (run.run->Request.Kind == MeasKind::Raw) return true; // words as they stand need no scale of time
-    if (device.SyncPeriodPs < 1) return refuse(run, "A sync period or base resolution of 0 ps, can't measure!");
+    if (device.SyncPeriodPs < 1)
+        return refuse(run.device(), "A sync period or base resolution of 0 ps, can't measure!");
     if (device.MeasMode == MeasMode::T3 && !(device.Resolution >= 1))
-        return refuse(run, "A resolution of 0 ps, can't measure!");
+        return refuse(run.device(), "A resolution of 0 ps, can't measure!");
     switch (run.run->Request.Kind) {
     case MeasKind::Histogram:
         if (isT2 && run.run->Params.Histogram.HistoBinWidth == 0)
-            return refuse(run, "A histogram bin width of 0 ps, can't measure!");
+            return refuse(run.device(), "A histogram bin width of 0 ps, can't measure!");
         return true;
     case MeasKind::Histo2d: return checkHistogram2d(run);
     case MeasKind::TimeTrace: return checkTrace(run);

@@ -21,7 +21,7 @@ bool makeWork(RunRef &run);
 void giveOutResult(RunRef &run);
 
 // Every lock of the chain is held.
-void zeroResult(Device &device, MeasContext &context, Run &run);
+void zeroResult(MeasContext &context, Run &run);
 
 // Whether the run's parameters can be measured with; false, with an error in the log, if a number that the
 // measurement divides by is 0.

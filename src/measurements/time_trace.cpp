@@ -3,6 +3,7 @@
 #include "measurements/time_trace.h"
 
 #include "measurements/block_turns.h"
+#include "measurements/sequence_steps.h"
 #include "measurements/threads.h"
 #include "measurements/time_trace_count.h"
 
@@ -57,8 +58,6 @@ public:
     }
 
 private:
-    static constexpr uint64_t originStep = 1'000'000'000; // ps
-
     bool isStepDone(MeasContext &context, uint64_t timePs)
     {
         switch (context.SequenceMode) {

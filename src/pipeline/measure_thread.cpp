@@ -59,12 +59,6 @@ void decideMeasControl(RunRef &ref)
     if (run.AcqTimeMs == 0 && !timedSequence) run.AcqTimeMs = longestAcquisitionMs;
 }
 
-bool refuse(const Device &device, const char *what)
-{
-    logErr(LogCategory::General, "Device: {} @{}", what, device.ID);
-    return false;
-}
-
 bool allocateBuffers(RunRef &ref)
 {
     Run &run = *ref.run;

@@ -39,6 +39,20 @@ void refuseRun(Run &run)
     run.Over = true;
 }
 
+void begin(const DeviceRef &target, const std::shared_ptr<Run> &run)
+{
+    {
+        std::lock_guard lock(target.context->RunLock);
+        target.context->CurrentRun = run;
+    }
+    try {
+        std::thread(MeasureThread, RunRef{target, run}).detach();
+    } catch (...) {
+        refuseRun(*run);
+        throw;
+    }
+}
+
 std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &request)
 {
     MeasContext &context = *target.context;
@@ -46,7 +60,7 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     auto run = std::make_shared<Run>(request, context.Params, numAllChans(*target.device, context),
                                      target.device->NumBins);
     writeFinished(*run, 0);
-    bool free = endRun(target);
+    const bool free = endRun(target);
     run->rawCount() = run->unfoldCount() = 0; // after the run before it, which may have counted there
     if (!free) {                              // the run that can't be stopped keeps the record
         refuseRun(*run);
@@ -58,18 +72,8 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
         reportDeviceError(LogCategory::General, "Device: Can't do a measurement on a invalid device! @{}",
                           target.device->ID);
         refuseRun(*run);
-        return run;
-    }
-    {
-        std::lock_guard lock(context.RunLock);
-        context.CurrentRun = run;
-    }
-    try {
-        std::thread(MeasureThread, RunRef{target, run}).detach();
-    } catch (...) {
-        refuseRun(*run);
-        throw;
-    }
+    } else
+        begin(target, run);
     return run;
 }
 
@@ -100,10 +104,15 @@ std::shared_ptr<Run> prepareAndStart(const DeviceRef &target, const RunRequest &
 
 } // namespace
 
-bool effectiveWait(const Device &device, uint32_t acqTimeMs, uint8_t waitFinished)
+RunRequest requestOf(MeasKind kind, const Device &device, uint32_t acqTimeMs, uint8_t waitFinished,
+                     uint8_t save, uint8_t *finished)
 {
-    bool endless = acqTimeMs == 0 && device.DeviceType == DeviceType::Instrument;
-    return waitFinished && !endless;
+    const bool endless = acqTimeMs == 0 && device.DeviceType == DeviceType::Instrument;
+    return {.Kind = kind,
+            .AcqTimeMs = acqTimeMs,
+            .Blocking = waitFinished && !endless,
+            .SaveToFile = save != 0,
+            .FinishedFlag = finished};
 }
 
 void startMeasurement(const DeviceRef &target, RunRequest request)

@@ -11,8 +11,9 @@ namespace Tessel {
 // finished byte is written in every case.
 void startMeasurement(const DeviceRef &target, RunRequest request);
 
-// Whether a caller's wait is kept: a run of unbounded length on hardware is never waited for.
-bool effectiveWait(const Device &device, uint32_t acqTimeMs, uint8_t waitFinished);
+// What all measurements ask for alike. A wait for a run of unbounded length on hardware isn't kept.
+RunRequest requestOf(MeasKind kind, const Device &device, uint32_t acqTimeMs, uint8_t waitFinished,
+                     uint8_t save, uint8_t *finished);
 
 void stopMeasurement(MeasContext &context);
 void setSequence(MeasContext &context, int32_t mode, bool wait, double value);

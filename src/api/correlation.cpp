@@ -4,57 +4,6 @@
 
 using namespace Tessel;
 
-bool getHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint32_t *data,
-                  uint8_t *finished)
-{
-    return guarded("getHistogram", true, [&] {
-        DeviceRef target = deviceOf(id);
-        if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API getHistogram {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
-        startMeasurement(target, {.Kind = MeasKind::Histogram,
-                                  .AcqTimeMs = acqTime,
-                                  .Blocking = effectiveWait(*target.device, acqTime, waitFinished),
-                                  .SaveToFile = save != 0,
-                                  .FinishedFlag = finished,
-                                  .HistoData = data});
-        return true;
-    });
-}
-
-bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
-{
-    return guarded("setHistoT2NumBins", false, [&] {
-        DeviceRef target = deviceOf(id);
-        Device &device = *target.device;
-        if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API setHistoT2NumBins {} {} {} @{}", device.NumBins, numBins,
-                   static_cast<int32_t>(device.MeasMode), device.ID);
-        if (device.MeasMode != MeasMode::T2) {
-            logErr(LogCategory::General, "Tessel_DLL: To set the number of bins is only allowed in T2 mode!");
-            return false;
-        }
-        device.NumBins = numBins;
-        return true;
-    });
-}
-
-bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth)
-{
-    return guarded("setHistoT2BinWidth", false, [&] {
-        deviceOf(id).context->Params.Histogram.HistoBinWidth = binWidth;
-        return true;
-    });
-}
-
-bool setHistoT2RefChan(const char16_t *id, uint8_t refChan)
-{
-    return guarded("setHistoT2RefChan", false, [&] {
-        deviceOf(id).context->Params.Histogram.HistoRefChan = refChan;
-        return true;
-    });
-}
-
 bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, double window, double binWidth,
                  uint8_t normalize)
 {
@@ -145,12 +94,10 @@ bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, u
                    static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
         const auto acqTimeMs = static_cast<uint32_t>(acqTime);
         fillLagAxis(*target.device, target.context->Params.Correlation, x);
-        startMeasurement(target, {.Kind = MeasKind::Correlation,
-                                  .AcqTimeMs = acqTimeMs,
-                                  .Blocking = effectiveWait(*target.device, acqTimeMs, waitFinished),
-                                  .SaveToFile = save != 0,
-                                  .FinishedFlag = finished,
-                                  .CorrResult = y});
+        RunRequest request =
+            requestOf(MeasKind::Correlation, *target.device, acqTimeMs, waitFinished, save, finished);
+        request.CorrResult = y;
+        startMeasurement(target, request);
         if (LogLevel.Api) logFirstLag(*target.device, target.context->Params.Correlation);
         return true;
     });

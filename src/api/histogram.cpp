@@ -1,0 +1,53 @@
+#include "api/exports.h"
+#include "pipeline/requests.h"
+
+using namespace Tessel;
+
+bool getHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint32_t *data,
+                  uint8_t *finished)
+{
+    return guarded("getHistogram", true, [&] {
+        DeviceRef target = deviceOf(id);
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API getHistogram {} {} {} @{}", acqTime,
+                   static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
+        RunRequest request =
+            requestOf(MeasKind::Histogram, *target.device, acqTime, waitFinished, save, finished);
+        request.HistoData = data;
+        startMeasurement(target, request);
+        return true;
+    });
+}
+
+bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
+{
+    return guarded("setHistoT2NumBins", false, [&] {
+        DeviceRef target = deviceOf(id);
+        Device &device = *target.device;
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API setHistoT2NumBins {} {} {} @{}", device.NumBins, numBins,
+                   static_cast<int32_t>(device.MeasMode), device.ID);
+        if (device.MeasMode != MeasMode::T2) {
+            logErr(LogCategory::General, "Tessel_DLL: To set the number of bins is only allowed in T2 mode!");
+            return false;
+        }
+        device.NumBins = numBins;
+        return true;
+    });
+}
+
+bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth)
+{
+    return guarded("setHistoT2BinWidth", false, [&] {
+        deviceOf(id).context->Params.Histogram.HistoBinWidth = binWidth;
+        return true;
+    });
+}
+
+bool setHistoT2RefChan(const char16_t *id, uint8_t refChan)
+{
+    return guarded("setHistoT2RefChan", false, [&] {
+        deviceOf(id).context->Params.Histogram.HistoRefChan = refChan;
+        return true;
+    });
+}

@@ -1,0 +1,60 @@
+// What the histograms look at event by event: steps of a sequence, and a stop count. ManisLock is held.
+#pragma once
+
+#include "log/log.h"
+#include "measurements/run_ref.h"
+
+#include <cstdint>
+#include <utility>
+
+namespace Tessel {
+
+inline constexpr uint64_t originStep = 1'000'000'000; // ps; a time sequence begins at a multiple of it
+
+// Events with no row are passed over.
+inline bool isSkipped(uint8_t channel, uint64_t numChans)
+{
+    return (channel & ChannelCode::Special) || channel >= numChans;
+}
+
+class SequenceSteps
+{
+public:
+    bool CountReached = false; // an element has reached SequenceCount
+
+    // The first event of a run that isn't at 0 sets the origin.
+    void begin(uint64_t ps)
+    {
+        if (origin == 0) origin = ps / originStep * originStep;
+    }
+
+    // Whether the present step ends with an event at `ps`; then the next one begins.
+    bool isDone(const MeasContext &context, uint64_t ps)
+    {
+        switch (context.SequenceMode) {
+        case 1:
+            if (ps - origin <= context.SequencePeriodPs) return false;
+            origin += context.SequencePeriodPs;
+            return true;
+        case 2: return std::exchange(CountReached, false);
+        default: return context.AbortRequested;
+        }
+    }
+
+private:
+    uint64_t origin = 0; // ps, of the present step of a time sequence
+};
+
+inline void stopForCount(RunRef &run)
+{
+    run.context().Description.StopReason = StopReason::Manual;
+    run.context().AbortRequested = false;
+    run.context().StopRequested = true;
+}
+
+inline void tellStopCount(const Device &device, uint8_t channel, uint32_t count)
+{
+    logDeb(LogCategory::Progress, "StopCount reached @ channel {} ({}) @{}", channel, count, device.ID);
+}
+
+} // namespace Tessel
