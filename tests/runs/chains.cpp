@@ -1,6 +1,7 @@
 // Whole replays through random chains of stages, through tessel.h, against the plain form of each stage. A file
 // of one chunk reaches every stage as one batch, so that what a coincidence makes of it is settled.
 #include "support/host.h"
+#include "support/measured_events.h"
 #include "support/random_words.h"
 #include "support/reference_stages.h"
 #include "support/tgx_file.h"
@@ -186,25 +187,6 @@ private:
     int32_t stages = 0;
     bool leavesForTheEnd = false;
 };
-
-Events measuredEvents(size_t capacity)
-{
-    std::vector<uint64_t> times(capacity);
-    std::vector<uint8_t> codes(capacity);
-    uint64_t count = 0;
-    Finished finished;
-    ufMeasure(nullptr, 0, 1, 0, times.data(), codes.data(), &count, capacity, finished.get());
-    Events events;
-    for (uint64_t i = 0; i < count; ++i) events.push_back({times[i], codes[i]});
-    return events;
-}
-
-void expectSameEvents(const Events &got, const Events &expected)
-{
-    const auto [one, other] = std::mismatch(got.begin(), got.end(), expected.begin(), expected.end());
-    EXPECT_EQ(got.size(), expected.size());
-    EXPECT_TRUE(one == got.end() && other == expected.end()) << "they part at event " << one - got.begin();
-}
 
 void expectRates(const RandomChain &chain)
 {

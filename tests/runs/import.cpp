@@ -1,5 +1,6 @@
 // Runs that import the events of other devices: two and three files, and sources that never come.
 #include "support/host.h"
+#include "support/measured_events.h"
 #include "support/random_words.h"
 #include "support/reference_stages.h"
 #include "support/tgx_file.h"
@@ -70,26 +71,6 @@ Events imported(const Events &own, const Events &from, const std::vector<uint8_t
     return out;
 }
 
-Events measuredEvents(const Source &device, size_t capacity)
-{
-    std::vector<uint64_t> times(capacity);
-    std::vector<uint8_t> codes(capacity);
-    uint64_t count = 0;
-    Finished finished;
-    ufMeasure(device.c_str(), 0, 1, 0, times.data(), codes.data(), &count, capacity, finished.get());
-    EXPECT_TRUE(finished.isSet());
-    Events events;
-    for (uint64_t i = 0; i < count; ++i) events.push_back({times[i], codes[i]});
-    return events;
-}
-
-void expectSameEvents(const Events &got, const Events &expected)
-{
-    const auto [one, other] = std::mismatch(got.begin(), got.end(), expected.begin(), expected.end());
-    EXPECT_EQ(got.size(), expected.size());
-    EXPECT_TRUE(one == got.end() && other == expected.end()) << "they part at event " << one - got.begin();
-}
-
 } // namespace
 
 TEST(Import, MergesTwoFilesByTime)
@@ -118,7 +99,7 @@ TEST(Import, MergesTwoFilesByTime)
         if (wanted.empty()) wanted.push_back(1);
         const Events expected = imported(own.events, source.events, wanted, channels + 1, given.offset);
         for (int turn = 0; turn < 2; ++turn) // the source is started anew for each run
-            expectSameEvents(measuredEvents(own, own.events.size() + source.events.size()), expected);
+            expectSameEvents(measuredEvents(own.events.size() + source.events.size(), own.c_str()), expected);
     }
 }
 
@@ -157,7 +138,8 @@ TEST(Import, TakesFromABlockOfTheHost)
     std::vector<uint8_t> codes(5000);
     Finished finished;
     ufStartBlock(source.c_str(), 0, 0, times.data(), codes.data(), times.size(), finished.get());
-    expectSameEvents(measuredEvents(own, 70'000), imported(own.events, source.events, {1}, channels + 1, 0));
+    expectSameEvents(measuredEvents(70'000, own.c_str()),
+                     imported(own.events, source.events, {1}, channels + 1, 0));
     stopMeasure(source.c_str());
     EXPECT_TRUE(finished.wait());
 }
@@ -170,7 +152,7 @@ TEST(Import, ASourceMayImportItself)
     addMImportStream(second.c_str(), third.c_str(), 1, wanted, 1, 0);
     addMImportStream(first.c_str(), second.c_str(), 1, wanted, 2, 0);
     const Events atSecond = imported(second.events, third.events, {1}, channels + 1, 0);
-    expectSameEvents(measuredEvents(first, 200'000),
+    expectSameEvents(measuredEvents(200'000, first.c_str()),
                      imported(first.events, atSecond, {1, channels + 1}, channels + 1, 0));
 }
 
@@ -234,11 +216,11 @@ TEST_P(ImportWithoutSource, FailsAndTheNextRunWorks)
     Host host;
     const Source other(host, 1, 1000), own(host, 2, 1000);
     given.chain(own, other);
-    EXPECT_TRUE(measuredEvents(own, 5000).empty());
+    EXPECT_TRUE(measuredEvents(5000, own.c_str()).empty());
     EXPECT_GE(host.logged(given.logged), 1u);
     EXPECT_EQ(host.logged("the manipulator never received any data."), 1u);
     clearManis(own.c_str());
-    expectSameEvents(measuredEvents(own, 5000), own.events);
+    expectSameEvents(measuredEvents(5000, own.c_str()), own.events);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sources, ImportWithoutSource, testing::ValuesIn(lostCases),

@@ -1,6 +1,7 @@
 // The decoded stream in the caller's block: every event once and in order, whatever the block's size and
 // however its reader behaves.
 #include "support/host.h"
+#include "support/measured_events.h"
 #include "support/random_words.h"
 #include "support/reference.h"
 #include "support/tgx_file.h"
@@ -61,15 +62,6 @@ struct Block
     std::vector<uint8_t> copyChannels;
 };
 
-// The first event that differs, not all of them, tells what is wrong.
-void expectEqual(const Events &events, const Events &expected)
-{
-    ASSERT_EQ(events.size(), expected.size());
-    for (size_t i = 0; i < events.size(); ++i)
-        ASSERT_TRUE(events[i] == expected[i]) << "event " << i << " of " << events.size() << ": "
-                                              << events[i].time << '@' << int{events[i].channel};
-}
-
 struct UnfoldCase
 {
     const char *name;
@@ -118,7 +110,7 @@ TEST_P(Unfold, GivesEveryEventOnceAndInOrder)
     });
     EXPECT_TRUE(finished.wait());
     reader.join();
-    expectEqual(events, expected);
+    expectSameEvents(events, expected);
     EXPECT_EQ(host.logged("overrun"), 0u);
 }
 
@@ -151,7 +143,7 @@ TEST(UnfoldMeasure, FillsABlockThatTakesAll)
             EXPECT_TRUE(finished.isSet());
             events.clear();
             Block::append(block.times, block.channelCodes, count, events);
-            expectEqual(events, expected);
+            expectSameEvents(events, expected);
         }
         EXPECT_EQ(host.logged("store.size " + std::to_string(expected.size()) + " @"), 2u);
     }
@@ -175,7 +167,7 @@ TEST(UnfoldMeasure, StandsStillWithoutAReaderUntilItIsStopped)
     Events expected = recording.events(), events;
     expected.resize(size);
     EXPECT_EQ(block.fetch(events), size);
-    expectEqual(events, expected);
+    expectSameEvents(events, expected);
     EXPECT_EQ(count, 0u);
     uint64_t untouched = 99;
     ufGetBlock(nullptr, nullptr, nullptr, &untouched);
@@ -199,7 +191,7 @@ TEST(UnfoldMeasure, AReaderThatKeepsFetchingGetsAllOfAStoppedRun)
         block.fetch(events);
         std::this_thread::sleep_for(1ms);
     }
-    expectEqual(events, recording.events());
+    expectSameEvents(events, recording.events());
 }
 
 TEST(UnfoldMeasure, ALaterRunLeavesTheBlockOfAnEarlierOne)
@@ -259,7 +251,7 @@ TEST(UnfoldMeasure, TellsAWaitingHostOfNewEvents)
     }
     EXPECT_TRUE(finished.isSet());
     block.fetch(events);
-    expectEqual(events, recording.events());
+    expectSameEvents(events, recording.events());
 }
 
 TEST(TimesFromChannel, PicksThoseOfOneChannel)
