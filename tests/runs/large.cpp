@@ -16,6 +16,12 @@ using namespace TestSupport;
 
 namespace {
 
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool isSanitized = true; // what a sanitizer keeps beside the memory isn't ours
+#else
+constexpr bool isSanitized = false;
+#endif
+
 constexpr int channels = 4;
 constexpr int mergeStages = 3;
 constexpr uint64_t binsT2 = 4096, binWidthT2 = 1000;
@@ -193,11 +199,9 @@ TEST(LargeUnfold, WaitsForAHostThatTakesABlockNowAndThen)
     EXPECT_EQ(order.hash, source.order());
     EXPECT_EQ(described("NumRecs"), static_cast<double>(recordCount()));
     EXPECT_EQ(host.logged("overrun"), 0u);
-    // A store and a batch a stage, the final store, the block and the stream buffers; what a sanitizer keeps
-    // beside them isn't ours.
-#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
-    EXPECT_LT(resident - std::min(resident, residentBefore), ((2 * stages + 3) * storeBytes + size * 9) / 1024);
-#endif
+    // A store and a batch a stage, the final store, the block and the stream buffers.
+    const size_t bound = ((2 * stages + 3) * storeBytes + size * 9) / 1024;
+    EXPECT_TRUE(isSanitized || resident < residentBefore + bound) << resident - residentBefore;
 }
 
 INSTANTIATE_TEST_SUITE_P(Streams, LargeReplay, testing::Combine(testing::Bool(), testing::Values(0, 3, 8)),
