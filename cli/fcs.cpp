@@ -160,7 +160,7 @@ Command addFcs(CLI::App &program)
     const auto options = std::make_shared<FcsOptions>();
     CLI::App *command =
         program.add_subcommand("fcs", "Correlate two channels of a recording in logarithmic bins");
-    addMeasureAndPlotOptions(*command, options->Measure);
+    addMeasureOptions(*command, options->Measure);
     addChannelPair(*command, options->Chan1, options->Chan2);
     asTime(command->add_option("--min-lag", options->MinLag,
                                "Shortest lag, at least the base resolution, bare in ps"));

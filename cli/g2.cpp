@@ -153,7 +153,7 @@ Command addG2(CLI::App &program)
 {
     const auto options = std::make_shared<G2Options>();
     CLI::App *command = program.add_subcommand("g2", "Correlate two channels of a recording in linear bins");
-    addMeasureAndPlotOptions(*command, options->Measure);
+    addMeasureOptions(*command, options->Measure);
     addChannelPair(*command, options->Chan1, options->Chan2);
     asTime(command->add_option("--window", options->Window, "Longest lag, bare in ps"));
     asTime(command->add_option("--bin-width", options->BinWidth,

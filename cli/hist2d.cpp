@@ -270,7 +270,7 @@ Command addHist2d(CLI::App &program)
     const auto options = std::make_shared<Hist2dOptions>();
     CLI::App *command =
         program.add_subcommand("hist2d", "Count pairs of events of a recording by the times of both");
-    addMeasureAndPlotOptions(*command, options->Measure);
+    addMeasureOptions(*command, options->Measure);
     asChannel(command->add_option("--start-chan", options->StartChan, "T2: channel of the reference"))
         ->capture_default_str();
     addAxisOptions(*command, options->X, "x");

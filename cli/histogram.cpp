@@ -195,7 +195,7 @@ Command addHistogram(CLI::App &program)
     const auto options = std::make_shared<HistogramOptions>();
     CLI::App *command =
         program.add_subcommand("histogram", "Count the events of a recording into one histogram per channel");
-    addMeasureAndPlotOptions(*command, options->Measure);
+    addMeasureOptions(*command, options->Measure);
     asChannel(
         command->add_option("--ref-chan", options->RefChan, "T2: reference channel, by default 0 (sync)"));
     asTime(command->add_option("--bin-width", options->BinWidth,

@@ -16,32 +16,11 @@
 
 namespace Tessel::Cli {
 
-namespace {
-
-// A plot that fails is an error only if nothing else was written.
-void drawResult(const ResultOptions &options, const Plot &plot)
-{
-    try {
-        drawPlot(plot, options.PlotFile);
-        note(fmt::format("{} drawn", visibleText(options.PlotFile)));
-    } catch (const Failure &failure) {
-        if (!wantsText(options)) throw;
-        warn(failure.what());
-    }
-}
-
-} // namespace
-
 void addMeasureOptions(CLI::App &command, MeasureOptions &options)
 {
     addRecordingArgument(command, options.File);
     addChainOption(command, options.Chain);
     addOutputOptions(command, options.Result, "CSV");
-}
-
-void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options)
-{
-    addMeasureOptions(command, options);
     addPlotOption(command, options.Result);
 }
 
@@ -80,6 +59,17 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
                     options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
     if (!options.Result.PlotFile.empty()) drawResult(options.Result, measurement.Plot(measured));
     return reportOutcome(measured.From, measured.Run);
+}
+
+void drawResult(const ResultOptions &options, const Plot &plot)
+{
+    try {
+        drawPlot(plot, options.PlotFile);
+        note(fmt::format("{} drawn", visibleText(options.PlotFile)));
+    } catch (const Failure &failure) {
+        if (!wantsText(options)) throw;
+        warn(failure.what());
+    }
 }
 
 void noteSpeed(const Outcome &outcome)

@@ -25,11 +25,8 @@ struct MeasureOptions
     ResultOptions Result;
 };
 
-// The recording, the chain, and how to write to standard output, to a file, as JSON.
+// The recording, the chain, and how to write: to standard output, to a file, as JSON, as a plot.
 void addMeasureOptions(CLI::App &command, MeasureOptions &options);
-
-// The same and --plot.
-void addMeasureAndPlotOptions(CLI::App &command, MeasureOptions &options);
 
 // --chan1 and --chan2, which start from the values that are there.
 void addChannelPair(CLI::App &command, int &chan1, int &chan2);
@@ -58,6 +55,9 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
 
 // The recording as the current device, its chain and all. Throws Failure if it has no events to count.
 Recording openForMeasuring(const MeasureOptions &options);
+
+// A plot that can't be drawn is an error only if nothing else is written.
+void drawResult(const ResultOptions &options, const Plot &plot);
 
 // How many records, how fast.
 void noteSpeed(const Outcome &outcome);

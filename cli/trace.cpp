@@ -148,7 +148,7 @@ Command addTrace(CLI::App &program)
 {
     const auto options = std::make_shared<TraceOptions>();
     CLI::App *command = program.add_subcommand("trace", "Count the events of each channel in bins of time");
-    addMeasureAndPlotOptions(*command, options->Measure);
+    addMeasureOptions(*command, options->Measure);
     asNumber(command->add_option("--bins", options->Bins, "Number of bins"), 1, 1 << 28)->capture_default_str();
     asTime(command->add_option("--history", options->History, "Span of all bins, bare in ps"));
     command->footer(traceFooter);

@@ -1,4 +1,5 @@
 // `tessel unfold`: the decoded events of a recording, written as they come.
+#include "event_plot.h"
 #include "exit_codes.h"
 #include "measure.h"
 #include "output.h"
@@ -12,6 +13,7 @@
 
 #include <iterator>
 #include <memory>
+#include <optional>
 
 namespace Tessel::Cli {
 
@@ -39,6 +41,7 @@ struct Unfolded
     std::vector<uint8_t> Channels, BlockChannels;
     uint64_t NumWritten = 0;
     fmt::memory_buffer Text;
+    FirstEvents First; // for the plot
 };
 
 void addEvent(Unfolded &unfolded, uint64_t time, uint8_t channel)
@@ -68,15 +71,16 @@ void addEvent(Unfolded &unfolded, uint64_t time, uint8_t channel)
 }
 
 // Writes what stands in the block; false if there was nothing.
-bool writeBlock(Unfolded &unfolded, ResultStream &stream)
+bool writeBlock(Unfolded &unfolded, std::optional<ResultStream> &stream)
 {
     uint64_t count = 0;
     ufGetBlock(nullptr, unfolded.Times.data(), unfolded.Channels.data(), &count);
     unfolded.Text.clear();
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) add(unfolded.First, unfolded.Times[i], unfolded.Channels[i]);
+    for (size_t i = 0; stream && i < count; ++i)
         if (unfolded.Overflows || unfolded.Channels[i] != overflowChannel)
             addEvent(unfolded, unfolded.Times[i], unfolded.Channels[i]);
-    if (unfolded.Text.size() > 0) write(stream, {unfolded.Text.data(), unfolded.Text.size()});
+    if (unfolded.Text.size() > 0) write(*stream, {unfolded.Text.data(), unfolded.Text.size()});
     return count > 0;
 }
 
@@ -149,6 +153,8 @@ Form formOf(const UnfoldOptions &options)
 
 int runUnfold(const UnfoldOptions &options, const HostOptions &host)
 {
+    const ResultOptions &result = options.Measure.Result;
+    checkPlotName(result.PlotFile);
     Unfolded unfolded;
     unfolded.As = formOf(options);
     unfolded.Overflows = options.Overflows;
@@ -157,9 +163,8 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     const Session session(host);
     Measured measured{openForMeasuring(options.Measure), {}};
     unfolded.IsT3 = measured.From.MeasMode == 3;
-    const std::string &target = options.Measure.Result.File;
-    ResultStream stream(target);
-    write(stream, opening(unfolded, measured.From));
+    std::optional<ResultStream> stream;
+    if (wantsText(result)) write(stream.emplace(result.File), opening(unfolded, measured.From));
     measured.Run = replay(
         measured.From,
         [&](uint8_t *finished) {
@@ -167,10 +172,13 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
                          finished);
         },
         [&] { return writeBlock(unfolded, stream); });
-    write(stream, ending(unfolded, measured));
-    complete(stream);
-    if (unfolded.As == Form::Binary) writeResult(target + ".json", jsonText(sideFile(unfolded, measured)));
+    if (stream) {
+        write(*stream, ending(unfolded, measured));
+        complete(*stream);
+    }
+    if (unfolded.As == Form::Binary) writeResult(result.File + ".json", jsonText(sideFile(unfolded, measured)));
     noteSpeed(measured.Run);
+    if (!result.PlotFile.empty()) drawResult(result, eventPlot(unfolded.First, measured.From));
     return reportOutcome(measured.From, measured.Run);
 }
 
@@ -178,7 +186,8 @@ constexpr const char *unfoldFooter =
     R"(Every event of the recording in the order in which it comes. Times are ps in T2; in T3 the number
 of the sync and the dtime. Channels: 0 sync (T2), 1 to 64 inputs, above them the chain's, 129 to
 143 markers; 255 with --overflows: an overflow of the time tag, whose time tells how far the
-stream has come.
+stream has come. --plot shows the first 5000 events of inputs and sync: how long behind the sync (T3)
+or the event before (T2) each came, over time.
 
 CSV: comment lines with '#', one line of names (time_ps,channel or sync,dtime,channel), one line
 per event. JSON, schema tessel.unfold/1: file, device, mode, dtimePs (null in T2), columns, events

@@ -316,9 +316,10 @@ TEST(Measuring, DrawsEachKindOfPlot)
     if (std::system("command -v gnuplot >/dev/null 2>&1") != 0) GTEST_SKIP() << "no gnuplot";
     const TempFolder folder;
     simulateT2(folder, {"--rate", "100kcps", "--duration", "0.05s"});
-    for (const char *command : {"g2", "fcs", "trace", "hist2d"}) {
+    for (const char *command : {"g2", "fcs", "trace", "hist2d", "unfold"}) {
         const Ended drawn = run(folder, {command, "light.tgx", "--plot", "x.png"});
         EXPECT_EQ(drawn.Code, 0) << command << drawn.Err;
+        EXPECT_EQ(drawn.Out, "") << command;
         EXPECT_EQ(contents(folder.file("x.png")).substr(0, 4), "\x89PNG") << command;
         std::filesystem::remove(folder.file("x.png"));
     }
