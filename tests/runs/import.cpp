@@ -21,21 +21,23 @@ namespace {
 constexpr int channels = 4;
 constexpr uint64_t resolution = 5;
 
-// A T2 file that is open as a device.
+constexpr double syncRate = 6.25e6; // a T3 file then takes about as long as a T2 file of as many records
+
+// A file that is open as a device.
 struct Source
 {
-    Source(Host &host, uint32_t seed, size_t words)
-        : Source(host, randomWords({.count = words, .t3 = false, .overflowShare = 0.01, .seed = seed}),
-                 std::to_string(seed))
+    Source(Host &host, uint32_t seed, size_t words, bool t3 = false)
+        : Source(host, randomWords({.count = words, .t3 = t3, .overflowShare = 0.01, .seed = seed}),
+                 std::to_string(seed), t3)
     {
     }
-    Source(Host &host, const std::vector<uint32_t> &words, const std::string &name)
-        : events(decodeT2(words, channels, resolution))
+    Source(Host &host, const std::vector<uint32_t> &words, const std::string &name, bool t3 = false)
+        : events(t3 ? decodeT3(words, channels) : decodeT2(words, channels, resolution))
     {
-        const std::string path = TgxFile::t2(channels, resolution)
-                                     .tag("HW_SerialNo", name)
-                                     .records(words)
-                                     .write(host.folder().file(name + ".tgx"));
+        if (t3) form = {true, static_cast<uint64_t>(1e12 / syncRate), static_cast<double>(resolution)};
+        auto file = t3 ? TgxFile::t3(channels, resolution, syncRate) : TgxFile::t2(channels, resolution);
+        const std::string path =
+            file.tag("HW_SerialNo", name).records(words).write(host.folder().file(name + ".tgx"));
         std::array<char, 8192> buffer{};
         std::strncpy(buffer.data(), path.c_str(), buffer.size() - 1);
         getFileDevice(buffer.data());
@@ -45,28 +47,32 @@ struct Source
     const char16_t *c_str() const { return id.c_str(); }
 
     Events events;
+    StreamForm form;
     std::u16string id;
 };
 
-// Each own event behind the imported ones that are earlier; none behind the last that was imported.
+// Each own event behind the imported ones that are earlier; none behind the last that was imported. In T3 an
+// imported event has the number of its sync as its time.
 Events imported(const Events &own, const Events &from, const std::vector<uint8_t> &wanted, uint8_t firstOutput,
-                int32_t offset)
+                int32_t offset, const StreamForm &ownForm = {}, const StreamForm &fromForm = {})
 {
     Events out;
     size_t cursor = 0;
     uint64_t last = 0;
     for (const Event &event : own) {
+        const uint64_t ownTime = ownForm.ps(event.time);
         for (; cursor < from.size(); ++cursor) {
-            const auto time = static_cast<int64_t>(from[cursor].time) + offset;
-            if (time >= static_cast<int64_t>(event.time)) break;
+            const auto time = static_cast<int64_t>(fromForm.ps(from[cursor].time)) + offset;
+            if (time >= static_cast<int64_t>(ownTime)) break;
             const auto found = std::find(wanted.begin(), wanted.end(), from[cursor].channel);
             if (time < static_cast<int64_t>(last) || found == wanted.end()) continue;
             last = static_cast<uint64_t>(time);
-            out.push_back({last, static_cast<uint8_t>(firstOutput + (found - wanted.begin()))});
+            out.push_back(
+                {last / ownForm.period, static_cast<uint8_t>(firstOutput + (found - wanted.begin()))});
         }
         if (cursor == from.size()) continue;
         out.push_back(event);
-        last = event.time;
+        last = ownTime;
     }
     return out;
 }
@@ -81,23 +87,29 @@ TEST(Import, MergesTwoFilesByTime)
         size_t ownWords, sourceWords;
         std::vector<int32_t> wanted;
         int32_t offset;
+        bool ownT3 = false, sourceT3 = false;
     } cases[] = {
         {"same length", 50'000, 50'000, {1, 3}, 0},
         {"short source", 50'000, 20'000, {2}, 1'000'000},
         {"long source", 20'000, 300'000, {4, 2, 1}, -2'000'000'000},
         {"channel 1 if none is named", 20'000, 20'000, {}, 0},
         {"many chunks", 2'500'000, 2'500'000, {1}, 7},
+        {"T3 takes T3", 60'000, 50'000, {1, 3}, -20'000, true, true},
+        {"T3 takes T2", 60'000, 60'000, {2, 4}, 1'000'000, true, false},
+        {"T2 takes T3", 60'000, 60'000, {1, 2}, 0, false, true},
     };
     for (const auto &given : cases) {
         SCOPED_TRACE(given.name);
         Host host;
-        const Source source(host, 1, given.sourceWords), own(host, 2, given.ownWords);
+        const Source source(host, 1, given.sourceWords, given.sourceT3),
+            own(host, 2, given.ownWords, given.ownT3);
         EXPECT_EQ(addMImportStream(own.c_str(), source.c_str(), 1, given.wanted.data(),
                                    static_cast<int32_t>(given.wanted.size()), given.offset),
                   channels + 1);
         std::vector<uint8_t> wanted(given.wanted.begin(), given.wanted.end());
         if (wanted.empty()) wanted.push_back(1);
-        const Events expected = imported(own.events, source.events, wanted, channels + 1, given.offset);
+        const Events expected =
+            imported(own.events, source.events, wanted, channels + 1, given.offset, own.form, source.form);
         for (int turn = 0; turn < 2; ++turn) // the source is started anew for each run
             expectSameEvents(measuredEvents(own.events.size() + source.events.size(), own.c_str()), expected);
     }
