@@ -28,14 +28,15 @@ bool waitOver(Run &run, std::chrono::milliseconds patience)
 
 namespace {
 
-// A stopped run hands on what it has read, for as long as that moves and a while at most.
+// A stopped run hands on what it has read, for as long as that moves and a while at most. Its first events have
+// to come through the whole chain first.
 bool drains(Run &run)
 {
     const auto deadline = std::chrono::steady_clock::now() + 2s;
     uint64_t taken = 0;
     do {
         taken = run.Taken;
-        if (waitOver(run, 500ms)) return true;
+        if (waitOver(run, taken == 0 ? 1s : 500ms)) return true;
     } while (run.Taken != taken && std::chrono::steady_clock::now() < deadline);
     return false;
 }

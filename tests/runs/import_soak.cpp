@@ -21,9 +21,9 @@ namespace {
 
 constexpr int channels = 4;
 constexpr size_t records = 1'500'000; // two chunks: a run is still going when it's stopped
-// A start stops and starts the source first, and the source its own: a run in the way has half a second to
-// move, a new one takes half a second to begin.
-constexpr auto longestStart = 3 * 500ms + 2 * 500ms;
+// A start stops and starts the source first, and the source its own: a run in the way has a second to move, a
+// new one takes half a second to begin.
+constexpr auto longestStart = 3 * 1s + 2 * 500ms;
 constexpr auto longestStall = 2s;
 
 std::chrono::milliseconds soakTime()
@@ -114,7 +114,7 @@ public:
         timed("stop", [&] { stopMeasure(own.id().c_str()); });
     }
 
-    // One device imports from the other two, as on the first day.
+    // All are opened anew, and one imports from the other two.
     void expectToWork()
     {
         closeDevice(1);
