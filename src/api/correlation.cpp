@@ -1,5 +1,6 @@
 #include "api/exports.h"
 #include "measurements/correlation_setup.h"
+#include "pipeline/measure_thread.h"
 #include "pipeline/requests.h"
 
 using namespace Tessel;
@@ -93,7 +94,12 @@ bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, u
             logInf(LogCategory::Progress, "API getCorrelation {} {} {} @{}", acqTime,
                    static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
         const auto acqTimeMs = static_cast<uint32_t>(acqTime);
-        fillLagAxis(*target.device, target.context->Params.Correlation, x);
+        try {
+            fillLagAxis(*target.device, target.context->Params.Correlation, x);
+        } catch (...) { // no memory for the grid: whoever polls goes on all the same
+            writeFinished(finished, 1);
+            throw;
+        }
         RunRequest request =
             requestOf(MeasKind::Correlation, *target.device, acqTimeMs, waitFinished, save, finished);
         request.CorrResult = y;

@@ -6,6 +6,8 @@
 //   prepare(run)                          before the first batch
 //   count(run, batch, numChans, manis)    with ManisLock, which it may let go and take again to publish
 //   finish(run)                           after the last batch
+// and where it has more to tell
+//   tellStart(run)                        behind the line that says that it has started
 #pragma once
 
 #include "devices/thread_name.h"
@@ -90,6 +92,7 @@ void runMeasurement(RunRef &run, Measurement &measurement)
     auto last = lockLast(context);
     if (last.record) last.record->StartedFlag = true;
     if (LogLevel.Api) logInf(LogCategory::Progress, "{} started @{}", measurement.name, run.device().ID);
+    if constexpr (requires { measurement.tellStart(run); }) measurement.tellStart(run);
     while (last.record && !(context.ConsumersEnd && last.record->Events.Count == 0)) {
         batch.Count = 0;
         if (context.Measuring && last.record->Events.hasArrays()) takeAll(last.record->Events, batch);

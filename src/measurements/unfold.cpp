@@ -106,8 +106,12 @@ public:
     void prepare(RunRef &run)
     {
         const UnfoldBlock block = unfoldBlock(*run.run);
-        const uint64_t highWater = block.takesEvents() ? block.Capacity : streamRecords();
+        highWater = block.takesEvents() ? block.Capacity : streamRecords();
         setHighWater(run.context(), highWater);
+    }
+
+    void tellStart(RunRef &run) const
+    {
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "UnfoldThread inputBuffSize {} @{}", highWater, run.device().ID);
     }
@@ -164,6 +168,8 @@ private:
         return run.run->Request.Kind == MeasKind::ImportSource && run.context().ConsumersEnd &&
                !isImported(run.device().ID);
     }
+
+    uint64_t highWater = 0; // of the final store
 };
 
 } // namespace

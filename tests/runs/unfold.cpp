@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -146,6 +147,22 @@ TEST(UnfoldMeasure, FillsABlockThatTakesAll)
             expectSameEvents(events, expected);
         }
         EXPECT_EQ(host.logged("store.size " + std::to_string(expected.size()) + " @"), 2u);
+    }
+}
+
+TEST(UnfoldMeasure, TellsItsLifeInTheLog)
+{
+    Host host;
+    Recording recording(100, true);
+    ASSERT_FALSE(recording.open(host).empty());
+    measuredEvents(1000);
+    const auto lines = host.log();
+    auto line = lines.begin();
+    for (const char *part :
+         {"UnfoldThread started", "UnfoldThread inputBuffSize 1000", "UnfoldThread stopped"}) {
+        line = std::find_if(line, lines.end(),
+                            [&](const std::string &text) { return text.find(part) != std::string::npos; });
+        EXPECT_NE(line, lines.end()) << part << " in its place";
     }
 }
 
