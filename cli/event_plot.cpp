@@ -48,7 +48,7 @@ std::vector<Point> pointsOf(const FirstEvents &events, const Recording &recordin
 
 void add(FirstEvents &events, uint64_t time, uint8_t channel)
 {
-    if (events.Times.size() >= FirstEvents::Most || channel >= firstMarker) return;
+    if (events.isFull() || channel >= firstMarker) return;
     events.Times.push_back(time);
     events.Channels.push_back(channel);
 }

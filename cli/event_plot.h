@@ -16,6 +16,8 @@ struct FirstEvents
 
     std::vector<uint64_t> Times; // T2: ps; T3: sync number << 15 | dtime
     std::vector<uint8_t> Channels;
+
+    bool isFull() const { return Times.size() == Most; }
 };
 
 void add(FirstEvents &events, uint64_t time, uint8_t channel);

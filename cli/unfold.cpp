@@ -76,7 +76,8 @@ bool writeBlock(Unfolded &unfolded, std::optional<ResultStream> &stream)
     uint64_t count = 0;
     ufGetBlock(nullptr, unfolded.Times.data(), unfolded.Channels.data(), &count);
     unfolded.Text.clear();
-    for (size_t i = 0; i < count; ++i) add(unfolded.First, unfolded.Times[i], unfolded.Channels[i]);
+    for (size_t i = 0; i < count && !unfolded.First.isFull(); ++i)
+        add(unfolded.First, unfolded.Times[i], unfolded.Channels[i]);
     for (size_t i = 0; stream && i < count; ++i)
         if (unfolded.Overflows || unfolded.Channels[i] != overflowChannel)
             addEvent(unfolded, unfolded.Times[i], unfolded.Channels[i]);

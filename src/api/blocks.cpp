@@ -97,8 +97,8 @@ bool exportStreamMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinis
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API exportStreamMeasure {} {} @{}", acqTime, waitFinished,
                    target.device->ID);
-        RunRequest request = requestOf(MeasKind::Raw, *target.device, acqTime, waitFinished, save, finished);
-        startMeasurement(target, request);
+        startMeasurement(target,
+                         requestOf(MeasKind::Raw, *target.device, acqTime, waitFinished, save, finished));
         return true;
     });
 }

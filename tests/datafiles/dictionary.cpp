@@ -40,62 +40,6 @@ DictionaryState slowState()
 
 } // namespace
 
-TEST(Dictionary, TellingRows)
-{
-    struct Row
-    {
-        uint32_t Number;
-        std::string_view Name;
-        TagType Type;
-        int32_t IndexBound;
-        bool FastLoad, SizeDefining;
-        ExtensionKind Extension;
-        int16_t ExtensionBound;
-        uint16_t LastVersion;
-    };
-    using enum TagType;
-    using enum ExtensionKind;
-    const Row rows[] = {
-        {0, "<no_tag>", Empty8, 0, false, false, None, 0, 0},
-        {1, "File_GUID", AnsiString, 0, true, false, None, 0, 9999},
-        {5, "File_Comment", WideString, 0, true, false, None, 0, 9999},
-        {8, "File_ParentResult_GUID", AnsiString, -2147483647, true, false, None, 0, 9999},
-        {11, "Measurement_Mode", Int8, 0, true, false, None, 0, 9999},
-        {33, "$%s", Int8, 0, false, false, Text, 0, 9999},
-        {34, "HW_InpChannels", Int8, 0, false, true, None, 0, 9999},
-        {39, "HWInpChan_Name", AnsiString, 34, false, false, None, 0, 9999},
-        {80, "HW_RoutingChannels", Int8, 0, false, false, None, 0, 1},
-        {93, "HW_MainFilt_TimeRange", Int8, 0, false, false, None, 0, 9999},
-        {101, "MeasDesc_StartTime", Int8, -3, false, false, None, 0, 9999},
-        {117, "MeasDesc_SeqRunExecutable", Bool8, 0, false, false, None, 0, 9999},
-        {153, "ImgHdr_ZCalibration", Float8, 0, false, false, None, 0, 9999},
-        {157, "TTResult_NumberOfRecords", Int8, 0, false, false, None, 0, 9999},
-        {203, "HistResDscr_HWModuleTypeCode%2.2d", Int8, 173, false, false, Number, 202, 9999},
-        {249, "Par%s", Float8, 173, false, false, Text, 0, 9999},
-        {259, "CurSWSetting_DispLog", Bool8, 0, false, false, None, 0, 9999},
-        {266, "Orv2_SLM_%3.3d_Intensity", Int8, 0, false, false, Number, 0, 3},
-        {273, "Orv2_SOM_%3.3d_Seq_BurstLen", Int8, -8, false, false, Number, 0, 9999},
-        {329, "UseFLCSBkgr", Bool8, 0, false, false, None, 0, 9999},
-        {342, "Ctx%s", Int8, 0, false, false, Text, 0, 9999},
-        {359, "ChkUsedChannel", Int8, 354, false, false, None, 0, 9999},
-        {361, "MVHT_%8.8X_Group", AnsiString, 0, false, false, Number, 0, 9999},
-        {370, "Fast_Load_End", Empty8, 0, true, false, None, 0, 9999},
-        {371, "Header_End", Empty8, 0, false, false, None, 0, 9999},
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.Number);
-        const TagRow &tag = TagDictionary[row.Number];
-        EXPECT_EQ(tag.Name, row.Name);
-        EXPECT_EQ(tag.Type, row.Type);
-        EXPECT_EQ(tag.IndexBound, row.IndexBound);
-        EXPECT_EQ(tag.FastLoad, row.FastLoad);
-        EXPECT_EQ(tag.SizeDefining, row.SizeDefining);
-        EXPECT_EQ(tag.ExtensionKind, row.Extension);
-        EXPECT_EQ(tag.ExtensionBound, row.ExtensionBound);
-        EXPECT_EQ(tag.LastVersion, row.LastVersion);
-    }
-}
-
 TEST(Dictionary, RowsHoldTogether)
 {
     std::set<std::pair<std::string_view, TagType>> seen;
