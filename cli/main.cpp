@@ -1,7 +1,7 @@
 // The program `tessel`: a host on tessel.h alone, a file per command.
-#include "commands.h"
-#include "console.h"
-#include "exit_codes.h"
+#include "commands/commands.h"
+#include "program/console.h"
+#include "program/exit_codes.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
 // Chains as text and as JSON: what is read, what is written, and where an error points.
-#include "chain_text.h"
+#include "chain/chain_text.h"
 
 #include <boost/json/serialize.hpp>
 #include <gtest/gtest.h>

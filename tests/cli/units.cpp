@@ -1,5 +1,5 @@
 // Quantities with units, as people write them.
-#include "units.h"
+#include "program/units.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // Record words of a simulation: what a decoder must make of them, and that no count of wraps is lost.
 #include "support/words.h"
 
-#include "source_random.h"
-#include "source_words.h"
+#include "sim/source_random.h"
+#include "sim/source_words.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,172 @@
+// Chains on the current device.
+#include "chain/chain_stages.h"
+
+#include "program/console.h"
+#include "program/exit_codes.h"
+#include "tessel.h"
+#include "program/units.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace Tessel::Cli {
+
+namespace {
+
+std::string fileText(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    if (!file || !(text << file.rdbuf()))
+        throw Failure(Exit::NoDevice, fmt::format("--chain {}: {}", visibleText(path),
+                                                  file.is_open() ? "can't be read" : std::strerror(errno)));
+    return text.str();
+}
+
+std::vector<ChainStage> readPart(const std::string &text)
+{
+    const bool isFile = text.ends_with(".json");
+    try {
+        return isFile ? parseChainJson(fileText(text)) : parseChain(text);
+    } catch (const ChainError &error) {
+        const std::string file = isFile ? visibleText(text) + ": " : "";
+        throw Failure(Exit::Usage, fmt::format("--chain: {}{}", file, error.what()));
+    }
+}
+
+// What the library answers: a channel or an index, -1 if it refuses. A sub-stream can't be refused.
+int32_t add(const ChainStage &stage)
+{
+    const auto count = static_cast<int32_t>(stage.Channels.size());
+    const int32_t *channels = stage.Channels.data();
+    switch (stage.Kind) {
+    case StageKind::Coincidence:
+        return addMCoincidence(nullptr, channels, count, static_cast<double>(stage.WindowPs),
+                               static_cast<uint32_t>(stage.Mode), static_cast<uint32_t>(stage.Time),
+                               stage.Keep);
+    case StageKind::Merge: return addMMerge(nullptr, channels, count, stage.Keep);
+    case StageKind::Delay:
+        return addMDelay(nullptr, static_cast<uint8_t>(stage.Channels.front()),
+                         static_cast<double>(stage.DelayPs), stage.Keep);
+    case StageKind::Herald:
+        return addMHerald(nullptr, static_cast<uint8_t>(stage.Herald), channels, count,
+                          static_cast<int32_t>(stage.DelayPs), static_cast<int32_t>(stage.WindowPs),
+                          stage.Inverted, stage.Keep);
+    case StageKind::SubStream:
+        addMSubStream(nullptr, static_cast<uint64_t>(stage.FromPs), static_cast<uint64_t>(stage.ToPs));
+        return 0;
+    case StageKind::CountRate: return addMCountRate(nullptr, static_cast<double>(stage.WindowPs));
+    }
+    return -1;
+}
+
+constexpr int64_t longestRateWindowPs = 2147483647;
+constexpr int32_t firstMarker = 129, lastMarker = 143;
+
+// A T3 stream has no sync events; a herald on the sync, and a coincidence that lists it first, go by the sync
+// of each event.
+bool doubtsSync(const Recording &recording, const ChainStage &stage, int32_t channel)
+{
+    if (channel != 0 || recording.MeasMode != 3) return false;
+    return stage.Kind != StageKind::Coincidence || stage.Channels.front() != 0;
+}
+
+std::vector<int32_t> channelsSought(const ChainStage &stage)
+{
+    std::vector<int32_t> channels = stage.Channels;
+    if (stage.Kind == StageKind::Herald && stage.Herald != 0) channels.push_back(stage.Herald);
+    return channels;
+}
+
+std::vector<uint32_t> ratesOf(const Recording &recording, size_t index)
+{
+    if (recording.Chain[index].Stage.Kind != StageKind::CountRate) return {};
+    std::vector<uint32_t> rates(static_cast<size_t>(recording.NumRows), 0);
+    if (!getMCountRates(nullptr, static_cast<int32_t>(index), rates.data())) return {};
+    rates.resize(static_cast<size_t>(recording.Chain[index].FirstChannel)); // what this stage sees
+    return rates;
+}
+
+} // namespace
+
+std::vector<ChainStage> readChain(const ChainOptions &options)
+{
+    std::vector<ChainStage> stages;
+    for (const std::string &text : options.Texts)
+        for (ChainStage &stage : readPart(text)) stages.push_back(std::move(stage));
+    return stages;
+}
+
+std::vector<std::string> chainDoubts(const Recording &recording, size_t index)
+{
+    const auto &[stage, first, made] = recording.Chain[index];
+    std::vector<std::string> doubts;
+    for (const int32_t channel : channelsSought(stage))
+        if (doubtsSync(recording, stage, channel))
+            doubts.push_back("a T3 stream has no events on channel 0 (sync)");
+        else if (channel >= first && (channel < firstMarker || channel > lastMarker))
+            doubts.push_back(
+                fmt::format("no channel {} at this place, only 0 (sync) to {}", channel, first - 1));
+    if (stage.Kind == StageKind::Coincidence && stage.Mode == CoincidenceMode::Sliding &&
+        stage.Time != CoincidenceTime::Last && !stage.Keep)
+        doubts.push_back("sliding coincidences at the first or average time go on only with keep");
+    if (stage.Kind == StageKind::CountRate && stage.WindowPs > longestRateWindowPs)
+        doubts.push_back(fmt::format("the window is held at {}, the longest that a rate can be told to take",
+                                     timeText(longestRateWindowPs)));
+    return doubts;
+}
+
+void placeChain(Recording &recording, const std::vector<ChainStage> &stages)
+{
+    for (const ChainStage &stage : stages) {
+        const size_t index = recording.Chain.size();
+        const std::string place = fmt::format("--chain: stage {}, {}", index + 1, stageText(stage));
+        const int64_t first = getNumAllChans(nullptr);
+        if (add(stage) < 0)
+            throw Failure(Exit::Failed, place + ": the library refuses it (a stream has at most 255 channels; "
+                                                "--verbose shows the log)");
+        recording.NumRows = getNumAllChans(nullptr);
+        recording.Chain.push_back({stage, first, recording.NumRows - first});
+        for (const std::string &doubt : chainDoubts(recording, index)) warn(place + ": " + doubt);
+    }
+}
+
+boost::json::array chainJson(const Recording &recording)
+{
+    boost::json::array chain;
+    for (size_t index = 0; index < recording.Chain.size(); ++index) {
+        const auto &[stage, first, made] = recording.Chain[index];
+        boost::json::object object = stageJson(stage);
+        boost::json::array makes;
+        for (int64_t channel = first; channel < first + made; ++channel) makes.push_back(channel);
+        object["makes"] = std::move(makes);
+        const auto rates = ratesOf(recording, index);
+        if (!rates.empty()) object["rates"] = boost::json::array(rates.begin(), rates.end());
+        chain.push_back(std::move(object));
+    }
+    return chain;
+}
+
+std::vector<std::string> chainNotes(const Recording &recording)
+{
+    std::vector<std::string> lines;
+    for (size_t index = 0; index < recording.Chain.size(); ++index) {
+        const auto &[stage, first, made] = recording.Chain[index];
+        std::string line = fmt::format("stage {}: {}", index + 1, stageText(stage));
+        if (made > 0) line += fmt::format(", makes ch{}", first);
+        if (made > 1) line += fmt::format(" to ch{}", first + made - 1);
+        if (stage.Kind == StageKind::Delay && !stage.Keep) line += ", which stays empty";
+        const auto rates = ratesOf(recording, index);
+        if (!rates.empty()) line += fmt::format(", last rates in cps from sync on: {}", fmt::join(rates, " "));
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+} // namespace Tessel::Cli

@@ -1,0 +1,166 @@
+// `tessel g2`: the correlation of two channels in linear bins, in both directions.
+#include "program/exit_codes.h"
+#include "program/measure.h"
+#include "program/output.h"
+#include "tessel.h"
+#include "program/units.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <limits>
+#include <memory>
+
+namespace Tessel::Cli {
+
+namespace {
+
+constexpr const char *schema = "tessel.g2/1";
+constexpr uint64_t mostBins = 10'000'000; // a direction
+constexpr uint64_t widestBinPs = 1'000'000'000;
+
+struct G2Options
+{
+    MeasureOptions Measure;
+    int Chan1 = 1, Chan2 = 2;
+    std::string Window = "1us", BinWidth = "1ns";
+    bool RawCounts = false;
+};
+
+struct G2
+{
+    uint64_t BinWidthPs = 0, NumBins = 0; // a direction
+    std::vector<double> LagsPs, Values;   // 2 x NumBins
+};
+
+G2 prepared(const G2Options &options, const Recording &recording)
+{
+    checkChannel("--chan1", options.Chan1, recording);
+    checkChannel("--chan2", options.Chan2, recording);
+    const uint64_t window = optionWholePs("--window", options.Window, 1);
+    // The library would bring another width into this range without a word.
+    const double narrowest =
+        recording.Config.at(recording.MeasMode == 3 ? "Resolution" : "BaseResolution").to_number<double>();
+    G2 g2;
+    g2.BinWidthPs = optionWholePs("--bin-width", options.BinWidth, 1);
+    if (static_cast<double>(g2.BinWidthPs) < narrowest || g2.BinWidthPs > widestBinPs)
+        throw Failure(Exit::Usage, fmt::format("--bin-width: from the recording's resolution, {}, to 1 ms",
+                                               timeText(narrowest)));
+    g2.NumBins = window / g2.BinWidthPs;
+    if (g2.NumBins == 0 || g2.NumBins > mostBins)
+        throw Failure(Exit::Usage, fmt::format("--window: from 1 to {} times --bin-width", mostBins));
+    setG2Params(nullptr, static_cast<uint64_t>(options.Chan1), static_cast<uint64_t>(options.Chan2),
+                static_cast<double>(window), static_cast<double>(g2.BinWidthPs), options.RawCounts ? 0 : 1);
+    for (uint64_t i = 0; i < 2 * g2.NumBins; ++i)
+        g2.LagsPs.push_back((static_cast<double>(i) - static_cast<double>(g2.NumBins) + 0.5) *
+                            static_cast<double>(g2.BinWidthPs));
+    // The library leaves them alone if there is nothing to count, which gives 0 pairs and no g2.
+    g2.Values.assign(2 * g2.NumBins, options.RawCounts ? 0 : std::numeric_limits<double>::quiet_NaN());
+    return g2;
+}
+
+const char *valueName(const G2Options &options)
+{
+    return options.RawCounts ? "pairs" : "g2";
+}
+
+std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measured)
+{
+    std::vector<std::string> notes = firstNotes(measured, schema);
+    notes.push_back(fmt::format("channels {} and {}; lag in ps (centre of the bin), above 0 where channel {} "
+                                "follows; 2 x {} bins of {} ps",
+                                options.Chan1, options.Chan2, options.Chan1, g2.NumBins, g2.BinWidthPs));
+    notes.push_back(options.RawCounts ? "pairs per bin" : "normalised: uncorrelated light is at 1");
+    notes.push_back(lastNote(measured));
+    const Column columns[] = {{"lag_ps", g2.LagsPs}, {valueName(options), g2.Values}};
+    return csvText(notes, columns);
+}
+
+boost::json::object asJson(const G2Options &options, const G2 &g2, const Measured &measured)
+{
+    boost::json::object result = firstKeys(measured, schema);
+    result["chan1"] = options.Chan1;
+    result["chan2"] = options.Chan2;
+    result["binWidthPs"] = g2.BinWidthPs;
+    result["bins"] = 2 * g2.NumBins;
+    result["normalised"] = !options.RawCounts;
+    result["lagPs"] = jsonArray({"", g2.LagsPs});
+    result["values"] = jsonArray({"", g2.Values});
+    return result;
+}
+
+Plot asPlot(const G2Options &options, const G2 &g2, const Measured &measured)
+{
+    const double end = static_cast<double>(g2.NumBins * g2.BinWidthPs);
+    const TimeAxis axis = timeAxis(end);
+    Plot plot;
+    plot.Title = plotTitle(measured.From);
+    plot.XLabel = fmt::format("Lag ({})", axis.Unit);
+    plot.YLabel = options.RawCounts ? fmt::format("Pairs per {}", timeText(static_cast<double>(g2.BinWidthPs)))
+                                    : std::string("g2");
+    plot.XMin = -end * axis.Factor;
+    plot.XMax = end * axis.Factor;
+    plot.Lines = true;
+    Curve curve{.Name = fmt::format("{} and {}", rowName(measured.From, options.Chan1),
+                                    rowName(measured.From, options.Chan2)),
+                .X = {},
+                .Y = g2.Values};
+    for (const double lag : g2.LagsPs) curve.X.push_back(lag * axis.Factor);
+    plot.Curves.push_back(std::move(curve));
+    return plot;
+}
+
+int runG2(const G2Options &options, const HostOptions &host)
+{
+    G2 g2;
+    std::vector<double> axis; // in seconds, for the library; LagsPs are the same without rounding
+    return measure(options.Measure, host,
+                   {.Prepare =
+                        [&](const Recording &recording) {
+                            g2 = prepared(options, recording);
+                            axis.resize(g2.Values.size());
+                        },
+                    .Start =
+                        [&](uint8_t *finished) {
+                            getCorrelation(nullptr, 0, 0, 0, g2.Values.data(), axis.data(), finished);
+                        },
+                    .IsEmpty = [&] { return isAllZero(g2.Values); },
+                    .Needs = "events on --chan1 and --chan2 within --window of each other",
+                    .Csv = [&](const Measured &measured) { return asCsv(options, g2, measured); },
+                    .Json = [&](const Measured &measured) { return asJson(options, g2, measured); },
+                    .Plot = [&](const Measured &measured) { return asPlot(options, g2, measured); }});
+}
+
+constexpr const char *g2Footer =
+    R"(How often an event of one channel follows one of the other at each lag, as in a Hanbury Brown-
+Twiss experiment. g2(lag) = pairs x T / (n1 x n2 x width) with n the events of each channel and T
+the time measured, so that uncorrelated light is at 1; --raw-counts gives the pairs. Lags above
+0: the event of --chan1 comes later.
+
+CSV: comment lines with '#', lag_ps,g2 (or lag_ps,pairs), one line per bin with its centre, from
+the longest negative lag on. JSON, schema tessel.g2/1: file, device, mode, run {recordsRead,
+recordsInFile, complete, stopReason}, chan1, chan2, binWidthPs, bins, normalised, lagPs [bins],
+values [bins]; a value is null (CSV: nan) where a channel has no events. bins is 2 x (window / bin
+width).
+
+Examples:
+  tessel g2 emitter.tgx --window 100ns --bin-width 500ps --plot dip.png
+  tessel g2 lamp.tgx --chan1 1 --chan2 3 --raw-counts -o pairs.csv)";
+
+} // namespace
+
+Command addG2(CLI::App &program)
+{
+    const auto options = std::make_shared<G2Options>();
+    CLI::App *command = program.add_subcommand("g2", "Correlate two channels of a recording in linear bins");
+    addMeasureOptions(*command, options->Measure);
+    addChannelPair(*command, options->Chan1, options->Chan2);
+    asTime(command->add_option("--window", options->Window, "Longest lag, bare in ps"));
+    asTime(command->add_option("--bin-width", options->BinWidth,
+                               "Width of a bin, from the resolution of the recording to 1ms, bare in ps"));
+    command->add_flag("--raw-counts", options->RawCounts, "Pairs, not normalised");
+    command->footer(g2Footer);
+    return {command, [options](const HostOptions &host) { return runG2(*options, host); }};
+}
+
+} // namespace Tessel::Cli

@@ -1,0 +1,208 @@
+// `tessel histogram`: one histogram per channel of a recording.
+#include "program/console.h"
+#include "program/exit_codes.h"
+#include "program/measure.h"
+#include "program/output.h"
+#include "program/plot.h"
+#include "tessel.h"
+#include "program/units.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+namespace Tessel::Cli {
+
+namespace {
+
+struct HistogramOptions
+{
+    MeasureOptions Measure;
+    std::optional<int> RefChan;
+    std::string BinWidth; // empty: as the recording has it
+    std::optional<uint64_t> Bins;
+};
+
+// Counts by row and bin; row 0 is the sync, row n input channel n.
+struct Histogram
+{
+    uint64_t NumBins = 0;
+    double BinWidthPs = 1;
+    double SyncPeriodPs = 0; // T3; 0: unknown
+    std::vector<uint32_t> Counts;
+
+    std::span<const uint32_t> row(int64_t index) const
+    {
+        return std::span(Counts).subspan(static_cast<size_t>(index) * NumBins, NumBins);
+    }
+};
+
+constexpr const char *schema = "tessel.histogram/1";
+constexpr uint64_t defaultT2BinWidthPs = 100;
+constexpr uint64_t mostBins = uint64_t(1) << 28;
+
+void refuseInT3(const HistogramOptions &options)
+{
+    const char *given = options.RefChan             ? "--ref-chan"
+                        : !options.BinWidth.empty() ? "--bin-width"
+                        : options.Bins              ? "--bins"
+                                                    : nullptr;
+    if (given)
+        throw Failure(Exit::Usage, fmt::format("{} is for T2 recordings, and {} is one of T3", given,
+                                               visibleText(options.Measure.File)));
+}
+
+uint64_t binWidth(const HistogramOptions &options)
+{
+    return options.BinWidth.empty() ? defaultT2BinWidthPs : optionWholePs("--bin-width", options.BinWidth, 1);
+}
+
+Histogram shaped(const HistogramOptions &options, const Recording &recording)
+{
+    Histogram histogram;
+    if (recording.MeasMode == 3) {
+        refuseInT3(options);
+        histogram.BinWidthPs = recording.Config.at("Resolution").to_number<double>();
+        const double rate = recording.Description.at("AveSyncRate").to_number<double>();
+        if (rate > 0) histogram.SyncPeriodPs = 1e12 / rate;
+    } else {
+        const int refChan = options.RefChan.value_or(0);
+        checkChannel("--ref-chan", refChan, recording);
+        histogram.BinWidthPs = static_cast<double>(binWidth(options));
+        setHistoT2RefChan(nullptr, static_cast<uint8_t>(refChan));
+        setHistoT2BinWidth(nullptr, binWidth(options));
+        if (options.Bins) setHistoT2NumBins(nullptr, *options.Bins);
+    }
+    histogram.NumBins = deviceConfig().at("NumBins").to_number<uint64_t>();
+    histogram.Counts.assign(static_cast<size_t>(recording.NumRows) * histogram.NumBins, 0);
+    return histogram;
+}
+
+std::vector<std::string> notes(const HistogramOptions &options, const Histogram &histogram,
+                               const Measured &measured)
+{
+    std::vector<std::string> lines = firstNotes(measured, schema);
+    lines.push_back(fmt::format("time in ps (start of the bin), counts per bin; {} bins of {} ps",
+                                histogram.NumBins, histogram.BinWidthPs));
+    if (measured.From.MeasMode == 2)
+        lines.push_back(fmt::format("time since the last event of channel {}", options.RefChan.value_or(0)));
+    else if (histogram.SyncPeriodPs > 0)
+        lines.push_back(
+            fmt::format("time since the last sync; sync period {:.10g} ps", histogram.SyncPeriodPs));
+    lines.push_back(lastNote(measured));
+    return lines;
+}
+
+std::string asCsv(const HistogramOptions &options, const Histogram &histogram, const Measured &measured)
+{
+    std::vector<double> times(histogram.NumBins);
+    for (size_t bin = 0; bin < times.size(); ++bin)
+        times[bin] = static_cast<double>(bin) * histogram.BinWidthPs;
+    std::vector<Column> columns = {{"time_ps", times}};
+    for (int64_t row = 0; row < measured.From.NumRows; ++row)
+        columns.push_back({columnName(measured.From, row), histogram.row(row)});
+    return csvText(notes(options, histogram, measured), columns);
+}
+
+boost::json::object asJson(const HistogramOptions &options, const Histogram &histogram,
+                           const Measured &measured)
+{
+    boost::json::object result = firstKeys(measured, schema);
+    result["bins"] = histogram.NumBins;
+    result["binWidthPs"] = static_cast<uint64_t>(histogram.BinWidthPs);
+    result["syncPeriodPs"] = nullptr;
+    if (histogram.SyncPeriodPs > 0) result["syncPeriodPs"] = histogram.SyncPeriodPs;
+    result["refChan"] = nullptr;
+    if (measured.From.MeasMode == 2) result["refChan"] = options.RefChan.value_or(0);
+    result["channels"] = channelsJson(measured.From, [&](int64_t row) { return histogram.row(row); });
+    return result;
+}
+
+// What is drawn ends with the sync period, or with the last bin that has a count.
+size_t shownBins(const Recording &recording, const Histogram &histogram)
+{
+    size_t last = 1;
+    for (int64_t row = 0; row < recording.NumRows; ++row) {
+        const auto counts = histogram.row(row);
+        size_t bins = counts.size();
+        while (bins > last && counts[bins - 1] == 0) --bins;
+        last = std::max(last, bins);
+    }
+    const double period = histogram.SyncPeriodPs / histogram.BinWidthPs;
+    return period >= 1 && period < static_cast<double>(last) ? static_cast<size_t>(period) : last;
+}
+
+Plot asPlot(const Recording &recording, const Histogram &histogram)
+{
+    const size_t bins = shownBins(recording, histogram);
+    const TimeAxis axis = timeAxis(static_cast<double>(bins) * histogram.BinWidthPs);
+    Plot plot;
+    plot.Title = plotTitle(recording);
+    plot.XLabel =
+        fmt::format("Time since the {} ({})", recording.MeasMode == 3 ? "sync" : "reference", axis.Unit);
+    plot.YLabel = fmt::format("Counts per {}", timeText(histogram.BinWidthPs));
+    plot.LogY = true;
+    plot.XMax = static_cast<double>(bins) * histogram.BinWidthPs * axis.Factor;
+    for (int64_t row = 0; row < recording.NumRows; ++row) {
+        const auto counts = histogram.row(row).first(bins);
+        if (isAllZero(counts)) continue;
+        Curve curve{.Name = fmt::format("{} ({})", rowName(recording, row),
+                                        countText(static_cast<double>(total(counts)))),
+                    .X = {},
+                    .Y = {counts.begin(), counts.end()}};
+        for (size_t bin = 0; bin < bins; ++bin)
+            curve.X.push_back((static_cast<double>(bin) + 0.5) * histogram.BinWidthPs * axis.Factor);
+        plot.Curves.push_back(std::move(curve));
+    }
+    return plot;
+}
+
+int runHistogram(const HistogramOptions &options, const HostOptions &host)
+{
+    Histogram histogram;
+    return measure(
+        options.Measure, host,
+        {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
+         .Start = [&](uint8_t *finished) { getHistogram(nullptr, 0, 0, 0, histogram.Counts.data(), finished); },
+         .IsEmpty = [&] { return isAllZero(histogram.Counts); },
+         .Needs = "events, in T2 behind one on --ref-chan",
+         .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
+         .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
+         .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); }});
+}
+
+constexpr const char *histogramFooter =
+    R"(T3: a bin is a dtime; 32768 bins of the recording's resolution. T2: a bin counts the events
+of a channel by their time since the last event of the reference channel; the bin width and
+the number of bins are options.
+
+CSV: comment lines with '#', one line of names (time_ps, sync, ch1, ch2, ...), one line per
+bin; no bin is left out. JSON, schema tessel.histogram/1: file, device, mode, run {recordsRead,
+recordsInFile, complete, stopReason}, bins, binWidthPs, syncPeriodPs (null in T2), refChan (null
+in T3), channels [{row, name, total, counts [bins]}]. Rows: 0 sync, 1.. inputs.
+
+Examples:
+  tessel histogram decay.tgx -o decay.csv --plot decay.png
+  tessel histogram emitter.tgx --ref-chan 1 --bin-width 500ps --bins 400)";
+
+} // namespace
+
+Command addHistogram(CLI::App &program)
+{
+    const auto options = std::make_shared<HistogramOptions>();
+    CLI::App *command =
+        program.add_subcommand("histogram", "Count the events of a recording into one histogram per channel");
+    addMeasureOptions(*command, options->Measure);
+    asChannel(
+        command->add_option("--ref-chan", options->RefChan, "T2: reference channel, by default 0 (sync)"));
+    asTime(command->add_option("--bin-width", options->BinWidth,
+                               "T2: width of a bin, by default 100ps, bare in ps"));
+    asNumber(command->add_option("--bins", options->Bins, "T2: number of bins, by default 65536"), 1, mostBins);
+    command->footer(histogramFooter);
+    return {command, [options](const HostOptions &host) { return runHistogram(*options, host); }};
+}
+
+} // namespace Tessel::Cli

@@ -1,0 +1,169 @@
+// `tessel simulate`: a recording of a simulated light source. What the options mean is in simulation, what is
+// written in simulated_records.
+#include "commands/commands.h"
+#include "program/console.h"
+#include "program/exit_codes.h"
+#include "program/interrupt.h"
+#include "sim/simulated_records.h"
+#include "program/units.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+namespace Tessel::Cli {
+
+namespace {
+
+tessel_recording *create(const SimulateOptions &options, const Simulation &wanted)
+{
+    std::vector<double> rates = wanted.Rates;
+    for (size_t i = 0; i < rates.size(); ++i) rates[i] += wanted.Background[i];
+    const bool isT3 = wanted.MeasMode == 3;
+    tessel_recording_params params = {};
+    params.size = sizeof params;
+    params.measMode = wanted.MeasMode;
+    params.family = wanted.Family;
+    params.numChannels = static_cast<int32_t>(rates.size());
+    params.baseResolution = isT3 ? 1 : wanted.ResolutionPs;
+    params.resolution = wanted.ResolutionPs;
+    params.syncRate = wanted.SyncRate;
+    params.acqTime = static_cast<int32_t>(wanted.DurationPs / 1e9);
+    params.inputRates = rates.data();
+    params.serial = "simulated";
+    params.comment = options.Comment.c_str();
+    tessel_recording *file = tessel_recordingCreate(options.Path.c_str(), &params);
+    if (!file)
+        throw Failure(Exit::Failed,
+                      fmt::format("{}: can't be created (--verbose shows why)", visibleText(options.Path)));
+    return file;
+}
+
+void tellResult(const Sink &sink)
+{
+    const double seconds = secondsSince(sink.Shown.Start);
+    note(fmt::format("{}: {} records ({} of them overflows) in {:.2f} s, {} records/s", visibleText(sink.Path),
+                     sink.NumWords, sink.Words.NumOverflows, seconds,
+                     countText(static_cast<double>(sink.NumWords) / std::max(seconds, 1e-9))));
+}
+
+// Options that another kind of light takes.
+void warnOfIdleOptions(const CLI::App &command, Light light)
+{
+    static constexpr struct
+    {
+        const char *Name;
+        Light Takes;
+    } options[] = {{"--lifetime", Light::Pulsed},      {"--delay", Light::Pulsed},
+                   {"--recovery", Light::Antibunched}, {"--correlation-time", Light::Bunched},
+                   {"--molecules", Light::Diffusing},  {"--diffusion-time", Light::Diffusing}};
+    for (const auto &option : options)
+        if (option.Takes != light && command.count(option.Name) > 0)
+            warn(fmt::format("{} does nothing to light of this kind", option.Name));
+}
+
+// A file that couldn't be written to its end is removed; one that Ctrl-C ended early is sealed and kept.
+int runSimulate(const SimulateOptions &options, const HostOptions &host, const CLI::App &command)
+{
+    const Simulation wanted = understood(options);
+    warnOfIdleOptions(command, wanted.Source);
+    const Session session(host);
+    const InterruptWatch watch;
+    Sink sink;
+    sink.Path = options.Path;
+    sink.File = create(options, wanted);
+    try {
+        writeRecords(wanted, sink);
+    } catch (...) {
+        tessel_recordingClose(sink.File);
+        std::remove(options.Path.c_str());
+        throw;
+    }
+    if (!tessel_recordingClose(sink.File))
+        throw Failure(Exit::Failed,
+                      fmt::format("{}: the recording can't be completed", visibleText(sink.Path)));
+    hideProgress(sink.Shown);
+    tellResult(sink);
+    if (interruptSignal() == 0) return 0;
+    note("stopped early; the recording is shorter than asked for");
+    return exitCodeOfSignal(interruptSignal());
+}
+
+constexpr const char *simulateFooter =
+    R"(Lists (--rate, --background, --lifetime) take one value for all channels or one for each,
+with commas: 200kcps,50kcps.
+
+Light, which T2 takes of every kind and T3 only pulsed:
+  pulsed       many emitters, weakly excited by each pulse; a photon is seen after the delay, a
+               Gaussian response and an exponential decay; what outlasts the sync period is
+               seen in a later one
+  poisson      constant light, independent on every channel
+  antibunched  one two-level emitter under constant excitation, split onto the channels:
+               g2(t) = 1 - exp(-|t| / recovery)
+  bunched      light that switches at random between bright and dark, as one mode of thermal
+               light, split onto the channels: g2(t) = 1 + exp(-|t| / correlation time)
+  diffusing    molecules in a Gaussian focus, diffusing in a plane, split onto the channels:
+               G(t) = 1 / molecules / (1 + t / diffusion time)
+
+Background is Poissonian; g2 - 1 and G shrink by (signal / (signal + background))^2. There is no
+dead time. A seed gives the same records on every machine.
+
+A T2 recording has sync events if --sync-rate is given or the light is pulsed.
+
+Examples:
+  tessel simulate decay.tgx --rate 500kcps --lifetime 0.8ns,1.6ns,2.9ns,4.1ns --duration 30s
+  tessel simulate emitter.tgx --mode t2 --light antibunched --rate 200kcps --recovery 8ns
+  tessel simulate cells.tgx --mode t2 --light diffusing --molecules 3 --diffusion-time 200us
+  tessel simulate lamp.tgx --mode t2 --channels 4 --rate 1Mcps --sync-rate 100kHz)";
+
+} // namespace
+
+Command addSimulate(CLI::App &program)
+{
+    const auto options = std::make_shared<SimulateOptions>();
+    CLI::App *command = program.add_subcommand("simulate", "Write a recording of a simulated light source");
+    const auto text = [&](const char *name, std::string &value, const char *help, const char *type) {
+        return command->add_option(name, value, help)->type_name(type)->capture_default_str();
+    };
+    text("OUT", options->Path, "The recording to write (.tgx); an existing file is replaced", "")->required();
+    const auto name = [&](const char *option, std::string &value, const char *help,
+                          const std::vector<std::string> &names) {
+        asOneOf(command->add_option(option, value, help), names)->capture_default_str();
+    };
+    name("--mode", options->Mode, "Record form", {"t2", "t3"});
+    name("--light", options->Light, "Kind of light, by default pulsed in T3 and poisson in T2",
+         {"pulsed", "poisson", "antibunched", "bunched", "diffusing"});
+    asNumber(command->add_option("--channels", options->Channels,
+                                 "Input channels, by default 2 or as many as the longest list has"),
+             1, 64);
+    text("--rate", options->Rates, "Signal of each channel, bare in cps", "RATES");
+    text("--background", options->Background, "Background of each channel, bare in cps", "RATES");
+    text("--sync-rate", options->SyncRate,
+         "Rate of the pulses, bare in Hz; by default 40MHz for pulsed light, none for other", "RATE");
+    text("--duration", options->Duration, "Length of the recording, bare in s", "TIME");
+    text("--lifetime", options->Lifetimes, "Decay of each channel, bare in ns; 0 is prompt", "TIMES");
+    text("--irf", options->Response,
+         "Full width at half maximum of the response, or of the jitter in T2, bare in ps", "TIME");
+    text("--delay", options->Delay, "Centre of the response behind the sync, bare in ps", "TIME");
+    text("--recovery", options->Recovery, "Recovery time of the antibunched emitter, bare in ns", "TIME");
+    text("--correlation-time", options->CorrelationTime, "Correlation time of bunched light, bare in ns",
+         "TIME");
+    command
+        ->add_option("--molecules", options->Molecules,
+                     "Diffusing: mean number in the focus, from 0.01 to 1000")
+        ->capture_default_str();
+    text("--diffusion-time", options->DiffusionTime, "Time of diffusion through the focus, bare in us", "TIME");
+    text("--resolution", options->Resolution,
+         "Unit of a dtime (by default 25ps) or, in T2, of a time tag (5ps), bare in ps", "TIME");
+    name("--family", options->Family, "Instrument family", {"ZP", "CD", "SV40", "LM70", "CD90"});
+    command->add_option("--seed", options->Seed, "Seed of the random numbers")->capture_default_str();
+    text("--comment", options->Comment, "Comment for the file's header", "TEXT");
+    command->footer(simulateFooter);
+    return {command,
+            [options, command](const HostOptions &host) { return runSimulate(*options, host, *command); }};
+}
+
+} // namespace Tessel::Cli

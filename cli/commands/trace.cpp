@@ -1,0 +1,158 @@
+// `tessel trace`: counts of every channel in bins of time.
+#include "program/exit_codes.h"
+#include "program/measure.h"
+#include "program/output.h"
+#include "tessel.h"
+#include "program/units.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace Tessel::Cli {
+
+namespace {
+
+constexpr const char *schema = "tessel.trace/1";
+constexpr uint64_t mostCounts = uint64_t(1) << 31; // rows x bins
+
+struct TraceOptions
+{
+    MeasureOptions Measure;
+    int Bins = 1000;
+    std::string History = "10s";
+};
+
+// Counts by row and column; the last column is the newest bin. There is one column more than asked for, at the
+// left: the library gives out nothing where it has one column only.
+struct Trace
+{
+    uint64_t NumBins = 0, BinWidthPs = 0; // asked for
+    uint64_t EndBin = 0;                  // absolute number of the bin behind the last column
+    std::vector<uint32_t> Counts;
+
+    // Columns that lie before the start of the run are left out.
+    uint64_t numShown() const { return std::min(NumBins, EndBin); }
+    uint64_t firstShown() const { return EndBin - numShown(); }
+    std::span<const uint32_t> row(int64_t index) const
+    {
+        const uint64_t end = (static_cast<uint64_t>(index) + 1) * (NumBins + 1);
+        return std::span(Counts).subspan(end - numShown(), numShown());
+    }
+};
+
+Trace prepared(const TraceOptions &options, const Recording &recording)
+{
+    const uint64_t history = optionWholePs("--history", options.History, 1);
+    Trace trace;
+    trace.NumBins = static_cast<uint64_t>(options.Bins);
+    trace.BinWidthPs = history / trace.NumBins;
+    if (trace.BinWidthPs == 0) throw Failure(Exit::Usage, "--history: at least 1 ps for each of the --bins");
+    const uint64_t counts = (trace.NumBins + 1) * static_cast<uint64_t>(recording.NumRows);
+    if (counts > mostCounts)
+        throw Failure(Exit::Usage,
+                      fmt::format("--bins: {} of {} channels are too many", trace.NumBins, recording.NumRows));
+    // Half a picosecond a bin keeps the width clear of the rounding of seconds.
+    const double span = (static_cast<double>(trace.BinWidthPs) + 0.5) * static_cast<double>(trace.NumBins + 1);
+    setTimeTraceNumBins(nullptr, options.Bins + 1);
+    setTimeTraceHistorySize(nullptr, span * 1e-12);
+    trace.Counts.assign(counts, 0);
+    return trace;
+}
+
+std::string asCsv(const Trace &trace, const Measured &measured)
+{
+    std::vector<std::string> notes = firstNotes(measured, schema);
+    notes.push_back(fmt::format("time in ps since the start of the run (start of the bin), counts per bin; the "
+                                "last {} bins of {} ps",
+                                trace.numShown(), trace.BinWidthPs));
+    notes.push_back(lastNote(measured));
+    std::vector<uint64_t> times(trace.numShown());
+    for (size_t bin = 0; bin < times.size(); ++bin) times[bin] = (trace.firstShown() + bin) * trace.BinWidthPs;
+    std::vector<Column> columns = {{"time_ps", times}};
+    for (int64_t row = 0; row < measured.From.NumRows; ++row)
+        columns.push_back({columnName(measured.From, row), trace.row(row)});
+    return csvText(notes, columns);
+}
+
+boost::json::object asJson(const Trace &trace, const Measured &measured)
+{
+    boost::json::object result = firstKeys(measured, schema);
+    result["bins"] = trace.numShown();
+    result["binWidthPs"] = trace.BinWidthPs;
+    result["firstBin"] = trace.firstShown();
+    result["channels"] = channelsJson(measured.From, [&](int64_t row) { return trace.row(row); });
+    return result;
+}
+
+Plot asPlot(const Trace &trace, const Measured &measured)
+{
+    const auto width = static_cast<double>(trace.BinWidthPs);
+    const double from = static_cast<double>(trace.firstShown()) * width,
+                 to = static_cast<double>(trace.EndBin) * width;
+    const TimeAxis axis = timeAxis(to);
+    Plot plot;
+    plot.Title = plotTitle(measured.From);
+    plot.XLabel = fmt::format("Time ({})", axis.Unit);
+    plot.YLabel = fmt::format("Counts per {}", timeText(width));
+    plot.Lines = true;
+    plot.XMin = from * axis.Factor;
+    plot.XMax = std::max(to, from + width) * axis.Factor;
+    for (int64_t row = 0; row < measured.From.NumRows; ++row) {
+        const auto counts = trace.row(row);
+        if (isAllZero(counts)) continue;
+        Curve curve{.Name = rowName(measured.From, row), .X = {}, .Y = {counts.begin(), counts.end()}};
+        for (size_t bin = 0; bin < counts.size(); ++bin)
+            curve.X.push_back((from + (static_cast<double>(bin) + 0.5) * width) * axis.Factor);
+        plot.Curves.push_back(std::move(curve));
+    }
+    return plot;
+}
+
+int runTrace(const TraceOptions &options, const HostOptions &host)
+{
+    Trace trace;
+    return measure(options.Measure, host,
+                   {.Prepare = [&](const Recording &recording) { trace = prepared(options, recording); },
+                    .Start =
+                        [&](uint8_t *finished) {
+                            getTimeTrace(nullptr, 0, 0, 0, trace.Counts.data(), &trace.EndBin, finished);
+                        },
+                    .IsEmpty = [&] { return isAllZero(trace.Counts); },
+                    .Needs = "events within --history",
+                    .Csv = [&](const Measured &measured) { return asCsv(trace, measured); },
+                    .Json = [&](const Measured &measured) { return asJson(trace, measured); },
+                    .Plot = [&](const Measured &measured) { return asPlot(trace, measured); }});
+}
+
+constexpr const char *traceFooter =
+    R"(The last --history of the recording, in --bins bins of equal width (cut to whole picoseconds).
+What lies before the start of the recording is left out: with a history longer than the recording
+the trace is of all of it.
+
+CSV: comment lines with '#', one line of names (time_ps, sync, ch1, ch2, ...), one line per bin
+with the time of its start. JSON, schema tessel.trace/1: file, device, mode, run {recordsRead,
+recordsInFile, complete, stopReason}, bins, binWidthPs, firstBin (number of the first bin, from
+the start of the recording), channels [{row, name, total, counts [bins]}]. Rows: 0 sync, 1..
+inputs.
+
+Examples:
+  tessel trace blinking.tgx --history 60s --bins 6000 --plot trace.png
+  tessel trace blinking.tgx --history 100ms --bins 100 --json | jq '.channels[1].counts')";
+
+} // namespace
+
+Command addTrace(CLI::App &program)
+{
+    const auto options = std::make_shared<TraceOptions>();
+    CLI::App *command = program.add_subcommand("trace", "Count the events of each channel in bins of time");
+    addMeasureOptions(*command, options->Measure);
+    asNumber(command->add_option("--bins", options->Bins, "Number of bins"), 1, 1 << 28)->capture_default_str();
+    asTime(command->add_option("--history", options->History, "Span of all bins, bare in ps"));
+    command->footer(traceFooter);
+    return {command, [options](const HostOptions &host) { return runTrace(*options, host); }};
+}
+
+} // namespace Tessel::Cli

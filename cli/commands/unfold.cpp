@@ -1,0 +1,217 @@
+// `tessel unfold`: the decoded events of a recording, written as they come.
+#include "program/event_plot.h"
+#include "program/exit_codes.h"
+#include "program/measure.h"
+#include "program/output.h"
+#include "tessel.h"
+
+#include <CLI/CLI.hpp>
+#include <boost/json/array.hpp>
+#include <boost/json/serialize.hpp>
+#include <fmt/compile.h>
+#include <fmt/format.h>
+
+#include <iterator>
+#include <memory>
+#include <optional>
+
+namespace Tessel::Cli {
+
+namespace {
+
+constexpr const char *schema = "tessel.unfold/1";
+constexpr size_t capacity = size_t(1) << 20; // events of a block
+constexpr uint8_t overflowChannel = 255;
+constexpr uint32_t dtimeBits = 15; // T3: time = sync number << 15 | dtime
+
+enum class Form { Csv, Json, Binary };
+
+struct UnfoldOptions
+{
+    MeasureOptions Measure;
+    bool Binary = false, Overflows = false;
+};
+
+// The library fills one pair of arrays, this side reads the other.
+struct Unfolded
+{
+    Form As = Form::Csv;
+    bool IsT3 = false, Overflows = false;
+    std::vector<uint64_t> Times, BlockTimes;
+    std::vector<uint8_t> Channels, BlockChannels;
+    uint64_t NumWritten = 0;
+    fmt::memory_buffer Text;
+    FirstEvents First; // for the plot
+};
+
+void addEvent(Unfolded &unfolded, uint64_t time, uint8_t channel)
+{
+    auto out = std::back_inserter(unfolded.Text);
+    const uint64_t sync = time >> dtimeBits, dtime = time & ((1u << dtimeBits) - 1);
+    switch (unfolded.As) {
+    case Form::Csv:
+        if (unfolded.IsT3)
+            fmt::format_to(out, FMT_COMPILE("{},{},{}\n"), sync, dtime, channel);
+        else
+            fmt::format_to(out, FMT_COMPILE("{},{}\n"), time, channel);
+        break;
+    case Form::Json:
+        if (unfolded.NumWritten > 0) unfolded.Text.push_back(',');
+        if (unfolded.IsT3)
+            fmt::format_to(out, FMT_COMPILE("[{},{},{}]"), sync, dtime, channel);
+        else
+            fmt::format_to(out, FMT_COMPILE("[{},{}]"), time, channel);
+        break;
+    case Form::Binary:
+        for (int shift = 0; shift < 64; shift += 8) unfolded.Text.push_back(static_cast<char>(time >> shift));
+        unfolded.Text.push_back(static_cast<char>(channel));
+        break;
+    }
+    ++unfolded.NumWritten;
+}
+
+// Writes what stands in the block; false if there was nothing.
+bool writeBlock(Unfolded &unfolded, std::optional<ResultStream> &stream)
+{
+    uint64_t count = 0;
+    ufGetBlock(nullptr, unfolded.Times.data(), unfolded.Channels.data(), &count);
+    unfolded.Text.clear();
+    for (size_t i = 0; i < count && !unfolded.First.isFull(); ++i)
+        add(unfolded.First, unfolded.Times[i], unfolded.Channels[i]);
+    for (size_t i = 0; stream && i < count; ++i)
+        if (unfolded.Overflows || unfolded.Channels[i] != overflowChannel)
+            addEvent(unfolded, unfolded.Times[i], unfolded.Channels[i]);
+    if (unfolded.Text.size() > 0) write(*stream, {unfolded.Text.data(), unfolded.Text.size()});
+    return count > 0;
+}
+
+boost::json::array columnsJson(bool isT3)
+{
+    return isT3 ? boost::json::array{"sync", "dtime", "channel"} : boost::json::array{"time_ps", "channel"};
+}
+
+// What is known before the run.
+boost::json::object headJson(const Recording &recording)
+{
+    boost::json::object head = recordingKeys(recording, schema);
+    head["dtimePs"] = nullptr;
+    if (recording.MeasMode == 3) head["dtimePs"] = recording.Config.at("Resolution");
+    return head;
+}
+
+std::string opening(const Unfolded &unfolded, const Recording &recording)
+{
+    switch (unfolded.As) {
+    case Form::Csv: {
+        const std::vector<std::string> notes = firstNotes({recording, {}}, schema);
+        const std::string unit = unfolded.IsT3
+                                     ? fmt::format("number of the sync, dtime in units of {} ps",
+                                                   recording.Config.at("Resolution").to_number<double>())
+                                     : std::string("time in ps");
+        return fmt::format("# {}\n# {}\n{}\n", fmt::join(notes, "\n# "), unit,
+                           unfolded.IsT3 ? "sync,dtime,channel" : "time_ps,channel");
+    }
+    case Form::Json: {
+        boost::json::object head = headJson(recording);
+        head["columns"] = columnsJson(unfolded.IsT3);
+        std::string text = boost::json::serialize(head);
+        text.pop_back(); // the brace, which comes after the run
+        return text + ",\"events\":[";
+    }
+    case Form::Binary: break;
+    }
+    return {};
+}
+
+std::string ending(const Unfolded &unfolded, const Measured &measured)
+{
+    if (unfolded.As != Form::Json) return {};
+    return fmt::format("],\"run\":{}}}\n", boost::json::serialize(outcomeJson(measured.From, measured.Run)));
+}
+
+// What stands beside a binary file: enough to read it.
+boost::json::object sideFile(const Unfolded &unfolded, const Measured &measured)
+{
+    boost::json::object side = headJson(measured.From);
+    side["run"] = outcomeJson(measured.From, measured.Run);
+    side["events"] = unfolded.NumWritten;
+    side["eventBytes"] = 9;
+    side["byteOrder"] = "little";
+    side["fields"] = boost::json::array{{{"name", "time"}, {"type", "uint64"}, {"offset", 0}},
+                                        {{"name", "channel"}, {"type", "uint8"}, {"offset", 8}}};
+    side["time"] = unfolded.IsT3 ? "sync << 15 | dtime" : "ps";
+    return side;
+}
+
+Form formOf(const UnfoldOptions &options)
+{
+    const ResultOptions &result = options.Measure.Result;
+    if (options.Binary && result.Json) throw Failure(Exit::Usage, "--binary and --json: one form, please");
+    if (options.Binary && (result.File.empty() || result.File == "-"))
+        throw Failure(Exit::Usage, "--binary needs -o FILE, beside which FILE.json is written");
+    return options.Binary ? Form::Binary : result.Json ? Form::Json : Form::Csv;
+}
+
+int runUnfold(const UnfoldOptions &options, const HostOptions &host)
+{
+    const ResultOptions &result = options.Measure.Result;
+    checkPlotName(result.PlotFile);
+    Unfolded unfolded;
+    unfolded.As = formOf(options);
+    unfolded.Overflows = options.Overflows;
+    for (auto *times : {&unfolded.Times, &unfolded.BlockTimes}) times->resize(capacity);
+    for (auto *channels : {&unfolded.Channels, &unfolded.BlockChannels}) channels->resize(capacity);
+    const Session session(host);
+    Measured measured{openForMeasuring(options.Measure), {}};
+    unfolded.IsT3 = measured.From.MeasMode == 3;
+    std::optional<ResultStream> stream;
+    if (wantsText(result)) write(stream.emplace(result.File), opening(unfolded, measured.From));
+    measured.Run = replay(
+        measured.From,
+        [&](uint8_t *finished) {
+            ufStartBlock(nullptr, 0, 0, unfolded.BlockTimes.data(), unfolded.BlockChannels.data(), capacity,
+                         finished);
+        },
+        [&] { return writeBlock(unfolded, stream); });
+    if (stream) {
+        write(*stream, ending(unfolded, measured));
+        complete(*stream);
+    }
+    if (unfolded.As == Form::Binary) writeResult(result.File + ".json", jsonText(sideFile(unfolded, measured)));
+    noteSpeed(measured.Run);
+    if (!result.PlotFile.empty()) drawResult(result, eventPlot(unfolded.First, measured.From));
+    return reportOutcome(measured.From, measured.Run);
+}
+
+constexpr const char *unfoldFooter =
+    R"(Every event of the recording in the order in which it comes. Times are ps in T2; in T3 the number
+of the sync and the dtime. Channels: 0 sync (T2), 1 to 64 inputs, above them the chain's, 129 to
+143 markers; 255 with --overflows: an overflow of the time tag, whose time tells how far the
+stream has come. --plot shows the first 5000 events of inputs and sync: how long behind the sync (T3)
+or the event before (T2) each came, over time.
+
+CSV: comment lines with '#', one line of names (time_ps,channel or sync,dtime,channel), one line
+per event. JSON, schema tessel.unfold/1: file, device, mode, dtimePs (null in T2), columns, events
+[[a number per column], ...], run {recordsRead, recordsInFile, complete, stopReason}. --binary: 9
+bytes per event, little-endian: 8 of time (T3: sync << 15 | dtime), 1 of channel; FILE.json tells
+of it, with the keys schema, file, device, mode, dtimePs, run, events (their number), eventBytes,
+byteOrder, fields, time. In Python: numpy.fromfile(FILE, [('time', '<u8'), ('channel', 'u1')]).
+
+Examples:
+  tessel unfold emitter.tgx -o events.csv
+  tessel unfold emitter.tgx --binary -o events.bin)";
+
+} // namespace
+
+Command addUnfold(CLI::App &program)
+{
+    const auto options = std::make_shared<UnfoldOptions>();
+    CLI::App *command = program.add_subcommand("unfold", "Write the events of a recording: times and channels");
+    addMeasureOptions(*command, options->Measure);
+    command->add_flag("--binary", options->Binary, "Write 9 bytes per event, and FILE.json beside FILE");
+    command->add_flag("--overflows", options->Overflows, "Also the overflows of the time tag");
+    command->footer(unfoldFooter);
+    return {command, [options](const HostOptions &host) { return runUnfold(*options, host); }};
+}
+
+} // namespace Tessel::Cli

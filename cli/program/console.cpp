@@ -1,0 +1,100 @@
+// Standard output and standard error of the program. The main thread's.
+#include "program/console.h"
+
+#include "program/exit_codes.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Tessel::Cli {
+
+namespace {
+
+int resultDescriptor = -1;
+bool isQuiet = false;
+
+void line(std::string_view colour, std::string_view lead, std::string_view text)
+{
+    const bool colours = !colour.empty() && withColour();
+    fmt::print(stderr, "tessel: {}{}{}{}\n", colours ? colour : "", lead, colours ? "\033[0m" : "", text);
+}
+
+} // namespace
+
+void claimStandardOutput()
+{
+    resultDescriptor = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3); // -1 if the program was started without one
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere < 0) return;
+    dup2(nowhere, STDOUT_FILENO);
+    if (nowhere != STDOUT_FILENO) close(nowhere);
+}
+
+void showLog()
+{
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+}
+
+void writeStandardOutput(std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t written = write(resultDescriptor, text.data(), text.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) throw Failure(Exit::Failed, fmt::format("standard output: {}", std::strerror(errno)));
+        text.remove_prefix(static_cast<size_t>(written));
+    }
+}
+
+bool onTerminal()
+{
+    return isatty(STDERR_FILENO) == 1;
+}
+
+bool withColour()
+{
+    const char *plain = std::getenv("NO_COLOR");
+    const char *terminal = std::getenv("TERM");
+    return onTerminal() && !(plain && *plain) && !(terminal && std::string_view(terminal) == "dumb");
+}
+
+void setQuiet(bool on)
+{
+    isQuiet = on;
+}
+bool quiet()
+{
+    return isQuiet;
+}
+
+void note(std::string_view text)
+{
+    if (!isQuiet) line("", "", text);
+}
+
+void warn(std::string_view text)
+{
+    line("\033[33m", "warning: ", text);
+}
+void error(std::string_view text)
+{
+    line("", "", text);
+}
+
+std::string visibleText(std::string_view text)
+{
+    std::string result;
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
+            result += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+        else
+            result += c;
+    return result;
+}
+
+} // namespace Tessel::Cli

@@ -1,0 +1,153 @@
+// The frame of the measuring commands. The main thread's.
+#include "program/measure.h"
+
+#include "program/console.h"
+#include "program/exit_codes.h"
+#include "program/output.h"
+#include "program/units.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <numeric>
+
+namespace Tessel::Cli {
+
+void addMeasureOptions(CLI::App &command, MeasureOptions &options)
+{
+    addRecordingArgument(command, options.File);
+    addChainOption(command, options.Chain);
+    addOutputOptions(command, options.Result, "CSV");
+    addPlotOption(command, options.Result);
+}
+
+void addChannelPair(CLI::App &command, int &chan1, int &chan2)
+{
+    asChannel(
+        command.add_option("--chan1", chan1, "First channel: 0 sync (T2), inputs from 1 on, then the chain's"))
+        ->capture_default_str();
+    asChannel(command.add_option("--chan2", chan2, "Second channel; twice the same gives an autocorrelation"))
+        ->capture_default_str();
+}
+
+Recording openForMeasuring(const MeasureOptions &options)
+{
+    const std::vector<ChainStage> stages = readChain(options.Chain);
+    Recording recording = openRecording(options.File);
+    if (recording.MeasMode != 2 && recording.MeasMode != 3)
+        throw Failure(Exit::Failed, fmt::format("{}: a recording of mode {} has no events to count",
+                                                visibleText(recording.Path), recording.MeasMode));
+    placeChain(recording, stages);
+    return recording;
+}
+
+int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
+{
+    checkPlotName(options.Result.PlotFile);
+    const Session session(host);
+    Measured measured;
+    measured.From = openForMeasuring(options);
+    measurement.Prepare(measured.From);
+    measured.Run = replay(measured.From, measurement.Start);
+    noteSpeed(measured.Run);
+    if (measurement.IsEmpty()) warn(fmt::format("nothing was counted: that takes {}", measurement.Needs));
+    if (wantsText(options.Result))
+        writeResult(options.Result.File,
+                    options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
+    if (!options.Result.PlotFile.empty()) drawResult(options.Result, measurement.Plot(measured));
+    return reportOutcome(measured.From, measured.Run);
+}
+
+void drawResult(const ResultOptions &options, const Plot &plot)
+{
+    try {
+        drawPlot(plot, options.PlotFile);
+        note(fmt::format("{} drawn", visibleText(options.PlotFile)));
+    } catch (const Failure &failure) {
+        if (!wantsText(options)) throw;
+        warn(failure.what());
+    }
+}
+
+void noteSpeed(const Outcome &outcome)
+{
+    note(fmt::format("{} records in {:.2f} s, {} records/s", outcome.NumRead, outcome.Seconds,
+                     countText(static_cast<double>(outcome.NumRead) / std::max(outcome.Seconds, 1e-9))));
+}
+
+std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema)
+{
+    const Recording &recording = measured.From;
+    std::vector<std::string> lines = {
+        std::string(schema), fmt::format("file: {}", visibleText(recording.Path)),
+        fmt::format("device: {}, T{}", visibleText(recording.Id), recording.MeasMode)};
+    for (std::string &stage : chainNotes(recording)) lines.push_back(std::move(stage));
+    return lines;
+}
+
+std::string lastNote(const Measured &measured)
+{
+    return fmt::format("{} of {} records read{}", measured.Run.NumRead, measured.From.NumRecords,
+                       measured.Run.Signal ? ", stopped by the user: a partial result" : "");
+}
+
+boost::json::object recordingKeys(const Recording &recording, std::string_view schema)
+{
+    boost::json::object keys = {{"schema", schema},
+                                {"file", recording.Path},
+                                {"device", recording.Id},
+                                {"mode", fmt::format("T{}", recording.MeasMode)}};
+    if (!recording.Chain.empty()) keys["chain"] = chainJson(recording);
+    return keys;
+}
+
+boost::json::object firstKeys(const Measured &measured, std::string_view schema)
+{
+    boost::json::object keys = recordingKeys(measured.From, schema);
+    keys["run"] = outcomeJson(measured.From, measured.Run);
+    return keys;
+}
+
+uint64_t total(std::span<const uint32_t> counts)
+{
+    return std::accumulate(counts.begin(), counts.end(), uint64_t(0));
+}
+
+boost::json::array channelsJson(const Recording &recording, const RowCounts &countsOf)
+{
+    boost::json::array channels;
+    for (int64_t row = 0; row < recording.NumRows; ++row)
+        channels.push_back({{"row", row},
+                            {"name", rowName(recording, row)},
+                            {"total", total(countsOf(row))},
+                            {"counts", jsonArray({"", countsOf(row)})}});
+    return channels;
+}
+
+bool isAllZero(std::span<const uint32_t> counts)
+{
+    return std::ranges::all_of(counts, [](uint32_t count) { return count == 0; });
+}
+
+bool isAllZero(std::span<const double> values)
+{
+    return std::ranges::none_of(values, [](double value) { return std::isfinite(value) && value != 0; });
+}
+
+std::string plotTitle(const Recording &recording)
+{
+    const std::filesystem::path path(recording.Path);
+    return fmt::format("{}, T{}", visibleText(path.filename().string()), recording.MeasMode);
+}
+
+void checkChannel(const char *option, int channel, const Recording &recording)
+{
+    if (channel < recording.NumRows) return;
+    throw Failure(Exit::Usage, fmt::format("{} {}: the recording has channels 0 (sync) to {}", option, channel,
+                                           recording.NumRows - 1));
+}
+
+} // namespace Tessel::Cli

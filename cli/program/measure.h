@@ -1,0 +1,92 @@
+// One measurement on a recording, from its options to its result: the steps that all measuring commands share.
+// A command gives what is its own as functions.
+#pragma once
+
+#include "commands/commands.h"
+#include "program/plot.h"
+#include "program/replay.h"
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Tessel::Cli {
+
+struct MeasureOptions
+{
+    std::string File;
+    ChainOptions Chain;
+    ResultOptions Result;
+};
+
+// The recording, the chain, and how to write: to standard output, to a file, as JSON, as a plot.
+void addMeasureOptions(CLI::App &command, MeasureOptions &options);
+
+// --chan1 and --chan2, which start from the values that are there.
+void addChannelPair(CLI::App &command, int &chan1, int &chan2);
+
+struct Measured
+{
+    Recording From;
+    Outcome Run;
+};
+
+// What a command does, in the order in which it is called. The last three give one form of the result each and
+// are called only if it is wanted.
+struct Measurement
+{
+    std::function<void(const Recording &)> Prepare; // parameters and memory
+    std::function<void(uint8_t *finished)> Start;
+    std::function<bool()> IsEmpty; // nothing was counted
+    std::string_view Needs;        // what counting takes, for the warning if so
+    std::function<std::string(const Measured &)> Csv;
+    std::function<boost::json::object(const Measured &)> Json;
+    std::function<Cli::Plot(const Measured &)> Plot;
+};
+
+// The exit code.
+int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement);
+
+// The recording as the current device, its chain and all. Throws Failure if it has no events to count.
+Recording openForMeasuring(const MeasureOptions &options);
+
+// A plot that can't be drawn is an error only if nothing else is written.
+void drawResult(const ResultOptions &options, const Plot &plot);
+
+// How many records, how fast.
+void noteSpeed(const Outcome &outcome);
+
+// The first comment lines of a CSV, and what is to follow at their end: how much was read.
+std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema);
+std::string lastNote(const Measured &measured);
+
+// The keys that every result has: schema, file, device, mode, and chain if there is one. A command puts its own
+// behind them.
+boost::json::object recordingKeys(const Recording &recording, std::string_view schema);
+
+// The same and run.
+boost::json::object firstKeys(const Measured &measured, std::string_view schema);
+
+uint64_t total(std::span<const uint32_t> counts);
+
+// The rows of a result: row, name, total, counts.
+using RowCounts = std::function<std::span<const uint32_t>(int64_t row)>;
+boost::json::array channelsJson(const Recording &recording, const RowCounts &countsOf);
+
+// Nothing was counted; a value that is infinite or no number counts as none.
+bool isAllZero(std::span<const uint32_t> counts);
+bool isAllZero(std::span<const double> values);
+
+// "decay.tgx, T3".
+std::string plotTitle(const Recording &recording);
+
+// Throws a usage Failure that names the option, unless the recording has a row for the channel.
+void checkChannel(const char *option, int channel, const Recording &recording);
+
+} // namespace Tessel::Cli

@@ -1,0 +1,103 @@
+// What the commands' options share.
+#include "commands/commands.h"
+#include "program/exit_codes.h"
+#include "program/units.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cmath>
+
+namespace Tessel::Cli {
+
+namespace {
+
+template <class Result>
+Result converted(const char *option, const std::function<Result()> &convert)
+{
+    try {
+        return convert();
+    } catch (const UnitError &unreadable) {
+        throw Failure(Exit::Usage, fmt::format("{} {}", option, unreadable.what()));
+    }
+}
+
+} // namespace
+
+void addRecordingArgument(CLI::App &command, std::string &path)
+{
+    command.add_option("FILE", path, "The recording (.tgx)")->type_name("")->required();
+}
+
+void addOutputOptions(CLI::App &command, ResultOptions &options, const std::string &plainForm)
+{
+    command.add_option("-o,--output", options.File, "Write to FILE instead of standard output ('-')")
+        ->type_name("FILE");
+    command.add_flag("--json", options.Json, "Write one JSON object instead of " + plainForm);
+}
+
+void addPlotOption(CLI::App &command, ResultOptions &options)
+{
+    command
+        .add_option("--plot", options.PlotFile,
+                    "Draw a .png or .svg file (needs gnuplot); without -o or --json nothing else is written")
+        ->type_name("FILE");
+}
+
+void addChainOption(CLI::App &command, ChainOptions &options)
+{
+    command
+        .add_option("--chain", options.Texts,
+                    "Stages that the events pass first, see tessel chain --help; may be given several times")
+        ->type_name("TEXT|FILE.json")
+        ->allow_extra_args(false);
+}
+
+CLI::Option *asTime(CLI::Option *option)
+{
+    return option->type_name("TIME")->capture_default_str();
+}
+
+// The stream has at most 255 channels.
+CLI::Option *asChannel(CLI::Option *option)
+{
+    return option->type_name("CHANNEL")->check(CLI::Range(0, 254).description(""));
+}
+
+CLI::Option *asNumber(CLI::Option *option, uint64_t least, uint64_t most)
+{
+    return option->type_name(fmt::format("{}..{}", least, most))
+        ->check(CLI::Range(least, most).description(""));
+}
+
+CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names)
+{
+    return option->type_name(fmt::format("{}", fmt::join(names, "|")))
+        ->transform(CLI::IsMember(names, CLI::ignore_case).description(""));
+}
+
+bool wantsText(const ResultOptions &options)
+{
+    return options.PlotFile.empty() || options.Json || !options.File.empty();
+}
+
+double optionValue(const char *option, const std::function<double()> &convert)
+{
+    return converted(option, convert);
+}
+
+uint64_t optionWholePs(const char *option, const std::string &text, uint64_t smallest)
+{
+    const double ps = optionValue(option, [&] { return parseTimePs(text, "ps"); });
+    if (ps < static_cast<double>(smallest) || ps != std::floor(ps) || ps > 1e18)
+        throw Failure(Exit::Usage, fmt::format("{}: whole picoseconds, at least {}ps", option, smallest));
+    return static_cast<uint64_t>(ps);
+}
+
+std::vector<double> optionValues(const char *option, const std::function<std::vector<double>()> &convert)
+{
+    return converted(option, convert);
+}
+
+} // namespace Tessel::Cli

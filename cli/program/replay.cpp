@@ -1,0 +1,123 @@
+// Waiting for runs. The main thread's.
+#include "program/replay.h"
+
+#include "program/console.h"
+#include "program/exit_codes.h"
+#include "program/interrupt.h"
+#include "program/progress.h"
+#include "tessel.h"
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <exception>
+#include <thread>
+
+namespace Tessel::Cli {
+
+namespace {
+
+// How far a replay has come. Until the run empties it, the description is that of the run before.
+struct ReplayShown
+{
+    Progress &Line;
+    const Recording &From;
+    bool HasBegun = false;
+};
+
+void show(ReplayShown &shown)
+{
+    if (quiet() || !onTerminal()) return;
+    const auto read = runDescription().at("NumRecs").to_number<uint64_t>();
+    const auto before = shown.From.Description.at("NumRecs").to_number<uint64_t>();
+    shown.HasBegun = shown.HasBegun || read != before;
+    if (shown.HasBegun)
+        showProgress(shown.Line, static_cast<double>(read) / static_cast<double>(shown.From.NumRecords), read);
+}
+
+// What is done beside a run. A failure is kept, as the run writes to what the caller owns: it must end first.
+struct SideWork
+{
+    const std::function<bool()> &Step;
+    std::exception_ptr Failure;
+};
+
+// True if there was something to do.
+bool doStep(SideWork &work)
+{
+    if (!work.Step || work.Failure) return false;
+    try {
+        return work.Step();
+    } catch (...) {
+        work.Failure = std::current_exception();
+        stopMeasure(nullptr);
+        return false;
+    }
+}
+
+} // namespace
+
+Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
+               const std::function<bool()> &meanwhile)
+{
+    alignas(std::atomic_ref<uint8_t>::required_alignment) uint8_t finished = 0;
+    const std::atomic_ref<uint8_t> isFinished(finished);
+    const InterruptWatch watch;
+    Progress progress("replay");
+    Outcome outcome;
+    SideWork work{meanwhile, nullptr};
+    ReplayShown shown{progress, recording};
+    start(&finished);
+    while (isFinished.load(std::memory_order_acquire) == 0) {
+        if (!doStep(work)) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        if (outcome.Signal == 0 && interruptSignal() != 0) {
+            outcome.Signal = interruptSignal();
+            stopMeasure(nullptr);
+        }
+        show(shown);
+    }
+    doStep(work);
+    if (work.Failure) std::rethrow_exception(work.Failure);
+    outcome.Seconds = secondsSince(progress.Start);
+    const boost::json::object description = runDescription();
+    outcome.NumRead = description.at("NumRecs").to_number<uint64_t>();
+    outcome.StopReason = description.at("StopReason").as_string();
+    return outcome;
+}
+
+int reportOutcome(const Recording &recording, const Outcome &outcome)
+{
+    if (outcome.Signal != 0) {
+        note(fmt::format("stopped after {} of {} records; the result is partial", outcome.NumRead,
+                         recording.NumRecords));
+        return exitCodeOfSignal(outcome.Signal);
+    }
+    bool lost = false;
+    if (outcome.NumRead < recording.NumRecords) {
+        warn(fmt::format("only {} of {} records were read ({})", outcome.NumRead, recording.NumRecords,
+                         visibleText(outcome.StopReason)));
+        lost = true;
+    }
+    // A replay that ends by itself leaves the stop reason of the recording; another one is the replay's own.
+    if (recording.Description.at("StopReason").as_string() != outcome.StopReason) {
+        warn(fmt::format("the run ended by {}", visibleText(outcome.StopReason)));
+        lost = true;
+    }
+    if (recording.ClaimedRecords > 0 &&
+        static_cast<uint64_t>(recording.ClaimedRecords) > recording.NumRecords) {
+        warn(fmt::format("the file is cut short: its header tells of {} records, it holds {}",
+                         recording.ClaimedRecords, recording.NumRecords));
+        lost = true;
+    }
+    return static_cast<int>(lost ? Exit::DataLost : Exit::Success);
+}
+
+boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome)
+{
+    return {{"recordsRead", outcome.NumRead},
+            {"recordsInFile", recording.NumRecords},
+            {"complete", outcome.Signal == 0 && outcome.NumRead == recording.NumRecords},
+            {"stopReason", outcome.StopReason}};
+}
+
+} // namespace Tessel::Cli

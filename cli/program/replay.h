@@ -1,0 +1,34 @@
+// A run on a recording: its start, the wait for its end, and what became of it.
+#pragma once
+
+#include "program/session.h"
+
+#include <boost/json/object.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace Tessel::Cli {
+
+struct Outcome
+{
+    std::string StopReason;
+    uint64_t NumRead = 0; // records
+    double Seconds = 0;
+    int Signal = 0; // that stopped the run; 0: none
+};
+
+// Calls `start` with the finished byte, then waits for it, shows the progress, and stops the run on Ctrl-C (a
+// second one ends the program at once).
+// `meanwhile`: called again and again as long as the run goes on, and once after it; true if there was
+// something to do.
+Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
+               const std::function<bool()> &meanwhile = nullptr);
+
+// Tells on standard error what was lost, and gives the program's exit code.
+int reportOutcome(const Recording &recording, const Outcome &outcome);
+
+boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome);
+
+} // namespace Tessel::Cli

@@ -1,0 +1,199 @@
+// Start and end of the library, opening of recordings. The main thread's.
+#include "program/session.h"
+
+#include "program/console.h"
+#include "program/exit_codes.h"
+#include "tessel.h"
+
+#include <boost/json/parse.hpp>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <unistd.h>
+#include <vector>
+
+namespace Tessel::Cli {
+
+namespace {
+
+constexpr size_t textSize = 65535; // what the library's texts need
+constexpr size_t idSize = 8192;    // and its ids
+
+// A file with the program's own settings: no log file, the log to the console only if it is to be seen.
+struct TemporaryIni
+{
+    explicit TemporaryIni(bool verbose)
+    {
+        const char *folder = std::getenv("TMPDIR");
+        Path = fmt::format("{}/tessel-XXXXXX", folder && *folder ? folder : "/tmp");
+        const int file = mkstemp(Path.data());
+        if (file < 0) throw Failure(Exit::Failed, fmt::format("{}: {}", Path, std::strerror(errno)));
+        const std::string text =
+            fmt::format("[Log]\nFile=false\nConsole={}\n[Params]\nBufferSize=8\n", verbose);
+        const bool written = write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        close(file);
+        if (written) return;
+        unlink(Path.c_str());
+        throw Failure(Exit::Failed, fmt::format("{}: can't be written", Path));
+    }
+    ~TemporaryIni() { unlink(Path.c_str()); }
+    TemporaryIni(const TemporaryIni &) = delete;
+    TemporaryIni &operator=(const TemporaryIni &) = delete;
+
+    std::string Path;
+};
+
+boost::json::object parsedText(bool (*get)(char *), const char *what)
+{
+    std::vector<char> text(textSize + 1);
+    if (!get(text.data()))
+        throw Failure(Exit::Failed, fmt::format("no {}: {}", what, visibleText(text.data())));
+    return boost::json::parse(text.data()).as_object();
+}
+
+[[noreturn]] void refuse(const std::string &path, std::string_view why)
+{
+    throw Failure(Exit::NoDevice, fmt::format("{}: {}", visibleText(path), why));
+}
+
+void checkFile(const std::string &path)
+{
+    std::error_code problem;
+    const auto status = std::filesystem::status(path, problem);
+    if (!std::filesystem::exists(status)) refuse(path, "no such file");
+    if (std::filesystem::is_directory(status)) refuse(path, "a folder, not a recording");
+    if (access(path.c_str(), R_OK) != 0) refuse(path, std::strerror(errno));
+    if (path.size() >= idSize) refuse(path, "the path is too long");
+}
+
+boost::json::object fileHeader(const std::string &path)
+{
+    uint64_t needed = 0;
+    std::vector<char> text(1 << 16);
+    while (!tessel_getFileTags(path.c_str(), text.data(), text.size(), &needed)) {
+        if (needed <= text.size()) refuse(path, "not a recording (its header can't be read)");
+        text.resize(needed);
+    }
+    return boost::json::parse(text.data()).as_object();
+}
+
+int64_t claimedRecords(const boost::json::object &header)
+{
+    for (const auto &tag : header.at("tags").as_array())
+        if (tag.at("name").as_string() == "TTResult_NumberOfRecords" && tag.at("value").is_number())
+            return tag.at("value").to_number<int64_t>();
+    return -1;
+}
+
+// A file that makes no device leaves the one before it current, or none; only what the current device tells of
+// its file shows which.
+bool isDeviceOf(const boost::json::object &config, const std::string &path)
+{
+    std::string normal = path;
+    for (char &c : normal)
+        if (c == '/') c = '\\';
+    return config.at("DeviceType").to_number<int>() == 1 && config.at("FileDevicePath").as_string() == normal;
+}
+
+} // namespace
+
+Session::Session(const HostOptions &options)
+{
+    if (options.Verbose) showLog();
+    if (!options.IniPath.empty()) {
+        if (!std::filesystem::is_regular_file(options.IniPath))
+            throw Failure(Exit::NoDevice,
+                          fmt::format("{}: no such settings file", visibleText(options.IniPath)));
+        initAPI(options.IniPath.c_str());
+    } else {
+        const TemporaryIni ini(options.Verbose);
+        initAPI(ini.Path.c_str());
+    }
+}
+
+Session::~Session()
+{
+    exitAPI();
+}
+
+boost::json::object deviceConfig()
+{
+    return parsedText(getDeviceConfig, "device configuration");
+}
+boost::json::object runDescription()
+{
+    return parsedText(getMeasDescription, "description of the run");
+}
+
+Recording openRecording(const std::string &path)
+{
+    checkFile(path);
+    Recording recording;
+    recording.Path = path;
+    recording.Header = fileHeader(path);
+    const auto dataStart = recording.Header.at("dataStart").to_number<uint64_t>();
+    const auto fileSize = recording.Header.at("fileSize").to_number<uint64_t>();
+    if (dataStart == 0 || dataStart > fileSize) refuse(path, "not a recording (its header has no end)");
+    std::vector<char> id(idSize);
+    path.copy(id.data(), idSize - 1);
+    if (!getFileDevice(id.data())) refuse(path, "the file can't be opened as a device");
+    recording.Config = deviceConfig();
+    if (!isDeviceOf(recording.Config, path)) refuse(path, "the file can't be opened as a device");
+    recording.Description = runDescription();
+    recording.Id = recording.Config.at("ID").as_string();
+    recording.MeasMode = recording.Config.at("MeasMode").to_number<int64_t>();
+    recording.NumRecords = (fileSize - dataStart) / sizeof(uint32_t);
+    recording.ClaimedRecords = claimedRecords(recording.Header);
+    recording.NumRows = getNumAllChans(nullptr);
+    return recording;
+}
+
+namespace {
+
+// Null for the sync and the inputs.
+const PlacedStage *makerOf(const Recording &recording, int64_t row)
+{
+    for (const PlacedStage &placed : recording.Chain)
+        if (row >= placed.FirstChannel && row < placed.FirstChannel + placed.NumChannels) return &placed;
+    return nullptr;
+}
+
+// "coincidence 1+2"; of a herald, which makes a channel for each that it gates, "herald 1 of 2".
+std::string originOf(const PlacedStage &placed, int64_t row)
+{
+    const ChainStage &stage = placed.Stage;
+    if (stage.Kind == StageKind::Delay && !stage.Keep)
+        return fmt::format("empty: delay {} without keep", stage.Channels.front());
+    if (stage.Kind != StageKind::Herald)
+        return fmt::format("{} {}", stageName(stage.Kind), fmt::join(stage.Channels, "+"));
+    return fmt::format("{} {} of {}", stageName(stage.Kind), stage.Herald,
+                       stage.Channels[static_cast<size_t>(row - placed.FirstChannel)]);
+}
+
+} // namespace
+
+std::string rowName(const Recording &recording, int64_t row)
+{
+    if (row == 0) return "Sync";
+    if (const PlacedStage *maker = makerOf(recording, row))
+        return fmt::format("Channel {}, {}", row, originOf(*maker, row));
+    const auto &channels = recording.Config.at("ChansCfg").as_array();
+    const auto index = static_cast<size_t>(row - 1);
+    if (index < channels.size() && channels[index].at("Name").is_string())
+        if (const auto &name = channels[index].at("Name").as_string(); !name.empty())
+            return visibleText({name.data(), name.size()});
+    return fmt::format("Channel {}", row);
+}
+
+std::string columnName(const Recording &recording, int64_t row)
+{
+    const PlacedStage *maker = makerOf(recording, row);
+    if (maker) return fmt::format("ch{}_{}", row, stageName(maker->Stage.Kind));
+    return row == 0 ? "sync" : fmt::format("ch{}", row);
+}
+
+} // namespace Tessel::Cli

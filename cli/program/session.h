@@ -1,0 +1,65 @@
+// The library from start to end, and a recorded file opened as a device: what every command shares.
+#pragma once
+
+#include "chain/chain_text.h"
+
+#include <boost/json/object.hpp>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Tessel::Cli {
+
+struct HostOptions
+{
+    bool Verbose = false;
+    bool Quiet = false;
+    std::string IniPath; // empty: settings of the program's own
+};
+
+// initAPI at its start, exitAPI at its end. One at a time.
+struct Session
+{
+    explicit Session(const HostOptions &options);
+    ~Session();
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+};
+
+// A stage of the chain that was placed on the device, and the channels that it made.
+struct PlacedStage
+{
+    ChainStage Stage;
+    int64_t FirstChannel = 0; // also the number of rows that the stage sees
+    int64_t NumChannels = 0;  // that it made; 0 of a substream or countrate
+};
+
+struct Recording
+{
+    std::string Path;
+    boost::json::object Header;      // as tessel_getFileTags tells it
+    boost::json::object Config;      // as getDeviceConfig tells it
+    boost::json::object Description; // as getMeasDescription told it when the file was opened
+    std::string Id;
+    int64_t MeasMode = 0;       // 2 T2, 3 T3
+    uint64_t NumRecords = 0;    // in the file
+    int64_t ClaimedRecords = 0; // by its header; -1: it doesn't tell
+    int64_t NumRows = 0;        // of a result: sync, inputs and what the chain makes
+    std::vector<PlacedStage> Chain;
+};
+
+// Opens the file as the current device. Throws Failure NoDevice if it can't be one.
+Recording openRecording(const std::string &path);
+
+// Of the current device, now.
+boost::json::object deviceConfig();
+boost::json::object runDescription();
+
+// "Sync", "Channel 1", "Channel 3, merge 1+2": the name of a row of a result.
+std::string rowName(const Recording &recording, int64_t row);
+
+// "sync", "ch1", "ch3_merge": the row's column in a CSV.
+std::string columnName(const Recording &recording, int64_t row);
+
+} // namespace Tessel::Cli

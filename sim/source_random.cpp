@@ -1,0 +1,92 @@
+// The random numbers of the simulated sources. Pure; one thread per generator.
+#include "sim/source_random.h"
+
+namespace Tessel::Cli {
+
+namespace {
+
+uint64_t splitMix(uint64_t &state) // fills a state from a seed, so that no seed gives a bad state
+{
+    uint64_t z = state += 0x9e3779b97f4a7c15u;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
+    return z ^ (z >> 31);
+}
+
+} // namespace
+
+Random makeRandom(uint64_t seed, uint64_t stream)
+{
+    uint64_t state = seed;
+    state = splitMix(state) ^ stream * 0xd1342543de82ef95u;
+    Random random;
+    for (uint64_t &word : random.State) word = splitMix(state);
+    return random;
+}
+
+// x = m 2^e with m in [sqrt(1/2), sqrt(2)); ln m = 2 artanh(s), s = (m - 1) / (m + 1), |s| < 0.172.
+double logOf(double x)
+{
+    constexpr uint64_t sqrtHalf = 0x3fe6a09e667f3bcdu;
+    const uint64_t bits = std::bit_cast<uint64_t>(x);
+    const int64_t exponent = static_cast<int64_t>(bits - sqrtHalf) >> 52;
+    const double m = std::bit_cast<double>(bits - (static_cast<uint64_t>(exponent) << 52));
+    const double s = (m - 1) / (m + 1);
+    const double z = s * s;
+    // Two halves of the series in z, of odd and of even powers, which the processor works on side by side.
+    const double square = z * z;
+    const double even =
+        (((1.0 / 19 * square + 1.0 / 15) * square + 1.0 / 11) * square + 1.0 / 7) * square + 1.0 / 3;
+    const double odd =
+        (((1.0 / 21 * square + 1.0 / 17) * square + 1.0 / 13) * square + 1.0 / 9) * square + 1.0 / 5;
+    const double sum = even + z * odd;
+    return static_cast<double>(exponent) * 0.69314718055994530942 + 2 * (s + s * z * sum);
+}
+
+double normal(Random &random)
+{
+    if (random.HasSpare) {
+        random.HasSpare = false;
+        return random.SpareNormal;
+    }
+    for (;;) {
+        const double x = 2 * uniform(random) - 1, y = 2 * uniform(random) - 1;
+        const double square = x * x + y * y;
+        if (square >= 1 || square == 0) continue;
+        const double factor = std::sqrt(-2 * logOf(square) / square);
+        random.SpareNormal = y * factor;
+        random.HasSpare = true;
+        return x * factor;
+    }
+}
+
+AliasTable makeAliasTable(std::span<const double> weights)
+{
+    const size_t count = weights.size();
+    double total = 0;
+    for (const double weight : weights) total += weight;
+    AliasTable table{std::vector<double>(count, 1.0), std::vector<uint32_t>(count, 0)};
+    std::vector<uint32_t> poor, rich;
+    for (uint32_t i = 0; i < count; ++i) {
+        table.Keep[i] = weights[i] * static_cast<double>(count) / total;
+        table.Other[i] = i;
+        (table.Keep[i] < 1 ? poor : rich).push_back(i);
+    }
+    while (!poor.empty() && !rich.empty()) {
+        const uint32_t needy = poor.back(), giver = rich.back();
+        poor.pop_back();
+        table.Other[needy] = giver;
+        table.Keep[giver] -= 1 - table.Keep[needy];
+        if (table.Keep[giver] >= 1) continue;
+        rich.pop_back();
+        poor.push_back(giver);
+    }
+    // Rounding may leave a column short of 1. One with weight 0 can't be among them unless all givers are used
+    // up, so what is left stays in its own column only if it has weight.
+    for (const uint32_t i : rich) table.Keep[i] = 1;
+    for (const uint32_t i : poor)
+        if (weights[i] > 0) table.Keep[i] = 1;
+    return table;
+}
+
+} // namespace Tessel::Cli
