@@ -1,6 +1,7 @@
 // `tessel chain`: how the stages of a chain number their channels on a recording.
-#include "chain/chain_stages.h"
+#include "chain/placed_chain.h"
 #include "commands/commands.h"
+#include "program/options.h"
 #include "program/output.h"
 
 #include <CLI/CLI.hpp>
@@ -21,42 +22,40 @@ struct Options
 };
 
 // The stage from 1 that made the row; 0: the recording itself.
-size_t stageOf(const Recording &recording, int64_t row)
+size_t stageOf(const PlacedChain &chain, int64_t row)
 {
-    for (size_t index = 0; index < recording.Chain.size(); ++index) {
-        const PlacedStage &placed = recording.Chain[index];
-        if (row >= placed.FirstChannel && row < placed.FirstChannel + placed.NumChannels) return index + 1;
-    }
+    for (size_t index = 0; index < chain.size(); ++index)
+        if (chain[index].made(row)) return index + 1;
     return 0;
 }
 
-std::string table(const Recording &recording)
+std::string table(const Recording &recording, const PlacedChain &chain)
 {
     fmt::memory_buffer text;
     auto out = std::back_inserter(text);
     fmt::format_to(out, "{:<8} {:<18} {:<30} {}\n", "Channel", "Column", "Name", "Stage");
     for (int64_t row = 0; row < recording.NumRows; ++row) {
-        const size_t stage = stageOf(recording, row);
+        const size_t stage = stageOf(chain, row);
         fmt::format_to(out, "{:<8} {:<18} {:<30} {}\n", row, columnName(recording, row),
                        rowName(recording, row), stage ? fmt::format("{}", stage) : "input");
     }
-    if (!recording.Chain.empty()) fmt::format_to(out, "\n{:<8} {}\n", "Stage", "What it does");
-    for (size_t index = 0; index < recording.Chain.size(); ++index)
-        fmt::format_to(out, "{:<8} {}\n", index + 1, stageText(recording.Chain[index].Stage));
+    if (!chain.empty()) fmt::format_to(out, "\n{:<8} {}\n", "Stage", "What it does");
+    for (size_t index = 0; index < chain.size(); ++index)
+        fmt::format_to(out, "{:<8} {}\n", index + 1, stageText(chain[index].Stage));
     return fmt::to_string(text);
 }
 
-boost::json::object asJson(const Recording &recording)
+boost::json::object asJson(const Recording &recording, const PlacedChain &chain)
 {
     boost::json::array channels;
     for (int64_t row = 0; row < recording.NumRows; ++row)
         channels.push_back({{"row", row},
                             {"column", columnName(recording, row)},
                             {"name", rowName(recording, row)},
-                            {"stage", stageOf(recording, row)}});
+                            {"stage", stageOf(chain, row)}});
     return {{"schema", "tessel.chain/1"},      {"file", recording.Path},
             {"device", recording.Id},          {"mode", fmt::format("T{}", recording.MeasMode)},
-            {"channels", std::move(channels)}, {"chain", chainJson(recording)}};
+            {"channels", std::move(channels)}, {"chain", chainJson(chain)}};
 }
 
 int runChain(const Options &options, const HostOptions &host)
@@ -64,8 +63,9 @@ int runChain(const Options &options, const HostOptions &host)
     const std::vector<ChainStage> stages = readChain(options.Chain);
     const Session session(host);
     Recording recording = openRecording(options.File);
-    placeChain(recording, stages);
-    writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(recording)) : table(recording));
+    const PlacedChain chain = placeChain(recording, stages);
+    writeResult(options.Result.File,
+                options.Result.Json ? jsonText(asJson(recording, chain)) : table(recording, chain));
     return 0;
 }
 

@@ -1,9 +1,10 @@
 // `tessel fcs`: auto- and cross-correlation of two channels in logarithmic bins.
+#include "commands/commands.h"
+#include "commands/measure.h"
 #include "program/exit_codes.h"
-#include "program/measure.h"
 #include "program/output.h"
-#include "tessel.h"
 #include "program/units.h"
+#include "tessel.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -21,7 +22,7 @@ constexpr const char *schema = "tessel.fcs/1";
 struct FcsOptions
 {
     MeasureOptions Measure;
-    int Chan1 = 1, Chan2 = 2;
+    ChannelPair Channels;
     std::string MinLag = "1us", MaxLag = "1s";
     uint64_t Steps = 100;
     bool Fast = false;
@@ -43,18 +44,17 @@ constexpr const char *columnNames[] = {"auto1", "cross", "auto2"};
 
 Fcs prepared(const FcsOptions &options, const Recording &recording)
 {
-    checkChannel("--chan1", options.Chan1, recording);
-    checkChannel("--chan2", options.Chan2, recording);
+    checkChannels(options.Channels, recording);
     const uint64_t minLag = optionWholePs("--min-lag", options.MinLag, 1),
                    maxLag = optionWholePs("--max-lag", options.MaxLag, 1);
-    const double resolution = recording.Config.at("BaseResolution").to_number<double>();
-    if (static_cast<double>(minLag) < resolution)
-        throw Failure(Exit::Usage, fmt::format("--min-lag: at least the resolution, {}", timeText(resolution)));
+    if (static_cast<double>(minLag) < recording.BaseResolutionPs)
+        throw Failure(Exit::Usage, fmt::format("--min-lag: at least the base resolution, {}",
+                                               timeText(recording.BaseResolutionPs)));
     if (maxLag <= minLag) throw Failure(Exit::Usage, "--max-lag: above --min-lag");
     uint64_t numPoints = 0;
     const auto set = options.Fast ? setFFCSParams : setFCSParams;
-    set(nullptr, static_cast<uint64_t>(options.Chan1), static_cast<uint64_t>(options.Chan2), &numPoints,
-        static_cast<double>(minLag), static_cast<double>(maxLag), options.Steps);
+    set(nullptr, static_cast<uint64_t>(options.Channels.First), static_cast<uint64_t>(options.Channels.Second),
+        &numPoints, static_cast<double>(minLag), static_cast<double>(maxLag), options.Steps);
     Fcs fcs;
     fcs.NumPoints = numPoints;
     fcs.LagsPs.assign(fcs.NumPoints, 0);
@@ -75,7 +75,8 @@ std::string asCsv(const FcsOptions &options, const Fcs &fcs, const Measured &mea
     notes.push_back(
         fmt::format("lag in ps (centre of the bin), {} lags; G of channel {} with itself (auto1), of "
                     "{} and {} (cross), of {} with itself (auto2); uncorrelated light is at 0",
-                    fcs.NumPoints, options.Chan1, options.Chan1, options.Chan2, options.Chan2));
+                    fcs.NumPoints, options.Channels.First, options.Channels.First, options.Channels.Second,
+                    options.Channels.Second));
     notes.push_back(lastNote(measured));
     std::vector<Column> columns = {{"lag_ps", fcs.LagsPs}};
     for (size_t i = 0; i < 3; ++i) columns.push_back({columnNames[i], fcs.curve(i)});
@@ -85,8 +86,8 @@ std::string asCsv(const FcsOptions &options, const Fcs &fcs, const Measured &mea
 boost::json::object asJson(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
 {
     boost::json::object result = firstKeys(measured, schema);
-    result["chan1"] = options.Chan1;
-    result["chan2"] = options.Chan2;
+    result["chan1"] = options.Channels.First;
+    result["chan2"] = options.Channels.Second;
     result["fast"] = options.Fast;
     result["points"] = fcs.NumPoints;
     result["lagPs"] = jsonArray({"", fcs.LagsPs});
@@ -96,8 +97,8 @@ boost::json::object asJson(const FcsOptions &options, const Fcs &fcs, const Meas
 
 Plot asPlot(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
 {
-    const std::string first = rowName(measured.From, options.Chan1),
-                      second = rowName(measured.From, options.Chan2);
+    const std::string first = rowName(measured.From, options.Channels.First),
+                      second = rowName(measured.From, options.Channels.Second);
     const std::string names[] = {first, fmt::format("{} and {}", first, second), second};
     Plot plot;
     plot.Title = plotTitle(measured.From);
@@ -109,7 +110,7 @@ Plot asPlot(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
         plot.XMin = fcs.LagsPs.front() * 1e-12;
         plot.XMax = fcs.LagsPs.back() * 1e-12;
     }
-    for (size_t i = 0; i < (options.Chan1 == options.Chan2 ? 1u : 3u); ++i) {
+    for (size_t i = 0; i < (options.Channels.First == options.Channels.Second ? 1u : 3u); ++i) {
         const auto values = fcs.curve(i);
         Curve curve{.Name = names[i], .X = {}, .Y = {values.begin(), values.end()}};
         for (const double lag : fcs.LagsPs) curve.X.push_back(lag * 1e-12);
@@ -161,7 +162,7 @@ Command addFcs(CLI::App &program)
     CLI::App *command =
         program.add_subcommand("fcs", "Correlate two channels of a recording in logarithmic bins");
     addMeasureOptions(*command, options->Measure);
-    addChannelPair(*command, options->Chan1, options->Chan2);
+    addChannelPair(*command, options->Channels);
     asTime(command->add_option("--min-lag", options->MinLag,
                                "Shortest lag, at least the base resolution, bare in ps"));
     asTime(command->add_option("--max-lag", options->MaxLag, "Longest lag, bare in ps"));

@@ -1,9 +1,10 @@
 // `tessel g2`: the correlation of two channels in linear bins, in both directions.
+#include "commands/commands.h"
+#include "commands/measure.h"
 #include "program/exit_codes.h"
-#include "program/measure.h"
 #include "program/output.h"
-#include "tessel.h"
 #include "program/units.h"
+#include "tessel.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -22,7 +23,7 @@ constexpr uint64_t widestBinPs = 1'000'000'000;
 struct G2Options
 {
     MeasureOptions Measure;
-    int Chan1 = 1, Chan2 = 2;
+    ChannelPair Channels;
     std::string Window = "1us", BinWidth = "1ns";
     bool RawCounts = false;
 };
@@ -35,12 +36,10 @@ struct G2
 
 G2 prepared(const G2Options &options, const Recording &recording)
 {
-    checkChannel("--chan1", options.Chan1, recording);
-    checkChannel("--chan2", options.Chan2, recording);
+    checkChannels(options.Channels, recording);
     const uint64_t window = optionWholePs("--window", options.Window, 1);
     // The library would bring another width into this range without a word.
-    const double narrowest =
-        recording.Config.at(recording.MeasMode == 3 ? "Resolution" : "BaseResolution").to_number<double>();
+    const double narrowest = recording.MeasMode == 3 ? recording.ResolutionPs : recording.BaseResolutionPs;
     G2 g2;
     g2.BinWidthPs = optionWholePs("--bin-width", options.BinWidth, 1);
     if (static_cast<double>(g2.BinWidthPs) < narrowest || g2.BinWidthPs > widestBinPs)
@@ -49,8 +48,9 @@ G2 prepared(const G2Options &options, const Recording &recording)
     g2.NumBins = window / g2.BinWidthPs;
     if (g2.NumBins == 0 || g2.NumBins > mostBins)
         throw Failure(Exit::Usage, fmt::format("--window: from 1 to {} times --bin-width", mostBins));
-    setG2Params(nullptr, static_cast<uint64_t>(options.Chan1), static_cast<uint64_t>(options.Chan2),
-                static_cast<double>(window), static_cast<double>(g2.BinWidthPs), options.RawCounts ? 0 : 1);
+    setG2Params(nullptr, static_cast<uint64_t>(options.Channels.First),
+                static_cast<uint64_t>(options.Channels.Second), static_cast<double>(window),
+                static_cast<double>(g2.BinWidthPs), options.RawCounts ? 0 : 1);
     for (uint64_t i = 0; i < 2 * g2.NumBins; ++i)
         g2.LagsPs.push_back((static_cast<double>(i) - static_cast<double>(g2.NumBins) + 0.5) *
                             static_cast<double>(g2.BinWidthPs));
@@ -69,7 +69,8 @@ std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measur
     std::vector<std::string> notes = firstNotes(measured, schema);
     notes.push_back(fmt::format("channels {} and {}; lag in ps (centre of the bin), above 0 where channel {} "
                                 "follows; 2 x {} bins of {} ps",
-                                options.Chan1, options.Chan2, options.Chan1, g2.NumBins, g2.BinWidthPs));
+                                options.Channels.First, options.Channels.Second, options.Channels.First,
+                                g2.NumBins, g2.BinWidthPs));
     notes.push_back(options.RawCounts ? "pairs per bin" : "normalised: uncorrelated light is at 1");
     notes.push_back(lastNote(measured));
     const Column columns[] = {{"lag_ps", g2.LagsPs}, {valueName(options), g2.Values}};
@@ -79,8 +80,8 @@ std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measur
 boost::json::object asJson(const G2Options &options, const G2 &g2, const Measured &measured)
 {
     boost::json::object result = firstKeys(measured, schema);
-    result["chan1"] = options.Chan1;
-    result["chan2"] = options.Chan2;
+    result["chan1"] = options.Channels.First;
+    result["chan2"] = options.Channels.Second;
     result["binWidthPs"] = g2.BinWidthPs;
     result["bins"] = 2 * g2.NumBins;
     result["normalised"] = !options.RawCounts;
@@ -101,8 +102,8 @@ Plot asPlot(const G2Options &options, const G2 &g2, const Measured &measured)
     plot.XMin = -end * axis.Factor;
     plot.XMax = end * axis.Factor;
     plot.Lines = true;
-    Curve curve{.Name = fmt::format("{} and {}", rowName(measured.From, options.Chan1),
-                                    rowName(measured.From, options.Chan2)),
+    Curve curve{.Name = fmt::format("{} and {}", rowName(measured.From, options.Channels.First),
+                                    rowName(measured.From, options.Channels.Second)),
                 .X = {},
                 .Y = g2.Values};
     for (const double lag : g2.LagsPs) curve.X.push_back(lag * axis.Factor);
@@ -154,7 +155,7 @@ Command addG2(CLI::App &program)
     const auto options = std::make_shared<G2Options>();
     CLI::App *command = program.add_subcommand("g2", "Correlate two channels of a recording in linear bins");
     addMeasureOptions(*command, options->Measure);
-    addChannelPair(*command, options->Chan1, options->Chan2);
+    addChannelPair(*command, options->Channels);
     asTime(command->add_option("--window", options->Window, "Longest lag, bare in ps"));
     asTime(command->add_option("--bin-width", options->BinWidth,
                                "Width of a bin, from the resolution of the recording to 1ms, bare in ps"));

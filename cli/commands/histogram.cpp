@@ -1,11 +1,12 @@
 // `tessel histogram`: one histogram per channel of a recording.
+#include "commands/commands.h"
+#include "commands/measure.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
-#include "program/measure.h"
 #include "program/output.h"
 #include "program/plot.h"
-#include "tessel.h"
 #include "program/units.h"
+#include "tessel.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -65,9 +66,8 @@ Histogram shaped(const HistogramOptions &options, const Recording &recording)
     Histogram histogram;
     if (recording.MeasMode == 3) {
         refuseInT3(options);
-        histogram.BinWidthPs = recording.Config.at("Resolution").to_number<double>();
-        const double rate = recording.Description.at("AveSyncRate").to_number<double>();
-        if (rate > 0) histogram.SyncPeriodPs = 1e12 / rate;
+        histogram.BinWidthPs = recording.ResolutionPs;
+        histogram.SyncPeriodPs = recording.SyncPeriodPs;
     } else {
         const int refChan = options.RefChan.value_or(0);
         checkChannel("--ref-chan", refChan, recording);

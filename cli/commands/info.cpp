@@ -1,6 +1,7 @@
 // `tessel info`: what a recording tells of its device, its last run and its header.
 #include "commands/commands.h"
 #include "program/console.h"
+#include "program/options.h"
 #include "program/output.h"
 #include "program/units.h"
 

@@ -1,11 +1,14 @@
-// `tessel simulate`: a recording of a simulated light source. What the options mean is in simulation, what is
-// written in simulated_records.
+// `tessel simulate`: a recording of a simulated light source. What the options mean is in simulation.h; the
+// light and its record words come from sim/.
 #include "commands/commands.h"
+#include "commands/simulation.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/interrupt.h"
-#include "sim/simulated_records.h"
+#include "program/options.h"
+#include "program/progress.h"
 #include "program/units.h"
+#include "tessel.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -42,12 +45,35 @@ tessel_recording *create(const SimulateOptions &options, const Simulation &wante
     return file;
 }
 
-void tellResult(const Sink &sink)
+struct Written
 {
-    const double seconds = secondsSince(sink.Shown.Start);
-    note(fmt::format("{}: {} records ({} of them overflows) in {:.2f} s, {} records/s", visibleText(sink.Path),
-                     sink.NumWords, sink.Words.NumOverflows, seconds,
-                     countText(static_cast<double>(sink.NumWords) / std::max(seconds, 1e-9))));
+    uint64_t NumRecords = 0, NumOverflows = 0;
+    double Seconds = 0;
+};
+
+// Ends early on Ctrl-C. Throws Failure if the file takes no more.
+Written writeRecords(const std::string &path, tessel_recording *file, const Simulation &wanted)
+{
+    Sim::WordStream stream = Sim::makeWordStream(streamParams(wanted));
+    const std::vector<uint32_t> &words = stream.Writer.Words;
+    Progress progress("simulate");
+    Written written;
+    while (interruptSignal() == 0 && Sim::nextWords(stream)) {
+        if (!tessel_recordingWrite(file, words.data(), words.size()))
+            throw Failure(Exit::Failed, fmt::format("{}: the recording can't be written", visibleText(path)));
+        written.NumRecords += words.size();
+        showProgress(progress, stream.Fraction, written.NumRecords);
+    }
+    written.NumOverflows = stream.Writer.NumOverflows;
+    written.Seconds = secondsSince(progress.Start);
+    return written;
+}
+
+void noteResult(const std::string &path, const Written &written)
+{
+    note(fmt::format("{}: {} records ({} of them overflows) in {:.2f} s, {} records/s", visibleText(path),
+                     written.NumRecords, written.NumOverflows, written.Seconds,
+                     countText(static_cast<double>(written.NumRecords) / std::max(written.Seconds, 1e-9))));
 }
 
 // Options that another kind of light takes.
@@ -72,21 +98,19 @@ int runSimulate(const SimulateOptions &options, const HostOptions &host, const C
     warnOfIdleOptions(command, wanted.Source);
     const Session session(host);
     const InterruptWatch watch;
-    Sink sink;
-    sink.Path = options.Path;
-    sink.File = create(options, wanted);
+    tessel_recording *file = create(options, wanted);
+    Written written;
     try {
-        writeRecords(wanted, sink);
+        written = writeRecords(options.Path, file, wanted);
     } catch (...) {
-        tessel_recordingClose(sink.File);
+        tessel_recordingClose(file);
         std::remove(options.Path.c_str());
         throw;
     }
-    if (!tessel_recordingClose(sink.File))
+    if (!tessel_recordingClose(file))
         throw Failure(Exit::Failed,
-                      fmt::format("{}: the recording can't be completed", visibleText(sink.Path)));
-    hideProgress(sink.Shown);
-    tellResult(sink);
+                      fmt::format("{}: the recording can't be completed", visibleText(options.Path)));
+    noteResult(options.Path, written);
     if (interruptSignal() == 0) return 0;
     note("stopped early; the recording is shorter than asked for");
     return exitCodeOfSignal(interruptSignal());

@@ -1,9 +1,10 @@
 // `tessel trace`: counts of every channel in bins of time.
+#include "commands/commands.h"
+#include "commands/measure.h"
 #include "program/exit_codes.h"
-#include "program/measure.h"
 #include "program/output.h"
-#include "tessel.h"
 #include "program/units.h"
+#include "tessel.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

@@ -1,7 +1,8 @@
 // `tessel unfold`: the decoded events of a recording, written as they come.
-#include "program/event_plot.h"
+#include "commands/commands.h"
+#include "commands/event_plot.h"
+#include "commands/measure.h"
 #include "program/exit_codes.h"
-#include "program/measure.h"
 #include "program/output.h"
 #include "tessel.h"
 
@@ -22,7 +23,6 @@ namespace {
 constexpr const char *schema = "tessel.unfold/1";
 constexpr size_t capacity = size_t(1) << 20; // events of a block
 constexpr uint8_t overflowChannel = 255;
-constexpr uint32_t dtimeBits = 15; // T3: time = sync number << 15 | dtime
 
 enum class Form { Csv, Json, Binary };
 
@@ -91,28 +91,27 @@ boost::json::array columnsJson(bool isT3)
 }
 
 // What is known before the run.
-boost::json::object headJson(const Recording &recording)
+boost::json::object headJson(const Measured &measured)
 {
-    boost::json::object head = recordingKeys(recording, schema);
+    boost::json::object head = recordingKeys(measured, schema);
     head["dtimePs"] = nullptr;
-    if (recording.MeasMode == 3) head["dtimePs"] = recording.Config.at("Resolution");
+    if (measured.From.MeasMode == 3) head["dtimePs"] = measured.From.Config.at("Resolution");
     return head;
 }
 
-std::string opening(const Unfolded &unfolded, const Recording &recording)
+std::string opening(const Unfolded &unfolded, const Measured &measured)
 {
     switch (unfolded.As) {
     case Form::Csv: {
-        const std::vector<std::string> notes = firstNotes({recording, {}}, schema);
-        const std::string unit = unfolded.IsT3
-                                     ? fmt::format("number of the sync, dtime in units of {} ps",
-                                                   recording.Config.at("Resolution").to_number<double>())
-                                     : std::string("time in ps");
+        const std::vector<std::string> notes = firstNotes(measured, schema);
+        const std::string unit = unfolded.IsT3 ? fmt::format("number of the sync, dtime in units of {} ps",
+                                                             measured.From.ResolutionPs)
+                                               : std::string("time in ps");
         return fmt::format("# {}\n# {}\n{}\n", fmt::join(notes, "\n# "), unit,
                            unfolded.IsT3 ? "sync,dtime,channel" : "time_ps,channel");
     }
     case Form::Json: {
-        boost::json::object head = headJson(recording);
+        boost::json::object head = headJson(measured);
         head["columns"] = columnsJson(unfolded.IsT3);
         std::string text = boost::json::serialize(head);
         text.pop_back(); // the brace, which comes after the run
@@ -132,7 +131,7 @@ std::string ending(const Unfolded &unfolded, const Measured &measured)
 // What stands beside a binary file: enough to read it.
 boost::json::object sideFile(const Unfolded &unfolded, const Measured &measured)
 {
-    boost::json::object side = headJson(measured.From);
+    boost::json::object side = headJson(measured);
     side["run"] = outcomeJson(measured.From, measured.Run);
     side["events"] = unfolded.NumWritten;
     side["eventBytes"] = 9;
@@ -162,10 +161,10 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     for (auto *times : {&unfolded.Times, &unfolded.BlockTimes}) times->resize(capacity);
     for (auto *channels : {&unfolded.Channels, &unfolded.BlockChannels}) channels->resize(capacity);
     const Session session(host);
-    Measured measured{openForMeasuring(options.Measure), {}};
+    Measured measured = openForMeasuring(options.Measure);
     unfolded.IsT3 = measured.From.MeasMode == 3;
     std::optional<ResultStream> stream;
-    if (wantsText(result)) write(stream.emplace(result.File), opening(unfolded, measured.From));
+    if (wantsText(result)) write(stream.emplace(result.File), opening(unfolded, measured));
     measured.Run = replay(
         measured.From,
         [&](uint8_t *finished) {

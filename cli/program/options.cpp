@@ -1,5 +1,6 @@
 // What the commands' options share.
-#include "commands/commands.h"
+#include "program/options.h"
+
 #include "program/exit_codes.h"
 #include "program/units.h"
 
@@ -43,15 +44,6 @@ void addPlotOption(CLI::App &command, ResultOptions &options)
         .add_option("--plot", options.PlotFile,
                     "Draw a .png or .svg file (needs gnuplot); without -o or --json nothing else is written")
         ->type_name("FILE");
-}
-
-void addChainOption(CLI::App &command, ChainOptions &options)
-{
-    command
-        .add_option("--chain", options.Texts,
-                    "Stages that the events pass first, see tessel chain --help; may be given several times")
-        ->type_name("TEXT|FILE.json")
-        ->allow_extra_args(false);
 }
 
 CLI::Option *asTime(CLI::Option *option)

@@ -7,7 +7,6 @@
 
 #include <boost/json/parse.hpp>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -89,7 +88,7 @@ int64_t claimedRecords(const boost::json::object &header)
     return -1;
 }
 
-// A file that makes no device leaves the one before it current, or none; only what the current device tells of
+// A file that makes no device leaves the one before it current, or none; only what the current device says of
 // its file shows which.
 bool isDeviceOf(const boost::json::object &config, const std::string &path)
 {
@@ -146,6 +145,10 @@ Recording openRecording(const std::string &path)
     recording.Description = runDescription();
     recording.Id = recording.Config.at("ID").as_string();
     recording.MeasMode = recording.Config.at("MeasMode").to_number<int64_t>();
+    recording.BaseResolutionPs = recording.Config.at("BaseResolution").to_number<double>();
+    recording.ResolutionPs = recording.Config.at("Resolution").to_number<double>();
+    const double syncRate = recording.Description.at("AveSyncRate").to_number<double>();
+    if (syncRate > 0) recording.SyncPeriodPs = 1e12 / syncRate;
     recording.NumRecords = (fileSize - dataStart) / sizeof(uint32_t);
     recording.ClaimedRecords = claimedRecords(recording.Header);
     recording.NumRows = getNumAllChans(nullptr);
@@ -155,23 +158,10 @@ Recording openRecording(const std::string &path)
 namespace {
 
 // Null for the sync and the inputs.
-const PlacedStage *makerOf(const Recording &recording, int64_t row)
+const MadeRow *madeRow(const Recording &recording, int64_t row)
 {
-    for (const PlacedStage &placed : recording.Chain)
-        if (row >= placed.FirstChannel && row < placed.FirstChannel + placed.NumChannels) return &placed;
-    return nullptr;
-}
-
-// "coincidence 1+2"; of a herald, which makes a channel for each that it gates, "herald 1 of 2".
-std::string originOf(const PlacedStage &placed, int64_t row)
-{
-    const ChainStage &stage = placed.Stage;
-    if (stage.Kind == StageKind::Delay && !stage.Keep)
-        return fmt::format("empty: delay {} without keep", stage.Channels.front());
-    if (stage.Kind != StageKind::Herald)
-        return fmt::format("{} {}", stageName(stage.Kind), fmt::join(stage.Channels, "+"));
-    return fmt::format("{} {} of {}", stageName(stage.Kind), stage.Herald,
-                       stage.Channels[static_cast<size_t>(row - placed.FirstChannel)]);
+    const int64_t index = row - (recording.NumRows - static_cast<int64_t>(recording.Made.size()));
+    return index < 0 ? nullptr : &recording.Made[static_cast<size_t>(index)];
 }
 
 } // namespace
@@ -179,8 +169,7 @@ std::string originOf(const PlacedStage &placed, int64_t row)
 std::string rowName(const Recording &recording, int64_t row)
 {
     if (row == 0) return "Sync";
-    if (const PlacedStage *maker = makerOf(recording, row))
-        return fmt::format("Channel {}, {}", row, originOf(*maker, row));
+    if (const MadeRow *made = madeRow(recording, row)) return made->Name;
     const auto &channels = recording.Config.at("ChansCfg").as_array();
     const auto index = static_cast<size_t>(row - 1);
     if (index < channels.size() && channels[index].at("Name").is_string())
@@ -191,8 +180,7 @@ std::string rowName(const Recording &recording, int64_t row)
 
 std::string columnName(const Recording &recording, int64_t row)
 {
-    const PlacedStage *maker = makerOf(recording, row);
-    if (maker) return fmt::format("ch{}_{}", row, stageName(maker->Stage.Kind));
+    if (const MadeRow *made = madeRow(recording, row)) return made->Column;
     return row == 0 ? "sync" : fmt::format("ch{}", row);
 }
 

@@ -1,8 +1,6 @@
 // The library from start to end, and a recorded file opened as a device: what every command shares.
 #pragma once
 
-#include "chain/chain_text.h"
-
 #include <boost/json/object.hpp>
 
 #include <cstdint>
@@ -27,26 +25,27 @@ struct Session
     Session &operator=(const Session &) = delete;
 };
 
-// A stage of the chain that was placed on the device, and the channels that it made.
-struct PlacedStage
+// A row that a chain adds to every result.
+struct MadeRow
 {
-    ChainStage Stage;
-    int64_t FirstChannel = 0; // also the number of rows that the stage sees
-    int64_t NumChannels = 0;  // that it made; 0 of a substream or countrate
+    std::string Name, Column; // "Channel 3, merge 1+2", "ch3_merge"
 };
 
 struct Recording
 {
     std::string Path;
-    boost::json::object Header;      // as tessel_getFileTags tells it
-    boost::json::object Config;      // as getDeviceConfig tells it
-    boost::json::object Description; // as getMeasDescription told it when the file was opened
+    boost::json::object Header;      // as tessel_getFileTags gives it
+    boost::json::object Config;      // as getDeviceConfig gives it
+    boost::json::object Description; // as getMeasDescription gave it when the file was opened
     std::string Id;
-    int64_t MeasMode = 0;       // 2 T2, 3 T3
+    int64_t MeasMode = 0; // 2 T2, 3 T3
+    double BaseResolutionPs = 0;
+    double ResolutionPs = 0;    // of a dtime; may have a fraction
+    double SyncPeriodPs = 0;    // the mean; 0: unknown
     uint64_t NumRecords = 0;    // in the file
-    int64_t ClaimedRecords = 0; // by its header; -1: it doesn't tell
-    int64_t NumRows = 0;        // of a result: sync, inputs and what the chain makes
-    std::vector<PlacedStage> Chain;
+    int64_t ClaimedRecords = 0; // by its header; -1: it doesn't say
+    int64_t NumRows = 0;        // of a result: sync, inputs and what a chain makes
+    std::vector<MadeRow> Made;  // the last of the rows: those of the chain
 };
 
 // Opens the file as the current device. Throws Failure NoDevice if it can't be one.

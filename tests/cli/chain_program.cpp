@@ -114,7 +114,7 @@ TEST(ChainProgram, TellsPlainlyWhatCannotWork)
          "warning: --chain: stage 3, merge(6): no channel 6 at this place, only 0 (sync) to 4"},
         {"chain", "t3.tgx", "merge(0,2)", 0, "a T3 stream has no events on channel 0 (sync)"},
         {"chain", "t3.tgx", "herald(0; 1; 0; 1ns)", 0, ""},
-        {"chain", "t2.tgx", "countrate(1s)", 0, "the window is held at 2.147 ms"},
+        {"chain", "t2.tgx", "countrate(1s)", 0, "the window is cut to 2.147 ms"},
         {"chain", "t2.tgx", "coincidence(1,2; 1ns; average)", 0, "go on only with keep"},
     };
     for (const auto &row : cases) {

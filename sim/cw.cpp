@@ -1,9 +1,9 @@
 // Generator of light under continuous excitation. One thread.
-#include "sim/source_cw.h"
+#include "sim/cw.h"
 
 #include <algorithm>
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 namespace {
 
@@ -178,4 +178,4 @@ void nextArrivals(CwLight &light, size_t count, std::vector<Arrival> &arrivals)
     }
 }
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

@@ -2,7 +2,8 @@
 // A command gives what is its own as functions.
 #pragma once
 
-#include "commands/commands.h"
+#include "chain/placed_chain.h"
+#include "program/options.h"
 #include "program/plot.h"
 #include "program/replay.h"
 
@@ -28,12 +29,20 @@ struct MeasureOptions
 // The recording, the chain, and how to write: to standard output, to a file, as JSON, as a plot.
 void addMeasureOptions(CLI::App &command, MeasureOptions &options);
 
-// --chan1 and --chan2, which start from the values that are there.
-void addChannelPair(CLI::App &command, int &chan1, int &chan2);
+// The two channels of a correlation.
+struct ChannelPair
+{
+    int First = 1, Second = 2;
+};
 
+// --chan1 and --chan2.
+void addChannelPair(CLI::App &command, ChannelPair &channels);
+
+// What was measured, and on what; before the run, Run is empty.
 struct Measured
 {
     Recording From;
+    PlacedChain Chain;
     Outcome Run;
 };
 
@@ -44,7 +53,7 @@ struct Measurement
     std::function<void(const Recording &)> Prepare; // parameters and memory
     std::function<void(uint8_t *finished)> Start;
     std::function<bool()> IsEmpty; // nothing was counted
-    std::string_view Needs;        // what counting takes, for the warning if so
+    std::string_view Needs;        // what there must be to count, for the warning if so
     std::function<std::string(const Measured &)> Csv;
     std::function<boost::json::object(const Measured &)> Json;
     std::function<Cli::Plot(const Measured &)> Plot;
@@ -53,8 +62,8 @@ struct Measurement
 // The exit code.
 int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement);
 
-// The recording as the current device, its chain and all. Throws Failure if it has no events to count.
-Recording openForMeasuring(const MeasureOptions &options);
+// The recording as the current device, with its chain. Throws Failure if it has no events to count.
+Measured openForMeasuring(const MeasureOptions &options);
 
 // A plot that can't be drawn is an error only if nothing else is written.
 void drawResult(const ResultOptions &options, const Plot &plot);
@@ -62,15 +71,14 @@ void drawResult(const ResultOptions &options, const Plot &plot);
 // How many records, how fast.
 void noteSpeed(const Outcome &outcome);
 
-// The first comment lines of a CSV, and what is to follow at their end: how much was read.
+// The first comment lines of a CSV, and the last one: how much was read.
 std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema);
 std::string lastNote(const Measured &measured);
 
-// The keys that every result has: schema, file, device, mode, and chain if there is one. A command puts its own
-// behind them.
-boost::json::object recordingKeys(const Recording &recording, std::string_view schema);
+// The keys that every result begins with: schema, file, device, mode, and chain if there is one.
+boost::json::object recordingKeys(const Measured &measured, std::string_view schema);
 
-// The same and run.
+// The same, and run.
 boost::json::object firstKeys(const Measured &measured, std::string_view schema);
 
 uint64_t total(std::span<const uint32_t> counts);
@@ -88,5 +96,6 @@ std::string plotTitle(const Recording &recording);
 
 // Throws a usage Failure that names the option, unless the recording has a row for the channel.
 void checkChannel(const char *option, int channel, const Recording &recording);
+void checkChannels(const ChannelPair &channels, const Recording &recording);
 
 } // namespace Tessel::Cli

@@ -2,20 +2,20 @@
 //   T2   s cccccc ttttttttttttttttttttttttt     t: 25 bits of time; s = 1, c = 0: sync; c = 63: t overflows
 //   T3   s cccccc ddddddddddddddd nnnnnnnnnn    d: 15 bits of dtime, n: 10 bits of sync number;
 //                                               s = 1, c = 63: n overflows
-// As an instrument does, an overflow word tells how often the field has wrapped since the last record; more
-// wraps than its field can hold take several words. Times must not go back.
+// As on an instrument, an overflow word says how often the field has wrapped since the last record; more wraps
+// than its field can hold take several words. Times must not go back.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <vector>
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 struct WordWriter
 {
     uint32_t FieldBits = 10;   // 25 in T2, 10 in T3
-    uint64_t Wraps = 0;        // told so far
+    uint64_t Wraps = 0;        // that overflow words were written for
     uint64_t NumOverflows = 0; // words
     std::vector<uint32_t> Words;
 };
@@ -29,38 +29,38 @@ inline WordWriter makeT3Words()
     return {.FieldBits = 10, .Words = {}};
 }
 
-// Brings the overflow words up to the absolute count (time tags or syncs).
-inline void tellOverflows(WordWriter &writer, uint64_t count)
+// Overflow words up to the absolute count (time tags or syncs).
+inline void addOverflows(WordWriter &writer, uint64_t count)
 {
     constexpr uint32_t overflow = 1u << 31 | 63u << 25;
     const uint64_t largest = (uint64_t(1) << writer.FieldBits) - 1;
     for (uint64_t missing = (count >> writer.FieldBits) - writer.Wraps; missing > 0;) {
-        const uint64_t told = std::min(missing, largest);
-        writer.Words.push_back(overflow | static_cast<uint32_t>(told));
-        writer.Wraps += told;
+        const uint64_t wraps = std::min(missing, largest);
+        writer.Words.push_back(overflow | static_cast<uint32_t>(wraps));
+        writer.Wraps += wraps;
         writer.NumOverflows += 1;
-        missing -= told;
+        missing -= wraps;
     }
 }
 
 // `channel`: input, from 0. `timetag`: since the start, in units of the base resolution.
 inline void addT2Photon(WordWriter &writer, uint32_t channel, uint64_t timetag)
 {
-    tellOverflows(writer, timetag);
+    addOverflows(writer, timetag);
     writer.Words.push_back(channel << 25 | static_cast<uint32_t>(timetag & 0x1ffffff));
 }
 
 inline void addT2Sync(WordWriter &writer, uint64_t timetag)
 {
-    tellOverflows(writer, timetag);
+    addOverflows(writer, timetag);
     writer.Words.push_back(1u << 31 | static_cast<uint32_t>(timetag & 0x1ffffff));
 }
 
 // `dtime`: below 32768.
 inline void addT3Photon(WordWriter &writer, uint32_t channel, uint64_t nsync, uint32_t dtime)
 {
-    tellOverflows(writer, nsync);
+    addOverflows(writer, nsync);
     writer.Words.push_back(channel << 25 | dtime << 10 | static_cast<uint32_t>(nsync & 0x3ff));
 }
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

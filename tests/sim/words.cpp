@@ -1,12 +1,12 @@
 // Record words of a simulation: what a decoder must make of them, and that no count of wraps is lost.
 #include "support/words.h"
 
-#include "sim/source_random.h"
-#include "sim/source_words.h"
+#include "sim/random.h"
+#include "sim/words.h"
 
 #include <gtest/gtest.h>
 
-using namespace Tessel::Cli;
+using namespace Tessel::Sim;
 using namespace TestSupport;
 
 TEST(SourceWords, TellOverflowsAsInstrumentsDo)
@@ -16,7 +16,7 @@ TEST(SourceWords, TellOverflowsAsInstrumentsDo)
     addT3Photon(t3, 0, 1023, 32767);
     addT3Photon(t3, 2, 1024, 0);
     addT3Photon(t3, 2, 1024 * 4 + 7, 1);
-    tellOverflows(t3, 1024 * 1030);
+    addOverflows(t3, 1024 * 1030);
     EXPECT_EQ(t3.Words, (std::vector<uint32_t>{t3Event(1, 5, 300), t3Event(0, 1023, 32767), t3Overflow(1),
                                                t3Event(2, 0, 0), t3Overflow(3), t3Event(2, 7, 1),
                                                t3Overflow(1023), t3Overflow(3)}));

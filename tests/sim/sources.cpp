@@ -1,7 +1,7 @@
 // Statistics of the simulated sources. Seeds are fixed, so a run can't fail by chance; the bounds are five
 // standard deviations, which a wrong source wouldn't keep.
-#include "sim/source_cw.h"
-#include "sim/source_pulsed.h"
+#include "sim/cw.h"
+#include "sim/pulsed.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <cmath>
 #include <numeric>
 
-using namespace Tessel::Cli;
+using namespace Tessel::Sim;
 
 namespace {
 

@@ -1,9 +1,8 @@
 // From options with units to numbers that the sources take; everything that can't be simulated is refused here.
-#include "sim/simulation.h"
+#include "commands/simulation.h"
 
-#include "commands/commands.h"
 #include "program/exit_codes.h"
-#include "sim/source_cw.h"
+#include "program/options.h"
 #include "program/units.h"
 
 #include <fmt/format.h>
@@ -115,9 +114,46 @@ void readTimes(const SimulateOptions &options, Simulation &wanted)
     if (!(wanted.Molecules >= 0.01 && wanted.Molecules <= 1000)) refuse("--molecules: from 0.01 to 1000");
     const double total = std::accumulate(wanted.Rates.begin(), wanted.Rates.end(), 0.0);
     if (wanted.Source == Light::Antibunched && total > 0 &&
-        (!(wanted.RecoveryPs > 0) || total > saturationRate(wanted.RecoveryPs)))
+        (!(wanted.RecoveryPs > 0) || total > Sim::saturationRate(wanted.RecoveryPs)))
         refuse(fmt::format("--rate: one emitter with a recovery time of {} gives at most {} in all",
-                           timeText(wanted.RecoveryPs), rateText(saturationRate(wanted.RecoveryPs))));
+                           timeText(wanted.RecoveryPs), rateText(Sim::saturationRate(wanted.RecoveryPs))));
+}
+
+Sim::PulsedParams pulsedParams(const Simulation &wanted)
+{
+    Sim::PulsedParams params;
+    params.PeriodPs = 1e12 / wanted.SyncRate;
+    params.DelayPs = wanted.DelayPs;
+    params.SigmaPs = wanted.SigmaPs;
+    params.NumPulses = static_cast<uint64_t>(wanted.DurationPs / params.PeriodPs);
+    params.Seed = wanted.Seed;
+    for (size_t i = 0; i < wanted.Rates.size(); ++i)
+        params.Channels.push_back({wanted.Rates[i], wanted.Background[i], wanted.LifetimesPs[i]});
+    return params;
+}
+
+Sim::CwKind cwKind(Light light)
+{
+    switch (light) {
+    case Light::Antibunched: return Sim::CwKind::Antibunched;
+    case Light::Bunched: return Sim::CwKind::Bunched;
+    case Light::Diffusing: return Sim::CwKind::Diffusing;
+    default: return Sim::CwKind::Poissonian;
+    }
+}
+
+Sim::CwParams cwParams(const Simulation &wanted)
+{
+    return {.Kind = cwKind(wanted.Source),
+            .RecoveryPs = wanted.RecoveryPs,
+            .CorrelationPs = wanted.CorrelationPs,
+            .Molecules = wanted.Molecules,
+            .DiffusionPs = wanted.DiffusionPs,
+            .SigmaPs = wanted.SigmaPs,
+            .DurationPs = static_cast<uint64_t>(wanted.DurationPs),
+            .SignalRates = wanted.Rates,
+            .BackgroundRates = wanted.Background,
+            .Seed = wanted.Seed};
 }
 
 } // namespace
@@ -133,6 +169,20 @@ Simulation understood(const SimulateOptions &options)
     readChannels(options, wanted);
     readTimes(options, wanted);
     return wanted;
+}
+
+Sim::StreamParams streamParams(const Simulation &wanted)
+{
+    Sim::StreamParams params;
+    params.MeasMode = wanted.MeasMode;
+    if (wanted.Source == Light::Pulsed)
+        params.Light = pulsedParams(wanted);
+    else
+        params.Light = cwParams(wanted);
+    if (wanted.SyncRate > 0) params.SyncPeriodPs = 1e12 / wanted.SyncRate;
+    params.ResolutionPs = wanted.ResolutionPs;
+    params.DurationPs = static_cast<uint64_t>(wanted.DurationPs);
+    return params;
 }
 
 } // namespace Tessel::Cli

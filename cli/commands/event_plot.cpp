@@ -1,6 +1,6 @@
-#include "program/event_plot.h"
+#include "commands/event_plot.h"
 
-#include "program/measure.h"
+#include "commands/measure.h"
 #include "program/units.h"
 
 #include <fmt/format.h>
@@ -11,30 +11,21 @@ namespace Tessel::Cli {
 
 namespace {
 
-constexpr uint32_t dtimeBits = 15;
 constexpr uint8_t firstMarker = 128;
 
 struct Point
 {
-    double Time, Behind; // ps; behind the sync or, in T2, behind the event before
+    double Time, Since; // ps; since the sync or, in T2, since the event before
 };
-
-// The mean period of the sync; what a file doesn't tell counts in syncs.
-double syncPeriodPs(const Recording &recording)
-{
-    const double rate = recording.Description.at("AveSyncRate").to_number<double>();
-    return rate > 0 ? 1e12 / rate : 1;
-}
 
 std::vector<Point> pointsOf(const FirstEvents &events, const Recording &recording)
 {
     const bool isT3 = recording.MeasMode == 3;
-    const double period = isT3 ? syncPeriodPs(recording) : 0;
-    const double resolution = recording.Config.at("Resolution").to_number<double>();
+    const double period = recording.SyncPeriodPs > 0 ? recording.SyncPeriodPs : 1; // else the axis counts syncs
     std::vector<Point> points;
     for (size_t i = 0; i < events.Times.size(); ++i) {
         const uint64_t time = events.Times[i];
-        const auto dtime = static_cast<double>(time & ((1u << dtimeBits) - 1)) * resolution;
+        const auto dtime = static_cast<double>(time & ((1u << dtimeBits) - 1)) * recording.ResolutionPs;
         if (isT3)
             points.push_back({static_cast<double>(time >> dtimeBits) * period + dtime, dtime});
         else
@@ -59,12 +50,12 @@ Plot eventPlot(const FirstEvents &events, const Recording &recording)
     const std::vector<Point> points = pointsOf(events, recording);
     Point last{1, 1};
     for (const Point &point : points)
-        last = {std::max(last.Time, point.Time), std::max(last.Behind, point.Behind)};
-    const TimeAxis axis = timeAxis(last.Time), behindAxis = timeAxis(last.Behind);
+        last = {std::max(last.Time, point.Time), std::max(last.Since, point.Since)};
+    const TimeAxis axis = timeAxis(last.Time), sinceAxis = timeAxis(last.Since);
     Plot plot;
     plot.Title = fmt::format("{}, the first {} events", plotTitle(recording), points.size());
     plot.XLabel = fmt::format("Time ({})", axis.Unit);
-    plot.YLabel = fmt::format("Time behind the {} ({})", isT3 ? "sync" : "event before", behindAxis.Unit);
+    plot.YLabel = fmt::format("Time since the {} ({})", isT3 ? "sync" : "event before", sinceAxis.Unit);
     plot.LogY = !isT3;
     plot.XMax = last.Time * axis.Factor;
     for (int64_t row = 0; row < recording.NumRows; ++row) {
@@ -72,7 +63,7 @@ Plot eventPlot(const FirstEvents &events, const Recording &recording)
         for (size_t i = 0; i < points.size(); ++i) {
             if (events.Channels[i] != row) continue;
             curve.X.push_back(points[i].Time * axis.Factor);
-            curve.Y.push_back(points[i].Behind * behindAxis.Factor);
+            curve.Y.push_back(points[i].Since * sinceAxis.Factor);
         }
         if (!curve.X.empty()) plot.Curves.push_back(std::move(curve));
     }

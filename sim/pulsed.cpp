@@ -1,9 +1,9 @@
 // Generator of pulsed light. One thread.
-#include "sim/source_pulsed.h"
+#include "sim/pulsed.h"
 
 #include <algorithm>
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 namespace {
 
@@ -77,4 +77,4 @@ void nextPhotons(PulsedLight &light, size_t count, std::vector<PulsedPhoton> &ph
     }
 }
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

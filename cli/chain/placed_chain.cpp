@@ -1,11 +1,12 @@
 // Chains on the current device.
-#include "chain/chain_stages.h"
+#include "chain/placed_chain.h"
 
 #include "program/console.h"
 #include "program/exit_codes.h"
-#include "tessel.h"
 #include "program/units.h"
+#include "tessel.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -84,28 +85,10 @@ std::vector<int32_t> channelsSought(const ChainStage &stage)
     return channels;
 }
 
-std::vector<uint32_t> ratesOf(const Recording &recording, size_t index)
+// Places where a stage looks for events that never come there, a sentence each.
+std::vector<std::string> doubtsOf(const PlacedStage &placed, const Recording &recording)
 {
-    if (recording.Chain[index].Stage.Kind != StageKind::CountRate) return {};
-    std::vector<uint32_t> rates(static_cast<size_t>(recording.NumRows), 0);
-    if (!getMCountRates(nullptr, static_cast<int32_t>(index), rates.data())) return {};
-    rates.resize(static_cast<size_t>(recording.Chain[index].FirstChannel)); // what this stage sees
-    return rates;
-}
-
-} // namespace
-
-std::vector<ChainStage> readChain(const ChainOptions &options)
-{
-    std::vector<ChainStage> stages;
-    for (const std::string &text : options.Texts)
-        for (ChainStage &stage : readPart(text)) stages.push_back(std::move(stage));
-    return stages;
-}
-
-std::vector<std::string> chainDoubts(const Recording &recording, size_t index)
-{
-    const auto &[stage, first, made] = recording.Chain[index];
+    const auto &[stage, first, made] = placed;
     std::vector<std::string> doubts;
     for (const int32_t channel : channelsSought(stage))
         if (doubtsSync(recording, stage, channel))
@@ -117,52 +100,103 @@ std::vector<std::string> chainDoubts(const Recording &recording, size_t index)
         stage.Time != CoincidenceTime::Last && !stage.Keep)
         doubts.push_back("sliding coincidences at the first or average time go on only with keep");
     if (stage.Kind == StageKind::CountRate && stage.WindowPs > longestRateWindowPs)
-        doubts.push_back(fmt::format("the window is held at {}, the longest that a rate can be told to take",
-                                     timeText(longestRateWindowPs)));
+        doubts.push_back(
+            fmt::format("the window is cut to {}, the longest there is", timeText(longestRateWindowPs)));
     return doubts;
 }
 
-void placeChain(Recording &recording, const std::vector<ChainStage> &stages)
+// "coincidence 1+2"; of a herald, which makes a channel for each that it gates, "herald 1 of 2".
+std::string originOf(const PlacedStage &placed, int64_t row)
 {
-    for (const ChainStage &stage : stages) {
-        const size_t index = recording.Chain.size();
-        const std::string place = fmt::format("--chain: stage {}, {}", index + 1, stageText(stage));
-        const int64_t first = getNumAllChans(nullptr);
-        if (add(stage) < 0)
-            throw Failure(Exit::Failed, place + ": the library refuses it (a stream has at most 255 channels; "
-                                                "--verbose shows the log)");
-        recording.NumRows = getNumAllChans(nullptr);
-        recording.Chain.push_back({stage, first, recording.NumRows - first});
-        for (const std::string &doubt : chainDoubts(recording, index)) warn(place + ": " + doubt);
-    }
+    const ChainStage &stage = placed.Stage;
+    if (stage.Kind == StageKind::Delay && !stage.Keep)
+        return fmt::format("empty: delay {} without keep", stage.Channels.front());
+    if (stage.Kind != StageKind::Herald)
+        return fmt::format("{} {}", stageName(stage.Kind), fmt::join(stage.Channels, "+"));
+    return fmt::format("{} {} of {}", stageName(stage.Kind), stage.Herald,
+                       stage.Channels[static_cast<size_t>(row - placed.FirstChannel)]);
 }
 
-boost::json::array chainJson(const Recording &recording)
+PlacedStage place(Recording &recording, const ChainStage &stage, const std::string &name)
 {
-    boost::json::array chain;
-    for (size_t index = 0; index < recording.Chain.size(); ++index) {
-        const auto &[stage, first, made] = recording.Chain[index];
-        boost::json::object object = stageJson(stage);
-        boost::json::array makes;
-        for (int64_t channel = first; channel < first + made; ++channel) makes.push_back(channel);
-        object["makes"] = std::move(makes);
-        const auto rates = ratesOf(recording, index);
-        if (!rates.empty()) object["rates"] = boost::json::array(rates.begin(), rates.end());
-        chain.push_back(std::move(object));
+    PlacedStage placed{.Stage = stage, .FirstChannel = recording.NumRows};
+    if (add(stage) < 0)
+        throw Failure(Exit::Failed, name + ": the library refuses it (a stream has at most 255 channels; "
+                                           "--verbose shows the log)");
+    recording.NumRows = getNumAllChans(nullptr);
+    placed.NumChannels = recording.NumRows - placed.FirstChannel;
+    for (int64_t row = placed.FirstChannel; row < recording.NumRows; ++row)
+        recording.Made.push_back({.Name = fmt::format("Channel {}, {}", row, originOf(placed, row)),
+                                  .Column = fmt::format("ch{}_{}", row, stageName(stage.Kind))});
+    return placed;
+}
+
+// Of a countrate stage, by row of what it sees; else none.
+std::vector<uint32_t> ratesOf(const PlacedChain &chain, size_t index)
+{
+    if (chain[index].Stage.Kind != StageKind::CountRate) return {};
+    std::vector<uint32_t> rates(static_cast<size_t>(getNumAllChans(nullptr)), 0);
+    if (!getMCountRates(nullptr, static_cast<int32_t>(index), rates.data())) return {};
+    rates.resize(static_cast<size_t>(chain[index].FirstChannel));
+    return rates;
+}
+
+} // namespace
+
+void addChainOption(CLI::App &command, ChainOptions &options)
+{
+    command
+        .add_option("--chain", options.Texts,
+                    "Stages that the events pass first, see tessel chain --help; may be given several times")
+        ->type_name("TEXT|FILE.json")
+        ->allow_extra_args(false);
+}
+
+std::vector<ChainStage> readChain(const ChainOptions &options)
+{
+    std::vector<ChainStage> stages;
+    for (const std::string &text : options.Texts)
+        for (ChainStage &stage : readPart(text)) stages.push_back(std::move(stage));
+    return stages;
+}
+
+PlacedChain placeChain(Recording &recording, const std::vector<ChainStage> &stages)
+{
+    PlacedChain chain;
+    for (const ChainStage &stage : stages) {
+        const std::string name = fmt::format("--chain: stage {}, {}", chain.size() + 1, stageText(stage));
+        chain.push_back(place(recording, stage, name));
+        for (const std::string &doubt : doubtsOf(chain.back(), recording)) warn(name + ": " + doubt);
     }
     return chain;
 }
 
-std::vector<std::string> chainNotes(const Recording &recording)
+boost::json::array chainJson(const PlacedChain &chain)
+{
+    boost::json::array array;
+    for (size_t index = 0; index < chain.size(); ++index) {
+        const auto &[stage, first, made] = chain[index];
+        boost::json::object object = stageJson(stage);
+        boost::json::array makes;
+        for (int64_t channel = first; channel < first + made; ++channel) makes.push_back(channel);
+        object["makes"] = std::move(makes);
+        const auto rates = ratesOf(chain, index);
+        if (!rates.empty()) object["rates"] = boost::json::array(rates.begin(), rates.end());
+        array.push_back(std::move(object));
+    }
+    return array;
+}
+
+std::vector<std::string> chainNotes(const PlacedChain &chain)
 {
     std::vector<std::string> lines;
-    for (size_t index = 0; index < recording.Chain.size(); ++index) {
-        const auto &[stage, first, made] = recording.Chain[index];
+    for (size_t index = 0; index < chain.size(); ++index) {
+        const auto &[stage, first, made] = chain[index];
         std::string line = fmt::format("stage {}: {}", index + 1, stageText(stage));
         if (made > 0) line += fmt::format(", makes ch{}", first);
         if (made > 1) line += fmt::format(" to ch{}", first + made - 1);
         if (stage.Kind == StageKind::Delay && !stage.Keep) line += ", which stays empty";
-        const auto rates = ratesOf(recording, index);
+        const auto rates = ratesOf(chain, index);
         if (!rates.empty()) line += fmt::format(", last rates in cps from sync on: {}", fmt::join(rates, " "));
         lines.push_back(std::move(line));
     }

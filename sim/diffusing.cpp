@@ -1,11 +1,11 @@
 // Generator of diffusing molecules. One thread.
-#include "sim/source_diffusing.h"
+#include "sim/diffusing.h"
 
 #include <algorithm>
 #include <iterator>
 #include <numbers>
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 namespace {
 
@@ -93,4 +93,4 @@ uint64_t nextPhoton(Molecules &molecules, uint64_t endPs)
     return UINT64_MAX;
 }
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

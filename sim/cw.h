@@ -16,15 +16,15 @@
 // Diffusing: molecules that pass a focus, see source_diffusing.h.
 #pragma once
 
-#include "sim/source_diffusing.h"
-#include "sim/source_random.h"
+#include "sim/diffusing.h"
+#include "sim/random.h"
 
 #include <cstdint>
 #include <optional>
 #include <queue>
 #include <vector>
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 enum class CwKind { Poissonian, Antibunched, Bunched, Diffusing };
 
@@ -87,4 +87,4 @@ CwLight makeCwLight(const CwParams &params);
 // recording is over.
 void nextArrivals(CwLight &light, size_t count, std::vector<Arrival> &arrivals);
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 struct Random
 {
@@ -71,4 +71,4 @@ inline uint32_t pick(const AliasTable &table, Random &random)
     return position - column < table.Keep[column] ? column : table.Other[column];
 }
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

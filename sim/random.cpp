@@ -1,7 +1,7 @@
 // The random numbers of the simulated sources. Pure; one thread per generator.
-#include "sim/source_random.h"
+#include "sim/random.h"
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 namespace {
 
@@ -89,4 +89,4 @@ AliasTable makeAliasTable(std::span<const double> weights)
     return table;
 }
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

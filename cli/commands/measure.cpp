@@ -1,5 +1,5 @@
 // The frame of the measuring commands. The main thread's.
-#include "program/measure.h"
+#include "commands/measure.h"
 
 #include "program/console.h"
 #include "program/exit_codes.h"
@@ -24,36 +24,37 @@ void addMeasureOptions(CLI::App &command, MeasureOptions &options)
     addPlotOption(command, options.Result);
 }
 
-void addChannelPair(CLI::App &command, int &chan1, int &chan2)
+void addChannelPair(CLI::App &command, ChannelPair &channels)
 {
-    asChannel(
-        command.add_option("--chan1", chan1, "First channel: 0 sync (T2), inputs from 1 on, then the chain's"))
+    asChannel(command.add_option("--chan1", channels.First,
+                                 "First channel: 0 sync (T2), inputs from 1 on, then the chain's"))
         ->capture_default_str();
-    asChannel(command.add_option("--chan2", chan2, "Second channel; twice the same gives an autocorrelation"))
+    asChannel(command.add_option("--chan2", channels.Second,
+                                 "Second channel; twice the same gives an autocorrelation"))
         ->capture_default_str();
 }
 
-Recording openForMeasuring(const MeasureOptions &options)
+Measured openForMeasuring(const MeasureOptions &options)
 {
     const std::vector<ChainStage> stages = readChain(options.Chain);
-    Recording recording = openRecording(options.File);
+    Measured measured{.From = openRecording(options.File), .Chain = {}, .Run = {}};
+    Recording &recording = measured.From;
     if (recording.MeasMode != 2 && recording.MeasMode != 3)
         throw Failure(Exit::Failed, fmt::format("{}: a recording of mode {} has no events to count",
                                                 visibleText(recording.Path), recording.MeasMode));
-    placeChain(recording, stages);
-    return recording;
+    measured.Chain = placeChain(recording, stages);
+    return measured;
 }
 
 int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
 {
     checkPlotName(options.Result.PlotFile);
     const Session session(host);
-    Measured measured;
-    measured.From = openForMeasuring(options);
+    Measured measured = openForMeasuring(options);
     measurement.Prepare(measured.From);
     measured.Run = replay(measured.From, measurement.Start);
     noteSpeed(measured.Run);
-    if (measurement.IsEmpty()) warn(fmt::format("nothing was counted: that takes {}", measurement.Needs));
+    if (measurement.IsEmpty()) warn(fmt::format("nothing was counted: that needs {}", measurement.Needs));
     if (wantsText(options.Result))
         writeResult(options.Result.File,
                     options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
@@ -84,7 +85,7 @@ std::vector<std::string> firstNotes(const Measured &measured, std::string_view s
     std::vector<std::string> lines = {
         std::string(schema), fmt::format("file: {}", visibleText(recording.Path)),
         fmt::format("device: {}, T{}", visibleText(recording.Id), recording.MeasMode)};
-    for (std::string &stage : chainNotes(recording)) lines.push_back(std::move(stage));
+    for (std::string &stage : chainNotes(measured.Chain)) lines.push_back(std::move(stage));
     return lines;
 }
 
@@ -94,19 +95,20 @@ std::string lastNote(const Measured &measured)
                        measured.Run.Signal ? ", stopped by the user: a partial result" : "");
 }
 
-boost::json::object recordingKeys(const Recording &recording, std::string_view schema)
+boost::json::object recordingKeys(const Measured &measured, std::string_view schema)
 {
+    const Recording &recording = measured.From;
     boost::json::object keys = {{"schema", schema},
                                 {"file", recording.Path},
                                 {"device", recording.Id},
                                 {"mode", fmt::format("T{}", recording.MeasMode)}};
-    if (!recording.Chain.empty()) keys["chain"] = chainJson(recording);
+    if (!measured.Chain.empty()) keys["chain"] = chainJson(measured.Chain);
     return keys;
 }
 
 boost::json::object firstKeys(const Measured &measured, std::string_view schema)
 {
-    boost::json::object keys = recordingKeys(measured.From, schema);
+    boost::json::object keys = recordingKeys(measured, schema);
     keys["run"] = outcomeJson(measured.From, measured.Run);
     return keys;
 }
@@ -148,6 +150,12 @@ void checkChannel(const char *option, int channel, const Recording &recording)
     if (channel < recording.NumRows) return;
     throw Failure(Exit::Usage, fmt::format("{} {}: the recording has channels 0 (sync) to {}", option, channel,
                                            recording.NumRows - 1));
+}
+
+void checkChannels(const ChannelPair &channels, const Recording &recording)
+{
+    checkChannel("--chan1", channels.First, recording);
+    checkChannel("--chan2", channels.Second, recording);
 }
 
 } // namespace Tessel::Cli

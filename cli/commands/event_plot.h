@@ -1,4 +1,4 @@
-// A look at single events: when they came, and how long behind their sync (T3) or the event before (T2).
+// A look at single events: when they came, and how long after their sync (T3) or the event before (T2).
 #pragma once
 
 #include "program/plot.h"
@@ -8,6 +8,8 @@
 #include <vector>
 
 namespace Tessel::Cli {
+
+constexpr uint32_t dtimeBits = 15; // T3: time = sync number << 15 | dtime
 
 // The first events of a recording that have a row, as many as a plot shows apart.
 struct FirstEvents

@@ -12,14 +12,14 @@
 // brightness and kept with the share that the true one has of it.
 #pragma once
 
-#include "sim/source_random.h"
+#include "sim/random.h"
 
 #include <cstdint>
 #include <functional>
 #include <queue>
 #include <vector>
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 struct Molecule
 {
@@ -54,4 +54,4 @@ Molecules makeMolecules(double meanNumber, double diffusionPs, double rate, uint
 // The time of the next photon; UINT64_MAX: none before `endPs`.
 uint64_t nextPhoton(Molecules &molecules, uint64_t endPs);
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

@@ -7,12 +7,12 @@
 // in time. There is no dead time.
 #pragma once
 
-#include "sim/source_random.h"
+#include "sim/random.h"
 
 #include <cstdint>
 #include <vector>
 
-namespace Tessel::Cli {
+namespace Tessel::Sim {
 
 struct PulsedChannel
 {
@@ -24,7 +24,7 @@ struct PulsedChannel
 struct PulsedParams
 {
     double PeriodPs = 0;    // from pulse to pulse
-    double DelayPs = 0;     // of the response's centre behind the sync
+    double DelayPs = 0;     // from the sync to the centre of the response
     double SigmaPs = 0;     // of the Gaussian response
     uint64_t NumPulses = 0; // length of the recording
     std::vector<PulsedChannel> Channels;
@@ -54,4 +54,4 @@ PulsedLight makePulsedLight(const PulsedParams &params);
 // over. A pulse is never split between two calls.
 void nextPhotons(PulsedLight &light, size_t count, std::vector<PulsedPhoton> &photons);
 
-} // namespace Tessel::Cli
+} // namespace Tessel::Sim

@@ -1,6 +1,8 @@
 // What `tessel simulate` is asked for: as typed, and as understood.
 #pragma once
 
+#include "sim/stream.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -37,5 +39,8 @@ struct Simulation
 
 // Throws a usage Failure that names the option which is wrong.
 Simulation understood(const SimulateOptions &options);
+
+// The light and the record form, as the simulation of an instrument takes them.
+Sim::StreamParams streamParams(const Simulation &wanted);
 
 } // namespace Tessel::Cli
