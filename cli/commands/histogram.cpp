@@ -1,6 +1,7 @@
 // `tessel histogram`: one histogram per channel of a recording.
+#include "commands/histogram.h"
+
 #include "commands/commands.h"
-#include "commands/measure.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/output.h"
@@ -25,20 +26,6 @@ struct HistogramOptions
     std::optional<int> RefChan;
     std::string BinWidth; // empty: as the recording has it
     std::optional<uint64_t> Bins;
-};
-
-// Counts by row and bin; row 0 is the sync, row n input channel n.
-struct Histogram
-{
-    uint64_t NumBins = 0;
-    double BinWidthPs = 1;
-    double SyncPeriodPs = 0; // T3; 0: unknown
-    std::vector<uint32_t> Counts;
-
-    std::span<const uint32_t> row(int64_t index) const
-    {
-        return std::span(Counts).subspan(static_cast<size_t>(index) * NumBins, NumBins);
-    }
 };
 
 constexpr const char *schema = "tessel.histogram/1";
@@ -69,10 +56,10 @@ Histogram shaped(const HistogramOptions &options, const Recording &recording)
         histogram.BinWidthPs = recording.ResolutionPs;
         histogram.SyncPeriodPs = recording.SyncPeriodPs;
     } else {
-        const int refChan = options.RefChan.value_or(0);
-        checkChannel("--ref-chan", refChan, recording);
+        histogram.RefChan = options.RefChan.value_or(0);
+        checkChannel("--ref-chan", histogram.RefChan, recording);
         histogram.BinWidthPs = static_cast<double>(binWidth(options));
-        setHistoT2RefChan(nullptr, static_cast<uint8_t>(refChan));
+        setHistoT2RefChan(nullptr, static_cast<uint8_t>(histogram.RefChan));
         setHistoT2BinWidth(nullptr, binWidth(options));
         if (options.Bins) setHistoT2NumBins(nullptr, *options.Bins);
     }
@@ -81,14 +68,13 @@ Histogram shaped(const HistogramOptions &options, const Recording &recording)
     return histogram;
 }
 
-std::vector<std::string> notes(const HistogramOptions &options, const Histogram &histogram,
-                               const Measured &measured)
+std::vector<std::string> notes(const Histogram &histogram, const Measured &measured)
 {
     std::vector<std::string> lines = firstNotes(measured, schema);
     lines.push_back(fmt::format("time in ps (start of the bin), counts per bin; {} bins of {} ps",
                                 histogram.NumBins, histogram.BinWidthPs));
     if (measured.From.MeasMode == 2)
-        lines.push_back(fmt::format("time since the last event of channel {}", options.RefChan.value_or(0)));
+        lines.push_back(fmt::format("time since the last event of channel {}", histogram.RefChan));
     else if (histogram.SyncPeriodPs > 0)
         lines.push_back(
             fmt::format("time since the last sync; sync period {:.10g} ps", histogram.SyncPeriodPs));
@@ -96,7 +82,9 @@ std::vector<std::string> notes(const HistogramOptions &options, const Histogram 
     return lines;
 }
 
-std::string asCsv(const HistogramOptions &options, const Histogram &histogram, const Measured &measured)
+} // namespace
+
+std::string histogramCsv(const Histogram &histogram, const Measured &measured)
 {
     std::vector<double> times(histogram.NumBins);
     for (size_t bin = 0; bin < times.size(); ++bin)
@@ -104,22 +92,23 @@ std::string asCsv(const HistogramOptions &options, const Histogram &histogram, c
     std::vector<Column> columns = {{"time_ps", times}};
     for (int64_t row = 0; row < measured.From.NumRows; ++row)
         columns.push_back({columnName(measured.From, row), histogram.row(row)});
-    return csvText(notes(options, histogram, measured), columns);
+    return csvText(notes(histogram, measured), columns);
 }
 
-boost::json::object asJson(const HistogramOptions &options, const Histogram &histogram,
-                           const Measured &measured)
+boost::json::object histogramJson(const Histogram &histogram, const Measured &measured)
 {
     boost::json::object result = firstKeys(measured, schema);
     result["bins"] = histogram.NumBins;
-    result["binWidthPs"] = static_cast<uint64_t>(histogram.BinWidthPs);
+    result["binWidthPs"] = jsonNumber(histogram.BinWidthPs);
     result["syncPeriodPs"] = nullptr;
-    if (histogram.SyncPeriodPs > 0) result["syncPeriodPs"] = histogram.SyncPeriodPs;
+    if (histogram.SyncPeriodPs > 0) result["syncPeriodPs"] = jsonNumber(histogram.SyncPeriodPs);
     result["refChan"] = nullptr;
-    if (measured.From.MeasMode == 2) result["refChan"] = options.RefChan.value_or(0);
+    if (measured.From.MeasMode == 2) result["refChan"] = histogram.RefChan;
     result["channels"] = channelsJson(measured.From, [&](int64_t row) { return histogram.row(row); });
     return result;
 }
+
+namespace {
 
 // What is drawn ends with the sync period, or with the last bin that has a count.
 size_t shownBins(const Recording &recording, const Histogram &histogram)
@@ -169,8 +158,8 @@ int runHistogram(const HistogramOptions &options, const HostOptions &host)
          .Start = [&](uint8_t *finished) { getHistogram(nullptr, 0, 0, 0, histogram.Counts.data(), finished); },
          .IsEmpty = [&] { return isAllZero(histogram.Counts); },
          .Needs = "events, in T2 behind one on --ref-chan",
-         .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
-         .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
+         .Csv = [&](const Measured &measured) { return histogramCsv(histogram, measured); },
+         .Json = [&](const Measured &measured) { return histogramJson(histogram, measured); },
          .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); }});
 }
 

@@ -93,10 +93,11 @@ void addChannels(fmt::memory_buffer &text, const Recording &recording)
         const object &channel = channels[i].as_object();
         const value *trigger = channel.if_contains("TrigMode");
         const bool isEdge = trigger && trigger->as_string() == "Edge";
-        fmt::format_to(out, "  {:<5} {:<24} {:<8} {:>10} {:>10.0f} {:>12.0f}\n", i + 1,
+        fmt::format_to(out, "  {:<5} {:<24} {:<8} {:>10} {:>10} {:>12}\n", i + 1,
                        rowName(recording, static_cast<int64_t>(i + 1)),
                        numberOf(channel, "ChanEna") != 0 ? "yes" : "no", trigger ? textOf(*trigger) : "",
-                       numberOf(channel, isEdge ? "TrigLvl" : "DiscrLvl"), numberOf(channel, "ChanOffs"));
+                       fmt::format("{:.10g}", numberOf(channel, isEdge ? "TrigLvl" : "DiscrLvl")),
+                       fmt::format("{:.10g}", numberOf(channel, "ChanOffs")));
     }
 }
 
@@ -105,7 +106,7 @@ void addRun(fmt::memory_buffer &text, const object &run)
     heading(text, "Last run");
     row(text, "Acquisition time", timeText(numberOf(run, "AcqTime") * 1e9));
     row(text, "Stop reason", textOf(run.at("StopReason")));
-    row(text, "Stopped after", fmt::format("{:g} ms", numberOf(run, "StopAfter")));
+    row(text, "Stopped after", fmt::format("{:.10g} ms", numberOf(run, "StopAfter")));
     row(text, "Warnings", fmt::format("{:#x}", static_cast<int64_t>(numberOf(run, "WarningsFlag"))));
     row(text, "Records", textOf(run.at("NumRecs")));
 }

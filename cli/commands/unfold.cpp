@@ -95,7 +95,7 @@ boost::json::object headJson(const Measured &measured)
 {
     boost::json::object head = recordingKeys(measured, schema);
     head["dtimePs"] = nullptr;
-    if (measured.From.MeasMode == 3) head["dtimePs"] = measured.From.Config.at("Resolution");
+    if (measured.From.MeasMode == 3) head["dtimePs"] = jsonNumber(measured.From.ResolutionPs);
     return head;
 }
 

@@ -64,6 +64,13 @@ std::string csvText(const std::vector<std::string> &notes, std::span<const Colum
     return fmt::to_string(text);
 }
 
+boost::json::value jsonNumber(double value)
+{
+    if (!std::isfinite(value)) return nullptr;
+    const bool isWhole = value == std::floor(value) && std::abs(value) < 0x1p53;
+    return isWhole ? boost::json::value(static_cast<int64_t>(value)) : boost::json::value(value);
+}
+
 boost::json::array jsonArray(const Column &column)
 {
     boost::json::array array;

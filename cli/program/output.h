@@ -23,6 +23,9 @@ struct Column
 // `notes` become comment lines; all columns have the same length. What is no number is "nan".
 std::string csvText(const std::vector<std::string> &notes, std::span<const Column> columns);
 
+// Without a fraction an integer, so that 25 is written as 25; what is infinite or no number is null.
+boost::json::value jsonNumber(double value);
+
 // What is infinite or no number is null.
 boost::json::array jsonArray(const Column &column);
 
