@@ -98,7 +98,6 @@ void walkLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t 
         cursors[k] = walked(cursors[k], work.Grid.Edges[k], ring, time);
         if (k > 0) counts[k - 1] += cursors[k] - cursors[k - 1];
     }
-    work.Search.CountedAt[row] = ring.Tail;
 }
 
 uint64_t countG2Until(CorrelationWork &work, const TimedEvents &events, uint64_t limit, bool &reached)
@@ -112,19 +111,11 @@ uint64_t countG2Until(CorrelationWork &work, const TimedEvents &events, uint64_t
     return events.Count;
 }
 
-void countCorrelationPlain(CorrelationWork &work, const TimedEvents &events)
+void countG2Events(CorrelationWork &work, const TimedEvents &events)
 {
-    for (uint64_t i = 0; i < events.Count; ++i) {
-        if (!isCorrelated(work.Params, events.Channels[i])) continue;
-        const CorrelatedEvent event = correlated(work.Params, events.Times[i], events.Channels[i]);
-        auto scan = [&](size_t row, const TimeRing &ring, uint64_t time) { scanLags(work, row, ring, time); };
-        auto walk = [&](size_t row, const TimeRing &ring, uint64_t time) { walkLags(work, row, ring, time); };
-        switch (work.Params.CorrMode) {
-        case CorrMode::G2: countG2Event(work, event, UINT64_MAX); break;
-        case CorrMode::FFCS: countLagsEvent(work, event, walk); break;
-        default: countLagsEvent(work, event, scan); break;
-        }
-    }
+    for (uint64_t i = 0; i < events.Count; ++i)
+        if (isCorrelated(work.Params, events.Channels[i]))
+            countG2Event(work, correlated(work.Params, events.Times[i], events.Channels[i]), UINT64_MAX);
 }
 
 void countCorrelation(CorrelationWork &work, const TimedEvents &events)

@@ -27,8 +27,8 @@ void countCorrelation(CorrelationWork &work, const TimedEvents &events);
 // The number of events taken; `reached` tells whether it was for that.
 uint64_t countG2Until(CorrelationWork &work, const TimedEvents &events, uint64_t limit, bool &reached);
 
-// Event by event, each scan and walk as it is defined: what the block loops are compared with.
-void countCorrelationPlain(CorrelationWork &work, const TimedEvents &events);
+// g2, event by event: what the block loop leaves to it.
+void countG2Events(CorrelationWork &work, const TimedEvents &events);
 
 // The block loops, by mode.
 void countG2Block(CorrelationWork &work, const TimedEvents &events);
@@ -51,7 +51,7 @@ inline CorrelatedEvent correlated(const CorrelationParams &params, uint64_t time
     return {time, channel == params.CorrChan1, channel == params.CorrChan2};
 }
 
-// Gate, pair counts and push of an event in FCS and FFCS. `countPairs(row, ring, time)` counts the event
+// Gate, pair counts and push of an event in FCS and FFCS. `countPairs(work, row, ring, time)` counts the event
 // against a ring.
 template <class CountPairs>
 void countLagsEvent(CorrelationWork &work, const CorrelatedEvent &event, CountPairs countPairs)
@@ -59,8 +59,8 @@ void countLagsEvent(CorrelationWork &work, const CorrelatedEvent &event, CountPa
     auto countOn = [&](size_t channel) {
         if (work.Gate) {
             ++work.CorrCounts[channel];
-            countPairs(2 * channel, work.Rings[0], event.Time);
-            countPairs(2 * channel + 1, work.Rings[1], event.Time);
+            countPairs(work, 2 * channel, work.Rings[0], event.Time);
+            countPairs(work, 2 * channel + 1, work.Rings[1], event.Time);
         }
         work.LastTimes[channel] = event.Time;
         if (push(work.Rings[channel], event.Time, work.Grid.Edges.back()) > 0) work.Gate = true;
@@ -72,6 +72,7 @@ void countLagsEvent(CorrelationWork &work, const CorrelatedEvent &event, CountPa
 }
 
 // FCS: the scan of a ring from the newest time back. FFCS: the walk of a row's cursors, and what it counts.
+// Each as it is defined, for any times.
 void scanLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time);
 void walkLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time);
 

@@ -28,7 +28,7 @@ bool isContiguous(const LagGrid &grid)
 }
 
 // FCS counts an age by the first bin whose end isn't below it, and none up to the first edge; FFCS by edges.
-std::vector<uint64_t> searchedLags(const CorrelationWork &work)
+std::vector<uint64_t> searchLags(const CorrelationWork &work)
 {
     if (work.Params.CorrMode == CorrMode::FFCS) return work.Grid.Edges;
     if (!isContiguous(work.Grid)) return {};
@@ -43,11 +43,8 @@ void setUpLags(CorrelationWork &work, const Device &device)
     work.Grid = lagGridOf(device, work.Params);
     work.Lags = work.Grid.Edges.size();
     work.Gate = false;
-    work.Search.Lags = searchedLags(work);
-    for (auto &cursors : work.Search.Cursors) cursors.assign(work.Search.Lags.size(), 0);
-    work.Search.CountedAt.fill(TimeRing::FrontSpace);
-    if (work.Params.CorrMode != CorrMode::FFCS) return;
-    for (auto &cursors : work.LagCursors) cursors.assign(work.Lags, 0);
+    work.SearchLags = searchLags(work);
+    for (auto &cursors : work.LagCursors) cursors.assign(work.SearchLags.size(), 0);
 }
 
 } // namespace

@@ -22,27 +22,22 @@ inline constexpr uint32_t G2 = 0, FCS = 1, FFCS = 2;
 //   3 |                                          | CorrChan2 against ring 1: auto 2
 inline constexpr size_t corrRowCount = 4;
 
-// What the block loops keep from block to block; nothing of it shows in a result.
-struct LagSearch
-{
-    std::vector<uint64_t> Lags;                              // an age beyond each is what is looked for
-    std::array<std::vector<uint64_t>, corrRowCount> Cursors; // FCS: number of the first time not beyond the lag
-    std::array<uint64_t, corrRowCount> CountedAt{};          // FFCS: the ring's tail at the row's last count
-    uint64_t CountedTime = 0;                                // ps, of the last event that was counted so
-};
-
 struct CorrelationWork
 {
     CorrelationParams Params; // as they were at the run's start
     uint64_t Lags = 0;        // elements of a row
     LagGrid Grid;             // FCS, FFCS
     std::array<PageArray<uint64_t>, corrRowCount> Rows;
-    std::array<std::vector<uint64_t>, corrRowCount> LagCursors; // FFCS: ring entries younger than the lag
-    std::array<TimeRing, 2> Rings;                              // of CorrChan1 and CorrChan2
-    std::array<uint64_t, 2> CorrCounts{};                       // events counted on each channel
-    std::array<uint64_t, 2> FirstTime{}, LastTimes{};           // ps; first counted, last seen; 0: none
-    bool Gate = true;                                           // FCS, FFCS: the longest lag has passed once
-    LagSearch Search;
+    // FCS: an age counts in bin k if it is beyond SearchLags[k] and not beyond SearchLags[k + 1]; empty where
+    // the bins aren't contiguous. FFCS: the edges. Ascends.
+    std::vector<uint64_t> SearchLags;
+    // FFCS: for each row and edge the ring's entries that are younger. FCS: for each row and lag about how many
+    // aren't beyond it; only says where a search begins.
+    std::array<std::vector<uint64_t>, corrRowCount> LagCursors;
+    std::array<TimeRing, 2> Rings;                    // of CorrChan1 and CorrChan2
+    std::array<uint64_t, 2> CorrCounts{};             // events counted on each channel
+    std::array<uint64_t, 2> FirstTime{}, LastTimes{}; // ps; first counted, last seen; 0: none
+    bool Gate = true;                                 // FCS, FFCS: the longest lag has passed once
     std::array<std::vector<uint32_t>, 2> Seen; // of each event of a block: times of the other ring before it
 };
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 
 namespace Tessel {
 
@@ -15,21 +16,25 @@ namespace {
 
 constexpr uint64_t groupEvents = 512; // their places stay in the first-level cache
 constexpr int mostRounds = 24;        // events with more pairs are worth a loop of their own
-constexpr uint64_t timeLimit = uint64_t{1} << 63;
 
-// Events of one channel against the ring of the other.
+// Events of one channel against the ring of the other. A start is counted against the stops before
+// Stops + Seen[start], from the newest back to the first that is Span or more away.
+//
+// R1: the starts ascend, and all times are below TimeRing::TimeLimit.
+// R2: before the oldest stop there is a fence, Span or more away from each start.
+// R3: no stop is 0, and none that should have left the ring within the block is reached.
 struct G2Row
 {
     const uint64_t *Starts;
     uint64_t Count;
-    const uint32_t *Seen;  // of each start: times of the other ring before it in this block
-    const uint64_t *Stops; // the other ring's times of this block; before its head lies a fence beyond all bins
+    const uint32_t *Seen;  // of each start: stops of this block before it
+    const uint64_t *Stops; // the first of this block, behind those of the ring
     uint64_t Span;         // ps; pairs at this distance and beyond have no bin
     uint64_t *Counts;
 };
 
-// The events of a group that have a pair yet to come, and the distances of the pairs just found: as many, for
-// each pair found leaves an event to go on with.
+// The events that have a pair yet to come: event i is compared with the time at Stops[i] next. Distances[i] is
+// that of the pair just found, which is its last so far. No stop lies before the fence of its row.
 struct G2Group
 {
     uint64_t Size = 0;
@@ -38,7 +43,9 @@ struct G2Group
     std::array<uint64_t, groupEvents> Distances;
 };
 
-// Compares `size` events with a time each, as `eventAt` tells them. The number of pairs at equal times.
+// Compares `size` events with a time each, as `eventAt` says; those that have a pair there are the group from
+// then on. They are packed to the front of it, never beyond the event that is looked at. The number of pairs at
+// equal times.
 template <class Division, class EventAt>
 uint64_t compareAll(G2Group &group, const G2Row &row, const Division division, uint64_t size, EventAt eventAt)
 {
@@ -95,6 +102,7 @@ uint64_t finishGroup(const G2Group &group, const G2Row &row, const Division divi
     return equal;
 }
 
+// Needs R1 to R3. The number of pairs at equal times.
 template <class Division>
 uint64_t countRowWith(const Division division, const G2Row &row)
 {
@@ -115,15 +123,10 @@ uint64_t countRow(const G2Row &row, uint64_t binWidth)
     return countRowWith(ReciprocalDivision(binWidth), row);
 }
 
-uint64_t *writeEnd(const TimeRing &ring)
-{
-    return ring.Times.get() + (ring.Tail - ring.Base);
-}
-
 // Writes the times of each channel behind the tail of its ring, without a branch on the channel.
 std::array<uint64_t, 2> split(CorrelationWork &work, const TimedEvents &events)
 {
-    uint64_t *first = writeEnd(work.Rings[0]), *second = writeEnd(work.Rings[1]);
+    uint64_t *first = work.Rings[0].behindTail(), *second = work.Rings[1].behindTail();
     uint32_t *firstSeen = work.Seen[0].data(), *secondSeen = work.Seen[1].data();
     // No channel below the markers matches one that can't be.
     const uint64_t chan1 = work.Params.CorrChan1 < ChannelCode::Special ? work.Params.CorrChan1 : UINT64_MAX;
@@ -141,31 +144,43 @@ std::array<uint64_t, 2> split(CorrelationWork &work, const TimedEvents &events)
     return {count1, count2};
 }
 
-// Whether the times written behind the ring's tail ascend from its latest one on and nothing is 0 or could
-// wrap. Then no time leaves the ring before it is beyond all bins of every event that comes.
+// Whether the times behind the ring's tail ascend from its latest one on, and nothing is 0 or could wrap: what
+// pushWritten needs, R1 and R3. For a stop leaves with a newest one that is more than the window, so Span or
+// more, behind it. A start from that newest one on is as far from the stop, and an earlier start ends at the
+// newest, from which its distance wraps.
 bool isRegular(const TimeRing &ring, uint64_t written)
 {
     if (ring.VisibleFrom > ring.Head) return false;
-    const uint64_t *times = writeEnd(ring);
+    const uint64_t *times = ring.behindTail();
     uint64_t last = ring.count() > 0 ? ring.Latest : 1;
     bool ascends = true;
     for (uint64_t i = 0; i < written; ++i) {
         ascends &= times[i] >= last;
         last = times[i];
     }
-    return ascends && last < timeLimit;
+    return ascends && last < TimeRing::TimeLimit;
 }
 
 void countChannel(CorrelationWork &work, size_t channel, uint64_t written)
 {
     TimeRing &other = work.Rings[1 - channel];
-    const uint64_t *starts = writeEnd(work.Rings[channel]);
+    const uint64_t *starts = work.Rings[channel].behindTail();
     const uint64_t span = work.Lags * work.Params.CorrBinWidth;
-    other.Times[other.Head - other.Base - 1] = starts[0] - span; // the fence
-    const uint64_t equal =
-        countRow({starts, written, work.Seen[channel].data(), writeEnd(other), span, work.Rows[channel].get()},
-                 work.Params.CorrBinWidth);
+    other.Times[other.place(other.Head) - 1] = starts[0] - span; // R2
+    const uint64_t equal = countRow(
+        {starts, written, work.Seen[channel].data(), other.behindTail(), span, work.Rows[channel].get()},
+        work.Params.CorrBinWidth);
     work.Rows[1 - channel][0] += equal; // equal times count in both rows
+}
+
+// The events of a channel become times of its ring.
+void pushChannel(CorrelationWork &work, size_t channel, uint64_t written)
+{
+    TimeRing &ring = work.Rings[channel];
+    if (work.FirstTime[channel] == 0) work.FirstTime[channel] = *ring.behindTail();
+    work.CorrCounts[channel] += written;
+    pushWritten(ring, written, work.Params.CorrWindow);
+    work.LastTimes[channel] = ring.Latest;
 }
 
 } // namespace
@@ -176,19 +191,14 @@ void countG2Block(CorrelationWork &work, const TimedEvents &events)
         reserve(work.Rings[channel], events.Count);
         work.Seen[channel].resize(events.Count + 1);
     }
+    assert(holds(work.Rings[0]) && holds(work.Rings[1]));
     const auto written = split(work, events);
     if (work.Lags == 0 || !isRegular(work.Rings[0], written[0]) || !isRegular(work.Rings[1], written[1]))
-        return countCorrelationPlain(work, events);
+        return countG2Events(work, events);
     for (size_t channel = 0; channel < 2; ++channel)
         if (written[channel] > 0) countChannel(work, channel, written[channel]);
-    for (size_t channel = 0; channel < 2; ++channel) {
-        if (written[channel] == 0) continue;
-        TimeRing &ring = work.Rings[channel];
-        if (work.FirstTime[channel] == 0) work.FirstTime[channel] = ring.time(ring.Tail);
-        work.CorrCounts[channel] += written[channel];
-        pushWritten(ring, written[channel], work.Params.CorrWindow);
-        work.LastTimes[channel] = ring.Latest;
-    }
+    for (size_t channel = 0; channel < 2; ++channel)
+        if (written[channel] > 0) pushChannel(work, channel, written[channel]);
 }
 
 } // namespace Tessel

@@ -17,26 +17,29 @@ struct RankTie
     uint64_t RankBefore, Rank; // of the start before it (of the first start: the cursor given), and of it
 };
 
-// All times and lags are below 2^63.
+// J1: all times and lags are below 2^63.
+// J2: the starts ascend, and so do the stops from the lowest cursor on; what lies before that isn't looked at.
+// J3: behind the last stop there are StopsBehind times INT64_MAX.
+// J4: a cursor is at most the rank of the first start.
 struct RankJob
 {
     static constexpr uint64_t StopsBehind = 8;
 
-    const uint64_t *Starts; // ascending
-    uint64_t StartCount;
-    const uint64_t *Stops; // ascending from the lowest cursor on; behind the last one StopsBehind x INT64_MAX
+    const uint64_t *Starts;
+    uint64_t StartCount; // above 0
+    const uint64_t *Stops;
     const uint64_t *Lags;
     uint64_t LagCount;
-    uint64_t
-        *Cursors;   // for each lag an index at most the rank of the first start; becomes that of the last one
-    uint64_t *Sums; // for each lag the sum of ranks, added
+    uint64_t *Cursors; // for each lag an index into the stops; becomes the rank of the last start
+    uint64_t *Sums;    // for each lag the sum of ranks, added
 };
 
+// J1 to J4. For assertions.
+bool holds(const RankJob &job);
+
+// Needs J1 to J4.
 void rankSums(const RankJob &job);
 // The same, and appends every tie, those of a lag in the order of starts.
 void rankSums(const RankJob &job, std::vector<RankTie> &ties);
-
-// In the plainest form.
-void rankSumsPlain(const RankJob &job, std::vector<RankTie> *ties);
 
 } // namespace Tessel

@@ -5,6 +5,7 @@
 #include "measurements/rank_sums.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 
 // This file once for each instruction set; what comes behind foreach_target.h is compiled for each.
@@ -55,7 +56,8 @@ static_assert(StopsBefore::Width <= RankJob::StopsBehind);
 
 constexpr uint64_t LargestGroup = 16;
 
-// The lags from `from` on, `size` of them.
+// The lags from `from` on, `size` of them. Behind each start ranks[k] is its rank at lag k, and a cursor never
+// goes beyond the stops: a fence isn't before any start.
 template <bool FindTies>
 void rankGroup(const RankJob &job, uint64_t from, uint64_t size, std::vector<RankTie> *ties)
 {
@@ -114,28 +116,34 @@ namespace Tessel {
 
 HWY_EXPORT(rankSumsTarget);
 
+bool holds(const RankJob &job)
+{
+    const uint64_t lowest = job.LagCount ? *std::min_element(job.Cursors, job.Cursors + job.LagCount) : 0;
+    uint64_t end = lowest;
+    while (job.Stops[end] < INT64_MAX && job.Stops[end] <= job.Stops[end + 1]) ++end;
+    bool all = std::all_of(job.Stops + end, job.Stops + end + RankJob::StopsBehind,
+                           [](uint64_t stop) { return stop == INT64_MAX; }); // J2, J3
+    all &= std::is_sorted(job.Starts, job.Starts + job.StartCount);
+    all &= job.Starts[job.StartCount - 1] <= INT64_MAX; // J1
+    for (uint64_t k = 0; k < job.LagCount; ++k) {
+        const auto before = static_cast<int64_t>(job.Starts[0] - job.Lags[k]);
+        const uint64_t cursor = job.Cursors[k];
+        all &= job.Lags[k] <= INT64_MAX && cursor <= end;
+        all &= cursor == lowest || static_cast<int64_t>(job.Stops[cursor - 1]) < before; // J4
+    }
+    return all;
+}
+
 void rankSums(const RankJob &job)
 {
+    assert(holds(job));
     HWY_DYNAMIC_DISPATCH(rankSumsTarget)(job, nullptr);
 }
 
 void rankSums(const RankJob &job, std::vector<RankTie> &ties)
 {
+    assert(holds(job));
     HWY_DYNAMIC_DISPATCH(rankSumsTarget)(job, &ties);
-}
-
-void rankSumsPlain(const RankJob &job, std::vector<RankTie> *ties)
-{
-    for (uint64_t k = 0; k < job.LagCount; ++k)
-        for (uint64_t i = 0; i < job.StartCount; ++i) {
-            const auto before = static_cast<int64_t>(job.Starts[i] - job.Lags[k]);
-            uint64_t &rank = job.Cursors[k];
-            const uint64_t rankBefore = rank;
-            while (static_cast<int64_t>(job.Stops[rank]) < before) ++rank;
-            job.Sums[k] += rank;
-            if (ties && static_cast<int64_t>(job.Stops[rank]) == before)
-                ties->push_back({k, i, rankBefore, rank});
-        }
 }
 
 } // namespace Tessel

@@ -1,6 +1,8 @@
 #include "measurements/time_ring.h"
 
 #include <algorithm>
+#include <cassert>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <unistd.h>
@@ -19,11 +21,18 @@ uint64_t sensibleCapacity()
     return std::max(bytes / 4 / sizeof(uint64_t), 2 * TimeRing::MinCapacity);
 }
 
-// The live part into `fresh`, at its front; or within the same memory.
-void moveLive(const TimeRing &ring, uint64_t *from, uint64_t *to)
+// The live part, from the front of `to` on; within one memory or into another.
+void moveLive(const TimeRing &ring, const uint64_t *from, uint64_t *to)
 {
-    const uint64_t *live = from + (ring.Head - ring.Base);
+    const uint64_t *live = from + ring.place(ring.Head);
     std::copy(live, live + ring.count(), to + TimeRing::FrontSpace);
+}
+
+void moveToFront(TimeRing &ring)
+{
+    moveLive(ring, ring.Times.get(), ring.Times.get());
+    if (ring.Ordered) moveLive(ring, ring.Ordered.get(), ring.Ordered.get());
+    ring.Base = ring.Head - TimeRing::FrontSpace;
 }
 
 void grow(TimeRing &ring, uint64_t needed)
@@ -38,43 +47,81 @@ void grow(TimeRing &ring, uint64_t needed)
     ring.Times = std::move(times);
     ring.Ordered = std::move(ordered);
     ring.Capacity = capacity;
+    ring.Base = ring.Head - TimeRing::FrontSpace;
 }
 
-// The times behind `late` are lowered to it: whoever looks back from now on meets `late` first.
+// Needs that the visible times ascend, so that Ordered is as Times.
+void startOrdered(TimeRing &ring)
+{
+    if (!ring.Ordered.allocate(ring.Capacity)) throw std::bad_alloc();
+    const uint64_t *times = ring.Times.get();
+    std::copy(times + ring.place(ring.Head), times + ring.place(ring.Tail),
+              ring.Ordered.get() + ring.place(ring.Head));
+}
+
+// Keeps I5 and I6 for a time that is about to come behind later ones: these are lowered to it, for whoever
+// looks back from then on meets it first.
 void lowerOrdered(TimeRing &ring, uint64_t late)
 {
-    if (!ring.Ordered) {
-        if (!ring.Ordered.allocate(ring.Capacity)) throw std::bad_alloc();
-        const uint64_t *times = ring.Times.get();
-        std::copy(times + (ring.Head - ring.Base), times + (ring.Tail - ring.Base),
-                  ring.Ordered.get() + (ring.Head - ring.Base));
-    }
-    for (uint64_t i = ring.Tail; i > ring.visibleHead() && ring.Ordered[i - 1 - ring.Base] > late; --i) {
-        ring.LateUntil = std::max(ring.LateUntil, ring.time(i - 1));
-        ring.Ordered[i - 1 - ring.Base] = late;
+    if (!ring.Ordered) startOrdered(ring);
+    for (uint64_t n = ring.Tail; n > ring.visibleHead() && ring.Ordered[ring.place(n - 1)] > late; --n) {
+        const uint64_t lowered = ring.time(n - 1);
+        if (lowered < TimeRing::TimeLimit) ring.LateUntil = std::max(ring.LateUntil, lowered);
+        ring.Ordered[ring.place(n - 1)] = late;
     }
 }
 
 void findLatest(TimeRing &ring)
 {
     const uint64_t *times = ring.Times.get();
-    const uint64_t *latest = std::max_element(times + (ring.Head - ring.Base), times + (ring.Tail - ring.Base));
+    const uint64_t *latest = std::max_element(times + ring.place(ring.Head), times + ring.place(ring.Tail));
     ring.Latest = *latest;
     ring.LatestAt = static_cast<uint64_t>(latest - times) + ring.Base;
 }
 
+// Needs that `time` is in the ring, where it ends the search.
 uint64_t removeOld(TimeRing &ring, uint64_t time, uint64_t window)
 {
-    const uint64_t *times = ring.Times.get() + (ring.Head - ring.Base);
+    const uint64_t *times = ring.Times.get() + ring.place(ring.Head);
     uint64_t old = 0;
-    while (time - times[old] > window) ++old; // the new time itself ends the search
+    while (time - times[old] > window) ++old;
     ring.Head += old;
     if (ring.count() == 1) ring.LateUntil = 0;
     if (ring.LatestAt < ring.Head) findLatest(ring);
     return old;
 }
 
+bool hasRoom(const TimeRing &ring) // I1
+{
+    return ring.place(ring.Head) >= TimeRing::FrontSpace && ring.Head <= ring.Tail &&
+           ring.place(ring.Tail) + TimeRing::BackSpace <= ring.Capacity;
+}
+
+bool holdsLatest(const TimeRing &ring) // I4
+{
+    return ring.count() == 0 ||
+           (ring.Head <= ring.LatestAt && ring.LatestAt < ring.Tail && ring.time(ring.LatestAt) == ring.Latest);
+}
+
 } // namespace
+
+bool holds(const TimeRing &ring)
+{
+    bool all = hasRoom(ring) && holdsLatest(ring) && ring.VisibleFrom <= ring.Tail;
+    uint64_t earliest = std::numeric_limits<uint64_t>::max();
+    for (uint64_t n = ring.Tail; all && n-- > ring.Head;) {
+        const uint64_t time = ring.time(n);
+        earliest = std::min(earliest, time);
+        all &= time <= ring.Latest;
+        if (n > ring.Head && n > ring.DescentAt) all &= time >= ring.time(n - 1);
+        if (n < ring.VisibleFrom) continue;
+        all &= time != 0;
+        if (!ring.WantsOrdered) continue;
+        all &= ring.ordered()[ring.place(n)] == earliest;
+        all &= time == earliest || time >= TimeRing::TimeLimit || time <= ring.LateUntil;
+    }
+    return all;
+}
 
 void setUpRing(TimeRing &ring, bool wantsOrdered)
 {
@@ -87,21 +134,18 @@ void setUpRing(TimeRing &ring, bool wantsOrdered)
 void reserve(TimeRing &ring, uint64_t more)
 {
     constexpr uint64_t cheapMove = 8192;
-    const uint64_t unused = ring.Head - ring.Base - TimeRing::FrontSpace, live = ring.count();
+    const uint64_t gone = ring.place(ring.Head) - TimeRing::FrontSpace, live = ring.count();
     const uint64_t needed = TimeRing::FrontSpace + live + more + TimeRing::BackSpace;
     if (needed > ring.Capacity - ring.Capacity / 4)
         grow(ring, needed); // a ring that is nearly full would move back too often
-    else if (unused >= std::max(2 * live, cheapMove) || unused + needed > ring.Capacity) {
-        moveLive(ring, ring.Times.get(), ring.Times.get());
-        if (ring.Ordered) moveLive(ring, ring.Ordered.get(), ring.Ordered.get());
-    } else
-        return;
-    ring.Base = ring.Head - TimeRing::FrontSpace;
+    else if (gone >= std::max(2 * live, cheapMove) || gone + needed > ring.Capacity)
+        moveToFront(ring);
+    assert(ring.place(ring.Tail) + more + TimeRing::BackSpace <= ring.Capacity);
 }
 
 uint64_t push(TimeRing &ring, uint64_t time, uint64_t window)
 {
-    if (ring.Tail - ring.Base + TimeRing::BackSpace >= ring.Capacity) reserve(ring, 1);
+    if (ring.place(ring.Tail) + TimeRing::BackSpace >= ring.Capacity) reserve(ring, 1);
     if (ring.count() > 0 && time < ring.time(ring.Tail - 1)) {
         ring.DescentAt = ring.Tail;
         if (ring.WantsOrdered && time != 0) lowerOrdered(ring, time);
@@ -111,19 +155,23 @@ uint64_t push(TimeRing &ring, uint64_t time, uint64_t window)
         ring.Latest = time;
         ring.LatestAt = ring.Tail;
     }
-    ring.Times[ring.Tail - ring.Base] = time;
-    if (ring.Ordered) ring.Ordered[ring.Tail - ring.Base] = time;
+    ring.Times[ring.place(ring.Tail)] = time;
+    if (ring.Ordered) ring.Ordered[ring.place(ring.Tail)] = time;
     ++ring.Tail;
-    return removeOld(ring, time, window);
+    const uint64_t removed = removeOld(ring, time, window);
+    assert(hasRoom(ring) && holdsLatest(ring));
+    return removed;
 }
 
 void pushWritten(TimeRing &ring, uint64_t count, uint64_t window)
 {
     if (count == 0) return;
+    assert(ring.time(ring.Tail) != 0 && (ring.count() == 0 || ring.time(ring.Tail) >= ring.Latest));
     ring.Tail += count;
     ring.LatestAt = ring.Tail - 1;
     ring.Latest = ring.time(ring.LatestAt);
     removeOld(ring, ring.Latest, window);
+    assert(holds(ring));
 }
 
 } // namespace Tessel

@@ -3,6 +3,7 @@
 #include "measurements/correlation_count.h"
 #include "measurements/correlation_result.h"
 #include "measurements/correlation_setup.h"
+#include "support/plain_correlation.h"
 #include "support/reference_correlation.h"
 #include "support/simd_targets.h"
 

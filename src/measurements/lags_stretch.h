@@ -1,0 +1,59 @@
+// A stretch of FCS or FFCS: events in the order of time, whose pairs are counted by ranks, all events at once.
+// No lock and no thread.
+//
+// A row counts starts (its events) against stops (the times of a ring). The rank of a start at a lag is the
+// place of the first stop that isn't more than the lag older. Both ascend, so stops of the stretch that come
+// behind a start are never before its rank, and each row can be counted as if the ring held all of them.
+#pragma once
+
+#include "measurements/correlation_work.h"
+
+namespace Tessel {
+
+// The events of channel r stand behind the tail of ring r, in Ordered too where there is one; the ring doesn't
+// count them yet. `Seen[r][i]` of the work tells how many of the other channel come before event i.
+//
+// S1: the gate is open, so each of them counts.
+// S2: their times ascend over both channels, and none is before the latest one of a ring.
+// S3: none is 0, and all are below TimeRing::TimeLimit.
+// S4: FFCS: the times of both rings ascend, and no lag is 0, for which a stop behind its start would matter.
+// S5: FCS: a time of a ring that a later one fell below is more than the first edge older than each of them.
+struct Stretch
+{
+    std::array<uint64_t, 2> Count{};
+    uint64_t RegularFrom = 0; // ps; an event from here on, below the limit, keeps S1 to S5
+};
+
+// S2 and S3, what the rings must hold for them, and S4. For assertions.
+bool holds(const CorrelationWork &work, const Stretch &stretch);
+
+// One row of a stretch.
+struct RowStretch
+{
+    size_t Row;
+    const TimeRing &Ring;
+    const uint64_t *Starts; // ps
+    uint64_t Count;         // of starts; above 0
+    const uint32_t *Seen;   // of each start: stops before it in this stretch; null: as its index
+
+    uint64_t seen(uint64_t start) const { return Seen ? Seen[start] : start; }
+    // The place behind the last stop that comes before the start.
+    uint64_t end(uint64_t start) const { return Ring.place(Ring.Tail) + seen(start); }
+};
+
+RowStretch rowStretch(const CorrelationWork &work, const Stretch &stretch, size_t row);
+
+// Need S1 to S5, and RankJob::StopsBehind fences behind the stops.
+void countFcsRow(CorrelationWork &work, const RowStretch &row);
+void countFfcsRow(CorrelationWork &work, const RowStretch &row);
+
+// For each lag a place in [head, rank of the first start], near that rank: where the cursor stood, if stops
+// that come leave its distance from the newest one as it was, but before all that aren't more than the lag
+// older. `cursors`: distances; `stops`: of the ring, ascending from `head` on.
+std::vector<uint64_t> firstPlaces(const RowStretch &row, const uint64_t *stops, uint64_t head,
+                                  const std::vector<uint64_t> &lags, const std::vector<uint64_t> &cursors);
+
+// A bin gains the pairs between its two lags: element k of the row sums[k] - sums[k + 1].
+void addDifferences(CorrelationWork &work, size_t row, const std::vector<uint64_t> &sums);
+
+} // namespace Tessel
