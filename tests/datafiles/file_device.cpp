@@ -36,6 +36,11 @@ std::string shown(const std::atomic<T> &value)
 using See = std::function<std::string(const Opened &)>;
 
 template <class T>
+See device(T DeviceConfig::*field)
+{
+    return [=](const Opened &opened) { return shown(opened.device.*field); };
+}
+template <class T>
 See device(T Device::*field)
 {
     return [=](const Opened &opened) { return shown(opened.device.*field); };
