@@ -1,7 +1,7 @@
 #include "datafiles/file_device.h"
 
 #include "datafiles/tag_reader.h"
-#include "devices/dead_time_table.h"
+#include "devices/families.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -128,25 +128,11 @@ void recordType(Reading &, const TagRecord &tag)
 
 void hardwareType(Reading &reading, const TagRecord &tag)
 {
-    struct Family
-    {
-        std::string_view Start;
-        Tessel::LibType LibType;
-    };
-    // Every text that "Cordalis 90" begins, "Cordalis" takes before it: files know no other order.
-    static constexpr Family families[] = {
-        {"Zephyrion", LibType::ZP},  {"Cordalis", LibType::CD},    {"Lumora 70", LibType::LM70},
-        {"Sarvex40", LibType::SV40}, {"Sarvex 40", LibType::SV40}, {"Cordalis 90", LibType::CD90},
-    };
     Device &device = reading.device;
     device.Model = text(reading, tag);
-    for (const Family &family : families)
-        if (device.Model.starts_with(family.Start)) {
-            device.LibType = family.LibType;
-            return;
-        }
-    device.LibType = LibType::LM70;
-    logErr(LogCategory::Device, "File: Not supported HW_Type: {}!", visible(device.Model));
+    std::optional<LibType> family = familyOfModel(device.Model);
+    device.LibType = family.value_or(LibType::LM70);
+    if (!family) logErr(LogCategory::Device, "File: Not supported HW_Type: {}!", visible(device.Model));
 }
 
 void serialNumber(Reading &reading, const TagRecord &tag)

@@ -3,7 +3,7 @@
 #include "api/library.h"
 #include "datafiles/custom_tags.h"
 #include "datafiles/tag_reader.h"
-#include "devices/ref_source.h"
+#include "devices/families.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -56,27 +56,6 @@ double creatingTimeNow()
     localtime_r(&seconds, &local);
     double wholeSeconds = static_cast<double>(seconds) - (local.tm_isdst > 0 ? 3600.0 : 0.0);
     return dateTimeOf1970 + wholeSeconds / secondsOfDay + static_cast<double>(ms % 1000) / 86400000.0;
-}
-
-// 0 if there is none. A SV40 has one for both modes: the mode is told by `Measurement_Mode`.
-uint32_t recordTypeOf(const Device &device)
-{
-    bool isT2 = device.MeasMode == MeasMode::T2;
-    if (!isT2 && device.MeasMode != MeasMode::T3) return 0;
-    switch (device.LibType) {
-    case LibType::ZP:
-    case LibType::LM70:
-    case LibType::CD90: return isT2 ? 0x00010207 : 0x00010307;
-    case LibType::CD: return isT2 ? 0x01010204 : 0x01010304;
-    case LibType::SV40:
-        if (device.Model == "Sarvex 40 N") return 0x00010205;
-        return device.Model == "Sarvex 40 P" ? 0x00010206 : 0;
-    case LibType::Undefined:
-    case LibType::Dummy: break;
-    }
-    logWrn(LogCategory::General, "Undefined MV_TAGID_TTRESULTFORMAT_TTTRRECTYPE for libType {}",
-           libTypeText(device.LibType));
-    return 0;
 }
 
 // T2: the resolution given, in seconds. T3: the sync period, 0 if there is no sync.

@@ -1,5 +1,6 @@
 #include "datafiles/recording.h"
 
+#include "devices/families.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -54,21 +55,6 @@ std::string faultOf(const RecordingParams &params)
     return {};
 }
 
-// A text that a reader takes for this family; CD90 files come back as CD.
-std::string_view modelOf(LibType family)
-{
-    switch (family) {
-    case LibType::ZP: return "Zephyrion";
-    case LibType::CD: return "Cordalis";
-    case LibType::SV40: return "Sarvex 40 N";
-    case LibType::LM70: return "Lumora 70";
-    case LibType::CD90: return "Cordalis 90";
-    case LibType::Undefined:
-    case LibType::Dummy: break;
-    }
-    return "";
-}
-
 // Binning steps from one resolution to the other, 0 if they aren't a power of two apart.
 int32_t binningOf(double base, double resolution)
 {
@@ -77,11 +63,11 @@ int32_t binningOf(double base, double resolution)
     return mantissa == 0.5 && exponent > 0 ? exponent - 1 : 0;
 }
 
-void describeDevice(Device &device, const RecordingParams &params)
+void describeDevice(DeviceConfig &device, const RecordingParams &params)
 {
     device.MeasMode = static_cast<MeasMode>(params.MeasMode);
     device.LibType = static_cast<LibType>(params.Family);
-    device.Model = modelOf(device.LibType);
+    device.Model = familyOf(device.LibType).Model;
     device.ID = params.Serial.empty() ? "0" : params.Serial;
     device.Comment = params.Comment;
     device.Features = Feature::TTTR;

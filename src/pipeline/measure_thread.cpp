@@ -1,5 +1,6 @@
 #include "pipeline/measure_thread.h"
 
+#include "devices/families.h"
 #include "devices/file_answers.h"
 #include "devices/primitives.h"
 #include "devices/result.h"
@@ -30,17 +31,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr int manipulatorStartTurns = 1000; // of 10 ms
-
-// Without an acquisition time such a device runs until it is stopped; any other gets the longest time there is.
-bool stopsBySoftware(const Device &device)
-{
-    switch (device.LibType) {
-    case LibType::LM70:
-    case LibType::CD90: return true;
-    case LibType::ZP: return device.Model.find('N') == std::string::npos;
-    default: return false;
-    }
-}
 
 void decideMeasControl(RunRef &ref)
 {

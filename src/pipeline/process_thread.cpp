@@ -1,5 +1,6 @@
 #include "pipeline/process_thread.h"
 
+#include "devices/families.h"
 #include "devices/primitives.h"
 #include "devices/thread_name.h"
 #include "log/log.h"
@@ -30,7 +31,7 @@ public:
         rules = {.Mode = device.MeasMode,
                  .NumChans = static_cast<uint32_t>(std::max(device.NumChans, 0)),
                  .SyncPeriodPs = static_cast<uint64_t>(device.SyncPeriodPs),
-                 .IgnoresCode18 = device.LibType == LibType::SV40};
+                 .IgnoresCode18 = familyOf(device.LibType).IgnoresCode18};
     }
 
     // One pass: take a batch if none is pending, hand it on. False: everything that was read is decoded, or the
