@@ -19,7 +19,8 @@ constexpr TextRule descriptionRule = {65535, "MeasDescription config string is t
 bool getDeviceConfig(char *buffer)
 {
     return guarded("getDeviceConfig", false, [&] {
-        std::string text = stringifyJsonDevConfig(*currentDevice().device);
+        DeviceRef target = currentDevice();
+        std::string text = stringifyJsonDevConfig(*target.device, stateOf(*target.device));
         if (LogLevel.Api) logInf(LogCategory::Progress, "API getDeviceConfig {}", text.size() + 1);
         return handOut(text, buffer, deviceConfigRule);
     });

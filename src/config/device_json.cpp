@@ -1,9 +1,13 @@
 #include "config/device_json.h"
 
 #include "api/library.h"
+#include "devices/fields.h"
 #include "log/log.h"
 
 #include <boost/json.hpp>
+
+#include <span>
+#include <type_traits>
 
 namespace Tessel {
 
@@ -12,120 +16,84 @@ namespace {
 using boost::json::array;
 using boost::json::object;
 
-array intArray(const std::vector<int32_t> &values)
+template <class T>
+boost::json::value valueText(const T &value, Meaning meaning)
 {
-    return array(values.begin(), values.end());
+    if constexpr (std::is_same_v<T, std::vector<int32_t>>)
+        return array(value.begin(), value.end());
+    else if constexpr (std::is_same_v<T, std::string>)
+        return boost::json::string_view(value);
+    else if constexpr (std::is_enum_v<T>)
+        return static_cast<int32_t>(value);
+    else if constexpr (std::is_same_v<T, uint32_t>)
+        return meaning == Meaning::Set ? boost::json::value(static_cast<int32_t>(value)) : value;
+    else
+        return value;
 }
 
-object moduleText(const ModuleRow &row)
+std::string_view triggerText(TrigMode mode)
 {
-    return {{"Index", row.Index}, {"ModelCode", row.ModelCode}, {"VersionCode", row.VersionCode}};
-}
-
-object channelText(const ChannelRow &row)
-{
-    object text = {{"Index", row.Index}, {"Name", row.Name}};
-    if (row.TrigMode == TrigMode::Edge) {
-        text["TrigMode"] = "Edge";
-        text["TrigLvl"] = row.TrigLvl;
-        text["TrigEdge"] = row.TrigEdge;
-    } else if (row.TrigMode == TrigMode::CFD) {
-        text["TrigMode"] = "CFD";
-        text["DiscrLvl"] = row.DiscrLvl;
-        text["ZeroXLvl"] = row.ZeroXLvl;
+    switch (mode) {
+    case TrigMode::Edge: return "Edge";
+    case TrigMode::CFD: return "CFD";
     }
-    text["ChanOffs"] = row.ChanOffs;
-    text["ChanEna"] = row.ChanEna;
-    text["DeadTime"] = row.DeadTimeOn == 1 ? row.DeadTime : 0;
-    text["TrigFeature"] = row.TrigFeature;
-    return text;
+    return {};
 }
 
-template <class Row, class ToText>
-array rowTexts(const std::vector<Row> &rows, ToText toText)
+// A trigger mode that has no text is left out.
+template <class Record>
+void addFields(object &text, const Record &record, std::span<const Field<Record>> fields)
+{
+    for (const Field<Record> &field : fields) {
+        if (!field.IsInJson) continue;
+        visitValue(record, field, [&]<class T>(const T &value) {
+            if constexpr (!std::is_same_v<T, TrigMode>)
+                text[field.Name] = valueText(value, field.Meaning);
+            else if (std::string_view mode = triggerText(value); !mode.empty())
+                text[field.Name] = mode;
+        });
+    }
+}
+
+template <class Row>
+array rowTexts(const std::vector<Row> &rows, std::span<const Field<Row>> fields)
 {
     array texts;
-    for (const Row &row : rows) texts.push_back(toText(row));
-    return texts;
-}
-
-void addIdentity(object &text, const Device &device)
-{
-    text["DeviceType"] = static_cast<int32_t>(device.DeviceType);
-    text["FileDevicePath"] = device.FileDevicePath;
-    text["ID"] = device.ID;
-    text["Index"] = device.Index.load();
-    text["Model"] = device.Model;
-    text["PartNo"] = device.PartNo;
-    text["Version"] = device.Version;
-    text["Features"] = static_cast<int32_t>(device.Features);
-    text["BaseResolution"] = device.BaseResolution;
-    text["Resolution"] = device.Resolution;
-    text["Binning"] = device.Binning;
-    text["NumChans"] = device.NumChans;
-    text["NumMods"] = device.NumMods;
-}
-
-void addSync(object &text, const Device &device)
-{
-    text["SyncDiv"] = device.SyncDiv;
-    if (device.SyncTrigMode == TrigMode::Edge) {
-        text["SyncTrigMode"] = "Edge";
-        text["SyncTrigLvl"] = device.SyncTrigLvl;
-        text["SyncTrigEdge"] = device.SyncTrigEdge;
-    } else if (device.SyncTrigMode == TrigMode::CFD) {
-        text["SyncTrigMode"] = "CFD";
-        text["SyncDiscrLvl"] = device.SyncDiscrLvl;
-        text["SyncZeroxLvL"] = device.SyncZeroxLvL;
+    for (const Row &row : rows) {
+        object text;
+        addFields(text, row, fields);
+        texts.push_back(std::move(text));
     }
-    text["SyncChannelOffset"] = device.SyncChannelOffset;
-    text["SyncChannelEnable"] = device.SyncChannelEnable;
-    text["SyncDeadTime"] = device.SyncDeadTimeOn == 1 ? device.SyncDeadTime : 0;
-}
-
-void addAcquisition(object &text, const Device &device)
-{
-    text["HystCode"] = device.HystCode;
-    text["TimingMode"] = device.TimingMode;
-    text["StopCount"] = device.StopCount;
-    text["Offset"] = device.Offset;
-    text["LengthCode"] = device.LengthCode;
-    text["NumBins"] = device.NumBins;
-    text["MeasControl"] = device.MeasControl;
-    text["StartEdge"] = device.StartEdge;
-    text["StopEdge"] = device.StopEdge;
-    text["TriggerOutput"] = device.TriggerOutput;
-    text["MarkerHoldoffTime"] = device.MarkerHoldoffTime;
-    text["HoldTime"] = device.HoldTime;
-    text["MarkerEdges"] = intArray(device.MarkerEdges);
-    text["MarkerEna"] = intArray(device.MarkerEna);
-}
-
-void addState(object &text, const Device &device)
-{
-    text["ModsCfg"] = rowTexts(device.ModsCfg, moduleText);
-    text["ChansCfg"] = rowTexts(device.ChansCfg, channelText);
-    text["MeasMode"] = static_cast<int32_t>(device.MeasMode);
-    text["RefSource"] = device.RefSource;
-    text["HwFilteRowWidth"] = device.HwFilteRowWidth;
-    text["IsInitialized"] = device.IsInitialized.load();
-    text["IsOpen"] = device.IsOpen.load();
-    text["IsConfigured"] = device.IsConfigured.load();
-    text["Error"] = device.Error;
-    text["LibType"] = static_cast<int32_t>(device.LibType);
-    text["Comment"] = device.Comment;
+    return texts;
 }
 
 } // namespace
 
-std::string stringifyJsonDevConfig(const Device &device)
+DeviceState stateOf(const Device &device)
 {
-    if (LogLevel.Config) logInf(LogCategory::Progress, "stringifyJsonDevConfig: \"{}\"", device.ID);
+    return {.Index = device.Index,
+            .IsInitialized = device.IsInitialized,
+            .IsOpen = device.IsOpen,
+            .IsConfigured = device.IsConfigured,
+            .Error = device.Error};
+}
+
+std::string stringifyJsonDevConfig(const DeviceConfig &config, const DeviceState &state)
+{
+    using Config = DeviceConfig;
+    if (LogLevel.Config) logInf(LogCategory::Progress, "stringifyJsonDevConfig: \"{}\"", config.ID);
     object text;
-    addIdentity(text, device);
-    addSync(text, device);
-    addAcquisition(text, device);
-    addState(text, device);
+    addFields(text, config, fieldsOf(&Config::DeviceType, &Config::ID));
+    text["Index"] = state.Index;
+    addFields(text, config, fieldsOf(&Config::Model, &Config::MarkerEna));
+    text["ModsCfg"] = rowTexts(config.ModsCfg, moduleFields());
+    text["ChansCfg"] = rowTexts(config.ChansCfg, channelFields());
+    addFields(text, config, fieldsOf(&Config::MeasMode, &Config::HwFilteRowWidth));
+    text["IsInitialized"] = state.IsInitialized;
+    text["IsOpen"] = state.IsOpen;
+    text["IsConfigured"] = state.IsConfigured;
+    text["Error"] = state.Error;
+    addFields(text, config, fieldsOf(&Config::LibType, &Config::Comment));
     return boost::json::serialize(text);
 }
 

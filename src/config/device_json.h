@@ -7,7 +7,9 @@
 
 namespace Tessel {
 
-std::string stringifyJsonDevConfig(const Device &device);
+DeviceState stateOf(const Device &device);
+
+std::string stringifyJsonDevConfig(const DeviceConfig &config, const DeviceState &state);
 
 // The ids of all devices, in table order.
 std::string stringifyDeviceIDs();

@@ -2,6 +2,7 @@
 
 #include "datafiles/tag_reader.h"
 #include "devices/families.h"
+#include "devices/fields.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -11,6 +12,8 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
+#include <span>
+#include <type_traits>
 
 namespace Tessel {
 
@@ -90,14 +93,34 @@ ChannelRow *channelOf(Reading &reading, const TagRecord &tag)
     return row;
 }
 
-void setChannel(Reading &reading, const TagRecord &tag, int32_t ChannelRow::*field, int32_t value)
+// The value of a field in its regular form, by the type of its member.
+template <class Record>
+void setField(Reading &reading, const TagRecord &tag, Record &record, const Field<Record> &field)
 {
-    if (ChannelRow *row = channelOf(reading, tag)) row->*field = value;
+    std::visit(
+        [&](auto member) {
+            auto &value = record.*member;
+            using T = std::remove_cvref_t<decltype(value)>;
+            if constexpr (std::is_same_v<T, std::string>) {
+                value = text(reading, tag);
+            } else if constexpr (std::is_same_v<T, double>) {
+                if (std::optional<double> ps = picoseconds(tag)) value = *ps;
+            } else if constexpr (std::is_same_v<T, std::vector<int32_t>>) {
+                if (indexBelow(reading, tag, entryLimit)) *grownTo(value, tag) = intOf(tag) != 0;
+            } else {
+                value = static_cast<T>(field.Meaning == Meaning::Flag ? intOf(tag) != 0 : intOf(tag));
+            }
+        },
+        field.Member);
 }
 
-void setMarker(Reading &reading, const TagRecord &tag, std::vector<int32_t> &markers)
+// The field of a table that a tag sets; null if there is none.
+template <class Record>
+const Field<Record> *readField(std::span<const Field<Record>> fields, const TagRecord &tag)
 {
-    if (indexBelow(reading, tag, entryLimit)) *grownTo(markers, tag) = intOf(tag) != 0;
+    auto named = [&tag](const Field<Record> &field) { return field.Tag.IsRead && field.Tag.Name == tag.Name; };
+    auto field = std::ranges::find_if(fields, named);
+    return field == fields.end() ? nullptr : &*field;
 }
 
 void fileComment(Reading &reading, const TagRecord &tag)
@@ -184,15 +207,12 @@ void channelName(Reading &reading, const TagRecord &tag)
 // Files of the SV40 family are taken to hold the code of a dead time.
 void channelDeadTime(Reading &reading, const TagRecord &tag)
 {
-    int32_t value = intOf(tag);
-    if (reading.device.LibType == LibType::SV40)
-        value = DeadTimeTable[static_cast<size_t>(std::clamp(value, 0, 7))];
-    setChannel(reading, tag, &ChannelRow::DeadTime, value);
-}
-
-void resolution(Reading &reading, const TagRecord &tag)
-{
-    if (std::optional<double> value = picoseconds(tag)) reading.device.Resolution = *value;
+    ChannelRow *row = channelOf(reading, tag);
+    if (!row) return;
+    const int32_t value = intOf(tag);
+    row->DeadTime = reading.device.LibType == LibType::SV40
+                        ? DeadTimeTable[static_cast<size_t>(std::clamp(value, 0, 7))]
+                        : value;
 }
 
 void binningFactor(Reading &reading, const TagRecord &tag)
@@ -257,7 +277,7 @@ struct Effect
     void (*Apply)(Reading &, const TagRecord &);
 };
 
-// What each tag does; a tag of any other name has no effect. A name that occurs twice acts twice.
+// The tags that do more than to set a field, or set one in a form of their own.
 constexpr Effect effects[] = {
     {"File_Comment", fileComment},
     {"Measurement_Mode", measurementMode},
@@ -265,34 +285,12 @@ constexpr Effect effects[] = {
      [](Reading &r, const TagRecord &t) { r.context.Description.MeasSubMode = intOf(t); }},
     {"TTResultFormat_TTTRRecType", recordType},
     {"HW_Type", hardwareType},
-    {"HW_PartNo", [](Reading &r, const TagRecord &t) { r.device.PartNo = text(r, t); }},
-    {"HW_Version", [](Reading &r, const TagRecord &t) { r.device.Version = text(r, t); }},
     {"HW_SerialNo", serialNumber},
-    {"HW_Features",
-     [](Reading &r, const TagRecord &t) { r.device.Features = static_cast<uint32_t>(t.TagValue); }},
     {"HW_BaseResolution", baseResolution},
     {"HW_InpChannels", inputChannels},
-    // A double in our own files: its low half is taken all the same.
-    {"HWTriggerOut_Period", [](Reading &r, const TagRecord &t) { r.device.TriggerOutput = intOf(t); }},
-    {"HW_InputHysteresis", [](Reading &r, const TagRecord &t) { r.device.HystCode = intOf(t) != 0; }},
-    {"HW_Timingmode", [](Reading &r, const TagRecord &t) { r.device.TimingMode = intOf(t); }},
-    {"HWSync_Divider", [](Reading &r, const TagRecord &t) { r.device.SyncDiv = intOf(t); }},
-    {"HWSync_TrgLevel", [](Reading &r, const TagRecord &t) { r.device.SyncTrigLvl = intOf(t); }},
-    {"HWSync_TrgEdge", [](Reading &r, const TagRecord &t) { r.device.SyncTrigEdge = intOf(t); }},
-    {"HWSync_Offset", [](Reading &r, const TagRecord &t) { r.device.SyncChannelOffset = intOf(t); }},
     {"HWInpChan_Name", channelName},
-    {"HWInpChan_TrgLevel",
-     [](Reading &r, const TagRecord &t) { setChannel(r, t, &ChannelRow::TrigLvl, intOf(t)); }},
-    {"HWInpChan_TrgEdge",
-     [](Reading &r, const TagRecord &t) { setChannel(r, t, &ChannelRow::TrigEdge, intOf(t)); }},
-    {"HWInpChan_Offset",
-     [](Reading &r, const TagRecord &t) { setChannel(r, t, &ChannelRow::ChanOffs, intOf(t)); }},
-    {"HWInpChan_Enabled",
-     [](Reading &r, const TagRecord &t) { setChannel(r, t, &ChannelRow::ChanEna, intOf(t) != 0); }},
     {"HWInpChan_TdCode", channelDeadTime},
-    {"MeasDesc_Resolution", resolution},
     {"MeasDesc_BinningFactor", binningFactor},
-    {"MeasDesc_Offset", [](Reading &r, const TagRecord &t) { r.device.Offset = intOf(t); }},
     {"MeasDesc_AcquisitionTime",
      [](Reading &r, const TagRecord &t) { r.context.Description.AcqTime = intOf(t); }},
     {"TTResult_StopAfter", [](Reading &r, const TagRecord &t) { r.context.Description.StopAfter = intOf(t); }},
@@ -304,9 +302,6 @@ constexpr Effect effects[] = {
          r.context.Description.StopReason = static_cast<StopReason>(intOf(t));
      }},
     {"HW_Markers", markerCount},
-    {"HWMarkers_RisingEdge", [](Reading &r, const TagRecord &t) { setMarker(r, t, r.device.MarkerEdges); }},
-    {"HWMarkers_Enabled", [](Reading &r, const TagRecord &t) { setMarker(r, t, r.device.MarkerEna); }},
-    {"HWMarkers_HoldOff", [](Reading &r, const TagRecord &t) { r.device.MarkerHoldoffTime = intOf(t); }},
     {"MeasDesc_GlobalResolution", globalResolution},
     {"TTResult_SyncRate", syncRate},
     {"TTResult_InputRate", inputRate},
@@ -315,10 +310,17 @@ constexpr Effect effects[] = {
      [](Reading &r, const TagRecord &t) { r.context.Description.NumRecs = t.TagValue; }},
 };
 
+// A tag of any other name has no effect; a name that occurs twice acts twice.
 void applyTag(Reading &reading, const TagRecord &tag)
 {
     auto effect = std::ranges::find(effects, std::string_view(tag.Name), &Effect::Name);
-    if (effect != std::end(effects)) effect->Apply(reading, tag);
+    if (effect != std::end(effects)) return effect->Apply(reading, tag);
+    DeviceConfig &config = reading.device;
+    if (const DeviceField *field = readField(deviceFields(), tag))
+        return setField(reading, tag, config, *field);
+    const ChannelField *field = readField(channelFields(), tag);
+    ChannelRow *row = field ? channelOf(reading, tag) : nullptr;
+    if (row) setField(reading, tag, *row, *field);
 }
 
 void walk(Reading &reading)

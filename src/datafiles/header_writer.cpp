@@ -4,6 +4,7 @@
 #include "datafiles/custom_tags.h"
 #include "datafiles/tag_reader.h"
 #include "devices/families.h"
+#include "devices/fields.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -14,6 +15,8 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <initializer_list>
+#include <type_traits>
 #include <zlib.h>
 
 namespace Tessel {
@@ -21,6 +24,18 @@ namespace Tessel {
 namespace {
 
 constexpr double secondsPerPs = 1e-12;
+
+double secondsPer(Unit unit)
+{
+    switch (unit) {
+    case Unit::Picoseconds: return secondsPerPs;
+    case Unit::Nanoseconds: return 1e-9;
+    case Unit::Milliseconds: return 1e-3;
+    case Unit::None:
+    case Unit::MilliVolt: break;
+    }
+    return 1.0;
+}
 
 void logWriteError(std::string_view path, int error)
 {
@@ -41,6 +56,27 @@ struct TagSink
     void number(uint32_t row, double value, int32_t idx = -1) { write(row, idx, {.Value = value}); }
     void text(uint32_t row, std::string_view value, int32_t idx = -1) { write(row, idx, {.Text = value}); }
 
+    // A field in its regular form: each entry of a list by its position, times of a Float8 tag in seconds.
+    template <class Record>
+    void field(const Record &record, const Field<Record> &field, int32_t idx = -1)
+    {
+        if (field.Tag.Name.empty()) return;
+        const uint32_t row = rowOfTag(field.Tag.Name);
+        const double scale = TagDictionary[row].Type == TagType::Float8 ? secondsPer(field.Unit) : 1.0;
+        visitValue(record, field, [&]<class T>(const T &value) {
+            if constexpr (std::is_same_v<T, std::string>)
+                text(row, value, idx);
+            else if constexpr (std::is_same_v<T, std::vector<int32_t>>)
+                for (size_t i = 0; i < value.size(); ++i) number(row, value[i], static_cast<int32_t>(i));
+            else
+                number(row, static_cast<double>(value) * scale, idx);
+        });
+    }
+    void fields(const DeviceConfig &config, std::initializer_list<MemberOf<DeviceConfig>> members)
+    {
+        for (MemberOf<DeviceConfig> member : members) field(config, fieldOf(member));
+    }
+
     // Where the next tag will stand.
     uint64_t position() const { return bytes.size(); }
 };
@@ -59,9 +95,9 @@ double creatingTimeNow()
 }
 
 // T2: the resolution given, in seconds. T3: the sync period, 0 if there is no sync.
-double globalResolution(const Device &device, const MeasContext &context, double t2ResolutionPs)
+double globalResolution(const DeviceConfig &config, const MeasContext &context, double t2ResolutionPs)
 {
-    switch (device.MeasMode) {
+    switch (config.MeasMode) {
     case MeasMode::T2: return t2ResolutionPs * secondsPerPs;
     case MeasMode::T3: {
         double rate = context.Description.AveSyncRate;
@@ -72,14 +108,14 @@ double globalResolution(const Device &device, const MeasContext &context, double
     return 0.0;
 }
 
-void writeFileTags(TagSink &sink, HeaderInWork &header, const Device &device, const MeasContext &context)
+void writeFileTags(TagSink &sink, HeaderInWork &header, const DeviceConfig &config, const MeasContext &context)
 {
     sink.text(TagId::File_GUID, "");
     sink.text(TagId::CreatorSW_Name, programName);
     sink.text(TagId::CreatorSW_Version, versionString());
     sink.number(TagId::File_CreatingTime, creatingTimeNow());
-    if (!device.Comment.empty()) sink.text(TagId::File_Comment, device.Comment);
-    sink.number(TagId::Measurement_Mode, static_cast<int32_t>(device.MeasMode));
+    if (!config.Comment.empty()) sink.fields(config, {&DeviceConfig::Comment});
+    sink.fields(config, {&DeviceConfig::MeasMode});
     sink.number(TagId::Measurement_SubMode, context.Description.MeasSubMode);
     header.Positions.StopReason = sink.position();
     sink.number(TagId::TTResult_StopReason, static_cast<int32_t>(context.Description.StopReason.load()));
@@ -90,75 +126,36 @@ void writeFileTags(TagSink &sink, HeaderInWork &header, const Device &device, co
         sink.text(TagId::CreatorSW_ModuleName, library.Name, idx);
         sink.text(TagId::CreatorSW_ModuleVers, library.Version, idx++);
     }
-    if (uint32_t type = recordTypeOf(device)) sink.number(TagId::TTResultFormat_TTTRRecType, type);
+    if (uint32_t type = recordTypeOf(config)) sink.number(TagId::TTResultFormat_TTTRRecType, type);
     sink.number(TagId::TTResultFormat_BitsPerRecord, 32);
     sink.number(TagId::CreatorSW_SVNBuild, versionBuild);
 }
 
-void writeHardwareTags(TagSink &sink, const Device &device)
+void writeHardwareTags(TagSink &sink, const DeviceConfig &config)
 {
-    sink.text(TagId::HW_Type, device.Model);
-    sink.text(TagId::HW_PartNo, device.PartNo);
-    sink.text(TagId::HW_Version, device.Version);
-    sink.text(TagId::HW_SerialNo, device.ID);
-    sink.number(TagId::HW_Features, device.Features);
-    sink.number(TagId::HW_BaseResolution, device.BaseResolution * secondsPerPs);
-    sink.number(TagId::HW_InpChannels, device.NumChans);
-    sink.number(TagId::HW_RefClockSource, refSourceCode(device));
-    sink.number(TagId::HWTriggerOut_Period, device.TriggerOutput * 1e-9);
-    sink.number(TagId::HW_InputHysteresis, device.HystCode);
-    sink.number(TagId::HW_Timingmode, device.TimingMode);
-}
-
-void writeSyncTags(TagSink &sink, const Device &device)
-{
-    sink.number(TagId::HWSync_Divider, device.SyncDiv);
-    sink.number(TagId::HWSync_TrgMode, static_cast<int32_t>(device.SyncTrigMode));
-    switch (device.SyncTrigMode) {
-    case TrigMode::Edge:
-        sink.number(TagId::HWSync_TrgLevel, device.SyncTrigLvl);
-        sink.number(TagId::HWSync_TrgEdge, device.SyncTrigEdge);
-        break;
-    case TrigMode::CFD:
-        sink.number(TagId::HWSync_CFDLevel, device.SyncDiscrLvl);
-        sink.number(TagId::HWSync_CFDZeroCross, device.SyncZeroxLvL);
-        break;
-    }
-    sink.number(TagId::HWSync_Offset, device.SyncChannelOffset);
-    sink.number(TagId::HWSync_TdCode, device.SyncDeadTimeOn == 1 ? device.SyncDeadTime : 0);
+    using Config = DeviceConfig;
+    sink.fields(config, {&Config::Model, &Config::PartNo, &Config::Version, &Config::ID, &Config::Features,
+                         &Config::BaseResolution, &Config::NumChans});
+    sink.number(TagId::HW_RefClockSource, refSourceCode(config));
+    sink.fields(config, {&Config::TriggerOutput, &Config::HystCode, &Config::TimingMode});
+    for (const DeviceField &field : fieldsOf(&Config::SyncDiv, &Config::SyncDeadTime))
+        sink.field(config, field);
 }
 
 void writeChannelTags(TagSink &sink, const ChannelRow &row)
 {
-    sink.text(TagId::HWInpChan_Name, row.Name, row.Index);
-    sink.number(TagId::HWInpChan_TrgMode, static_cast<int32_t>(row.TrigMode), row.Index);
-    switch (row.TrigMode) {
-    case TrigMode::Edge:
-        sink.number(TagId::HWInpChan_TrgLevel, row.TrigLvl, row.Index);
-        sink.number(TagId::HWInpChan_TrgEdge, row.TrigEdge, row.Index);
-        break;
-    case TrigMode::CFD:
-        sink.number(TagId::HWInpChan_CFDLevel, row.DiscrLvl, row.Index);
-        sink.number(TagId::HWInpChan_CFDZeroCross, row.ZeroXLvl, row.Index);
-        break;
-    }
-    sink.number(TagId::HWInpChan_Offset, row.ChanOffs, row.Index);
-    sink.number(TagId::HWInpChan_Enabled, row.ChanEna, row.Index);
-    sink.number(TagId::HWInpChan_TdCode, row.DeadTimeOn == 1 ? row.DeadTime : 0, row.Index);
+    for (const ChannelField &field : channelFields()) sink.field(row, field, row.Index);
 }
 
-void writeMeasurementTags(TagSink &sink, const Device &device, const MeasContext &context)
+void writeMeasurementTags(TagSink &sink, const DeviceConfig &config, const MeasContext &context)
 {
-    sink.number(TagId::MeasDesc_Resolution, device.Resolution * secondsPerPs);
-    sink.number(TagId::MeasDesc_BinningFactor, std::ldexp(1.0, device.Binning));
-    sink.number(TagId::MeasDesc_Offset, device.Offset);
+    using Config = DeviceConfig;
+    sink.fields(config, {&Config::Resolution});
+    sink.number(TagId::MeasDesc_BinningFactor, std::ldexp(1.0, config.Binning));
+    sink.fields(config, {&Config::Offset});
     sink.number(TagId::MeasDesc_AcquisitionTime, context.Description.AcqTime);
-    sink.number(TagId::HW_Markers, static_cast<double>(device.MarkerEdges.size()));
-    for (size_t i = 0; i < device.MarkerEdges.size(); ++i)
-        sink.number(TagId::HWMarkers_RisingEdge, device.MarkerEdges[i], static_cast<int32_t>(i));
-    for (size_t i = 0; i < device.MarkerEna.size(); ++i)
-        sink.number(TagId::HWMarkers_Enabled, device.MarkerEna[i], static_cast<int32_t>(i));
-    sink.number(TagId::HWMarkers_HoldOff, device.MarkerHoldoffTime);
+    sink.number(TagId::HW_Markers, static_cast<double>(config.MarkerEdges.size()));
+    sink.fields(config, {&Config::MarkerEdges, &Config::MarkerEna, &Config::MarkerHoldoffTime});
 }
 
 // The rate of input `idx`, kept `shift` entries further; 0 where the array has no such entry.
@@ -169,15 +166,16 @@ double rateOf(const MeasContext &context, int32_t idx, int32_t shift)
 }
 
 // All of these are written again at the end of the recording.
-void writeResultTags(TagSink &sink, PatchPositions &positions, const Device &device, const MeasContext &context)
+void writeResultTags(TagSink &sink, PatchPositions &positions, const DeviceConfig &config,
+                     const MeasContext &context)
 {
     positions.GlobalResolution = sink.position();
-    sink.number(TagId::MeasDesc_GlobalResolution, globalResolution(device, context, device.BaseResolution));
+    sink.number(TagId::MeasDesc_GlobalResolution, globalResolution(config, context, config.BaseResolution));
     positions.SyncRate = sink.position();
     sink.number(TagId::TTResult_SyncRate, context.Description.AveSyncRate);
     positions.InputRates = sink.position();
     // At first the rates are those one entry up; the overwrite takes the entry itself.
-    for (int32_t i = 0; i < device.NumChans; ++i)
+    for (int32_t i = 0; i < config.NumChans; ++i)
         sink.number(TagId::TTResult_InputRate, rateOf(context, i, 1), i);
     positions.StopAfter = sink.position();
     sink.number(TagId::TTResult_StopAfter, 0);
@@ -191,16 +189,15 @@ void writeResultTags(TagSink &sink, PatchPositions &positions, const Device &dev
     }
 }
 
-std::string openingBytes(HeaderInWork &header, const Device &device, const MeasContext &context)
+std::string openingBytes(HeaderInWork &header, const DeviceConfig &config, const MeasContext &context)
 {
     TagSink sink{.dictionary = header.Dictionary};
     sink.bytes.append(fileMagic).append(fileVersion);
-    writeFileTags(sink, header, device, context);
-    writeHardwareTags(sink, device);
-    writeSyncTags(sink, device);
-    for (const ChannelRow &row : device.ChansCfg) writeChannelTags(sink, row);
-    writeMeasurementTags(sink, device, context);
-    writeResultTags(sink, header.Positions, device, context);
+    writeFileTags(sink, header, config, context);
+    writeHardwareTags(sink, config);
+    for (const ChannelRow &row : config.ChansCfg) writeChannelTags(sink, row);
+    writeMeasurementTags(sink, config, context);
+    writeResultTags(sink, header.Positions, config, context);
     if (sink.good) addCustomTags(sink.bytes, context.CustomTags);
     sink.number(TagId::Header_End, 0);
     return std::move(sink.bytes);
@@ -220,16 +217,16 @@ bool isReadable(const HeaderInWork &header, std::string_view bytes)
     return ends && bytes.size() <= headerImageLimit;
 }
 
-bool writeOpening(HeaderInWork &header, std::FILE *file, const Device &device, const MeasContext &context)
+bool writeOpening(HeaderInWork &header, std::FILE *file, const DeviceConfig &config, const MeasContext &context)
 {
-    std::string bytes = openingBytes(header, device, context);
+    std::string bytes = openingBytes(header, config, context);
     header.Length = bytes.size();
     return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && isReadable(header, bytes);
 }
 
 // Writes tags over those at their positions, each of which has the same length as at first. A header that was
 // cut short lacks some of them and is left alone.
-bool writeFinal(HeaderInWork &header, std::FILE *file, const Device &device, const MeasContext &context)
+bool writeFinal(HeaderInWork &header, std::FILE *file, const DeviceConfig &config, const MeasContext &context)
 {
     const PatchPositions &positions = header.Positions;
     const MeasDescription &description = context.Description;
@@ -247,9 +244,9 @@ bool writeFinal(HeaderInWork &header, std::FILE *file, const Device &device, con
         overwrite(positions.StartTime[i], TagId::MeasDesc_StartTime, description.StartWords[i],
                   static_cast<int32_t>(i));
     overwrite(positions.GlobalResolution, TagId::MeasDesc_GlobalResolution,
-              globalResolution(device, context, device.Resolution));
+              globalResolution(config, context, config.Resolution));
     overwrite(positions.SyncRate, TagId::TTResult_SyncRate, description.AveSyncRate);
-    for (int32_t i = 0; i < device.NumChans; ++i)
+    for (int32_t i = 0; i < config.NumChans; ++i)
         overwrite(positions.InputRates + static_cast<uint64_t>(i) * tagSize, TagId::TTResult_InputRate,
                   rateOf(context, i, 0), i);
     overwrite(positions.NumberOfRecords, TagId::TTResult_NumberOfRecords,
@@ -269,7 +266,7 @@ uint32_t crcOf(std::string header)
 
 } // namespace
 
-bool writeHeader(HeaderInWork &header, const Device &device, const MeasContext &context, bool update)
+bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasContext &context, bool update)
 {
     header.Complete = false;
     if (update) {
@@ -281,7 +278,7 @@ bool writeHeader(HeaderInWork &header, const Device &device, const MeasContext &
     bool complete = false, closed = true;
     if (std::FILE *file = std::fopen(nativePath(header.Path).c_str(), update ? "rb+" : "wb+")) {
         complete =
-            update ? writeFinal(header, file, device, context) : writeOpening(header, file, device, context);
+            update ? writeFinal(header, file, config, context) : writeOpening(header, file, config, context);
         bool flushed = std::fflush(file) == 0;
         closed = std::fclose(file) == 0 && flushed;
     } else {

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "datafiles/dictionary_writer.h"
-#include "devices/device.h"
 #include "pipeline/meas_context.h"
+#include "records/device_config.h"
 
 #include <array>
 #include <cstdint>
@@ -42,7 +42,7 @@ struct HeaderInWork
 // `update` false: the first write; creates the file. `update` true: the overwrite. False only if closing the
 // file failed: a tag that the dictionary refuses cuts the header short, and a file that can't be created is
 // logged; `Complete` tells of both.
-bool writeHeader(HeaderInWork &header, const Device &device, const MeasContext &context, bool update);
+bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasContext &context, bool update);
 
 // Puts the CRC of the header into its `Header_End`. False, with an error in the log, if there is none.
 bool sealHeader(std::string_view path);

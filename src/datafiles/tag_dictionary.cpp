@@ -1,6 +1,8 @@
 // The rows of the dictionary, in row order.
 #include "datafiles/tag_dictionary.h"
 
+#include <algorithm>
+
 namespace Tessel {
 
 using enum TagType;
@@ -462,5 +464,11 @@ constinit const std::array<TagRow, tagRowCount> TagDictionary = {{
     fast("Fast_Load_End", Empty8),
     row("Header_End", Empty8),
 }};
+
+uint32_t rowOfTag(std::string_view name)
+{
+    auto row = std::ranges::find(TagDictionary, name, &TagRow::Name);
+    return row == TagDictionary.end() ? 0 : static_cast<uint32_t>(row - TagDictionary.begin());
+}
 
 } // namespace Tessel

@@ -31,13 +31,14 @@ struct TagRow
 
 extern const std::array<TagRow, tagRowCount> TagDictionary;
 
-// The rows that a header is written from.
+// The first row of that name; row 0, which no header takes, if there is none.
+uint32_t rowOfTag(std::string_view name);
+
+// Rows that a header is written from, beside those of the device's fields.
 namespace TagId {
 enum : uint32_t {
     File_GUID = 1,
-    File_Comment = 4,
     File_CreatingTime = 7,
-    Measurement_Mode = 11,
     Measurement_SubMode = 12,
     CreatorSW_Name = 14,
     CreatorSW_Version = 15,
@@ -46,42 +47,11 @@ enum : uint32_t {
     CreatorSW_ModuleVers = 19,
     CreatorSW_SVNBuild = 20,
     HW_InpChannels = 34,
-    HWInpChan_CFDLevel = 35,
-    HWInpChan_CFDZeroCross = 36,
-    HWInpChan_Enabled = 37,
-    HWInpChan_Name = 39,
-    HWInpChan_Offset = 40,
-    HWInpChan_TdCode = 41,
-    HWInpChan_TrgEdge = 42,
-    HWInpChan_TrgLevel = 43,
-    HWInpChan_TrgMode = 44,
     HW_Markers = 45,
-    HWMarkers_Enabled = 46,
-    HWMarkers_HoldOff = 47,
-    HWMarkers_RisingEdge = 48,
-    HWSync_CFDLevel = 63,
-    HWSync_CFDZeroCross = 64,
-    HWSync_Divider = 65,
-    HWSync_Offset = 66,
-    HWSync_TdCode = 67,
-    HWSync_TrgEdge = 68,
-    HWSync_TrgLevel = 69,
-    HWSync_TrgMode = 70,
-    HWTriggerOut_Period = 72,
-    HW_BaseResolution = 73,
-    HW_Features = 76,
-    HW_InputHysteresis = 77,
-    HW_PartNo = 78,
     HW_RefClockSource = 79,
-    HW_SerialNo = 81,
-    HW_Timingmode = 83,
-    HW_Type = 84,
-    HW_Version = 85,
     MeasDesc_AcquisitionTime = 94,
     MeasDesc_BinningFactor = 95,
     MeasDesc_GlobalResolution = 96,
-    MeasDesc_Offset = 98,
-    MeasDesc_Resolution = 99,
     MeasDesc_StartTime = 101,
     TTResult_StopReason = 154,
     TTResult_InputRate = 155,

@@ -1,5 +1,6 @@
 // `DeviceConfig`: the configuration of a device as a plain value. A copy of it is a snapshot, for a header, a
-// JSON text or a run, that nobody changes any more.
+// JSON text or a run, that nobody changes any more. devices/fields.cpp says of each field what else there is to
+// know.
 #pragma once
 
 #include "devices/enums.h"

@@ -155,13 +155,13 @@ TEST(Dictionary, ChecksAndTheirMessages)
         {"no such row", 372, -1, {}, -5, {}, ""},
         {"retired row", 80, -1, {}, -72, {}, "HW_RoutingChannels"},
         {"index below -1",
-         TagId::HW_Type,
+         rowOfTag("HW_Type"),
          -2,
          {},
          -6,
          {"INF TGX: Error:    HW_Type[-2] : Index out of bounds!"},
          ""},
-        {"any index on an unbound row", TagId::HW_Type, 5000, {}, 0, {}, "HW_Type"},
+        {"any index on an unbound row", rowOfTag("HW_Type"), 5000, {}, 0, {}, "HW_Type"},
         {"no index on a fixed bound",
          101,
          -1,
@@ -292,10 +292,10 @@ TEST(Dictionary, FastLoadEndComesOnceBeforeTheFirstOtherRow)
 {
     DictionaryState state;
     std::string out;
-    writeDictionaryTag(out, state, TagId::Measurement_Mode, -1, {.Value = 2});
+    writeDictionaryTag(out, state, rowOfTag("Measurement_Mode"), -1, {.Value = 2});
     EXPECT_EQ(out.size(), tagSize);
-    writeDictionaryTag(out, state, TagId::HW_Features, -1, {});
-    writeDictionaryTag(out, state, TagId::HWSync_Divider, -1, {});
+    writeDictionaryTag(out, state, rowOfTag("HW_Features"), -1, {});
+    writeDictionaryTag(out, state, rowOfTag("HWSync_Divider"), -1, {});
     EXPECT_EQ(out.size(), 4 * tagSize);
     EXPECT_EQ(out.substr(tagSize, tagSize), tagBytes("Fast_Load_End", -1, Type::Empty8, 0));
     EXPECT_FALSE(state.HeaderDone);

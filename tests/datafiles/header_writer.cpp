@@ -36,7 +36,7 @@ uint32_t storedCrc(const std::string &bytes, size_t headerLength)
     return crc;
 }
 
-void describe(Device &device, MeasContext &context)
+void describe(DeviceConfig &device, MeasContext &context)
 {
     device.MeasMode = MeasMode::T3;
     device.LibType = LibType::LM70;
@@ -144,7 +144,7 @@ struct Header
     std::string bytes() const { return contents(folder.file("h.tgx")); }
 
     TempFolder folder;
-    Device device;
+    DeviceConfig device;
     MeasContext context;
     HeaderInWork inWork;
 };

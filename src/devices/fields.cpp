@@ -1,0 +1,324 @@
+#include "devices/fields.h"
+
+#include <algorithm>
+
+namespace Tessel {
+
+namespace {
+
+using Config = DeviceConfig;
+using Row = ChannelRow;
+using enum Unit;
+using enum Meaning;
+
+// One range for all families.
+constexpr std::array<Range, 5> all(Range range)
+{
+    return {range, range, range, range, range};
+}
+
+constexpr Limits inPlace(int64_t min, int64_t max)
+{
+    return {.By = Limits::Rule::InPlace, .OfFamily = all({min, max}), .OfNoFamily = {min, max}};
+}
+
+// Ranges in the order of LibType: ZP, CD, SV40, LM70, CD90.
+constexpr Limits checked(std::string_view text, std::array<Range, 5> ofFamily, Range ofNoFamily = {})
+{
+    return {.By = Limits::Rule::Checked, .Text = text, .OfFamily = ofFamily, .OfNoFamily = ofNoFamily};
+}
+
+// A family without the operation mostly has a range all the same: the check comes before the refusal.
+constexpr Range none{};
+constexpr std::array<Range, 5> edgeLevels{{{-1200, 1200}, none, {-1200, 1200}, {-1500, 1500}, {-1200, 1200}}};
+constexpr std::array<Range, 5> cfdLevels{{none, {0, 1000}, {-1200, 0}, {-1500, 0}, {-1200, 0}}};
+constexpr std::array<Range, 5> zeroCrossLevels{{none, {0, 40}, {-40, 0}, {-100, 0}, {-100, 0}}};
+constexpr std::array<Range, 5> channelOffsets = all({-99999, 99999});
+constexpr std::array<Range, 5> deadTimes{{{800, 160000}, none, {24000, 180000}, {800, 160000}, {800, 160000}}};
+
+constexpr DeviceField deviceTable[] = {
+    {.Name = "DeviceType", .Member = &Config::DeviceType},
+    {.Name = "FileDevicePath", .Member = &Config::FileDevicePath},
+    {.Name = "ID", .Member = &Config::ID, .Tag = {"HW_SerialNo"}},
+    {.Name = "Model", .Member = &Config::Model, .Tag = {"HW_Type"}},
+    {.Name = "PartNo", .Member = &Config::PartNo, .Tag = {"HW_PartNo"}},
+    {.Name = "Version", .Member = &Config::Version, .Tag = {"HW_Version"}},
+    {.Name = "Features", .Member = &Config::Features, .Meaning = Set, .Tag = {"HW_Features"}},
+    {.Name = "BaseResolution",
+     .Member = &Config::BaseResolution,
+     .Unit = Picoseconds,
+     .Tag = {"HW_BaseResolution"}},
+    {.Name = "Resolution", .Member = &Config::Resolution, .Unit = Picoseconds, .Tag = {"MeasDesc_Resolution"}},
+    {.Name = "Binning",
+     .Member = &Config::Binning,
+     .Tag = {"MeasDesc_BinningFactor"},
+     .Ini = {"Binning", "0"},
+     .Setter = "SetBinning",
+     .Limits = {.By = Limits::Rule::BinSteps, .Text = "binning"}},
+    {.Name = "NumChans", .Member = &Config::NumChans, .Tag = {"HW_InpChannels"}},
+    {.Name = "NumMods", .Member = &Config::NumMods},
+
+    {.Name = "SyncDiv",
+     .Member = &Config::SyncDiv,
+     .Tag = {"HWSync_Divider"},
+     .Ini = {"SyncDiv", "1"},
+     .Setter = "SetSyncDiv",
+     .Limits = checked("syncDiv", {{{1, 16}, {1, 16}, {1, 8}, {1, 8}, {1, 16}}}, {1, 1})},
+    {.Name = "SyncTrigMode",
+     .Member = &Config::SyncTrigMode,
+     .Tag = {"HWSync_TrgMode", false},
+     .Ini = {"SyncTrigMode", "0"},
+     .Setter = "SetSyncTrgMode"},
+    {.Name = "SyncTrigLvl",
+     .Member = &Config::SyncTrigLvl,
+     .Unit = MilliVolt,
+     .OnlyIn = TrigMode::Edge,
+     .Tag = {"HWSync_TrgLevel"},
+     .Ini = {"SyncEdgeTrig", "0"},
+     .Setter = "SetSyncEdgeTrig",
+     .Limits = checked("trigLvlSync", edgeLevels)},
+    {.Name = "SyncTrigEdge",
+     .Member = &Config::SyncTrigEdge,
+     .OnlyIn = TrigMode::Edge,
+     .Tag = {"HWSync_TrgEdge"},
+     .Ini = {"SyncEdgeTrig", "1"},
+     .Setter = "SetSyncEdgeTrig"},
+    {.Name = "SyncDiscrLvl",
+     .Member = &Config::SyncDiscrLvl,
+     .Unit = MilliVolt,
+     .OnlyIn = TrigMode::CFD,
+     .Tag = {"HWSync_CFDLevel", false},
+     .Ini = {"SyncCFD", "0"},
+     .Setter = "SetSyncCFD",
+     .Limits = checked("discrLvlSync", cfdLevels)},
+    {.Name = "SyncZeroxLvL",
+     .Member = &Config::SyncZeroxLvL,
+     .Unit = MilliVolt,
+     .OnlyIn = TrigMode::CFD,
+     .Tag = {"HWSync_CFDZeroCross", false},
+     .Ini = {"SyncCFD", "1"},
+     .Setter = "SetSyncCFD",
+     .Limits = checked("zeroXLvlSync", zeroCrossLevels)},
+    {.Name = "SyncChannelOffset",
+     .Member = &Config::SyncChannelOffset,
+     .Unit = Picoseconds,
+     .Tag = {"HWSync_Offset"},
+     .Ini = {"SyncChannelOffset", "0"},
+     .Setter = "SetSyncChannelOffset",
+     .Limits = checked("syncChannelOffset @{}", channelOffsets)},
+    {.Name = "SyncChannelEnable",
+     .Member = &Config::SyncChannelEnable,
+     .Meaning = Flag,
+     .Ini = {"SyncChannelEnable", "1"},
+     .Setter = "SetSyncChannelEnable"},
+    {.Name = "SyncDeadTime",
+     .Member = &Config::SyncDeadTime,
+     .Unit = Picoseconds,
+     .Switch = &Config::SyncDeadTimeOn,
+     .Tag = {"HWSync_TdCode", false},
+     .Ini = {"SyncDeadTime", "800"},
+     .Setter = "SetSyncDeadTime",
+     .Limits = checked("syncDeadTime", deadTimes)},
+
+    {.Name = "HystCode",
+     .Member = &Config::HystCode,
+     .Meaning = Flag,
+     .Tag = {"HW_InputHysteresis"},
+     .Ini = {"HystCode", "0"},
+     .Setter = "SetInputHysteresis",
+     .Limits = checked("hystCode", {{{0, 1}, none, none, {0, 1}, {0, 1}}})},
+    {.Name = "TimingMode",
+     .Member = &Config::TimingMode,
+     .Tag = {"HW_Timingmode"},
+     .Ini = {"TimingMode", "0"},
+     .Setter = "SetTimingMode",
+     .Limits = inPlace(0, 1)},
+    {.Name = "StopCount",
+     .Member = &Config::StopCount,
+     .Ini = {"StopCount", "4294967295"},
+     .Setter = "SetStopOverflow",
+     .Limits = checked("stopCount", all({1, 4294967295}), {1, 1})},
+    {.Name = "Offset",
+     .Member = &Config::Offset,
+     .Unit = Picoseconds,
+     .Tag = {"MeasDesc_Offset"},
+     .Ini = {"Offset", "0"},
+     .Setter = "SetOffset",
+     .Limits =
+         checked("offset", {{{0, 100000000}, {0, 500000}, {0, 100000000}, {0, 100000000}, {0, 100000000}}})},
+    {.Name = "LengthCode",
+     .Member = &Config::LengthCode,
+     .Ini = {"LengthCode", "-1"},
+     .Setter = "SetHistoLength",
+     .Limits = checked("lengthCode", {{{0, 6}, {0, 6}, {0, 5}, {0, 9}, {0, 7}}})},
+    {.Name = "NumBins", .Member = &Config::NumBins},
+    {.Name = "MeasControl",
+     .Member = &Config::MeasControl,
+     .Ini = {"MeasControl", "0", IniKey::Effect::Stores},
+     .Setter = "SetMeasControl"},
+    {.Name = "StartEdge", .Member = &Config::StartEdge, .Setter = "SetMeasControl"},
+    {.Name = "StopEdge", .Member = &Config::StopEdge, .Setter = "SetMeasControl"},
+    // The tag is a double, of which the low half is read: what was written doesn't come back.
+    {.Name = "TriggerOutput",
+     .Member = &Config::TriggerOutput,
+     .Unit = Nanoseconds,
+     .Tag = {"HWTriggerOut_Period"},
+     .Ini = {"TriggerOutput", "0"},
+     .Setter = "SetTriggerOutput",
+     .Limits = inPlace(0, 16777215)},
+    {.Name = "MarkerHoldoffTime",
+     .Member = &Config::MarkerHoldoffTime,
+     .Unit = Picoseconds,
+     .Tag = {"HWMarkers_HoldOff"},
+     .Ini = {"MarkerHoldoffTime", "0"},
+     .Setter = "SetMarkerHoldoffTime",
+     .Limits = checked("holdoffTime", {{{0, 25500}, {0, 0x80008}, {0, 25500}, {0, 25500}, {0, 25500}}})},
+    {.Name = "HoldTime",
+     .Member = &Config::HoldTime,
+     .Unit = Milliseconds,
+     .Ini = {"HoldTime", "0"},
+     .Setter = "SetOflCompression",
+     .Limits = checked("holdTime", {{{0, 255}, unchecked, unchecked, {0, 255}, {0, 255}}})},
+    {.Name = "MarkerEdges",
+     .Member = &Config::MarkerEdges,
+     .Meaning = Flag,
+     .Tag = {"HWMarkers_RisingEdge"},
+     .Ini = {"MarkerEdges", "0,0,0,0"},
+     .Setter = "SetMarkerEdges",
+     .Limits = inPlace(0, 1)},
+    {.Name = "MarkerEna",
+     .Member = &Config::MarkerEna,
+     .Meaning = Flag,
+     .Tag = {"HWMarkers_Enabled"},
+     .Ini = {"MarkerEnable", "0,0,0,0"},
+     .Setter = "SetMarkerEnable",
+     .Limits = inPlace(0, 1)},
+
+    {.Name = "MeasMode", .Member = &Config::MeasMode, .Tag = {"Measurement_Mode"}},
+    {.Name = "RefSource", .Member = &Config::RefSource, .Tag = {"HW_RefClockSource", false}},
+    {.Name = "HwFilteRowWidth", .Member = &Config::HwFilteRowWidth},
+    {.Name = "LibType", .Member = &Config::LibType},
+    {.Name = "Comment", .Member = &Config::Comment, .Tag = {"File_Comment"}},
+
+    {.Name = "LedBrightness",
+     .Member = &Config::LedBrightness,
+     .IsInJson = false,
+     .Setter = "SetLEDBrightness",
+     .Limits = inPlace(0, 2)},
+};
+
+constexpr ChannelField channelTable[] = {
+    {.Name = "Index", .Member = &Row::Index},
+    {.Name = "Name",
+     .Member = &Row::Name,
+     .Tag = {"HWInpChan_Name"},
+     .Ini = {"Name", "Channel {}", IniKey::Effect::Stores}},
+    {.Name = "TrigMode",
+     .Member = &Row::TrigMode,
+     .Tag = {"HWInpChan_TrgMode", false},
+     .Ini = {"TrigMode", "0"},
+     .Setter = "SetInputTrgMode"},
+    {.Name = "TrigLvl",
+     .Member = &Row::TrigLvl,
+     .Unit = MilliVolt,
+     .OnlyIn = TrigMode::Edge,
+     .Tag = {"HWInpChan_TrgLevel"},
+     .Ini = {"EdgeTrig", "-50", IniKey::Effect::StoresAndSets},
+     .Setter = "SetInputEdgeTrig",
+     .Limits = checked("trigLvl", edgeLevels)},
+    {.Name = "TrigEdge",
+     .Member = &Row::TrigEdge,
+     .OnlyIn = TrigMode::Edge,
+     .Tag = {"HWInpChan_TrgEdge"},
+     .Ini = {"EdgeTrig", "1", IniKey::Effect::StoresAndSets},
+     .Setter = "SetInputEdgeTrig"},
+    {.Name = "DiscrLvl",
+     .Member = &Row::DiscrLvl,
+     .Unit = MilliVolt,
+     .OnlyIn = TrigMode::CFD,
+     .Tag = {"HWInpChan_CFDLevel", false},
+     .Ini = {"CFD", "50", IniKey::Effect::StoresAndSets},
+     .Setter = "SetInputCFD",
+     .Limits = checked("discrLvl", cfdLevels)},
+    {.Name = "ZeroXLvl",
+     .Member = &Row::ZeroXLvl,
+     .Unit = MilliVolt,
+     .OnlyIn = TrigMode::CFD,
+     .Tag = {"HWInpChan_CFDZeroCross", false},
+     .Ini = {"CFD", "20", IniKey::Effect::StoresAndSets},
+     .Setter = "SetInputCFD",
+     .Limits = checked("zerox", zeroCrossLevels)},
+    {.Name = "ChanOffs",
+     .Member = &Row::ChanOffs,
+     .Unit = Picoseconds,
+     .Tag = {"HWInpChan_Offset"},
+     .Ini = {"ChanOffs", "0"},
+     .Setter = "SetInputChannelOffset",
+     .Limits = checked("chanOffs", channelOffsets)},
+    {.Name = "ChanEna",
+     .Member = &Row::ChanEna,
+     .Meaning = Flag,
+     .Tag = {"HWInpChan_Enabled"},
+     .Ini = {"ChanEna", "1"},
+     .Setter = "SetInputChannelEnable"},
+    {.Name = "DeadTime",
+     .Member = &Row::DeadTime,
+     .Unit = Picoseconds,
+     .Switch = &Row::DeadTimeOn,
+     .Tag = {"HWInpChan_TdCode"},
+     .Ini = {"DeadTime", "800"},
+     .Setter = "SetInputDeadTime",
+     .Limits = checked("deadTime", deadTimes)},
+    {.Name = "TrigFeature", .Member = &Row::TrigFeature},
+};
+
+constexpr ModuleField moduleTable[] = {
+    {.Name = "Index", .Member = &ModuleRow::Index},
+    {.Name = "ModelCode", .Member = &ModuleRow::ModelCode},
+    {.Name = "VersionCode", .Member = &ModuleRow::VersionCode},
+};
+
+// No two rows share a name, a member or a tag.
+template <class Record>
+constexpr bool isDistinct(std::span<const Field<Record>> fields)
+{
+    for (size_t i = 0; i < fields.size(); ++i)
+        for (size_t j = 0; j < i; ++j) {
+            const Field<Record> &one = fields[i], &other = fields[j];
+            if (one.Name == other.Name || one.Member == other.Member) return false;
+            if (!one.Tag.Name.empty() && one.Tag.Name == other.Tag.Name) return false;
+        }
+    return true;
+}
+static_assert(isDistinct<DeviceConfig>(deviceTable));
+static_assert(isDistinct<ChannelRow>(channelTable));
+static_assert(isDistinct<ModuleRow>(moduleTable));
+
+} // namespace
+
+std::span<const DeviceField> deviceFields()
+{
+    return deviceTable;
+}
+
+std::span<const ChannelField> channelFields()
+{
+    return channelTable;
+}
+
+std::span<const ModuleField> moduleFields()
+{
+    return moduleTable;
+}
+
+const DeviceField &fieldOf(MemberOf<DeviceConfig> member)
+{
+    return *std::ranges::find(deviceTable, member, &DeviceField::Member);
+}
+
+std::span<const DeviceField> fieldsOf(MemberOf<DeviceConfig> first, MemberOf<DeviceConfig> last)
+{
+    return {&fieldOf(first), &fieldOf(last) + 1};
+}
+
+} // namespace Tessel
