@@ -15,6 +15,13 @@ namespace Tessel {
 enum class CoincMode : uint32_t { Sliding = 0, Once = 1 }; // any other: no coincidence
 enum class TimeMode : uint32_t { First = 0, Last = 1, Average = 2 };
 
+// Between events:
+//
+// C1: with TimeMode Last nothing is pending.
+// C2: each pending event, and the last time of each member that has one, is at most QuietAfter less the window.
+//     So an event after QuietAfter is quiet: nothing is within the window before it. It completes no set of
+//     two, and all that is pending is old.
+// C3: Ready is empty, unless `out` is full and the present event isn't done.
 struct CoincidenceState
 {
     uint64_t Window = 0; // ps
@@ -26,8 +33,7 @@ struct CoincidenceState
     std::array<uint64_t, 256> LastTime{};
     // First and Average: what is held back so that a coincidence can stand in its place in time.
     EventQueue Pending;
-    // Every event that is held, and every last time, is at most this, less the window. Saturated.
-    int64_t QuietAfter = 0;
+    int64_t QuietAfter = 0; // ps, saturated; times beyond the signed range are never quiet
     // Time and channel of what an event made and `out` had no room for.
     std::vector<std::pair<uint64_t, uint8_t>> Ready;
 };

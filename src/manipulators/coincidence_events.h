@@ -17,10 +17,10 @@ public:
     CoincidenceEvents(CoincidenceState &coincidence, const Manipulator &record, Time rawTime, EventStore &store)
         : time(rawTime),
           out(store),
-          holds(coincidence.TimeMode != TimeMode::Last),
+          holdsBack(coincidence.TimeMode != TimeMode::Last),
           state(coincidence),
           members(record.InChans),
-          largestPending(std::max<uint64_t>(store.Capacity / 2, 1))
+          mostPending(std::max<uint64_t>(store.Capacity / 2, 1))
     {
         output = record.OutChans.empty() ? 0 : record.OutChans.front();
         if (record.OutChans.empty()) return;
@@ -29,6 +29,7 @@ public:
         refreshesSync = Time::isT3 && !members.empty() && members.front() == ChannelCode::Sync;
     }
 
+    // Makes C1 to C3 true for the piece.
     void startPiece()
     {
         state.LastTime.fill(notSeen);
@@ -38,33 +39,35 @@ public:
         state.QuietAfter = quietAfter(latest);
     }
 
+    // Needs C1 to C3. Keeps C1 and C2; Ready may be left with a part of what the event makes.
     void work(uint64_t raw, uint8_t channel)
     {
         const uint64_t ps = time.ps(raw);
-        if (holds)
+        const bool member = isMember[channel];
+        if (holdsBack)
             hold(raw, ps, channel);
         else if (state.Keep)
             emit(raw, channel);
 
-        const bool member = isMember[channel];
-        if (holds || member) state.QuietAfter = std::max(state.QuietAfter, quietAfter(ps));
+        if (holdsBack || member) state.QuietAfter = std::max(state.QuietAfter, quietAfter(ps));
         if (member) {
             if (refreshesSync) state.LastTime[ChannelCode::Sync] = time.syncPs(raw);
             state.LastTime[channel] = ps;
             lookForSet(raw);
         }
-        if (!holds) return;
+        if (!holdsBack) return;
+        const uint64_t before = ps - state.Window; // wraps: then everything counts as old
         if (member)
-            ageOneByOne(ps - state.Window); // wraps: what is earlier than the window counts everything as old
+            ageOneByOne(before);
         else
-            ageAll(ps - state.Window);
+            ageAll(before);
     }
 
     // Events within a window are few. Where they aren't, the oldest goes before its time.
     void hold(uint64_t raw, uint64_t ps, uint8_t channel)
     {
         state.Pending.push({raw, ps, channel});
-        if (state.Pending.size() <= largestPending) return;
+        if (state.Pending.size() <= mostPending) return;
         if (state.Keep) emit(state.Pending.front().Raw, state.Pending.front().Channel);
         state.Pending.drop(1);
     }
@@ -78,13 +81,24 @@ public:
         return state.Ready.empty();
     }
 
-    // An event later than this has none at `ps` within the window before it. Times beyond the signed range are
-    // never quiet: they are close to the time of a member that wasn't seen.
+    // Where quiet begins behind an event at `ps`.
     int64_t quietAfter(uint64_t ps) const
     {
         constexpr uint64_t limit = std::numeric_limits<int64_t>::max();
         const uint64_t window = std::min(state.Window, limit);
         return static_cast<int64_t>(std::min(ps, limit - window) + window);
+    }
+
+    // C1 and C2. For assertions.
+    bool holds() const
+    {
+        bool all = holdsBack || state.Pending.empty();
+        for (const HeldEvent &event : state.Pending) all &= quietAfter(event.Ps) <= state.QuietAfter;
+        for (size_t i = 0; i < distinctCount; ++i) {
+            const uint64_t last = state.LastTime[distinct[i]];
+            all &= last == notSeen || quietAfter(last) <= state.QuietAfter;
+        }
+        return all;
     }
 
     // A set of one is complete with each event; so is a set of one and the T3 sync, which each event brings
@@ -97,12 +111,13 @@ public:
 
     const Time time;
     EventStore &out;
-    const bool holds; // events are held back before they go on
+    const bool holdsBack; // events are held back before they go on
     std::array<uint8_t, 256> isMember{};
 
 private:
     static constexpr uint64_t notSeen = std::numeric_limits<uint64_t>::max();
 
+    // A member that wasn't seen is later than any window behind the others.
     void lookForSet(uint64_t raw)
     {
         uint64_t earliest = notSeen, latest = 0;
@@ -234,7 +249,7 @@ private:
 
     CoincidenceState &state;
     const std::vector<uint8_t> &members; // as they are listed
-    const uint64_t largestPending;
+    const uint64_t mostPending;
 
     uint8_t output = 0;
     bool refreshesSync = false; // each member event tells the time of the member sync

@@ -6,6 +6,8 @@
 #include "devices/raw_time.h"
 #include "manipulators/coincidence_events.h"
 
+#include <cassert>
+
 namespace Tessel {
 
 namespace {
@@ -31,17 +33,40 @@ public:
         }
         const bool hasQuiet = events.canBeQuiet();
         while (at < in.Count) {
+            assert(events.holds() && state.Ready.empty());
             if (hasQuiet) at = passQuiet(at);
             if (at == in.Count) break;
             events.work(in.Times[at], in.Channels[at]);
             if (!state.Ready.empty()) break;
             ++at;
         }
+        assert(events.holds());
         return at;
     }
 
 private:
-    // Only members matter where nothing is held back. Which event is one, nothing predicts: no branch on it.
+    // Passes the quiet events from `at` on, as far as there is room for them and all that is pending. Needs and
+    // keeps C1 to C3.
+    uint64_t passQuiet(uint64_t at)
+    {
+        if (!events.holdsBack) {
+            const uint64_t room = state.Keep ? roomOf(out) : in.Count - at;
+            const uint64_t end = endOfQuiet<false>(at, at + std::min(in.Count - at, room));
+            if (state.Keep) appendRun(in, at, end, out);
+            return end;
+        }
+        const uint64_t room = roomOf(out) - std::min(roomOf(out), state.Pending.size());
+        const uint64_t end = endOfQuiet<true>(at, at + std::min(in.Count - at, room));
+        if (end == at) return at;
+        if (state.Keep)
+            passPending(at, end);
+        else
+            dropPending(at, end);
+        return end;
+    }
+
+    // Takes the quiet events into QuietAfter and the last times. Where nothing is held back only members
+    // matter; which event is one, nothing predicts: no branch on it.
     template <bool all>
     uint64_t endOfQuiet(uint64_t at, uint64_t end)
     {
@@ -58,63 +83,52 @@ private:
         return at;
     }
 
-    uint64_t passQuiet(uint64_t at)
-    {
-        if (!events.holds) {
-            const uint64_t room = state.Keep ? roomOf(out) : in.Count - at;
-            const uint64_t end = endOfQuiet<false>(at, at + std::min(in.Count - at, room));
-            if (state.Keep) appendRun(in, at, end, out);
-            return end;
-        }
-        const uint64_t room = roomOf(out) - std::min(roomOf(out), state.Pending.size());
-        const uint64_t end = endOfQuiet<true>(at, at + std::min(in.Count - at, room));
-        if (end == at) return at;
-        if (state.Keep)
-            passPending(at, end);
-        else
-            dropPending(at, end);
-        return end;
-    }
+    // What becomes of a quiet event, all that is pending before it being old:
+    //
+    // Q1: a member makes the others go, one by one, and stays pending alone.
+    // Q2: a non-member makes all go, itself too. Where nothing is pending it stays, alone.
+    // Q3: what goes is written with Keep; without, only a member that a non-member makes go.
 
-    // What is pending goes out and the run behind it, but for its last event where that stays pending.
+    // With Keep: all that is pending goes out and the run behind it, but for its last event where that stays.
     void passPending(uint64_t at, uint64_t end)
     {
         const bool lastStays = staysPending(at, end);
         for (const HeldEvent &event : state.Pending) out.append(event.Raw, event.Channel);
         state.Pending.clear();
         appendRun(in, at, end - lastStays, out);
-        if (lastStays) events.hold(in.Times[end - 1], events.time.ps(in.Times[end - 1]), in.Channels[end - 1]);
+        if (lastStays) hold(end - 1);
     }
 
-    // A member stays pending. So does another event where nothing is pending; where something is, it takes all
-    // with it, itself too.
+    // From the last member on non-members go and stay by turns.
     bool staysPending(uint64_t at, uint64_t end) const
     {
-        bool stays = true;
-        for (; end > at; --end, stays = !stays)
-            if (events.isMember[in.Channels[end - 1]]) return stays;
-        return stays != state.Pending.empty();
+        uint64_t others = 0;
+        for (; end > at && !events.isMember[in.Channels[end - 1]]; --end) ++others;
+        const bool isPending = end > at || !state.Pending.empty(); // before the others
+        return isPending == (others % 2 == 0);
     }
 
-    // Without keep only members go on, and only where an event that is none follows.
+    // Without Keep. Behind its first event at most the one before is pending, a member always.
     void dropPending(uint64_t at, uint64_t end)
     {
-        bool isHeld = events.isMember[in.Channels[at]] || state.Pending.empty();
-        if (!isHeld)
+        bool wasMember = events.isMember[in.Channels[at]];
+        bool isPending = wasMember || state.Pending.empty();
+        if (!isPending)
             for (const HeldEvent &event : state.Pending)
                 if (events.isMember[event.Channel]) out.append(event.Raw, event.Channel);
         state.Pending.clear();
-        bool wasMember = events.isMember[in.Channels[at]];
-        for (++at; at < end; ++at) { // an event is written, and counted if it goes on
+        for (++at; at < end; ++at) { // the event before is written, and counted if it goes on
             const bool member = events.isMember[in.Channels[at]];
             out.Times[out.Count] = in.Times[at - 1];
             out.Channels[out.Count] = in.Channels[at - 1];
             out.Count += wasMember & !member;
-            isHeld = member | !isHeld;
+            isPending = member | !isPending;
             wasMember = member;
         }
-        if (isHeld) events.hold(in.Times[end - 1], events.time.ps(in.Times[end - 1]), in.Channels[end - 1]);
+        if (isPending) hold(end - 1);
     }
+
+    void hold(uint64_t at) { events.hold(in.Times[at], events.time.ps(in.Times[at]), in.Channels[at]); }
 
     CoincidenceState &state;
     const Piece &in;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <vector>
 
@@ -14,6 +15,8 @@ struct HeldEvent
     uint8_t Channel;
 };
 
+// E1: the events that are held are events[head] to the last; head is 0 where there is none.
+// E2: as long as `sorted` is set their times ascend.
 class EventQueue
 {
 public:
@@ -21,6 +24,8 @@ public:
     uint64_t size() const { return events.size() - head; }
     HeldEvent *begin() { return events.data() + head; }
     HeldEvent *end() { return events.data() + events.size(); }
+    const HeldEvent *begin() const { return events.data() + head; }
+    const HeldEvent *end() const { return events.data() + events.size(); }
     const HeldEvent &front() const { return events[head]; }
 
     void push(const HeldEvent &event)
@@ -33,6 +38,7 @@ public:
     // an event is moved less than once on the average.
     void drop(uint64_t count)
     {
+        assert(count <= size());
         head += count;
         if (empty())
             clear();
@@ -66,14 +72,22 @@ public:
     // The first event whose time isn't below `ps`; in a queue out of order, a place before it.
     HeldEvent *from(uint64_t ps)
     {
+        assert(holds());
         if (!sorted) return begin();
         return std::partition_point(begin(), end(), [ps](const HeldEvent &event) { return event.Ps < ps; });
     }
 
 private:
+    bool holds() const // E1, E2
+    {
+        const bool ascend = std::is_sorted(
+            begin(), end(), [](const HeldEvent &left, const HeldEvent &right) { return left.Ps < right.Ps; });
+        return head <= events.size() && (!empty() || head == 0) && (ascend || !sorted);
+    }
+
     std::vector<HeldEvent> events;
-    uint64_t head = 0;  // of the first event that isn't gone
-    bool sorted = true; // by time
+    uint64_t head = 0;
+    bool sorted = true;
 };
 
 } // namespace Tessel
