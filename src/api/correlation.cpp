@@ -3,6 +3,8 @@
 #include "pipeline/measure_thread.h"
 #include "pipeline/requests.h"
 
+#include <cmath>
+
 using namespace Tessel;
 
 bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, double window, double binWidth,
@@ -18,8 +20,8 @@ bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, double wind
         params.CorrMode = CorrMode::G2;
         params.CorrChan1 = chan1;
         params.CorrChan2 = chan2;
-        params.CorrWindow = roundedPs(window);
-        params.CorrBinWidth = roundedPs(limited);
+        params.CorrWindow = lagPs(std::round(window));
+        params.CorrBinWidth = lagPs(std::round(limited));
         params.CorrNormalize = normalize;
         return true;
     });
@@ -41,8 +43,8 @@ bool setLagParams(const char16_t *id, uint32_t mode, const LagParams &given, uin
     params.CorrMode = mode;
     params.CorrChan1 = given.Chan1;
     params.CorrChan2 = given.Chan2;
-    params.CorrMinLag = roundedPs(given.MinLag);
-    params.CorrWindow = roundedPs(given.MaxLag);
+    params.CorrMinLag = lagPs(std::round(given.MinLag));
+    params.CorrWindow = lagPs(std::round(given.MaxLag));
     params.CorrSteps = given.Steps;
     const uint64_t points = lagGridOf(*target.device, params).Centers.size() - 1;
     if (numPoints) *numPoints = points;

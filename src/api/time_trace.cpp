@@ -39,7 +39,7 @@ bool setTimeTraceHistorySize(const char16_t *id, double seconds)
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setTimeTraceHistorySize {} @{}", seconds, target.device->ID);
-        target.context->Params.TimeTrace.TraceHistorySize = truncated(seconds * 1e12);
+        target.context->Params.TimeTrace.TraceHistorySize = truncated<uint64_t>(seconds * 1e12);
         return true;
     });
 }

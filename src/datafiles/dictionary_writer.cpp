@@ -1,6 +1,7 @@
 #include "datafiles/dictionary_writer.h"
 
 #include "datafiles/tag_bytes.h"
+#include "devices/truncated.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -23,19 +24,9 @@ void logTgx(fmt::format_string<Args...> format, Args &&...args)
         logInf(LogCategory::Progress, "TGX: {}", fmt::format(format, std::forward<Args>(args)...));
 }
 
-// Rounded half away from zero; saturates, and takes what is no number for 0.
-int64_t wholeNumber(double value)
-{
-    if (std::isnan(value)) return 0;
-    if (value >= 9223372036854775808.0) return std::numeric_limits<int64_t>::max();
-    if (value < -9223372036854775808.0) return std::numeric_limits<int64_t>::min();
-    return static_cast<int64_t>(std::round(value));
-}
-
 int32_t definedSizeOf(double value)
 {
-    if (std::isnan(value)) return -1;
-    return static_cast<int32_t>(std::clamp(std::floor(value + 0.5), -1.0, 2147483647.0));
+    return std::isnan(value) ? -1 : std::max(truncated<int32_t>(std::floor(value + 0.5)), -1);
 }
 
 // A pattern's %s, %3.3d, %2.2d or %8.8X replaced.
@@ -147,7 +138,7 @@ void appendValue(std::string &out, TagType type, const TagContent &content)
         return appendNumber(out, std::floor(std::abs(content.Value) + 0.5) > 0 ? ~uint64_t{0} : uint64_t{0});
     case TagType::Int8:
     case TagType::BitSet64:
-    case TagType::Color8: return appendNumber(out, wholeNumber(content.Value));
+    case TagType::Color8: return appendNumber(out, nearest<int64_t>(content.Value));
     case TagType::Float8:
     case TagType::TDateTime: return appendNumber(out, content.Value);
     case TagType::AnsiString: return appendBlock(out, text, (text.size() + 8) / 8 * 8);

@@ -3,6 +3,7 @@
 #include "datafiles/tag_reader.h"
 #include "devices/families.h"
 #include "devices/fields.h"
+#include "devices/truncated.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -30,14 +31,6 @@ struct Reading
     std::string fileName; // without folder
     bool countWarned = false, indexWarned = false;
 };
-
-template <class T>
-T saturated(double value)
-{
-    if (value >= static_cast<double>(std::numeric_limits<T>::max())) return std::numeric_limits<T>::max();
-    if (value <= static_cast<double>(std::numeric_limits<T>::min())) return std::numeric_limits<T>::min();
-    return static_cast<T>(value);
-}
 
 // What no number or out of all range in the file is leaves the field alone.
 std::optional<double> finite(double value)
@@ -179,8 +172,8 @@ void baseResolution(Reading &reading, const TagRecord &tag)
     std::optional<double> resolution = picoseconds(tag);
     if (!resolution) return;
     reading.device.BaseResolution = *resolution;
-    if (reading.device.MeasMode == MeasMode::T2) reading.device.SyncPeriodPs = saturated<int64_t>(*resolution);
-    reading.context.ResolutionPs = saturated<uint64_t>(*resolution);
+    if (reading.device.MeasMode == MeasMode::T2) reading.device.SyncPeriodPs = truncated<int64_t>(*resolution);
+    reading.context.ResolutionPs = truncated<uint64_t>(*resolution);
 }
 
 void inputChannels(Reading &reading, const TagRecord &tag)
@@ -217,13 +210,13 @@ void channelDeadTime(Reading &reading, const TagRecord &tag)
 
 void binningFactor(Reading &reading, const TagRecord &tag)
 {
-    if (intOf(tag) > 0) reading.device.Binning = static_cast<int32_t>(std::lround(std::log2(intOf(tag))));
+    if (intOf(tag) > 0) reading.device.Binning = nearest<int32_t>(std::log2(intOf(tag)));
 }
 
 void creatingTime(Reading &reading, const TagRecord &tag)
 {
     if (auto seconds = finite(std::trunc((doubleOf(tag) - dateTimeOf1970) * secondsOfDay)))
-        reading.context.Description.CreatingTime = saturated<int64_t>(*seconds * 1e7);
+        reading.context.Description.CreatingTime = truncated<int64_t>(*seconds * 1e7);
 }
 
 void markerCount(Reading &reading, const TagRecord &tag)
@@ -241,9 +234,9 @@ void globalResolution(Reading &reading, const TagRecord &tag)
     if (!period || doubleOf(tag) == 0.0) return;
     if (device.MeasMode == MeasMode::T3) {
         if (auto rate = finite(1.0 / doubleOf(tag))) reading.context.Description.AveSyncRate = *rate;
-        device.SyncPeriodPs = saturated<int64_t>(*period);
+        device.SyncPeriodPs = truncated<int64_t>(*period);
     } else if (device.MeasMode == MeasMode::T2) {
-        device.SyncPeriodPs = saturated<int64_t>(*period);
+        device.SyncPeriodPs = truncated<int64_t>(*period);
     }
 }
 
@@ -253,9 +246,9 @@ void syncRate(Reading &reading, const TagRecord &tag)
     if (intOf(tag) != 0) {
         description.AveSyncRate = intOf(tag);
         if (reading.device.MeasMode == MeasMode::T3)
-            reading.device.SyncPeriodPs = saturated<int64_t>(std::round(psPerSecond / intOf(tag)));
+            reading.device.SyncPeriodPs = nearest<int64_t>(psPerSecond / intOf(tag));
     }
-    reading.context.SyncRate = saturated<int32_t>(std::round(description.AveSyncRate.load()));
+    reading.context.SyncRate = nearest<int32_t>(description.AveSyncRate.load());
 }
 
 void inputRate(Reading &reading, const TagRecord &tag)

@@ -1,6 +1,7 @@
 #include "datafiles/recording.h"
 
 #include "devices/families.h"
+#include "devices/truncated.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -158,7 +159,7 @@ Recording::~Recording()
 void Recording::setRates(size_t firstEntry)
 {
     for (size_t i = 0; i < inputRates.size(); ++i)
-        context.CountRates[firstEntry + i] = static_cast<int32_t>(std::round(inputRates[i]));
+        context.CountRates[firstEntry + i] = nearest<int32_t>(inputRates[i]);
 }
 
 bool Recording::write(std::span<const uint32_t> words)

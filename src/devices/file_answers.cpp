@@ -1,14 +1,13 @@
 #include "devices/file_answers.h"
 
 #include "devices/primitives.h"
+#include "devices/truncated.h"
 #include "log/log.h"
 #include "log/text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <fcntl.h>
-#include <limits>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -50,10 +49,7 @@ bool readError(const Device &device, int error)
 
 int32_t fileSyncRate(const MeasContext &context)
 {
-    double rate = std::round(context.Description.AveSyncRate);
-    if (!(rate >= 0)) return 0;
-    return rate < std::numeric_limits<int32_t>::max() ? static_cast<int32_t>(rate)
-                                                      : std::numeric_limits<int32_t>::max();
+    return std::max(nearest<int32_t>(context.Description.AveSyncRate), 0);
 }
 
 bool openFileInput(Device &device, Run &run)

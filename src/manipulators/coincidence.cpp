@@ -2,6 +2,7 @@
 // The work on the events is in coincidence_work.cpp.
 #include "manipulators/coincidence.h"
 
+#include "devices/truncated.h"
 #include "log/log.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
@@ -35,7 +36,7 @@ void lastWords(const StageRef &stage)
 int32_t addCoincidence(const DeviceRef &target, const CoincidenceRequest &request)
 {
     CoincidenceState state;
-    state.Window = nearestUint64(request.WindowPs);
+    state.Window = nearest<uint64_t>(request.WindowPs);
     state.CoincMode = static_cast<CoincMode>(request.CoincMode);
     state.TimeMode = static_cast<TimeMode>(request.TimeMode);
     state.Keep = request.Keep;

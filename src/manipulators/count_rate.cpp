@@ -3,6 +3,7 @@
 #include "manipulators/count_rate.h"
 
 #include "devices/raw_time.h"
+#include "devices/truncated.h"
 #include "log/log.h"
 #include "manipulators/run_copy.h"
 #include "manipulators/stage.h"
@@ -121,7 +122,7 @@ bool finishPass(CountRateState &, const StageRef &, EventStore *)
 
 int32_t addCountRate(const DeviceRef &target, double windowPs)
 {
-    const auto window = static_cast<uint64_t>(int64_t{nearestInt32(windowPs)});
+    const auto window = static_cast<uint64_t>(int64_t{nearest<int32_t>(windowPs)});
     auto record = std::make_shared<Manipulator>();
     record->Type = ManisType::CountRate;
     record->Params = {window};
@@ -137,17 +138,6 @@ int32_t addCountRate(const DeviceRef &target, double windowPs)
     return record->Index;
 }
 
-namespace {
-
-uint32_t wholeRate(float rate)
-{
-    if (!(rate > 0)) return 0;
-    constexpr float limit = 4294967296.0f;
-    return rate < limit ? static_cast<uint32_t>(std::round(rate)) : std::numeric_limits<uint32_t>::max();
-}
-
-} // namespace
-
 bool countRates(const DeviceRef &target, int32_t index, uint32_t *rates)
 {
     auto chain = chainOf(*target.context);
@@ -162,7 +152,7 @@ bool countRates(const DeviceRef &target, int32_t index, uint32_t *rates)
     if (record.Rates.empty() || !record.StartedFlag) return false;
     const uint64_t channels = rates ? numAllChans(*target.device, *target.context) : 0;
     for (uint64_t channel = 0; channel < channels; ++channel)
-        rates[channel] = channel < record.Rates.size() ? wholeRate(record.Rates[channel]) : 0;
+        rates[channel] = channel < record.Rates.size() ? nearest<uint32_t>(record.Rates[channel]) : 0;
     return true;
 }
 

@@ -4,6 +4,7 @@
 #include "manipulators/delay.h"
 
 #include "devices/raw_time.h"
+#include "devices/truncated.h"
 #include "log/log.h"
 #include "manipulators/run_copy.h"
 #include "manipulators/stage.h"
@@ -140,7 +141,7 @@ bool finishPass(DelayState &, const StageRef &, EventStore *)
 
 int32_t addDelay(const DeviceRef &target, uint8_t channel, double delayPs, bool keep)
 {
-    const auto delay = static_cast<uint64_t>(int64_t{nearestInt32(delayPs)});
+    const auto delay = static_cast<uint64_t>(int64_t{nearest<int32_t>(delayPs)});
     auto record = std::make_shared<Manipulator>();
     record->Type = ManisType::Delay;
     record->InChans = {channel};

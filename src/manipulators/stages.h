@@ -14,10 +14,6 @@ namespace Tessel {
 // The low byte of each element, as channel numbers are kept.
 std::vector<uint8_t> channelBytes(std::span<const int32_t> channels);
 
-// Rounded; at the ends of the range where the value is beyond it, 0 for what is no number.
-int32_t nearestInt32(double value);
-uint64_t nearestUint64(double value);
-
 struct CoincidenceRequest
 {
     std::span<const int32_t> Channels;

@@ -64,7 +64,7 @@ uint64_t g2Bins(const CorrelationParams &params)
 
 LagGrid lagGridOf(const Device &device, const CorrelationParams &params)
 {
-    return lagGrid(std::max(params.CorrMinLag, cutPs(device.BaseResolution)), params.CorrWindow,
+    return lagGrid(std::max(params.CorrMinLag, lagPs(device.BaseResolution)), params.CorrWindow,
                    params.CorrSteps);
 }
 

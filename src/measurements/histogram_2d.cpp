@@ -16,7 +16,7 @@ public:
 
     void prepare(RunRef &run)
     {
-        rules = {run.run->Params.Histo2d, truncated(run.device().Resolution)};
+        rules = {run.run->Params.Histo2d, truncated<uint64_t>(run.device().Resolution)};
         stopCount = run.device().StopCount;
         startChans = static_cast<uint8_t>(numAllChans(run.device(), run.context()));
         isT2 = run.device().MeasMode == MeasMode::T2;

@@ -1,21 +1,15 @@
 #include "measurements/lag_grid.h"
 
+#include "devices/truncated.h"
+
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace Tessel {
 
-uint64_t cutPs(double ps)
+uint64_t lagPs(double ps)
 {
-    constexpr double limit = 9223372036854775808.0;
-    if (!(ps > 0)) return 0;
-    return ps < limit ? static_cast<uint64_t>(ps) : std::numeric_limits<int64_t>::max();
-}
-
-uint64_t roundedPs(double ps)
-{
-    return cutPs(std::round(ps));
+    return static_cast<uint64_t>(std::max(truncated<int64_t>(ps), int64_t{0}));
 }
 
 LagGrid lagGrid(uint64_t minLag, uint64_t window, uint64_t steps)
@@ -28,11 +22,11 @@ LagGrid lagGrid(uint64_t minLag, uint64_t window, uint64_t steps)
     for (double end = start + step;; end += step) {
         const double from = static_cast<double>(edge), width = std::pow(10.0, end) - from;
         grid.Edges.push_back(edge);
-        grid.Centers.push_back(cutPs(width * 0.5 + from));
-        grid.Widths.push_back(cutPs(width));
+        grid.Centers.push_back(lagPs(width * 0.5 + from));
+        grid.Widths.push_back(lagPs(width));
         // A step that is lost in rounding, or no number, would go on for ever.
         if (edge >= window || !(end + step > end)) return grid;
-        edge = cutPs(from + width);
+        edge = lagPs(from + width);
     }
 }
 

@@ -18,8 +18,7 @@ inline constexpr uint64_t mostLagSteps = 1'000'000;
 // begins there. A grid that can't advance ends: one lag where window <= minLag, minLag is 0 or steps is 0.
 LagGrid lagGrid(uint64_t minLag, uint64_t window, uint64_t steps);
 
-// Whole picoseconds, cut or rounded: 0 for what is negative or no number, 2^63 - 1 for what is larger.
-uint64_t cutPs(double ps);
-uint64_t roundedPs(double ps);
+// Cut to whole picoseconds, from 0 to 2^63 - 1.
+uint64_t lagPs(double ps);
 
 } // namespace Tessel

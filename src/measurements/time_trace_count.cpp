@@ -204,7 +204,7 @@ void TimeTraceWork::growTo(uint64_t rows)
 uint64_t traceBinWidth(uint64_t historySizePs, uint64_t numBins)
 {
     if (numBins == 0) return 0;
-    return truncated(static_cast<double>(historySizePs) / static_cast<double>(numBins));
+    return truncated<uint64_t>(static_cast<double>(historySizePs) / static_cast<double>(numBins));
 }
 
 void timeTraceCount(TimeTraceWork &work, T2Time time, const uint64_t *times, const uint8_t *channels,

@@ -136,11 +136,11 @@ void setSequence(MeasContext &context, int32_t mode, bool wait, double value)
     case 0: context.SequenceMode = 0; break;
     case 1:
         context.SequenceMode = 1;
-        context.SequencePeriodPs = truncated(value * 1e12);
+        context.SequencePeriodPs = truncated<uint64_t>(value * 1e12);
         break;
     case 2:
         context.SequenceMode = 2;
-        context.SequenceCount = truncated(value);
+        context.SequenceCount = truncated<uint64_t>(value);
         break;
     default: break;
     }

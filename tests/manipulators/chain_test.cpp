@@ -125,26 +125,8 @@ TEST_F(Chain, MoreEndedStagesThanChannelsLeaveNoRows)
     EXPECT_EQ(rows(), 5u);
 }
 
-TEST_F(Chain, ArgumentsAreBroughtIntoTheirRange)
+TEST_F(Chain, ChannelNumbersAreBytes)
 {
-    const struct
-    {
-        double given;
-        int32_t int32;
-        uint64_t uint64;
-    } cases[] = {
-        {1.4, 1, 1},
-        {-1.6, -2, 0},
-        {NAN, 0, 0},
-        {1e10, 2147483647, 10'000'000'000},
-        {-1e10, -2147483647 - 1, 0},
-        {INFINITY, 2147483647, ~uint64_t{0}},
-        {1e300, 2147483647, ~uint64_t{0}},
-    };
-    for (const auto &given : cases) {
-        EXPECT_EQ(nearestInt32(given.given), given.int32) << given.given;
-        EXPECT_EQ(nearestUint64(given.given), given.uint64) << given.given;
-    }
     const int32_t wide[] = {1, 257, -1};
     EXPECT_EQ(channelBytes(wide), (Bytes{1, 1, 255}));
 }
