@@ -1,4 +1,7 @@
-// The picosecond time of a decoded event.
+// The picosecond time of a decoded event, and back.
+//
+// T2: the raw time is the time. T3: it is the sync number above 15 bits of dtime, and the time is sync number x
+// sync period + dtime x resolution, the latter cut to whole picoseconds. In any other mode the time is 0.
 #pragma once
 
 #include "devices/device.h"
@@ -9,40 +12,10 @@
 
 namespace Tessel {
 
-// T2: the stored time. T3: sync number x sync period + dtime x resolution, the latter cut to whole picoseconds.
-// In any other mode 0.
-class RawTime
-{
-public:
-    static constexpr uint64_t dtimeMask = 0x7FFF;
-    static constexpr int dtimeBits = 15;
+inline constexpr int dtimeBits = 15;
+inline constexpr uint64_t dtimeMask = (uint64_t{1} << dtimeBits) - 1;
 
-    RawTime() = default;
-    explicit RawTime(const Device &device)
-        : mode(device.MeasMode),
-          period(static_cast<uint64_t>(device.SyncPeriodPs)),
-          resolution(device.Resolution)
-    {
-    }
-
-    uint64_t ps(uint64_t raw) const
-    {
-        switch (mode) {
-        case MeasMode::T2: return raw;
-        case MeasMode::T3:
-            return (raw >> dtimeBits) * period +
-                   static_cast<uint64_t>(static_cast<double>(raw & dtimeMask) * resolution);
-        default: return 0;
-        }
-    }
-
-private:
-    MeasMode mode = MeasMode::T2;
-    uint64_t period = 1;
-    double resolution = 1.0;
-};
-
-// The same with the mode settled once, for loops over many events.
+// With the mode settled, for loops over many events.
 struct T2Time
 {
     static constexpr bool isT3 = false;
@@ -62,25 +35,26 @@ class T3Time
 public:
     static constexpr bool isT3 = true;
 
-    // In a mode without a stream every time is 0.
+    // In a mode without a stream, or of no device, every time is 0.
+    T3Time() = default;
     explicit T3Time(const Device &device)
     {
         if (device.MeasMode != MeasMode::T3) return;
         period = static_cast<uint64_t>(device.SyncPeriodPs);
-        constexpr double largest = 1e14; // a dtime then still fits into a signed number of picoseconds
+        constexpr double largest = 0x1p48; // a dtime then still fits into a signed number of picoseconds
         resolution = device.Resolution > 0 ? std::min(device.Resolution, largest) : 0;
-        spanPs = dtimePs(RawTime::dtimeMask);
+        spanPs = dtimePs(dtimeMask);
     }
 
     uint64_t ps(uint64_t raw) const { return syncPs(raw) + dtimePs(raw); }
-    uint64_t syncPs(uint64_t raw) const { return (raw >> RawTime::dtimeBits) * period; }
+    uint64_t syncPs(uint64_t raw) const { return (raw >> dtimeBits) * period; }
 
     // The dtime is counted in whole picoseconds of resolution.
     uint64_t raw(uint64_t ps) const
     {
         const uint64_t divisor = std::max<uint64_t>(period, 1);
         const uint64_t step = std::max<uint64_t>(static_cast<uint64_t>(resolution), 1);
-        return ((ps % divisor / step) & RawTime::dtimeMask) | ps / divisor << RawTime::dtimeBits;
+        return ((ps % divisor / step) & dtimeMask) | ps / divisor << dtimeBits;
     }
 
     uint64_t surelyBefore(uint64_t ps) const
@@ -97,12 +71,13 @@ public:
 private:
     static uint64_t rawOfSync(uint64_t sync)
     {
-        constexpr uint64_t syncs = uint64_t{1} << (64 - RawTime::dtimeBits);
-        return sync < syncs ? sync << RawTime::dtimeBits : std::numeric_limits<uint64_t>::max();
+        constexpr uint64_t syncs = uint64_t{1} << (64 - dtimeBits);
+        return sync < syncs ? sync << dtimeBits : std::numeric_limits<uint64_t>::max();
     }
+    // By way of signed numbers, which convert in one instruction.
     uint64_t dtimePs(uint64_t raw) const
     {
-        const auto dtime = static_cast<int32_t>(raw & RawTime::dtimeMask);
+        const auto dtime = static_cast<int32_t>(raw & dtimeMask);
         return static_cast<uint64_t>(static_cast<int64_t>(static_cast<double>(dtime) * resolution));
     }
 
@@ -118,5 +93,19 @@ auto withTime(const Device &device, Work work)
     if (device.MeasMode == MeasMode::T2) return work(T2Time());
     return work(T3Time(device));
 }
+
+// The same for who meets an event now and then.
+class RawTime
+{
+public:
+    RawTime() = default;
+    explicit RawTime(const Device &device) : isT2(device.MeasMode == MeasMode::T2), t3(device) {}
+
+    uint64_t ps(uint64_t raw) const { return isT2 ? raw : t3.ps(raw); }
+
+private:
+    bool isT2 = false;
+    T3Time t3;
+};
 
 } // namespace Tessel

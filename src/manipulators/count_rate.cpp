@@ -62,7 +62,7 @@ void beginInterval(CountRateState &rate, Time time, const Piece &in)
 {
     for (uint64_t at = 0; at < in.Count && rate.Start == 0; ++at) {
         rate.Start = time.ps(in.Times[at]);
-        rate.FirstSync = in.Times[at] >> RawTime::dtimeBits;
+        rate.FirstSync = in.Times[at] >> dtimeBits;
     }
 }
 
@@ -106,7 +106,7 @@ void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece)
     for (size_t channel = 0; channel < rates.size(); ++channel)
         rates[channel] = std::round(static_cast<float>(rate.Counters[channel]) * (1.0f / span) * psPerSecond);
     if (stage.device->MeasMode == MeasMode::T3 && !rates.empty()) {
-        const uint64_t syncs = (last >> RawTime::dtimeBits) - rate.FirstSync;
+        const uint64_t syncs = (last >> dtimeBits) - rate.FirstSync;
         rates[0] = std::round(static_cast<float>(syncs) / span * psPerSecond);
     }
     own.unlock();

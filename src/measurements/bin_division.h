@@ -1,4 +1,4 @@
-// Bin of a time: division by a width that stays the same over a whole loop, without a division in it.
+// Division by a number that stays the same over a whole loop, without a division in it.
 #pragma once
 
 #include <bit>
@@ -8,30 +8,40 @@ namespace Tessel {
 
 __extension__ using Wide = unsigned __int128;
 
-// The width is a power of 2.
+// By a power of 2.
 struct ShiftDivision
 {
     int Shift;
-    uint64_t operator()(uint64_t distance) const { return distance >> Shift; }
+    uint64_t operator()(uint64_t number) const { return number >> Shift; }
 };
 
-// distance / width for a width w that is no power of 2 and distances below 2^63. With s = floor(log2 w) and
-// k = 64 + s, Factor = floor(2^k / w) + 1 is below 2^64 and e = Factor * w - 2^k is at most w, so below
-// 2^(s+1). Hence distance * Factor / 2^k is too large by distance * e / (w * 2^k) < 1 / w, too little to reach
-// the next bin.
+// n / d for numbers n below 2^63 and a divisor d above 1; beyond, some number.
+//
+// With s = ceil(log2 d) - 1 and k = 64 + s, Factor = ceil(2^k / d) is below 2^64, and e = Factor * d - 2^k is
+// below d, so below 2^(s+1). Hence n * Factor / 2^k is too large by n * e / (d * 2^k) < 1 / d, too little to
+// reach the next whole number.
 struct ReciprocalDivision
 {
     int Shift;
     uint64_t Factor;
 
-    explicit ReciprocalDivision(uint64_t width)
-        : Shift(std::bit_width(width) - 1), Factor(static_cast<uint64_t>((Wide{1} << (64 + Shift)) / width) + 1)
+    explicit ReciprocalDivision(uint64_t divisor)
+        : Shift(std::bit_width(divisor - 1) - 1),
+          Factor(static_cast<uint64_t>(((Wide{1} << (64 + Shift)) + divisor - 1) / divisor))
     {
     }
-    uint64_t operator()(uint64_t distance) const
+    uint64_t operator()(uint64_t number) const
     {
-        return static_cast<uint64_t>(Wide{distance} * Factor >> 64) >> Shift;
+        return static_cast<uint64_t>(Wide{number} * Factor >> 64) >> Shift;
     }
 };
+
+// Calls `work` with the division by this number, which is above 0.
+template <class Work>
+auto withDivision(uint64_t divisor, Work work)
+{
+    if (std::has_single_bit(divisor)) return work(ShiftDivision{std::countr_zero(divisor)});
+    return work(ReciprocalDivision(divisor));
+}
 
 } // namespace Tessel

@@ -104,7 +104,7 @@ uint64_t finishGroup(const G2Group &group, const G2Row &row, const Division divi
 
 // Needs R1 to R3. The number of pairs at equal times.
 template <class Division>
-uint64_t countRowWith(const Division division, const G2Row &row)
+uint64_t countRow(const G2Row &row, const Division division)
 {
     G2Group group;
     uint64_t equal = 0;
@@ -115,12 +115,6 @@ uint64_t countRowWith(const Division division, const G2Row &row)
         equal += finishGroup(group, row, division);
     }
     return equal;
-}
-
-uint64_t countRow(const G2Row &row, uint64_t binWidth)
-{
-    if (std::has_single_bit(binWidth)) return countRowWith(ShiftDivision{std::countr_zero(binWidth)}, row);
-    return countRowWith(ReciprocalDivision(binWidth), row);
 }
 
 // Writes the times of each channel behind the tail of its ring, without a branch on the channel.
@@ -167,9 +161,10 @@ void countChannel(CorrelationWork &work, size_t channel, uint64_t written)
     const uint64_t *starts = work.Rings[channel].behindTail();
     const uint64_t span = work.Lags * work.Params.CorrBinWidth;
     other.Times[other.place(other.Head) - 1] = starts[0] - span; // R2
-    const uint64_t equal = countRow(
-        {starts, written, work.Seen[channel].data(), other.behindTail(), span, work.Rows[channel].get()},
-        work.Params.CorrBinWidth);
+    const G2Row row{
+        starts, written, work.Seen[channel].data(), other.behindTail(), span, work.Rows[channel].get()};
+    const uint64_t equal = withDivision(work.Params.CorrBinWidth,
+                                        [&row](const auto &division) { return countRow(row, division); });
     work.Rows[1 - channel][0] += equal; // equal times count in both rows
 }
 

@@ -90,7 +90,7 @@ private:
         const HistogramParams &params = run.run->Params.Histogram;
         uint64_t &lastRef = run.run->LastRefTime;
         if (!isT2)
-            countBin(run, shape, channel, time & RawTime::dtimeMask);
+            countBin(run, shape, channel, time & dtimeMask);
         else if (lastRef != 0)
             countBin(run, shape, channel, (time - lastRef) / params.HistoBinWidth);
         if (isT2 && channel == params.HistoRefChan) lastRef = time;

@@ -28,7 +28,7 @@ bool isCounted(uint8_t channel, uint64_t rows)
 
 uint64_t dtimePs(uint64_t raw, const PairRules &rules)
 {
-    return (raw & RawTime::dtimeMask) * rules.Resolution;
+    return (raw & dtimeMask) * rules.Resolution;
 }
 
 } // namespace
@@ -57,12 +57,12 @@ std::optional<Pair> nextPair(PairSearch &search, const PairRules &rules, const T
     const Histo2dParams &params = rules.Params;
     std::optional<Pair> pair;
     if (search.XSync == search.YSync && search.X != unset && search.Y != unset) {
-        const uint64_t reference = time.syncPs(search.XSync << RawTime::dtimeBits);
+        const uint64_t reference = time.syncPs(search.XSync << dtimeBits);
         pair = {search.X, search.Y, reference - search.PreviousRef};
         search.PreviousRef = reference;
         search.X = search.Y = unset;
     }
-    const uint64_t sync = raw >> RawTime::dtimeBits;
+    const uint64_t sync = raw >> dtimeBits;
     if (channel == params.H2dChanX) {
         search.X = dtimePs(raw, rules) - params.H2dOffsetX;
         search.XSync = sync;
@@ -193,7 +193,7 @@ void searchBlock(PairSearch &search, const PairRules &rules, const T3Time &, con
     };
     for (uint64_t k = 0; k < searched; ++k) {
         const uint64_t raw = times[positions[k]], channel = channels[positions[k]];
-        const uint64_t sync = raw >> RawTime::dtimeBits, delay = dtimePs(raw, rules);
+        const uint64_t sync = raw >> dtimeBits, delay = dtimePs(raw, rules);
         const uint64_t isX = roles.IsX[channel], isY = roles.IsY[channel];
         note(true);
         now.X = select(isX, delay - offsetX, now.X);
@@ -216,35 +216,27 @@ Pair pairOf(PairSearch &search, const PairRules &rules, T2Time, const PairBlock 
 }
 Pair pairOf(PairSearch &search, const PairRules &, const T3Time &time, const PairBlock &found, uint64_t i)
 {
-    const uint64_t reference = time.syncPs(found.Reference[i] << RawTime::dtimeBits);
+    const uint64_t reference = time.syncPs(found.Reference[i] << dtimeBits);
     return {found.X[i], found.Y[i], reference - std::exchange(search.PreviousRef, reference)};
 }
 
-// Delay / width, for delays below 2^62. With s = floor(log2 width) and k = 63 + s, Factor = floor(2^k / width)
-// + 1 and e = Factor * width - 2^k is at most the width, so below 2^(s+1). Hence delay * Factor / 2^k is too
-// large by delay * e / (width * 2^k) < 1 / width, too little to reach the next bin.
+constexpr uint64_t exactDoubles = uint64_t{1} << 53;
+
+// Delay / width for delays below 2^62, both doubled: so a width of 1 has a reciprocal too.
 class DelayDivision
 {
 public:
-    explicit DelayDivision(uint64_t width)
-        : shift(std::bit_width(width) - 1), factor(static_cast<uint64_t>((Wide{1} << (63 + shift)) / width) + 1)
-    {
-    }
-    uint64_t operator()(uint64_t delay) const
-    {
-        return static_cast<uint64_t>(Wide{delay} * factor >> 63) >> shift;
-    }
+    explicit DelayDivision(uint64_t width) : division(2 * std::min(width, exactDoubles)) {}
+    uint64_t operator()(uint64_t delay) const { return division(2 * delay); }
 
 private:
-    int shift;
-    uint64_t factor;
+    ReciprocalDivision division;
 };
 
 // Where an axis ends, in ps; 0 if that is beyond the doubles' exact whole numbers, or there is no bin.
 uint64_t axisEnd(uint64_t width, uint64_t numBins)
 {
-    constexpr uint64_t exact = uint64_t{1} << 53;
-    return numBins > exact / width ? 0 : numBins * width;
+    return numBins > exactDoubles / width ? 0 : numBins * width;
 }
 
 // Bins pairs as elementOf does. Without a slope the column is the integer quotient: below 2^53 the doubles'

@@ -5,12 +5,12 @@
 // elements.
 #include "measurements/histogram_count.h"
 
+#include "devices/raw_time.h"
 #include "measurements/bin_division.h"
 #include "pipeline/event_store.h"
 
 #include <algorithm>
 #include <array>
-#include <bit>
 
 namespace Tessel {
 
@@ -18,7 +18,6 @@ namespace {
 
 constexpr uint64_t BlockEvents = 512; // their elements stay in the first-level cache
 constexpr uint64_t NoChannel = 256;
-constexpr uint64_t DtimeMask = 0x7FFF;
 
 bool isCounted(uint8_t channel, uint64_t rows)
 {
@@ -33,6 +32,7 @@ bool lastDistance(const T2Counting &counting, uint64_t &last)
     return span != 0;
 }
 
+// Needs a `last` below 2^63.
 template <class Division>
 void countT2With(const Division division, const uint64_t *times, const uint8_t *channels, uint64_t count,
                  uint32_t *histo, const T2Counting &counting, uint64_t last)
@@ -65,12 +65,10 @@ void countT2(const uint64_t *times, const uint8_t *channels, uint64_t count, uin
 {
     uint64_t last = 0;
     if (!lastDistance(counting, last) || last >> 63 != 0)
-        countT2Plain(times, channels, count, histo, counting);
-    else if (std::has_single_bit(counting.BinWidth))
-        countT2With(ShiftDivision{std::countr_zero(counting.BinWidth)}, times, channels, count, histo, counting,
-                    last);
-    else
-        countT2With(ReciprocalDivision(counting.BinWidth), times, channels, count, histo, counting, last);
+        return countT2Plain(times, channels, count, histo, counting);
+    withDivision(counting.BinWidth, [&](const auto &division) {
+        countT2With(division, times, channels, count, histo, counting, last);
+    });
 }
 
 void countT3Plain(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
@@ -78,7 +76,7 @@ void countT3Plain(const uint64_t *times, const uint8_t *channels, uint64_t count
 {
     for (uint64_t i = 0; i < count; ++i) {
         if (!isCounted(channels[i], rows)) continue;
-        const uint64_t bin = times[i] & DtimeMask;
+        const uint64_t bin = times[i] & dtimeMask;
         if (bin < numBins) ++histo[numBins * channels[i] + bin];
     }
 }

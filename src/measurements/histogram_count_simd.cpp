@@ -4,6 +4,7 @@
 // Which events count is as random as the light that they come from, so nothing branches on it: the elements of
 // those that count are packed together. The two passes take turns in blocks so small that the processor, which
 // looks ahead, waits for events and for elements at the same time.
+#include "devices/raw_time.h"
 #include "measurements/histogram_count.h"
 #include "pipeline/event_store.h"
 
@@ -56,11 +57,11 @@ struct Shape
 HWY_INLINE size_t elementsOf(const uint64_t *times, const uint8_t *channels, const Shape &shape,
                              uint32_t *elements)
 {
-    const auto dtimeMask = hn::Set(d32, 0x7FFF);
+    const auto mask = hn::Set(d32, static_cast<uint32_t>(dtimeMask));
     const auto dSigned = hn::RebindToSigned<decltype(d32)>();
     size_t found = 0;
     for (size_t i = 0; i < BlockEvents; i += GroupEvents) {
-        const auto bin = hn::And(lowTimes(times + i), dtimeMask);
+        const auto bin = hn::And(lowTimes(times + i), mask);
         const auto channel = hn::PromoteTo(d32, hn::LoadU(d8, channels + i));
         const auto hasRow = hn::Lt(hn::BitCast(dSigned, channel), hn::BitCast(dSigned, shape.Rows));
         const auto hasBin = hn::Lt(hn::BitCast(dSigned, bin), hn::BitCast(dSigned, shape.NumBins));
