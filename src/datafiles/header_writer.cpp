@@ -5,6 +5,7 @@
 #include "datafiles/tag_reader.h"
 #include "devices/families.h"
 #include "devices/fields.h"
+#include "log/file_handle.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -276,11 +277,10 @@ bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasCon
         header.Positions = {};
     }
     bool complete = false, closed = true;
-    if (std::FILE *file = std::fopen(nativePath(header.Path).c_str(), update ? "rb+" : "wb+")) {
-        complete =
-            update ? writeFinal(header, file, config, context) : writeOpening(header, file, config, context);
-        bool flushed = std::fflush(file) == 0;
-        closed = std::fclose(file) == 0 && flushed;
+    if (FileStream file = openStream(header.Path, update ? "rb+" : "wb+")) {
+        complete = update ? writeFinal(header, file.get(), config, context)
+                          : writeOpening(header, file.get(), config, context);
+        closed = close(std::move(file));
     } else {
         logWriteError(header.Path, errno);
     }
@@ -299,10 +299,10 @@ bool sealHeader(std::string_view path)
     }
     head->Image.resize(length - sizeof(uint32_t));
     uint32_t crc = crcOf(std::move(head->Image));
-    std::FILE *file = std::fopen(nativePath(path).c_str(), "rb+");
-    bool written = file && fseeko(file, static_cast<off_t>(length - sizeof crc), SEEK_SET) == 0 &&
-                   std::fwrite(&crc, sizeof crc, 1, file) == 1;
-    if (file && std::fclose(file) != 0) written = false;
+    FileStream file = openStream(path, "rb+");
+    bool written = file && fseeko(file.get(), static_cast<off_t>(length - sizeof crc), SEEK_SET) == 0 &&
+                   std::fwrite(&crc, sizeof crc, 1, file.get()) == 1;
+    if (file && !close(std::move(file))) written = false;
     if (!written) logWriteError(path, errno);
     return written;
 }

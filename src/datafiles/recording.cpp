@@ -141,12 +141,12 @@ std::unique_ptr<Recording> Recording::create(std::string_view path, const Record
         logErr(LogCategory::General, "File: recording {}: the header can't be written", visible(path));
         return nullptr;
     }
-    made->file = std::fopen(nativePath(path).c_str(), "ab");
+    made->file = openStream(path, "ab");
     if (!made->file) {
         logLastError(fmt::format("File: recording {}:", visible(path)), errno);
         return nullptr;
     }
-    std::setvbuf(made->file, nullptr, _IOFBF, writeBuffer);
+    std::setvbuf(made->file.get(), nullptr, _IOFBF, writeBuffer);
     return made;
 }
 
@@ -167,7 +167,7 @@ bool Recording::write(std::span<const uint32_t> words)
     if (!file || failed) return false;
     if (words.empty()) return true;
     accepted += words.size();
-    if (std::fwrite(words.data(), sizeof(uint32_t), words.size(), file) == words.size()) return true;
+    if (std::fwrite(words.data(), sizeof(uint32_t), words.size(), file.get()) == words.size()) return true;
     failed = true;
     logLastError(fmt::format("File: recording {}:", visible(header.Path)), errno);
     return false;
@@ -176,11 +176,10 @@ bool Recording::write(std::span<const uint32_t> words)
 // Leaves the file with whole words and their number in the description.
 void Recording::closeData()
 {
-    if (std::fclose(file) != 0 && !failed) {
+    if (!Tessel::close(std::move(file)) && !failed) {
         failed = true;
         logLastError(fmt::format("File: recording {}:", visible(header.Path)), errno);
     }
-    file = nullptr;
     std::error_code error;
     uint64_t size = std::filesystem::file_size(nativePath(header.Path), error);
     uint64_t words = error || size < header.Length ? 0 : (size - header.Length) / sizeof(uint32_t);

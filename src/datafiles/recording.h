@@ -5,10 +5,10 @@
 #include "datafiles/custom_tag.h"
 #include "datafiles/header_writer.h"
 #include "devices/device.h"
+#include "log/file_handle.h"
 #include "pipeline/meas_context.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <span>
 #include <string>
@@ -57,9 +57,9 @@ private:
     MeasContext context;
     HeaderInWork header;
     std::vector<double> inputRates;
-    std::FILE *file = nullptr; // open while words are taken
-    uint64_t accepted = 0;     // words
-    bool failed = false;       // words are missing from the file
+    FileStream file;       // open while words are taken
+    uint64_t accepted = 0; // words
+    bool failed = false;   // words are missing from the file
 };
 
 } // namespace Tessel

@@ -1,18 +1,15 @@
 #include "datafiles/tag_reader.h"
 
+#include "log/file_handle.h"
 #include "log/log.h"
 #include "log/text.h"
 
 #include <fmt/chrono.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace Tessel {
 
@@ -29,38 +26,6 @@ T numberAt(std::string_view image, uint64_t offset)
 std::string_view upToZero(std::string_view bytes)
 {
     return bytes.substr(0, bytes.find('\0'));
-}
-
-class Descriptor
-{
-public:
-    // Never waits for a writer, as the plain open of a pipe would.
-    explicit Descriptor(const std::filesystem::path &path)
-        : number(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
-    {
-    }
-    ~Descriptor()
-    {
-        if (number >= 0) close(number);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    const int number;
-};
-
-bool readAll(int descriptor, std::string &bytes)
-{
-    size_t count = 0;
-    while (count < bytes.size()) {
-        ssize_t got = read(descriptor, bytes.data() + count, bytes.size() - count);
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) break;
-        count += static_cast<size_t>(got);
-    }
-    bool whole = count == bytes.size();
-    bytes.resize(count);
-    return whole;
 }
 
 // A calendar time, limited to the years that print with four digits.
@@ -111,22 +76,20 @@ std::string valueForTrace(const TagRecord &tag, std::string_view image)
 
 std::optional<FileHead> readHead(std::string_view path, uint64_t limit)
 {
-    Descriptor file(nativePath(path));
-    struct stat status
-    {
-    };
-    if (file.number < 0 || fstat(file.number, &status) != 0 || !S_ISREG(status.st_mode)) {
+    const FileHandle file = openToRead(path);
+    const std::optional<uint64_t> size = file.isOpen() ? sizeOf(file) : std::nullopt;
+    if (!size) {
         logErr(LogCategory::General, "File: {} read Error!", visible(path));
         return {};
     }
     FileHead head;
-    head.FileSize = static_cast<uint64_t>(status.st_size);
+    head.FileSize = *size;
     if (head.FileSize == 0) {
         logErr(LogCategory::General, "File: {} empty!", visible(path));
         return head;
     }
     head.Image.resize(std::min(head.FileSize, limit));
-    if (!readAll(file.number, head.Image)) {
+    if (readAt(file, head.Image.data(), head.Image.size(), 0) != static_cast<int64_t>(head.Image.size())) {
         logErr(LogCategory::General, "File: {} read Error!", visible(path));
         head.Image.clear();
     }

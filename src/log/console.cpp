@@ -1,5 +1,7 @@
 #include "log/console.h"
 
+#include "log/file_handle.h"
+
 #include <climits>
 #include <fmt/format.h>
 
@@ -60,19 +62,13 @@ public:
     {
         struct stat kind;
         if (fstat(STDOUT_FILENO, &kind) == 0 && (S_ISFIFO(kind.st_mode) || S_ISCHR(kind.st_mode)))
-            opened = open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+            opened = FileHandle(open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     }
-    ~ConsoleHandle()
-    {
-        if (opened >= 0) close(opened);
-    }
-    ConsoleHandle(const ConsoleHandle &) = delete;
-    ConsoleHandle &operator=(const ConsoleHandle &) = delete;
 
-    int number() const { return opened >= 0 ? opened : STDOUT_FILENO; }
+    int number() const { return opened.isOpen() ? opened.descriptor() : STDOUT_FILENO; }
 
 private:
-    int opened = -1;
+    FileHandle opened;
 };
 
 bool waitWritable(int handle, Clock::time_point deadline)

@@ -77,44 +77,33 @@ void rotateIfNewDay(LogWriter &writer, std::time_t now)
 
 } // namespace
 
-LogFile &LogFile::operator=(LogFile &&other) noexcept
-{
-    std::swap(number, other.number);
-    std::swap(lineTorn, other.lineTorn);
-    return *this;
-}
-
 int LogFile::open(std::string_view path, bool mustBeNew)
 {
     close();
     // O_NONBLOCK: a fifo of that name must not hold the writer; it means nothing to a file.
     const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | (mustBeNew ? O_EXCL : 0);
-    int opened = ::open(nativePath(path).c_str(), flags, 0666);
-    if (opened < 0) return errno;
-    if (opened <= STDERR_FILENO) { // the host closed a standard stream: what it prints there is no log line
-        const int moved = fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        const int error = errno;
-        ::close(opened);
-        if (moved < 0) return error;
-        opened = moved;
-    }
-    number = opened;
+    FileHandle opened(::open(nativePath(path).c_str(), flags, 0666));
+    if (!opened.isOpen()) return errno;
+    // The host closed a standard stream: what it prints there is no log line.
+    if (opened.descriptor() <= STDERR_FILENO)
+        opened = FileHandle(fcntl(opened.descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!opened.isOpen()) return errno;
+    file = std::move(opened);
     return 0;
 }
 
 void LogFile::close()
 {
-    if (number >= 0) ::close(number);
-    number = -1;
+    file.close();
     lineTorn = false;
 }
 
 void LogFile::writeLine(std::string line)
 {
-    if (number < 0) return;
+    if (!file.isOpen()) return;
     if (lineTorn) line.insert(line.begin(), '\n');
     line += '\n';
-    const ssize_t written = write(number, line.data(), line.size());
+    const ssize_t written = write(file.descriptor(), line.data(), line.size());
     if (written > 0) lineTorn = static_cast<size_t>(written) < line.size();
 }
 

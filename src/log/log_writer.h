@@ -4,6 +4,7 @@
 // day's change can be played through.
 #pragma once
 
+#include "log/file_handle.h"
 #include "log/log.h"
 
 #include <chrono>
@@ -22,22 +23,17 @@ struct LogRecord
     std::string Text;
 };
 
-// A file descriptor, closed at its end; never one of the three standard numbers.
+// The day file, appended to.
 class LogFile
 {
 public:
-    LogFile() = default;
-    LogFile(LogFile &&other) noexcept : number(other.number) { other.number = -1; }
-    LogFile &operator=(LogFile &&other) noexcept;
-    ~LogFile() { close(); }
-
-    // Opens for appending; returns the error number, 0 if it went well, EEXIST if `mustBeNew` and it is there.
+    // Returns the error number, 0 if it went well, EEXIST if `mustBeNew` and it is there.
     int open(std::string_view path, bool mustBeNew);
     void close();
     void writeLine(std::string line);
 
 private:
-    int number = -1;
+    FileHandle file;       // never one of the three standard numbers
     bool lineTorn = false; // the disc took only part of a line: the next one starts with a line feed
 };
 

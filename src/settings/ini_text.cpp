@@ -1,5 +1,6 @@
 #include "settings/ini_text.h"
 
+#include "log/file_handle.h"
 #include "log/log.h"
 #include "log/text.h"
 
@@ -10,9 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace Tessel {
 
@@ -59,22 +57,6 @@ std::optional<Number> parseNumber(std::string_view text)
     return number;
 }
 
-class OpenFile
-{
-public:
-    explicit OpenFile(const char *path) : number(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-    ~OpenFile()
-    {
-        const int errorBefore = errno;
-        if (number >= 0) close(number);
-        errno = errorBefore;
-    }
-    OpenFile(const OpenFile &) = delete;
-    OpenFile &operator=(const OpenFile &) = delete;
-
-    const int number;
-};
-
 } // namespace
 
 std::optional<IniText> parseIni(std::string_view text)
@@ -94,25 +76,19 @@ std::optional<IniText> parseIni(std::string_view text)
 
 std::optional<std::string> readIniFile(std::string_view path)
 {
-    const OpenFile file(nativePath(path).c_str()); // without blocking: a fifo may have no writer
-    if (file.number < 0) return std::nullopt;
-    struct stat kind;
-    if (fstat(file.number, &kind) != 0) return std::nullopt;
-    if (!S_ISREG(kind.st_mode)) {
-        errno = S_ISDIR(kind.st_mode) ? EISDIR : EINVAL;
-        return std::nullopt;
-    }
+    const FileHandle file = openToRead(path);
+    if (!file.isOpen() || !sizeOf(file)) return std::nullopt;
     std::string text;
     for (;;) {
         char block[16384];
-        const ssize_t count = read(file.number, block, sizeof block);
-        if (count == 0) return text;
-        if (count < 0 && errno != EINTR) return std::nullopt;
-        if (count > 0) text.append(block, static_cast<size_t>(count));
+        const int64_t count = readAt(file, block, sizeof block, text.size());
+        if (count < 0) return std::nullopt;
+        text.append(block, static_cast<size_t>(count));
         if (text.size() > fileLimit) {
             errno = EFBIG;
             return std::nullopt;
         }
+        if (static_cast<size_t>(count) < sizeof block) return text;
     }
 }
 
