@@ -17,7 +17,7 @@ namespace Tessel::Cli {
 
 namespace {
 
-constexpr const char *schema = "tessel.fcs/1";
+constexpr const char *fcsSchema = "tessel.fcs/1";
 
 struct FcsOptions
 {
@@ -71,7 +71,7 @@ void toPicoseconds(std::vector<double> &lags)
 
 std::string asCsv(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
 {
-    std::vector<std::string> notes = firstNotes(measured, schema);
+    std::vector<std::string> notes = firstNotes(measured, fcsSchema);
     notes.push_back(
         fmt::format("lag in ps (centre of the bin), {} lags; G of channel {} with itself (auto1), of "
                     "{} and {} (cross), of {} with itself (auto2); uncorrelated light is at 0",
@@ -85,7 +85,7 @@ std::string asCsv(const FcsOptions &options, const Fcs &fcs, const Measured &mea
 
 boost::json::object asJson(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
 {
-    boost::json::object result = firstKeys(measured, schema);
+    boost::json::object result = firstKeys(measured, fcsSchema);
     result["chan1"] = options.Channels.First;
     result["chan2"] = options.Channels.Second;
     result["fast"] = options.Fast;

@@ -16,8 +16,8 @@ namespace Tessel::Cli {
 
 namespace {
 
-constexpr const char *schema = "tessel.g2/1";
-constexpr uint64_t mostBins = 10'000'000; // a direction
+constexpr const char *g2Schema = "tessel.g2/1";
+constexpr uint64_t mostG2Bins = 10'000'000; // a direction
 constexpr uint64_t widestBinPs = 1'000'000'000;
 
 struct G2Options
@@ -46,8 +46,8 @@ G2 prepared(const G2Options &options, const Recording &recording)
         throw Failure(Exit::Usage, fmt::format("--bin-width: from the recording's resolution, {}, to 1 ms",
                                                timeText(narrowest)));
     g2.NumBins = window / g2.BinWidthPs;
-    if (g2.NumBins == 0 || g2.NumBins > mostBins)
-        throw Failure(Exit::Usage, fmt::format("--window: from 1 to {} times --bin-width", mostBins));
+    if (g2.NumBins == 0 || g2.NumBins > mostG2Bins)
+        throw Failure(Exit::Usage, fmt::format("--window: from 1 to {} times --bin-width", mostG2Bins));
     setG2Params(nullptr, static_cast<uint64_t>(options.Channels.First),
                 static_cast<uint64_t>(options.Channels.Second), static_cast<double>(window),
                 static_cast<double>(g2.BinWidthPs), options.RawCounts ? 0 : 1);
@@ -66,7 +66,7 @@ const char *valueName(const G2Options &options)
 
 std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measured)
 {
-    std::vector<std::string> notes = firstNotes(measured, schema);
+    std::vector<std::string> notes = firstNotes(measured, g2Schema);
     notes.push_back(fmt::format("channels {} and {}; lag in ps (centre of the bin), above 0 where channel {} "
                                 "follows; 2 x {} bins of {} ps",
                                 options.Channels.First, options.Channels.Second, options.Channels.First,
@@ -79,7 +79,7 @@ std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measur
 
 boost::json::object asJson(const G2Options &options, const G2 &g2, const Measured &measured)
 {
-    boost::json::object result = firstKeys(measured, schema);
+    boost::json::object result = firstKeys(measured, g2Schema);
     result["chan1"] = options.Channels.First;
     result["chan2"] = options.Channels.Second;
     result["binWidthPs"] = g2.BinWidthPs;

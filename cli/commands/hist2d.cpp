@@ -17,8 +17,8 @@ namespace Tessel::Cli {
 
 namespace {
 
-constexpr const char *schema = "tessel.hist2d/1";
-constexpr uint64_t mostBins = uint64_t(1) << 28;
+constexpr const char *hist2dSchema = "tessel.hist2d/1";
+constexpr uint64_t mostHist2dBins = uint64_t(1) << 28;
 
 struct AxisOptions
 {
@@ -110,8 +110,9 @@ Hist2d prepared(const Hist2dOptions &options, const Recording &recording)
                      .Recovery = recoveryOf(options.Recovery),
                      .Counts = {}};
     const Axis &x = histogram.X, &y = histogram.Y;
-    if (x.NumBins * y.NumBins > mostBins)
-        throw Failure(Exit::Usage, fmt::format("--bins-x and --bins-y: at most {} bins in all", mostBins));
+    if (x.NumBins * y.NumBins > mostHist2dBins)
+        throw Failure(Exit::Usage,
+                      fmt::format("--bins-x and --bins-y: at most {} bins in all", mostHist2dBins));
     giveToLibrary(options, histogram);
     histogram.Counts.assign(x.NumBins * y.NumBins, 0);
     return histogram;
@@ -136,7 +137,7 @@ std::vector<std::string> ruleNotes(const Hist2dOptions &options, const Hist2d &h
 std::string asCsv(const Hist2dOptions &options, const Hist2d &histogram, const Measured &measured)
 {
     const Axis &x = histogram.X, &y = histogram.Y;
-    std::vector<std::string> notes = firstNotes(measured, schema);
+    std::vector<std::string> notes = firstNotes(measured, hist2dSchema);
     notes.push_back(
         fmt::format("x: channel {}, {} bins of {} ps; y: {}, {} bins of {} ps; starts of the bins in "
                     "ps, {} counts in all",
@@ -176,7 +177,7 @@ boost::json::object recoveryJson(const Recovery &recovery, double slope)
 
 boost::json::object asJson(const Hist2dOptions &options, const Hist2d &histogram, const Measured &measured)
 {
-    boost::json::object result = firstKeys(measured, schema);
+    boost::json::object result = firstKeys(measured, hist2dSchema);
     result["startChan"] = nullptr;
     if (measured.From.MeasMode == 2) result["startChan"] = options.StartChan;
     result["x"] = axisJson(histogram.X, options.X.Chan);
@@ -231,7 +232,8 @@ void addAxisOptions(CLI::App &command, AxisOptions &axis, const std::string &let
                               "Taken from the times of " + letter + ", bare in ps"));
     asTime(command.add_option("--bin-width-" + letter, axis.BinWidth,
                               "Width of a bin of " + letter + ", bare in ps"));
-    asNumber(command.add_option("--bins-" + letter, axis.Bins, "Number of bins of " + letter), 1, mostBins)
+    asNumber(command.add_option("--bins-" + letter, axis.Bins, "Number of bins of " + letter), 1,
+             mostHist2dBins)
         ->capture_default_str();
 }
 

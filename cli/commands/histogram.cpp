@@ -28,7 +28,7 @@ struct HistogramOptions
     std::optional<uint64_t> Bins;
 };
 
-constexpr const char *schema = "tessel.histogram/1";
+constexpr const char *histogramSchema = "tessel.histogram/1";
 constexpr uint64_t defaultT2BinWidthPs = 100;
 constexpr uint64_t mostBins = uint64_t(1) << 28;
 
@@ -70,7 +70,7 @@ Histogram shaped(const HistogramOptions &options, const Recording &recording)
 
 std::vector<std::string> notes(const Histogram &histogram, const Measured &measured)
 {
-    std::vector<std::string> lines = firstNotes(measured, schema);
+    std::vector<std::string> lines = firstNotes(measured, histogramSchema);
     lines.push_back(fmt::format("time in ps (start of the bin), counts per bin; {} bins of {} ps",
                                 histogram.NumBins, histogram.BinWidthPs));
     if (measured.From.MeasMode == 2)
@@ -97,7 +97,7 @@ std::string histogramCsv(const Histogram &histogram, const Measured &measured)
 
 boost::json::object histogramJson(const Histogram &histogram, const Measured &measured)
 {
-    boost::json::object result = firstKeys(measured, schema);
+    boost::json::object result = firstKeys(measured, histogramSchema);
     result["bins"] = histogram.NumBins;
     result["binWidthPs"] = jsonNumber(histogram.BinWidthPs);
     result["syncPeriodPs"] = nullptr;

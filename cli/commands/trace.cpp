@@ -16,7 +16,7 @@ namespace Tessel::Cli {
 
 namespace {
 
-constexpr const char *schema = "tessel.trace/1";
+constexpr const char *traceSchema = "tessel.trace/1";
 constexpr uint64_t mostCounts = uint64_t(1) << 31; // rows x bins
 
 struct TraceOptions
@@ -65,7 +65,7 @@ Trace prepared(const TraceOptions &options, const Recording &recording)
 
 std::string asCsv(const Trace &trace, const Measured &measured)
 {
-    std::vector<std::string> notes = firstNotes(measured, schema);
+    std::vector<std::string> notes = firstNotes(measured, traceSchema);
     notes.push_back(fmt::format("time in ps since the start of the run (start of the bin), counts per bin; the "
                                 "last {} bins of {} ps",
                                 trace.numShown(), trace.BinWidthPs));
@@ -80,7 +80,7 @@ std::string asCsv(const Trace &trace, const Measured &measured)
 
 boost::json::object asJson(const Trace &trace, const Measured &measured)
 {
-    boost::json::object result = firstKeys(measured, schema);
+    boost::json::object result = firstKeys(measured, traceSchema);
     result["bins"] = trace.numShown();
     result["binWidthPs"] = trace.BinWidthPs;
     result["firstBin"] = trace.firstShown();

@@ -20,7 +20,7 @@ namespace Tessel::Cli {
 
 namespace {
 
-constexpr const char *schema = "tessel.unfold/1";
+constexpr const char *unfoldSchema = "tessel.unfold/1";
 constexpr size_t capacity = size_t(1) << 20; // events of a block
 constexpr uint8_t overflowChannel = 255;
 
@@ -93,7 +93,7 @@ boost::json::array columnsJson(bool isT3)
 // What is known before the run.
 boost::json::object headJson(const Measured &measured)
 {
-    boost::json::object head = recordingKeys(measured, schema);
+    boost::json::object head = recordingKeys(measured, unfoldSchema);
     head["dtimePs"] = nullptr;
     if (measured.From.MeasMode == 3) head["dtimePs"] = jsonNumber(measured.From.ResolutionPs);
     return head;
@@ -103,7 +103,7 @@ std::string opening(const Unfolded &unfolded, const Measured &measured)
 {
     switch (unfolded.As) {
     case Form::Csv: {
-        const std::vector<std::string> notes = firstNotes(measured, schema);
+        const std::vector<std::string> notes = firstNotes(measured, unfoldSchema);
         const std::string unit = unfolded.IsT3 ? fmt::format("number of the sync, dtime in units of {} ps",
                                                              measured.From.ResolutionPs)
                                                : std::string("time in ps");

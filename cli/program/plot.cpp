@@ -40,7 +40,7 @@ const char *terminalFor(const std::string &path)
 
 // A gnuplot text in single quotes takes everything but the quote as it stands, which is doubled. Names of
 // files and channels are shown with `noenhanced`, as they may hold mark-up characters.
-std::string quoted(std::string_view text)
+std::string quotedText(std::string_view text)
 {
     std::string result = "'";
     for (const char c : text) {
@@ -113,7 +113,7 @@ void addCurves(fmt::memory_buffer &script, const Plot &plot)
                                     ? fmt::format("lines linewidth 3 linecolor '{}'", colour)
                                     : fmt::format("points pointtype 7 pointsize 1.1 linecolor '{}'", colour);
         fmt::format_to(out, "{}$curve{} using 1:2 with {} notitle, NaN with {} title {}", i ? ", " : "", i,
-                       form, key, quoted(plot.Curves[i].Name));
+                       form, key, quotedText(plot.Curves[i].Name));
     }
     if (plot.Curves.empty()) fmt::format_to(out, "NaN notitle");
     fmt::format_to(out, "\n");
@@ -128,7 +128,7 @@ void addMap(fmt::memory_buffer &script, const ColourMap &map)
     auto out = std::back_inserter(script);
     const size_t rows = map.Columns ? map.Values.size() / map.Columns : 0;
     fmt::format_to(out, "{}unset grid\nset cblabel {} noenhanced textcolor '#303030' offset 1,0\n", mapColours,
-                   quoted(map.Label));
+                   quotedText(map.Label));
     fmt::format_to(out, "set xrange [0:{:.10g}]\nset yrange [0:{:.10g}]\n",
                    static_cast<double>(map.Columns) * map.CellWidth,
                    static_cast<double>(rows) * map.CellHeight);
@@ -155,12 +155,12 @@ std::string plotScript(const Plot &plot, const std::string &path)
 {
     fmt::memory_buffer script;
     auto out = std::back_inserter(script);
-    fmt::format_to(out, "set terminal {}\nset output {}\n", terminalFor(path), quoted(path));
+    fmt::format_to(out, "set terminal {}\nset output {}\n", terminalFor(path), quotedText(path));
     fmt::format_to(out, "{}", style);
     fmt::format_to(out, "set title {} noenhanced font ',15' textcolor '#202020' offset 0,-0.2\n",
-                   quoted(plot.Title));
-    fmt::format_to(out, "set xlabel {} noenhanced textcolor '#303030' offset 0,0.2\n", quoted(plot.XLabel));
-    fmt::format_to(out, "set ylabel {} noenhanced textcolor '#303030' offset 0.4,0\n", quoted(plot.YLabel));
+                   quotedText(plot.Title));
+    fmt::format_to(out, "set xlabel {} noenhanced textcolor '#303030' offset 0,0.2\n", quotedText(plot.XLabel));
+    fmt::format_to(out, "set ylabel {} noenhanced textcolor '#303030' offset 0.4,0\n", quotedText(plot.YLabel));
     if (plot.Map)
         addMap(script, *plot.Map);
     else

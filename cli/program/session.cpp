@@ -33,7 +33,7 @@ struct TemporaryIni
         if (file < 0) throw Failure(Exit::Failed, fmt::format("{}: {}", Path, std::strerror(errno)));
         const std::string text =
             fmt::format("[Log]\nFile=false\nConsole={}\n[Params]\nBufferSize=8\n", verbose);
-        const bool written = write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
         close(file);
         if (written) return;
         unlink(Path.c_str());

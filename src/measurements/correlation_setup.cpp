@@ -28,7 +28,7 @@ bool isContiguous(const LagGrid &grid)
 }
 
 // FCS counts an age by the first bin whose end isn't below it, and none up to the first edge; FFCS by edges.
-std::vector<uint64_t> searchLags(const CorrelationWork &work)
+std::vector<uint64_t> lagsForSearch(const CorrelationWork &work)
 {
     if (work.Params.CorrMode == CorrMode::FFCS) return work.Grid.Edges;
     if (!isContiguous(work.Grid)) return {};
@@ -43,7 +43,7 @@ void setUpLags(CorrelationWork &work, const Device &device)
     work.Grid = lagGridOf(device, work.Params);
     work.Lags = work.Grid.Edges.size();
     work.Gate = false;
-    work.SearchLags = searchLags(work);
+    work.SearchLags = lagsForSearch(work);
     for (auto &cursors : work.LagCursors) cursors.assign(work.SearchLags.size(), 0);
 }
 

@@ -21,11 +21,6 @@ namespace {
 constexpr uint64_t unset = PairSearch::unset;
 constexpr uint64_t blockEvents = 512; // their pairs stay in the first-level cache
 
-bool isCounted(uint8_t channel, uint64_t rows)
-{
-    return (channel & ChannelCode::Special) == 0 && channel < rows;
-}
-
 uint64_t dtimePs(uint64_t raw, const PairRules &rules)
 {
     return (raw & dtimeMask) * rules.Resolution;

@@ -19,11 +19,6 @@ namespace {
 constexpr uint64_t BlockEvents = 512; // their elements stay in the first-level cache
 constexpr uint64_t NoChannel = 256;
 
-bool isCounted(uint8_t channel, uint64_t rows)
-{
-    return (channel & ChannelCode::Special) == 0 && channel < rows;
-}
-
 // The largest distance from the reference that still has a bin. False if no distance has one.
 bool lastDistance(const T2Counting &counting, uint64_t &last)
 {

@@ -16,11 +16,6 @@ void tellFirstBin(Run &run)
     if (run.Request.TraceFirstBin) *run.Request.TraceFirstBin = run.TimeTrace->FirstBin;
 }
 
-bool isMarker(uint8_t channel)
-{
-    return (channel & ChannelCode::Special) && channel != ChannelCode::Overflow;
-}
-
 class TimeTraceMeasurement
 {
 public:

@@ -18,11 +18,6 @@ namespace {
 
 constexpr uint64_t maxRows = ChannelCode::Special; // channels from here on aren't counted
 
-bool isMarker(uint8_t channel)
-{
-    return (channel & ChannelCode::Special) != 0 && channel != ChannelCode::Overflow;
-}
-
 void zeroColumns(TimeTraceWork &work, uint64_t count)
 {
     const uint64_t beforeEnd = std::min(count, work.NumBins - work.Origin);

@@ -14,6 +14,17 @@ inline constexpr uint8_t Special = 128; // bit of markers and overflow records
 inline constexpr uint8_t Overflow = 255;
 } // namespace ChannelCode
 
+inline bool isMarker(uint8_t channel)
+{
+    return (channel & ChannelCode::Special) != 0 && channel != ChannelCode::Overflow;
+}
+
+// Of the channels without the special bit, the first `rows` have a row in a result.
+inline bool isCounted(uint8_t channel, uint64_t rows)
+{
+    return (channel & ChannelCode::Special) == 0 && channel < rows;
+}
+
 // A zeroed array that costs nothing until it is touched. Null when not allocated.
 template <class T>
 class PageArray
