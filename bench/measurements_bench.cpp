@@ -5,6 +5,7 @@
 #include "measurements/histogram_2d_count.h"
 #include "measurements/time_trace_count.h"
 #include "measurements/unfold.h"
+#include "support/reference_measurements.h"
 #include "word_streams.h"
 
 #include <cstring>
@@ -95,32 +96,29 @@ void histogram2d(benchmark::State &state, MeasMode mode, double slope, uint32_t 
     rules.Params.H2dNumBinsX = rules.Params.H2dNumBinsY = 256;
     rules.Params.H2dBinWidthX = rules.Params.H2dBinWidthY = isT2 ? 500 : 1000;
     rules.Params.H2dSlope = slope;
-    std::vector<uint32_t> fast(256 * 256), plain(256 * 256);
+    const TestSupport::PairSettings settings{.widthX = rules.Params.H2dBinWidthX,
+                                             .widthY = rules.Params.H2dBinWidthY,
+                                             .binsX = 256,
+                                             .binsY = 256,
+                                             .slope = slope};
+    TestSupport::Events plainEvents;
+    for (uint64_t i = 0; i < events.Count; ++i) plainEvents.push_back({events.Times[i], events.Channels[i]});
+    std::vector<uint32_t> fast(256 * 256);
     withTimeOf(mode, [&](const auto &time) {
-        auto run = [&](auto counter, std::vector<uint32_t> &histo) {
+        auto countFast = [&] {
             PairSearch search;
-            counter(search, histo);
+            histogram2dCount(search, rules, time, events.Times.data(), events.Channels.data(), events.Count,
+                             Rows, fast.data());
             benchmark::ClobberMemory();
         };
-        auto countFast = [&] {
-            run(
-                [&](PairSearch &search, auto &histo) {
-                    histogram2dCount(search, rules, time, events.Times.data(), events.Channels.data(),
-                                     events.Count, Rows, histo.data());
-                },
-                fast);
-        };
         auto countPlain = [&] {
-            run(
-                [&](PairSearch &search, auto &histo) {
-                    histogram2dCountPlain(search, rules, time, events.Times.data(), events.Channels.data(),
-                                          events.Count, Rows, histo.data());
-                },
-                plain);
+            auto counts =
+                TestSupport::pairHistogram(plainEvents, Rows, settings, {!isT2, PeriodPs, Resolution});
+            benchmark::DoNotOptimize(counts);
+            return counts;
         };
         countFast();
-        countPlain();
-        if (fast != plain) return state.SkipWithError("differs from the plain loop");
+        if (fast != countPlain()) return state.SkipWithError("differs from the plain loop");
         compareWithCopy(state, events, countFast, countPlain);
     });
 }

@@ -90,19 +90,6 @@ std::optional<uint64_t> elementOf(const Histo2dParams &params, const Pair &pair,
 
 namespace {
 
-template <class Time>
-void countPlain(PairSearch &search, const PairRules &rules, const Time &time, const uint64_t *times,
-                const uint8_t *channels, uint64_t count, uint64_t rows, uint32_t *histo)
-{
-    for (uint64_t i = 0; i < count; ++i) {
-        if (!isCounted(channels[i], rows)) continue;
-        const auto pair = nextPair(search, rules, time, times[i], channels[i]);
-        if (!pair) continue;
-        if (const auto element = elementOf(rules.Params, *pair, isRecovering(rules.Params, *pair)))
-            ++histo[*element];
-    }
-}
-
 // What an event of each channel is, as masks: arithmetic, so that no compiler makes a branch of it.
 class Roles
 {
@@ -338,17 +325,6 @@ void histogram2dCount(PairSearch &search, const PairRules &rules, const T3Time &
                       const uint8_t *channels, uint64_t count, uint64_t rows, uint32_t *histo)
 {
     countBlocks(search, rules, time, times, channels, count, rows, histo);
-}
-void histogram2dCountPlain(PairSearch &search, const PairRules &rules, T2Time time, const uint64_t *times,
-                           const uint8_t *channels, uint64_t count, uint64_t rows, uint32_t *histo)
-{
-    countPlain(search, rules, time, times, channels, count, rows, histo);
-}
-void histogram2dCountPlain(PairSearch &search, const PairRules &rules, const T3Time &time,
-                           const uint64_t *times, const uint8_t *channels, uint64_t count, uint64_t rows,
-                           uint32_t *histo)
-{
-    countPlain(search, rules, time, times, channels, count, rows, histo);
 }
 
 } // namespace Tessel

@@ -59,11 +59,4 @@ void histogram2dCount(PairSearch &search, const PairRules &rules, T2Time time, c
 void histogram2dCount(PairSearch &search, const PairRules &rules, const T3Time &time, const uint64_t *times,
                       const uint8_t *channels, uint64_t count, uint64_t rows, uint32_t *histo);
 
-// The same, event by event: what the loops above are compared with.
-void histogram2dCountPlain(PairSearch &search, const PairRules &rules, T2Time time, const uint64_t *times,
-                           const uint8_t *channels, uint64_t count, uint64_t rows, uint32_t *histo);
-void histogram2dCountPlain(PairSearch &search, const PairRules &rules, const T3Time &time,
-                           const uint64_t *times, const uint8_t *channels, uint64_t count, uint64_t rows,
-                           uint32_t *histo);
-
 } // namespace Tessel

@@ -1,5 +1,4 @@
-// Events in, counts of pairs out: which pairs count and in which bin, and that the fast loops say the same as
-// the plain ones and as a direct reading.
+// Events in, counts of pairs out: which pairs count and in which bin, as a direct reading says.
 #include "measurements/histogram_2d_count.h"
 
 #include "support/reference_measurements.h"
@@ -51,14 +50,10 @@ PairRules rulesOf(const PairSettings &settings)
 }
 
 using Counts = std::vector<uint32_t>;
-enum class Loop { Fast, Plain };
-
-template <class Time>
-using TimeArgument = std::conditional_t<Time::isT3, const Time &, Time>;
 
 // Counts in pieces of at most `largestPiece` events.
 template <class Time>
-Counts countPairs(Loop loop, const Events &events, const Time &time, size_t rows, const PairSettings &settings,
+Counts countPairs(const Events &events, const Time &time, size_t rows, const PairSettings &settings,
                   size_t largestPiece, std::mt19937_64 &random)
 {
     std::vector<uint64_t> times;
@@ -72,11 +67,8 @@ Counts countPairs(Loop loop, const Events &events, const Time &time, size_t rows
     PairSearch search;
     for (size_t at = 0; at < events.size();) {
         const size_t size = std::min<size_t>(1 + random() % largestPiece, events.size() - at);
-        using Counter = void(PairSearch &, const PairRules &, TimeArgument<Time>, const uint64_t *,
-                             const uint8_t *, uint64_t, uint64_t, uint32_t *);
-        Counter *count = loop == Loop::Fast ? static_cast<Counter *>(histogram2dCount)
-                                            : static_cast<Counter *>(histogram2dCountPlain);
-        count(search, rules, time, times.data() + at, channels.data() + at, size, rows, counts.data());
+        histogram2dCount(search, rules, time, times.data() + at, channels.data() + at, size, rows,
+                         counts.data());
         at += size;
     }
     return counts;
@@ -110,13 +102,9 @@ void expectCounts(const std::vector<PairCase> &cases, const Time &time)
     std::mt19937_64 random(1);
     for (const PairCase &given : cases) {
         SCOPED_TRACE(given.name);
-        for (const size_t largestPiece : {size_t{1}, size_t{1000}}) {
-            EXPECT_EQ(show(countPairs(Loop::Fast, given.events, time, 3, given.settings, largestPiece, random)),
+        for (const size_t largestPiece : {size_t{1}, size_t{1000}})
+            EXPECT_EQ(show(countPairs(given.events, time, 3, given.settings, largestPiece, random)),
                       given.expected);
-            EXPECT_EQ(
-                show(countPairs(Loop::Plain, given.events, time, 3, given.settings, largestPiece, random)),
-                given.expected);
-        }
     }
 }
 
@@ -259,10 +247,9 @@ TEST(Histogram2dCount, AgreesWithADirectReading)
         SCOPED_TRACE(fmt::format("turn {}: {} of {} and {} of {} bins", turn, settings.x, settings.binsX,
                                  settings.y, settings.binsY));
         const Counts expected = pairHistogram(events, rows, settings, {t3, periodPs, resolution});
-        for (const Loop loop : {Loop::Fast, Loop::Plain})
-            ASSERT_EQ(show(t3 ? countPairs(loop, events, t3Time(), rows, settings, largestPiece, random)
-                              : countPairs(loop, events, T2Time(), rows, settings, largestPiece, random)),
-                      show(expected));
+        ASSERT_EQ(show(t3 ? countPairs(events, t3Time(), rows, settings, largestPiece, random)
+                          : countPairs(events, T2Time(), rows, settings, largestPiece, random)),
+                  show(expected));
         for (const uint32_t count : expected) counted += count;
     }
     EXPECT_GT(counted, 50'000u); // the streams do have pairs
@@ -280,23 +267,22 @@ TEST(Histogram2dCount, BinEdgesAreExact)
             const uint64_t edge = bin * width, start = 1000;
             for (const uint64_t delay : {edge, edge + width - 1}) {
                 const Events events{{start, 0}, {start + delay, 1}, {start + delay, 2}, {UINT64_MAX - 1, 0}};
-                EXPECT_EQ(show(countPairs(Loop::Fast, events, T2Time(), 3, settings, 9, random)),
+                EXPECT_EQ(show(countPairs(events, T2Time(), 3, settings, 9, random)),
                           fmt::format("{}:1 ", bin * 8));
             }
         }
 }
 
 // Products beyond 64 bits and widths beyond the doubles' exact numbers.
-TEST(Histogram2dCount, HugeWidthsAgreeWithThePlainLoop)
+TEST(Histogram2dCount, HugeWidthsAgreeWithADirectReading)
 {
     std::mt19937_64 random(9);
     for (const uint64_t width : {uint64_t{1} << 53, (uint64_t{1} << 60) + 1, UINT64_MAX}) {
         const PairSettings settings{.widthX = width, .widthY = width, .binsX = 16, .binsY = 16};
         Events events;
         for (int i = 0; i < 2000; ++i) events.push_back({random(), static_cast<uint8_t>(random() % 3)});
-        const Counts plain = countPairs(Loop::Plain, events, T2Time(), 3, settings, 100, random);
-        EXPECT_EQ(show(countPairs(Loop::Fast, events, T2Time(), 3, settings, 100, random)), show(plain));
-        EXPECT_EQ(show(plain), show(pairHistogram(events, 3, settings, {})));
+        EXPECT_EQ(show(countPairs(events, T2Time(), 3, settings, 100, random)),
+                  show(pairHistogram(events, 3, settings, {})));
     }
 }
 
