@@ -11,8 +11,10 @@ using Row = ChannelRow;
 using enum Unit;
 using enum Meaning;
 
+using FamilyRanges = std::array<Range, familyCount>; // in the order of LibType: ZP, CD, SV40, LM70, CD90
+
 // One range for all families.
-constexpr std::array<Range, 5> all(Range range)
+constexpr FamilyRanges all(Range range)
 {
     return {range, range, range, range, range};
 }
@@ -22,19 +24,18 @@ constexpr Limits inPlace(int64_t min, int64_t max)
     return {.By = Limits::Rule::InPlace, .OfFamily = all({min, max}), .OfNoFamily = {min, max}};
 }
 
-// Ranges in the order of LibType: ZP, CD, SV40, LM70, CD90.
-constexpr Limits checked(std::string_view text, std::array<Range, 5> ofFamily, Range ofNoFamily = {})
+constexpr Limits checked(std::string_view text, FamilyRanges ofFamily, Range ofNoFamily = {})
 {
     return {.By = Limits::Rule::Checked, .Text = text, .OfFamily = ofFamily, .OfNoFamily = ofNoFamily};
 }
 
 // A family without the operation mostly has a range all the same: the check comes before the refusal.
 constexpr Range none{};
-constexpr std::array<Range, 5> edgeLevels{{{-1200, 1200}, none, {-1200, 1200}, {-1500, 1500}, {-1200, 1200}}};
-constexpr std::array<Range, 5> cfdLevels{{none, {0, 1000}, {-1200, 0}, {-1500, 0}, {-1200, 0}}};
-constexpr std::array<Range, 5> zeroCrossLevels{{none, {0, 40}, {-40, 0}, {-100, 0}, {-100, 0}}};
-constexpr std::array<Range, 5> channelOffsets = all({-99999, 99999});
-constexpr std::array<Range, 5> deadTimes{{{800, 160000}, none, {24000, 180000}, {800, 160000}, {800, 160000}}};
+constexpr FamilyRanges edgeLevels{{{-1200, 1200}, none, {-1200, 1200}, {-1500, 1500}, {-1200, 1200}}};
+constexpr FamilyRanges cfdLevels{{none, {0, 1000}, {-1200, 0}, {-1500, 0}, {-1200, 0}}};
+constexpr FamilyRanges zeroCrossLevels{{none, {0, 40}, {-40, 0}, {-100, 0}, {-100, 0}}};
+constexpr FamilyRanges channelOffsets = all({-99999, 99999});
+constexpr FamilyRanges deadTimes{{{800, 160000}, none, {24000, 180000}, {800, 160000}, {800, 160000}}};
 
 constexpr DeviceField deviceTable[] = {
     {.Name = "DeviceType", .Member = &Config::DeviceType},

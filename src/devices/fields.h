@@ -31,6 +31,8 @@ enum class Meaning : int8_t {
     Set,  // bits; a negative number in JSON if the highest is set
 };
 
+inline constexpr size_t familyCount = 5; // ZP to CD90
+
 struct Range
 {
     int64_t Min = 0, Max = 0;
@@ -48,9 +50,9 @@ struct Limits
         BinSteps, // as Checked; the highest value is MaxBinSteps - 1, and MaxBinSteps at least 1
     };
     Rule By = Rule::None;
-    std::string_view Text{};         // of the parameter in that message
-    std::array<Range, 5> OfFamily{}; // at the number of the LibType
-    Range OfNoFamily{};              // any other LibType
+    std::string_view Text{};                   // of the parameter in that message
+    std::array<Range, familyCount> OfFamily{}; // at the number of the LibType
+    Range OfNoFamily{};                        // any other LibType
 };
 
 struct TagKey

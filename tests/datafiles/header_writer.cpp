@@ -1,18 +1,27 @@
 #include "datafiles/header_writer.h"
 
 #include "datafiles/custom_tags.h"
+#include "datafiles/header_listing.h"
 #include "log/text.h"
+#include "opened.h"
+#include "support/distinct_config.h"
 #include "support/log_capture.h"
-#include "support/tgx_file.h"
 
+#include <boost/json.hpp>
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <array>
+#include <bit>
 #include <cstring>
+#include <ctime>
 #include <fstream>
+#include <functional>
+#include <tuple>
 
 using namespace Tessel;
 using namespace TestSupport;
+
+namespace json = boost::json;
 
 namespace {
 
@@ -29,119 +38,85 @@ uint32_t crcByHand(std::string bytes)
     return ~crc;
 }
 
-uint32_t storedCrc(const std::string &bytes, size_t headerLength)
+uint32_t storedCrc(const std::string &header)
 {
     uint32_t crc;
-    std::memcpy(&crc, bytes.data() + headerLength - 4, sizeof crc);
+    std::memcpy(&crc, header.data() + header.size() - 4, sizeof crc);
     return crc;
 }
 
-void describe(DeviceConfig &device, MeasContext &context)
+// The tags of a header, a line each: first letters of the type, name, index, value. Id and time of a file are
+// new each time.
+std::string listing(const std::string &path)
 {
-    device.MeasMode = MeasMode::T3;
-    device.LibType = LibType::LM70;
-    device.Model = "Lumora 70";
-    device.PartNo = "930";
-    device.Version = "2.0";
-    device.ID = "1234567";
-    device.Features = 0x102;
-    device.BaseResolution = 5.0;
-    device.Resolution = 20.0;
-    device.Binning = 2;
-    device.RefSource = 10;
-    device.TriggerOutput = 100;
-    device.SyncDiv = 4;
-    device.SyncTrigMode = TrigMode::CFD;
-    device.SyncDeadTimeOn = 1;
-    device.NumChans = 2;
-    device.ChansCfg.resize(2);
-    device.ChansCfg[0].Name = "left";
-    device.ChansCfg[1].Index = 1;
-    device.ChansCfg[1].Name = "eight by";
-    device.ChansCfg[1].TrigMode = TrigMode::CFD;
-    device.ChansCfg[1].ChanEna = 0;
-    device.ChansCfg[1].DeadTimeOn = 1;
-    device.MarkerEdges = {1, 0};
-    device.MarkerEna = {0, 1};
-    device.MarkerHoldoffTime = 30;
-    device.Comment = "two lines";
-    MeasDescription &description = context.Description;
-    description.MeasSubMode = 1;
-    description.AcqTime = 2000;
-    description.AveSyncRate = 80e6;
-    description.StartWords = {1, 2, 3};
-    for (int i = 0; i < 4; ++i) context.CountRates[static_cast<size_t>(i)] = 100 * i;
-    addIntTag(context.CustomTags, "MyTag", 77, 3);
+    std::string lines;
+    const json::value header = json::parse(headerTagsAsJson(path).value());
+    for (const json::value &tag : header.at("tags").as_array()) {
+        const std::string_view name = tag.at("name").as_string();
+        const int64_t idx = tag.at("idx").as_int64();
+        const bool isNew = name == "File_GUID" || name == "File_CreatingTime" || name == headerEndName;
+        lines += fmt::format("{:.2} {}{} {}\n", std::string_view(tag.at("type").as_string()), name,
+                             idx < 0 ? "" : fmt::format("[{}]", idx),
+                             isNew ? "*" : json::serialize(tag.at("value")));
+    }
+    return lines;
 }
 
-// File_CreatingTime, behind preamble, File_GUID and the creator's name and version.
-double createdIn(const std::string &bytes)
+// What a header of its own device must become.
+std::string expectedListing(TrigMode sync, std::string_view stopReason,
+                            std::array<std::string_view, 10> results)
 {
-    double days;
-    std::memcpy(&days, bytes.data() + 16 + 88 + 56 + 64 + 40, sizeof days);
-    return days;
-}
-
-// What `describe` must become; File_GUID and File_CreatingTime as they were found. The end tag has no CRC yet.
-TgxFile expectedHeader(const std::string &found)
-{
-    TgxFile file;
-    file.tag("File_GUID", found.substr(64, 38)).tag("CreatorSW_Name", "Tessel");
-    file.tag("CreatorSW_Version", "Tessel v1.2.3.7");
-    file.dateTime("File_CreatingTime", createdIn(found)).tag("File_Comment", "two lines");
-    file.tag("Measurement_Mode", 3).tag("Measurement_SubMode", 1).tag("TTResult_StopReason", -1);
-    file.raw("Fast_Load_End", -1, Type::Empty8, 0);
-    file.tag("CreatorSW_Modules", 2);
-    file.tag("CreatorSW_ModuleName", "LM70lib", 0).tag("CreatorSW_ModuleVers", "1.0", 0);
-    file.tag("CreatorSW_ModuleName", "CDlib", 1).tag("CreatorSW_ModuleVers", "3.1", 1);
-    file.tag("TTResultFormat_TTTRRecType", 0x00010307).tag("TTResultFormat_BitsPerRecord", 32);
-    file.tag("CreatorSW_SVNBuild", 7);
-    file.tag("HW_Type", "Lumora 70")
-        .tag("HW_PartNo", "930")
-        .tag("HW_Version", "2.0")
-        .tag("HW_SerialNo", "1234567");
-    file.raw("HW_Features", -1, Type::BitSet64, 0x102);
-    file.tag("HW_BaseResolution", 5.0 * 1e-12).tag("HW_InpChannels", 2).tag("HW_RefClockSource", 2);
-    file.tag("HWTriggerOut_Period", 100 * 1e-9).tag("HW_InputHysteresis", false).tag("HW_Timingmode", 0);
-    file.tag("HWSync_Divider", 4).tag("HWSync_TrgMode", 1).tag("HWSync_CFDLevel", 50);
-    file.tag("HWSync_CFDZeroCross", 0).tag("HWSync_Offset", 0).tag("HWSync_TdCode", 800);
-    file.tag("HWInpChan_Name", "left", 0).tag("HWInpChan_TrgMode", 0, 0).tag("HWInpChan_TrgLevel", -40, 0);
-    file.tag("HWInpChan_TrgEdge", 0, 0).tag("HWInpChan_Offset", 0, 0).tag("HWInpChan_Enabled", true, 0);
-    file.tag("HWInpChan_TdCode", 0, 0);
-    file.tag("HWInpChan_Name", "eight by", 1).tag("HWInpChan_TrgMode", 1, 1).tag("HWInpChan_CFDLevel", 50, 1);
-    file.tag("HWInpChan_CFDZeroCross", 0, 1).tag("HWInpChan_Offset", 0, 1).tag("HWInpChan_Enabled", false, 1);
-    file.tag("HWInpChan_TdCode", 800, 1);
-    file.tag("MeasDesc_Resolution", 20.0 * 1e-12).tag("MeasDesc_BinningFactor", 4).tag("MeasDesc_Offset", 0);
-    file.tag("MeasDesc_AcquisitionTime", 2000).tag("HW_Markers", 2);
-    file.tag("HWMarkers_RisingEdge", true, 0).tag("HWMarkers_RisingEdge", false, 1);
-    file.tag("HWMarkers_Enabled", false, 0).tag("HWMarkers_Enabled", true, 1).tag("HWMarkers_HoldOff", 30);
-    return file;
-}
-
-struct Results // the tags that the overwrite replaces
-{
-    double GlobalResolution, SyncRate;
-    int Rates[2], StopAfter, NumberOfRecords, WarningFlags, StartWords[3];
-};
-
-void addResults(TgxFile &file, const Results &results)
-{
-    file.tag("MeasDesc_GlobalResolution", results.GlobalResolution);
-    file.tag("TTResult_SyncRate", static_cast<int64_t>(results.SyncRate));
-    for (int i : {0, 1}) file.tag("TTResult_InputRate", results.Rates[i], i);
-    file.tag("TTResult_StopAfter", results.StopAfter).tag("TTResult_NumberOfRecords", results.NumberOfRecords);
-    file.raw("TTResult_MDescWarningFlags", -1, Type::BitSet64, static_cast<uint64_t>(results.WarningFlags));
-    for (int i : {0, 1, 2}) file.tag("MeasDesc_StartTime", results.StartWords[i], i);
-    file.tag("MyTag", 77, 3);
+    constexpr std::string_view tags =
+        R"(An File_GUID * | An CreatorSW_Name "Tessel" | An CreatorSW_Version "Tessel v1.2.3.7"
+TD File_CreatingTime * | An File_Comment "a \"text\"" | In Measurement_Mode 3 | In Measurement_SubMode 1
+In TTResult_StopReason {} | Em Fast_Load_End null | In CreatorSW_Modules 2
+An CreatorSW_ModuleName[0] "LM70lib" | An CreatorSW_ModuleVers[0] "1.0" | An CreatorSW_ModuleName[1] "CDlib"
+An CreatorSW_ModuleVers[1] "3.1" | In TTResultFormat_TTTRRecType 66311 | In TTResultFormat_BitsPerRecord 32
+In CreatorSW_SVNBuild 7 | An HW_Type "Lumora 70" | An HW_PartNo "930" | An HW_Version "2.0"
+An HW_SerialNo "1234567" | Bi HW_Features 2147483649 | Fl HW_BaseResolution 5E-12 | In HW_InpChannels 2
+In HW_RefClockSource 2 | Fl HWTriggerOut_Period 1.14E-7 | Bo HW_InputHysteresis true
+In HW_Timingmode 108 | In HWSync_Divider 101
+{}
+In HWSync_Offset 106 | In HWSync_TdCode 4000000000 | An HWInpChan_Name[0] "left" | In HWInpChan_TrgMode[0] 0
+In HWInpChan_TrgLevel[0] -21 | In HWInpChan_TrgEdge[0] 23 | In HWInpChan_Offset[0] 25
+Bo HWInpChan_Enabled[0] true | In HWInpChan_TdCode[0] 0 | An HWInpChan_Name[1] "right"
+In HWInpChan_TrgMode[1] 1 | In HWInpChan_CFDLevel[1] 32 | In HWInpChan_CFDZeroCross[1] 34
+In HWInpChan_Offset[1] -35 | Bo HWInpChan_Enabled[1] false | In HWInpChan_TdCode[1] 36
+Fl MeasDesc_Resolution 2E-11 | In MeasDesc_BinningFactor 64 | In MeasDesc_Offset 109
+In MeasDesc_AcquisitionTime 2000 | In HW_Markers 2 | Bo HWMarkers_RisingEdge[0] true
+Bo HWMarkers_RisingEdge[1] false | Bo HWMarkers_Enabled[0] false | Bo HWMarkers_Enabled[1] true
+In HWMarkers_HoldOff 115 | Fl MeasDesc_GlobalResolution {} | In TTResult_SyncRate {}
+In TTResult_InputRate[0] {} | In TTResult_InputRate[1] {} | In TTResult_StopAfter {}
+In TTResult_NumberOfRecords {} | Bi TTResult_MDescWarningFlags {} | In MeasDesc_StartTime[0] {}
+In MeasDesc_StartTime[1] {} | In MeasDesc_StartTime[2] {} | In MyTag[3] 77 | Em Header_End *
+)";
+    const std::string_view trigger =
+        sync == TrigMode::Edge ? "In HWSync_TrgMode 0 | In HWSync_TrgLevel 102 | In HWSync_TrgEdge 103"
+                               : "In HWSync_TrgMode 1 | In HWSync_CFDLevel 104 | In HWSync_CFDZeroCross 105";
+    std::string lines =
+        std::apply([&](auto... values) { return fmt::format(tags, stopReason, trigger, values...); }, results);
+    for (size_t at; (at = lines.find(" | ")) != lines.npos;) lines.replace(at, 3, "\n");
+    return lines;
 }
 
 // A header of a device in a file of its own.
 struct Header
 {
-    Header() { inWork.Path = normalPath(folder.file("h.tgx")); }
+    explicit Header(TrigMode sync = TrigMode::CFD) : device(distinctConfig(sync))
+    {
+        inWork.Path = normalPath(path());
+        MeasDescription &description = context.Description;
+        description.MeasSubMode = 1;
+        description.AcqTime = 2000;
+        description.AveSyncRate = 80e6;
+        description.StartWords = {1, 2, 3};
+        for (int i = 0; i < 4; ++i) context.CountRates[static_cast<size_t>(i)] = 100 * i;
+        addIntTag(context.CustomTags, "MyTag", 77, 3);
+    }
 
     bool write(bool update = false) { return writeHeader(inWork, device, context, update); }
-    std::string bytes() const { return contents(folder.file("h.tgx")); }
+    std::string path() const { return folder.file("h.tgx"); }
+    std::string bytes() const { return contents(path()); }
 
     TempFolder folder;
     DeviceConfig device;
@@ -151,24 +126,30 @@ struct Header
 
 } // namespace
 
-TEST(HeaderWriter, BytesOfBothWritesAndTheirCrc)
+class HeaderOf : public testing::TestWithParam<TrigMode>
 {
-    Header header;
-    describe(header.device, header.context);
+};
+
+INSTANTIATE_TEST_SUITE_P(SyncMode, HeaderOf, testing::Values(TrigMode::Edge, TrigMode::CFD));
+
+TEST_P(HeaderOf, BothWritesTheirCrcAndWhatComesBack)
+{
+    setenv("TZ", "UTC", 1); // a header has an hour less while daylight saving is in force
+    const int64_t before = std::time(nullptr);
+    Header header(GetParam());
     header.inWork.Libraries = {{"LM70lib", "1.0"}, {"CDlib", "3.1"}};
+    auto isSealed = [&] {
+        const std::string bytes = header.bytes().substr(0, header.inWork.Length);
+        return header.inWork.Complete && storedCrc(bytes) == crcByHand(bytes.substr(0, bytes.size() - 4));
+    };
     ASSERT_TRUE(header.write());
-    ASSERT_TRUE(header.inWork.Complete);
+    EXPECT_TRUE(isSealed());
+    EXPECT_EQ(header.inWork.Length, header.bytes().size());
+    EXPECT_EQ(
+        listing(header.path()),
+        expectedListing(GetParam(), "-1", {"1.25E-8", "80000000", "100", "200", "0", "0", "0", "1", "2", "3"}));
 
-    std::string found = header.bytes();
-    TgxFile opening = expectedHeader(found);
-    addResults(opening, {1 / 80e6, 80e6, {100, 200}, 0, 0, 0, {1, 2, 3}});
-    std::string expected = opening.header();
-    ASSERT_EQ(found.size(), expected.size());
-    EXPECT_EQ(header.inWork.Length, expected.size());
-    EXPECT_EQ(found.substr(0, found.size() - 4), expected.substr(0, expected.size() - 4));
-    EXPECT_EQ(storedCrc(found, found.size()), crcByHand(found.substr(0, found.size() - 4)));
-
-    std::ofstream(header.folder.file("h.tgx"), std::ios::binary | std::ios::app) << "records!";
+    std::ofstream(header.path(), std::ios::binary | std::ios::app) << "records!";
     MeasDescription &description = header.context.Description;
     description.AveSyncRate = 40e6;
     description.StopReason = StopReason::Manual;
@@ -178,162 +159,86 @@ TEST(HeaderWriter, BytesOfBothWritesAndTheirCrc)
     description.StartWords = {4, 5, 6};
     header.device.Comment = "is written at first only";
     ASSERT_TRUE(header.write(true));
-    EXPECT_TRUE(header.inWork.Complete);
+    EXPECT_TRUE(isSealed());
+    EXPECT_EQ(header.bytes().substr(header.inWork.Length), "records!");
+    EXPECT_EQ(
+        listing(header.path()),
+        expectedListing(GetParam(), "1", {"2.5E-8", "40000000", "0", "100", "1999", "2", "5", "4", "5", "6"}));
 
-    TgxFile final = expectedHeader(found);
-    addResults(final, {1 / 40e6, 40e6, {0, 100}, 1999, 2, 5, {4, 5, 6}});
-    expected = final.header();
-    size_t stopReason = expected.find("TTResult_StopReason") + 40;
-    std::memset(expected.data() + stopReason, 0, 8);
-    expected[stopReason] = 1;
-    found = header.bytes();
-    ASSERT_EQ(found.size(), expected.size() + 8);
-    EXPECT_EQ(found.substr(0, expected.size() - 4), expected.substr(0, expected.size() - 4));
-    EXPECT_EQ(storedCrc(found, expected.size()), crcByHand(found.substr(0, expected.size() - 4)));
-    EXPECT_EQ(found.substr(expected.size()), "records!");
+    // Of the trigger modes, what CFD needs, the sync's dead time and the clock, nothing is read. The period of
+    // the trigger output is a double, of which the low half is taken.
+    QuietDataFile quiet;
+    auto opened = openPath(header.path());
+    EXPECT_EQ(missing(*opened,
+                      "DeviceType=1|LibType=3|ID=1234567@h.tgx|Model=Lumora 70|PartNo=930|Version=2.0|"
+                      "Features=2147483649|BaseResolution=5|Resolution=20|Binning=6|NumChans=2|"
+                      "SyncDiv=101|SyncTrigMode=0|SyncDiscrLvl=50|SyncZeroxLvL=0|SyncChannelOffset=106|"
+                      "SyncDeadTime=800|SyncDeadTimeOn=0|HystCode=1|TimingMode=108|Offset=109|"
+                      "NumBins=32768|MarkerHoldoffTime=115|MarkerEdges=1 0|MarkerEna=0 1|MeasMode=3|"
+                      "RefSource=0|Comment=a \"text\"|ChansCfg=2|SyncPeriodPs=25000|ResolutionPs=5|"
+                      "SyncRate=40000000|CountRate[0]=0|CountRate[1]=100|AcqTime=2000|MeasSubMode=1|"
+                      "AveSyncRate=40000000|StopReason=1|StopAfter=1999|WarningsFlag=5|NumRecs=2|"
+                      "StartWords=4 5 6"),
+              "");
+    EXPECT_EQ(missing(*opened, "0.Index=0|0.Name=left|0.TrigMode=0|0.TrigLvl=-21|0.TrigEdge=23|0.DiscrLvl=50|"
+                               "0.ZeroXLvl=0|0.ChanOffs=25|0.ChanEna=1|0.DeadTime=0|0.DeadTimeOn=0|"
+                               "1.Index=1|1.Name=right|1.TrigMode=0|1.TrigLvl=-40|1.TrigEdge=0|1.DiscrLvl=50|"
+                               "1.ZeroXLvl=0|1.ChanOffs=-35|1.ChanEna=0|1.DeadTime=36|1.DeadTimeOn=0"),
+              "");
+    EXPECT_EQ(opened->device.TriggerOutput, static_cast<int32_t>(std::bit_cast<uint64_t>(114 * 1e-9)));
+    const bool isEdge = GetParam() == TrigMode::Edge;
+    EXPECT_EQ(missing(*opened, isEdge ? "SyncTrigLvl=102|SyncTrigEdge=103" : "SyncTrigLvl=-40|SyncTrigEdge=0"),
+              "");
+    const int64_t created = opened->context.Description.CreatingTime / 10'000'000;
+    EXPECT_TRUE(created >= before && created <= before + 10) << created;
 }
 
-TEST(HeaderWriter, CreatingTimeIsNow)
-{
-    Header header;
-    setenv("TZ", "UTC", 1);
-    double before = static_cast<double>(std::time(nullptr));
-    header.write();
-    double seconds = (createdIn(header.bytes()) - 25569.0) * 86400.0;
-    EXPECT_GE(seconds, before - 0.001);
-    EXPECT_LE(seconds, before + 10);
-}
-
+// In T2 it is at first the base resolution, in the end the resolution. A family without a record type, a device
+// without a comment: no tag.
 TEST(HeaderWriter, TagsThatDependOnTheDevice)
 {
-    struct Case
-    {
-        std::string_view Title;
-        LibType Family;
-        std::string Model;
-        MeasMode Mode;
-        std::string Expected; // a tag that must be there; empty: no record type
-    };
-    auto type = [](int64_t value) {
-        return TgxFile().tag("TTResultFormat_TTTRRecType", value).header().substr(16, 48);
-    };
-    auto period = [](double value) {
-        return TgxFile().tag("MeasDesc_GlobalResolution", value).header().substr(16, 48);
-    };
-    auto clock = [](int value) { return TgxFile().tag("HW_RefClockSource", value).header().substr(16, 48); };
-    using enum LibType;
-    using enum MeasMode;
-    const Case cases[] = {
-        {"ZP T2", ZP, "", T2, type(0x00010207)},
-        {"ZP T3", ZP, "", T3, type(0x00010307)},
-        {"CD T2", CD, "", T2, type(0x01010204)},
-        {"CD T3", CD, "", T3, type(0x01010304)},
-        {"SV40 N T2", SV40, "Sarvex 40 N", T2, type(0x00010205)},
-        {"SV40 N T3", SV40, "Sarvex 40 N", T3, type(0x00010205)},
-        {"SV40 P T3", SV40, "Sarvex 40 P", T3, type(0x00010206)},
-        {"CD90 T3", CD90, "", T3, type(0x00010307)},
-        {"SV40, other model", SV40, "Sarvex 40", T2, ""},
-        {"histogramming", ZP, "", Histogramming, ""},
-        {"unknown family", Dummy, "", T2, ""},
-        {"T2 resolution", ZP, "", T2, period(4.0 * 1e-12)},
-        {"T3 without sync", ZP, "", T3, period(0.0)},
-        {"ZP clock", ZP, "", T3, clock(9)},
-        {"CD clock", CD, "", T3, clock(1)},
-        {"SV40 clock", SV40, "", T3, clock(0)},
-        {"LM70 clock", LM70, "", T3, clock(3)},
-        {"no family, no clock", Undefined, "", T3, clock(0)},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.Title);
-        Header header;
-        header.device.LibType = c.Family;
-        header.device.Model = c.Model;
-        header.device.MeasMode = c.Mode;
-        header.device.BaseResolution = 4.0;
-        header.device.RefSource = 11;
-        LogCapture log;
-        EXPECT_TRUE(header.write());
-        std::string found = header.bytes();
-        EXPECT_NE(found.find(c.Expected.empty() ? "TTResultFormat_BitsPerRecord" : c.Expected), found.npos);
-        EXPECT_EQ(found.find("File_Comment"), found.npos);
-        EXPECT_TRUE(!c.Expected.empty() || found.find("TTResultFormat_TTTRRecType") == found.npos);
-        EXPECT_EQ(log.count("WRN Undefined MV_TAGID_TTRESULTFORMAT_TTTRRECTYPE for libType dummy"),
-                  c.Family == Dummy ? 1u : 0u);
-    }
+    for (MeasMode mode : {MeasMode::T2, MeasMode::T3, MeasMode::Histogramming})
+        for (bool update : {false, true}) {
+            Header header;
+            header.device = {};
+            header.device.MeasMode = mode;
+            header.context.Description.AveSyncRate = 0; // T3 without a sync
+            header.device.BaseResolution = 5.0;
+            header.device.Resolution = 10.0;
+            EXPECT_TRUE(header.write() && (!update || header.write(true)));
+            const std::string tags = listing(header.path());
+            const char *value = mode != MeasMode::T2 ? "0E0" : update ? "1E-11" : "5E-12";
+            EXPECT_NE(tags.find(fmt::format("Fl MeasDesc_GlobalResolution {}\n", value)), tags.npos) << tags;
+            EXPECT_EQ(tags.find("TTResultFormat_TTTRRecType"), tags.npos);
+            EXPECT_EQ(tags.find("File_Comment"), tags.npos);
+        }
 }
 
-TEST(HeaderWriter, ReferenceSourceThatTheFamilyRefuses)
-{
-    Header header;
-    header.device.LibType = LibType::LM70;
-    header.device.ID = "77";
-    header.device.RefSource = 5;
-    LogCapture log;
-    header.write();
-    EXPECT_EQ(log.count("WRN Config: Initialize is not supported for RefSource 5 @77"), 1u);
-}
-
-// At first it is the base resolution, in the end the resolution.
-TEST(HeaderWriter, GlobalResolutionOfT2)
-{
-    Header header;
-    header.device.MeasMode = MeasMode::T2;
-    header.device.BaseResolution = 5.0;
-    header.device.Resolution = 10.0;
-    for (bool update : {false, true}) {
-        ASSERT_TRUE(header.write(update));
-        std::string tag = TgxFile().tag("MeasDesc_GlobalResolution", (update ? 10.0 : 5.0) * 1e-12).header();
-        EXPECT_NE(header.bytes().find(tag.substr(16, 48)), std::string::npos) << update;
-    }
-}
-
-// Each leaves no header that could be read back, and `Complete` says so.
+// Each leaves no header that could be read back, and `Complete` says so. The overwrite of one that was cut
+// short must not reach the file's first bytes.
 TEST(HeaderWriter, HeadersThatFail)
 {
-    struct Case
-    {
-        std::string_view Title;
-        void (*Spoil)(Header &);
-        std::string_view Line;
+    auto addLong = [](Header &header, size_t size) {
+        addStringTag(header.context.CustomTags, "Long", std::string(size, 'x'), 0xFFFFFFFF);
     };
-    const Case cases[] = {
-        {"no folder", [](Header &header) { header.inWork.Path += "\\x\\y"; }, "ERR File: Write TGX header "},
-        {"channel row beyond the channels", [](Header &header) { header.device.ChansCfg[1].Index = 2; },
+    const std::pair<std::function<void(Header &)>, std::string_view> cases[] = {
+        {[](Header &header) { header.inWork.Path += "\\x\\y"; }, "ERR File: Write TGX header "},
+        {[](Header &header) { header.device.ChansCfg[1].Index = 2; },
          "INF TGX: Error:    HWInpChan_Name[2] : Index out of bounds (0..1)!"},
-        {"the end tag's name in a text", [](Header &header) { header.device.Comment = "a Header_End"; },
-         "holds the name Header_End"},
-        {"too long to be read back",
-         [](Header &header) {
-             addStringTag(header.context.CustomTags, "Long", std::string(300000, 'x'), 0xFFFFFFFF);
-         },
-         "only 262144 can be read back"},
-        {"too long to be sealed",
-         [](Header &header) {
-             addStringTag(header.context.CustomTags, "Long", std::string(1100000, 'x'), 0xFFFFFFFF);
-         },
-         "ERR File: failed to create"},
+        {[](Header &header) { header.device.Comment = "a Header_End"; }, "holds the name Header_End"},
+        {[&](Header &header) { addLong(header, 300000); }, "only 262144 can be read back"},
+        {[&](Header &header) { addLong(header, 1100000); }, "ERR File: failed to create"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.Title);
+    for (const auto &[spoil, line] : cases) {
+        SCOPED_TRACE(line);
         Header header;
-        describe(header.device, header.context);
-        c.Spoil(header);
+        spoil(header);
         LogCapture log;
         EXPECT_TRUE(header.write());
         EXPECT_FALSE(header.inWork.Complete);
-        EXPECT_EQ(log.count(c.Line), 1u);
+        EXPECT_EQ(log.count(line), 1u);
+        const std::string preamble = header.bytes().substr(0, preambleSize);
+        header.write(true);
+        EXPECT_EQ(header.bytes().substr(0, preambleSize), preamble);
     }
-}
-
-// The overwrite of a header that was cut short must not reach the file's first bytes.
-TEST(HeaderWriter, OverwriteOfACutHeaderSparesThePreamble)
-{
-    Header header;
-    describe(header.device, header.context);
-    header.device.ChansCfg[0].Index = -1;
-    header.write();
-    const std::string before = header.bytes();
-    EXPECT_TRUE(header.write(true));
-    EXPECT_FALSE(header.inWork.Complete);
-    EXPECT_EQ(header.bytes(), before);
 }
