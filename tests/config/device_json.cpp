@@ -34,7 +34,7 @@ TEST(DeviceJson, EveryKeyWithItsOwnValue)
         EXPECT_EQ(
             textOf(distinctConfig(sync), state),
             fmt::format(
-                R"({{"DeviceType":2,"FileDevicePath":"C:\\p","ID":"1234567","Index":7,"Model":"Lumora 70",)"
+                R"({{"DeviceType":0,"FileDevicePath":"C:\\p","ID":"1234567","Index":7,"Model":"Lumora 70",)"
                 R"("PartNo":"930","Version":"2.0","Features":-2147483647,"BaseResolution":5E0,)"
                 R"("Resolution":2E1,"Binning":6,"NumChans":2,"NumMods":100,"SyncDiv":101,{})"
                 R"("SyncChannelOffset":106,"SyncChannelEnable":107,"SyncDeadTime":4000000000,"HystCode":1,)"
@@ -48,7 +48,7 @@ TEST(DeviceJson, EveryKeyWithItsOwnValue)
                 R"({{"Index":1,"Name":"right","TrigMode":"CFD","DiscrLvl":32,"ZeroXLvl":34,)"
                 R"("ChanOffs":-35,"ChanEna":0,"DeadTime":36,"TrigFeature":37}}],"MeasMode":3,)"
                 R"("RefSource":10,"HwFilteRowWidth":4000000001,"IsInitialized":true,"IsOpen":false,)"
-                R"("IsConfigured":true,"Error":-36,"LibType":3,"Comment":"a \"text\""}})",
+                R"("IsConfigured":true,"Error":-36,"LibType":4,"Comment":"a \"text\""}})",
                 trigger));
     }
 }
@@ -56,7 +56,7 @@ TEST(DeviceJson, EveryKeyWithItsOwnValue)
 TEST(DeviceJson, FreshRecord)
 {
     EXPECT_EQ(
-        textOf({}, {}),
+        textOf({}, {.IsConfigured = true}),
         R"({"DeviceType":-1,"FileDevicePath":"","ID":"","Index":-1,"Model":"","PartNo":"","Version":"",)"
         R"("Features":0,"BaseResolution":1E0,"Resolution":1E0,"Binning":0,"NumChans":0,"NumMods":0,)"
         R"("SyncDiv":1,"SyncTrigMode":"Edge","SyncTrigLvl":-40,"SyncTrigEdge":0,"SyncChannelOffset":0,)"
@@ -64,5 +64,5 @@ TEST(DeviceJson, FreshRecord)
         R"("LengthCode":6,"NumBins":65536,"MeasControl":0,"StartEdge":0,"StopEdge":0,"TriggerOutput":0,)"
         R"("MarkerHoldoffTime":0,"HoldTime":2,"MarkerEdges":[0,0,0,0],"MarkerEna":[0,0,0,0],)"
         R"("ModsCfg":[],"ChansCfg":[],"MeasMode":3,"RefSource":0,"HwFilteRowWidth":8,)"
-        R"("IsInitialized":false,"IsOpen":false,"IsConfigured":false,"Error":0,"LibType":-1,"Comment":""})");
+        R"("IsInitialized":false,"IsOpen":false,"IsConfigured":true,"Error":0,"LibType":-1,"Comment":""})");
 }

@@ -74,7 +74,7 @@ An CreatorSW_ModuleName[0] "LM70lib" | An CreatorSW_ModuleVers[0] "1.0" | An Cre
 An CreatorSW_ModuleVers[1] "3.1" | In TTResultFormat_TTTRRecType 66311 | In TTResultFormat_BitsPerRecord 32
 In CreatorSW_SVNBuild 7 | An HW_Type "Lumora 70" | An HW_PartNo "930" | An HW_Version "2.0"
 An HW_SerialNo "1234567" | Bi HW_Features 2147483649 | Fl HW_BaseResolution 5E-12 | In HW_InpChannels 2
-In HW_RefClockSource 2 | Fl HWTriggerOut_Period 1.14E-7 | Bo HW_InputHysteresis true
+In HW_RefClockSource 9 | Fl HWTriggerOut_Period 1.14E-7 | Bo HW_InputHysteresis true
 In HW_Timingmode 108 | In HWSync_Divider 101
 {}
 In HWSync_Offset 106 | In HWSync_TdCode 4000000000 | An HWInpChan_Name[0] "left" | In HWInpChan_TrgMode[0] 0

@@ -10,8 +10,8 @@ inline Tessel::DeviceConfig distinctConfig(Tessel::TrigMode sync)
     using Config = Tessel::DeviceConfig;
     using enum Tessel::TrigMode;
     Config config;
-    config.DeviceType = Tessel::DeviceType::Remote;
-    config.LibType = Tessel::LibType::LM70;
+    config.DeviceType = Tessel::DeviceType::Instrument;
+    config.LibType = Tessel::LibType::CD90;
     config.MeasMode = Tessel::MeasMode::T3;
     config.FileDevicePath = "C:\\p";
     config.ID = "1234567";
