@@ -15,14 +15,19 @@ namespace {
 using namespace Tessel::Cli;
 
 constexpr const char *programFooter =
-    R"(Results go to standard output or -o FILE; everything else goes to standard error.
+    R"(Results go to standard output or to -o FILE, everything else to standard error.
 
-Times take ps, ns, us, ms, s, min or h, rates Hz, kHz, MHz, GHz or cps, kcps, Mcps:
-2.5ns, 80MHz, 100kcps. A bare number is in the unit that the option tells.
+Times have the units ps, ns, us, ms, s, min and h, rates Hz, kHz, MHz, GHz or cps, kcps, Mcps,
+Gcps: 2.5ns, 80MHz, 100kcps. A number without a unit is in the unit that the option shows in
+brackets: [ps].
 
-Exit codes: 0 success; 1 failure; 2 wrong usage; 3 no such file, or a file that makes
-no device; 4 finished, but not on all the data; 130 stopped by Ctrl-C (the partial
-result is written; a second Ctrl-C ends the program at once).
+Exit codes:
+  0    success
+  1    failure
+  2    wrong usage
+  3    no such file, or a file that can't be opened as a recording
+  4    finished, but part of the data is missing
+  130  stopped by Ctrl-C; the partial result is written (a second Ctrl-C ends the program at once)
 
 Examples:
   tessel simulate decay.tgx --rate 200kcps,100kcps --lifetime 1.2ns,3.5ns --duration 10s
@@ -30,7 +35,7 @@ Examples:
   tessel histogram decay.tgx --plot decay.png
   tessel histogram decay.tgx --json | jq '.channels[].total'
 
-tessel COMMAND --help tells the options of a command.)";
+tessel COMMAND --help shows the options of a command.)";
 
 int runCommand(const std::vector<Command> &commands, const HostOptions &options)
 {
@@ -45,7 +50,7 @@ int answerParser(const CLI::App &program, const CLI::ParseError &thrown)
     if (thrown.get_exit_code() != 0) {
         const auto commands = program.get_subcommands(); // what was read up to here
         const std::string command = commands.empty() ? "" : commands.front()->get_name() + " ";
-        error(fmt::format("{} (tessel {}--help tells more)", visibleText(thrown.what()), command));
+        error(fmt::format("{} (see tessel {}--help)", visibleText(thrown.what()), command));
         return static_cast<int>(Exit::Usage);
     }
     std::ostringstream text, ignored;

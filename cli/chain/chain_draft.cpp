@@ -125,7 +125,7 @@ std::vector<int32_t> readChannels(const Part &part)
     while (const auto item = nextPart(rest, ',')) {
         const int32_t channel = readChannel(*item);
         if (std::ranges::find(channels, channel) != channels.end())
-            fail(*item, fmt::format("channel {} is there twice", channel));
+            fail(*item, fmt::format("channel {} is given twice", channel));
         channels.push_back(channel);
     }
     return channels;
@@ -152,7 +152,7 @@ int64_t readTime(Part part, int64_t longest, bool signedTime)
 
 void markGiven(Draft &draft, Key key, const Part &part)
 {
-    if (draft.has(key)) fail(part, fmt::format("{} is there twice", nameOf(key)));
+    if (draft.has(key)) fail(part, fmt::format("{} is given twice", nameOf(key)));
     draft.Given |= 1u << static_cast<unsigned>(key);
 }
 
@@ -167,7 +167,7 @@ void setValue(Draft &draft, Key key, const Part &part)
     case Key::Channels:
         stage.Channels = readChannels(part);
         if (stage.Kind == StageKind::Delay && stage.Channels.size() != 1)
-            fail(part, "a delay is of one channel");
+            fail(part, "a delay takes one channel");
         break;
     case Key::Herald: stage.Herald = readChannel(part); break;
     case Key::Window: stage.WindowPs = readTime(part, isHerald ? longest32 : longestPs, false); break;

@@ -1,5 +1,5 @@
-// The forms of a chain's stages, and the record of a stage while it is read: what the reader of text and the
-// one of JSON share. Pure functions; those that read throw ChainError.
+// The forms of a chain's stages, and a stage while it is read: what the reader of text and the one of JSON
+// share. Pure functions; those that read throw ChainError.
 #pragma once
 
 #include "chain/chain_text.h"
@@ -49,7 +49,7 @@ std::optional<Part> nextPart(std::optional<Part> &rest, char separator);
 [[noreturn]] void fail(std::string_view whole, size_t at, std::string_view reason);
 [[noreturn]] void fail(const Part &part, std::string_view reason);
 
-// A stage on its way from the text to the record.
+// A stage that is being read.
 struct Draft
 {
     const Form *StageForm = nullptr;

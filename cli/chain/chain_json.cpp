@@ -84,10 +84,10 @@ json::value parsedJson(std::string_view text)
     json::parser parser;
     boost::system::error_code problem;
     const size_t read = parser.write_some(text.data(), text.size(), problem);
-    if (problem) fail(text, std::min(read, text.size()), "no JSON: " + problem.message());
+    if (problem) fail(text, std::min(read, text.size()), "not JSON: " + problem.message());
     const Part rest = {text, read, text.size()};
     const size_t extra = rest.text().find_first_not_of(" \t\r\n");
-    if (extra != std::string_view::npos) fail(text, read + extra, "text behind the end of the object");
+    if (extra != std::string_view::npos) fail(text, read + extra, "text after the end of the object");
     return parser.release();
 }
 

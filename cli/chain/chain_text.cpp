@@ -48,13 +48,13 @@ ChainStage readStage(const Part &part)
     const Part name = leadingWord(part);
     if (name.empty()) fail(name, "a stage is expected, as in merge(1,2; keep)");
     Draft draft = startStage(name);
-    const Part behind = trimmed({part.Whole, name.End, part.End});
-    if (behind.empty() || part.Whole[behind.Begin] != '(')
-        fail(behind, fmt::format("'(' is missing: {}", draft.StageForm->Text));
-    const size_t close = part.Whole.find(')', behind.Begin);
+    const Part after = trimmed({part.Whole, name.End, part.End});
+    if (after.empty() || part.Whole[after.Begin] != '(')
+        fail(after, fmt::format("'(' is missing: {}", draft.StageForm->Text));
+    const size_t close = part.Whole.find(')', after.Begin);
     if (close >= part.End) fail(part.Whole, part.End, "')' is missing");
     if (close + 1 != part.End) fail(trimmed({part.Whole, close + 1, part.End}), "'|' or the end is expected");
-    std::optional<Part> fields = Part{part.Whole, behind.Begin + 1, close};
+    std::optional<Part> fields = Part{part.Whole, after.Begin + 1, close};
     while (const auto field = nextPart(fields, ';')) readField(draft, *field);
     return finished(draft, part.Whole, close);
 }

@@ -4,7 +4,7 @@
 //
 // Stages stand in the order of the stream, with `|` or a new line between them. Fields are separated by `;`:
 // first the values in their order (or by name, as in `window 10ns`), then words. Times are rounded to whole
-// picoseconds; a bare number is in ps.
+// picoseconds; a number without a unit is in ps.
 #pragma once
 
 #include <boost/json/object.hpp>

@@ -95,10 +95,10 @@ std::vector<std::string> doubtsOf(const PlacedStage &placed, const Recording &re
             doubts.push_back("a T3 stream has no events on channel 0 (sync)");
         else if (channel >= first && (channel < firstMarker || channel > lastMarker))
             doubts.push_back(
-                fmt::format("no channel {} at this place, only 0 (sync) to {}", channel, first - 1));
+                fmt::format("there is no channel {} here, only 0 (sync) to {}", channel, first - 1));
     if (stage.Kind == StageKind::Coincidence && stage.Mode == CoincidenceMode::Sliding &&
         stage.Time != CoincidenceTime::Last && !stage.Keep)
-        doubts.push_back("sliding coincidences at the first or average time go on only with keep");
+        doubts.push_back("sliding coincidences at the first or average time are dropped without keep");
     if (stage.Kind == StageKind::CountRate && stage.WindowPs > longestRateWindowPs)
         doubts.push_back(
             fmt::format("the window is cut to {}, the longest there is", timeText(longestRateWindowPs)));
@@ -147,7 +147,7 @@ void addChainOption(CLI::App &command, ChainOptions &options)
 {
     command
         .add_option("--chain", options.Texts,
-                    "Stages that the events pass first, see tessel chain --help; may be given several times")
+                    "Stages that the events pass first (see tessel chain --help); can be given several times")
         ->type_name("TEXT|FILE.json")
         ->allow_extra_args(false);
 }

@@ -1,5 +1,5 @@
-// A chain on the current device: its stages are added to a recording that was just opened; what they made and
-// what they counted is said here. The main thread's.
+// A chain on the current device: its stages are added to a recording that was just opened, and what they made
+// and counted becomes text. The main thread's.
 #pragma once
 
 #include "chain/chain_text.h"

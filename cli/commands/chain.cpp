@@ -70,35 +70,36 @@ int runChain(const Options &options, const HostOptions &host)
 }
 
 constexpr const char *chainFooter =
-    R"(A chain is a row of stages that the events pass before they are counted. Stages that make
-channels number them behind the inputs, in the order of the chain; later stages and the
-options of a measurement take these numbers. Stages:
+    R"(A chain is a row of stages that the events pass before they are counted. A new channel gets the
+next number after the inputs, in the order of the chain; later stages and the options of a
+measurement take these numbers. The stages:
 
 {}
-Between stages stands '|' or a new line; --chain may also be given several times. Values come
-in their order, or by name as in 'window 10ns'; words come anywhere. Times are rounded to
-whole picoseconds and a bare number is in ps. Without 'keep' a stage replaces what it works on:
+'|' or a new line separates stages; --chain can be given several times. Values stand in their
+order, or with a name as in 'window 10ns'; words stand anywhere. A time is rounded to whole
+picoseconds; a number without a unit is in ps.
 
-  coincidence  one event on a new channel whenever all channels had one within the window;
-               sliding (the default) finds every one, once uses events up; it stands at the
-               time of the first, the last (the default) or at the average; without keep only
-               coincidences go on
-  merge        copies the channels onto a new one; without keep all others end here
-  delay        shifts a channel by up to 2.147ms, forward or (negative) back; with keep a copy
-               of it on a new channel, which stays empty without
-  herald       lets the channels pass only within a window that begins at a delay after the
-               last event of the herald, its first channel (0: the sync); inverted, only
-               outside of it; with keep, as copies on a new channel each
-  substream    lets pass only what lies between two times since the start
-  countrate    counts per second of every channel, over at least the window (up to 2.147ms);
-               the last ones of a replay stand in the results' comments or JSON
+  coincidence  makes an event on a new channel when each channel had one within the window.
+               sliding (the default): every event that completes the set makes one; once: a
+               coincidence uses its events up. Its time is that of the first event, the last
+               (the default) or the average. Without keep only coincidences go on.
+  merge        copies the channels onto a new one. Without keep all other channels are dropped.
+  delay        shifts a channel by up to 2.147ms, forward or (negative) back. With keep the
+               channel stays, and a new one has the shifted copy; without, the new one is empty.
+  herald       lets the channels pass only inside a window, which begins at the delay after the
+               last event of the herald, its first channel (0: the sync). inverted: only outside.
+               With keep all events stay, and those that pass are copied to a new channel each.
+  substream    lets events pass only between two times since the start.
+  countrate    measures the rate of each channel over at least the window (up to 2.147ms). The
+               last rates of a run are in the comments of a CSV and in JSON.
 
-A text that ends in .json names a file with the same words, and what --json writes here:
+A text that ends in .json is the name of a file with the same words, as --json writes it:
   {{"chain": [{{"stage": "coincidence", "channels": [1, 2], "window": "10ns",
               "mode": "once", "time": "last", "keep": true}}]}}
 
-JSON, schema tessel.chain/1: file, device, mode, channels [{{row, column, name, stage (from 1;
-0: of the recording)}}], chain [{{stage and its values, makes [channels]}}].
+JSON: schema (tessel.chain/1), file, device, mode, and
+  channels  [{{row, column, name, stage (from 1; 0: the recording's own)}}]
+  chain     [{{stage and its values, makes [channels]}}]
 
 Examples:
   tessel chain emitter.tgx --chain 'coincidence(1,2; 10ns; keep) | merge(1,2; keep)'
@@ -110,7 +111,7 @@ Command addChain(CLI::App &program)
 {
     const auto options = std::make_shared<Options>();
     CLI::App *command =
-        program.add_subcommand("chain", "Tell how a chain of stages numbers its channels on a recording");
+        program.add_subcommand("chain", "Show how a chain of stages numbers its channels on a recording");
     addRecordingArgument(*command, options->File);
     addChainOption(*command, options->Chain);
     addOutputOptions(*command, options->Result, "a table");

@@ -28,7 +28,7 @@ struct FcsOptions
     bool Fast = false;
 };
 
-// The curves stand in Values one behind the other, each with one element more than there are lags.
+// The curves follow one another in Values, each with one element more than there are lags.
 struct Fcs
 {
     size_t NumPoints = 0;
@@ -63,7 +63,7 @@ Fcs prepared(const FcsOptions &options, const Recording &recording)
     return fcs;
 }
 
-// From the seconds that the library gives, which are whole picoseconds.
+// The library returns seconds, which are whole picoseconds.
 void toPicoseconds(std::vector<double> &lags)
 {
     for (double &lag : lags) lag = std::round(lag * 1e12);
@@ -110,12 +110,8 @@ Plot asPlot(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
         plot.XMin = fcs.LagsPs.front() * 1e-12;
         plot.XMax = fcs.LagsPs.back() * 1e-12;
     }
-    for (size_t i = 0; i < (options.Channels.First == options.Channels.Second ? 1u : 3u); ++i) {
-        const auto values = fcs.curve(i);
-        Curve curve{.Name = names[i], .X = {}, .Y = {values.begin(), values.end()}};
-        for (const double lag : fcs.LagsPs) curve.X.push_back(lag * 1e-12);
-        plot.Curves.push_back(std::move(curve));
-    }
+    for (size_t i = 0; i < (options.Channels.First == options.Channels.Second ? 1u : 3u); ++i)
+        plot.Curves.push_back(scaledCurve(names[i], fcs.LagsPs, 1e-12, fcs.curve(i)));
     return plot;
 }
 
@@ -137,39 +133,41 @@ int runFcs(const FcsOptions &options, const HostOptions &host)
                     .Plot = [&](const Measured &measured) { return asPlot(options, fcs, measured); }});
 }
 
-constexpr const char *fcsFooter =
-    R"(G(lag) = pairs x T / (n1 x n2 x width) - 1 in bins of one logarithmic width, as in fluorescence
-correlation spectroscopy: of --chan1 with itself, of both with each other (the mean of both
-directions), and of --chan2 with itself. Uncorrelated light is at 0; N molecules in the focus give
-1 / N at short lags. With --fast the bins hold their lower end instead of their upper end.
+constexpr ResultHelp fcsHelp = {
+    .About =
+        R"(Correlates in bins of equal logarithmic width, as in fluorescence correlation spectroscopy:
+  G(lag) = pairs x T / (n1 x n2 x bin width) - 1
+of --chan1 with itself (auto1), of both with each other (cross, the mean of both directions), and
+of --chan2 with itself (auto2). n1 and n2 are the events of each channel, T is the measured time.
+Uncorrelated light is at 0; N molecules in the focus give 1 / N at short lags.
 
-CSV: comment lines with '#', lag_ps,auto1,cross,auto2, one line per lag (centre of its bin).
-JSON, schema tessel.fcs/1: file, device, mode, run {recordsRead, recordsInFile, complete,
-stopReason}, chan1, chan2, fast, points, lagPs [points], auto1 [points], cross [points], auto2
-[points]; a value is null (CSV: nan) where there is nothing to count. points is about --steps.
-
-Counting begins once the longest lag has passed: a recording must be longer than that.
-
-Examples:
-  tessel fcs cells.tgx --min-lag 1us --max-lag 100ms --plot fcs.png
-  tessel fcs cells.tgx --chan1 1 --chan2 1 --steps 60 --json | jq '.auto1[0]')";
+Counting begins when the longest lag has passed: a recording must be longer than that.)",
+    .Csv = "a line per lag: lag_ps (centre of the bin),\nauto1, cross, auto2",
+    .Schema = fcsSchema,
+    .Keys = R"(  chan1, chan2  the channels
+  fast          true: with --fast
+  points        number of lags, about --steps
+  lagPs         [points] centre of each bin
+  auto1, cross, auto2
+                [points] G; null (CSV: nan) if there is nothing to count)",
+    .Examples = R"(  tessel fcs cells.tgx --min-lag 1us --max-lag 100ms --plot fcs.png
+  tessel fcs cells.tgx --chan1 1 --chan2 1 --steps 60 --json | jq '.auto1[0]')"};
 
 } // namespace
 
 Command addFcs(CLI::App &program)
 {
     const auto options = std::make_shared<FcsOptions>();
-    CLI::App *command =
-        program.add_subcommand("fcs", "Correlate two channels of a recording in logarithmic bins");
+    CLI::App *command = program.add_subcommand("fcs", "Correlate two channels in logarithmic bins");
     addMeasureOptions(*command, options->Measure);
     addChannelPair(*command, options->Channels);
-    asTime(command->add_option("--min-lag", options->MinLag,
-                               "Shortest lag, at least the base resolution, bare in ps"));
-    asTime(command->add_option("--max-lag", options->MaxLag, "Longest lag, bare in ps"));
+    asTime(command->add_option("--min-lag", options->MinLag, "Shortest lag, at least the base resolution"));
+    asTime(command->add_option("--max-lag", options->MaxLag, "Longest lag"));
     asNumber(command->add_option("--steps", options->Steps, "Number of bins"), 1, 1'000'000)
         ->capture_default_str();
-    command->add_flag("--fast", options->Fast, "The fast way of counting (FFCS)");
-    command->footer(fcsFooter);
+    command->add_flag("--fast", options->Fast,
+                      "Count in the faster way (FFCS): a bin holds its lower end, not its upper end");
+    command->footer(helpText(fcsHelp));
     return {command, [options](const HostOptions &host) { return runFcs(*options, host); }};
 }
 

@@ -67,8 +67,8 @@ const char *valueName(const G2Options &options)
 std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measured)
 {
     std::vector<std::string> notes = firstNotes(measured, g2Schema);
-    notes.push_back(fmt::format("channels {} and {}; lag in ps (centre of the bin), above 0 where channel {} "
-                                "follows; 2 x {} bins of {} ps",
+    notes.push_back(fmt::format("channels {} and {}; lag in ps (centre of the bin), at lags above 0 channel {} "
+                                "comes later; 2 x {} bins of {} ps",
                                 options.Channels.First, options.Channels.Second, options.Channels.First,
                                 g2.NumBins, g2.BinWidthPs));
     notes.push_back(options.RawCounts ? "pairs per bin" : "normalised: uncorrelated light is at 1");
@@ -102,12 +102,9 @@ Plot asPlot(const G2Options &options, const G2 &g2, const Measured &measured)
     plot.XMin = -end * axis.Factor;
     plot.XMax = end * axis.Factor;
     plot.Lines = true;
-    Curve curve{.Name = fmt::format("{} and {}", rowName(measured.From, options.Channels.First),
-                                    rowName(measured.From, options.Channels.Second)),
-                .X = {},
-                .Y = g2.Values};
-    for (const double lag : g2.LagsPs) curve.X.push_back(lag * axis.Factor);
-    plot.Curves.push_back(std::move(curve));
+    const std::string name = fmt::format("{} and {}", rowName(measured.From, options.Channels.First),
+                                         rowName(measured.From, options.Channels.Second));
+    plot.Curves.push_back(scaledCurve(name, g2.LagsPs, axis.Factor, g2.Values));
     return plot;
 }
 
@@ -132,35 +129,37 @@ int runG2(const G2Options &options, const HostOptions &host)
                     .Plot = [&](const Measured &measured) { return asPlot(options, g2, measured); }});
 }
 
-constexpr const char *g2Footer =
-    R"(How often an event of one channel follows one of the other at each lag, as in a Hanbury Brown-
-Twiss experiment. g2(lag) = pairs x T / (n1 x n2 x width) with n the events of each channel and T
-the time measured, so that uncorrelated light is at 1; --raw-counts gives the pairs. Lags above
-0: the event of --chan1 comes later.
-
-CSV: comment lines with '#', lag_ps,g2 (or lag_ps,pairs), one line per bin with its centre, from
-the longest negative lag on. JSON, schema tessel.g2/1: file, device, mode, run {recordsRead,
-recordsInFile, complete, stopReason}, chan1, chan2, binWidthPs, bins, normalised, lagPs [bins],
-values [bins]; a value is null (CSV: nan) where a channel has no events. bins is 2 x (window / bin
-width).
-
-Examples:
-  tessel g2 emitter.tgx --window 100ns --bin-width 500ps --plot dip.png
-  tessel g2 lamp.tgx --chan1 1 --chan2 3 --raw-counts -o pairs.csv)";
+constexpr ResultHelp g2Help = {
+    .About =
+        R"(How often an event of one channel follows an event of the other at each lag, as in a Hanbury
+Brown-Twiss experiment:
+  g2(lag) = pairs x T / (n1 x n2 x bin width)
+n1 and n2 are the events of each channel, T is the measured time. Uncorrelated light is at 1.
+With --raw-counts the values are pairs. At a lag above 0 the event of --chan1 comes later.)",
+    .Csv = "a line per bin from the most negative lag on:\nlag_ps (centre of the bin), g2 or pairs",
+    .Schema = g2Schema,
+    .Keys = R"(  chan1, chan2  the channels
+  binWidthPs    width of a bin
+  bins          number of bins: 2 x (window / bin width)
+  normalised    false: the values are pairs
+  lagPs         [bins] centre of each bin
+  values        [bins]; null (CSV: nan) if a channel has no events)",
+    .Examples = R"(  tessel g2 emitter.tgx --window 100ns --bin-width 500ps --plot dip.png
+  tessel g2 lamp.tgx --chan1 1 --chan2 3 --raw-counts -o pairs.csv)"};
 
 } // namespace
 
 Command addG2(CLI::App &program)
 {
     const auto options = std::make_shared<G2Options>();
-    CLI::App *command = program.add_subcommand("g2", "Correlate two channels of a recording in linear bins");
+    CLI::App *command = program.add_subcommand("g2", "Correlate two channels in linear bins");
     addMeasureOptions(*command, options->Measure);
     addChannelPair(*command, options->Channels);
-    asTime(command->add_option("--window", options->Window, "Longest lag, bare in ps"));
+    asTime(command->add_option("--window", options->Window, "Longest lag"));
     asTime(command->add_option("--bin-width", options->BinWidth,
-                               "Width of a bin, from the resolution of the recording to 1ms, bare in ps"));
-    command->add_flag("--raw-counts", options->RawCounts, "Pairs, not normalised");
-    command->footer(g2Footer);
+                               "Width of a bin, from the recording's resolution to 1ms"));
+    command->add_flag("--raw-counts", options->RawCounts, "Count pairs, without normalisation");
+    command->footer(helpText(g2Help));
     return {command, [options](const HostOptions &host) { return runG2(*options, host); }};
 }
 

@@ -88,7 +88,7 @@ void checkFinite(const char *option, double value)
     if (!std::isfinite(value)) throw Failure(Exit::Usage, fmt::format("{}: a finite number", option));
 }
 
-void giveToLibrary(const Hist2dOptions &options, const Hist2d &histogram)
+void setHist2dParams(const Hist2dOptions &options, const Hist2d &histogram)
 {
     const Axis &x = histogram.X, &y = histogram.Y;
     const Recovery &recovery = histogram.Recovery;
@@ -113,7 +113,7 @@ Hist2d prepared(const Hist2dOptions &options, const Recording &recording)
     if (x.NumBins * y.NumBins > mostHist2dBins)
         throw Failure(Exit::Usage,
                       fmt::format("--bins-x and --bins-y: at most {} bins in all", mostHist2dBins));
-    giveToLibrary(options, histogram);
+    setHist2dParams(options, histogram);
     histogram.Counts.assign(x.NumBins * y.NumBins, 0);
     return histogram;
 }
@@ -219,7 +219,7 @@ int runHist2d(const Hist2dOptions &options, const HostOptions &host)
          .Start =
              [&](uint8_t *finished) { get2dHistogram(nullptr, 0, 0, 0, histogram.Counts.data(), finished); },
          .IsEmpty = [&] { return isAllZero(histogram.Counts); },
-         .Needs = "events on --chan-x and --chan-y, in T2 behind one on --start-chan, whose times fit the bins",
+         .Needs = "events on --chan-x and --chan-y inside the bins, in T2 after one on --start-chan",
          .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
          .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
          .Plot = [&](const Measured &measured) { return asPlot(options, histogram, measured); }});
@@ -228,10 +228,8 @@ int runHist2d(const Hist2dOptions &options, const HostOptions &host)
 void addAxisOptions(CLI::App &command, AxisOptions &axis, const std::string &letter)
 {
     asChannel(command.add_option("--chan-" + letter, axis.Chan, "Channel of " + letter))->capture_default_str();
-    asTime(command.add_option("--offset-" + letter, axis.Offset,
-                              "Taken from the times of " + letter + ", bare in ps"));
-    asTime(command.add_option("--bin-width-" + letter, axis.BinWidth,
-                              "Width of a bin of " + letter + ", bare in ps"));
+    asTime(command.add_option("--offset-" + letter, axis.Offset, "Subtracted from the times of " + letter));
+    asTime(command.add_option("--bin-width-" + letter, axis.BinWidth, "Width of a bin of " + letter));
     asNumber(command.add_option("--bins-" + letter, axis.Bins, "Number of bins of " + letter), 1,
              mostHist2dBins)
         ->capture_default_str();
@@ -240,48 +238,55 @@ void addAxisOptions(CLI::App &command, AxisOptions &axis, const std::string &let
 void addRecoveryOptions(CLI::App &command, RecoveryOptions &recovery)
 {
     asTime(command.add_option("--recovery-min", recovery.Min,
-                              "Sooner after the pair before, a pair is corrected, bare in ps"));
-    asTime(command.add_option("--recovery-max", recovery.Max, "Later, a pair is corrected, bare in ps"));
-    asTime(command.add_option("--recovery-offset-x", recovery.OffsetX, "Added to x then, bare in ps"));
-    asTime(command.add_option("--recovery-offset-y", recovery.OffsetY, "Added to y then, bare in ps"));
-    command.add_option("--recovery-slope", recovery.Slope, "Added to --slope then")->capture_default_str();
+                              "A pair that comes sooner after the one before is corrected"));
+    asTime(command.add_option("--recovery-max", recovery.Max,
+                              "A pair that comes later after the one before is corrected"));
+    asTime(command.add_option("--recovery-offset-x", recovery.OffsetX, "Corrected pairs: added to x"));
+    asTime(command.add_option("--recovery-offset-y", recovery.OffsetY, "Corrected pairs: added to y"));
+    command.add_option("--recovery-slope", recovery.Slope, "Corrected pairs: added to the slope")
+        ->capture_default_str();
 }
 
-constexpr const char *hist2dFooter =
-    R"(Pairs of the last events of two channels by their times x and y since a common reference: the
-sync in T3, the last event of --start-chan in T2. With --tot y is the time over threshold, the
-event of y less that of x. x gains --slope ps for each ps of y, which straightens a time walk.
-In T3 the event after a pair counts it, once; in T2 each event after it until the next reference.
-What lies outside the bins isn't counted. A detector that has just fired answers at another time:
-a pair whose reference comes sooner than --recovery-min, or later than --recovery-max, after that
-of the pair before is counted with the other --recovery options.
+constexpr ResultHelp hist2dHelp = {
+    .About =
+        R"(Counts pairs of the last event of --chan-x and the last event of --chan-y by their times x and y
+since a common reference: the sync in T3, the last event of --start-chan in T2. In T3 the event
+that follows a pair counts it, once; in T2 each event that follows counts it, until the next
+reference. Pairs outside the bins don't count.
 
-CSV: comment lines with '#', x_ps,y_ps,counts, one line per bin with its starts, row by row from
-the lowest y on. JSON, schema tessel.hist2d/1: file, device, mode, run {recordsRead,
-recordsInFile, complete, stopReason}, startChan (null in T3), x and y {channel, offsetPs,
-binWidthPs, bins}, timeOverThreshold, slope, recovery {minPs, maxPs, offsetXPs, offsetYPs, slope},
-total, counts [y.bins][x.bins].
+With --tot, y is the time over threshold: the time from the event of x to the event of y.
+--slope adds so many ps to x for each ps of y, which straightens a time walk.
 
-Examples:
-  tessel hist2d pairs.tgx --bin-width-x 250ps --bin-width-y 250ps --plot map.png
-  tessel hist2d edges.tgx --tot --slope -0.12 --bins-x 500 --bins-y 200 --json)";
+A detector that has just fired answers at another time. So a pair is corrected if its reference
+comes sooner than --recovery-min or later than --recovery-max after that of the pair before.)",
+    .Csv = "a line per bin: x_ps and y_ps (its start),\ncounts; row by row, from the lowest y on",
+    .Schema = hist2dSchema,
+    .Keys = R"(  startChan  T2: channel of the reference; T3: null
+  x, y       {channel, offsetPs, binWidthPs, bins}
+  timeOverThreshold
+  slope
+  recovery   {minPs, maxPs, offsetXPs, offsetYPs, slope}
+  total      number of pairs
+  counts     [y.bins][x.bins])",
+    .Examples = R"(  tessel hist2d pairs.tgx --bin-width-x 250ps --bin-width-y 250ps --plot map.png
+  tessel hist2d edges.tgx --tot --slope -0.12 --bins-x 500 --bins-y 200 --json)"};
 
 } // namespace
 
 Command addHist2d(CLI::App &program)
 {
     const auto options = std::make_shared<Hist2dOptions>();
-    CLI::App *command =
-        program.add_subcommand("hist2d", "Count pairs of events of a recording by the times of both");
+    CLI::App *command = program.add_subcommand("hist2d", "Count pairs of events by the times of both");
     addMeasureOptions(*command, options->Measure);
-    asChannel(command->add_option("--start-chan", options->StartChan, "T2: channel of the reference"))
+    asChannel(command->add_option("--start-chan", options->StartChan, "T2: reference channel"))
         ->capture_default_str();
     addAxisOptions(*command, options->X, "x");
     addAxisOptions(*command, options->Y, "y");
-    command->add_flag("--tot", options->TimeOverThreshold, "y is the time over threshold");
-    command->add_option("--slope", options->Slope, "Added to x, in ps for each ps of y")->capture_default_str();
+    command->add_flag("--tot", options->TimeOverThreshold,
+                      "y is the time from the event of x to that of y (time over threshold)");
+    command->add_option("--slope", options->Slope, "ps added to x for each ps of y")->capture_default_str();
     addRecoveryOptions(*command, options->Recovery);
-    command->footer(hist2dFooter);
+    command->footer(helpText(hist2dHelp));
     return {command, [options](const HostOptions &host) { return runHist2d(*options, host); }};
 }
 

@@ -39,7 +39,7 @@ void refuseInT3(const HistogramOptions &options)
                         : options.Bins              ? "--bins"
                                                     : nullptr;
     if (given)
-        throw Failure(Exit::Usage, fmt::format("{} is for T2 recordings, and {} is one of T3", given,
+        throw Failure(Exit::Usage, fmt::format("{} is for T2, and {} is a T3 recording", given,
                                                visibleText(options.Measure.File)));
 }
 
@@ -138,13 +138,9 @@ Plot asPlot(const Recording &recording, const Histogram &histogram)
     for (int64_t row = 0; row < recording.NumRows; ++row) {
         const auto counts = histogram.row(row).first(bins);
         if (isAllZero(counts)) continue;
-        Curve curve{.Name = fmt::format("{} ({})", rowName(recording, row),
-                                        countText(static_cast<double>(total(counts)))),
-                    .X = {},
-                    .Y = {counts.begin(), counts.end()}};
-        for (size_t bin = 0; bin < bins; ++bin)
-            curve.X.push_back((static_cast<double>(bin) + 0.5) * histogram.BinWidthPs * axis.Factor);
-        plot.Curves.push_back(std::move(curve));
+        const std::string name =
+            fmt::format("{} ({})", rowName(recording, row), countText(static_cast<double>(total(counts))));
+        plot.Curves.push_back(binCurve(name, counts, 0, histogram.BinWidthPs * axis.Factor));
     }
     return plot;
 }
@@ -157,40 +153,39 @@ int runHistogram(const HistogramOptions &options, const HostOptions &host)
         {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
          .Start = [&](uint8_t *finished) { getHistogram(nullptr, 0, 0, 0, histogram.Counts.data(), finished); },
          .IsEmpty = [&] { return isAllZero(histogram.Counts); },
-         .Needs = "events, in T2 behind one on --ref-chan",
+         .Needs = "events, in T2 after one on --ref-chan",
          .Csv = [&](const Measured &measured) { return histogramCsv(histogram, measured); },
          .Json = [&](const Measured &measured) { return histogramJson(histogram, measured); },
          .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); }});
 }
 
-constexpr const char *histogramFooter =
-    R"(T3: a bin is a dtime; 32768 bins of the recording's resolution. T2: a bin counts the events
-of a channel by their time since the last event of the reference channel; the bin width and
-the number of bins are options.
-
-CSV: comment lines with '#', one line of names (time_ps, sync, ch1, ch2, ...), one line per
-bin; no bin is left out. JSON, schema tessel.histogram/1: file, device, mode, run {recordsRead,
-recordsInFile, complete, stopReason}, bins, binWidthPs, syncPeriodPs (null in T2), refChan (null
-in T3), channels [{row, name, total, counts [bins]}]. Rows: 0 sync, 1.. inputs.
-
-Examples:
-  tessel histogram decay.tgx -o decay.csv --plot decay.png
-  tessel histogram emitter.tgx --ref-chan 1 --bin-width 500ps --bins 400)";
+constexpr ResultHelp histogramHelp = {
+    .About =
+        R"(T3: a bin is a dtime; there are 32768 bins, as wide as the recording's resolution.
+T2: an event counts in the bin of its time since the last event of the reference channel.)",
+    .Csv = "a line per bin: time_ps (its start), then\nthe counts of sync, ch1, ch2, ...; empty bins too",
+    .Schema = histogramSchema,
+    .Keys = R"(  bins          number of bins of a channel
+  binWidthPs    width of a bin
+  syncPeriodPs  T3: mean period of the sync; T2: null
+  refChan       T2: reference channel; T3: null
+  channels      [{row, name, total, counts [bins]}]; row 0 is the sync, row n input n)",
+    .Examples = R"(  tessel histogram decay.tgx -o decay.csv --plot decay.png
+  tessel histogram emitter.tgx --ref-chan 1 --bin-width 500ps --bins 400)"};
 
 } // namespace
 
 Command addHistogram(CLI::App &program)
 {
     const auto options = std::make_shared<HistogramOptions>();
-    CLI::App *command =
-        program.add_subcommand("histogram", "Count the events of a recording into one histogram per channel");
+    CLI::App *command = program.add_subcommand(
+        "histogram", "Count the events of each channel by time since the sync or a reference");
     addMeasureOptions(*command, options->Measure);
     asChannel(
-        command->add_option("--ref-chan", options->RefChan, "T2: reference channel, by default 0 (sync)"));
-    asTime(command->add_option("--bin-width", options->BinWidth,
-                               "T2: width of a bin, by default 100ps, bare in ps"));
-    asNumber(command->add_option("--bins", options->Bins, "T2: number of bins, by default 65536"), 1, mostBins);
-    command->footer(histogramFooter);
+        command->add_option("--ref-chan", options->RefChan, "T2: reference channel; by default 0 (sync)"));
+    asTime(command->add_option("--bin-width", options->BinWidth, "T2: width of a bin; by default 100ps"));
+    asNumber(command->add_option("--bins", options->Bins, "T2: number of bins; by default 65536"), 1, mostBins);
+    command->footer(helpText(histogramHelp));
     return {command, [options](const HostOptions &host) { return runHistogram(*options, host); }};
 }
 

@@ -1,4 +1,4 @@
-// `tessel info`: what a recording tells of its device, its last run and its header.
+// `tessel info`: what a recording says about its device and its last run, and its header.
 #include "commands/commands.h"
 #include "program/console.h"
 #include "program/options.h"
@@ -58,7 +58,7 @@ void addFile(fmt::memory_buffer &text, const Recording &recording)
     row(text, "Records", fmt::format("{}", recording.NumRecords));
     if (recording.ClaimedRecords >= 0 &&
         static_cast<uint64_t>(recording.ClaimedRecords) != recording.NumRecords)
-        row(text, "", fmt::format("(the header tells of {})", recording.ClaimedRecords));
+        row(text, "", fmt::format("(the header says {})", recording.ClaimedRecords));
 }
 
 void addDevice(fmt::memory_buffer &text, const Recording &recording)
@@ -152,8 +152,10 @@ int runInfo(const InfoOptions &options, const HostOptions &host)
 }
 
 constexpr const char *infoFooter =
-    R"(JSON, schema tessel.info/1: file, recordsInFile, device, run and header; header.tags is the list of
-all tags in the order of the file.
+    R"(JSON: schema (tessel.info/1), file, recordsInFile, and
+  device  state of the opened device
+  run     the last run
+  header  magic, version, sizes, and tags: all of them, in the order of the file
 
 Examples:
   tessel info decay.tgx
@@ -165,7 +167,7 @@ Command addInfo(CLI::App &program)
 {
     const auto options = std::make_shared<InfoOptions>();
     CLI::App *command =
-        program.add_subcommand("info", "Tell what a recording holds: device, last run, header tags");
+        program.add_subcommand("info", "Show what a recording holds: device, last run, header tags");
     addRecordingArgument(*command, options->File);
     addOutputOptions(*command, options->Result, "a table");
     command->footer(infoFooter);

@@ -27,10 +27,10 @@ void addMeasureOptions(CLI::App &command, MeasureOptions &options)
 void addChannelPair(CLI::App &command, ChannelPair &channels)
 {
     asChannel(command.add_option("--chan1", channels.First,
-                                 "First channel: 0 sync (T2), inputs from 1 on, then the chain's"))
+                                 "First channel: 0 sync (T2), 1.. inputs, then those of the chain"))
         ->capture_default_str();
-    asChannel(command.add_option("--chan2", channels.Second,
-                                 "Second channel; twice the same gives an autocorrelation"))
+    asChannel(
+        command.add_option("--chan2", channels.Second, "Second channel; the same one twice: autocorrelation"))
         ->capture_default_str();
 }
 
@@ -71,6 +71,16 @@ void drawResult(const ResultOptions &options, const Plot &plot)
         if (!wantsText(options)) throw;
         warn(failure.what());
     }
+}
+
+std::string helpText(const ResultHelp &help)
+{
+    return fmt::format("{}\n\n"
+                       "CSV: comment lines with '#', a line of names, {}\n\n"
+                       "JSON: schema ({}), file, device, mode, chain (if there is one),\n"
+                       "run {{recordsRead, recordsInFile, complete, stopReason}}, and\n{}\n\n"
+                       "Examples:\n{}",
+                       help.About, help.Csv, help.Schema, help.Keys, help.Examples);
 }
 
 void noteSpeed(const Outcome &outcome)

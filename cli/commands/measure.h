@@ -1,5 +1,5 @@
 // One measurement on a recording, from its options to its result: the steps that all measuring commands share.
-// A command gives what is its own as functions.
+// A command passes its own steps as functions.
 #pragma once
 
 #include "chain/placed_chain.h"
@@ -67,6 +67,14 @@ Measured openForMeasuring(const MeasureOptions &options);
 
 // A plot that can't be drawn is an error only if nothing else is written.
 void drawResult(const ResultOptions &options, const Plot &plot);
+
+// The end of a measuring command's --help. JSON begins with the same keys everywhere, so only a command's own
+// are given, one per line.
+struct ResultHelp
+{
+    std::string_view About, Csv, Schema, Keys, Examples;
+};
+std::string helpText(const ResultHelp &help);
 
 // How many records, how fast.
 void noteSpeed(const Outcome &outcome);

@@ -88,7 +88,7 @@ void warnOfIdleOptions(const CLI::App &command, Light light)
                    {"--molecules", Light::Diffusing},  {"--diffusion-time", Light::Diffusing}};
     for (const auto &option : options)
         if (option.Takes != light && command.count(option.Name) > 0)
-            warn(fmt::format("{} does nothing to light of this kind", option.Name));
+            warn(fmt::format("{} has no effect on this kind of light", option.Name));
 }
 
 // A file that couldn't be written to its end is removed; one that Ctrl-C ended early is sealed and kept.
@@ -117,25 +117,24 @@ int runSimulate(const SimulateOptions &options, const HostOptions &host, const C
 }
 
 constexpr const char *simulateFooter =
-    R"(Lists (--rate, --background, --lifetime) take one value for all channels or one for each,
-with commas: 200kcps,50kcps.
+    R"(--rate, --background and --lifetime take one value for all channels, or one for each with commas:
+200kcps,50kcps. A number without a unit is in the unit in brackets.
 
-Light, which T2 takes of every kind and T3 only pulsed:
-  pulsed       many emitters, weakly excited by each pulse; a photon is seen after the delay, a
-               Gaussian response and an exponential decay; what outlasts the sync period is
-               seen in a later one
+Kinds of light (T3 takes pulsed light only):
+  pulsed       many emitters, weakly excited by each pulse. A photon is detected after the delay,
+               a Gaussian response and an exponential decay; what outlasts the sync period is
+               detected in a later one.
   poisson      constant light, independent on every channel
   antibunched  one two-level emitter under constant excitation, split onto the channels:
                g2(t) = 1 - exp(-|t| / recovery)
-  bunched      light that switches at random between bright and dark, as one mode of thermal
-               light, split onto the channels: g2(t) = 1 + exp(-|t| / correlation time)
-  diffusing    molecules in a Gaussian focus, diffusing in a plane, split onto the channels:
-               G(t) = 1 / molecules / (1 + t / diffusion time)
+  bunched      light that switches at random between bright and dark, with the g2 of one mode of
+               thermal light, split onto the channels: g2(t) = 1 + exp(-|t| / correlation time)
+  diffusing    molecules that diffuse in a plane through a Gaussian focus, split onto the
+               channels: G(t) = 1 / molecules / (1 + t / diffusion time)
 
-Background is Poissonian; g2 - 1 and G shrink by (signal / (signal + background))^2. There is no
-dead time. A seed gives the same records on every machine.
-
-A T2 recording has sync events if --sync-rate is given or the light is pulsed.
+Background is Poissonian; with it g2 - 1 and G shrink by (signal / (signal + background))^2. There
+is no dead time. A T2 recording has sync events if --sync-rate is given or the light is pulsed. A
+seed makes the same records on every machine.
 
 Examples:
   tessel simulate decay.tgx --rate 500kcps --lifetime 0.8ns,1.6ns,2.9ns,4.1ns --duration 30s
@@ -157,34 +156,34 @@ Command addSimulate(CLI::App &program)
                           const std::vector<std::string> &names) {
         asOneOf(command->add_option(option, value, help), names)->capture_default_str();
     };
-    name("--mode", options->Mode, "Record form", {"t2", "t3"});
-    name("--light", options->Light, "Kind of light, by default pulsed in T3 and poisson in T2",
+    name("--mode", options->Mode, "T2: absolute times; T3: times since the sync", {"t2", "t3"});
+    name("--light", options->Light, "Kind of light; by default pulsed in T3, poisson in T2",
          {"pulsed", "poisson", "antibunched", "bunched", "diffusing"});
     asNumber(command->add_option("--channels", options->Channels,
-                                 "Input channels, by default 2 or as many as the longest list has"),
+                                 "Input channels; by default 2, or as many as the longest list has"),
              1, 64);
-    text("--rate", options->Rates, "Signal of each channel, bare in cps", "RATES");
-    text("--background", options->Background, "Background of each channel, bare in cps", "RATES");
+    text("--rate", options->Rates, "Signal of each channel [cps]", "RATES");
+    text("--background", options->Background, "Background of each channel [cps]", "RATES");
     text("--sync-rate", options->SyncRate,
-         "Rate of the pulses, bare in Hz; by default 40MHz for pulsed light, none for other", "RATE");
-    text("--duration", options->Duration, "Length of the recording, bare in s", "TIME");
-    text("--lifetime", options->Lifetimes, "Decay of each channel, bare in ns; 0 is prompt", "TIMES");
+         "Rate of the sync [Hz]; by default 40MHz for pulsed light, else no sync", "RATE");
+    text("--duration", options->Duration, "Length of the recording [s]", "TIME");
+    text("--lifetime", options->Lifetimes, "Lifetime of each channel [ns]; 0: prompt", "TIMES");
     text("--irf", options->Response,
-         "Full width at half maximum of the response, or of the jitter in T2, bare in ps", "TIME");
-    text("--delay", options->Delay, "Centre of the response behind the sync, bare in ps", "TIME");
-    text("--recovery", options->Recovery, "Recovery time of the antibunched emitter, bare in ns", "TIME");
-    text("--correlation-time", options->CorrelationTime, "Correlation time of bunched light, bare in ns",
-         "TIME");
+         "Full width at half maximum of the response to a pulse, else of the jitter [ps]", "TIME");
+    text("--delay", options->Delay, "Pulsed: time from the sync to the centre of the response [ps]", "TIME");
+    text("--recovery", options->Recovery, "Antibunched: recovery time of the emitter [ns]", "TIME");
+    text("--correlation-time", options->CorrelationTime, "Bunched: correlation time [ns]", "TIME");
     command
         ->add_option("--molecules", options->Molecules,
                      "Diffusing: mean number in the focus, from 0.01 to 1000")
         ->capture_default_str();
-    text("--diffusion-time", options->DiffusionTime, "Time of diffusion through the focus, bare in us", "TIME");
+    text("--diffusion-time", options->DiffusionTime, "Diffusing: time of diffusion through the focus [us]",
+         "TIME");
     text("--resolution", options->Resolution,
-         "Unit of a dtime (by default 25ps) or, in T2, of a time tag (5ps), bare in ps", "TIME");
+         "Width of a dtime (by default 25ps), in T2 of a time tag (5ps) [ps]", "TIME");
     name("--family", options->Family, "Instrument family", {"ZP", "CD", "SV40", "LM70", "CD90"});
     command->add_option("--seed", options->Seed, "Seed of the random numbers")->capture_default_str();
-    text("--comment", options->Comment, "Comment for the file's header", "TEXT");
+    text("--comment", options->Comment, "Comment in the header of the file", "TEXT");
     command->footer(simulateFooter);
     return {command,
             [options, command](const HostOptions &host) { return runSimulate(*options, host, *command); }};

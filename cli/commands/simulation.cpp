@@ -84,7 +84,7 @@ void readLight(const SimulateOptions &options, Simulation &wanted)
         refuse("--sync-rate 0: pulsed light needs pulses");
     if (wanted.SyncRate > highestRate) refuse("--sync-rate: at most 2 GHz");
     // The rate is whole hertz in a file; the source keeps to what a replay will read.
-    if (wanted.SyncRate != std::floor(wanted.SyncRate)) refuse("--sync-rate: whole hertz, please");
+    if (wanted.SyncRate != std::floor(wanted.SyncRate)) refuse("--sync-rate: a whole number of hertz");
 }
 
 void readTimes(const SimulateOptions &options, Simulation &wanted)
@@ -115,7 +115,7 @@ void readTimes(const SimulateOptions &options, Simulation &wanted)
     const double total = std::accumulate(wanted.Rates.begin(), wanted.Rates.end(), 0.0);
     if (wanted.Source == Light::Antibunched && total > 0 &&
         (!(wanted.RecoveryPs > 0) || total > Sim::saturationRate(wanted.RecoveryPs)))
-        refuse(fmt::format("--rate: one emitter with a recovery time of {} gives at most {} in all",
+        refuse(fmt::format("--rate: one emitter with a recovery time of {} emits at most {} in all",
                            timeText(wanted.RecoveryPs), rateText(Sim::saturationRate(wanted.RecoveryPs))));
 }
 

@@ -27,11 +27,11 @@ struct TraceOptions
 };
 
 // Counts by row and column; the last column is the newest bin. There is one column more than asked for, at the
-// left: the library gives out nothing where it has one column only.
+// left: the library publishes nothing if it has only one.
 struct Trace
 {
     uint64_t NumBins = 0, BinWidthPs = 0; // asked for
-    uint64_t EndBin = 0;                  // absolute number of the bin behind the last column
+    uint64_t EndBin = 0;                  // absolute number of the bin after the last column
     std::vector<uint32_t> Counts;
 
     // Columns that lie before the start of the run are left out.
@@ -104,10 +104,8 @@ Plot asPlot(const Trace &trace, const Measured &measured)
     for (int64_t row = 0; row < measured.From.NumRows; ++row) {
         const auto counts = trace.row(row);
         if (isAllZero(counts)) continue;
-        Curve curve{.Name = rowName(measured.From, row), .X = {}, .Y = {counts.begin(), counts.end()}};
-        for (size_t bin = 0; bin < counts.size(); ++bin)
-            curve.X.push_back((from + (static_cast<double>(bin) + 0.5) * width) * axis.Factor);
-        plot.Curves.push_back(std::move(curve));
+        plot.Curves.push_back(
+            binCurve(rowName(measured.From, row), counts, from * axis.Factor, width * axis.Factor));
     }
     return plot;
 }
@@ -128,20 +126,18 @@ int runTrace(const TraceOptions &options, const HostOptions &host)
                     .Plot = [&](const Measured &measured) { return asPlot(trace, measured); }});
 }
 
-constexpr const char *traceFooter =
-    R"(The last --history of the recording, in --bins bins of equal width (cut to whole picoseconds).
-What lies before the start of the recording is left out: with a history longer than the recording
-the trace is of all of it.
-
-CSV: comment lines with '#', one line of names (time_ps, sync, ch1, ch2, ...), one line per bin
-with the time of its start. JSON, schema tessel.trace/1: file, device, mode, run {recordsRead,
-recordsInFile, complete, stopReason}, bins, binWidthPs, firstBin (number of the first bin, from
-the start of the recording), channels [{row, name, total, counts [bins]}]. Rows: 0 sync, 1..
-inputs.
-
-Examples:
-  tessel trace blinking.tgx --history 60s --bins 6000 --plot trace.png
-  tessel trace blinking.tgx --history 100ms --bins 100 --json | jq '.channels[1].counts')";
+constexpr ResultHelp traceHelp = {
+    .About =
+        R"(Shows the last --history of the recording in --bins bins of equal width, cut to whole picoseconds.
+If the history is longer than the recording, the trace begins with the recording.)",
+    .Csv = "a line per bin: time_ps (its start), then\nthe counts of sync, ch1, ch2, ...",
+    .Schema = traceSchema,
+    .Keys = R"(  bins        number of bins of a channel
+  binWidthPs  width of a bin
+  firstBin    number of the first bin, counted from the start of the recording
+  channels    [{row, name, total, counts [bins]}]; row 0 is the sync, row n input n)",
+    .Examples = R"(  tessel trace blinking.tgx --history 60s --bins 6000 --plot trace.png
+  tessel trace blinking.tgx --history 100ms --bins 100 --json | jq '.channels[1].counts')"};
 
 } // namespace
 
@@ -151,8 +147,8 @@ Command addTrace(CLI::App &program)
     CLI::App *command = program.add_subcommand("trace", "Count the events of each channel in bins of time");
     addMeasureOptions(*command, options->Measure);
     asNumber(command->add_option("--bins", options->Bins, "Number of bins"), 1, 1 << 28)->capture_default_str();
-    asTime(command->add_option("--history", options->History, "Span of all bins, bare in ps"));
-    command->footer(traceFooter);
+    asTime(command->add_option("--history", options->History, "Time that all bins span"));
+    command->footer(helpText(traceHelp));
     return {command, [options](const HostOptions &host) { return runTrace(*options, host); }};
 }
 

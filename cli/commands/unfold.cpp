@@ -145,9 +145,9 @@ boost::json::object sideFile(const Unfolded &unfolded, const Measured &measured)
 Form formOf(const UnfoldOptions &options)
 {
     const ResultOptions &result = options.Measure.Result;
-    if (options.Binary && result.Json) throw Failure(Exit::Usage, "--binary and --json: one form, please");
+    if (options.Binary && result.Json) throw Failure(Exit::Usage, "--binary and --json: choose one");
     if (options.Binary && (result.File.empty() || result.File == "-"))
-        throw Failure(Exit::Usage, "--binary needs -o FILE, beside which FILE.json is written");
+        throw Failure(Exit::Usage, "--binary needs -o FILE; it writes FILE.json too");
     return options.Binary ? Form::Binary : result.Json ? Form::Json : Form::Csv;
 }
 
@@ -182,34 +182,40 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     return reportOutcome(measured.From, measured.Run);
 }
 
-constexpr const char *unfoldFooter =
-    R"(Every event of the recording in the order in which it comes. Times are ps in T2; in T3 the number
-of the sync and the dtime. Channels: 0 sync (T2), 1 to 64 inputs, above them the chain's, 129 to
-143 markers; 255 with --overflows: an overflow of the time tag, whose time tells how far the
-stream has come. --plot shows the first 5000 events of inputs and sync: how long behind the sync (T3)
-or the event before (T2) each came, over time.
+constexpr ResultHelp unfoldHelp = {
+    .About =
+        R"(Writes every event in the order of the stream. The time is in ps in T2; in T3 it is the number of
+the sync and the dtime. Channels: 0 sync (T2), 1 to 64 inputs, then those of the chain; 129 to 143
+markers; with --overflows also 255, an overflow of the time tag: its time shows how far the stream
+has come.
 
-CSV: comment lines with '#', one line of names (time_ps,channel or sync,dtime,channel), one line
-per event. JSON, schema tessel.unfold/1: file, device, mode, dtimePs (null in T2), columns, events
-[[a number per column], ...], run {recordsRead, recordsInFile, complete, stopReason}. --binary: 9
-bytes per event, little-endian: 8 of time (T3: sync << 15 | dtime), 1 of channel; FILE.json tells
-of it, with the keys schema, file, device, mode, dtimePs, run, events (their number), eventBytes,
-byteOrder, fields, time. In Python: numpy.fromfile(FILE, [('time', '<u8'), ('channel', 'u1')]).
+--plot draws the first 5000 events of sync and inputs: how long after the sync (T3) or after the
+event before (T2) each came.
 
-Examples:
-  tessel unfold emitter.tgx -o events.csv
-  tessel unfold emitter.tgx --binary -o events.bin)";
+--binary writes 9 bytes per event, little-endian: 8 of time (T3: sync << 15 | dtime), 1 of channel.
+FILE.json says how to read them: schema, file, device, mode, dtimePs, run, events (their number),
+eventBytes, byteOrder, fields, time. In Python:
+  numpy.fromfile(FILE, [('time', '<u8'), ('channel', 'u1')]))",
+    .Csv = "a line per event: time_ps,channel in T2,\nsync,dtime,channel in T3",
+    .Schema = unfoldSchema,
+    .Keys = R"(  dtimePs  T3: width of a dtime; T2: null
+  columns  names of the numbers of an event
+  events   [[a number per column], ...])",
+    .Examples = R"(  tessel unfold emitter.tgx -o events.csv
+  tessel unfold emitter.tgx --binary -o events.bin)"};
 
 } // namespace
 
 Command addUnfold(CLI::App &program)
 {
     const auto options = std::make_shared<UnfoldOptions>();
-    CLI::App *command = program.add_subcommand("unfold", "Write the events of a recording: times and channels");
+    CLI::App *command =
+        program.add_subcommand("unfold", "Write the single events of a recording: times and channels");
     addMeasureOptions(*command, options->Measure);
-    command->add_flag("--binary", options->Binary, "Write 9 bytes per event, and FILE.json beside FILE");
-    command->add_flag("--overflows", options->Overflows, "Also the overflows of the time tag");
-    command->footer(unfoldFooter);
+    command->add_flag("--binary", options->Binary,
+                      "Write 9 bytes per event to FILE, and FILE.json, which describes them");
+    command->add_flag("--overflows", options->Overflows, "Write the overflows of the time tag too");
+    command->footer(helpText(unfoldHelp));
     return {command, [options](const HostOptions &host) { return runUnfold(*options, host); }};
 }
 

@@ -1,5 +1,5 @@
 // The program's two outputs. Results go to what was standard output when the program started; descriptor 1
-// itself is pointed elsewhere at once, because the library's log writes to it (a colour reset for every record,
+// itself is pointed elsewhere at once, because the library's log writes to it (a colour reset for every line,
 // even with the console log off) and nothing of that may reach a result. Everything else goes to standard
 // error.
 #pragma once

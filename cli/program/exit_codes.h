@@ -10,8 +10,8 @@ enum class Exit {
     Success = 0,
     Failed = 1,
     Usage = 2,
-    NoDevice = 3, // no such file, or a file that makes no device
-    DataLost = 4, // the run finished, but not on all the data
+    NoDevice = 3, // no such file, or a file that can't be opened
+    DataLost = 4, // the run finished, but part of the data is missing
 };
 
 struct Failure : std::runtime_error

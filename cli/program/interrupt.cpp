@@ -20,7 +20,7 @@ void watch(int signal)
 {
     struct sigaction before = {};
     sigaction(signal, nullptr, &before);
-    if (before.sa_handler == SIG_IGN) return; // whoever started the program wants it so
+    if (before.sa_handler == SIG_IGN) return; // so wished by what started the program
     struct sigaction action = {};
     action.sa_handler = noteSignal;
     action.sa_flags = SA_RESTART | SA_RESETHAND; // the next one has its usual effect

@@ -1,4 +1,4 @@
-// Ctrl-C during a long step: the first one is noted, the second one ends the program as if nobody cared.
+// Ctrl-C during a long step: the first one is noted, the second one ends the program at once.
 #pragma once
 
 namespace Tessel::Cli {

@@ -33,7 +33,7 @@ void addRecordingArgument(CLI::App &command, std::string &path)
 
 void addOutputOptions(CLI::App &command, ResultOptions &options, const std::string &plainForm)
 {
-    command.add_option("-o,--output", options.File, "Write to FILE instead of standard output ('-')")
+    command.add_option("-o,--output", options.File, "Write to FILE instead of standard output")
         ->type_name("FILE");
     command.add_flag("--json", options.Json, "Write one JSON object instead of " + plainForm);
 }
@@ -42,13 +42,13 @@ void addPlotOption(CLI::App &command, ResultOptions &options)
 {
     command
         .add_option("--plot", options.PlotFile,
-                    "Draw a .png or .svg file (needs gnuplot); without -o or --json nothing else is written")
+                    "Draw a .png or .svg file with gnuplot; without -o and --json nothing else is written")
         ->type_name("FILE");
 }
 
 CLI::Option *asTime(CLI::Option *option)
 {
-    return option->type_name("TIME")->capture_default_str();
+    return option->description(option->get_description() + " [ps]")->type_name("TIME")->capture_default_str();
 }
 
 // The stream has at most 255 channels.

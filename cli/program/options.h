@@ -29,7 +29,7 @@ void addOutputOptions(CLI::App &command, ResultOptions &options, const std::stri
 void addPlotOption(CLI::App &command, ResultOptions &options);
 
 // What an option takes: how --help shows it, and what is refused while the options are read.
-CLI::Option *asTime(CLI::Option *option);
+CLI::Option *asTime(CLI::Option *option); // without a unit in ps
 CLI::Option *asChannel(CLI::Option *option);
 CLI::Option *asNumber(CLI::Option *option, uint64_t least, uint64_t most);
 CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names); // in any case
@@ -41,7 +41,7 @@ bool wantsText(const ResultOptions &options);
 double optionValue(const char *option, const std::function<double()> &convert);
 std::vector<double> optionValues(const char *option, const std::function<std::vector<double>()> &convert);
 
-// A time of whole picoseconds, bare in ps; anything else is a usage Failure.
+// A time of whole picoseconds, without a unit in ps; anything else is a usage Failure.
 uint64_t optionWholePs(const char *option, const std::string &text, uint64_t smallest);
 
 } // namespace Tessel::Cli

@@ -15,6 +15,7 @@
 #include <iterator>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace Tessel::Cli {
 
@@ -144,6 +145,21 @@ void addMap(fmt::memory_buffer &script, const ColourMap &map)
 }
 
 } // namespace
+
+Curve binCurve(std::string name, std::span<const uint32_t> counts, double start, double width)
+{
+    Curve curve{.Name = std::move(name), .X = {}, .Y = {counts.begin(), counts.end()}};
+    for (size_t bin = 0; bin < counts.size(); ++bin)
+        curve.X.push_back(start + (static_cast<double>(bin) + 0.5) * width);
+    return curve;
+}
+
+Curve scaledCurve(std::string name, std::span<const double> x, double factor, std::span<const double> values)
+{
+    Curve curve{.Name = std::move(name), .X = {}, .Y = {values.begin(), values.end()}};
+    for (const double position : x) curve.X.push_back(position * factor);
+    return curve;
+}
 
 void checkPlotName(const std::string &path)
 {

@@ -1,7 +1,9 @@
 // Curves, or a colour map, drawn by gnuplot into a PNG or SVG file.
 #pragma once
 
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,12 @@ struct Curve
     std::string Name;
     std::vector<double> X, Y;
 };
+
+// Counts of bins, each at its centre; the first bin starts at `start`.
+Curve binCurve(std::string name, std::span<const uint32_t> counts, double start, double width);
+
+// Values over x times `factor`.
+Curve scaledCurve(std::string name, std::span<const double> x, double factor, std::span<const double> values);
 
 // Cells of one size on a plane; Values row by row, Columns of them in a row, the lowest row first.
 struct ColourMap

@@ -33,7 +33,7 @@ Progress::Progress(std::string stepName)
 
 Progress::~Progress()
 {
-    hideProgress(*this);
+    if (Shown) fmt::print(stderr, "\r\033[K");
 }
 
 void showProgress(Progress &progress, double fraction, uint64_t records)
@@ -50,13 +50,6 @@ void showProgress(Progress &progress, double fraction, uint64_t records)
     fmt::print(stderr, "\r{} {} {:3.0f} %  {}records/s  {}\033[K", progress.Name, bar(fraction), 100 * fraction,
                countText(static_cast<double>(records) / elapsed) + " ", left);
     std::fflush(stderr);
-}
-
-void hideProgress(Progress &progress)
-{
-    if (!progress.Shown) return;
-    fmt::print(stderr, "\r\033[K");
-    progress.Shown = false;
 }
 
 double secondsSince(std::chrono::steady_clock::time_point start)

@@ -1,4 +1,4 @@
-// The line that tells how far a long step has come, on a terminal only and never when quiet.
+// The line that shows how far a long step has come: on a terminal only, and never when quiet.
 #pragma once
 
 #include <chrono>
@@ -22,8 +22,6 @@ struct Progress
 
 // `fraction`: 0 to 1 of the step; `records`: done so far. Draws at most ten times a second.
 void showProgress(Progress &progress, double fraction, uint64_t records);
-
-void hideProgress(Progress &progress);
 
 double secondsSince(std::chrono::steady_clock::time_point start);
 

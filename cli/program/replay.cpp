@@ -100,12 +100,12 @@ int reportOutcome(const Recording &recording, const Outcome &outcome)
     }
     // A replay that ends by itself leaves the stop reason of the recording; another one is the replay's own.
     if (recording.Description.at("StopReason").as_string() != outcome.StopReason) {
-        warn(fmt::format("the run ended by {}", visibleText(outcome.StopReason)));
+        warn(fmt::format("the run ended with the stop reason {}", visibleText(outcome.StopReason)));
         lost = true;
     }
     if (recording.ClaimedRecords > 0 &&
         static_cast<uint64_t>(recording.ClaimedRecords) > recording.NumRecords) {
-        warn(fmt::format("the file is cut short: its header tells of {} records, it holds {}",
+        warn(fmt::format("the file is cut short: its header says {} records, it holds {}",
                          recording.ClaimedRecords, recording.NumRecords));
         lost = true;
     }

@@ -1,4 +1,4 @@
-// A run on a recording: its start, the wait for its end, and what became of it.
+// A run on a recording: its start, the wait for its end, and how it ended.
 #pragma once
 
 #include "program/session.h"
@@ -26,7 +26,7 @@ struct Outcome
 Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
                const std::function<bool()> &meanwhile = nullptr);
 
-// Tells on standard error what was lost, and gives the program's exit code.
+// Says on standard error what is missing, and returns the exit code.
 int reportOutcome(const Recording &recording, const Outcome &outcome);
 
 boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome);

@@ -49,7 +49,7 @@ std::string names(std::span<const Unit> units)
 
 // Reads whole[begin, end); positions in messages count from the start of `whole`.
 double parseQuantity(std::string_view whole, size_t begin, size_t end, std::span<const Unit> units,
-                     std::string_view bareUnit)
+                     std::string_view defaultUnit)
 {
     while (begin < end && isBlank(whole[begin])) ++begin;
     while (end > begin && isBlank(whole[end - 1])) --end;
@@ -64,7 +64,7 @@ double parseQuantity(std::string_view whole, size_t begin, size_t end, std::span
     if (error != std::errc()) fail(whole, begin, "a number is expected");
     size_t unitAt = static_cast<size_t>(stop - whole.data());
     while (unitAt < end && isBlank(whole[unitAt])) ++unitAt;
-    const std::string_view name = unitAt == end ? bareUnit : whole.substr(unitAt, end - unitAt);
+    const std::string_view name = unitAt == end ? defaultUnit : whole.substr(unitAt, end - unitAt);
     const Unit *unit = find(units, name);
     if (!unit) fail(whole, unitAt, fmt::format("unknown unit \"{}\" (known: {})", name, names(units)));
     const double result = value * unit->Factor;
@@ -72,12 +72,12 @@ double parseQuantity(std::string_view whole, size_t begin, size_t end, std::span
     return result;
 }
 
-std::vector<double> parseList(std::string_view text, std::span<const Unit> units, std::string_view bareUnit)
+std::vector<double> parseList(std::string_view text, std::span<const Unit> units, std::string_view defaultUnit)
 {
     std::vector<double> values;
     for (size_t begin = 0;;) {
         const size_t comma = std::min(text.find(',', begin), text.size());
-        values.push_back(parseQuantity(text, begin, comma, units, bareUnit));
+        values.push_back(parseQuantity(text, begin, comma, units, defaultUnit));
         if (comma == text.size()) return values;
         begin = comma + 1;
     }
@@ -106,24 +106,24 @@ UnitError::UnitError(std::string_view whole, size_t at, const std::string &reaso
 {
 }
 
-double parseTimePs(std::string_view text, std::string_view bareUnit)
+double parseTimePs(std::string_view text, std::string_view defaultUnit)
 {
-    return parseQuantity(text, 0, text.size(), timeUnits, bareUnit);
+    return parseQuantity(text, 0, text.size(), timeUnits, defaultUnit);
 }
 
-double parseRateHz(std::string_view text, std::string_view bareUnit)
+double parseRateHz(std::string_view text, std::string_view defaultUnit)
 {
-    return parseQuantity(text, 0, text.size(), rateUnits, bareUnit);
+    return parseQuantity(text, 0, text.size(), rateUnits, defaultUnit);
 }
 
-std::vector<double> parseTimesPs(std::string_view text, std::string_view bareUnit)
+std::vector<double> parseTimesPs(std::string_view text, std::string_view defaultUnit)
 {
-    return parseList(text, timeUnits, bareUnit);
+    return parseList(text, timeUnits, defaultUnit);
 }
 
-std::vector<double> parseRatesHz(std::string_view text, std::string_view bareUnit)
+std::vector<double> parseRatesHz(std::string_view text, std::string_view defaultUnit)
 {
-    return parseList(text, rateUnits, bareUnit);
+    return parseList(text, rateUnits, defaultUnit);
 }
 
 std::string timeText(double ps)

@@ -1,5 +1,5 @@
-// Quantities as people write them: "2.5ns", "80MHz", "100kcps". A bare number is in the unit that the option
-// documents. Inside the program times are picoseconds and rates are per second.
+// Quantities as people write them: "2.5ns", "80MHz", "100kcps". A number without a unit is in the one that the
+// option documents. Inside the program times are picoseconds and rates are per second.
 #pragma once
 
 #include <stdexcept>
@@ -16,14 +16,14 @@ struct UnitError : std::runtime_error
     size_t At; // in the whole text, from 0
 };
 
-// `bareUnit`: the unit of a number without one. Negative numbers are refused. Throws UnitError, whose text
+// `defaultUnit`: the unit of a number without one. Negative numbers are refused. Throws UnitError, whose text
 // names the character at which the reading failed (from 1).
-double parseTimePs(std::string_view text, std::string_view bareUnit);
-double parseRateHz(std::string_view text, std::string_view bareUnit);
+double parseTimePs(std::string_view text, std::string_view defaultUnit);
+double parseRateHz(std::string_view text, std::string_view defaultUnit);
 
 // The same, with commas between: "1ns,2.5ns".
-std::vector<double> parseTimesPs(std::string_view text, std::string_view bareUnit);
-std::vector<double> parseRatesHz(std::string_view text, std::string_view bareUnit);
+std::vector<double> parseTimesPs(std::string_view text, std::string_view defaultUnit);
+std::vector<double> parseRatesHz(std::string_view text, std::string_view defaultUnit);
 
 // A value with the unit that keeps it between 1 and 1000, in at most four significant digits.
 std::string timeText(double ps);

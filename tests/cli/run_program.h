@@ -1,4 +1,4 @@
-// Starts the program and takes what it leaves: exit code and both outputs.
+// Starts the program and takes what it leaves: exit code and both outputs. Command lines are split at blanks.
 #pragma once
 
 #include "support/temp_folder.h"
@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <numeric>
+#include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -19,8 +21,6 @@
 #include <vector>
 
 namespace TestSupport {
-
-using Arguments = std::vector<std::string>;
 
 struct Ended
 {
@@ -43,16 +43,29 @@ struct Started
         const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         return {code, contents(Folder + "/stdout"), errorText()};
     }
+
+    // Ctrl-C as soon as the condition holds.
+    Ended interruptWhen(const std::function<bool()> &condition) const
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (!condition() && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_TRUE(condition());
+        kill(Id, SIGINT);
+        return wait();
+    }
 };
 
-inline Started start(const TempFolder &folder, Arguments arguments)
+inline Started start(const TempFolder &folder, const std::string &line)
 {
     Started started{folder.path().string()};
-    arguments.insert(arguments.begin(), TESSEL_PROGRAM);
+    std::istringstream text(line);
+    std::vector<std::string> words = {TESSEL_PROGRAM};
+    for (std::string word; text >> word;) words.push_back(word);
     started.Id = fork();
     if (started.Id != 0) return started;
     std::vector<char *> argv;
-    for (std::string &argument : arguments) argv.push_back(argument.data());
+    for (std::string &word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
     if (chdir(started.Folder.c_str()) != 0) _exit(126);
     dup2(open("stdout", O_CREAT | O_TRUNC | O_WRONLY, 0600), STDOUT_FILENO);
@@ -62,9 +75,22 @@ inline Started start(const TempFolder &folder, Arguments arguments)
     _exit(127);
 }
 
-inline Ended run(const TempFolder &folder, const Arguments &arguments)
+inline Ended run(const TempFolder &folder, const std::string &line)
 {
-    return start(folder, arguments).wait();
+    return start(folder, line).wait();
+}
+
+// What it writes, without a failure.
+inline std::string output(const TempFolder &folder, const std::string &line)
+{
+    const Ended ended = run(folder, line);
+    EXPECT_EQ(ended.Code, 0) << line << "\n" << ended.Err;
+    return ended.Out;
+}
+
+inline boost::json::object json(const TempFolder &folder, const std::string &line)
+{
+    return boost::json::parse(output(folder, line + " --json")).as_object();
 }
 
 inline bool contains(const std::string &text, std::string_view part)
@@ -72,30 +98,36 @@ inline bool contains(const std::string &text, std::string_view part)
     return text.find(part) != std::string::npos;
 }
 
-inline bool hasEscape(const std::string &text)
+// All numbers of an array and of those in it.
+inline std::vector<double> numbers(const boost::json::value &value)
 {
-    return contains(text, "\033");
+    if (!value.is_array()) return {value.to_number<double>()};
+    std::vector<double> all;
+    for (const auto &item : value.as_array())
+        for (const double number : numbers(item)) all.push_back(number);
+    return all;
 }
 
-inline boost::json::object parsed(const std::string &text)
+inline std::vector<double> countsOf(const boost::json::object &result, size_t row)
 {
-    return boost::json::parse(text).as_object();
+    return numbers(result.at("channels").at(row).at("counts"));
 }
 
-// Turns a recording into one of `size` bytes; what is added are zero words, which take no room on the disc.
-inline void resize(const TempFolder &folder, const std::string &name, uint64_t size)
+inline double sum(const std::vector<double> &values)
 {
-    std::filesystem::resize_file(folder.path() / name, size);
+    return std::accumulate(values.begin(), values.end(), 0.0);
 }
 
-inline bool waitFor(const std::function<bool()> &condition)
+// 20000 events of channels 1 and 2 with lifetimes of 1 ns and 3 ns, without background.
+inline void simulateDecays(const TempFolder &folder)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
+    output(folder, "simulate light.tgx --rate 100kcps --lifetime 1ns,3ns --background 0 --irf 0 --delay 0 "
+                   "--duration 0.1s");
+}
+
+inline void simulateT2(const TempFolder &folder, const std::string &options)
+{
+    output(folder, "simulate light.tgx --mode t2 --background 0 --irf 0 " + options);
 }
 
 } // namespace TestSupport

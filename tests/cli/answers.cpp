@@ -1,0 +1,166 @@
+// What the program answers: exit codes, and the message where something can't be done or has no effect.
+#include "run_program.h"
+
+#include <fmt/format.h>
+
+using namespace TestSupport;
+
+namespace {
+
+void writeFiles(const TempFolder &folder)
+{
+    output(folder, "simulate t2.tgx --mode t2 --rate 10kcps --duration 0.01s");
+    output(folder, "simulate t3.tgx --duration 0.01s");
+    std::ofstream(folder.file("text.tgx")) << "not a recording at all";
+    std::ofstream(folder.file("empty.tgx"));
+    std::ofstream(folder.file("bad.json"))
+        << R"({"chain": [{"stage": "delay", "channels": [1], "delay": "5nx"}]})";
+}
+
+} // namespace
+
+TEST(Answers, RefuseWhatIsWrong)
+{
+    const TempFolder folder;
+    writeFiles(folder);
+    std::string gate = "herald(1;2"; // makes a channel for each of 2 to 127
+    for (int channel = 3; channel < 128; ++channel) gate += fmt::format(",{}", channel);
+    gate += ";0;1ns;keep)";
+    const struct
+    {
+        int Code;
+        std::string Line, Message;
+    } cases[] = {
+        {2, "", "subcommand is required"},
+        {2, "info", "FILE is required (see tessel info --help)"},
+        {3, "info missing.tgx", "missing.tgx: no such file"},
+        {3, "info text.tgx", "text.tgx: not a recording"},
+        {3, "unfold empty.tgx", "empty.tgx: "},
+        {3, "histogram .", "a folder"},
+        {3, "info t3.tgx --ini missing.ini", "missing.ini: no such settings file"},
+        {2, "histogram t3.tgx --bins 5", "--bins is for T2"},
+        {2, "histogram t3.tgx --plot x.pdf", ".png or .svg"},
+        {1, "histogram t3.tgx -o no/such/x.csv", "no/such/x.csv: No such file"},
+        {2, "histogram t2.tgx --ref-chan 4 --chain merge(1)", "the recording has channels 0 (sync) to 3"},
+        {2, "g2 t2.tgx --bin-width 1ps", "--bin-width: from the recording's resolution, 5 ps"},
+        {2, "g2 t2.tgx --window 1ns --bin-width 2ns", "--window: from 1"},
+        {2, "fcs t2.tgx --min-lag 1ms --max-lag 1ms", "--max-lag: above"},
+        {2, "fcs t2.tgx --min-lag 1ps", "--min-lag: at least"},
+        {2, "trace t2.tgx --history 10ps --bins 20", "--history: at least"},
+        {2, "hist2d t2.tgx --bins-x 100000 --bins-y 100000", "--bins-x and --bins-y: at most"},
+        {2, "hist2d t2.tgx --recovery-slope inf", "--recovery-slope: a finite number"},
+        {2, "hist2d t2.tgx --recovery-max 0.5ps", "--recovery-max: whole picoseconds"},
+        {2, "unfold t2.tgx --binary", "--binary needs -o"},
+        {2, "unfold t2.tgx --binary --json -o x", "choose one"},
+        {2, "simulate x.tgx --lifetime 2.5nx", "--lifetime \"2.5nx\": unknown unit"},
+        {2, "simulate x.tgx --rate 1,2 --lifetime 1,2,3", "--rate has 2 values for 3 channels"},
+        {2, "simulate x.tgx --sync-rate 1kHz", "coarser --resolution"},
+        {2, "simulate x.tgx --light bunched", "--light bunched is for T2"},
+        {2, "simulate x.tgx --mode t2 --light antibunched --rate 1Gcps", "at most 50 MHz"},
+        {2, "simulate x.tgx --mode t2 --light diffusing --molecules 0", "--molecules: from"},
+        {1, "simulate no/such/x.tgx", "no/such/x.tgx: can't be created"},
+        {2, "g2 t2.tgx --chain merge(1", "tessel: --chain: ')' is missing\n  merge(1\n         ^\n"},
+        {2, "chain t2.tgx --chain bad.json", "bad.json: chain[0].delay: unknown unit \"nx\""},
+        {3, "chain t2.tgx --chain no.json", "--chain no.json: No such file"},
+        {1, "chain t2.tgx --chain " + gate + "|" + gate + "|" + gate, ": the library refuses it"},
+    };
+    for (const auto &row : cases) {
+        const Ended ended = run(folder, row.Line);
+        EXPECT_EQ(ended.Code, row.Code) << row.Line << "\n" << ended.Err;
+        EXPECT_TRUE(contains(ended.Err, row.Message)) << row.Line << "\n" << ended.Err;
+        EXPECT_EQ(ended.Out, "") << row.Line;
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder.file("x.tgx")));
+}
+
+TEST(Answers, WarnOfWhatHasNoEffect)
+{
+    const TempFolder folder;
+    writeFiles(folder);
+    const struct
+    {
+        const char *Line, *Warning; // "": none
+    } cases[] = {
+        {"histogram t2.tgx --bins 2", "nothing was counted"},
+        {"g2 t2.tgx --chan1 0 --raw-counts", "nothing was counted"},
+        {"fcs t2.tgx", "nothing was counted"},
+        {"hist2d t2.tgx", "nothing was counted"},
+        {"trace t2.tgx --chain substream(9s;10s)", "nothing was counted"},
+        {"simulate x.tgx --molecules 3 --duration 1ms", "--molecules has no effect on this kind of light"},
+        {"simulate x.tgx --lifetime 1ns --duration 1ms", ""},
+        {"chain t2.tgx --chain merge(0,2,129)", ""},
+        {"chain t2.tgx --chain merge(1;keep)|merge(3)|merge(6)",
+         "--chain: stage 3, merge(6): there is no channel 6 here, only 0 (sync) to 4"},
+        {"chain t3.tgx --chain merge(0,2)", "a T3 stream has no events on channel 0 (sync)"},
+        {"chain t3.tgx --chain herald(0;1;0;1ns)", ""},
+        {"chain t2.tgx --chain countrate(1s)", "the window is cut to 2.147 ms"},
+        {"chain t2.tgx --chain coincidence(1,2;1ns;average)", "dropped without keep"},
+    };
+    for (const auto &row : cases) {
+        const Ended ended = run(folder, std::string(row.Line) + " -q");
+        EXPECT_EQ(ended.Code, 0) << row.Line << "\n" << ended.Err;
+        EXPECT_TRUE(contains(ended.Err, row.Warning)) << row.Line << "\n" << ended.Err;
+        EXPECT_EQ(contains(ended.Err, "tessel: warning: "), *row.Warning != '\0') << row.Line << ended.Err;
+    }
+    EXPECT_TRUE(run(folder, "fcs t2.tgx").Out.ends_with(",nan,nan,nan\n"));
+}
+
+TEST(Answers, HelpAndVersionAreResults)
+{
+    const TempFolder folder;
+    EXPECT_TRUE(output(folder, "--version").starts_with("tessel "));
+    EXPECT_TRUE(contains(output(folder, "--help"), "\nExit codes:\n"));
+    for (const char *command :
+         {"simulate", "info", "histogram", "g2", "fcs", "trace", "hist2d", "unfold", "chain"}) {
+        const Ended ended = run(folder, fmt::format("{} --help", command));
+        EXPECT_EQ(ended.Err, "") << command;
+        EXPECT_TRUE(contains(ended.Out, fmt::format("\nUsage: tessel {} ", command))) << ended.Out;
+        EXPECT_TRUE(contains(ended.Out, "\nExamples:\n")) << ended.Out;
+    }
+}
+
+TEST(Answers, SayThatAFileIsCutShort)
+{
+    const TempFolder folder;
+    writeFiles(folder);
+    std::filesystem::resize_file(folder.file("t3.tgx"),
+                                 std::filesystem::file_size(folder.file("t3.tgx")) - 400);
+    const Ended ended = run(folder, "histogram t3.tgx --json");
+    EXPECT_EQ(ended.Code, 4);
+    EXPECT_TRUE(contains(ended.Err, "cut short")) << ended.Err;
+    const auto ofRun = boost::json::parse(ended.Out).at("run");
+    EXPECT_EQ(ofRun.at("recordsRead"), ofRun.at("recordsInFile"));
+}
+
+// A recording of minutes: the zero words that are added are events of channel 1 and take no room on the disc.
+TEST(Answers, CtrlCKeepsWhatThereIs)
+{
+    const TempFolder folder;
+    writeFiles(folder);
+    std::filesystem::resize_file(folder.file("t3.tgx"), uint64_t(16) << 30);
+    const Started counting = start(folder, "histogram t3.tgx --json --verbose");
+    const Ended counted =
+        counting.interruptWhen([&] { return contains(counting.errorText(), "HistoThread started"); });
+    EXPECT_EQ(counted.Code, 130) << counted.Err.substr(0, 2000);
+    EXPECT_FALSE(boost::json::parse(counted.Out).at("run").at("complete").as_bool());
+
+    const Ended unfolded = start(folder, "unfold t3.tgx --binary -o events.bin").interruptWhen([&] {
+        for (const auto &entry : std::filesystem::directory_iterator(folder.path()))
+            if (entry.path().extension() == ".part" && entry.file_size() > 1000000) return true;
+        return false;
+    });
+    EXPECT_EQ(unfolded.Code, 130);
+    const auto side = boost::json::parse(contents(folder.file("events.bin.json")));
+    EXPECT_FALSE(side.at("run").at("complete").as_bool());
+    EXPECT_EQ(side.at("events").to_number<uint64_t>() * 9,
+              std::filesystem::file_size(folder.file("events.bin")));
+
+    const Ended simulated = start(folder, "simulate x.tgx --duration 1h --rate 10Mcps").interruptWhen([&] {
+        std::error_code missing;
+        return std::filesystem::file_size(folder.file("x.tgx"), missing) > 100000 && !missing;
+    });
+    EXPECT_EQ(simulated.Code, 130);
+    const auto info = json(folder, "info x.tgx");
+    EXPECT_GT(info.at("recordsInFile").to_number<uint64_t>(), 0u);
+    EXPECT_EQ(info.at("run").at("NumRecs"), info.at("recordsInFile"));
+}
