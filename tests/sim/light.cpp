@@ -1,0 +1,125 @@
+// Statistics of the simulated light. Seeds are fixed, so a run can't fail by chance; the bounds are five
+// standard deviations, which wrong light wouldn't keep. How the
+// light correlates is measured through the program.
+#include "sim/cw.h"
+#include "sim/pulsed.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Tessel::Sim;
+
+namespace {
+
+std::vector<PulsedPhoton> allPhotons(const PulsedParams &params)
+{
+    PulsedLight light = makePulsedLight(params);
+    std::vector<PulsedPhoton> all, batch;
+    for (nextPhotons(light, 1000, batch); !batch.empty(); nextPhotons(light, 1000, batch))
+        all.insert(all.end(), batch.begin(), batch.end());
+    return all;
+}
+
+std::vector<Arrival> allArrivals(const CwParams &params)
+{
+    CwLight light = makeCwLight(params);
+    std::vector<Arrival> all, batch;
+    for (nextArrivals(light, 1000, batch); !batch.empty(); nextArrivals(light, 1000, batch))
+        all.insert(all.end(), batch.begin(), batch.end());
+    return all;
+}
+
+template <class Photon>
+void expectRates(const std::vector<Photon> &photons, const std::vector<double> &expected)
+{
+    std::vector<double> counts(expected.size(), 0);
+    for (const Photon &photon : photons) counts.at(photon.Channel) += 1;
+    for (size_t i = 0; i < counts.size(); ++i)
+        EXPECT_NEAR(counts[i], expected[i], 5 * std::sqrt(expected[i])) << "channel " << i;
+}
+
+} // namespace
+
+TEST(Random, DrawsHaveTheMomentsOfTheirDistribution)
+{
+    Random random = makeRandom(11);
+    const int draws = 400000;
+    double moments[5] = {};
+    for (int i = 0; i < draws; ++i) {
+        const double n = normal(random), e = exponential(random);
+        const double powers[] = {n, n * n, n * n * n * n, e, e * e};
+        for (size_t k = 0; k < 5; ++k) moments[k] += powers[k] / draws;
+    }
+    const double expected[] = {0, 1, 3, 1, 2}, variance[] = {1, 2, 96, 1, 20};
+    for (size_t k = 0; k < 5; ++k)
+        EXPECT_NEAR(moments[k], expected[k], 5 * std::sqrt(variance[k] / draws)) << k;
+}
+
+TEST(PulsedLight, HasItsRatesAndIsInOrder)
+{
+    const PulsedParams cases[] = {
+        {25000, 0, 50, 40000000, {{1e5, 0, 2500}, {3e4, 500, 800}, {0, 2000, 0}}, 1},
+        {1e6, 0, 50, 50000, {{5e6, 0, 2500}, {2e6, 1e6, 800}}, 2}, // many photons per pulse
+        {25000, 0, 0, 1000, {{}}, 3},                              // no light
+    };
+    for (const PulsedParams &params : cases) {
+        const std::vector<PulsedPhoton> photons = allPhotons(params);
+        const double seconds = params.PeriodPs * 1e-12 * static_cast<double>(params.NumPulses);
+        std::vector<double> expected;
+        for (const PulsedChannel &channel : params.Channels)
+            expected.push_back((channel.SignalRate + channel.BackgroundRate) * seconds);
+        expectRates(photons, expected);
+        for (size_t i = 0; i < photons.size(); ++i) {
+            const PulsedPhoton &photon = photons[i], &before = photons[i > 0 ? i - 1 : 0];
+            ASSERT_LT(photon.Pulse, params.NumPulses);
+            ASSERT_TRUE(photon.DelayPs >= 0 && photon.DelayPs < params.PeriodPs);
+            ASSERT_LE(std::pair(before.Pulse, before.DelayPs), std::pair(photon.Pulse, photon.DelayPs));
+        }
+    }
+}
+
+// A decay of 6 ns in a period of 12.5 ns: what outlasts the period adds to the same exponential, on top of the
+// uniform background. Chi-square over 50 bins with 49 degrees of freedom stays below 100.
+TEST(PulsedLight, FoldsTheDecayIntoThePeriod)
+{
+    const double period = 12500, lifetime = 6000, delay = 2000, bins = 50, width = period / bins;
+    const auto photons = allPhotons({period, delay, 0, 40000000, {{9e5, 1e5, lifetime}}, 5});
+    std::vector<double> counts(50, 0);
+    for (const PulsedPhoton &photon : photons) counts[static_cast<size_t>(photon.DelayPs / width)] += 1;
+    double chiSquare = 0;
+    for (size_t bin = 0; bin < counts.size(); ++bin) {
+        const double since = std::fmod(static_cast<double>(bin) * width - delay + period, period);
+        const double decay = (std::exp(-since / lifetime) - std::exp(-(since + width) / lifetime)) /
+                             (1 - std::exp(-period / lifetime));
+        const double expected = static_cast<double>(photons.size()) * (0.9 * decay + 0.1 / bins);
+        chiSquare += std::pow(counts[bin] - expected, 2) / expected;
+    }
+    EXPECT_LT(chiSquare, 100);
+}
+
+TEST(PulsedLight, HasTheWidthOfItsResponse)
+{
+    const auto photons = allPhotons({25000, 100, 200, 8000000, {{1e6, 0, 0}}, 6});
+    const auto count = static_cast<double>(photons.size());
+    double mean = 0, variance = 0;
+    for (const PulsedPhoton &photon : photons) {
+        const double shift = (photon.DelayPs > 12500 ? photon.DelayPs - 25000 : photon.DelayPs) - 100;
+        mean += shift / count, variance += shift * shift / count;
+    }
+    EXPECT_NEAR(mean, 0, 5 * 200 / std::sqrt(count));
+    EXPECT_NEAR(variance, 40000, 5 * 40000 * std::sqrt(2 / count));
+}
+
+TEST(CwLight, HasItsRatesAndIsInOrder)
+{
+    for (const CwKind kind : {CwKind::Poissonian, CwKind::Antibunched})
+        for (const double sigma : {0.0, 3000.0}) {
+            const auto arrivals =
+                allArrivals({kind, 4000, 0, 0, 0, sigma, 200000000000, {1e6, 5e5, 0}, {0, 1e4, 2e4}, 9});
+            expectRates(arrivals, {200000, 102000, 4000});
+            EXPECT_TRUE(std::ranges::is_sorted(arrivals, {}, &Arrival::TimePs));
+            EXPECT_LT(arrivals.back().TimePs, 200000000000u);
+        }
+}

@@ -1,0 +1,101 @@
+// Record words of simulated light: what stands in them, and that a seed gives the same ones everywhere.
+#include "sim/stream.h"
+
+#include "support/words.h"
+
+#include <gtest/gtest.h>
+
+using namespace Tessel::Sim;
+using namespace TestSupport;
+
+namespace {
+
+const PulsedParams pulsed{.PeriodPs = 12500.5,
+                          .DelayPs = 1000,
+                          .SigmaPs = 80,
+                          .NumPulses = 100000,
+                          .Channels = {{4e5, 1e4, 3000}, {2e5, 1e4, 900}},
+                          .Seed = 42};
+constexpr uint64_t durationPs = 1250050000; // of all pulses
+
+CwParams cw(CwKind kind)
+{
+    return {kind, 20000, 1e5, 2, 5e7, 100, durationPs, {1e6, 2e5}, {1e3, 0}, 42};
+}
+
+std::vector<uint32_t> allWords(int mode, const LightParams &light)
+{
+    WordStream stream = makeWordStream({mode, light, pulsed.PeriodPs, mode == 2 ? 5.0 : 25.0, durationPs});
+    std::vector<uint32_t> all;
+    while (nextWords(stream)) all.insert(all.end(), stream.Writer.Words.begin(), stream.Writer.Words.end());
+    return all;
+}
+
+} // namespace
+
+TEST(Words, HoldOverflowsAsOfAnInstrument)
+{
+    WordWriter t3 = makeT3Words();
+    addT3Photon(t3, 1, 5, 300);
+    addT3Photon(t3, 0, 1023, 32767);
+    addT3Photon(t3, 2, 1024, 0);
+    addT3Photon(t3, 2, 1024 * 4 + 7, 1);
+    addOverflows(t3, 1024 * 1030);
+    EXPECT_EQ(t3.Words, (std::vector<uint32_t>{t3Event(1, 5, 300), t3Event(0, 1023, 32767), t3Overflow(1),
+                                               t3Event(2, 0, 0), t3Overflow(3), t3Event(2, 7, 1),
+                                               t3Overflow(1023), t3Overflow(3)}));
+    EXPECT_EQ(t3.NumOverflows, 4u);
+    WordWriter t2 = makeT2Words();
+    addT2Sync(t2, 0);
+    addT2Photon(t2, 63, 33554431);
+    addT2Photon(t2, 0, 33554432);
+    addT2Sync(t2, 33554432ull * 5 + 9);
+    EXPECT_EQ(t2.Words, (std::vector<uint32_t>{t2Sync(0), t2Event(63, 33554431), t2Overflow(1), t2Event(0, 0),
+                                               t2Overflow(4), t2Sync(9)}));
+}
+
+// Decoded with plain arithmetic: times don't go back, the syncs of T2 come in time, and it ends at the end.
+TEST(Stream, GoesOnToItsEnd)
+{
+    for (const int mode : {2, 3}) {
+        const uint64_t wrap = mode == 2 ? 33554432 : 1024;
+        uint64_t base = 0, last = 0, syncs = 0;
+        for (const uint32_t word : allWords(mode, pulsed)) {
+            const uint64_t time = base + word % wrap;
+            if (word >> 25 == 127) { // overflows
+                base += word % wrap * wrap;
+                continue;
+            }
+            ASSERT_GE(time, last);
+            last = time;
+            if (word >> 25 != 64) continue;
+            ASSERT_EQ(time, syncs * 25001 / 10);
+            ++syncs;
+        }
+        EXPECT_EQ(syncs, mode == 2 ? 100000u : 0u);
+        EXPECT_EQ(base / wrap, (mode == 2 ? durationPs / 5 : pulsed.NumPulses) / wrap);
+    }
+}
+
+// The records of a seed are part of what the program promises; a change of these numbers breaks the promise.
+TEST(Stream, IsTheSameOnEveryMachine)
+{
+    const struct
+    {
+        int Mode;
+        LightParams Light;
+        uint64_t Hash;
+    } cases[] = {
+        {3, pulsed, 17058490727018838866u},
+        {2, pulsed, 17456639707324394389u},
+        {2, cw(CwKind::Poissonian), 13578784018031911633u},
+        {2, cw(CwKind::Antibunched), 1668047198104358663u},
+        {2, cw(CwKind::Bunched), 8180123373920557973u},
+        {2, cw(CwKind::Diffusing), 96273093062476908u},
+    };
+    for (const auto &row : cases) {
+        uint64_t hash = 14695981039346656037u;
+        for (const uint32_t word : allWords(row.Mode, row.Light)) hash = (hash ^ word) * 1099511628211u;
+        EXPECT_EQ(hash, row.Hash) << "row " << &row - cases;
+    }
+}
