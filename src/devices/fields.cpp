@@ -4,7 +4,7 @@
 
 namespace Tessel {
 
-namespace {
+namespace FieldTable { // its short names are its own
 
 using Config = DeviceConfig;
 using Row = ChannelRow;
@@ -37,7 +37,7 @@ constexpr FamilyRanges zeroCrossLevels{{none, {0, 40}, {-40, 0}, {-100, 0}, {-10
 constexpr FamilyRanges channelOffsets = all({-99999, 99999});
 constexpr FamilyRanges deadTimes{{{800, 160000}, none, {24000, 180000}, {800, 160000}, {800, 160000}}};
 
-constexpr DeviceField deviceTable[] = {
+constexpr DeviceField devices[] = {
     {.Name = "DeviceType", .Member = &Config::DeviceType},
     {.Name = "FileDevicePath", .Member = &Config::FileDevicePath},
     {.Name = "ID", .Member = &Config::ID, .Tag = {"HW_SerialNo"}},
@@ -208,7 +208,7 @@ constexpr DeviceField deviceTable[] = {
      .Limits = inPlace(0, 2)},
 };
 
-constexpr ChannelField channelTable[] = {
+constexpr ChannelField channels[] = {
     {.Name = "Index", .Member = &Row::Index},
     {.Name = "Name",
      .Member = &Row::Name,
@@ -273,7 +273,7 @@ constexpr ChannelField channelTable[] = {
     {.Name = "TrigFeature", .Member = &Row::TrigFeature},
 };
 
-constexpr ModuleField moduleTable[] = {
+constexpr ModuleField modules[] = {
     {.Name = "Index", .Member = &ModuleRow::Index},
     {.Name = "ModelCode", .Member = &ModuleRow::ModelCode},
     {.Name = "VersionCode", .Member = &ModuleRow::VersionCode},
@@ -291,30 +291,30 @@ constexpr bool isDistinct(std::span<const Field<Record>> fields)
         }
     return true;
 }
-static_assert(isDistinct<DeviceConfig>(deviceTable));
-static_assert(isDistinct<ChannelRow>(channelTable));
-static_assert(isDistinct<ModuleRow>(moduleTable));
+static_assert(isDistinct<DeviceConfig>(devices));
+static_assert(isDistinct<ChannelRow>(channels));
+static_assert(isDistinct<ModuleRow>(modules));
 
-} // namespace
+} // namespace FieldTable
 
 std::span<const DeviceField> deviceFields()
 {
-    return deviceTable;
+    return FieldTable::devices;
 }
 
 std::span<const ChannelField> channelFields()
 {
-    return channelTable;
+    return FieldTable::channels;
 }
 
 std::span<const ModuleField> moduleFields()
 {
-    return moduleTable;
+    return FieldTable::modules;
 }
 
 const DeviceField &fieldOf(MemberOf<DeviceConfig> member)
 {
-    return *std::ranges::find(deviceTable, member, &DeviceField::Member);
+    return *std::ranges::find(FieldTable::devices, member, &DeviceField::Member);
 }
 
 std::span<const DeviceField> fieldsOf(MemberOf<DeviceConfig> first, MemberOf<DeviceConfig> last)
