@@ -57,10 +57,10 @@ void uncountSkipped(CorrelationWork &work, size_t row, const TimeRing &ring, uin
     }
 }
 
-// FCS of one event, by searching the ends of the bins from the newest time back.
+// FCS of one event, by searching the ends of the bins from the newest time back. Where a time is after the
+// event, at which its scan would end, the scan itself counts.
 void searchLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time)
 {
-    // A scan ends at the first time that is after the event.
     const std::vector<uint64_t> &lags = work.SearchLags;
     if (lags.empty() || time < ring.Latest) return scanLags(work, row, ring, time);
     const uint64_t head = ring.visibleHead();

@@ -6,14 +6,18 @@ namespace Tessel {
 
 bool holds(const CorrelationWork &work, const Stretch &stretch)
 {
-    bool all = work.Gate && work.FirstTime[0] != 0;
-    for (size_t r = 0; all && r < 2; ++r) {
+    const bool isFFCS = work.Params.CorrMode == CorrMode::FFCS;
+    const uint64_t firstLag = work.SearchLags.front();
+    bool all = work.Gate && work.FirstTime[0] != 0 && (!isFFCS || firstLag != 0); // S1, S4
+    for (const TimeRing &ring : work.Rings) all &= holds(ring) && (!isFFCS || ring.isAscending());
+    for (size_t r = 0; r < 2; ++r) {
         const uint64_t *times = work.Rings[r].behindTail(), *end = times + stretch.Count[r];
-        all = holds(work.Rings[r]) && std::is_sorted(times, end);
-        if (work.Params.CorrMode == CorrMode::FFCS) all &= work.Rings[r].isAscending();
         if (times == end) continue;
-        all &= times[0] != 0 && end[-1] < TimeRing::TimeLimit;
-        for (const TimeRing &ring : work.Rings) all &= ring.count() == 0 || times[0] >= ring.Latest;
+        all &= std::is_sorted(times, end) && times[0] != 0 && end[-1] < TimeRing::TimeLimit; // S2, S3
+        for (const TimeRing &ring : work.Rings) {
+            all &= ring.count() == 0 || times[0] >= ring.Latest;
+            all &= isFFCS || ring.LateUntil == 0 || times[0] > ring.LateUntil + firstLag; // S5
+        }
         for (uint64_t i = 0; i < stretch.Count[r]; ++i) {
             const uint64_t others = work.Seen[r][i];
             all &= others == 0 || work.Rings[1 - r].behindTail()[others - 1] <= times[i];

@@ -24,7 +24,7 @@ struct Stretch
     uint64_t RegularFrom = 0; // ps; an event from here on, below the limit, keeps S1 to S5
 };
 
-// S2 and S3, what the rings must hold for them, and S4. For assertions.
+// S1 to S5, and what the rings must hold for them. For assertions.
 bool holds(const CorrelationWork &work, const Stretch &stretch);
 
 // One row of a stretch.
