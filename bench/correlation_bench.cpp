@@ -67,7 +67,7 @@ void g2Case(benchmark::State &state, double rate)
     constexpr uint64_t turnEvents = 160'000;
     const Stream stream = poissonian((Turns + 1) * turnEvents, rate);
     const CorrelationParams params{.CorrWindow = 1'000'000, .CorrBinWidth = 100};
-    auto fast = setUpCorrelation(Device(), params), plain = setUpCorrelation(Device(), params);
+    auto fast = setUpCorrelation(StreamFacts(), params), plain = setUpCorrelation(StreamFacts(), params);
     uint64_t fastAt = 0, plainAt = 0;
     std::vector<uint64_t> copy(turnEvents);
     Bench::compare(
@@ -87,11 +87,11 @@ void lagsCase(benchmark::State &state, uint32_t mode, bool withSimd)
     const Stream stream = poissonian(windowEvents + (Turns + 1) * turnEvents, rate);
     CorrelationParams params{
         .CorrMode = mode, .CorrWindow = 1'000'000'000'000, .CorrSteps = 48, .CorrMinLag = 1'000'000};
-    auto fast = setUpCorrelation(Device(), params);
+    auto fast = setUpCorrelation(StreamFacts(), params);
     params.CorrMode = CorrMode::FFCS;
-    auto walked = setUpCorrelation(Device(), params);
+    auto walked = setUpCorrelation(StreamFacts(), params);
     params.CorrMode = CorrMode::FCS;
-    auto scrap = setUpCorrelation(Device(), params);
+    auto scrap = setUpCorrelation(StreamFacts(), params);
     countInBlocks(*fast, stream.part(0, windowEvents), countCorrelation);
     countInBlocks(*walked, stream.part(0, windowEvents), countCorrelationPlain);
 

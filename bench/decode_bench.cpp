@@ -1,7 +1,7 @@
 // Decoding of words into events, into a block that stays in the second-level cache and into memory.
 // The copy beside it moves as many bytes as decoding reads and writes: 4 + 9 for each word.
 #include "interleaved.h"
-#include "pipeline/records.h"
+#include "stream/words.h"
 #include "word_streams.h"
 
 #include <algorithm>

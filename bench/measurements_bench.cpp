@@ -37,15 +37,12 @@ Events eventStream(MeasMode mode, uint32_t syncs)
     return Bench::decoded(mode, words);
 }
 
-// Calls `work` with the time of a device in this mode.
+// Calls `work` with the time of a stream in this mode.
 template <class Work>
 void withTimeOf(MeasMode mode, const Work &work)
 {
-    Device device;
-    device.MeasMode = mode;
-    device.SyncPeriodPs = PeriodPs;
-    device.Resolution = Resolution;
-    withTime(device, work);
+    const StreamFacts facts{.Mode = mode, .SyncPeriodPs = PeriodPs, .Resolution = Resolution};
+    withTime(facts, work);
 }
 
 template <class Fast, class Plain>
@@ -131,7 +128,7 @@ void unfold(benchmark::State &state)
     auto place = [&] {
         uint64_t done = 0;
         count = 0;
-        placeEvents({block.Times.data(), block.Channels.data(), StreamWords, count}, DeviceType::File,
+        placeEvents({block.Times.data(), block.Channels.data(), StreamWords, count}, {.MayWait = true},
                     {events.Times.data(), events.Channels.data(), events.Count}, done);
         benchmark::ClobberMemory();
     };

@@ -1,7 +1,7 @@
 // Recorded files to replay, in a folder of their own, and the library that replays them.
 #pragma once
 
-#include "devices/enums.h"
+#include "records/enums.h"
 #include "tessel.h"
 
 #include <algorithm>

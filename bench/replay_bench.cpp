@@ -3,8 +3,9 @@
 // without records and taken off.
 #include "interleaved.h"
 #include "manipulators/merge.h"
-#include "pipeline/records.h"
 #include "recordings.h"
+#include "stream/event_store.h"
+#include "stream/words.h"
 #include "word_streams.h"
 
 #include <cstdio>
@@ -52,17 +53,16 @@ double stageSeconds(const std::vector<uint32_t> &words, int stages)
 {
     const uint64_t most = words.size() * 4;
     EventStore in, out;
-    in.allocate(most);
-    out.allocate(most);
+    allocate(in, most);
+    allocate(out, most);
     uint64_t overflowBase = 0;
     InvalidWords invalid;
     in.Count = decode(words, {.Mode = MeasMode::T3, .NumChans = Bench::Inputs, .SyncPeriodPs = 20'000},
                       overflowBase, in.Times.get(), in.Channels.get(), invalid);
     std::memset(out.Times.get(), 1, most * sizeof(uint64_t));
     std::memset(out.Channels.get(), 1, most);
-    StageRef stage{std::make_shared<Device>(), std::make_shared<MeasContext>(),
-                   std::make_shared<Manipulator>()};
-    stage.device->MeasMode = MeasMode::T3;
+    StageRef stage{std::make_shared<DeviceEntry>(), std::make_shared<Manipulator>(),
+                   std::shared_ptr<Run>(new Run{.Facts = {.Mode = MeasMode::T3}})};
     double seconds = 0;
     for (int i = 1; i <= stages; ++i) {
         stage.record->InChans = {static_cast<uint8_t>(i)};
@@ -70,7 +70,6 @@ double stageSeconds(const std::vector<uint32_t> &words, int stages)
         MergeState state{true};
         out.Count = 0;
         seconds += Bench::secondsOf([&] {
-            startPass(state, stage);
             work(state, stage, {in.Times.get(), in.Channels.get(), in.Count}, out);
         });
         std::swap(in, out);

@@ -8,6 +8,7 @@
 #include "manipulators/herald.h"
 #include "manipulators/merge.h"
 #include "manipulators/sub_stream.h"
+#include "stream/event_store.h"
 #include "support/reference_stages.h"
 
 #include <cmath>
@@ -57,12 +58,12 @@ Batch batchOf(bool t3)
 
 StageRef stageOf(const Batch &batch, std::vector<uint8_t> inputs, std::vector<uint8_t> outputs)
 {
-    StageRef stage{std::make_shared<Device>(), std::make_shared<MeasContext>(),
-                   std::make_shared<Manipulator>()};
-    stage.device->MeasMode = batch.Form.t3 ? MeasMode::T3 : MeasMode::T2;
-    stage.device->SyncPeriodPs = static_cast<int64_t>(batch.Form.period);
-    stage.device->Resolution = batch.Form.resolution;
-    stage.device->NumChans = 5;
+    const StreamFacts facts{.Mode = batch.Form.t3 ? MeasMode::T3 : MeasMode::T2,
+                            .SyncPeriodPs = static_cast<int64_t>(batch.Form.period),
+                            .Resolution = batch.Form.resolution,
+                            .NumChans = 5};
+    StageRef stage{std::make_shared<DeviceEntry>(), std::make_shared<Manipulator>(),
+                   std::shared_ptr<Run>(new Run{.Facts = facts})};
     stage.record->InChans = std::move(inputs);
     stage.record->OutChans = std::move(outputs);
     return stage;
@@ -75,14 +76,14 @@ void compareStage(benchmark::State &bench, const Batch &batch, const StageRef &s
 {
     EventStore out, plainOut;
     for (EventStore *store : {&out, &plainOut}) {
-        store->allocate(3 * BatchEvents);
+        allocate(*store, 3 * BatchEvents);
         std::memset(store->Times.get(), 1, store->Capacity * sizeof(uint64_t));
         std::memset(store->Channels.get(), 1, store->Capacity);
     }
     const auto fast = [&] {
         State now = state;
         out.Count = 0;
-        startPass(now, stage);
+        if constexpr (uses<State, Hook::StartPass>) startPass(now, stage);
         benchmark::DoNotOptimize(
             work(now, stage, {batch.Times.data(), batch.Channels.data(), BatchEvents}, out));
     };

@@ -1,8 +1,8 @@
 // Record words as an instrument with four busy inputs sends them, and events as they come out of the decoder.
 #pragma once
 
-#include "devices/enums.h"
-#include "pipeline/records.h"
+#include "records/enums.h"
+#include "stream/words.h"
 
 #include <cstdint>
 #include <random>

@@ -1,8 +1,9 @@
 // The stream itself, as record words or as decoded events.
 #include "api/exports.h"
 #include "measurements/unfold.h"
-#include "pipeline/raw_block.h"
-#include "pipeline/requests.h"
+#include "run/raw_block.h"
+#include "run/requests.h"
+#include "session/open_close.h"
 
 using namespace Tessel;
 
@@ -12,13 +13,13 @@ bool rawMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint
     return guarded("rawMeasure", true, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API rawMeasure {} {} @{}", acqTime, waitFinished, target.device->ID);
-        RunRequest request = requestOf(MeasKind::Raw, *target.device, acqTime, waitFinished, save, finished);
+            logInf(LogCategory::Progress, "API rawMeasure {} {} @{}", acqTime, waitFinished, target->device.ID);
+        RunRequest request = requestOf(MeasKind::Raw, target->device, acqTime, waitFinished, save, finished);
         request.PrepareImports = false;
         request.RawBlock = block;
         request.RawCapacity = capacity;
         request.RawCount = count;
-        startMeasurement(target, request);
+        startMeasurement(target, request, deviceLookUp);
         return true;
     });
 }
@@ -28,12 +29,12 @@ bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint32_t 
 {
     return guarded("rawStartBlock", true, [&] {
         DeviceRef target = deviceOf(id);
-        if (LogLevel.Api) logInf(LogCategory::Progress, "API rawStartBlock {} @{}", acqTime, target.device->ID);
-        RunRequest request = requestOf(MeasKind::Raw, *target.device, acqTime, 0, save, finished);
+        if (LogLevel.Api) logInf(LogCategory::Progress, "API rawStartBlock {} @{}", acqTime, target->device.ID);
+        RunRequest request = requestOf(MeasKind::Raw, target->device, acqTime, 0, save, finished);
         request.PrepareImports = false;
         request.RawBlock = block;
         request.RawCapacity = capacity;
-        startMeasurement(target, request);
+        startMeasurement(target, request, deviceLookUp);
         return true;
     });
 }
@@ -41,7 +42,7 @@ bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint32_t 
 bool rawGetBlock(const char16_t *id, uint32_t *words, uint64_t *count)
 {
     return guarded("rawGetBlock", true, [&] {
-        takeRawBlock(*deviceOf(id).context, words, count);
+        takeRawBlock(deviceOf(id)->context, words, count);
         return true;
     });
 }
@@ -53,13 +54,13 @@ bool ufMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API ufMeasure start {} {} @{}", acqTime, waitFinished,
-                   target.device->ID);
-        RunRequest request = requestOf(MeasKind::Unfold, *target.device, acqTime, waitFinished, save, finished);
+                   target->device.ID);
+        RunRequest request = requestOf(MeasKind::Unfold, target->device, acqTime, waitFinished, save, finished);
         request.UnfoldTimes = times;
         request.UnfoldChannels = channels;
         request.UnfoldCapacity = capacity;
         request.UnfoldCount = count;
-        startMeasurement(target, request);
+        startMeasurement(target, request, deviceLookUp);
         return true;
     });
 }
@@ -71,12 +72,12 @@ bool ufStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint64_t *
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API ufStartBlock {} {} {} @{}", acqTime, save, capacity,
-                   target.device->ID);
-        RunRequest request = requestOf(MeasKind::Unfold, *target.device, acqTime, 0, save, finished);
+                   target->device.ID);
+        RunRequest request = requestOf(MeasKind::Unfold, target->device, acqTime, 0, save, finished);
         request.UnfoldTimes = times;
         request.UnfoldChannels = channels;
         request.UnfoldCapacity = capacity;
-        startMeasurement(target, request);
+        startMeasurement(target, request, deviceLookUp);
         return true;
     });
 }
@@ -84,7 +85,7 @@ bool ufStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint64_t *
 bool ufGetBlock(const char16_t *id, uint64_t *times, uint8_t *channels, uint64_t *count)
 {
     return guarded("ufGetBlock", true, [&] {
-        takeUnfoldBlock(*deviceOf(id).context, times, channels, count);
+        takeUnfoldBlock(deviceOf(id)->context, times, channels, count);
         return true;
     });
 }
@@ -96,9 +97,10 @@ bool exportStreamMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinis
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API exportStreamMeasure {} {} @{}", acqTime, waitFinished,
-                   target.device->ID);
+                   target->device.ID);
         startMeasurement(target,
-                         requestOf(MeasKind::Raw, *target.device, acqTime, waitFinished, save, finished));
+                         requestOf(MeasKind::Raw, target->device, acqTime, waitFinished, save, finished),
+                         deviceLookUp);
         return true;
     });
 }

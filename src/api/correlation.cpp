@@ -1,7 +1,10 @@
 #include "api/exports.h"
+#include "devices/source.h"
 #include "measurements/correlation_setup.h"
-#include "pipeline/measure_thread.h"
-#include "pipeline/requests.h"
+#include "run/finished.h"
+#include "run/measure_thread.h"
+#include "run/requests.h"
+#include "session/open_close.h"
 
 #include <cmath>
 
@@ -12,11 +15,11 @@ bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, double wind
 {
     return guarded("setG2Params", false, [&] {
         DeviceRef target = deviceOf(id);
-        const double limited = limitedBinWidth(*target.device, binWidth);
+        const double limited = limitedBinWidth(factsOf(target->device), binWidth);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setCorrelationParams {} {} {} {} @{}", chan1, chan2, window,
-                   limited, target.device->ID);
-        CorrelationParams &params = target.context->Params.Correlation;
+                   limited, target->device.ID);
+        CorrelationParams &params = target->context.Params.Correlation;
         params.CorrMode = CorrMode::G2;
         params.CorrChan1 = chan1;
         params.CorrChan2 = chan2;
@@ -39,18 +42,18 @@ struct LagParams
 bool setLagParams(const char16_t *id, uint32_t mode, const LagParams &given, uint64_t *numPoints)
 {
     DeviceRef target = deviceOf(id);
-    CorrelationParams &params = target.context->Params.Correlation;
+    CorrelationParams &params = target->context.Params.Correlation;
     params.CorrMode = mode;
     params.CorrChan1 = given.Chan1;
     params.CorrChan2 = given.Chan2;
     params.CorrMinLag = lagPs(std::round(given.MinLag));
     params.CorrWindow = lagPs(std::round(given.MaxLag));
     params.CorrSteps = given.Steps;
-    const uint64_t points = lagGridOf(*target.device, params).Centers.size() - 1;
+    const uint64_t points = lagGridOf(factsOf(target->device), params).Centers.size() - 1;
     if (numPoints) *numPoints = points;
     if (LogLevel.Api) // of both modes under the one name, which hosts know
         logInf(LogCategory::Progress, "API setFCSParams {} {} {} {} {} {} @{}", given.Chan1, given.Chan2,
-               points, given.MinLag, given.MaxLag, given.Steps, target.device->ID);
+               points, given.MinLag, given.MaxLag, given.Steps, target->device.ID);
     return true;
 }
 
@@ -78,7 +81,7 @@ void logFirstLag(const Device &device, const CorrelationParams &params)
 {
     uint64_t center = 0, width = params.CorrBinWidth;
     if (params.CorrMode != CorrMode::G2) {
-        const LagGrid grid = lagGridOf(device, params);
+        const LagGrid grid = lagGridOf(factsOf(device), params);
         center = grid.Centers[0];
         width = grid.Widths[0];
     }
@@ -94,19 +97,19 @@ bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, u
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API getCorrelation {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
+                   static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
         const auto acqTimeMs = static_cast<uint32_t>(acqTime);
         try {
-            fillLagAxis(*target.device, target.context->Params.Correlation, x);
+            fillLagAxis(factsOf(target->device), target->context.Params.Correlation, x);
         } catch (...) { // no memory for the grid: whoever polls goes on all the same
             writeFinished(finished, 1);
             throw;
         }
         RunRequest request =
-            requestOf(MeasKind::Correlation, *target.device, acqTimeMs, waitFinished, save, finished);
+            requestOf(MeasKind::Correlation, target->device, acqTimeMs, waitFinished, save, finished);
         request.CorrResult = y;
-        startMeasurement(target, request);
-        if (LogLevel.Api) logFirstLag(*target.device, target.context->Params.Correlation);
+        startMeasurement(target, request, deviceLookUp);
+        if (LogLevel.Api) logFirstLag(target->device, target->context.Params.Correlation);
         return true;
     });
 }

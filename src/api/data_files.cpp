@@ -21,7 +21,7 @@ void withTags(const char *name, Add add)
 {
     guarded(name, [&add] {
         DeviceRef target = currentDevice();
-        add(target.context->CustomTags);
+        add(target->context.CustomTags);
     });
 }
 
@@ -98,7 +98,7 @@ void setTGXFilePath(const char *path)
 
 void setMeasSubMode(int32_t value)
 {
-    guarded("setMeasSubMode", [&] { currentDevice().context->Description.MeasSubMode = value; });
+    guarded("setMeasSubMode", [&] { currentDevice()->context.Description.MeasSubMode = value; });
 }
 
 tessel_recording *tessel_recordingCreate(const char *path, const tessel_recording_params *params)
@@ -112,7 +112,7 @@ tessel_recording *tessel_recordingCreate(const char *path, const tessel_recordin
             }
             DeviceRef target = currentDevice();
             auto made = std::make_unique<tessel_recording>();
-            made->recording = Recording::create(textOf(path), paramsOf(*params), target.context->CustomTags);
+            made->recording = Recording::create(textOf(path), paramsOf(*params), target->context.CustomTags);
             return made->recording ? made.release() : nullptr;
         });
 }

@@ -18,7 +18,7 @@ DeviceRef deviceOf(const char16_t *id)
 {
     if (textOf(id).empty()) return currentDevice();
     DeviceRef found = findDevice(toUtf8(textOf(id)));
-    makeCurrent(found.device);
+    makeCurrent(found);
     return found;
 }
 

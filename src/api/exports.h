@@ -1,8 +1,8 @@
 // What all exports share: the boundary that no exception passes, finding the device, handing out a text.
 #pragma once
 
-#include "api/library.h"
 #include "log/log.h"
+#include "session/tables.h"
 #include "tessel.h"
 
 #include <exception>

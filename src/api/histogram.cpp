@@ -1,5 +1,6 @@
 #include "api/exports.h"
-#include "pipeline/requests.h"
+#include "run/requests.h"
+#include "session/open_close.h"
 
 using namespace Tessel;
 
@@ -10,11 +11,11 @@ bool getHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, ui
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API getHistogram {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
+                   static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
         RunRequest request =
-            requestOf(MeasKind::Histogram, *target.device, acqTime, waitFinished, save, finished);
+            requestOf(MeasKind::Histogram, target->device, acqTime, waitFinished, save, finished);
         request.HistoData = data;
-        startMeasurement(target, request);
+        startMeasurement(target, request, deviceLookUp);
         return true;
     });
 }
@@ -23,7 +24,7 @@ bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
 {
     return guarded("setHistoT2NumBins", false, [&] {
         DeviceRef target = deviceOf(id);
-        Device &device = *target.device;
+        Device &device = target->device;
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setHistoT2NumBins {} {} {} @{}", device.NumBins, numBins,
                    static_cast<int32_t>(device.MeasMode), device.ID);
@@ -39,7 +40,7 @@ bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
 bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth)
 {
     return guarded("setHistoT2BinWidth", false, [&] {
-        deviceOf(id).context->Params.Histogram.HistoBinWidth = binWidth;
+        deviceOf(id)->context.Params.Histogram.HistoBinWidth = binWidth;
         return true;
     });
 }
@@ -47,7 +48,7 @@ bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth)
 bool setHistoT2RefChan(const char16_t *id, uint8_t refChan)
 {
     return guarded("setHistoT2RefChan", false, [&] {
-        deviceOf(id).context->Params.Histogram.HistoRefChan = refChan;
+        deviceOf(id)->context.Params.Histogram.HistoRefChan = refChan;
         return true;
     });
 }

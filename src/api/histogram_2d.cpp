@@ -1,5 +1,6 @@
 #include "api/exports.h"
-#include "pipeline/requests.h"
+#include "run/requests.h"
+#include "session/open_close.h"
 
 using namespace Tessel;
 
@@ -10,11 +11,11 @@ bool get2dHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, 
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API get2dHistogram {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
+                   static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
         RunRequest request =
-            requestOf(MeasKind::Histo2d, *target.device, acqTime, waitFinished, save, finished);
+            requestOf(MeasKind::Histo2d, target->device, acqTime, waitFinished, save, finished);
         request.HistoData = data;
-        startMeasurement(target, request);
+        startMeasurement(target, request, deviceLookUp);
         return true;
     });
 }
@@ -27,8 +28,8 @@ bool setHisto2dParams(const char16_t *id, uint8_t startChan, uint8_t chanX, uint
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setHisto2dParams {} {} {} {} {} {} {} @{}", startChan, chanX,
-                   chanY, offsetX, offsetY, binWidthX, binWidthY, target.device->ID);
-        Histo2dParams &params = target.context->Params.Histo2d;
+                   chanY, offsetX, offsetY, binWidthX, binWidthY, target->device.ID);
+        Histo2dParams &params = target->context.Params.Histo2d;
         params.H2dStartChan = startChan;
         params.H2dChanX = chanX;
         params.H2dChanY = chanY;
@@ -48,9 +49,9 @@ bool setHisto2dTotMode(const char16_t *, uint8_t totMode, double slope)
     return guarded("setHisto2dTotMode", false, [&] {
         DeviceRef target = currentDevice();
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API setHisto2dTotMode {} {} @{}", totMode, slope, target.device->ID);
-        target.context->Params.Histo2d.H2dTotMode = totMode;
-        target.context->Params.Histo2d.H2dSlope = slope;
+            logInf(LogCategory::Progress, "API setHisto2dTotMode {} {} @{}", totMode, slope, target->device.ID);
+        target->context.Params.Histo2d.H2dTotMode = totMode;
+        target->context.Params.Histo2d.H2dSlope = slope;
         return true;
     });
 }
@@ -61,8 +62,8 @@ bool setHisto2dRecoveryTimingCorrection(const char16_t *id, uint64_t min, uint64
     return guarded("setHisto2dRecoveryTimingCorrection", false, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API setHisto2ddTimeFilter {} {} @{}", min, max, target.device->ID);
-        Histo2dParams &params = target.context->Params.Histo2d;
+            logInf(LogCategory::Progress, "API setHisto2ddTimeFilter {} {} @{}", min, max, target->device.ID);
+        Histo2dParams &params = target->context.Params.Histo2d;
         params.H2dRecoveryMin = min;
         params.H2dRecoveryMax = max;
         params.H2dRecoveryOffsetX = offsetX;

@@ -1,12 +1,13 @@
-#include "devices/lifecycle.h"
-
 #include "api/exports.h"
 #include "config/device_json.h"
 #include "datafiles/file_device.h"
 #include "devices/primitives.h"
 #include "log/text.h"
 #include "manipulators/chain.h"
+#include "run/end_run.h"
+#include "session/open_close.h"
 #include "settings/system_ini.h"
+#include "settings/version.h"
 
 #include <fmt/format.h>
 
@@ -28,36 +29,17 @@ void traceDevice(std::string_view text)
     if (LogLevel.Device) logDev(LogCategory::Progress, "{}", text);
 }
 
-DeviceRef nullDevice()
-{
-    return {library().NullDevice, library().NullMeasContext};
-}
-
-// False: a file was opened meanwhile.
-bool forgetDevices()
-{
-    Library &lib = library();
-    std::lock_guard lock(lib.TablesLock);
-    if (std::any_of(lib.DeviceTable.begin(), lib.DeviceTable.end(),
-                    [](const auto &device) { return isFile(*device); }))
-        return false;
-    lib.DeviceTable.clear();
-    lib.MeasContextTable.clear();
-    lib.CurrentDevice = lib.NullDevice;
-    return true;
-}
-
 void closeAll()
 {
     do {
         for (const DeviceRef &target : allDevices()) {
-            if (endRun(target)) stopManipulators(target, true, [] {});
+            if (endRun(target)) stopManipulators(target, true, waitLeft);
             removeStages(target);
         }
-        endRun(nullDevice());
-        removeStages(nullDevice());
+        endRun(noDevice());
+        removeStages(noDevice());
         closeDevices();
-    } while (!forgetDevices());
+    } while (!removeInstruments());
 }
 
 void restart()
@@ -68,28 +50,24 @@ void restart()
     stopLog();
 }
 
-void resetNullDevice()
+void resetNoDevice()
 {
-    DeviceRef null = nullDevice();
-    endRun(null);
-    removeStages(null);
-    null.device->IsOpen = false;
-    null.device->IsInitialized = false;
-    null.device->Index = -1;
-    makeCurrent(null.device);
+    endRun(noDevice());
+    removeStages(noDevice());
+    makeCurrent(noDevice());
 }
 
 void start(const std::string &iniPath)
 {
     if (!allDevices().empty()) restart();
-    endRun(nullDevice()); // settings don't change under a run
+    endRun(noDevice()); // settings don't change under a run
     loadSettingsIni(iniPath);
     startLog(settings().LogFile, settings().LogConsole, settings().DataPath + "\\Logs", programName,
              versionString());
     loadSettingsIni(iniPath); // again: now its trace is kept
     traceApi(fmt::format("API loadSettingsIni {}", visible(iniPath)));
     traceApi(fmt::format("Init {}", versionString()));
-    resetNullDevice();
+    resetNoDevice();
 }
 
 // The library starts and stops on one thread at a time.
@@ -141,12 +119,12 @@ bool getDevice(char *id)
         std::string wanted(textOf(id));
         traceApi(fmt::format("API getDevice \"{}\"", visible(wanted)));
         DeviceRef chosen = pickDevice(wanted);
-        makeCurrent(chosen.device);
-        if (chosen.device == library().NullDevice) return false;
-        traceDevice(fmt::format("getDevice: \"{}\" \"{}\"", wanted, chosen.device->ID));
-        if (!chosen.device->IsOpen) return false;
-        traceApi(fmt::format("API getDevice \"{}\"", chosen.device->ID));
-        copyText(chosen.device->ID, id);
+        makeCurrent(chosen);
+        if (chosen == noDevice()) return false;
+        traceDevice(fmt::format("getDevice: \"{}\" \"{}\"", wanted, chosen->device.ID));
+        if (!chosen->device.IsOpen) return false;
+        traceApi(fmt::format("API getDevice \"{}\"", chosen->device.ID));
+        copyText(chosen->device.ID, id);
         return true;
     });
 }
@@ -154,22 +132,9 @@ bool getDevice(char *id)
 bool getFileDevice(char *path)
 {
     return guarded("getFileDevice", false, [&] {
-        auto device = std::make_shared<Device>();
-        auto context = std::make_shared<MeasContext>();
-        if (readTgxFile(normalPath(textOf(path)), *device, *context)) {
-            addDevice(device, context);
-            makeCurrent(device);
-            if (LogLevel.DataFile)
-                logInf(LogCategory::Progress, "OpenTGXFile: finished {} {}", device->ID,
-                       device->TableIndex.load());
-        } else { // leaves the device that was current: the caller tells by the id
-            device = currentDevice().device;
-        }
-        device->IsOpen = true;
-        device->IsInitialized = true;
-        device->Index = static_cast<int32_t>(device->TableIndex);
-        traceApi(fmt::format("API getDevice \"{}\"", device->ID));
-        copyText(device->ID, path);
+        const DeviceRef chosen = openFileDevice(std::string(textOf(path)));
+        traceApi(fmt::format("API getDevice \"{}\"", chosen->device.ID));
+        copyText(chosen->device.ID, path);
         return true;
     });
 }
@@ -178,7 +143,7 @@ bool initDevice(int32_t measMode, int32_t refSource)
 {
     return guarded("initDevice", false, [&] {
         DeviceRef target = currentDevice(); // a recorded file keeps its own mode and clock
-        traceApi(fmt::format("API initDevice \"{}\" {} {}", target.device->ID, measMode, refSource));
+        traceApi(fmt::format("API initDevice \"{}\" {} {}", target->device.ID, measMode, refSource));
         return Tessel::initDevice(target);
     });
 }
@@ -191,7 +156,7 @@ void closeDevice(uint8_t all)
             return closeDevices();
         }
         DeviceRef target = currentDevice();
-        traceApi(fmt::format("close device: {}", target.device->ID));
+        traceApi(fmt::format("close device: {}", target->device.ID));
         Tessel::closeDevice(target);
     });
 }

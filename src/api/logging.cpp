@@ -29,6 +29,6 @@ void setLogLevel(int32_t level, uint8_t on)
             LogLevel.*switches[static_cast<size_t>(level)] = on != 0;
         else
             reportDeviceError(LogCategory::General, "Device: Invalid logLevel {} @{}", level,
-                              currentDevice().device->ID);
+                              currentDevice()->device.ID);
     });
 }

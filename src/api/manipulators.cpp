@@ -2,6 +2,7 @@
 #include "log/text.h"
 #include "manipulators/chain.h"
 #include "manipulators/stages.h"
+#include "session/open_close.h"
 
 #include <span>
 
@@ -23,7 +24,7 @@ int32_t addMCoincidence(const char16_t *id, const int32_t *chans, int32_t numCha
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API AddMCoincidence {} {} {} {} {} @{}", numChans, window, coincMode,
-                   timeMode, keep, target.device->ID);
+                   timeMode, keep, target->device.ID);
         return addCoincidence(target, {.Channels = channelList(chans, numChans),
                                        .WindowPs = window,
                                        .CoincMode = coincMode,
@@ -51,7 +52,7 @@ int32_t addMHerald(const char16_t *id, uint8_t herald, const int32_t *gated, int
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API AddHerald {}: {} {} {} {} {} @{}", herald, numGated, delay,
-                   window, inverted, keep, target.device->ID);
+                   window, inverted, keep, target->device.ID);
         return addHerald(target, {.Herald = herald,
                                   .Gated = channelList(gated, numGated),
                                   .DelayPs = delay,
@@ -69,11 +70,12 @@ int32_t addMImportStream(const char16_t *id, const char16_t *sourceId, uint8_t s
         const std::string source = toUtf8(textOf(sourceId));
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API AddImport {} {} {} {} @{}", visible(source), start, numChans,
-                   offset, target.device->ID);
+                   offset, target->device.ID);
         return addImportStream(target, {.SourceId = source,
                                         .Start = start != 0,
                                         .Channels = channelList(chans, numChans),
-                                        .OffsetPs = offset});
+                                        .OffsetPs = offset,
+                                        .Devices = &deviceLookUp});
     });
 }
 
@@ -101,7 +103,7 @@ void clearManis(const char16_t *id)
 {
     guarded("clearManis", [&] {
         DeviceRef target = deviceOf(id);
-        if (LogLevel.Api) logInf(LogCategory::Progress, "API clearManis @{}", target.device->ID);
+        if (LogLevel.Api) logInf(LogCategory::Progress, "API clearManis @{}", target->device.ID);
         removeStages(target);
     });
 }

@@ -2,7 +2,7 @@
 #include "devices/primitives.h"
 #include "manipulators/chain.h"
 #include "measurements/clear.h"
-#include "pipeline/requests.h"
+#include "run/requests.h"
 
 #include <algorithm>
 
@@ -11,7 +11,7 @@ using namespace Tessel;
 bool stopMeasure(const char16_t *id)
 {
     return guarded("stopMeasure", true, [&] {
-        stopMeasurement(*deviceOf(id).context);
+        stopMeasurement(deviceOf(id)->context);
         return true;
     });
 }
@@ -27,7 +27,7 @@ bool clearMeasure(const char16_t *id)
 uint8_t gotNewData(const char16_t *id)
 {
     return guarded("gotNewData", uint8_t{1}, [&] {
-        confirmNewData(*deviceOf(id).context);
+        confirmNewData(deviceOf(id)->context);
         return uint8_t{1};
     });
 }
@@ -35,24 +35,24 @@ uint8_t gotNewData(const char16_t *id)
 uint8_t waitNewData(const char16_t *id)
 {
     return guarded("waitNewData", uint8_t{0},
-                   [&] { return static_cast<uint8_t>(awaitNewData(*deviceOf(id).context)); });
+                   [&] { return static_cast<uint8_t>(awaitNewData(deviceOf(id)->context)); });
 }
 
 void setSequenceMode(int32_t mode, uint8_t wait, double value)
 {
-    guarded("setSequenceMode", [&] { setSequence(*currentDevice().context, mode, wait != 0, value); });
+    guarded("setSequenceMode", [&] { setSequence(currentDevice()->context, mode, wait != 0, value); });
 }
 
 int32_t getCountRates(int32_t *syncRate, int32_t *rates)
 {
     return guarded("getCountRates", 0, [&] {
         DeviceRef target = currentDevice();
-        if (target.device->DeviceType != DeviceType::None) readCountRates(*target.device, *target.context);
-        int32_t channels = target.device->NumChans;
-        if (syncRate) *syncRate = target.context->SyncRate;
+        if (target->device.DeviceType != DeviceType::None) readCountRates(target->device, target->context);
+        int32_t channels = target->device.NumChans;
+        if (syncRate) *syncRate = target->context.SyncRate;
         size_t known =
-            std::min<size_t>(static_cast<size_t>(std::max(channels, 0)), target.context->CountRates.size());
-        for (size_t i = 0; rates && i < known; ++i) rates[i] = target.context->CountRates[i];
+            std::min<size_t>(static_cast<size_t>(std::max(channels, 0)), target->context.CountRates.size());
+        for (size_t i = 0; rates && i < known; ++i) rates[i] = target->context.CountRates[i];
         return channels;
     });
 }
@@ -61,6 +61,6 @@ int64_t getNumAllChans(const char16_t *id)
 {
     return guarded("getNumAllChans", int64_t{0}, [&] {
         DeviceRef target = deviceOf(id);
-        return toldChans(*target.device, *target.context);
+        return toldChans(target->device, target->context);
     });
 }

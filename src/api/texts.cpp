@@ -20,7 +20,7 @@ bool getDeviceConfig(char *buffer)
 {
     return guarded("getDeviceConfig", false, [&] {
         DeviceRef target = currentDevice();
-        std::string text = stringifyJsonDevConfig(*target.device, stateOf(*target.device));
+        std::string text = stringifyJsonDevConfig(target->device, stateOf(target->device));
         if (LogLevel.Api) logInf(LogCategory::Progress, "API getDeviceConfig {}", text.size() + 1);
         return handOut(text, buffer, deviceConfigRule);
     });
@@ -30,9 +30,9 @@ bool getMeasDescription(char *buffer)
 {
     return guarded("getMeasDescription", false, [&] {
         DeviceRef target = currentDevice();
-        std::string text = stringifyMeasDescription(target.context->Description);
+        std::string text = stringifyMeasDescription(target->context.Description);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API getMeasDescription {} @{}", text.size() + 1, target.device->ID);
+            logInf(LogCategory::Progress, "API getMeasDescription {} @{}", text.size() + 1, target->device.ID);
         return handOut(text, buffer, descriptionRule);
     });
 }
@@ -40,6 +40,6 @@ bool getMeasDescription(char *buffer)
 bool getManisConfig(char *buffer)
 {
     return guarded("getManisConfig", false, [&] {
-        return handOut(stringifyManisConfig(*currentDevice().context), buffer, manisConfigRule);
+        return handOut(stringifyManisConfig(currentDevice()->context), buffer, manisConfigRule);
     });
 }

@@ -1,6 +1,7 @@
 #include "api/exports.h"
-#include "devices/truncated.h"
-#include "pipeline/requests.h"
+#include "run/requests.h"
+#include "session/open_close.h"
+#include "stream/rounding.h"
 
 using namespace Tessel;
 
@@ -11,12 +12,12 @@ bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, ui
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API getTimeTrace {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target.device->MeasMode), waitFinished, target.device->ID);
+                   static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
         RunRequest request =
-            requestOf(MeasKind::TimeTrace, *target.device, acqTime, waitFinished, save, finished);
+            requestOf(MeasKind::TimeTrace, target->device, acqTime, waitFinished, save, finished);
         request.HistoData = data;
         request.TraceFirstBin = firstBin;
-        startMeasurement(target, request);
+        startMeasurement(target, request, deviceLookUp);
         return true;
     });
 }
@@ -26,8 +27,8 @@ bool setTimeTraceNumBins(const char16_t *id, int32_t numBins)
     return guarded("setTimeTraceNumBins", false, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API setTimeTraceNumBins {} @{}", numBins, target.device->ID);
-        target.context->Params.TimeTrace.TraceNumBins =
+            logInf(LogCategory::Progress, "API setTimeTraceNumBins {} @{}", numBins, target->device.ID);
+        target->context.Params.TimeTrace.TraceNumBins =
             static_cast<uint64_t>(int64_t{numBins}); // with its sign
         return true;
     });
@@ -38,8 +39,8 @@ bool setTimeTraceHistorySize(const char16_t *id, double seconds)
     return guarded("setTimeTraceHistorySize", false, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API setTimeTraceHistorySize {} @{}", seconds, target.device->ID);
-        target.context->Params.TimeTrace.TraceHistorySize = truncated<uint64_t>(seconds * 1e12);
+            logInf(LogCategory::Progress, "API setTimeTraceHistorySize {} @{}", seconds, target->device.ID);
+        target->context.Params.TimeTrace.TraceHistorySize = truncated<uint64_t>(seconds * 1e12);
         return true;
     });
 }

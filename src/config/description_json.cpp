@@ -1,5 +1,6 @@
 #include "config/description_json.h"
 
+#include "devices/enum_texts.h"
 #include "log/log.h"
 
 #include <boost/json.hpp>

@@ -1,7 +1,7 @@
 // The description of a device's last run as JSON.
 #pragma once
 
-#include "devices/meas_description.h"
+#include "records/description.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 #include "config/device_json.h"
 
-#include "api/library.h"
 #include "devices/fields.h"
 #include "log/log.h"
+#include "session/tables.h"
 
 #include <boost/json.hpp>
 
@@ -100,7 +100,7 @@ std::string stringifyJsonDevConfig(const DeviceConfig &config, const DeviceState
 std::string stringifyDeviceIDs()
 {
     array ids;
-    for (const DeviceRef &target : allDevices()) ids.emplace_back(target.device->ID);
+    for (const DeviceRef &target : allDevices()) ids.emplace_back(target->device.ID);
     return boost::json::serialize(ids);
 }
 

@@ -1,7 +1,7 @@
 // A device, and the list of all devices, as JSON. Keys stand in a fixed order, which is part of the format.
 #pragma once
 
-#include "devices/device.h"
+#include "records/device.h"
 
 #include <string>
 

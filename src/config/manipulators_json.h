@@ -1,7 +1,7 @@
 // The chain of a device as JSON.
 #pragma once
 
-#include "pipeline/meas_context.h"
+#include "records/context.h"
 
 #include <string>
 

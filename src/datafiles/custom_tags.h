@@ -2,7 +2,7 @@
 // the dictionary's tags without any of its checks.
 #pragma once
 
-#include "datafiles/custom_tag.h"
+#include "records/custom_tag.h"
 
 #include <cstdint>
 #include <span>

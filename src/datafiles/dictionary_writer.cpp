@@ -1,9 +1,9 @@
 #include "datafiles/dictionary_writer.h"
 
 #include "datafiles/tag_bytes.h"
-#include "devices/truncated.h"
 #include "log/log.h"
 #include "log/text.h"
+#include "stream/rounding.h"
 
 #include <algorithm>
 #include <cmath>

@@ -3,9 +3,9 @@
 #include "datafiles/tag_reader.h"
 #include "devices/families.h"
 #include "devices/fields.h"
-#include "devices/truncated.h"
 #include "log/log.h"
 #include "log/text.h"
+#include "stream/rounding.h"
 
 #include <fmt/format.h>
 

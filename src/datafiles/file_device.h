@@ -2,8 +2,8 @@
 // the caller's thread, on records that nobody else can see yet.
 #pragma once
 
-#include "devices/device.h"
-#include "pipeline/meas_context.h"
+#include "records/context.h"
+#include "records/device.h"
 
 #include <string_view>
 

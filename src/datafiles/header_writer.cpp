@@ -1,6 +1,5 @@
 #include "datafiles/header_writer.h"
 
-#include "api/library.h"
 #include "datafiles/custom_tags.h"
 #include "datafiles/tag_reader.h"
 #include "devices/families.h"
@@ -8,6 +7,7 @@
 #include "log/file_handle.h"
 #include "log/log.h"
 #include "log/text.h"
+#include "settings/version.h"
 
 #include <fmt/format.h>
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "datafiles/dictionary_writer.h"
-#include "pipeline/meas_context.h"
+#include "records/context.h"
 #include "records/device_config.h"
 
 #include <array>

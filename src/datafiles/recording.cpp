@@ -1,9 +1,9 @@
 #include "datafiles/recording.h"
 
 #include "devices/families.h"
-#include "devices/truncated.h"
 #include "log/log.h"
 #include "log/text.h"
+#include "stream/rounding.h"
 
 #include <boost/multiprecision/cpp_int.hpp>
 #include <fmt/format.h>

@@ -2,11 +2,11 @@
 // with the final values. The device that the header describes stands in no table. One thread at a time.
 #pragma once
 
-#include "datafiles/custom_tag.h"
 #include "datafiles/header_writer.h"
-#include "devices/device.h"
 #include "log/file_handle.h"
-#include "pipeline/meas_context.h"
+#include "records/context.h"
+#include "records/custom_tag.h"
+#include "records/device.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,5 +1,6 @@
 #include "devices/families.h"
 
+#include "devices/enum_texts.h"
 #include "log/log.h"
 
 #include <algorithm>

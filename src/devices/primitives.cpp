@@ -1,9 +1,21 @@
 #include "devices/primitives.h"
 
-#include "devices/file_answers.h"
 #include "devices/result.h"
+#include "stream/rounding.h"
+
+#include <algorithm>
 
 namespace Tessel {
+
+namespace {
+
+// The rate that the file gave.
+int32_t fileSyncRate(const MeasContext &context)
+{
+    return std::max(nearest<int32_t>(context.Description.AveSyncRate), 0);
+}
+
+} // namespace
 
 bool SetMeasControl(Device &device, int32_t, int32_t, int32_t)
 {
@@ -53,12 +65,6 @@ bool getElapsedMeasTime(Device &device, double &)
 bool readCountRates(Device &device, MeasContext &)
 {
     return isFile(device) ? false : notSupported(device, "getCountRates");
-}
-
-bool readFifo(Device &device, MeasContext &context, Run &run, uint64_t &count)
-{
-    count = 0;
-    return isFile(device) ? readFile(device, context, run, count) : notSupported(device, "readFifo");
 }
 
 } // namespace Tessel

@@ -1,10 +1,10 @@
-// What a run asks of its device: start, stop, flags, rates, times, records. Every operation looks at
+// What a run asks of its device: start, stop, flags, rates, times. Every operation looks at
 // `DeviceType` first. A recorded file answers without effect; no instrument is bound, so every other device
 // lacks the operation.
 #pragma once
 
-#include "devices/device.h"
-#include "pipeline/meas_context.h"
+#include "records/context.h"
+#include "records/device.h"
 
 #include <cstdint>
 #include <optional>
@@ -32,12 +32,5 @@ bool getElapsedMeasTime(Device &device, double &elapsed);
 
 // False, without effect, on a file.
 bool readCountRates(Device &device, MeasContext &context);
-
-// Reads records behind the ones that wait in the run's ReadBuffer; the caller holds ReadGate and has room for
-// a chunk. `count`: words read. Sets StopRequested at the end of a file.
-bool readFifo(Device &device, MeasContext &context, Run &run, uint64_t &count);
-
-// The most that one readFifo takes.
-inline constexpr uint64_t chunkWords = 1048576;
 
 } // namespace Tessel

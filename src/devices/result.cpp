@@ -1,5 +1,7 @@
 #include "devices/result.h"
 
+#include "devices/enum_texts.h"
+
 namespace Tessel {
 
 bool notSupported(const Device &device, std::string_view operation)

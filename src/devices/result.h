@@ -1,8 +1,8 @@
 // Failures of a device and operations that it lacks, as the log tells them.
 #pragma once
 
-#include "devices/device.h"
 #include "log/log.h"
+#include "records/device.h"
 
 #include <string_view>
 

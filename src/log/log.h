@@ -61,6 +61,16 @@ void logExt(std::string_view text);
 // Posts "<prefix> <number> <text>" for an errno value and returns the system's text; does nothing for 0.
 std::string logLastError(std::string_view prefix, int error);
 
+// For lines of an end, which goes on where there is no memory for them.
+template <class Lines>
+void tryToLog(Lines lines) noexcept
+{
+    try {
+        lines();
+    } catch (...) { // the line is lost
+    }
+}
+
 // Start and stop of the writer thread; called by the lifecycle of the library alone. `logFolder` and the names
 // are those of the banner lines and files.
 void startLog(bool fileOn, bool consoleOn, std::string_view logFolder, std::string_view programName,

@@ -4,20 +4,47 @@
 #include "log/log.h"
 #include "manipulators/numbering.h"
 #include "settings/system_ini.h"
+#include "stream/event_store.h"
+#include "threads/paces.h"
+#include "threads/run_control.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 
 namespace Tessel {
 
-using namespace std::chrono_literals;
-
-ChainLocks::ChainLocks(MeasContext &context) : pipeline(context.PipelineLock), records(context.Manis)
+ChainLocks::ChainLocks(MeasContext &locked) : context(locked)
 {
-    for (const auto &record : records) recordLocks.emplace_back(record->Lock);
-    manis = std::unique_lock(context.ManisLock);
+    context.PipelineLock.lock();
+    for (const auto &record : context.Manis) record->Lock.lock();
+    context.ManisLock.lock();
+}
+
+ChainLocks::~ChainLocks()
+{
+    context.ManisLock.unlock();
+    for (auto record = context.Manis.rbegin(); record != context.Manis.rend(); ++record)
+        (*record)->Lock.unlock();
+    context.PipelineLock.unlock();
+}
+
+void ChainLocks::append(std::shared_ptr<Manipulator> record)
+{
+    record->Lock.lock();
+    Manipulator &appended = *record;
+    try {
+        context.Manis.push_back(std::move(record));
+    } catch (...) {
+        appended.Lock.unlock();
+        throw;
+    }
+}
+
+void ChainLocks::remove(const std::shared_ptr<Manipulator> &record)
+{
+    const auto removed = record; // stays alive until it is unlocked
+    if (std::erase(context.Manis, removed) > 0) removed->Lock.unlock();
 }
 
 LockedRecord lockNext(MeasContext &context, const Manipulator &writer)
@@ -57,13 +84,18 @@ std::vector<std::shared_ptr<Manipulator>> chainOf(MeasContext &context)
     return context.Manis;
 }
 
+std::shared_ptr<Manipulator> recordAt(MeasContext &context, size_t index)
+{
+    std::lock_guard lock(context.PipelineLock);
+    return index < context.Manis.size() ? context.Manis[index] : nullptr;
+}
+
 void failPass(const StageRef &stage, const char *why) noexcept
 {
-    if (stage.context->Measuring) stage.context->AbortRequested = true;
-    try {
-        logErr(LogCategory::General, "Device: {} failed: {} @{}", stage.record->Name, why, stage.device->ID);
-    } catch (...) { // not even memory for the line
-    }
+    if (auto run = currentRun(stage.context); run && isMeasuring(*run)) abortRun(stage.context, *run);
+    tryToLog([&] {
+        logErr(LogCategory::General, "Device: {} failed: {} @{}", stage.record->Name, why, stage.device.ID);
+    });
 }
 
 namespace {
@@ -76,6 +108,8 @@ void runStageThread(const StageRef &stage, const std::function<void(StageRef)> &
         failPass(stage, failure.what());
     }
     stage.record->ThreadGone = true;
+    wake(*stage.record);
+    if (auto run = currentRun(stage.context)) wake(run->Control);
 }
 
 uint64_t numberInName(const Device &device, const MeasContext &context, const Manipulator &record)
@@ -89,119 +123,101 @@ uint64_t numberInName(const Device &device, const MeasContext &context, const Ma
 
 } // namespace
 
-bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std::string_view nameFormat,
-              std::function<void(StageRef)> threadFunction)
+bool addStage(ChainLocks &locks, const DeviceRef &target, std::shared_ptr<Manipulator> record,
+              std::string_view nameFormat, std::function<void(StageRef)> threadFunction)
 {
-    Device &device = *target.device;
-    auto &chain = target.context->Manis;
+    Device &device = target->device;
+    const auto &chain = target->context.Manis;
     record->Index = static_cast<int32_t>(chain.size());
-    record->Name = fmt::format(fmt::runtime(nameFormat), numberInName(device, *target.context, *record));
+    record->Name = fmt::format(fmt::runtime(nameFormat), numberInName(device, target->context, *record));
     record->HighWater = streamRecords() / 4;
-    if (target.context->Closed) {
+    if (target->context.Closed) {
         logErr(LogCategory::General, "Config: the device is closed, {} is not added @{}", record->Name,
                device.ID);
         return false;
     }
-    chain.push_back(record);
+    locks.append(record);
     if (channelsMade(device, chain) > maxChannels) {
         logErr(LogCategory::General, "Config: more than {} channels, {} is not added @{}", maxChannels,
                record->Name, device.ID);
-        chain.pop_back();
+        locks.remove(record);
         return false;
     }
-    StageRef stage{target.device, target.context, record};
+    StageRef stage{target, record};
     try {
         record->Thread = std::thread(
             [stage, threadFunction = std::move(threadFunction)] { runStageThread(stage, threadFunction); });
     } catch (...) {
-        chain.pop_back(); // a stage without a thread would hold up every run
+        locks.remove(record); // a stage without a thread would hold up every run
         throw;
     }
-    rearrange(device, *target.context);
+    rearrange(device, target->context);
     return true;
+}
+
+bool askToStop(MeasContext &context, Manipulator &record, bool exit)
+{
+    bool entered;
+    {
+        // In this lock a stage also decides to enter a run: one that hasn't entered won't.
+        std::lock_guard lock(record.Lock);
+        record.StopFlag = true;
+        if (exit) record.ExitFlag = true;
+        entered = record.StartedFlag;
+    }
+    wakeChain(context); // it may wait for the next one
+    return entered;
+}
+
+bool hasLeft(const Manipulator &record)
+{
+    return record.StoppedFlag || record.ThreadGone;
+}
+
+void waitLeft(Manipulator &record)
+{
+    std::unique_lock lock(record.Lock);
+    record.Changed.wait(lock, [&record] { return hasLeft(record); });
 }
 
 namespace {
 
-// Under the record's lock, in which a stage also decides to enter a run: one that hasn't entered won't.
-bool askToStop(Manipulator &record, bool exit)
+void logStage(std::string_view format, const Manipulator &record, const Device &device) noexcept
 {
-    std::lock_guard lock(record.Lock);
-    record.StopFlag = true;
-    if (exit) record.ExitFlag = true;
-    return record.StartedFlag;
+    if (!LogLevel.Manipulators) return;
+    tryToLog([&] { logInf(LogCategory::Progress, fmt::runtime(format), record.Name, device.ID); });
 }
 
-void logStage(std::string_view format, const Manipulator &record, const Device &device)
+// What is still written to it is dropped, and never waited for.
+void releaseStore(Manipulator &record)
 {
-    if (LogLevel.Manipulators) logInf(LogCategory::Progress, fmt::runtime(format), record.Name, device.ID);
-}
-
-void stopStage(const DeviceRef &target, Manipulator &record, bool exit, const std::function<void()> &everyTurn)
-{
-    bool entered = askToStop(record, exit);
-    logStage("wait manipulator: {} @{} stopped", record, *target.device);
-    while (entered && !record.StoppedFlag && !record.ThreadGone) {
-        everyTurn();
-        std::this_thread::sleep_for(1ms);
+    {
+        std::lock_guard lock(record.Lock);
+        release(record.Events);
     }
-    logStage("manipulator: {} @{} stopped", record, *target.device);
-    std::lock_guard lock(record.Lock);
-    record.Events.free();
+    record.Changed.notify_all();
 }
 
 } // namespace
 
-void stopManipulators(const DeviceRef &target, bool exit, const std::function<void()> &everyTurn)
+void stopManipulators(const DeviceRef &target, bool exit, const std::function<void(Manipulator &)> &wait)
 {
-    auto chain = chainOf(*target.context);
     if (LogLevel.Manipulators)
-        logInf(LogCategory::Progress, "stop manipulators {} @{}", chain.size(), target.device->ID);
-    for (const auto &record : chain)
-        if (record->Type != ManisType::Store) stopStage(target, *record, exit, everyTurn);
-}
-
-void stopLatecomers(const DeviceRef &target, const std::function<void()> &everyTurn)
-{
-    for (const auto &record : chainOf(*target.context))
-        if (record->StartedFlag && !record->StoppedFlag) stopStage(target, *record, false, everyTurn);
+        tryToLog([&] {
+            logInf(LogCategory::Progress, "stop manipulators {} @{}", chainOf(target->context).size(),
+                   target->device.ID);
+        });
+    for (size_t i = 0; auto record = recordAt(target->context, i); ++i) {
+        if (record->Type == ManisType::Store) continue;
+        const bool entered = askToStop(target->context, *record, exit);
+        logStage("wait manipulator: {} @{} stopped", *record, target->device);
+        if (entered) wait(*record);
+        logStage("manipulator: {} @{} stopped", *record, target->device);
+        releaseStore(*record);
+    }
 }
 
 namespace {
-
-constexpr int stopTurns = 10000;
-
-// Decoding stands still while the gate is held; a gate that somebody keeps is not waited for longer than a
-// turn.
-class DecodingHeld
-{
-public:
-    explicit DecodingHeld(Gate &readGate) : gate(readGate) { take(); }
-    void take() { held = gate.acquireFor(1s); }
-    void release()
-    {
-        if (held) gate.release();
-        held = false;
-    }
-
-private:
-    Gate &gate;
-    bool held = false;
-};
-
-bool waitStopped(const Manipulator &record, DecodingHeld &decoding)
-{
-    for (int turn = 0; turn < stopTurns; ++turn) {
-        bool gone = record.ThreadGone; // looked at first: the flag is a thread's last word
-        if (record.StoppedFlag) return true;
-        if (gone) return false;
-        decoding.release();
-        std::this_thread::sleep_for(1ms);
-        decoding.take();
-        std::this_thread::sleep_for(9ms);
-    }
-    return false;
-}
 
 // A thread that can't be stopped keeps its record and goes on by itself.
 void partFrom(std::thread &thread, const Manipulator &record)
@@ -213,49 +229,49 @@ void partFrom(std::thread &thread, const Manipulator &record)
         thread.detach();
 }
 
+// Decoding goes on meanwhile: nobody waits for a thread while holding what others need.
 void endStage(const DeviceRef &target, Manipulator &record)
 {
-    askToStop(record, true);
-    DecodingHeld decoding(target.context->ReadGate);
-    if (waitStopped(record, decoding)) {
-        logStage("join manipulator: {} @{}", record, *target.device);
+    askToStop(target->context, record, true);
+    {
+        std::unique_lock lock(record.Lock);
+        record.Changed.wait_for(lock, Pace::stageLeaves, [&record] { return hasLeft(record); });
+    }
+    if (record.StoppedFlag) {
+        logStage("join manipulator: {} @{}", record, target->device);
         if (record.Thread.joinable()) record.Thread.join();
-        decoding.release();
-        logStage("joined manipulator: {} @{}", record, *target.device);
+        logStage("joined manipulator: {} @{}", record, target->device);
     } else {
-        // Whoever can't be stopped may still write: the gate stays taken until the next run starts.
-        if (record.ThreadGone) decoding.release();
-        reportDeviceError(LogCategory::General, "Could not stop Mainpulator: {} @{}", record.Name,
-                          target.device->ID);
+        tryToLog([&] {
+            reportDeviceError(LogCategory::General, "Could not stop Mainpulator: {} @{}", record.Name,
+                              target->device.ID);
+        });
         partFrom(record.Thread, record);
     }
-    if (record.ThreadGone) { // what a live run still writes to it is dropped, and never waited for
-        std::lock_guard lock(record.Lock);
-        record.Events.free();
-    }
-    --target.context->ManisChans;
+    if (record.ThreadGone) releaseStore(record);
+    --target->context.ManisChans;
 }
 
 } // namespace
 
 void endStage(const DeviceRef &target, uint32_t index)
 {
-    std::lock_guard oneEnd(target.context->EndLock);
-    auto chain = chainOf(*target.context);
-    if (index < chain.size() && chain[index]->Type != ManisType::Store) endStage(target, *chain[index]);
+    std::lock_guard oneEnd(target->context.EndLock);
+    auto record = recordAt(target->context, index);
+    if (record && record->Type != ManisType::Store) endStage(target, *record);
 }
 
 void removeStages(const DeviceRef &target)
 {
-    MeasContext &context = *target.context;
+    MeasContext &context = target->context;
     std::lock_guard oneEnd(context.EndLock);
     auto chain = chainOf(context);
     std::erase_if(chain, [](const auto &record) { return record->Type == ManisType::Store; }); // the run's own
-    for (const auto &record : chain) askToStop(*record, true); // they end side by side
+    for (const auto &record : chain) askToStop(context, *record, true); // they end side by side
     for (auto record = chain.rbegin(); record != chain.rend(); ++record) {
         endStage(target, **record);
         ChainLocks locks(context);
-        std::erase(context.Manis, *record);
+        locks.remove(*record);
         linkRecords(context.Manis);
     }
 }

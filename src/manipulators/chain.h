@@ -2,33 +2,32 @@
 // rearrangement find every stage at a safe point.
 #pragma once
 
-#include "api/library.h"
+#include "records/refs.h"
 
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <string_view>
 #include <vector>
 
 namespace Tessel {
 
-// What a stage's thread holds: everything that it touches lives as long as the thread.
-struct StageRef
-{
-    std::shared_ptr<Device> device;
-    std::shared_ptr<MeasContext> context;
-    std::shared_ptr<Manipulator> record;
-};
-
-// All locks of a chain: PipelineLock, every record's Lock in vector order, ManisLock.
+// All locks of a chain: PipelineLock, every record's Lock in vector order, ManisLock. Whoever holds them
+// changes the vector by `append` and `remove` alone, so that every record in it is locked. Allocates nothing
+// but room for a record that is appended.
 class ChainLocks
 {
 public:
     explicit ChainLocks(MeasContext &context);
+    ~ChainLocks();
+    ChainLocks(const ChainLocks &) = delete;
+    ChainLocks &operator=(const ChainLocks &) = delete;
+
+    void append(std::shared_ptr<Manipulator> record);
+    void remove(const std::shared_ptr<Manipulator> &record);
 
 private:
-    std::unique_lock<std::mutex> pipeline;
-    std::vector<std::shared_ptr<Manipulator>> records; // keeps what is locked alive
-    std::vector<std::unique_lock<std::mutex>> recordLocks;
-    std::unique_lock<std::mutex> manis;
+    MeasContext &context;
 };
 
 struct LockedRecord
@@ -65,6 +64,8 @@ std::unique_lock<std::mutex> lockOwn(MeasContext &context, const std::shared_ptr
 
 // The records as they stand now.
 std::vector<std::shared_ptr<Manipulator>> chainOf(MeasContext &context);
+// One of them; null where there is none. Allocates nothing.
+std::shared_ptr<Manipulator> recordAt(MeasContext &context, size_t index);
 
 // What a host is told of the number of channels. Each stage that is ended takes one off, whatever it made, so
 // that it can be too small, even negative, until a stage is added.
@@ -72,7 +73,7 @@ int64_t toldChans(const Device &device, const MeasContext &context);
 // Rows of a result: sync, inputs and the chain's channels; 0 if the device isn't initialised.
 uint64_t numAllChans(const Device &device, const MeasContext &context);
 
-// A stage has failed in a run: tells the log and aborts the run.
+// A stage has failed in a run: aborts the run and tells the log. No lock is held.
 void failPass(const StageRef &stage, const char *why) noexcept;
 
 // Numbers channels and links records anew; every lock of the chain is held. Results of a live run follow.
@@ -81,15 +82,19 @@ void rearrange(Device &device, MeasContext &context);
 // Appends a stage and starts its thread; every lock of the chain is held. The record has its type and
 // parameters; `nameFormat` takes the number of rows before it or, where it makes no channels, of inputs, sync
 // and stages before it. False, with an error in the log, if the stream would have too many channels.
-bool addStage(const DeviceRef &target, std::shared_ptr<Manipulator> record, std::string_view nameFormat,
-              std::function<void(StageRef)> threadFunction);
+bool addStage(ChainLocks &locks, const DeviceRef &target, std::shared_ptr<Manipulator> record,
+              std::string_view nameFormat, std::function<void(StageRef)> threadFunction);
 
-// Asks every stage to end its pass, the thread too with `exit`, and waits until each has, or never began, or
-// is gone. `everyTurn` is called at each millisecond of the wait.
-void stopManipulators(const DeviceRef &target, bool exit, const std::function<void()> &everyTurn);
+// Asks a stage to end its pass, the thread too with `exit`. True: it has entered the run and will leave it.
+bool askToStop(MeasContext &context, Manipulator &record, bool exit);
+// The stage has left the run, or can't any more.
+bool hasLeft(const Manipulator &record);
 
-// The same for stages that entered the run after its end had begun. Measuring is clear: no more will come.
-void stopLatecomers(const DeviceRef &target, const std::function<void()> &everyTurn);
+// Asks each stage in turn to end its pass, the thread too with `exit`, and calls `wait` for those that have
+// entered the run; then frees its store. Allocates nothing.
+void stopManipulators(const DeviceRef &target, bool exit, const std::function<void(Manipulator &)> &wait);
+// Waits without a bound: for `stopManipulators`.
+void waitLeft(Manipulator &record);
 
 // Ends the thread of one stage. The record stays in its place and the chain isn't rearranged.
 void endStage(const DeviceRef &target, uint32_t index);

@@ -2,10 +2,10 @@
 // The work on the events is in coincidence_work.cpp.
 #include "manipulators/coincidence.h"
 
-#include "devices/truncated.h"
 #include "log/log.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
+#include "stream/rounding.h"
 
 namespace Tessel {
 
@@ -23,7 +23,7 @@ constexpr StageWords coincidenceWords = {
 void lastWords(const StageRef &stage)
 {
     using namespace std::chrono_literals;
-    const std::string &name = stage.record->Name, &id = stage.device->ID;
+    const std::string &name = stage.record->Name, &id = stage.device.ID;
     logInf(LogCategory::Progress, "CoincidenceMThread on exit time : {} @{}", name, id);
     std::this_thread::sleep_for(1000ms);
     logInf(LogCategory::Progress, "CoincidenceMThread on exit chan: {} @{}", name, id);
@@ -49,15 +49,15 @@ int32_t addCoincidence(const DeviceRef &target, const CoincidenceRequest &reques
     record->TimeMode = request.TimeMode;
     record->KeepFlag = request.Keep;
 
-    ChainLocks locks(*target.context);
+    ChainLocks locks(target->context);
     if (LogLevel.Manipulators)
         logInf(LogCategory::Progress, "AddMCoincidence {} {} {} {} @{}", request.Channels.size(), state.Window,
-               request.CoincMode, int32_t{request.Keep}, target.device->ID);
+               request.CoincMode, int32_t{request.Keep}, target->device.ID);
     auto thread = [state](StageRef stage) {
         runStage(stage, coincidenceWords, state);
         lastWords(stage);
     };
-    if (!addStage(target, record, "Coinc_{}", thread)) return -1;
+    if (!addStage(locks, target, record, "Coinc_{}", thread)) return -1;
     return record->OutChans.front();
 }
 

@@ -3,7 +3,8 @@
 
 #include "manipulators/chain.h"
 #include "manipulators/event_queue.h"
-#include "manipulators/piece.h"
+#include "manipulators/hooks.h"
+#include "stream/piece.h"
 
 #include <array>
 #include <cstdint>
@@ -38,9 +39,11 @@ struct CoincidenceState
     std::vector<std::pair<uint64_t, uint8_t>> Ready;
 };
 
+template <>
+inline constexpr Hook hooksOf<CoincidenceState> = Hook::StartPass | Hook::Clear | Hook::FinishPass;
+
 void startPass(CoincidenceState &coincidence, const StageRef &);
 uint64_t work(CoincidenceState &coincidence, const StageRef &stage, Piece in, EventStore &out);
-void afterPiece(CoincidenceState &, const StageRef &, Piece);
 void clear(CoincidenceState &coincidence);
 bool finishPass(CoincidenceState &coincidence, const StageRef &, EventStore *out);
 

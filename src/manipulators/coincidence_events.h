@@ -3,7 +3,7 @@
 #pragma once
 
 #include "manipulators/coincidence.h"
-#include "manipulators/run_copy.h"
+#include "stream/run_copy.h"
 
 #include <algorithm>
 #include <limits>
@@ -76,7 +76,7 @@ public:
     bool writeReady()
     {
         const uint64_t count = std::min<uint64_t>(state.Ready.size(), roomOf(out));
-        for (uint64_t i = 0; i < count; ++i) out.append(state.Ready[i].first, state.Ready[i].second);
+        for (uint64_t i = 0; i < count; ++i) append(out, state.Ready[i].first, state.Ready[i].second);
         state.Ready.erase(state.Ready.begin(), state.Ready.begin() + static_cast<std::ptrdiff_t>(count));
         return state.Ready.empty();
     }
@@ -242,7 +242,7 @@ private:
     void emit(uint64_t raw, uint8_t channel)
     {
         if (roomOf(out) > 0 && state.Ready.empty())
-            out.append(raw, channel);
+            append(out, raw, channel);
         else
             state.Ready.emplace_back(raw, channel);
     }

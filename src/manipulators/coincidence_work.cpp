@@ -3,8 +3,8 @@
 //
 // Most events of a stream have no other within the window before them. Such quiet events can't complete a set
 // and find nothing pending that isn't old: they pass in runs. Everything else goes event by event.
-#include "devices/raw_time.h"
 #include "manipulators/coincidence_events.h"
+#include "stream/times.h"
 
 #include <cassert>
 
@@ -93,7 +93,7 @@ private:
     void passPending(uint64_t at, uint64_t end)
     {
         const bool lastStays = staysPending(at, end);
-        for (const HeldEvent &event : state.Pending) out.append(event.Raw, event.Channel);
+        for (const HeldEvent &event : state.Pending) append(out, event.Raw, event.Channel);
         state.Pending.clear();
         appendRun(in, at, end - lastStays, out);
         if (lastStays) hold(end - 1);
@@ -115,7 +115,7 @@ private:
         bool isPending = wasMember || state.Pending.empty();
         if (!isPending)
             for (const HeldEvent &event : state.Pending)
-                if (events.isMember[event.Channel]) out.append(event.Raw, event.Channel);
+                if (events.isMember[event.Channel]) append(out, event.Raw, event.Channel);
         state.Pending.clear();
         for (++at; at < end; ++at) { // the event before is written, and counted if it goes on
             const bool member = events.isMember[in.Channels[at]];
@@ -150,14 +150,12 @@ uint64_t work(CoincidenceState &coincidence, const StageRef &stage, Piece in, Ev
     case TimeMode::First:
     case TimeMode::Last:
     case TimeMode::Average:
-        return withTime(*stage.device, [&](auto time) {
+        return withTime(stage.run->Facts, [&](auto time) {
             return CoincidenceWork<decltype(time)>(coincidence, *stage.record, time, in, out).run();
         });
     }
     return in.Count; // a coincidence that has no time: nothing goes on
 }
-
-void afterPiece(CoincidenceState &, const StageRef &, Piece) {}
 
 void clear(CoincidenceState &coincidence)
 {
@@ -170,7 +168,7 @@ bool finishPass(CoincidenceState &coincidence, const StageRef &, EventStore *out
     if (coincidence.TimeMode != TimeMode::First || !coincidence.Keep || !out) return true;
     EventQueue &pending = coincidence.Pending;
     const uint64_t count = std::min(pending.size(), roomOf(*out));
-    for (uint64_t i = 0; i < count; ++i) out->append(pending.begin()[i].Raw, pending.begin()[i].Channel);
+    for (uint64_t i = 0; i < count; ++i) append(*out, pending.begin()[i].Raw, pending.begin()[i].Channel);
     pending.drop(count);
     return pending.empty();
 }

@@ -2,12 +2,12 @@
 // interval's first event turns the counts into rates.
 #include "manipulators/count_rate.h"
 
-#include "devices/raw_time.h"
-#include "devices/truncated.h"
 #include "log/log.h"
-#include "manipulators/run_copy.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
+#include "stream/rounding.h"
+#include "stream/run_copy.h"
+#include "stream/times.h"
 
 #include <algorithm>
 #include <array>
@@ -31,7 +31,7 @@ constexpr StageWords countRateWords = {
 size_t channelsSeen(const StageRef &stage)
 {
     const int32_t made = stage.record->Params2.empty() ? 0 : stage.record->Params2.front();
-    return static_cast<size_t>(std::max(made + 1 + stage.device->NumChans, 0));
+    return static_cast<size_t>(std::max(made + 1 + stage.run->Facts.NumChans, 0));
 }
 
 // Counts of each channel in turn in four tables: equal channels one after another don't wait for each other.
@@ -70,11 +70,12 @@ void beginInterval(CountRateState &rate, Time time, const Piece &in)
 
 void startPass(CountRateState &rate, const StageRef &stage)
 {
-    auto own = lockOwn(*stage.context, stage.record);
+    auto own = lockOwn(stage.context, stage.record);
     const size_t channels = channelsSeen(stage);
     if (LogLevel.Manipulators)
         logInf(LogCategory::Progress, "CountRateMThread: mtCountRate: numChans: {} + {}",
-               stage.device->NumChans + 1, stage.record->Params2.empty() ? 0 : stage.record->Params2.front());
+               stage.run->Facts.NumChans + 1,
+               stage.record->Params2.empty() ? 0 : stage.record->Params2.front());
     stage.record->Rates.assign(channels, 0.0f);
     rate.Counters.assign(channels, 0);
     rate.Start = rate.FirstSync = 0;
@@ -84,7 +85,7 @@ uint64_t work(CountRateState &rate, const StageRef &stage, Piece in, EventStore 
 {
     in.Count = std::min(in.Count, roomOf(out));
     rate.Counters.resize(channelsSeen(stage));
-    withTime(*stage.device, [&](auto time) { beginInterval(rate, time, in); });
+    withTime(stage.run->Facts, [&](auto time) { beginInterval(rate, time, in); });
     countChannels(in.Channels, in.Count, rate.Counters);
     appendRun(in, 0, in.Count, out);
     return in.Count;
@@ -94,30 +95,24 @@ uint64_t work(CountRateState &rate, const StageRef &stage, Piece in, EventStore 
 void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece)
 {
     const uint64_t last = piece.Times[piece.Count - 1];
-    const uint64_t duration = RawTime(*stage.device).ps(last) - rate.Start;
+    const uint64_t duration = RawTime(stage.run->Facts).ps(last) - rate.Start;
     if (duration < rate.Window) return;
 
     constexpr float psPerSecond = 1e12f;
     const auto span = static_cast<float>(std::max<uint64_t>(duration, 1)); // without a window it can be 0
-    auto own = lockOwn(*stage.context, stage.record);
+    auto own = lockOwn(stage.context, stage.record);
     std::vector<float> &rates = stage.record->Rates;
     rate.Counters.resize(channelsSeen(stage));
     rates.resize(rate.Counters.size());
     for (size_t channel = 0; channel < rates.size(); ++channel)
         rates[channel] = std::round(static_cast<float>(rate.Counters[channel]) * (1.0f / span) * psPerSecond);
-    if (stage.device->MeasMode == MeasMode::T3 && !rates.empty()) {
+    if (stage.run->Facts.Mode == MeasMode::T3 && !rates.empty()) {
         const uint64_t syncs = (last >> dtimeBits) - rate.FirstSync;
         rates[0] = std::round(static_cast<float>(syncs) / span * psPerSecond);
     }
     own.unlock();
     rate.Start = 0;
     std::fill(rate.Counters.begin(), rate.Counters.end(), 0);
-}
-
-void clear(CountRateState &) {}
-bool finishPass(CountRateState &, const StageRef &, EventStore *)
-{
-    return true;
 }
 
 int32_t addCountRate(const DeviceRef &target, double windowPs)
@@ -127,30 +122,30 @@ int32_t addCountRate(const DeviceRef &target, double windowPs)
     record->Type = ManisType::CountRate;
     record->Params = {window};
 
-    ChainLocks locks(*target.context);
+    ChainLocks locks(target->context);
     if (LogLevel.Manipulators)
-        logInf(LogCategory::Progress, "AddMCountRate {} @{}", numAllChans(*target.device, *target.context),
-               target.device->ID);
+        logInf(LogCategory::Progress, "AddMCountRate {} @{}", numAllChans(target->device, target->context),
+               target->device.ID);
     auto thread = [window](StageRef stage) {
         runStage(stage, countRateWords, CountRateState{.Window = window, .Counters = {}});
     };
-    if (!addStage(target, record, "CountRate_{}", thread)) return -1;
+    if (!addStage(locks, target, record, "CountRate_{}", thread)) return -1;
     return record->Index;
 }
 
 bool countRates(const DeviceRef &target, int32_t index, uint32_t *rates)
 {
-    auto chain = chainOf(*target.context);
+    auto chain = chainOf(target->context);
     if (index < 0 || static_cast<size_t>(index) >= chain.size()) return false;
     Manipulator &record = *chain[static_cast<size_t>(index)];
     if (record.Type != ManisType::CountRate) {
         logErr(LogCategory::General, "Tessel_DLL: The manipulator at index {} is not of type of Countrate @{}!",
-               index, target.device->ID);
+               index, target->device.ID);
         return false;
     }
     std::lock_guard lock(record.Lock);
     if (record.Rates.empty() || !record.StartedFlag) return false;
-    const uint64_t channels = rates ? numAllChans(*target.device, *target.context) : 0;
+    const uint64_t channels = rates ? numAllChans(target->device, target->context) : 0;
     for (uint64_t channel = 0; channel < channels; ++channel)
         rates[channel] = channel < record.Rates.size() ? nearest<uint32_t>(record.Rates[channel]) : 0;
     return true;

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "manipulators/chain.h"
-#include "manipulators/piece.h"
+#include "manipulators/hooks.h"
+#include "stream/piece.h"
 
 #include <cstdint>
 #include <vector>
@@ -18,10 +19,11 @@ struct CountRateState
     uint64_t FirstSync = 0;         // T3: sync number of the interval's first event
 };
 
+template <>
+inline constexpr Hook hooksOf<CountRateState> = Hook::StartPass | Hook::AfterPiece;
+
 void startPass(CountRateState &rate, const StageRef &stage);
 uint64_t work(CountRateState &rate, const StageRef &stage, Piece in, EventStore &out);
 void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece); // takes the record's lock
-void clear(CountRateState &);
-bool finishPass(CountRateState &, const StageRef &, EventStore *);
 
 } // namespace Tessel

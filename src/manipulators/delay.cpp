@@ -3,13 +3,13 @@
 // the run is lost.
 #include "manipulators/delay.h"
 
-#include "devices/raw_time.h"
-#include "devices/truncated.h"
 #include "log/log.h"
-#include "manipulators/run_copy.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
-#include "manipulators/time_span.h"
+#include "stream/rounding.h"
+#include "stream/run_copy.h"
+#include "stream/time_span.h"
+#include "stream/times.h"
 
 #include <limits>
 
@@ -85,7 +85,7 @@ private:
         if (isInput && state.Held.size() >= largestQueue && !release()) return false;
         if (!isInput || state.Keep) {
             if (roomOf(out) == 0) return false;
-            out.append(raw, in.Channels[at]);
+            append(out, raw, in.Channels[at]);
         }
         if (isInput) hold(raw, ps);
         return true;
@@ -100,7 +100,7 @@ private:
     bool release()
     {
         if (roomOf(out) == 0) return false;
-        out.append(state.Held.front().Raw, state.Held.front().Channel);
+        append(out, state.Held.front().Raw, state.Held.front().Channel);
         state.Held.drop(1);
         return true;
     }
@@ -124,19 +124,14 @@ void startPass(DelayState &delay, const StageRef &)
 
 uint64_t work(DelayState &delay, const StageRef &stage, Piece in, EventStore &out)
 {
-    return withTime(*stage.device, [&](auto time) {
+    return withTime(stage.run->Facts, [&](auto time) {
         return DelayWork<decltype(time)>(delay, *stage.record, time, in, out).run();
     });
 }
 
-void afterPiece(DelayState &, const StageRef &, Piece) {}
 void clear(DelayState &delay)
 {
     delay.Held.clear();
-}
-bool finishPass(DelayState &, const StageRef &, EventStore *)
-{
-    return true;
 }
 
 int32_t addDelay(const DeviceRef &target, uint8_t channel, double delayPs, bool keep)
@@ -148,14 +143,14 @@ int32_t addDelay(const DeviceRef &target, uint8_t channel, double delayPs, bool 
     record->Params = {delay};
     record->KeepFlag = keep;
 
-    ChainLocks locks(*target.context);
+    ChainLocks locks(target->context);
     if (LogLevel.Manipulators)
         logInf(LogCategory::Progress, "AddMDelay {} {} @{}", channel, static_cast<int64_t>(delay),
-               target.device->ID);
+               target->device.ID);
     auto thread = [delay, keep](StageRef stage) {
         runStage(stage, delayWords, DelayState{.Delay = delay, .Keep = keep, .Held = {}});
     };
-    if (!addStage(target, record, "Delay_{}", thread)) return -1;
+    if (!addStage(locks, target, record, "Delay_{}", thread)) return -1;
     return record->OutChans.front();
 }
 

@@ -3,7 +3,8 @@
 
 #include "manipulators/chain.h"
 #include "manipulators/event_queue.h"
-#include "manipulators/piece.h"
+#include "manipulators/hooks.h"
+#include "stream/piece.h"
 
 namespace Tessel {
 
@@ -14,10 +15,11 @@ struct DelayState
     EventQueue Held; // delayed, not yet due; in the order of arrival
 };
 
+template <>
+inline constexpr Hook hooksOf<DelayState> = Hook::StartPass | Hook::Clear;
+
 void startPass(DelayState &delay, const StageRef &);
 uint64_t work(DelayState &delay, const StageRef &stage, Piece in, EventStore &out);
-void afterPiece(DelayState &, const StageRef &, Piece);
 void clear(DelayState &delay);
-bool finishPass(DelayState &, const StageRef &, EventStore *);
 
 } // namespace Tessel

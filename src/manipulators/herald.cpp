@@ -2,10 +2,10 @@
 // fall into a window behind the last herald event.
 #include "manipulators/herald.h"
 
-#include "devices/raw_time.h"
 #include "log/log.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
+#include "stream/times.h"
 
 #include <algorithm>
 #include <array>
@@ -93,9 +93,9 @@ void startPass(HeraldState &herald, const StageRef &)
 uint64_t work(HeraldState &herald, const StageRef &stage, Piece in, EventStore &out)
 {
     const GateMap map(*stage.record);
-    return withTime(*stage.device, [&](auto time) {
+    return withTime(stage.run->Facts, [&](auto time) {
         // A T3 stream has no sync events: every event tells its own.
-        if (map.Herald == ChannelCode::Sync && stage.device->MeasMode == MeasMode::T3) {
+        if (map.Herald == ChannelCode::Sync && stage.run->Facts.Mode == MeasMode::T3) {
             herald.Seen = true;
             return herald.Keep ? gate<true, true>(herald, map, time, in, out)
                                : gate<false, true>(herald, map, time, in, out);
@@ -105,13 +105,6 @@ uint64_t work(HeraldState &herald, const StageRef &stage, Piece in, EventStore &
     });
 }
 
-void afterPiece(HeraldState &, const StageRef &, Piece) {}
-void clear(HeraldState &) {}
-bool finishPass(HeraldState &, const StageRef &, EventStore *)
-{
-    return true;
-}
-
 namespace {
 
 // The new channels begin at the first of OutChans; without keep those are the gated channels themselves. With
@@ -119,7 +112,7 @@ namespace {
 int32_t firstOutput(const DeviceRef &target, const Manipulator &record)
 {
     if (!record.OutChans.empty()) return record.OutChans.front();
-    return static_cast<int32_t>(numAllChans(*target.device, *target.context));
+    return static_cast<int32_t>(numAllChans(target->device, target->context));
 }
 
 } // namespace
@@ -136,18 +129,18 @@ int32_t addHerald(const DeviceRef &target, const HeraldRequest &request)
     record->Params2 = {request.Inverted};
     record->KeepFlag = request.Keep;
 
-    ChainLocks locks(*target.context);
+    ChainLocks locks(target->context);
     if (LogLevel.Manipulators)
         logInf(LogCategory::Progress, "AddMHerald {} {} {} {} {} {} @{}", request.Herald, request.Gated.size(),
                request.DelayPs, request.WindowPs, int32_t{request.Inverted}, int32_t{request.Keep},
-               target.device->ID);
+               target->device.ID);
     HeraldState state;
     state.Delay = delay;
     state.Window = window;
     state.Inverted = request.Inverted;
     state.Keep = request.Keep;
     auto thread = [state](StageRef stage) { runStage(stage, heraldWords, state); };
-    if (!addStage(target, record, "Herald_{}", thread)) return -1;
+    if (!addStage(locks, target, record, "Herald_{}", thread)) return -1;
     return firstOutput(target, *record);
 }
 

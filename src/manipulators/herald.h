@@ -2,7 +2,8 @@
 #pragma once
 
 #include "manipulators/chain.h"
-#include "manipulators/piece.h"
+#include "manipulators/hooks.h"
+#include "stream/piece.h"
 
 #include <limits>
 
@@ -19,10 +20,10 @@ struct HeraldState
     bool Seen = false;
 };
 
+template <>
+inline constexpr Hook hooksOf<HeraldState> = Hook::StartPass;
+
 void startPass(HeraldState &herald, const StageRef &);
 uint64_t work(HeraldState &herald, const StageRef &stage, Piece in, EventStore &out);
-void afterPiece(HeraldState &, const StageRef &, Piece);
-void clear(HeraldState &);
-bool finishPass(HeraldState &, const StageRef &, EventStore *);
 
 } // namespace Tessel

@@ -6,11 +6,11 @@
 // devices that import from each other never wait for each other's locks.
 #include "manipulators/import_stream.h"
 
-#include "devices/raw_time.h"
 #include "log/log.h"
-#include "manipulators/run_copy.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
+#include "stream/run_copy.h"
+#include "stream/times.h"
 
 #include <algorithm>
 #include <array>
@@ -40,35 +40,44 @@ struct SourceBlock
 // the run's own.
 SourceBlock sourceBlock(MeasContext &source, Run &run)
 {
-    if (run.ImportBlock.hasArrays())
+    if (hasArrays(run.ImportBlock))
         return {run.ImportBlock.Times.get(), run.ImportBlock.Channels.get(), &run.ImportBlock.Count};
     const RunRequest &request = run.Request;
     const bool isLive = std::any_of(source.Manis.begin(), source.Manis.end(),
                                     [](const auto &record) { return record->Type == ManisType::Store; });
     if (request.Kind == MeasKind::Unfold && isLive && request.UnfoldTimes && request.UnfoldChannels)
-        return {request.UnfoldTimes, request.UnfoldChannels, &run.unfoldCount()};
+        return {request.UnfoldTimes, request.UnfoldChannels, &run.UnfoldCount};
     return {};
 }
 
 // Nothing more comes into the block.
 bool isDone(const Run &run)
 {
-    return run.MeasurementDone || run.Finished;
+    return run.MeasurementDone || hasReached(run, RunPhase::Finished);
+}
+
+// From here on the source's run wakes this stage. Its ManisLock is held.
+void joinImporters(ImportState &import, const StageRef &stage, const std::shared_ptr<Run> &run)
+{
+    if (import.SourceRun == run) return;
+    import.SourceRun = run;
+    run->Importers.push_back(stage.record);
+    stage.record->SourceChanged = true;
 }
 
 } // namespace
 
-bool importsFrom(const DeviceRef &from, const std::string &to)
+bool importsFrom(const DeviceLookUp &devices, const DeviceRef &from, const std::string &to)
 {
     std::set<std::string> seen;
     std::vector<DeviceRef> open{from};
     while (!open.empty()) {
         const DeviceRef device = std::move(open.back());
         open.pop_back();
-        if (device.device->ID == to) return true;
-        if (!seen.insert(device.device->ID).second) continue;
-        for (const auto &record : chainOf(*device.context))
-            if (record->Type == ManisType::ImportStream) open.push_back(findDevice(record->SourceId));
+        if (device->device.ID == to) return true;
+        if (!seen.insert(device->device.ID).second) continue;
+        for (const auto &record : chainOf(device->context))
+            if (record->Type == ManisType::ImportStream) open.push_back(devices.Find(record->SourceId));
     }
     return false;
 }
@@ -77,14 +86,14 @@ bool importsFrom(const DeviceRef &from, const std::string &to)
 // device's events would wait for this stage, and this stage for it.
 bool isReady(ImportState &import, const StageRef &stage)
 {
-    if (!stage.context->Measuring) return false;
-    DeviceRef source = findDevice(stage.record->SourceId);
-    auto run = source.context->currentRun();
-    if (!run || importsFrom(source, stage.device->ID)) return false;
-    std::lock_guard lock(source.context->ManisLock);
-    const SourceBlock block = sourceBlock(*source.context, *run);
+    DeviceRef source = import.Devices->Find(stage.record->SourceId);
+    auto run = currentRun(source->context);
+    if (!run || importsFrom(*import.Devices, source, stage.device.ID)) return false;
+    std::lock_guard lock(source->context.ManisLock);
+    const SourceBlock block = sourceBlock(source->context, *run);
     if (!block.Count || (*block.Count == 0 && isDone(*run))) return false;
     import.Source = source;
+    joinImporters(import, stage, run);
     return true;
 }
 
@@ -114,7 +123,7 @@ void appendImported(ImportState &import, Time time, const SourceBlock &block, ui
 }
 
 // Takes `count` events off the block's front.
-void takeFrom(ImportState &import, const Device &source, const SourceBlock &block, uint64_t count)
+void takeFrom(ImportState &import, const StreamFacts &source, const SourceBlock &block, uint64_t count)
 {
     withTime(source, [&](auto time) { appendImported(import, time, block, count); });
     const uint64_t left = *block.Count - count;
@@ -126,9 +135,9 @@ void takeFrom(ImportState &import, const Device &source, const SourceBlock &bloc
 void warnSourceOverrun(const StageRef &stage, uint64_t count, uint64_t held)
 {
     const auto counts =
-        fmt::format("{}: {} Counts\r\n{}: {} Counts", stage.record->SourceId, count, stage.device->ID, held);
+        fmt::format("{}: {} Counts\r\n{}: {} Counts", stage.record->SourceId, count, stage.device.ID, held);
     logWrn(LogCategory::Device, "Device: Import Source Buffer overrun - clearing!\r\n{}\r\n{}@{} from {}",
-           counts, stage.record->Name, stage.device->ID, stage.record->SourceId);
+           counts, stage.record->Name, stage.device.ID, stage.record->SourceId);
 }
 
 } // namespace
@@ -137,46 +146,47 @@ void warnSourceOverrun(const StageRef &stage, uint64_t count, uint64_t held)
 // both are too much.
 void beforeTurn(ImportState &import, const StageRef &stage)
 {
-    if (!stage.record->Enabled) return;
-    MeasContext &context = *import.Source.context;
-    auto run = context.currentRun();
+    if (!stage.record->Enabled || !stage.record->SourceChanged.exchange(false)) return;
+    MeasContext &context = import.Source->context;
+    auto run = currentRun(context);
     const bool done = isDone(*run); // looked at before the block
-    std::lock_guard lock(context.ManisLock);
+    std::unique_lock lock(context.ManisLock);
+    joinImporters(import, stage, run);
     const SourceBlock block = sourceBlock(context, *run);
     const uint64_t offered = block.Count ? *block.Count : 0;
     const uint64_t held = import.Times.size() - import.Cursor;
     uint64_t room = streamRecords() - std::min(held, streamRecords());
-    if (offered > room && !isFile(*stage.device)) {
+    if (offered > room && !stage.run->Facts.MayWait) {
         warnSourceOverrun(stage, offered, held);
         import.Cursor = import.Times.size();
         room = streamRecords();
     }
-    if (offered > 0 && room > 0) {
+    const uint64_t taken = std::min(offered, room);
+    if (taken > 0) {
         dropUsed(import);
-        takeFrom(import, *import.Source.device, block, std::min(offered, room));
-        ++run->Taken;
+        takeFrom(import, run->Facts, block, taken);
+        noteTaken(*run);
     }
-    import.SourceOver = done && offered <= room;
+    import.SourceOver = done && taken == offered;
+    import.SourceFull = taken < offered;
+    lock.unlock();
+    if (taken > 0) run->BlockTaken.notify_all();
 }
 
-bool waits(const ImportState &import)
-{
-    return import.Waits;
-}
-
-void logOverrun(const ImportState &import, const StageWords &, const StageRef &stage, const Manipulator &next)
+void logOverrun(const ImportState &import, const StageRef &stage, const Manipulator &next)
 {
     const std::string full = import.Times.empty() ? fmt::format(" {} is full", next.Name) : std::string();
     logWrn(LogCategory::Device, "Device: Import Destination Buffer overrun - clearing!{} {}@{} from {}", full,
-           stage.record->Name, stage.device->ID, stage.record->SourceId);
+           stage.record->Name, stage.device.ID, stage.record->SourceId);
 }
 
-void startPass(ImportState &import, const StageRef &)
+void startPass(ImportState &import, const StageRef &stage)
 {
     import.Times.clear();
     import.Channels.clear();
     import.Cursor = import.LastWritten = 0;
-    import.SourceOver = import.Waits = false;
+    import.SourceOver = import.SourceFull = import.Waits = false;
+    stage.record->SourceChanged = true;
 }
 
 namespace {
@@ -184,11 +194,11 @@ namespace {
 // What an own event without later imported ones comes to: it waits, and is dropped where there will be none.
 bool isAtTheEnd(const ImportState &import, const StageRef &stage)
 {
-    const MeasContext &context = *stage.context;
-    if (context.AbortRequested) return true;
+    const Run &run = *stage.run;
+    if (isAborted(run)) return true;
     // A recorded file is read long before its source has come as far.
-    const bool mayWait = isFile(*stage.device) && !context.StopByHost;
-    return import.SourceOver || (context.InputDone && !mayWait);
+    const bool mayWait = run.Facts.MayWait && !run.Control.StopByHost;
+    return import.SourceOver || (hasReached(run, RunPhase::InputDone) && !mayWait);
 }
 
 template <class Time>
@@ -203,7 +213,7 @@ public:
         for (size_t i = 0; i < std::min(record.InChans.size(), record.OutChans.size()); ++i)
             output[record.InChans[i]] = record.OutChans[i];
         if constexpr (Time::isT3)
-            period = static_cast<uint64_t>(std::max<int64_t>(stage.device->SyncPeriodPs, 1));
+            period = static_cast<uint64_t>(std::max<int64_t>(stage.run->Facts.SyncPeriodPs, 1));
     }
 
     uint64_t run(const Piece &in)
@@ -214,7 +224,7 @@ public:
             writeImported(ps);
             if (roomOf(out) == 0) return at;
             if (import.Cursor < import.Times.size()) {
-                out.append(in.Times[at], in.Channels[at]);
+                append(out, in.Times[at], in.Channels[at]);
                 import.LastWritten = ps;
             } else if (!isAtTheEnd(import, stage)) {
                 import.Waits = true;
@@ -236,8 +246,8 @@ private:
             if (ownPs <= ps) return;
             const uint8_t channel = output[import.Channels[import.Cursor]];
             if (ps < import.LastWritten || channel == notImported) continue;
-            out.append(Time::isT3 ? ps / period : ps,
-                       channel); // in T3 as hosts know it: neither shift nor dtime
+            append(out, Time::isT3 ? ps / period : ps,
+                   channel); // in T3 as hosts know it: neither shift nor dtime
             import.LastWritten = ps;
         }
     }
@@ -254,15 +264,16 @@ private:
 
 uint64_t work(ImportState &import, const StageRef &stage, Piece in, EventStore &out)
 {
-    return withTime(*stage.device,
-                    [&](auto time) { return ImportWork<decltype(time)>(import, stage, time, out).run(in); });
+    const uint64_t done = withTime(stage.run->Facts, [&](auto time) {
+        return ImportWork<decltype(time)>(import, stage, time, out).run(in);
+    });
+    if (import.SourceFull) stage.record->SourceChanged = true; // what was used has left room for more
+    return done;
 }
 
-void afterPiece(ImportState &, const StageRef &, Piece) {}
-void clear(ImportState &) {}
-bool finishPass(ImportState &, const StageRef &, EventStore *)
+bool waits(const ImportState &import, const StageRef &stage)
 {
-    return true;
+    return import.Waits && !isAtTheEnd(import, stage);
 }
 
 int32_t addImportStream(const DeviceRef &target, const ImportRequest &request)
@@ -278,14 +289,15 @@ int32_t addImportStream(const DeviceRef &target, const ImportRequest &request)
 
     std::string channels;
     for (uint8_t channel : record->InChans) channels = fmt::format("{} {} ", channels, channel);
-    ChainLocks locks(*target.context);
+    ChainLocks locks(target->context);
     if (LogLevel.Manipulators)
         logInf(LogCategory::Progress, "AddMImport {} {} {} @{}", request.SourceId, channels, request.OffsetPs,
-               target.device->ID);
+               target->device.ID);
     ImportState state;
     state.Offset = request.OffsetPs;
+    state.Devices = request.Devices;
     auto thread = [state](StageRef stage) { runStage(stage, importWords, state); };
-    if (!addStage(target, record, "Import_{}", thread)) return -1;
+    if (!addStage(locks, target, record, "Import_{}", thread)) return -1;
     return record->OutChans.front();
 }
 

@@ -23,8 +23,6 @@ constexpr StageWords mergeWords = {
 
 } // namespace
 
-void startPass(MergeState &, const StageRef &) {}
-
 // A member comes out twice, under its own channel and under the merged one. Without keep, nothing else does.
 uint64_t work(MergeState &merge, const StageRef &stage, Piece in, EventStore &out)
 {
@@ -55,13 +53,6 @@ uint64_t work(MergeState &merge, const StageRef &stage, Piece in, EventStore &ou
     return done;
 }
 
-void afterPiece(MergeState &, const StageRef &, Piece) {}
-void clear(MergeState &) {}
-bool finishPass(MergeState &, const StageRef &, EventStore *)
-{
-    return true;
-}
-
 int32_t addMerge(const DeviceRef &target, std::span<const int32_t> channels, bool keep)
 {
     auto record = std::make_shared<Manipulator>();
@@ -69,11 +60,11 @@ int32_t addMerge(const DeviceRef &target, std::span<const int32_t> channels, boo
     record->InChans = channelBytes(channels);
     record->KeepFlag = keep;
 
-    ChainLocks locks(*target.context);
+    ChainLocks locks(target->context);
     if (LogLevel.Manipulators)
-        logInf(LogCategory::Progress, "AddMMerge {} @{}", channels.size(), target.device->ID);
+        logInf(LogCategory::Progress, "AddMMerge {} @{}", channels.size(), target->device.ID);
     auto thread = [keep](StageRef stage) { runStage(stage, mergeWords, MergeState{.Keep = keep}); };
-    if (!addStage(target, record, "Merge_{}", thread)) return -1;
+    if (!addStage(locks, target, record, "Merge_{}", thread)) return -1;
     return record->OutChans.front();
 }
 

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "manipulators/chain.h"
-#include "manipulators/piece.h"
+#include "manipulators/hooks.h"
+#include "stream/piece.h"
 
 namespace Tessel {
 
@@ -11,10 +12,9 @@ struct MergeState
     bool Keep = false;
 };
 
-void startPass(MergeState &, const StageRef &);
+template <>
+inline constexpr Hook hooksOf<MergeState> = Hook::None;
+
 uint64_t work(MergeState &merge, const StageRef &stage, Piece in, EventStore &out);
-void afterPiece(MergeState &, const StageRef &, Piece);
-void clear(MergeState &);
-bool finishPass(MergeState &, const StageRef &, EventStore *);
 
 } // namespace Tessel

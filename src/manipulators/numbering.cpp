@@ -2,6 +2,7 @@
 
 #include "log/log.h"
 #include "manipulators/chain.h"
+#include "threads/run_control.h"
 
 #include <algorithm>
 
@@ -72,12 +73,12 @@ uint64_t columnsOf(const Run &run)
     }
 }
 
-// A stage that was added during a run has made rows: the result moves to an array of the run's own, and the
-// caller's stays as it is. ManisLock is held.
+// A stage that was added during a run has made rows: there the result moves to an array of the run's own, and
+// the caller's stays as it is. ManisLock is held.
 void moveResult(MeasContext &context, uint64_t rows)
 {
-    auto run = context.currentRun();
-    if (!run) return;
+    auto run = currentRun(context);
+    if (!run || !isMeasuring(*run)) return;
     uint64_t size = rows * columnsOf(*run);
     if (size == 0 || run->HistoSize == size) return;
     run->MovedHisto.assign(size, 0);
@@ -118,7 +119,7 @@ void rearrange(Device &device, MeasContext &context)
     for (const auto &record : context.Manis) numberChannels(*record, record->Index, next, device.NumChans);
     linkRecords(context.Manis);
     context.ManisChans = next - static_cast<uint64_t>(device.NumChans) - 1;
-    if (context.Measuring) moveResult(context, next);
+    moveResult(context, next);
 }
 
 } // namespace Tessel

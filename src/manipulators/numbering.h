@@ -1,7 +1,7 @@
 // Which channels a chain makes, and how its records hang together.
 #pragma once
 
-#include "api/library.h"
+#include "records/refs.h"
 
 #include <cstdint>
 

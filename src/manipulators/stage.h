@@ -1,31 +1,41 @@
 // The life of a stage's thread, the same for every kind: wait for a run, take what has arrived, hand it on
 // piece by piece, until the run is over or the stage is deleted.
 //
-// A kind gives its words, its state and five functions on plain arrays, without thread or lock:
-//   startPass(state, stage)               at the start of a run
+// A kind gives its words, its state and one function on plain arrays, without thread or lock:
 //   work(state, stage, piece, out)        under the lock of the next record; appends to `out`, never past its
 //                                         capacity, and returns how many events of the piece are done: fewer
 //                                         than all only where `out` is full
-//   afterPiece(state, stage, piece)       with no lock held
-//   clear(state)                          the results were cleared
-//   finishPass(state, stage, out)         the last events of a run, under the lock of the next record; `out` is
-//                                         null if there is no next store. False: `out` is full, once more
+// and, in `hooksOf`, the names of those of these functions that it has as well:
+//   StartPass    startPass(state, stage)           at the start of a run
+//   AfterPiece   afterPiece(state, stage, piece)   with no lock held
+//   Clear        clear(state)                      the results were cleared
+//   FinishPass   finishPass(state, stage, out)     the last events of a run, under the lock of the next record;
+//                                                  `out` is null if there is no next store. False: `out` is
+//                                                  full, once more
+//   Ready        isReady(state, stage)             with no lock held; false: can't enter the run yet
+//   BeforeTurn   beforeTurn(state, stage)          with no lock held
+//   Waits        waits(state, stage)               the piece was cut because the stage waits, and not for want
+//                                                  of room; SourceChanged of its record ends the wait
+//   Overrun      logOverrun(state, stage, next)    in place of the kind's overrun line
+// The loop calls exactly the hooks that are named. A name without its function doesn't compile, nor does a
+// function without its name.
 //
 // A piece that is cut for want of room goes on with `Resumed` set, up to the end that it had: what a kind makes
 // of a piece doesn't depend on the cut.
 #pragma once
 
-#include "devices/primitives.h"
-#include "devices/thread_name.h"
 #include "log/log.h"
 #include "manipulators/chain.h"
 #include "manipulators/fill_rule.h"
-#include "manipulators/piece.h"
+#include "manipulators/hooks.h"
 #include "settings/system_ini.h"
+#include "stream/event_store.h"
+#include "stream/piece.h"
+#include "threads/paces.h"
+#include "threads/run_control.h"
+#include "threads/thread_name.h"
 
-#include <chrono>
 #include <new>
-#include <thread>
 
 namespace Tessel {
 
@@ -38,53 +48,66 @@ struct StageWords
     bool StoppedAtExit = true; // false: a thread that ends between two runs leaves StoppedFlag as it was
 };
 
+// The named hooks are the functions that there are.
+template <class State>
+constexpr bool namesItsHooks(State *state = nullptr, const StageRef *stage = nullptr, EventStore *out = nullptr)
+{
+    auto is = [](bool named, bool present) { return named == present; };
+    return is(
+               uses<State, Hook::StartPass>, requires { startPass(*state, *stage); }) &&
+           is(
+               uses<State, Hook::AfterPiece>, requires { afterPiece(*state, *stage, Piece{}); }) &&
+           is(
+               uses<State, Hook::Clear>, requires { clear(*state); }) &&
+           is(
+               uses<State, Hook::FinishPass>, requires { finishPass(*state, *stage, out); }) &&
+           is(
+               uses<State, Hook::Ready>, requires { isReady(*state, *stage); }) &&
+           is(
+               uses<State, Hook::BeforeTurn>, requires { beforeTurn(*state, *stage); }) &&
+           is(
+               uses<State, Hook::Waits>, requires { waits(*state, *stage); }) &&
+           is(
+               uses<State, Hook::Overrun>, requires { logOverrun(*state, *stage, *stage->record); });
+}
+
 inline void logStage(const char *text, const StageRef &stage)
 {
     if (text && LogLevel.Manipulators)
-        logInf(LogCategory::Progress, fmt::runtime(text), stage.record->Name, stage.device->ID,
+        logInf(LogCategory::Progress, fmt::runtime(text), stage.record->Name, stage.device.ID,
                stage.record->SourceId);
 }
 
-// What only some kinds have to say; the others have these words.
-template <class State>
-bool isReady(State &, const StageRef &) // no lock is held; false: the stage can't enter a run yet
+// The run that the stage may enter; null: none. The record's lock is held.
+inline std::shared_ptr<Run> openRun(const StageRef &stage)
 {
-    return true;
-}
-template <class State>
-void beforeTurn(State &, const StageRef &) // no lock is held
-{
-}
-template <class State>
-bool waits(const State &) // the piece was cut because the stage waits, and not for want of room
-{
-    return false;
-}
-template <class State>
-void logOverrun(const State &, const StageWords &words, const StageRef &stage, const Manipulator &)
-{
-    logWrn(LogCategory::Device, fmt::runtime(words.Overrun), stage.record->Name, stage.device->ID);
+    const Manipulator &record = *stage.record;
+    auto run = currentRun(stage.context);
+    const bool isOpen = run && isMeasuring(*run) && !isAborted(*run) && !record.StopFlag && !record.StoppedFlag;
+    return isOpen ? run : nullptr;
 }
 
 // False: the thread is to end. A stage enters a run under its own lock, so that whoever asks it to stop knows
-// whether it has entered, and once: what it left it has left, whatever becomes of the requests to the run.
+// whether it has entered. A stage enters a run at most once.
 template <class State>
-bool waitForRun(State &state, const StageRef &stage)
+bool waitForRun(State &state, StageRef &stage)
 {
-    using namespace std::chrono_literals;
     Manipulator &record = *stage.record;
-    for (;;) {
-        const bool ready = isReady(state, stage);
-        {
-            auto own = lockOwn(*stage.context, stage.record);
-            if (record.ExitFlag) return false;
-            if (ready && stage.context->Measuring && !record.StopFlag && !record.StoppedFlag &&
-                !stage.context->AbortRequested) {
-                record.StartedFlag = true;
-                return true;
-            }
+    for (bool ready = !uses<State, Hook::Ready>;;) {
+        auto own = lockOwn(stage.context, stage.record);
+        record.Changed.wait(own, [&] { return record.ExitFlag || (stage.run = openRun(stage)); });
+        if (record.ExitFlag) return false;
+        if (ready) {
+            record.StartedFlag = true;
+            own.unlock();
+            wake(stage.run->Control);
+            return true;
         }
-        std::this_thread::sleep_for(10ms);
+        own.unlock();
+        if constexpr (uses<State, Hook::Ready>) ready = isReady(state, stage);
+        if (ready) continue;
+        own.lock();
+        record.Changed.wait_for(own, Pace::importSearch, [&record] { return record.ExitFlag.load(); });
     }
 }
 
@@ -100,27 +123,41 @@ public:
 
     void run()
     {
-        auto own = lockOwn(*stage.context, stage.record);
-        if (!batch.allocate(record.Events.Capacity)) throw std::bad_alloc();
-        while (!isOver()) {
+        auto own = lockOwn(stage.context, stage.record);
+        if (!allocate(batch, record.Events.Capacity)) throw std::bad_alloc();
+        for (;;) {
+            record.Changed.wait(own, [this] { return isOver() || record.ClearFlag || hasWork(); });
+            if (isOver()) break;
+            if constexpr (uses<State, Hook::Clear>)
+                if (record.ClearFlag) clear(state);
+            record.ClearFlag = false;
             take();
             own.unlock();
-            beforeTurn(state, stage);
-            handOn();
-            own = lockOwn(*stage.context, stage.record);
-            if (record.ClearFlag) clear(state);
-            record.ClearFlag = false;
+            record.Changed.notify_all(); // who writes to it may have waited for room
+            if constexpr (uses<State, Hook::BeforeTurn>) beforeTurn(state, stage);
+            if (batch.Count > 0) handOn();
+            own = lockOwn(stage.context, stage.record);
         }
         own.unlock();
-        finish();
+        if constexpr (uses<State, Hook::FinishPass>) finish();
     }
 
 private:
     // The record's lock is held.
     bool isOver() const
     {
-        if (record.ExitFlag || stage.context->AbortRequested) return true;
+        if (record.ExitFlag || isAborted(*stage.run)) return true;
         return record.StopFlag && batch.Count == 0 && record.Events.Count == 0 && !resume;
+    }
+
+    // The record's lock is held. A piece that waits for the source is worth no turn until the source has moved.
+    bool hasWork() const
+    {
+        if constexpr (uses<State, Hook::BeforeTurn>)
+            if (record.SourceChanged) return true;
+        if constexpr (uses<State, Hook::Waits>)
+            if (resume) return !waits(state, stage);
+        return resume || record.Events.Count > 0;
     }
 
     // The record's lock is held.
@@ -128,7 +165,7 @@ private:
     {
         if (resume) return;
         batch.Count = 0;
-        if (record.Enabled && stage.context->Measuring && record.Events.hasArrays())
+        if (record.Enabled && isMeasuring(*stage.run) && hasArrays(record.Events))
             takeAll(record.Events, batch);
         else
             record.Events.Count = 0;
@@ -136,13 +173,8 @@ private:
 
     void handOn()
     {
-        using namespace std::chrono_literals;
-        if (batch.Count == 0) {
-            std::this_thread::sleep_for(1ms);
-            return;
-        }
-        auto next = lockNext(*stage.context, record);
-        if (next.record && next.record->Events.hasArrays())
+        auto next = lockNext(stage.context, record);
+        if (next.record && hasArrays(next.record->Events))
             handTo(*next.record, next.lock);
         else
             dropBatch(); // nobody takes it
@@ -150,8 +182,7 @@ private:
 
     void handTo(Manipulator &next, std::unique_lock<std::mutex> &nextLock)
     {
-        using namespace std::chrono_literals;
-        bool mayHold = isFile(*stage.device);
+        const bool mayHold = stage.run->Facts.MayWait;
         Piece piece{batch.Times.get() + window.Cursor, batch.Channels.get() + window.Cursor, 0, window.Cut};
         Fill fill = fillRule(next.Events.Count, std::min(next.HighWater, next.Events.Capacity), mayHold,
                              batch.Count, window, next.HoldFlag);
@@ -160,22 +191,53 @@ private:
             piece.Count = wanted;
             piece.Count = work(state, stage, piece, next.Events);
             window.Cut = piece.Count < wanted;
-            if (window.Cut && !mayHold && !waits(state)) fill = Fill::Overrun;
+            if (window.Cut && !mayHold && !isWaiting()) fill = Fill::Overrun;
         }
         if (fill == Fill::Overrun) {
-            logOverrun(state, words, stage, next);
+            tellOverrun(next);
             next.Events.Count = 0;
         }
+        const uint64_t enough = enoughRoom(next);
         nextLock.unlock();
+        next.Changed.notify_all();
 
-        if (piece.Count > 0) afterPiece(state, stage, piece);
+        if constexpr (uses<State, Hook::AfterPiece>)
+            if (piece.Count > 0) afterPiece(state, stage, piece);
         window.Cursor += piece.Count;
         resume = fill != Fill::Overrun && window.Cursor < batch.Count;
-        if (!resume) dropBatch();
-        if (resume)
-            std::this_thread::sleep_for(1ms);
+        if (!resume) return dropBatch();
+        if (isWaiting()) return;
+        nextLock.lock();
+        waitForRoom(next, nextLock, enough);
+    }
+
+    bool isWaiting() const
+    {
+        if constexpr (uses<State, Hook::Waits>) return waits(state, stage);
+        return false;
+    }
+
+    // The next store has room again when it holds less than its mark, or less than now where a piece was cut.
+    uint64_t enoughRoom(const Manipulator &next) const
+    {
+        const uint64_t mark = std::min(next.HighWater, next.Events.Capacity);
+        return std::max<uint64_t>(window.Cut ? std::min(mark, next.Events.Count) : mark, 1);
+    }
+
+    void waitForRoom(Manipulator &next, std::unique_lock<std::mutex> &nextLock, uint64_t enough)
+    {
+        next.Changed.wait(nextLock, [&] {
+            return next.Events.Count < enough || !hasArrays(next.Events) || record.ExitFlag ||
+                   isAborted(*stage.run);
+        });
+    }
+
+    void tellOverrun(const Manipulator &next)
+    {
+        if constexpr (uses<State, Hook::Overrun>)
+            logOverrun(state, stage, next);
         else
-            std::this_thread::yield();
+            logWrn(LogCategory::Device, fmt::runtime(words.Overrun), record.Name, stage.device.ID);
     }
 
     void dropBatch()
@@ -188,15 +250,14 @@ private:
     // The stages behind this one still take what they are given.
     void finish()
     {
-        using namespace std::chrono_literals;
         for (;;) {
-            {
-                auto next = lockNext(*stage.context, record);
-                bool isTaken = next.record && next.record->Events.hasArrays();
-                if (finishPass(state, stage, isTaken ? &next.record->Events : nullptr)) return;
-            }
-            if (record.ExitFlag || stage.context->AbortRequested) return;
-            std::this_thread::sleep_for(1ms);
+            auto next = lockNext(stage.context, record);
+            const bool isTaken = next.record && hasArrays(next.record->Events);
+            const bool done = finishPass(state, stage, isTaken ? &next.record->Events : nullptr);
+            if (next.record) next.record->Changed.notify_all();
+            if (done || record.ExitFlag || isAborted(*stage.run)) return;
+            window.Cut = true;
+            waitForRoom(*next.record, next.lock, enoughRoom(*next.record));
         }
     }
 
@@ -209,23 +270,33 @@ private:
     bool resume = false; // a piece of the batch waits for room
 };
 
-template <class State>
-void runStage(const StageRef &stage, const StageWords &words, State state)
+// The stage has left its run; with the thread's last words also one that never entered.
+inline void tellStopped(StageRef &stage)
 {
-    nameThread(*stage.device);
+    stage.record->StoppedFlag = true;
+    wake(*stage.record);
+    if (stage.run) wake(stage.run->Control);
+    stage.run = nullptr;
+}
+
+template <class State>
+void runStage(StageRef stage, const StageWords &words, State state)
+{
+    static_assert(namesItsHooks<State>(), "a hook without its function, or a function without its hook");
+    nameThread(stage.device.ID);
     logStage(words.Created, stage);
     while (waitForRun(state, stage)) {
         logStage(words.Started, stage);
         try {
-            startPass(state, stage);
+            if constexpr (uses<State, Hook::StartPass>) startPass(state, stage);
             StagePass<State>(stage, words, state).run();
         } catch (const std::exception &failure) { // the next run finds the stage waiting
             failPass(stage, failure.what());
         }
-        stage.record->StoppedFlag = true;
+        tellStopped(stage);
         logStage(words.Stopped, stage);
     }
-    if (words.StoppedAtExit) stage.record->StoppedFlag = true;
+    if (words.StoppedAtExit) tellStopped(stage);
     logStage(words.Exited, stage);
 }
 

@@ -2,7 +2,7 @@
 // stage's first output channel, or -1, with an error in the log, if the stream has no room for more channels.
 #pragma once
 
-#include "api/library.h"
+#include "records/refs.h"
 
 #include <cstdint>
 #include <span>
@@ -42,6 +42,7 @@ struct ImportRequest
     bool Start = false;                // a measurement of this device starts one of the source
     std::span<const int32_t> Channels; // of the source; none: channel 1
     int32_t OffsetPs = 0;
+    const DeviceLookUp *Devices = nullptr;
 };
 int32_t addImportStream(const DeviceRef &target, const ImportRequest &request);
 

@@ -1,12 +1,12 @@
 // Sub-stream: lets through what happened in a time span, measured from the start of the run.
 #include "manipulators/sub_stream.h"
 
-#include "devices/raw_time.h"
 #include "log/log.h"
-#include "manipulators/run_copy.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
-#include "manipulators/time_span.h"
+#include "stream/run_copy.h"
+#include "stream/time_span.h"
+#include "stream/times.h"
 
 #include <limits>
 
@@ -64,18 +64,9 @@ uint64_t copySpan(const SubStreamState &span, Time time, const Piece &in, EventS
 
 } // namespace
 
-void startPass(SubStreamState &, const StageRef &) {}
-
 uint64_t work(SubStreamState &span, const StageRef &stage, Piece in, EventStore &out)
 {
-    return withTime(*stage.device, [&](auto time) { return copySpan(span, time, in, out); });
-}
-
-void afterPiece(SubStreamState &, const StageRef &, Piece) {}
-void clear(SubStreamState &) {}
-bool finishPass(SubStreamState &, const StageRef &, EventStore *)
-{
-    return true;
+    return withTime(stage.run->Facts, [&](auto time) { return copySpan(span, time, in, out); });
 }
 
 void addSubStream(const DeviceRef &target, uint64_t from, uint64_t to)
@@ -84,10 +75,10 @@ void addSubStream(const DeviceRef &target, uint64_t from, uint64_t to)
     record->Type = ManisType::SubStream;
     record->Params = {from, to};
 
-    ChainLocks locks(*target.context);
+    ChainLocks locks(target->context);
     if (LogLevel.Manipulators)
-        logInf(LogCategory::Progress, "SubStream {} {} @{}", from, to, target.device->ID);
-    addStage(target, record, "Sub_{}", [from, to](StageRef stage) {
+        logInf(LogCategory::Progress, "SubStream {} {} @{}", from, to, target->device.ID);
+    addStage(locks, target, record, "Sub_{}", [from, to](StageRef stage) {
         runStage(stage, subStreamWords, SubStreamState{.From = from, .To = to});
     });
 }

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "manipulators/chain.h"
-#include "manipulators/piece.h"
+#include "manipulators/hooks.h"
+#include "stream/piece.h"
 
 namespace Tessel {
 
@@ -11,10 +12,9 @@ struct SubStreamState
     uint64_t From = 0, To = 0; // ps, both inside
 };
 
-void startPass(SubStreamState &, const StageRef &);
+template <>
+inline constexpr Hook hooksOf<SubStreamState> = Hook::None;
+
 uint64_t work(SubStreamState &span, const StageRef &stage, Piece in, EventStore &out);
-void afterPiece(SubStreamState &, const StageRef &, Piece);
-void clear(SubStreamState &);
-bool finishPass(SubStreamState &, const StageRef &, EventStore *);
 
 } // namespace Tessel

@@ -3,7 +3,6 @@
 // short.
 #pragma once
 
-#include "devices/primitives.h"
 #include "measurements/frame.h"
 
 #include <algorithm>
@@ -13,44 +12,44 @@ namespace Tessel {
 inline constexpr uint64_t blockEvents = 32768;
 
 // A recorded file gives out by the clock, anything else by the thread beside the measurement.
-inline bool isPublicationDue(const RunRef &run)
+inline bool isPublicationDue(const Run &run)
 {
-    return isFile(run.device()) && monotonicNs() - run.run->LastPublish > publishIntervalNs;
+    return run.Facts.MayWait && monotonicNs() - run.LastPublish > publishIntervalNs;
 }
 
 // True: the rest of the batch is dropped.
-inline bool isCutShort(MeasContext &context)
+inline bool isCutShort(Run &run)
 {
-    return context.AbortRequested || context.ClearRequested.exchange(false);
+    return isAborted(run) || run.ClearRequested.exchange(false);
 }
 
 // What was asked for before a block shows behind its first event. `manis` holds ManisLock.
 template <class IsQuiet, class CountBlock>
-void countInBlocks(RunRef &run, EventBatch batch, std::unique_lock<std::mutex> &manis, IsQuiet isQuiet,
+void countInBlocks(RunRef &ref, EventBatch batch, std::unique_lock<std::mutex> &manis, IsQuiet isQuiet,
                    CountBlock countBlock)
 {
-    MeasContext &context = run.context();
+    Run &run = *ref.run;
     for (uint64_t at = 0; at < batch.Count;) {
-        const bool isAskedFor = context.AbortRequested || context.ClearRequested || isPublicationDue(run);
+        const bool isAskedFor = isAborted(run) || run.ClearRequested || isPublicationDue(run);
         const uint64_t size = isAskedFor ? 1 : std::min(blockEvents, batch.Count - at);
         countBlock(EventBatch{batch.Times + at, batch.Channels + at, size});
         at += size;
         if (isQuiet(batch.Channels[at - 1])) continue;
-        if (context.AbortRequested || isPublicationDue(run)) publish(run, manis);
-        if (isCutShort(context)) break;
+        if (isAborted(run) || isPublicationDue(run)) publish(ref, manis);
+        if (isCutShort(run)) break;
     }
 }
 
 // The same event by event, for a sequence: `countEvent` tells whether a step of it is done.
 template <class IsQuiet, class CountEvent>
-void countInSteps(RunRef &run, EventBatch batch, std::unique_lock<std::mutex> &manis, IsQuiet isQuiet,
+void countInSteps(RunRef &ref, EventBatch batch, std::unique_lock<std::mutex> &manis, IsQuiet isQuiet,
                   CountEvent countEvent)
 {
     for (uint64_t i = 0; i < batch.Count; ++i) {
         const bool isStepDone = countEvent(EventBatch{batch.Times + i, batch.Channels + i, 1});
         if (isQuiet(batch.Channels[i])) continue;
-        if (isStepDone) publish(run, manis);
-        if (isCutShort(run.context())) break;
+        if (isStepDone) publish(ref, manis);
+        if (isCutShort(*ref.run)) break;
     }
 }
 

@@ -3,24 +3,27 @@
 #include "devices/primitives.h"
 #include "manipulators/chain.h"
 #include "measurements/results.h"
+#include "threads/run_control.h"
 
 namespace Tessel {
 
 void clearResult(const DeviceRef &target, Run &run)
 {
-    ChainLocks locks(*target.context);
-    zeroResult(*target.context, run);
+    {
+        ChainLocks locks(target->context);
+        zeroResult(target->context, run);
+    }
+    wakeChain(target->context);
 }
 
 void clearMeasure(const DeviceRef &target)
 {
-    if (!target.device->IsInitialized) return;
-    auto run = target.context->currentRun();
+    if (!target->device.IsInitialized) return;
+    auto run = currentRun(target->context);
     if (!run || !hasResult(run->Request.Kind)) return;
-    if (target.device->MeasMode == MeasMode::Histogramming) clearHistMem(*target.device);
-    ChainLocks locks(*target.context);
-    zeroResult(*target.context, *run);
-    target.context->ClearRequested = true;
+    if (target->device.MeasMode == MeasMode::Histogramming) clearHistMem(target->device);
+    clearResult(target, *run);
+    run->ClearRequested = true;
 }
 
 } // namespace Tessel

@@ -1,7 +1,7 @@
 // Emptying the result of a measurement.
 #pragma once
 
-#include "api/library.h"
+#include "records/refs.h"
 
 namespace Tessel {
 

@@ -1,9 +1,9 @@
 // CorrThread: counts the pairs of two channels of a T2 or T3 stream; the new-data step makes curves of them.
-#include "devices/raw_time.h"
 #include "measurements/correlation_count.h"
 #include "measurements/frame.h"
 #include "measurements/sequence_steps.h"
 #include "measurements/threads.h"
+#include "stream/times.h"
 
 #include <algorithm>
 #include <vector>
@@ -26,7 +26,7 @@ public:
 
     void count(RunRef &run, EventBatch batch, uint64_t, std::unique_lock<std::mutex> &manis)
     {
-        withTime(run.device(), [&](const auto &time) {
+        withTime(run.run->Facts, [&](const auto &time) {
             if (!hasOrigin) origin = time.ps(batch.Times[0]) / originStep * originStep;
             hasOrigin = true;
             countBatch(run, batch, manis, time);
@@ -36,9 +36,9 @@ public:
     // What was counted since the last publication. The record stays with the device, the times needn't.
     void finish(RunRef &run)
     {
-        run.context().NewData = true;
+        run.run->NewData = true;
         newDataStep(run);
-        std::lock_guard lock(run.context().ManisLock);
+        std::lock_guard lock(run.context.ManisLock);
         run.run->Correlation->Rings = {};
     }
 
@@ -53,16 +53,16 @@ private:
     template <class Time>
     void countBatch(RunRef &run, EventBatch batch, std::unique_lock<std::mutex> &manis, const Time &time)
     {
-        MeasContext &context = run.context();
+        Run &state = *run.run;
         int64_t turnStart = monotonicNs(), blockStart = turnStart;
         for (uint64_t at = 0; at < batch.Count;) {
-            const bool isAskedFor = context.AbortRequested || context.ClearRequested;
+            const bool isAskedFor = isAborted(state) || state.ClearRequested;
             const uint64_t size = isAskedFor ? 1 : blockSize(batch.Count - at);
             const Step step = countBlock(run, timed(batch, at, size, time));
             at += step.Events;
             counted += step.Events;
             if (step.IsDone || isPublicationDue(run)) publish(run, manis);
-            if (context.AbortRequested || context.ClearRequested.exchange(false)) break;
+            if (isAborted(state) || state.ClearRequested.exchange(false)) break;
             const int64_t now = monotonicNs();
             adaptBlocks(now - blockStart);
             blockStart = now;
@@ -88,7 +88,7 @@ private:
 
     static void letOthers(RunRef &run, std::unique_lock<std::mutex> &manis)
     {
-        ++run.run->Taken; // the run moves
+        noteTaken(*run.run); // the run moves
         manis.unlock();
         std::this_thread::yield();
         manis.lock();
@@ -106,7 +106,7 @@ private:
     // A block, or as much of it as belongs to the present step of a sequence.
     Step countBlock(RunRef &run, const TimedEvents &events)
     {
-        MeasContext &context = run.context();
+        MeasContext &context = run.context;
         CorrelationWork &work = *run.run->Correlation;
         Step step{events.Count, false};
         switch (context.SequenceMode) {
@@ -145,9 +145,8 @@ private:
 
     bool isPublicationDue(RunRef &run) const
     {
-        MeasContext &context = run.context();
-        if (context.SequenceMode != 0) return false;
-        if (context.AbortRequested) return true;
+        if (run.context.SequenceMode != 0) return false;
+        if (isAborted(*run.run)) return true;
         return counted % eventsToLook == 0 && monotonicNs() - run.run->LastPublish > givenOutEveryNs;
     }
 

@@ -38,9 +38,9 @@ std::vector<uint64_t> lagsForSearch(const CorrelationWork &work)
     return lags;
 }
 
-void setUpLags(CorrelationWork &work, const Device &device)
+void setUpLags(CorrelationWork &work, const StreamFacts &facts)
 {
-    work.Grid = lagGridOf(device, work.Params);
+    work.Grid = lagGridOf(facts, work.Params);
     work.Lags = work.Grid.Edges.size();
     work.Gate = false;
     work.SearchLags = lagsForSearch(work);
@@ -49,10 +49,10 @@ void setUpLags(CorrelationWork &work, const Device &device)
 
 } // namespace
 
-double limitedBinWidth(const Device &device, double binWidth)
+double limitedBinWidth(const StreamFacts &facts, double binWidth)
 {
     constexpr double widest = 1e9;
-    const double narrowest = device.MeasMode == MeasMode::T3 ? device.Resolution : device.BaseResolution;
+    const double narrowest = facts.Mode == MeasMode::T3 ? facts.Resolution : facts.BaseResolution;
     const double limited = binWidth >= widest ? widest : binWidth;
     return limited > narrowest ? limited : narrowest; // also for what is no number
 }
@@ -62,31 +62,31 @@ uint64_t g2Bins(const CorrelationParams &params)
     return params.CorrBinWidth ? std::min(params.CorrWindow / params.CorrBinWidth, mostG2Bins) : 0;
 }
 
-LagGrid lagGridOf(const Device &device, const CorrelationParams &params)
+LagGrid lagGridOf(const StreamFacts &facts, const CorrelationParams &params)
 {
-    return lagGrid(std::max(params.CorrMinLag, lagPs(device.BaseResolution)), params.CorrWindow,
+    return lagGrid(std::max(params.CorrMinLag, lagPs(facts.BaseResolution)), params.CorrWindow,
                    params.CorrSteps);
 }
 
-std::shared_ptr<CorrelationWork> setUpCorrelation(const Device &device, const CorrelationParams &params)
+std::shared_ptr<CorrelationWork> setUpCorrelation(const StreamFacts &facts, const CorrelationParams &params)
 {
     auto work = std::make_shared<CorrelationWork>();
     work->Params = params;
     if (params.CorrMode == CorrMode::G2)
         setUpG2(*work);
     else
-        setUpLags(*work, device);
+        setUpLags(*work, facts);
     for (auto &row : work->Rows)
-        if (!row.allocate(work->Lags)) throw std::bad_alloc();
+        if (!allocatePages(row, work->Lags)) throw std::bad_alloc();
     for (TimeRing &ring : work->Rings) setUpRing(ring, params.CorrMode == CorrMode::FCS);
     return work;
 }
 
-void fillLagAxis(const Device &device, const CorrelationParams &params, double *x)
+void fillLagAxis(const StreamFacts &facts, const CorrelationParams &params, double *x)
 {
     if (!x) return;
     if (params.CorrMode != CorrMode::G2) {
-        const auto centers = lagGridOf(device, params).Centers;
+        const auto centers = lagGridOf(facts, params).Centers;
         for (size_t i = 0; i + 1 < centers.size(); ++i) x[i] = static_cast<double>(centers[i]) * 1e-12;
         return;
     }

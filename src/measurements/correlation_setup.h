@@ -1,26 +1,26 @@
 // Parameters of a correlation as a host gives them, and the working record and lag axis that follow from them.
 #pragma once
 
-#include "devices/device.h"
 #include "measurements/correlation_work.h"
+#include "records/facts.h"
 
 #include <memory>
 
 namespace Tessel {
 
 // The bin width of g2 in ps, between the device's resolution and 1e9.
-double limitedBinWidth(const Device &device, double binWidth);
+double limitedBinWidth(const StreamFacts &facts, double binWidth);
 
 // Elements of a row of g2.
 uint64_t g2Bins(const CorrelationParams &params);
 
 // The grid of FCS and FFCS.
-LagGrid lagGridOf(const Device &device, const CorrelationParams &params);
+LagGrid lagGridOf(const StreamFacts &facts, const CorrelationParams &params);
 
 // Throws if the memory is refused.
-std::shared_ptr<CorrelationWork> setUpCorrelation(const Device &device, const CorrelationParams &params);
+std::shared_ptr<CorrelationWork> setUpCorrelation(const StreamFacts &facts, const CorrelationParams &params);
 
 // The x axis in seconds: g2 the centres of 2 x g2Bins ascending bins; FCS, FFCS the lag centres but the last.
-void fillLagAxis(const Device &device, const CorrelationParams &params, double *x);
+void fillLagAxis(const StreamFacts &facts, const CorrelationParams &params, double *x);
 
 } // namespace Tessel

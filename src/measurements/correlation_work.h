@@ -2,8 +2,8 @@
 #pragma once
 
 #include "measurements/lag_grid.h"
-#include "measurements/params.h"
 #include "measurements/time_ring.h"
+#include "records/params.h"
 
 #include <array>
 #include <cstdint>

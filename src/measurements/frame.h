@@ -10,16 +10,16 @@
 //   tellStart(run)                        behind the line that says that it has started
 #pragma once
 
-#include "devices/thread_name.h"
 #include "log/log.h"
 #include "manipulators/chain.h"
 #include "measurements/publish.h"
-#include "measurements/run_ref.h"
+#include "records/refs.h"
 #include "settings/system_ini.h"
+#include "stream/event_store.h"
+#include "threads/run_control.h"
+#include "threads/thread_name.h"
 
-#include <chrono>
 #include <new>
-#include <thread>
 
 namespace Tessel {
 
@@ -48,67 +48,54 @@ inline uint64_t finalCapacity(MeasContext &context)
     return last.record ? last.record->Events.Capacity : 0;
 }
 
-// False: the run came to an end before it began to measure.
-inline bool waitMeasuring(const MeasContext &context)
+// Waits for events in the final store and moves them to the empty batch. False: there are none and no more will
+// come.
+inline bool takeBatch(RunRef &ref, EventStore &batch)
 {
-    using namespace std::chrono_literals;
-    while (!context.Measuring) {
-        if (context.ConsumersEnd) return false;
-        std::this_thread::sleep_for(10ms);
-    }
+    batch.Count = 0;
+    auto last = lockLast(ref.context);
+    if (!last.record) return false;
+    Manipulator &store = *last.record;
+    store.Changed.wait(last.lock,
+                       [&] { return store.Events.Count > 0 || hasReached(*ref.run, RunPhase::ConsumersEnd); });
+    if (store.Events.Count == 0 || !hasArrays(store.Events)) return false;
+    takeAll(store.Events, batch);
+    last.lock.unlock();
+    store.Changed.notify_all();
+    noteTaken(*ref.run);
     return true;
 }
 
 template <class Measurement>
-void countBatch(RunRef &run, Measurement &measurement, const EventStore &batch)
+void countBatch(RunRef &ref, Measurement &measurement, const EventStore &batch)
 {
-    using namespace std::chrono_literals;
-    MeasContext &context = run.context();
-    uint64_t numChans = numAllChans(run.device(), context); // a stage may have come during the run
-    std::unique_lock manis(context.ManisLock);
-    if (isStream(run.device().MeasMode)) {
-        measurement.count(run, {batch.Times.get(), batch.Channels.get(), batch.Count}, numChans, manis);
-        if (context.SequenceMode == 0) context.NewData = true;
-        manis.unlock();
-        std::this_thread::yield();
-    } else {
-        manis.unlock();
-        std::this_thread::sleep_for(1ms);
-    }
+    Run &run = *ref.run;
+    const uint64_t numChans = numAllChans(ref.device, ref.context); // a stage may have come during the run
+    std::unique_lock manis(ref.context.ManisLock);
+    measurement.count(ref, {batch.Times.get(), batch.Channels.get(), batch.Count}, numChans, manis);
+    manis.unlock();
+    if (ref.context.SequenceMode != 0) return;
+    run.NewData = true;
+    wake(run.Control);
 }
 
 template <class Measurement>
-void runMeasurement(RunRef &run, Measurement &measurement)
+void runMeasurement(RunRef &ref, Measurement &measurement)
 {
-    using namespace std::chrono_literals;
-    MeasContext &context = run.context();
+    Run &run = *ref.run;
     EventStore batch;
-    if (!batch.allocate(finalCapacity(context))) throw std::bad_alloc();
-    setHighWater(context, streamRecords() / 2);
-    measurement.prepare(run); // may set another mark
-    nameThread(run.device());
-    if (!waitMeasuring(context)) return;
+    if (!allocate(batch, finalCapacity(ref.context))) throw std::bad_alloc();
+    setHighWater(ref.context, streamRecords() / 2);
+    measurement.prepare(ref); // may set another mark
+    nameThread(ref.device.ID);
+    waitFor(run.Control, [&run] { return hasReached(run, RunPhase::Measuring); });
 
-    auto last = lockLast(context);
-    if (last.record) last.record->StartedFlag = true;
-    if (LogLevel.Api) logInf(LogCategory::Progress, "{} started @{}", measurement.name, run.device().ID);
-    if constexpr (requires { measurement.tellStart(run); }) measurement.tellStart(run);
-    while (last.record && !(context.ConsumersEnd && last.record->Events.Count == 0)) {
-        batch.Count = 0;
-        if (context.Measuring && last.record->Events.hasArrays()) takeAll(last.record->Events, batch);
-        last.lock.unlock();
-        if (batch.Count == 0) {
-            std::this_thread::sleep_for(1ms);
-        } else {
-            ++run.run->Taken;
-            countBatch(run, measurement, batch);
-        }
-        last = lockLast(context);
-    }
-    last = {};
-    context.LastData = true;
-    measurement.finish(run);
-    if (LogLevel.Api) logInf(LogCategory::Progress, "{} stopped @{}", measurement.name, run.device().ID);
+    if (LogLevel.Api) logInf(LogCategory::Progress, "{} started @{}", measurement.name, ref.device.ID);
+    if constexpr (requires { measurement.tellStart(ref); }) measurement.tellStart(ref);
+    while (takeBatch(ref, batch)) countBatch(ref, measurement, batch);
+    run.LastData = true;
+    measurement.finish(ref);
+    if (LogLevel.Api) logInf(LogCategory::Progress, "{} stopped @{}", measurement.name, ref.device.ID);
 }
 
 } // namespace Tessel

@@ -3,8 +3,8 @@
 // How many pairs an event has is as random as the light, so a branch at the end of each event's pairs would be
 // guessed wrong most of the time. Instead all events of a group are compared with the time before them, then
 // those that had a pair with the one before that, and so on: nothing branches on the outcome.
-#include "measurements/bin_division.h"
 #include "measurements/correlation_count.h"
+#include "stream/division.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
 // HistoThread: counts the stream of a T2 or T3 run into one histogram per channel, in the caller's array.
-#include "devices/raw_time.h"
 #include "measurements/block_turns.h"
 #include "measurements/histogram_count.h"
 #include "measurements/sequence_steps.h"
 #include "measurements/threads.h"
+#include "stream/times.h"
 
 #include <algorithm>
 
@@ -26,16 +26,16 @@ public:
 
     void prepare(RunRef &run)
     {
-        stopCount = run.device().StopCount;
-        startChans = static_cast<uint8_t>(numAllChans(run.device(), run.context()));
-        isT2 = run.device().MeasMode == MeasMode::T2;
-        rawTime = RawTime(run.device());
+        stopCount = run.run->Facts.StopCount;
+        startChans = static_cast<uint8_t>(numAllChans(run.device, run.context));
+        isT2 = run.run->Facts.Mode == MeasMode::T2;
+        rawTime = RawTime(run.run->Facts);
     }
 
     void count(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
     {
         auto isQuiet = [this, numChans](uint8_t channel) { return isT2 && isSkipped(channel, numChans); };
-        if (run.context().SequenceMode != 0)
+        if (run.context.SequenceMode != 0)
             countSequence(run, batch, numChans, manis, isQuiet);
         else
             countInBlocks(run, batch, manis, isQuiet, [&](EventBatch block) {
@@ -73,7 +73,7 @@ private:
         if (isT2) steps.begin(batch.Times[0]);
         countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
             countEvents(run, event, numChans);
-            return !isQuiet(*event.Channels) && steps.isDone(run.context(), rawTime.ps(*event.Times));
+            return !isQuiet(*event.Channels) && steps.isDone(run, rawTime.ps(*event.Times));
         });
     }
 
@@ -105,14 +105,14 @@ private:
             ++element;
         else if (!stopped && (!isT2 || channel < startChans) && ++element >= stopCount)
             stopAtCount(run, channel, element);
-        if (element >= run.context().SequenceCount) steps.CountReached = true;
+        if (element >= run.context.SequenceCount) steps.CountReached = true;
     }
 
     void stopAtCount(RunRef &run, uint8_t channel, uint32_t count)
     {
         stopped = true;
         stopForCount(run);
-        if (isT2) tellStopCount(run.device(), channel, count);
+        if (isT2) tellStopCount(run.device, channel, count);
     }
 
     uint32_t stopCount = 0;

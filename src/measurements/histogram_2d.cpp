@@ -1,9 +1,9 @@
 // Histo2dThread: sorts pairs of events of a T2 or T3 run by two delays into the caller's array.
-#include "devices/truncated.h"
 #include "measurements/block_turns.h"
 #include "measurements/histogram_2d_count.h"
 #include "measurements/sequence_steps.h"
 #include "measurements/threads.h"
+#include "stream/rounding.h"
 
 namespace Tessel {
 
@@ -16,18 +16,18 @@ public:
 
     void prepare(RunRef &run)
     {
-        rules = {run.run->Params.Histo2d, truncated<uint64_t>(run.device().Resolution)};
-        stopCount = run.device().StopCount;
-        startChans = static_cast<uint8_t>(numAllChans(run.device(), run.context()));
-        isT2 = run.device().MeasMode == MeasMode::T2;
+        rules = {run.run->Params.Histo2d, truncated<uint64_t>(run.run->Facts.Resolution)};
+        stopCount = run.run->Facts.StopCount;
+        startChans = static_cast<uint8_t>(numAllChans(run.device, run.context));
+        isT2 = run.run->Facts.Mode == MeasMode::T2;
     }
 
     void count(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
     {
         if (run.run->HistoSize == 0) return; // no array: nothing to count into
         auto isQuiet = [this, numChans](uint8_t channel) { return isT2 && isSkipped(channel, numChans); };
-        withTime(run.device(), [&](const auto &time) {
-            if (run.context().SequenceMode != 0)
+        withTime(run.run->Facts, [&](const auto &time) {
+            if (run.context.SequenceMode != 0)
                 countSequence(run, batch, numChans, manis, time, isQuiet);
             else
                 countInBlocks(run, batch, manis, isQuiet, [&](EventBatch block) {
@@ -50,7 +50,7 @@ private:
         if (isT2) steps.begin(batch.Times[0]);
         countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
             countToStop(run, event, numChans, time);
-            return !isQuiet(*event.Channels) && steps.isDone(run.context(), time.ps(*event.Times));
+            return !isQuiet(*event.Channels) && steps.isDone(run, time.ps(*event.Times));
         });
     }
 
@@ -81,14 +81,14 @@ private:
         }
         const bool isStopTested = stopCount != 0 && !stopped && (isCounted || !isT2);
         if (isStopTested && histo[element] >= stopCount) stopAtCount(run, channel, histo[element]);
-        if (histo[element] >= run.context().SequenceCount) steps.CountReached = true;
+        if (histo[element] >= run.context.SequenceCount) steps.CountReached = true;
     }
 
     void stopAtCount(RunRef &run, uint8_t channel, uint32_t count)
     {
         stopped = true;
         stopForCount(run);
-        tellStopCount(run.device(), channel, count);
+        tellStopCount(run.device, channel, count);
     }
 
     PairRules rules;

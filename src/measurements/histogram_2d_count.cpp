@@ -5,8 +5,8 @@
 // The noted pairs are then binned one after the other, without waiting for each other.
 #include "measurements/histogram_2d_count.h"
 
-#include "measurements/bin_division.h"
-#include "pipeline/event_store.h"
+#include "stream/division.h"
+#include "stream/event_store.h"
 
 #include <algorithm>
 #include <array>

@@ -7,8 +7,8 @@
 // records and channels that have no row are passed over.
 #pragma once
 
-#include "devices/raw_time.h"
-#include "measurements/params.h"
+#include "records/params.h"
+#include "stream/times.h"
 
 #include <cstdint>
 #include <optional>

@@ -5,9 +5,9 @@
 // elements.
 #include "measurements/histogram_count.h"
 
-#include "devices/raw_time.h"
-#include "measurements/bin_division.h"
-#include "pipeline/event_store.h"
+#include "stream/division.h"
+#include "stream/event_store.h"
+#include "stream/times.h"
 
 #include <algorithm>
 #include <array>

@@ -4,9 +4,9 @@
 // Which events count is as random as the light that they come from, so nothing branches on it: the elements of
 // those that count are packed together. The two passes take turns in blocks so small that the processor, which
 // looks ahead, waits for events and for elements at the same time.
-#include "devices/raw_time.h"
 #include "measurements/histogram_count.h"
-#include "pipeline/event_store.h"
+#include "stream/event_store.h"
+#include "stream/times.h"
 
 #include <algorithm>
 
@@ -17,7 +17,7 @@
 #include <hwy/foreach_target.h>
 #include <hwy/cache_control.h>
 #include <hwy/highway.h>
-#include "measurements/pack_lanes-inl.h"
+#include "stream/pack_lanes-inl.h"
 // clang-format on
 
 HWY_BEFORE_NAMESPACE();

@@ -1,6 +1,6 @@
 #include "measurements/lag_grid.h"
 
-#include "devices/truncated.h"
+#include "stream/rounding.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,77 +1,68 @@
 #include "measurements/publish.h"
 
-#include "devices/thread_name.h"
 #include "log/log.h"
 #include "measurements/clear.h"
 #include "measurements/results.h"
-
-#include <chrono>
-#include <thread>
+#include "settings/system_ini.h"
+#include "threads/paces.h"
+#include "threads/run_control.h"
+#include "threads/thread_name.h"
 
 namespace Tessel {
-
-using namespace std::chrono_literals;
-
-int64_t monotonicNs()
-{
-    return std::chrono::steady_clock::now().time_since_epoch() / 1ns;
-}
 
 namespace {
 
 // False: there is nothing new.
-bool takeNewData(RunRef &run)
+bool takeNewData(RunRef &ref)
 {
-    MeasContext &context = run.context();
-    if (!context.NewData || !context.Measuring || !hasResult(run.run->Request.Kind)) return false;
-    std::scoped_lock lock(context.ManisLock, library().ResultLock);
+    Run &run = *ref.run;
+    if (!run.NewData || !isMeasuring(run) || !hasResult(run.Request.Kind)) return false;
+    std::lock_guard lock(ref.context.ManisLock);
     // The other publisher may have been first: what has been counted since then isn't given out yet.
-    if (!context.NewData.exchange(false)) return false;
-    giveOutResult(run);
+    if (!run.NewData.exchange(false)) return false;
+    giveOutResult(ref);
     return true;
 }
 
-void waitForHost(MeasContext &context)
+void waitForHost(Run &run)
 {
-    context.NewDataWait = true;
-    while (context.NewDataWait && !context.AbortRequested) std::this_thread::sleep_for(1ms);
+    run.NewDataWait = true;
+    wake(run.Control);
+    waitFor(run.Control, [&run] { return !run.NewDataWait || isAborted(run); });
 }
 
 } // namespace
 
-void newDataStep(RunRef &run)
+void newDataStep(RunRef &ref)
 {
-    MeasContext &context = run.context();
-    if (!takeNewData(run)) {
-        std::this_thread::sleep_for(10ms);
-        return;
-    }
-    if (context.SequenceMode != 0 && context.SequenceWait) waitForHost(context);
-    run.run->LastPublish = monotonicNs();
+    MeasContext &context = ref.context;
+    if (!takeNewData(ref)) return;
+    if (context.SequenceMode != 0 && context.SequenceWait) waitForHost(*ref.run);
+    ref.run->LastPublish = monotonicNs();
 }
 
-void publish(RunRef &run, std::unique_lock<std::mutex> &manis)
+void publish(RunRef &ref, std::unique_lock<std::mutex> &manis)
 {
-    run.context().NewData = true;
+    ref.run->NewData = true;
     manis.unlock();
-    newDataStep(run);
-    if (run.context().SequenceMode != 0) clearResult(run.target, *run.run);
+    newDataStep(ref);
+    if (ref.context.SequenceMode != 0) clearResult(ref.target, *ref.run);
     manis.lock();
 }
 
-void CopyStoreThread(RunRef run, std::shared_ptr<Manipulator> finalRecord)
+void CopyStoreThread(RunRef ref)
 {
-    MeasContext &context = run.context();
-    nameThread(run.device());
-    while (!context.Measuring && !finalRecord->StopFlag) std::this_thread::sleep_for(1ms);
-    if (LogLevel.Api) logInf(LogCategory::Progress, "CopyStoreThread started @{}", run.device().ID);
-    while (!finalRecord->StopFlag) {
-        bool threadPublishes = context.SequenceMode != 0 && context.SequenceWait;
-        if (!threadPublishes) newDataStep(run);
-        std::this_thread::sleep_for(1ms);
+    Run &run = *ref.run;
+    nameThread(ref.device.ID);
+    waitFor(run.Control, [&run] { return run.PublishingEnds || isMeasuring(run); });
+    if (LogLevel.Api) logInf(LogCategory::Progress, "CopyStoreThread started @{}", ref.device.ID);
+    while (!run.PublishingEnds) {
+        const bool threadPublishes = ref.context.SequenceMode != 0 && ref.context.SequenceWait;
+        if (!threadPublishes) newDataStep(ref);
+        waitFor(run.Control, Pace::publish, [&run] { return run.PublishingEnds.load(); });
+        waitFor(run.Control, [&run] { return run.PublishingEnds || run.NewData; });
     }
-    if (LogLevel.Api) logInf(LogCategory::Progress, "CopyStoreThread stopped @{}", run.device().ID);
-    finalRecord->StoppedFlag = true;
+    if (LogLevel.Api) logInf(LogCategory::Progress, "CopyStoreThread stopped @{}", ref.device.ID);
 }
 
 } // namespace Tessel

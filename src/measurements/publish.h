@@ -1,7 +1,7 @@
 // When and how new data are given out while a run goes on.
 #pragma once
 
-#include "measurements/run_ref.h"
+#include "records/refs.h"
 
 #include <cstdint>
 #include <memory>
@@ -11,8 +11,6 @@ namespace Tessel {
 
 inline constexpr int64_t publishIntervalNs = 100'000'000; // of a recorded file
 
-int64_t monotonicNs();
-
 // Gives out what is new, and where a sequence waits for its host, waits until the host has taken it or the run
 // is aborted. No lock is held meanwhile.
 void newDataStep(RunRef &run);
@@ -21,7 +19,7 @@ void newDataStep(RunRef &run);
 // of it and takes it again.
 void publish(RunRef &run, std::unique_lock<std::mutex> &manis);
 
-// Runs the new-data step about once a millisecond until `finalRecord` is told to stop.
-void CopyStoreThread(RunRef run, std::shared_ptr<Manipulator> finalRecord);
+// Runs the new-data step when there is something new, about once a millisecond at most, until PublishingEnds.
+void CopyStoreThread(RunRef run);
 
 } // namespace Tessel

@@ -4,6 +4,7 @@
 #include "manipulators/chain.h"
 #include "measurements/correlation_result.h"
 #include "measurements/correlation_setup.h"
+#include "measurements/threads.h"
 #include "measurements/time_trace.h"
 #include "measurements/time_trace_count.h"
 #include "settings/system_ini.h"
@@ -47,11 +48,26 @@ bool hasResult(MeasKind kind)
     }
 }
 
+MeasurementThread threadOf(MeasKind kind)
+{
+    switch (kind) {
+    case MeasKind::Histogram: return {"HistoThread", HistoThread};
+    case MeasKind::Correlation: return {"CorrThread", CorrThread};
+    case MeasKind::Histo2d: return {"Histo2dThread", Histo2dThread};
+    case MeasKind::TimeTrace: return {"TimeTraceThread", TimeTraceThread};
+    case MeasKind::Unfold:
+    case MeasKind::ImportSource: return {"UnfoldThread", UnfoldThread};
+    case MeasKind::None:
+    case MeasKind::Raw: break;
+    }
+    return {};
+}
+
 bool sizeResult(RunRef &ref)
 {
     Run &run = *ref.run;
     const Shape shape = shapeOf(run);
-    if (!shape.isSensible()) return refuse(ref.device(), "The result has too many bins!");
+    if (!shape.isSensible()) return refuse(ref.device, "The result has too many bins!");
     run.HistoData = run.Request.HistoData;
     run.HistoSize = run.HistoData ? shape.Rows * shape.Columns : 0;
     std::fill_n(run.HistoData, run.HistoSize, 0u);
@@ -62,13 +78,12 @@ bool sizeResult(RunRef &ref)
 bool makeWork(RunRef &run)
 {
     switch (run.run->Request.Kind) {
-    case MeasKind::TimeTrace:
-        return makeTraceWork(run) || refuse(run.device(), "No memory for the time trace!");
+    case MeasKind::TimeTrace: return makeTraceWork(run) || refuse(run.device, "No memory for the time trace!");
     case MeasKind::ImportSource:
-        return run.run->ImportBlock.allocate(streamRecords()) ||
-               refuse(run.device(), "No memory for the import block!");
+        return allocate(run.run->ImportBlock, streamRecords()) ||
+               refuse(run.device, "No memory for the import block!");
     case MeasKind::Correlation:
-        run.run->Correlation = setUpCorrelation(run.device(), run.run->Params.Correlation);
+        run.run->Correlation = setUpCorrelation(run.run->Facts, run.run->Params.Correlation);
         return true;
     default: return true;
     }
@@ -107,18 +122,18 @@ bool checkHistogram2d(const RunRef &run)
 {
     const Histo2dParams &params = run.run->Params.Histo2d;
     if (params.H2dBinWidthX == 0 || params.H2dBinWidthY == 0)
-        return refuse(run.device(), "A two-dimensional histogram with a bin width of 0 ps, can't measure!");
+        return refuse(run.device, "A two-dimensional histogram with a bin width of 0 ps, can't measure!");
     if (params.H2dNumBinsX == 0 || params.H2dNumBinsY == 0)
-        return refuse(run.device(), "A two-dimensional histogram without bins, can't measure!");
+        return refuse(run.device, "A two-dimensional histogram without bins, can't measure!");
     return true;
 }
 
 bool checkTrace(const RunRef &run)
 {
     const TimeTraceParams &params = run.run->Params.TimeTrace;
-    if (params.TraceNumBins == 0) return refuse(run.device(), "A time trace without bins, can't measure!");
+    if (params.TraceNumBins == 0) return refuse(run.device, "A time trace without bins, can't measure!");
     if (traceBinWidth(params.TraceHistorySize, params.TraceNumBins) == 0)
-        return refuse(run.device(), "A time trace with a bin width of 0 ps, can't measure!");
+        return refuse(run.device, "A time trace with a bin width of 0 ps, can't measure!");
     return true;
 }
 
@@ -126,9 +141,9 @@ bool checkCorrelation(const RunRef &run)
 {
     const CorrelationParams &params = run.run->Params.Correlation;
     if (params.CorrMode == CorrMode::G2 && params.CorrBinWidth == 0)
-        return refuse(run.device(), "A correlation bin width of 0 ps, can't measure!");
-    if (params.CorrMode != CorrMode::G2 && lagGridOf(run.device(), params).Edges[0] == 0)
-        return refuse(run.device(), "A shortest lag of 0 ps, can't measure!");
+        return refuse(run.device, "A correlation bin width of 0 ps, can't measure!");
+    if (params.CorrMode != CorrMode::G2 && lagGridOf(run.run->Facts, params).Edges[0] == 0)
+        return refuse(run.device, "A shortest lag of 0 ps, can't measure!");
     return true;
 }
 
@@ -136,17 +151,17 @@ bool checkCorrelation(const RunRef &run)
 
 bool checkParams(const RunRef &run)
 {
-    const Device &device = run.device();
-    bool isT2 = device.MeasMode == MeasMode::T2;
+    const StreamFacts &facts = run.run->Facts;
+    const bool isT2 = facts.Mode == MeasMode::T2;
     if (run.run->Request.Kind == MeasKind::Raw) return true; // words as they stand need no scale of time
-    if (device.SyncPeriodPs < 1)
-        return refuse(run.device(), "A sync period or base resolution of 0 ps, can't measure!");
-    if (device.MeasMode == MeasMode::T3 && !(device.Resolution >= 1))
-        return refuse(run.device(), "A resolution of 0 ps, can't measure!");
+    if (facts.SyncPeriodPs < 1)
+        return refuse(run.device, "A sync period or base resolution of 0 ps, can't measure!");
+    if (facts.Mode == MeasMode::T3 && !(facts.Resolution >= 1))
+        return refuse(run.device, "A resolution of 0 ps, can't measure!");
     switch (run.run->Request.Kind) {
     case MeasKind::Histogram:
         if (isT2 && run.run->Params.Histogram.HistoBinWidth == 0)
-            return refuse(run.device(), "A histogram bin width of 0 ps, can't measure!");
+            return refuse(run.device, "A histogram bin width of 0 ps, can't measure!");
         return true;
     case MeasKind::Histo2d: return checkHistogram2d(run);
     case MeasKind::TimeTrace: return checkTrace(run);

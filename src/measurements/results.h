@@ -1,7 +1,7 @@
 // The result of a run in the caller's memory: its size, giving it out, emptying it. One branch a kind.
 #pragma once
 
-#include "measurements/run_ref.h"
+#include "records/refs.h"
 
 namespace Tessel {
 

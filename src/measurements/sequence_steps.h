@@ -2,7 +2,8 @@
 #pragma once
 
 #include "log/log.h"
-#include "measurements/run_ref.h"
+#include "records/refs.h"
+#include "threads/run_control.h"
 
 #include <cstdint>
 #include <utility>
@@ -29,15 +30,16 @@ public:
     }
 
     // Whether the present step ends with an event at `ps`; then the next one begins.
-    bool isDone(const MeasContext &context, uint64_t ps)
+    bool isDone(const RunRef &ref, uint64_t ps)
     {
+        const MeasContext &context = ref.context;
         switch (context.SequenceMode) {
         case 1:
             if (ps - origin <= context.SequencePeriodPs) return false;
             origin += context.SequencePeriodPs;
             return true;
         case 2: return std::exchange(CountReached, false);
-        default: return context.AbortRequested;
+        default: return isAborted(*ref.run);
         }
     }
 
@@ -45,11 +47,10 @@ private:
     uint64_t origin = 0; // ps, of the present step of a time sequence
 };
 
-inline void stopForCount(RunRef &run)
+inline void stopForCount(RunRef &ref)
 {
-    run.context().Description.StopReason = StopReason::Manual;
-    run.context().AbortRequested = false;
-    run.context().StopRequested = true;
+    ref.context.Description.StopReason = StopReason::Manual;
+    requestStop(*ref.run);
 }
 
 inline void tellStopCount(const Device &device, uint8_t channel, uint32_t count)

@@ -41,7 +41,8 @@ void grow(TimeRing &ring, uint64_t needed)
     if (capacity <= ring.Capacity || capacity < needed)
         throw std::length_error("The correlation window holds more events than memory takes");
     PageArray<uint64_t> times, ordered;
-    if (!times.allocate(capacity) || (ring.Ordered && !ordered.allocate(capacity))) throw std::bad_alloc();
+    if (!allocatePages(times, capacity) || (ring.Ordered && !allocatePages(ordered, capacity)))
+        throw std::bad_alloc();
     moveLive(ring, ring.Times.get(), times.get());
     if (ring.Ordered) moveLive(ring, ring.Ordered.get(), ordered.get());
     ring.Times = std::move(times);
@@ -53,7 +54,7 @@ void grow(TimeRing &ring, uint64_t needed)
 // Needs that the visible times ascend, so that Ordered is as Times.
 void startOrdered(TimeRing &ring)
 {
-    if (!ring.Ordered.allocate(ring.Capacity)) throw std::bad_alloc();
+    if (!allocatePages(ring.Ordered, ring.Capacity)) throw std::bad_alloc();
     const uint64_t *times = ring.Times.get();
     std::copy(times + ring.place(ring.Head), times + ring.place(ring.Tail),
               ring.Ordered.get() + ring.place(ring.Head));
@@ -128,7 +129,7 @@ void setUpRing(TimeRing &ring, bool wantsOrdered)
     ring.WantsOrdered = wantsOrdered;
     if (ring.MaxCapacity == 0) ring.MaxCapacity = sensibleCapacity();
     ring.Capacity = TimeRing::MinCapacity;
-    if (!ring.Times.allocate(ring.Capacity)) throw std::bad_alloc();
+    if (!allocatePages(ring.Times, ring.Capacity)) throw std::bad_alloc();
 }
 
 void reserve(TimeRing &ring, uint64_t more)

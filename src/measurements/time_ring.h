@@ -19,7 +19,7 @@
 // I6: with WantsOrdered, each visible time(n) below 2^63 that a later one fell below is at most LateUntil.
 #pragma once
 
-#include "pipeline/event_store.h"
+#include "stream/event_store.h"
 
 #include <cstdint>
 

@@ -27,20 +27,20 @@ public:
     {
         TimeTraceWork &work = *run.run->TimeTrace;
         if (numChans > work.Rows) work.growTo(numChans);
-        withTime(run.device(), [&](const auto &time) {
+        withTime(run.run->Facts, [&](const auto &time) {
             if (!hasOrigin) origin = time.ps(batch.Times[0]) / originStep * originStep;
             hasOrigin = true;
             auto countBlock = [&](EventBatch block) {
                 timeTraceCount(work, time, block.Times, block.Channels, block.Count);
                 tellFirstBin(*run.run);
             };
-            if (run.context().SequenceMode == 0)
+            if (run.context.SequenceMode == 0)
                 countInBlocks(run, batch, manis, isMarker, countBlock);
             else
                 countInSteps(run, batch, manis, isMarker, [&](EventBatch event) {
                     ++counted;
                     countBlock(event);
-                    return !isMarker(*event.Channels) && isStepDone(run.context(), time.ps(*event.Times));
+                    return !isMarker(*event.Channels) && isStepDone(run, time.ps(*event.Times));
                 });
         });
     }
@@ -48,13 +48,14 @@ public:
     // The last bins reach the caller.
     void finish(RunRef &run)
     {
-        run.context().NewData = true;
+        run.run->NewData = true;
         newDataStep(run);
     }
 
 private:
-    bool isStepDone(MeasContext &context, uint64_t timePs)
+    bool isStepDone(const RunRef &ref, uint64_t timePs)
     {
+        const MeasContext &context = ref.context;
         switch (context.SequenceMode) {
         case 1:
             if (timePs - origin <= context.SequencePeriodPs) return false;
@@ -65,7 +66,7 @@ private:
             if (counted - countMark <= context.SequenceCount) return false;
             countMark += context.SequenceCount;
             return true;
-        default: return context.AbortRequested;
+        default: return isAborted(*ref.run);
         }
     }
 
@@ -92,7 +93,7 @@ void giveOutTimeTrace(RunRef &ref)
     Run &run = *ref.run;
     if (!run.TimeTrace) return;
     TimeTraceWork &work = *run.TimeTrace;
-    const bool last = ref.context().LastData.exchange(false);
+    const bool last = run.LastData.exchange(false);
     giveOutTrace(work, run.HistoData, run.HistoSize / work.NumBins, last);
     tellFirstBin(run);
 }

@@ -1,7 +1,7 @@
 // The time trace of a run: sizing, giving out. ManisLock is held for all of it.
 #pragma once
 
-#include "measurements/run_ref.h"
+#include "records/refs.h"
 
 namespace Tessel {
 

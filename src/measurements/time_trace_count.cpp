@@ -5,7 +5,7 @@
 // whatever their channels are. Only an event that may lie outside has its time worked out.
 #include "measurements/time_trace_count.h"
 
-#include "devices/truncated.h"
+#include "stream/rounding.h"
 
 #include <algorithm>
 #include <array>
@@ -183,13 +183,13 @@ bool TimeTraceWork::allocate(uint64_t rows, uint64_t numBins)
     Rows = rows;
     NumBins = numBins;
     const bool fits = numBins == 0 || rows <= std::numeric_limits<uint64_t>::max() / numBins;
-    return fits && Counts.allocate(rows * numBins);
+    return fits && allocatePages(Counts, rows * numBins);
 }
 
 void TimeTraceWork::growTo(uint64_t rows)
 {
     PageArray<uint32_t> grown;
-    if (!grown.allocate(rows * NumBins)) throw std::bad_alloc();
+    if (!allocatePages(grown, rows * NumBins)) throw std::bad_alloc();
     for (uint64_t column = 0; column < NumBins; ++column)
         std::copy_n(Counts.get() + column * Rows, Rows, grown.get() + column * rows);
     Counts = std::move(grown);

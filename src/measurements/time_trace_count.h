@@ -1,8 +1,8 @@
 // Counting of a time trace: decoded events in, counts per bin of time out. No lock and no thread.
 #pragma once
 
-#include "devices/raw_time.h"
-#include "pipeline/event_store.h"
+#include "stream/event_store.h"
+#include "stream/times.h"
 
 #include <cstdint>
 #include <span>

@@ -3,9 +3,9 @@
 // block has room.
 #include "measurements/unfold.h"
 
-#include "devices/lifecycle.h"
-#include "devices/primitives.h"
 #include "measurements/threads.h"
+#include "threads/paces.h"
+#include "threads/run_control.h"
 
 #include <algorithm>
 #include <new>
@@ -19,7 +19,7 @@ UnfoldBlock unfoldBlock(Run &run)
         return {own.Times.get(), own.Channels.get(), own.Capacity, own.Count};
     }
     const RunRequest &request = run.Request;
-    return {request.UnfoldTimes, request.UnfoldChannels, request.UnfoldCapacity, run.unfoldCount()};
+    return {request.UnfoldTimes, request.UnfoldChannels, request.UnfoldCapacity, run.UnfoldCount};
 }
 
 namespace {
@@ -33,15 +33,15 @@ void append(const UnfoldBlock &block, EventBatch batch, uint64_t first, uint64_t
 
 } // namespace
 
-Placed placeEvents(const UnfoldBlock &block, DeviceType device, EventBatch batch, uint64_t &done)
+Placed placeEvents(const UnfoldBlock &block, const StreamFacts &facts, EventBatch batch, uint64_t &done)
 {
     const uint64_t left = batch.Count - done, room = block.room();
     const bool fits = left <= room;
-    if (!block.takesEvents() || (!fits && device != DeviceType::File && device != DeviceType::Instrument)) {
+    if (!block.takesEvents() || (!fits && !facts.MayWait && !facts.IsLive)) {
         done = batch.Count;
         return Placed::All;
     }
-    if (!fits && device == DeviceType::File) {
+    if (!fits && facts.MayWait) {
         const uint64_t size = left > block.Capacity ? room : 0;
         append(block, batch, done, size);
         done += size;
@@ -56,9 +56,9 @@ Placed placeEvents(const UnfoldBlock &block, DeviceType device, EventBatch batch
 
 void takeUnfoldBlock(MeasContext &context, uint64_t *times, uint8_t *channels, uint64_t *count)
 {
-    auto run = context.currentRun();
+    auto run = currentRun(context);
     if (!run || run->Request.Kind != MeasKind::Unfold) return;
-    std::lock_guard lock(context.ManisLock);
+    std::unique_lock lock(context.ManisLock);
     const UnfoldBlock block = unfoldBlock(*run);
     const uint64_t held = std::min(block.Count, block.Capacity);
     if (held == 0) return;
@@ -66,7 +66,9 @@ void takeUnfoldBlock(MeasContext &context, uint64_t *times, uint8_t *channels, u
     if (channels && block.Channels) std::copy_n(block.Channels, held, channels);
     if (count) *count = held;
     block.Count = 0;
-    ++run->Taken;
+    noteTaken(*run);
+    lock.unlock();
+    run->BlockTaken.notify_all();
 }
 
 uint64_t timesOfChannel(const uint8_t *channels, const uint64_t *times, uint64_t count, int32_t channel,
@@ -85,14 +87,14 @@ namespace {
 
 // Whether a run somewhere, or one that is about to begin, has a stage that imports from this device. No lock
 // may be held: the import stage takes those of both devices in its own order.
-bool isImported(const std::string &id)
+bool isImported(const RunRef &ref)
 {
-    auto importsIt = [&id](const auto &record) {
-        return record->Type == ManisType::ImportStream && record->SourceId == id;
+    auto importsIt = [&ref](const auto &record) {
+        return record->Type == ManisType::ImportStream && record->SourceId == ref.device.ID;
     };
-    for (const DeviceRef &other : allDevices()) {
-        if (other.context->Starts == 0 && !liveRun(*other.context)) continue;
-        auto chain = chainOf(*other.context);
+    for (const DeviceRef &other : ref.run->Devices->All()) {
+        if (other->context.Starts == 0 && !liveRun(other->context)) continue;
+        auto chain = chainOf(other->context);
         if (std::any_of(chain.begin(), chain.end(), importsIt)) return true;
     }
     return false;
@@ -107,48 +109,41 @@ public:
     {
         const UnfoldBlock block = unfoldBlock(*run.run);
         highWater = block.takesEvents() ? block.Capacity : streamRecords();
-        setHighWater(run.context(), highWater);
+        setHighWater(run.context, highWater);
     }
 
     void tellStart(RunRef &run) const
     {
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "UnfoldThread inputBuffSize {} @{}", highWater, run.device().ID);
+            logInf(LogCategory::Progress, "UnfoldThread inputBuffSize {} @{}", highWater, run.device.ID);
     }
 
-    void count(RunRef &run, EventBatch batch, uint64_t, std::unique_lock<std::mutex> &manis)
+    void count(RunRef &ref, EventBatch batch, uint64_t, std::unique_lock<std::mutex> &manis)
     {
-        using namespace std::chrono_literals;
-        for (uint64_t done = 0; !run.context().AbortRequested;) {
+        Run &run = *ref.run;
+        for (uint64_t done = 0; !isAborted(run);) {
             const uint64_t before = done;
-            const Placed placed = placeEvents(unfoldBlock(*run.run), run.device().DeviceType, batch, done);
-            if (done > before) {
-                run.context().NewDataWait = true;
-                ++run.run->Taken;
-            }
-            if (placed != Placed::Some) return reportOverrun(run.device(), placed);
-            manis.unlock();
-            const bool nobodyTakes = isForNobody(run);
-            std::this_thread::sleep_for(1ms);
-            manis.lock();
-            if (nobodyTakes) return;
+            const Placed placed = placeEvents(unfoldBlock(run), run.Facts, batch, done);
+            if (done > before) tellTakers(ref, manis);
+            if (placed != Placed::Some) return reportOverrun(ref.device, placed);
+            if (!waitForRoom(ref, manis, batch.Count - done)) return;
         }
     }
 
     void finish(RunRef &run)
     {
-        if (run.run->Request.Kind == MeasKind::Unfold && isImported(run.device().ID)) keepForImport(run);
+        if (run.run->Request.Kind == MeasKind::Unfold && isImported(run)) keepForImport(run);
     }
 
 private:
     // The host's block is the host's again once the run is over, and whoever imports may not have come as far.
     static void keepForImport(RunRef &run)
     {
-        std::lock_guard lock(run.context().ManisLock);
+        std::lock_guard lock(run.context.ManisLock);
         const UnfoldBlock block = unfoldBlock(*run.run);
         EventStore &kept = run.run->ImportBlock;
         if (!block.Times || !block.Channels || block.Count == 0) return;
-        if (!kept.allocate(block.Count)) throw std::bad_alloc();
+        if (!allocate(kept, block.Count)) throw std::bad_alloc();
         append({kept.Times.get(), kept.Channels.get(), kept.Capacity, kept.Count},
                {block.Times, block.Channels, block.Count}, 0, block.Count);
         block.Count = 0;
@@ -162,11 +157,43 @@ private:
             logWrn(LogCategory::Device, "Device: Unfold2 buffer overrun - clearing! @{}", device.ID);
     }
 
-    // The run is at its end and the device that it was started for has gone.
-    static bool isForNobody(RunRef &run)
+    // No lock of this device is held while another's stages are woken.
+    static void tellTakers(RunRef &ref, std::unique_lock<std::mutex> &manis)
     {
-        return run.run->Request.Kind == MeasKind::ImportSource && run.context().ConsumersEnd &&
-               !isImported(run.device().ID);
+        noteTaken(*ref.run);
+        ref.run->NewDataWait = true;
+        manis.unlock();
+        wake(ref.run->Control);
+        wakeImporters(ref.context, *ref.run);
+        manis.lock();
+    }
+
+    // False: nobody will take what is left.
+    static bool waitForRoom(RunRef &ref, std::unique_lock<std::mutex> &manis, uint64_t events)
+    {
+        Run &run = *ref.run;
+        auto goesOn = [&run, events] {
+            const UnfoldBlock block = unfoldBlock(run); // what is larger than the block goes piece by piece
+            return block.room() >= (events > block.Capacity ? 1 : events) || isAborted(run);
+        };
+        if (goesOn()) return true;
+        if (run.Request.UnfoldCount) // the host may set the count back without a call
+            run.BlockTaken.wait_for(manis, Pace::hostsCount, goesOn);
+        else if (run.Request.Kind != MeasKind::ImportSource)
+            run.BlockTaken.wait(manis, goesOn);
+        else if (!hasReached(run, RunPhase::ConsumersEnd))
+            run.BlockTaken.wait(manis, [&] { return goesOn() || hasReached(run, RunPhase::ConsumersEnd); });
+        else if (!run.BlockTaken.wait_for(manis, Pace::importSearch, goesOn))
+            return isStillImported(ref, manis);
+        return true;
+    }
+
+    static bool isStillImported(RunRef &ref, std::unique_lock<std::mutex> &manis)
+    {
+        manis.unlock();
+        const bool imported = isImported(ref);
+        manis.lock();
+        return imported;
     }
 
     uint64_t highWater = 0; // of the final store

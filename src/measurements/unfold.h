@@ -28,7 +28,7 @@ enum class Placed { All, Some, Overwritten, LastOnly };
 // A recorded file can wait: what has no room is left, and a batch that is larger than the whole block goes
 // piece by piece (Some). An instrument can't: the block starts again with this batch (Overwritten), or, if the
 // batch is larger than the block, with its last events (LastOnly). A remote device's batch is passed over.
-Placed placeEvents(const UnfoldBlock &block, DeviceType device, EventBatch batch, uint64_t &done);
+Placed placeEvents(const UnfoldBlock &block, const StreamFacts &facts, EventBatch batch, uint64_t &done);
 
 // Moves what stands in the block to `times` and `channels` and its number to `count`, which stays as it is if
 // there is nothing.

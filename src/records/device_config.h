@@ -3,7 +3,7 @@
 // know.
 #pragma once
 
-#include "devices/enums.h"
+#include "records/enums.h"
 
 #include <cstdint>
 #include <string>

@@ -1,5 +1,6 @@
 #include "devices/families.h"
 
+#include "devices/enum_texts.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // Doubles as whole numbers.
-#include "devices/truncated.h"
+#include "stream/rounding.h"
 
 #include <gtest/gtest.h>
 

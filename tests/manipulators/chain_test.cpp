@@ -15,18 +15,18 @@ namespace {
 class Chain : public testing::Test
 {
 protected:
-    Chain() : target{std::make_shared<Device>(), std::make_shared<MeasContext>()}
+    Chain()
     {
-        target.device->NumChans = 4;
-        target.device->IsInitialized = true;
-        target.device->MeasMode = MeasMode::T2;
+        target->device.NumChans = 4;
+        target->device.IsInitialized = true;
+        target->device.MeasMode = MeasMode::T2;
     }
     ~Chain() override { removeStages(target); }
 
-    const Manipulator &stage(size_t index) { return *target.context->Manis[index]; }
-    uint64_t rows() { return numAllChans(*target.device, *target.context); }
+    const Manipulator &stage(size_t index) { return *target->context.Manis[index]; }
+    uint64_t rows() { return numAllChans(target->device, target->context); }
 
-    DeviceRef target;
+    DeviceRef target = std::make_shared<DeviceEntry>();
     const int32_t inputs[3] = {1, 2, 3};
 };
 
@@ -57,7 +57,7 @@ TEST_F(Chain, NumbersChannelsInTheOrderOfAdding)
         {"Herald_7", ManisType::Herald, {7, 8, 9}}, {"CountRate_10", ManisType::CountRate, {}},
         {"Delay_10", ManisType::Delay, {10}},       {"Herald_11", ManisType::Herald, {}},
     };
-    ASSERT_EQ(target.context->Manis.size(), std::size(expected));
+    ASSERT_EQ(target->context.Manis.size(), std::size(expected));
     for (size_t i = 0; i < std::size(expected); ++i) {
         EXPECT_EQ(stage(i).Name, expected[i].name);
         EXPECT_EQ(stage(i).Type, expected[i].type);
@@ -86,7 +86,7 @@ TEST_F(Chain, RefusesMoreChannelsThanAStreamHas)
     EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = inputs, .Keep = true}), -1);
     EXPECT_EQ(addCoincidence(target, {.Channels = inputs}), -1);
     EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = inputs, .Keep = false}), 1);
-    EXPECT_EQ(target.context->Manis.size(), 3u);
+    EXPECT_EQ(target->context.Manis.size(), 3u);
     EXPECT_EQ(rows(), 255u);
 }
 
@@ -99,7 +99,7 @@ TEST_F(Chain, EndingAStageKeepsItsRecord)
     EXPECT_EQ(rows(), 7u);
     endStage(target, 0);
     EXPECT_EQ(rows(), 6u);
-    EXPECT_EQ(target.context->Manis.size(), 2u);
+    EXPECT_EQ(target->context.Manis.size(), 2u);
     EXPECT_TRUE(stage(0).ThreadGone);
     EXPECT_FALSE(stage(1).ThreadGone);
     EXPECT_EQ(stage(1).OutChans, Bytes{6});
@@ -109,14 +109,14 @@ TEST_F(Chain, EndingAStageKeepsItsRecord)
 TEST_F(Chain, MoreEndedStagesThanChannelsLeaveNoRows)
 {
     addCountRate(target, 1000);
-    Manipulator &counter = *target.context->Manis[0];
+    Manipulator &counter = *target->context.Manis[0];
     {
         std::lock_guard lock(counter.Lock);
         counter.Rates.assign(5, 1.0f);
         counter.StartedFlag = true;
     }
     for (int turn = 0; turn < 7; ++turn) endStage(target, 0);
-    EXPECT_EQ(toldChans(*target.device, *target.context), -2);
+    EXPECT_EQ(toldChans(target->device, target->context), -2);
     EXPECT_EQ(rows(), 0u);
     std::vector<uint32_t> rates(8, 77);
     EXPECT_TRUE(countRates(target, 0, rates.data()));
@@ -140,7 +140,7 @@ TEST_F(Chain, RatesAreThoseOfACountRateThatHasSeenARun)
     for (int32_t index : {-1, 0, 1, 3}) EXPECT_FALSE(countRates(target, index, rates.data())) << index;
     EXPECT_EQ(rates, std::vector<uint32_t>(7, 77));
 
-    Manipulator &counter = *target.context->Manis[1];
+    Manipulator &counter = *target->context.Manis[1];
     {
         std::lock_guard lock(counter.Lock);
         counter.Rates = {1.4f, 2.5f, NAN, 1e20f, -3.0f, 6.0f};

@@ -37,9 +37,8 @@ const ImportCase cases[] = {
 
 std::shared_ptr<Run> sourceRun()
 {
-    RunRequest request;
-    request.Kind = MeasKind::ImportSource;
-    return std::make_shared<Run>(request);
+    return std::shared_ptr<Run>(
+        new Run{.Request = {.Kind = MeasKind::ImportSource}, .Facts = {.Mode = MeasMode::T2}});
 }
 
 void give(ImportState &import, const char *held)
@@ -57,7 +56,7 @@ TEST(ImportWork, MergesWhatItHolds)
     for (const ImportCase &given : cases) {
         SCOPED_TRACE(given.name);
         StageRef stage = stageOf(given.form);
-        stage.device->DeviceType = DeviceType::File;
+        stage.run->Facts.MayWait = true;
         stage.record->InChans = {1, 2};
         stage.record->OutChans = {5, 6};
         ImportState import;
@@ -73,7 +72,7 @@ TEST(ImportWork, MergesWhatItHolds)
         }
         NextStage next(100);
         EXPECT_EQ(work(import, stage, {times.data(), channels.data(), own.size()}, next.store), given.done);
-        EXPECT_EQ(waits(import), given.waits);
+        EXPECT_EQ(waits(import, stage), given.waits);
         next.take();
         EXPECT_EQ(show(next.taken), given.expected);
     }
@@ -95,16 +94,16 @@ TEST(ImportWork, WaitsAsLongAsThereIsAReason)
     };
     for (const auto &given : ends) {
         StageRef stage = stageOf(t2);
-        stage.device->DeviceType = given.device;
-        stage.context->InputDone = given.inputDone;
-        stage.context->StopByHost = given.stopByHost;
-        stage.context->AbortRequested = given.abort;
+        stage.run->Facts.MayWait = given.device == DeviceType::File;
+        stage.run->Control.Phase = given.inputDone ? RunPhase::InputDone : RunPhase::Measuring;
+        stage.run->Control.StopByHost = given.stopByHost;
+        stage.run->Control.Aborted = given.abort;
         ImportState import;
         const uint64_t time = 10;
         const uint8_t channel = 1;
         NextStage next(10);
         EXPECT_EQ(work(import, stage, {&time, &channel, 1}, next.store), given.waits ? 0u : 1u);
-        EXPECT_EQ(waits(import), given.waits);
+        EXPECT_EQ(waits(import, stage), given.waits);
         EXPECT_EQ(next.store.Count, 0u);
     }
 }
@@ -114,20 +113,21 @@ TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
 {
     for (const DeviceType type : {DeviceType::File, DeviceType::Instrument}) {
         StageRef stage = stageOf(t2);
-        stage.device->DeviceType = type;
+        stage.run->Facts.MayWait = type == DeviceType::File;
         auto run = sourceRun();
-        run->ImportBlock.allocate(streamRecords());
+        allocate(run->ImportBlock, streamRecords());
         run->ImportBlock.Count = streamRecords();
         ImportState import;
-        import.Source = {std::make_shared<Device>(), std::make_shared<MeasContext>()};
-        import.Source.device->MeasMode = MeasMode::T2;
-        import.Source.context->CurrentRun = run;
+        import.Source = std::make_shared<DeviceEntry>();
+        import.Source->context.CurrentRun = run;
+        stage.record->SourceChanged = true;
         beforeTurn(import, stage);
         EXPECT_EQ(import.Times.size(), streamRecords());
         EXPECT_EQ(run->ImportBlock.Count, 0u);
 
-        run->ImportBlock.append(7, 1);
+        append(run->ImportBlock, 7, 1);
         run->MeasurementDone = true;
+        stage.record->SourceChanged = true;
         beforeTurn(import, stage);
         const bool holds = type == DeviceType::File;
         EXPECT_EQ(run->ImportBlock.Count, holds ? 1u : 0u);
@@ -146,15 +146,16 @@ TEST(ImportWork, TakesTheOffsetAlong)
         {0, "1@100 2@50 1@18446744073709551615"}, {20, "1@120 2@70"}, {-60, "1@40 1@18446744073709551555"}};
     for (const auto &given : offsets) {
         auto run = sourceRun();
-        run->ImportBlock.allocate(10);
+        allocate(run->ImportBlock, 10);
         for (const Event &event : events("1@100 2@50 1@18446744073709551615"))
-            run->ImportBlock.append(event.time, event.channel);
+            append(run->ImportBlock, event.time, event.channel);
         ImportState import;
         import.Offset = given.offset;
-        import.Source = {std::make_shared<Device>(), std::make_shared<MeasContext>()};
-        import.Source.device->MeasMode = MeasMode::T2;
-        import.Source.context->CurrentRun = run;
-        beforeTurn(import, stageOf(t2));
+        import.Source = std::make_shared<DeviceEntry>();
+        import.Source->context.CurrentRun = run;
+        const StageRef stage = stageOf(t2);
+        stage.record->SourceChanged = true;
+        beforeTurn(import, stage);
         Events held;
         for (size_t i = 0; i < import.Times.size(); ++i) held.push_back({import.Times[i], import.Channels[i]});
         EXPECT_EQ(show(held), given.expected);

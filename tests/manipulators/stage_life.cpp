@@ -25,38 +25,44 @@ uint64_t work(Passes &, const StageRef &, Piece in, EventStore &)
 {
     return in.Count;
 }
-void afterPiece(Passes &, const StageRef &, Piece) {}
-void clear(Passes &) {}
-bool finishPass(Passes &, const StageRef &, EventStore *)
-{
-    return true;
-}
+
+} // namespace
+
+template <>
+inline constexpr Hook Tessel::hooksOf<Passes> = Hook::StartPass;
+
+namespace {
 
 class StageLife : public testing::Test
 {
 protected:
     void add(bool firstFails)
     {
-        ChainLocks locks(*target.context);
-        ASSERT_TRUE(addStage(target, record, "Stage_{}", [this, firstFails](StageRef stage) {
+        ChainLocks locks(target->context);
+        ASSERT_TRUE(addStage(locks, target, record, "Stage_{}", [this, firstFails](StageRef stage) {
             runStage(stage, words, Passes{passes, firstFails});
         }));
     }
     void startRun()
     {
         record->StopFlag = record->StartedFlag = record->StoppedFlag = false;
-        target.context->AbortRequested = false;
-        target.context->Measuring = true;
+        run = std::shared_ptr<Tessel::Run>(new Tessel::Run{});
+        {
+            std::lock_guard lock(target->context.RunLock);
+            target->context.CurrentRun = run;
+        }
+        advance(target->context, *run, RunPhase::Measuring);
     }
     void endRun()
     {
-        stopManipulators(target, false, [] {});
-        target.context->Measuring = false;
+        stopManipulators(target, false, waitLeft);
+        advance(target->context, *run, RunPhase::Over);
     }
     void TearDown() override { removeStages(target); }
 
-    DeviceRef target{std::make_shared<Device>(), std::make_shared<MeasContext>()};
+    DeviceRef target = std::make_shared<DeviceEntry>();
     std::shared_ptr<Manipulator> record = std::make_shared<Manipulator>();
+    std::shared_ptr<Tessel::Run> run;
     std::atomic<int> passes{0};
 };
 
@@ -66,25 +72,12 @@ TEST_F(StageLife, AFailedPassAbortsItsRunAndTheNextIsEntered)
 {
     add(true);
     startRun();
-    EXPECT_TRUE(TestSupport::eventually([&] { return record->StoppedFlag && target.context->AbortRequested; }));
+    EXPECT_TRUE(TestSupport::eventually([&] { return record->StoppedFlag && isAborted(*run); }));
     endRun();
     startRun();
     EXPECT_TRUE(TestSupport::eventually([&] { return passes == 2; }));
     EXPECT_FALSE(record->ThreadGone);
-    EXPECT_FALSE(target.context->AbortRequested);
+    EXPECT_FALSE(isAborted(*run));
     endRun();
     EXPECT_TRUE(record->StoppedFlag);
-}
-
-TEST_F(StageLife, AnAbortThatIsWithdrawnDoesNotBringTheStageBack)
-{
-    add(false);
-    startRun();
-    EXPECT_TRUE(TestSupport::eventually([&] { return passes == 1; }));
-    target.context->AbortRequested = true;
-    EXPECT_TRUE(TestSupport::eventually([&] { return record->StoppedFlag.load(); }));
-    target.context->AbortRequested = false; // as stopMeasure does
-    std::this_thread::sleep_for(50ms);      // some of its turns
-    EXPECT_EQ(passes, 1);
-    endRun();
 }

@@ -1,8 +1,10 @@
 // The loop of a stage's thread between two small stores: a recorded file loses nothing, an instrument clears
 // what is full and goes on.
+#include "manipulators/chain.h"
 #include "manipulators/stages.h"
 #include "stage_run.h"
 #include "support/host.h"
+#include "threads/run_control.h"
 
 #include <mutex>
 
@@ -15,36 +17,42 @@ namespace {
 class SmallChain
 {
 public:
-    explicit SmallChain(DeviceType type) : target{std::make_shared<Device>(), std::make_shared<MeasContext>()}
+    explicit SmallChain(DeviceType type)
     {
-        target.device->NumChans = 4;
-        target.device->IsInitialized = true;
-        target.device->MeasMode = MeasMode::T2;
-        target.device->DeviceType = type;
+        target->device.NumChans = 4;
+        target->device.IsInitialized = true;
+        const StreamFacts facts{.Mode = MeasMode::T2,
+                                .MayWait = type == DeviceType::File,
+                                .IsLive = type == DeviceType::Instrument};
+        run = std::shared_ptr<Run>(new Run{.Facts = facts});
+        target->context.CurrentRun = run;
         const int32_t member = 1;
         addMerge(target, std::span(&member, 1), true);
-        first = target.context->Manis.front();
+        first = target->context.Manis.front();
         last = std::make_shared<Manipulator>();
         last->Type = ManisType::Store;
         last->HighWater = 32;
-        last->Events.allocate(48);
-        ChainLocks locks(*target.context);
+        allocate(last->Events, 48);
+        ChainLocks locks(target->context);
         last->Index = 1;
-        target.context->Manis.push_back(last);
-        first->Events.allocate(1000);
+        locks.append(last);
+        allocate(first->Events, 1000);
     }
     ~SmallChain()
     {
-        stopManipulators(target, false, [] {});
-        target.context->Measuring = false;
+        stopManipulators(target, false, waitLeft);
+        advance(target->context, *run, RunPhase::Closed);
         removeStages(target);
     }
 
-    void start() { target.context->Measuring = true; }
+    void start() { advance(target->context, *run, RunPhase::Measuring); }
     void feed(const Events &events)
     {
-        std::lock_guard lock(first->Lock);
-        for (const Event &event : events) first->Events.append(event.time, event.channel);
+        {
+            std::lock_guard lock(first->Lock);
+            for (const Event &event : events) append(first->Events, event.time, event.channel);
+        }
+        first->Changed.notify_all();
     }
     Events take()
     {
@@ -54,6 +62,7 @@ public:
         for (uint64_t i = 0; i < last->Events.Count; ++i)
             taken.push_back({last->Events.Times[i], last->Events.Channels[i]});
         last->Events.Count = 0;
+        last->Changed.notify_all();
         return taken;
     }
     bool allTaken()
@@ -62,7 +71,8 @@ public:
         return first->Events.Count == 0;
     }
 
-    DeviceRef target;
+    DeviceRef target = std::make_shared<DeviceEntry>();
+    std::shared_ptr<Run> run;
     std::shared_ptr<Manipulator> first, last;
 };
 

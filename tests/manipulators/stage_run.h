@@ -1,8 +1,10 @@
 // Runs the work of a stage as its thread does, without one: pieces in, what the next stage gets out.
 #pragma once
 
-#include "manipulators/chain.h"
-#include "manipulators/piece.h"
+#include "manipulators/hooks.h"
+#include "records/refs.h"
+#include "stream/event_store.h"
+#include "stream/piece.h"
 #include "support/reference_stages.h"
 
 #include <gtest/gtest.h>
@@ -57,20 +59,19 @@ inline std::string difference(const Events &got, const Events &expected, bool t3
 
 inline Tessel::StageRef stageOf(const StreamForm &form)
 {
-    Tessel::StageRef stage{std::make_shared<Tessel::Device>(), std::make_shared<Tessel::MeasContext>(),
-                           std::make_shared<Tessel::Manipulator>()};
-    stage.device->MeasMode = form.t3 ? Tessel::MeasMode::T3 : Tessel::MeasMode::T2;
-    stage.device->SyncPeriodPs = static_cast<int64_t>(form.period);
-    stage.device->Resolution = form.resolution;
-    stage.device->NumChans = 4;
-    return stage;
+    const Tessel::StreamFacts facts{.Mode = form.t3 ? Tessel::MeasMode::T3 : Tessel::MeasMode::T2,
+                                    .SyncPeriodPs = static_cast<int64_t>(form.period),
+                                    .Resolution = form.resolution,
+                                    .NumChans = 4};
+    return {std::make_shared<Tessel::DeviceEntry>(), std::make_shared<Tessel::Manipulator>(),
+            std::shared_ptr<Tessel::Run>(new Tessel::Run{.Facts = facts})};
 }
 
 // The next stage: takes what is written whenever asked.
 class NextStage
 {
 public:
-    explicit NextStage(uint64_t capacity) { store.allocate(capacity); }
+    explicit NextStage(uint64_t capacity) { Tessel::allocate(store, capacity); }
 
     Tessel::EventStore store;
     Events taken;
@@ -102,7 +103,8 @@ void workPiece(State &state, const Tessel::StageRef &stage, const Events &in, Ne
         if (now < rest.Count) {
             ASSERT_GT(next.store.Count, 0u) << "cut without need";
         }
-        if (now > 0) afterPiece(state, stage, {rest.Times, rest.Channels, now});
+        if constexpr (Tessel::uses<State, Tessel::Hook::AfterPiece>)
+            if (now > 0) afterPiece(state, stage, {rest.Times, rest.Channels, now});
         done += now;
         next.take();
     }
@@ -114,9 +116,10 @@ Events workPass(State &state, const Tessel::StageRef &stage, const std::vector<E
                 uint64_t capacity)
 {
     NextStage next(capacity);
-    startPass(state, stage);
+    if constexpr (Tessel::uses<State, Tessel::Hook::StartPass>) startPass(state, stage);
     for (const Events &piece : pieces) workPiece(state, stage, piece, next);
-    for (int turns = 0; !finishPass(state, stage, &next.store) && turns < 100000; ++turns) next.take();
+    if constexpr (Tessel::uses<State, Tessel::Hook::FinishPass>)
+        for (int turns = 0; !finishPass(state, stage, &next.store) && turns < 100000; ++turns) next.take();
     next.take();
     return next.taken;
 }

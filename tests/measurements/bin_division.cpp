@@ -1,5 +1,5 @@
 // Divisions without a division, against the division.
-#include "measurements/bin_division.h"
+#include "stream/division.h"
 
 #include <gtest/gtest.h>
 

@@ -101,15 +101,14 @@ Stream makeStream(const StreamShape &shape, size_t count, uint32_t seed)
 
 std::shared_ptr<CorrelationWork> workOf(const CorrelationSettings &settings)
 {
-    Device device;
-    return setUpCorrelation(device, {.CorrMode = static_cast<uint32_t>(settings.mode),
-                                     .CorrChan1 = settings.chan1,
-                                     .CorrChan2 = settings.chan2,
-                                     .CorrWindow = settings.windowPs,
-                                     .CorrSteps = settings.steps,
-                                     .CorrBinWidth = settings.binWidthPs,
-                                     .CorrMinLag = settings.minLagPs,
-                                     .CorrNormalize = settings.normalize});
+    return setUpCorrelation({}, {.CorrMode = static_cast<uint32_t>(settings.mode),
+                                 .CorrChan1 = settings.chan1,
+                                 .CorrChan2 = settings.chan2,
+                                 .CorrWindow = settings.windowPs,
+                                 .CorrSteps = settings.steps,
+                                 .CorrBinWidth = settings.binWidthPs,
+                                 .CorrMinLag = settings.minLagPs,
+                                 .CorrNormalize = settings.normalize});
 }
 
 std::vector<uint64_t> row(const CorrelationWork &work, size_t index)

@@ -20,11 +20,8 @@ constexpr double resolution = 4.9; // cut to 4
 
 T3Time t3Time()
 {
-    Device device;
-    device.MeasMode = MeasMode::T3;
-    device.SyncPeriodPs = periodPs;
-    device.Resolution = resolution;
-    return T3Time(device);
+    const StreamFacts facts{.Mode = MeasMode::T3, .SyncPeriodPs = periodPs, .Resolution = resolution};
+    return T3Time(facts);
 }
 
 PairRules rulesOf(const PairSettings &settings)

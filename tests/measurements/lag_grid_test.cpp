@@ -101,12 +101,10 @@ TEST(LagGrid, BinWidthsOfG2AreLimited)
         {"infinite", MeasMode::T2, infinity, 1e9},
         {"no number", MeasMode::T2, noNumber, 5},
     };
-    Device device;
-    device.BaseResolution = 5;
-    device.Resolution = 8;
+    StreamFacts facts{.Resolution = 8, .BaseResolution = 5};
     for (const auto &given : cases) {
-        device.MeasMode = given.mode;
-        EXPECT_EQ(limitedBinWidth(device, given.given), given.limited) << given.name;
+        facts.Mode = given.mode;
+        EXPECT_EQ(limitedBinWidth(facts, given.given), given.limited) << given.name;
     }
 }
 
@@ -124,8 +122,7 @@ TEST(LagGrid, RowsOfG2AreLimited)
 
 TEST(LagGrid, TheShortestLagIsAtLeastTheBaseResolution)
 {
-    Device device;
-    device.BaseResolution = 250.7;
-    EXPECT_EQ(lagGridOf(device, {.CorrMinLag = 10}).Edges[0], 250u);
-    EXPECT_EQ(lagGridOf(device, {.CorrMinLag = 251}).Edges[0], 251u);
+    const StreamFacts facts{.BaseResolution = 250.7};
+    EXPECT_EQ(lagGridOf(facts, {.CorrMinLag = 10}).Edges[0], 250u);
+    EXPECT_EQ(lagGridOf(facts, {.CorrMinLag = 251}).Edges[0], 251u);
 }

@@ -1,5 +1,5 @@
 // A run that ends when an element of its result reaches the device's stop count.
-#include "api/library.h"
+#include "session/tables.h"
 #include "support/host.h"
 #include "support/tgx_file.h"
 #include "support/words.h"
@@ -24,7 +24,7 @@ TEST(StopCount, EndsATwoDimensionalHistogram)
         auto file = t3 ? TgxFile::t3(2) : TgxFile::t2(2);
         ASSERT_FALSE(
             host.open(file.tag("HW_SerialNo", "1").records(words).write(host.folder().file("a.tgx"))).empty());
-        Tessel::currentDevice().device->StopCount = 50;
+        Tessel::currentDevice()->device.StopCount = 50;
         setHisto2dParams(nullptr, 0, 1, 2, 0, 0, 10, 10, 10, 10);
         Counts counts(10, 10);
         Finished finished;

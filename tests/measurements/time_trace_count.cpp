@@ -159,11 +159,8 @@ void expectAsReference(const Events &events, const Time &time, size_t rows, uint
 
 TEST(TimeTraceCount, AgreesWithADirectReading)
 {
-    Device device;
-    device.MeasMode = MeasMode::T3;
-    device.SyncPeriodPs = periodPs;
-    device.Resolution = resolution;
-    const T3Time t3Time(device);
+    const StreamFacts facts{.Mode = MeasMode::T3, .SyncPeriodPs = periodPs, .Resolution = resolution};
+    const T3Time t3Time(facts);
     std::mt19937_64 random(11);
     const StreamStyle styles[] = {
         {false, 1000, 0, 0, 1},

@@ -50,7 +50,9 @@ TEST(UnfoldBlock, TakesABatchAsTheDeviceAllows)
         std::iota(batchChannels.begin(), batchChannels.end(), uint8_t{0});
         uint64_t count = row.held, done = row.done;
         const UnfoldBlock block{times.data(), channels.data(), row.capacity, count};
-        EXPECT_EQ(placeEvents(block, row.device, {batchTimes.data(), batchChannels.data(), row.batch}, done),
+        const StreamFacts facts{.MayWait = row.device == DeviceType::File,
+                                .IsLive = row.device == DeviceType::Instrument};
+        EXPECT_EQ(placeEvents(block, facts, {batchTimes.data(), batchChannels.data(), row.batch}, done),
                   row.placed);
         EXPECT_EQ(done, row.doneAfter);
         ASSERT_EQ(count, row.block.size());
@@ -67,15 +69,15 @@ TEST(UnfoldBlock, ANullArrayIsNotWritten)
     const uint8_t channels[] = {1, 2};
     uint64_t blockTimes[2] = {}, count = 0, done = 0;
     uint8_t blockChannels[2] = {};
-    EXPECT_EQ(placeEvents({blockTimes, nullptr, 2, count}, DeviceType::File, {times, channels, 2}, done),
+    EXPECT_EQ(placeEvents({blockTimes, nullptr, 2, count}, {.MayWait = true}, {times, channels, 2}, done),
               Placed::All);
     EXPECT_EQ(blockTimes[1], 8u);
     count = done = 0;
-    EXPECT_EQ(placeEvents({nullptr, blockChannels, 2, count}, DeviceType::File, {times, channels, 2}, done),
+    EXPECT_EQ(placeEvents({nullptr, blockChannels, 2, count}, {.MayWait = true}, {times, channels, 2}, done),
               Placed::All);
     EXPECT_EQ(blockChannels[1], 2u);
     count = done = 0;
-    EXPECT_EQ(placeEvents({nullptr, nullptr, 2, count}, DeviceType::File, {times, channels, 2}, done),
+    EXPECT_EQ(placeEvents({nullptr, nullptr, 2, count}, {.MayWait = true}, {times, channels, 2}, done),
               Placed::All);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(done, 2u);

@@ -1,0 +1,60 @@
+#include "devices/file_source.h"
+
+#include "log/log.h"
+#include "log/text.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace Tessel {
+
+namespace {
+
+constexpr uint64_t fileHoldWords = 2097152; // a file isn't read while the buffer would pass this
+constexpr uint64_t wordBytes = sizeof(uint32_t);
+
+uint64_t wordsLeft(const RecordSource &source)
+{
+    return source.FileEnd > source.ReadPos ? (source.FileEnd - source.ReadPos) / wordBytes : 0;
+}
+
+Reading readError(const Device &device, int error)
+{
+    logErr(LogCategory::General, "Device: {} read Error: {:08x} @{}", visible(device.FileDevicePath),
+           static_cast<unsigned>(error), device.ID);
+    return {.Failed = true};
+}
+
+} // namespace
+
+void openFile(RecordSource &source, const Device &device)
+{
+    source.File = openToRead(device.FileDevicePath);
+    source.ReadPos = device.DataStart;
+    if (auto size = sizeOf(source.File))
+        source.FileEnd = *size;
+    else
+        source.File.close();
+}
+
+Reading readFile(RecordSource &source, const Device &device, uint32_t *room, uint64_t waiting)
+{
+    if (!source.File.isOpen()) return readError(device, EBADF);
+    const uint64_t chunk = std::min(wordsLeft(source), chunkWords);
+    if (chunk == 0) return {.AtEnd = true}; // found on the read after the last data
+    if (waiting + chunk > fileHoldWords) return {.IsFull = true};
+
+    const int64_t got = readAt(source.File, reinterpret_cast<char *>(room), chunk * wordBytes, source.ReadPos);
+    if (got < 0) return readError(device, errno);
+    const uint64_t count = static_cast<uint64_t>(got) / wordBytes;
+    source.ReadPos += count * wordBytes;
+    if (count < chunk) source.FileEnd = source.ReadPos; // the file has shrunk under us
+
+    if (wordsLeft(source) == 0) {
+        if (LogLevel.Api) logInf(LogCategory::Progress, "End of file reached!");
+        if (device.LoopFile) source.ReadPos = device.DataStart;
+    }
+    return {.Words = count};
+}
+
+} // namespace Tessel

@@ -1,0 +1,14 @@
+// A recorded file as the source of a run's records, at the pace of whoever takes them.
+#pragma once
+
+#include "devices/source.h"
+
+namespace Tessel {
+
+// From the first record on. Only regular files open.
+void openFile(RecordSource &source, const Device &device);
+
+// One read, see readSource. A file isn't read while more than a chunk waits.
+Reading readFile(RecordSource &source, const Device &device, uint32_t *room, uint64_t waiting);
+
+} // namespace Tessel

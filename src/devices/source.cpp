@@ -1,0 +1,50 @@
+#include "devices/source.h"
+
+#include "devices/families.h"
+#include "devices/file_source.h"
+#include "devices/primitives.h"
+#include "devices/result.h"
+
+namespace Tessel {
+
+StreamFacts factsOf(const Device &device)
+{
+    return {.ID = device.ID,
+            .Mode = device.MeasMode,
+            .SyncPeriodPs = device.SyncPeriodPs,
+            .Resolution = device.Resolution,
+            .BaseResolution = device.BaseResolution,
+            .NumChans = device.NumChans,
+            .StopCount = device.StopCount,
+            .MayWait = device.DeviceType == DeviceType::File,
+            .IsLive = device.DeviceType == DeviceType::Instrument,
+            .IgnoresCode18 = familyOf(device.LibType).IgnoresCode18};
+}
+
+RecordSource openSource(const Device &device)
+{
+    RecordSource source{.Kind = device.DeviceType};
+    if (source.Kind == DeviceType::File) openFile(source, device);
+    return source;
+}
+
+bool startSource(RecordSource &source, Device &device, int32_t acqTimeMs)
+{
+    source.Started = true;
+    return StartMeasure(device, acqTimeMs);
+}
+
+Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_t waiting)
+{
+    if (source.Kind == DeviceType::File) return readFile(source, device, room, waiting);
+    notSupported(device, "readFifo");
+    return {.Failed = true};
+}
+
+void stopSource(RecordSource &source, Device &device)
+{
+    if (!source.Stopped) StopMeasure(device);
+    source.Stopped = true;
+}
+
+} // namespace Tessel

@@ -1,0 +1,49 @@
+// The seam to where records come from: a recorded file or an instrument. MeasureThread opens it, starts it,
+// reads it and stops it; who takes the words, and how many do, is no matter of the source.
+#pragma once
+
+#include "log/file_handle.h"
+#include "records/device.h"
+#include "records/facts.h"
+
+#include <cstdint>
+#include <span>
+
+namespace Tessel {
+
+// The most that one read takes.
+inline constexpr uint64_t chunkWords = 1048576;
+
+// MeasureThread's, for the length of a run.
+struct RecordSource
+{
+    DeviceType Kind = DeviceType::None;
+    bool Started = false, Stopped = false;
+
+    // Of a file.
+    FileHandle File{};
+    uint64_t ReadPos = 0; // offset of the next record
+    uint64_t FileEnd = 0; // size
+};
+
+struct Reading
+{
+    uint64_t Words = 0;  // read, to the front of the room
+    bool Failed = false; // the source is lost
+    bool AtEnd = false;  // nothing more will come
+    bool IsFull = false; // too much waits: nothing was read
+};
+
+// What stages and counters have to know of the device.
+StreamFacts factsOf(const Device &device);
+
+// Where a file can't be opened the first read says so.
+RecordSource openSource(const Device &device);
+// At the first pass of a run. False: it doesn't start.
+bool startSource(RecordSource &source, Device &device, int32_t acqTimeMs);
+// Reads up to chunkWords behind the `waiting` words that nobody has taken yet; there is room for a chunk.
+Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_t waiting);
+// Once a run. An instrument still gives what it holds, a file nothing more.
+void stopSource(RecordSource &source, Device &device);
+
+} // namespace Tessel

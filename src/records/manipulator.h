@@ -1,0 +1,66 @@
+// `Manipulator`: the record of one stage of a device's chain.
+#pragma once
+
+#include "records/event_store.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Tessel {
+
+enum class ManisType : uint32_t {
+    Nothing = 0,
+    Store = 1,
+    Coincidence = 2,
+    Merge = 3,
+    Delay = 4,
+    Herald = 5,
+    CountRate = 6,
+    SubStream = 7,
+    ImportStream = 8,
+};
+
+// A record is shared by the vector of its device and by its own thread, which may outlive its place there.
+// "Chain": written with PipelineLock, every record's lock and ManisLock held, read under any one of them.
+struct Manipulator
+{
+    // Constant once the record stands in the vector.
+    std::string Name;
+    ManisType Type = ManisType::Nothing;
+    std::vector<uint8_t> InChans;
+    std::vector<uint64_t> Params; // times of the stage
+    std::vector<int32_t> Params2; // chain for CountRate, constant otherwise
+    uint32_t CoincMode = 0, TimeMode = 0;
+    std::string SourceId;
+    bool KeepFlag = false;
+
+    std::atomic<bool> Enabled{true};
+    std::atomic<int32_t> Index{0}; // position in the vector
+    int32_t ChainIndex = 0;        // chain; of record k: position of the k-th enabled record
+    int32_t NextIndex = 0;         // chain; where this stage writes
+    std::vector<uint8_t> OutChans; // chain
+
+    std::atomic<bool> StopFlag{false};      // end this run's pass once drained
+    std::atomic<bool> StartedFlag{false};   // the stage has entered the run
+    std::atomic<bool> StoppedFlag{false};   // the stage has left the run
+    std::atomic<bool> ExitFlag{false};      // end the thread
+    std::atomic<bool> ThreadGone{false};    // the thread has ended, or never was
+    std::atomic<bool> SourceChanged{false}; // ImportStream: the source has events, room or an end
+    std::thread Thread;                     // of whoever adds, deletes or removes the record
+
+    std::mutex Lock; // guards what follows
+    std::condition_variable
+        Changed;              // events came or were taken, or a flag of this record or of its run was set
+    EventStore Events;        // what arrived for this stage; arrays exist during a run only
+    uint64_t HighWater = 0;   // fill level at which `Events` counts as full
+    bool HoldFlag = false;    // full on a file device: the stage before holds its events
+    bool ClearFlag = false;   // the stage resets its own state
+    std::vector<float> Rates; // CountRate: per channel, 1/s
+};
+
+} // namespace Tessel

@@ -1,0 +1,122 @@
+// `Run`: one measurement from its start to its finished byte: what was asked for, its buffers, its threads, its
+// state. A new one is made at each start, so no run ever writes through the pointers of an earlier one.
+#pragma once
+
+#include "records/event_store.h"
+#include "records/facts.h"
+#include "records/params.h"
+#include "records/run_control.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Tessel {
+
+enum class MeasKind : uint32_t {
+    None = 0,
+    Raw = 1,
+    Unfold = 2,
+    TimeTrace = 4,
+    Histogram = 8,
+    Correlation = 16,
+    ImportSource = 32,
+    Histo2d = 64,
+};
+
+struct DeviceLookUp;
+
+// What an entry asks for. The pointers are the caller's, valid until the finished byte is 1.
+struct RunRequest
+{
+    MeasKind Kind = MeasKind::None;
+    uint32_t AcqTimeMs = 0;
+    bool Blocking = false; // a caller waits for the finished byte
+    bool SaveToFile = false;
+    bool PrepareImports = true; // the sources of import stages are started first
+    uint8_t *FinishedFlag = nullptr;
+    uint32_t *HistoData = nullptr; // rows x columns, row = ChannelCode
+    uint32_t *RawBlock = nullptr;
+    uint64_t RawCapacity = 0;     // words that RawBlock takes; 0: no block
+    uint64_t *RawCount = nullptr; // null: counted in the run
+
+    uint64_t *UnfoldTimes = nullptr;
+    uint8_t *UnfoldChannels = nullptr;
+    uint64_t UnfoldCapacity = 0;     // events that the block takes
+    uint64_t *UnfoldCount = nullptr; // null: counted in the run
+
+    uint64_t *TraceFirstBin = nullptr; // absolute number of the trace's first bin
+    double *CorrResult = nullptr;      // y values of a correlation
+};
+
+struct Manipulator;
+struct TimeTraceWork;
+struct CorrelationWork;
+
+// Shared by the threads of the run and by the MeasContext, which keeps the last run for its result.
+struct Run
+{
+    // As they were when the host asked for the run: what its arrays are made for.
+    const RunRequest Request{};
+    const MeasParams Params{};
+    const DeviceLookUp *Devices = nullptr;
+    StreamFacts Facts{};
+    const uint64_t NumRows = 0; // of a result with a row a channel
+    const uint64_t NumBins = 0; // columns of a histogram
+
+    RunControl Control{};
+
+    // The result; guarded by ManisLock.
+    uint32_t *HistoData = nullptr;                  // the caller's, or MovedHisto
+    uint64_t HistoSize = 0;                         // elements of HistoData
+    std::vector<uint32_t> MovedHisto{};             // where a stage added during the run moved the result to
+    uint64_t LastRefTime = 0;                       // ps, of the last reference event; 0: none seen
+    std::shared_ptr<TimeTraceWork> TimeTrace{};     // guarded by ManisLock
+    std::shared_ptr<CorrelationWork> Correlation{}; // guarded by ManisLock
+
+    // Giving the result out.
+    std::atomic<bool> NewData{false};        // it has changed since it was last given out
+    std::atomic<bool> PublishingEnds{false}; // CopyStoreThread is to end
+    std::atomic<bool> LastData{false};       // the measurement thread has taken the last data
+    std::atomic<bool> NewDataWait{false};    // a sequence waits for the host
+    std::atomic<bool> ClearRequested{false}; // the measurement thread drops the rest of its batch
+    std::atomic<int64_t> LastPublish{0};     // ns, monotonic
+
+    // ReadGate: MeasureThread hands over to ProcessThread. Nothing else is taken under it.
+    std::mutex ReadGate{};
+    std::condition_variable ReadChanged{}; // words came or were taken
+    PageArray<uint32_t> ReadBuffer{};      // guarded by ReadGate; allocated and freed by MeasureThread
+    uint64_t ReadCount = 0;                // words in ReadBuffer; guarded by ReadGate
+    PageArray<uint32_t> ProcessBuffer{};   // ProcessThread's
+    uint64_t OverflowBase = 0;             // ProcessThread's
+    uint32_t InvalidRecordCount = 0;       // ProcessThread's
+
+    // The block of events: the caller's, or what importing devices take. Guarded by ManisLock.
+    EventStore ImportBlock{};
+    std::vector<std::shared_ptr<Manipulator>> Importers{}; // their stages
+    std::condition_variable BlockTaken{};                  // with ManisLock
+    uint64_t UnfoldCountInternal = 0;
+    uint64_t &UnfoldCount = Request.UnfoldCount ? *Request.UnfoldCount : UnfoldCountInternal;
+
+    std::mutex RawLock{}; // the caller's raw block
+    std::condition_variable RawTaken{};
+    uint64_t RawCountInternal = 0; // guarded by RawLock
+    uint64_t &RawCount = Request.RawCount ? *Request.RawCount : RawCountInternal;
+
+    // MeasureThread's.
+    int32_t AcqTimeMs = 0;
+    std::thread Process{}, Measurement{}, CopyStore{};
+
+    // How far its threads are; set by the thread concerned, read by any.
+    std::atomic<uint64_t> Taken{0};  // batches that the consumer has taken: shows that the run moves
+    std::atomic<int64_t> TakenAt{0}; // ns, monotonic, of the last of them
+    std::atomic<bool> ProcessDone{false};
+    std::atomic<bool> MeasurementDone{false};
+    std::atomic<bool> CopyStoreDone{false};
+};
+
+} // namespace Tessel

@@ -1,0 +1,17 @@
+// Ending a run that is in the way: of another start, of a close, of the library's end.
+#pragma once
+
+#include "records/refs.h"
+
+#include <chrono>
+
+namespace Tessel {
+
+// Stops the run on the device, if one is live, and waits for its end; after some seconds it is aborted. False:
+// it is still live after that, and keeps its records for ever.
+bool endRun(const DeviceRef &target);
+
+// Waits until the run has come to its end. False: not within `patience`.
+bool waitOver(Run &run, std::chrono::milliseconds patience);
+
+} // namespace Tessel

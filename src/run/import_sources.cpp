@@ -1,0 +1,91 @@
+#include "run/import_sources.h"
+
+#include "devices/primitives.h"
+#include "devices/result.h"
+#include "log/log.h"
+#include "manipulators/chain.h"
+#include "manipulators/import_stream.h"
+#include "run/end_run.h"
+#include "run/requests.h"
+#include "threads/paces.h"
+#include "threads/run_control.h"
+
+#include <limits>
+#include <thread>
+
+namespace Tessel {
+
+namespace {
+
+bool isUsable(const Device &source)
+{
+    return source.IsInitialized && source.IsOpen && source.LibType != LibType::Undefined;
+}
+
+void initSource(const DeviceRef &source, const DeviceLookUp &devices)
+{
+    logDeb(LogCategory::Progress, "Init Device @{}", source->device.ID);
+    std::this_thread::sleep_for(Pace::importStep);
+    devices.Initialise(source);
+}
+
+void stopSource(const DeviceRef &source)
+{
+    auto run = liveRun(source->context);
+    if (!run) return;
+    logDeb(LogCategory::Progress, "Stop measurement @{}", source->device.ID);
+    std::this_thread::sleep_for(Pace::importStep);
+    source->context.Description.StopReason = StopReason::Manual;
+    requestStop(*run);
+    abortRun(source->context, *run);
+    waitOver(*run, Pace::aborting);
+}
+
+// The acquisition time is that of the source's last run, taken as seconds.
+void startSource(const DeviceRef &source, const DeviceLookUp &devices)
+{
+    logDeb(LogCategory::Progress, "Start measurement @{}", source->device.ID);
+    std::this_thread::sleep_for(Pace::importStep);
+    const uint64_t acqTime =
+        static_cast<uint64_t>(std::max(source->context.Description.AcqTime.load(), 0)) * 1000;
+    startMeasurement(
+        source,
+        {.Kind = MeasKind::ImportSource,
+         .AcqTimeMs = static_cast<uint32_t>(std::min<uint64_t>(acqTime, std::numeric_limits<uint32_t>::max()))},
+        devices);
+    auto run = liveRun(source->context);
+    if (run)
+        waitFor(run->Control, Pace::sourceMeasures, [&run] { return hasReached(*run, RunPhase::Measuring); });
+}
+
+void prepareSource(const DeviceRef &target, const Manipulator &record, const DeviceLookUp &devices)
+{
+    const DeviceRef source = devices.Find(record.SourceId);
+    if (source->device.ID.empty()) {
+        reportDeviceError(LogCategory::General, "Manipulator '{}': Import Device '{}' not found!", record.Name,
+                          record.SourceId);
+        return;
+    }
+    if (importsFrom(devices, source, target->device.ID)) {
+        reportDeviceError(LogCategory::General,
+                          "Manipulator '{}': Import Device '{}' needs this device's events!", record.Name,
+                          record.SourceId);
+        return;
+    }
+    if (!isUsable(source->device) && !isFile(source->device)) initSource(source, devices);
+    stopSource(source);
+    if (isUsable(source->device)) startSource(source, devices);
+}
+
+} // namespace
+
+void prepareImportSources(const DeviceRef &target, const DeviceLookUp &devices)
+{
+    for (const auto &record : chainOf(target->context)) {
+        const bool starts = record->Params2.empty() || record->Params2.front() != 0;
+        if (record->Type == ManisType::ImportStream && record->Enabled && starts)
+            prepareSource(target, *record, devices);
+    }
+}
+
+} // namespace Tessel

@@ -1,0 +1,133 @@
+#include "run/process_thread.h"
+
+#include "log/log.h"
+#include "manipulators/chain.h"
+#include "run/raw_block.h"
+#include "settings/system_ini.h"
+#include "stream/event_store.h"
+#include "stream/words.h"
+#include "threads/run_control.h"
+#include "threads/thread_name.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Tessel {
+
+namespace {
+
+constexpr uint32_t loggedInvalidWords = 10; // of a run
+
+class WordStream
+{
+public:
+    explicit WordStream(RunRef &streamRun)
+        : ref(streamRun), run(*ref.run), facts(run.Facts), context(ref.context)
+    {
+    }
+
+    // One pass: take a batch if none is pending, hand it on. False: everything that was read is decoded, or the
+    // run is aborted.
+    bool pass()
+    {
+        if (pending == 0 && !takeBatch()) return false;
+        if (isAborted(run)) return false;
+        if (!deliverRaw())
+            waitForRawBlock(run, pending - rawDone);
+        else if (auto target = lockFirst(context); makeRoom(target)) {
+            deliverEvents(target);
+            pending = 0;
+        }
+        return true;
+    }
+
+private:
+    bool takeBatch()
+    {
+        std::unique_lock gate(run.ReadGate);
+        run.ReadChanged.wait(gate, [this] {
+            return run.ReadCount > 0 || hasReached(run, RunPhase::InputDone) || isAborted(run);
+        });
+        if (run.ReadCount == 0) return false;
+        std::swap(run.ReadBuffer, run.ProcessBuffer);
+        pending = std::exchange(run.ReadCount, 0);
+        rawDone = 0;
+        context.Description.NumRecs += pending;
+        gate.unlock();
+        run.ReadChanged.notify_all();
+        return true;
+    }
+
+    // False: the block has no room for the rest.
+    bool deliverRaw()
+    {
+        if (run.Request.Kind != MeasKind::Raw) return true;
+        const uint64_t done = appendToRawBlock(ref, {run.ProcessBuffer.get() + rawDone, pending - rawDone});
+        rawDone += done;
+        if (done > 0) noteTaken(run);
+        return rawDone == pending;
+    }
+
+    // False: the stream has waited, and the store is to be looked at again.
+    bool makeRoom(LockedRecord &target)
+    {
+        if (!target.record) return true;
+        EventStore &store = target.record->Events;
+        auto isFull = [&] { return store.Capacity != 0 && pending + 1 + store.Count >= streamRecords() / 2; };
+        if (!isFull()) return true;
+        if (facts.MayWait) {
+            target.record->Changed.wait(target.lock,
+                                        [&] { return !isFull() || store.Count == 0 || isAborted(run); });
+            return store.Count == 0;
+        }
+        logWrn(LogCategory::Device, "Device: {} Input Buffer overrun - clearing! @{}", target.record->Name,
+               facts.ID);
+        store.Count = 0;
+        return true;
+    }
+
+    void deliverEvents(LockedRecord &target)
+    {
+        const bool isConsumed = run.Request.Kind != MeasKind::Raw;
+        if (!isConsumed || !target.record || !hasArrays(target.record->Events)) return;
+        decodeTo(target.record->Events);
+        target.lock.unlock();
+        target.record->Changed.notify_all();
+    }
+
+    void decodeTo(EventStore &store)
+    {
+        const DecodeRules rules = {.Mode = facts.Mode,
+                                   .NumChans = static_cast<uint32_t>(std::max(facts.NumChans, 0)),
+                                   .SyncPeriodPs = static_cast<uint64_t>(facts.SyncPeriodPs),
+                                   .IgnoresCode18 = facts.IgnoresCode18};
+        InvalidWords invalid{.Room = loggedInvalidWords - run.InvalidRecordCount};
+        const uint64_t words = std::min(pending, store.Capacity - store.Count);
+        store.Count += decode({run.ProcessBuffer.get(), words}, rules, run.OverflowBase,
+                              store.Times.get() + store.Count, store.Channels.get() + store.Count, invalid);
+        run.InvalidRecordCount += invalid.Count;
+        for (uint32_t i = 0; i < invalid.Count; ++i)
+            logWrn(LogCategory::Device, "{}", invalidWordText(facts.Mode, invalid.Words[i], facts.ID));
+    }
+
+    RunRef &ref;
+    Run &run;
+    const StreamFacts &facts;
+    MeasContext &context;
+    uint64_t pending = 0; // words of the present batch
+    uint64_t rawDone = 0; // of these, what the caller's raw block has got
+};
+
+} // namespace
+
+void ProcessThread(RunRef run)
+{
+    if (LogLevel.Api) logInf(LogCategory::Progress, "ProcessThread started @{}", run.device.ID);
+    nameThread(run.device.ID);
+    WordStream stream(run);
+    while (stream.pass()) {
+    }
+    if (LogLevel.Api) logInf(LogCategory::Progress, "ProcessThread finished @{}", run.device.ID);
+}
+
+} // namespace Tessel

@@ -1,0 +1,161 @@
+#include "run/requests.h"
+
+#include "devices/result.h"
+#include "devices/source.h"
+#include "manipulators/chain.h"
+#include "run/end_run.h"
+#include "run/finished.h"
+#include "run/import_sources.h"
+#include "run/measure_thread.h"
+#include "stream/rounding.h"
+#include "threads/run_control.h"
+
+#include <thread>
+#include <utility>
+
+namespace Tessel {
+
+namespace {
+
+std::shared_ptr<Run> makeRun(const DeviceRef &target, const RunRequest &request, const DeviceLookUp &devices)
+{
+    const Device &device = target->device;
+    return std::shared_ptr<Run>(new Run{.Request = request,
+                                        .Params = target->context.Params,
+                                        .Devices = &devices,
+                                        .Facts = factsOf(device),
+                                        .NumRows = numAllChans(device, target->context),
+                                        .NumBins = device.NumBins});
+}
+
+// A run that never came to life: over before it began.
+void refuse(MeasContext &context, Run &run)
+{
+    finish(context, run);
+    advance(context, run, RunPhase::Over);
+}
+
+void begin(const DeviceRef &target, const std::shared_ptr<Run> &run)
+{
+    std::shared_ptr<Run> before;
+    {
+        std::lock_guard lock(target->context.RunLock);
+        before = std::exchange(target->context.CurrentRun, run);
+    }
+    if (before) wakeImporters(target->context, *before); // they go on with this one
+    try {
+        std::thread(MeasureThread, RunRef{target, run}).detach();
+    } catch (...) {
+        refuse(target->context, *run);
+        throw;
+    }
+}
+
+std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &request,
+                                 const DeviceLookUp &devices)
+{
+    MeasContext &context = target->context;
+    std::lock_guard oneStart(context.StartLock);
+    auto run = makeRun(target, request, devices);
+    writeFinished(request.FinishedFlag, 0);
+    const bool free = endRun(target);
+    run->RawCount = run->UnfoldCount = 0;   // after the run before it, which may have counted there
+    writeFinished(request.FinishedFlag, 0); // again, where the run before it had the same byte
+    if (!free) {                            // the run that can't be stopped keeps the record
+        refuse(context, *run);
+    } else if (target->device.Index < 0 || context.Closed) {
+        reportDeviceError(LogCategory::General, "Device: Can't do a measurement on a invalid device! @{}",
+                          target->device.ID);
+        refuse(context, *run);
+    } else
+        begin(target, run);
+    return run;
+}
+
+// A start under way, for its import sources: they are read before the run for which they are lives.
+class Start
+{
+public:
+    explicit Start(MeasContext &starting) : context(starting) { ++context.Starts; }
+    ~Start() { --context.Starts; }
+    Start(const Start &) = delete;
+    Start &operator=(const Start &) = delete;
+
+private:
+    MeasContext &context;
+};
+
+std::shared_ptr<Run> prepareAndStart(const DeviceRef &target, const RunRequest &request,
+                                     const DeviceLookUp &devices)
+{
+    const Start start(target->context);
+    try {
+        if (request.PrepareImports) prepareImportSources(target, devices);
+        return commonStart(target, request, devices);
+    } catch (...) { // no memory or no thread: whoever polls goes on all the same
+        writeFinished(request.FinishedFlag, 1);
+        throw;
+    }
+}
+
+} // namespace
+
+RunRequest requestOf(MeasKind kind, const Device &device, uint32_t acqTimeMs, uint8_t waitFinished,
+                     uint8_t save, uint8_t *finished)
+{
+    const bool endless = acqTimeMs == 0 && device.DeviceType == DeviceType::Instrument;
+    return {.Kind = kind,
+            .AcqTimeMs = acqTimeMs,
+            .Blocking = waitFinished && !endless,
+            .SaveToFile = save != 0,
+            .FinishedFlag = finished};
+}
+
+void startMeasurement(const DeviceRef &target, const RunRequest &request, const DeviceLookUp &devices)
+{
+    auto run = prepareAndStart(target, request, devices);
+    if (request.Blocking) waitFor(run->Control, [&run] { return hasReached(*run, RunPhase::Finished); });
+}
+
+void stopMeasurement(MeasContext &context)
+{
+    context.Description.StopReason = StopReason::Manual;
+    if (auto run = liveRun(context)) requestStopByHost(context, *run);
+}
+
+void setSequence(MeasContext &context, int32_t mode, bool wait, double value)
+{
+    context.SequenceWait = wait;
+    switch (mode) {
+    case 0: context.SequenceMode = 0; break;
+    case 1:
+        context.SequenceMode = 1;
+        context.SequencePeriodPs = truncated<uint64_t>(value * 1e12);
+        break;
+    case 2:
+        context.SequenceMode = 2;
+        context.SequenceCount = truncated<uint64_t>(value);
+        break;
+    default: break;
+    }
+    if (auto run = currentRun(context)) wake(run->Control);
+}
+
+void confirmNewData(MeasContext &context)
+{
+    auto run = currentRun(context);
+    if (!run || !run->NewDataWait.exchange(false)) return;
+    noteTaken(*run);
+    wake(run->Control);
+}
+
+bool awaitNewData(MeasContext &context)
+{
+    auto run = currentRun(context);
+    if (!run) return false;
+    waitFor(run->Control,
+            [&] { return run->NewDataWait || hasReached(*run, RunPhase::Finished) || !context.SequenceWait; });
+    return run->NewDataWait;
+}
+
+} // namespace Tessel

@@ -1,0 +1,104 @@
+#include "run/steps.h"
+
+#include "devices/families.h"
+#include "devices/primitives.h"
+#include "devices/result.h"
+#include "manipulators/chain.h"
+#include "manipulators/store.h"
+#include "measurements/publish.h"
+#include "measurements/results.h"
+#include "settings/system_ini.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace Tessel {
+
+void failRun(const RunRef &ref, const char *what, const char *why) noexcept
+{
+    abortRun(ref.context, *ref.run);
+    tryToLog([&] { logErr(LogCategory::General, "Device: {} failed: {} @{}", what, why, ref.device.ID); });
+}
+
+void joinWatched(RunRef &ref, std::thread &thread, const std::atomic<bool> &done)
+{
+    if (!thread.joinable()) return;
+    waitWatched(ref, [&done] { return done.load(); });
+    thread.join();
+}
+
+void decideMeasControl(RunRef &ref)
+{
+    Device &device = ref.device;
+    Run &run = *ref.run;
+    const int32_t sequence = ref.context.SequenceMode;
+    run.AcqTimeMs =
+        static_cast<int32_t>(std::min<uint32_t>(run.Request.AcqTimeMs, std::numeric_limits<int32_t>::max()));
+    const bool softwareStop = device.MeasControl == 6 || (device.MeasControl == 0 && sequence == 0);
+    if (run.AcqTimeMs == 0 && stopsBySoftware(device) && softwareStop) {
+        SetMeasControl(device, 6, device.StartEdge, device.StopEdge);
+        return;
+    }
+    SetMeasControl(device, device.MeasControl, device.StartEdge, device.StopEdge);
+    const bool timedSequence = sequence == 1 && run.Facts.Mode == MeasMode::Histogramming;
+    if (run.AcqTimeMs == 0 && !timedSequence) run.AcqTimeMs = Pace::longestAcquisitionMs;
+}
+
+bool initResult(RunRef &ref)
+{
+    std::lock_guard lock(ref.context.ManisLock);
+    ref.context.Description.NumRecs = 0; // what else a recorded file tells of its run stays
+    ref.context.Description.AcqTime = ref.run->AcqTimeMs;
+    return sizeResult(ref);
+}
+
+void addStore(RunRef &ref)
+{
+    Run &run = *ref.run;
+    const std::string &id = ref.device.ID;
+    auto record = addManisStore(ref.target, run);
+    if (run.Request.Kind != MeasKind::Raw && run.Request.Kind != MeasKind::Unfold) {
+        if (LogLevel.Manipulators)
+            logInf(LogCategory::Progress, "AddManisStore: {} @{}", record->Index.load(), id);
+        waitFor(run.Control, Pace::settle, [&run] { return isAborted(run); });
+        run.CopyStore = startThread(ref, "CopyStoreThread", run.CopyStoreDone, CopyStoreThread);
+    }
+    if (LogLevel.Manipulators) logInf(LogCategory::Progress, "store.size {} @{}", record->Events.Capacity, id);
+}
+
+bool initStore(RunRef &ref)
+{
+    if (LogLevel.Manipulators) logInf(LogCategory::Progress, "InitStore @{}", ref.device.ID);
+    if (ref.run->Request.Kind != MeasKind::Raw && !allocateFinalStore(ref.target))
+        return refuse(ref.device, "No memory for the final store!");
+    std::lock_guard lock(ref.context.ManisLock);
+    return makeWork(ref);
+}
+
+void beginMeasuring(RunRef &ref)
+{
+    if (auto last = lockLast(ref.context); last.record) last.record->StartedFlag = true;
+    advance(ref.context, *ref.run, RunPhase::Measuring);
+}
+
+void endStages(RunRef &ref)
+{
+    stopManipulators(ref.target, false,
+                     [&ref](Manipulator &record) { waitWatched(ref, [&record] { return hasLeft(record); }); });
+}
+
+void endMeasurement(RunRef &ref)
+{
+    Run &run = *ref.run;
+    advance(ref.context, run, RunPhase::ConsumersEnd);
+    joinWatched(ref, run.Measurement, run.MeasurementDone);
+    // From here on nobody writes to the caller's result but CopyStoreThread.
+    run.PublishingEnds = true;
+    wake(run.Control);
+    joinWatched(ref, run.CopyStore, run.CopyStoreDone); // it may be waiting for the host
+    attempt(ref, [&ref] { removeManisStore(ref.target); });
+    advance(ref.context, run, RunPhase::Closed);
+    endStages(ref); // those that were added and entered while the run was at its end
+}
+
+} // namespace Tessel

@@ -1,0 +1,216 @@
+#include "run/stream_run.h"
+
+#include "devices/primitives.h"
+#include "devices/result.h"
+#include "devices/source.h"
+#include "manipulators/chain.h"
+#include "manipulators/store.h"
+#include "measurements/results.h"
+#include "measurements/threads.h"
+#include "run/process_thread.h"
+#include "run/steps.h"
+#include "settings/system_ini.h"
+#include "stream/event_store.h"
+
+#include <algorithm>
+
+namespace Tessel {
+
+namespace {
+
+bool allocateBuffers(RunRef &ref)
+{
+    Run &run = *ref.run;
+    if (!allocatePages(run.ReadBuffer, streamRecords()) || !allocatePages(run.ProcessBuffer, streamRecords()) ||
+        !allocateManipulators(ref.target))
+        return refuse(ref.device, "No memory for the stream buffers!");
+    return true;
+}
+
+void startConsumers(RunRef &ref)
+{
+    Run &run = *ref.run;
+    if (const MeasurementThread thread = threadOf(run.Request.Kind); thread.Body)
+        run.Measurement = startThread(ref, thread.Name, run.MeasurementDone, thread.Body);
+    else
+        run.MeasurementDone = true;
+    run.Process = startThread(ref, "ProcessThread", run.ProcessDone, ProcessThread);
+}
+
+bool isAwaited(const Manipulator &record)
+{
+    return record.Enabled && !record.StartedFlag;
+}
+
+// A stage that hasn't entered the run in time, and why.
+void tellLateStage(const RunRef &ref)
+{
+    const std::string &id = ref.device.ID;
+    auto chain = chainOf(ref.context);
+    auto late = std::find_if(chain.begin(), chain.end(), [](const auto &record) { return isAwaited(*record); });
+    if (late == chain.end())
+        reportDeviceError(LogCategory::General, "Device: Could not start unknown manipulator @{}", id);
+    else if ((*late)->Type == ManisType::ImportStream)
+        reportDeviceError(
+            LogCategory::General,
+            "Device: Could not start manipulator: {} @{}.\nThat means the Measurement of {} was never "
+            "running or the manipulator never received any data.",
+            (*late)->Name, id, (*late)->SourceId);
+    else
+        reportDeviceError(LogCategory::General, "Device: Could not start manipulator: {} @{}", (*late)->Name,
+                          id);
+}
+
+// Of the chain as it stands at each look: a stage may come and go meanwhile.
+template <class Condition>
+bool anyRecord(MeasContext &context, Condition condition)
+{
+    for (size_t i = 0; auto record = recordAt(context, i); ++i)
+        if (condition(*record)) return true;
+    return false;
+}
+
+// False: a stage hasn't entered the run in time, or the run ends before.
+bool waitManipulators(RunRef &ref)
+{
+    RunControl &control = ref.run->Control;
+    auto areIn = [&] { return !anyRecord(ref.context, isAwaited); };
+    auto isLost = [&] {
+        return anyRecord(ref.context,
+                         [](const auto &record) { return isAwaited(record) && record.ThreadGone; });
+    };
+    // The source of an import may be long in coming; the other stages come by themselves.
+    auto isGivenUp = [&] {
+        return control.StopByHost && anyRecord(ref.context, [](const auto &record) {
+                   return isAwaited(record) && record.Type == ManisType::ImportStream;
+               });
+    };
+    waitFor(control, Pace::stagesEnter, [&] { return control.Aborted || areIn() || isLost() || isGivenUp(); });
+    if (control.Aborted || areIn()) return areIn();
+    if (isLost() || !isGivenUp()) tellLateStage(ref);
+    return false;
+}
+
+// False: the run fails before it reads anything.
+bool setUpStream(RunRef &ref)
+{
+    decideMeasControl(ref);
+    readCountRates(ref.device, ref.context);
+    if (!initResult(ref) || !checkParams(ref) || !allocateBuffers(ref)) return false;
+    addStore(ref);
+    if (!initStore(ref)) return false;
+    startConsumers(ref);
+    beginMeasuring(ref);
+    return waitManipulators(ref);
+}
+
+bool endWith(RunRef &ref, StopReason reason)
+{
+    ref.context.Description.StopReason = reason;
+    return true;
+}
+
+// True: the device doesn't start.
+bool startDevice(RunRef &ref, RecordSource &source)
+{
+    Run &run = *ref.run;
+    if (!startSource(source, ref.device, std::clamp(run.AcqTimeMs, 1, Pace::longestAcquisitionMs)))
+        return endWith(ref, StopReason::SyncLost);
+    ref.context.Description.AcqTime = run.AcqTimeMs;
+    int32_t rate = 0;
+    if (!getSyncRate(ref.device, ref.context, rate)) return endWith(ref, StopReason::Unknown);
+    return false;
+}
+
+// One read, behind the words that wait; none where there is no room for it.
+Reading readWords(RunRef &ref, RecordSource &source)
+{
+    Run &run = *ref.run;
+    std::lock_guard gate(run.ReadGate);
+    if (run.ReadCount > streamRecords() - chunkWords) return {.IsFull = true};
+    const Reading reading = readSource(source, ref.device, run.ReadBuffer.get() + run.ReadCount, run.ReadCount);
+    run.ReadCount += reading.Words;
+    return reading;
+}
+
+// Until ProcessThread has taken what waits, or the run is to end.
+void waitTaken(RunRef &ref)
+{
+    Run &run = *ref.run;
+    std::unique_lock gate(run.ReadGate);
+    run.ReadChanged.wait(gate,
+                         [&run] { return run.ReadCount == 0 || run.Control.StopRequested || isAborted(run); });
+}
+
+// One pass. True: the run has ended, nothing more is to be read.
+bool passTttrLoop(RunRef &ref, RecordSource &source)
+{
+    Run &run = *ref.run;
+    if (!source.Started && startDevice(ref, source)) return true;
+    int32_t flags = 0, timerStatus = 0;
+    if (!getFlags(ref.device, flags)) return endWith(ref, StopReason::DataXferFail);
+    if (!getCtcStatus(ref.device, timerStatus)) return endWith(ref, StopReason::Unknown);
+
+    const bool wasStopped = source.Stopped, ended = run.Control.StopRequested;
+    if (ended) stopSource(source, ref.device);
+    // What a stopped instrument still holds is fetched; of a stopped file one chunk more is read and no other.
+    if (wasStopped && run.Facts.MayWait) return true;
+    const Reading reading = readWords(ref, source);
+    run.ReadChanged.notify_all();
+    if (reading.Failed) {
+        stopSource(source, ref.device);
+        return endWith(ref, StopReason::DataXferFail);
+    }
+    if (reading.AtEnd) requestStop(run);
+    if (!run.Facts.MayWait)
+        waitFor(run.Control, Pace::instrumentPass, [&run] { return isAborted(run); });
+    else if (reading.IsFull)
+        waitTaken(ref);
+    return ended;
+}
+
+bool wordsWait(Run &run)
+{
+    std::lock_guard gate(run.ReadGate);
+    return run.ReadCount > 0;
+}
+
+void readRecords(RunRef &ref, RecordSource &source)
+{
+    Run &run = *ref.run;
+    for (bool ended = false; !isAborted(run) && ref.device.Index != -1;) {
+        ended = passTttrLoop(ref, source) || ended;
+        if (ended && (run.Facts.MayWait || !wordsWait(run))) return;
+    }
+}
+
+void tearDownStream(RunRef &ref)
+{
+    Run &run = *ref.run;
+    advance(ref.context, run, RunPhase::InputDone);
+    if (LogLevel.Api)
+        tryToLog([&] { logInf(LogCategory::Progress, "MeasureTTTR finished @{}", ref.device.ID); });
+    requestStop(run);
+    joinWatched(ref, run.Process, run.ProcessDone);
+    // From here on nobody appends to the first store.
+    endStages(ref);
+    if (LogLevel.Api)
+        tryToLog([&] {
+            logInf(LogCategory::Progress, "stop measurement {} @{}", static_cast<uint32_t>(run.Request.Kind),
+                   ref.device.ID);
+        });
+    endMeasurement(ref);
+}
+
+} // namespace
+
+void runStream(RunRef &ref)
+{
+    attempt(ref, [&ref] {
+        RecordSource source = openSource(ref.device);
+        if (setUpStream(ref)) readRecords(ref, source);
+    });
+    tearDownStream(ref);
+}
+
+} // namespace Tessel

@@ -1,0 +1,41 @@
+// The waits of MeasureThread for the other threads of its run.
+#pragma once
+
+#include "log/log.h"
+#include "records/refs.h"
+#include "threads/paces.h"
+#include "threads/run_control.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace Tessel {
+
+// Waits until `isDone`. A run that the host has stopped and whose consumer takes nothing for some seconds is
+// aborted, so that every wait for it ends.
+template <class Predicate>
+void waitWatched(RunRef &ref, Predicate isDone)
+{
+    Run &run = *ref.run;
+    RunControl &control = run.Control;
+    auto isWatched = [&control] { return control.StopByHost && !control.Aborted; };
+    for (;;) {
+        waitFor(control, [&] { return isDone() || isWatched(); });
+        const int64_t moved = std::max(control.StoppedAt.load(), run.TakenAt.load());
+        const std::chrono::steady_clock::time_point deadline{std::chrono::nanoseconds(moved) +
+                                                             Pace::consumerTakes};
+        if (waitUntil(control, deadline, [&] { return isDone() || !isWatched(); })) {
+            if (isDone()) return;
+            continue; // aborted: no more to be watched
+        }
+        if (run.TakenAt > moved) continue; // it moves
+        tryToLog([&] {
+            logWrn(LogCategory::General,
+                   "Device: Nobody takes the data of a stopped measurement, the rest is dropped! @{}",
+                   ref.device.ID);
+        });
+        abortRun(ref.context, run);
+    }
+}
+
+} // namespace Tessel

@@ -1,0 +1,100 @@
+#include "session/tables.h"
+
+#include "devices/primitives.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace Tessel {
+
+namespace {
+
+struct Library
+{
+    std::mutex TableLock; // guards what follows; held for a look-up or an exchange, nothing is taken under it
+    std::vector<DeviceRef> Table; // in the order of finding or opening
+    DeviceRef Current;            // one of the table; null: none
+    const DeviceRef None = std::make_shared<DeviceEntry>();
+};
+
+Library &library()
+{
+    static Library &only = *new Library;
+    return only;
+}
+
+// TableLock is held.
+void renumber(Library &lib)
+{
+    for (size_t i = 0; i < lib.Table.size(); ++i) lib.Table[i]->device.TableIndex = i;
+}
+
+} // namespace
+
+const DeviceRef &noDevice()
+{
+    return library().None;
+}
+
+DeviceRef currentDevice()
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    return lib.Current ? lib.Current : lib.None;
+}
+
+void makeCurrent(const DeviceRef &device)
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    const bool isThere = std::find(lib.Table.begin(), lib.Table.end(), device) != lib.Table.end();
+    lib.Current = isThere ? device : nullptr;
+}
+
+DeviceRef findDevice(std::string_view id)
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    for (const DeviceRef &entry : lib.Table)
+        if (entry->device.ID == id) return entry;
+    return lib.None;
+}
+
+std::vector<DeviceRef> allDevices()
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    return lib.Table;
+}
+
+void addDevice(const DeviceRef &device)
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    lib.Table.push_back(device);
+    lib.Current = device;
+    renumber(lib);
+}
+
+void removeDevice(const DeviceRef &device)
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    std::erase(lib.Table, device);
+    if (lib.Current == device) lib.Current = nullptr;
+    renumber(lib);
+}
+
+bool removeInstruments()
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    if (std::any_of(lib.Table.begin(), lib.Table.end(),
+                    [](const DeviceRef &entry) { return isFile(entry->device); }))
+        return false;
+    lib.Table.clear();
+    lib.Current = nullptr;
+    return true;
+}
+
+} // namespace Tessel

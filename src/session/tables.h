@@ -1,0 +1,34 @@
+// The library's table of devices, and which of them is the current one.
+//
+// It is never destroyed: a run that is live when the process ends keeps everything that it touches.
+#pragma once
+
+#include "records/refs.h"
+
+#include <string_view>
+#include <vector>
+
+namespace Tessel {
+
+// What a failed look-up gives: a device that is never open, with a working record that nobody reads. Nothing
+// but its working record is ever written.
+const DeviceRef &noDevice();
+
+DeviceRef currentDevice(); // noDevice() where there is none
+// A device that isn't in the table any more makes noDevice() the current one.
+void makeCurrent(const DeviceRef &device);
+
+// The device with this id, or noDevice(); changes nothing.
+DeviceRef findDevice(std::string_view id);
+
+// All devices, in table order.
+std::vector<DeviceRef> allDevices();
+
+// Appends a device and makes it the current one: all or nothing.
+void addDevice(const DeviceRef &device);
+// The devices behind it move up.
+void removeDevice(const DeviceRef &device);
+// Empties the table of what isn't a file. False, without effect: a file has been opened.
+bool removeInstruments();
+
+} // namespace Tessel

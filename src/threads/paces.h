@@ -1,0 +1,33 @@
+// Every span of time that a thread waits for, rather than for something that happens. What a host or an
+// instrument can see of them is their reason; a wait for another thread of this process is a condition
+// variable.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace Tessel::Pace {
+
+using namespace std::chrono_literals;
+
+// Told rhythms.
+inline constexpr auto settle = 300ms;       // before data flow: stages and hosts settle
+inline constexpr auto importStep = 50ms;    // before each step with an import source
+inline constexpr auto importSearch = 10ms;  // between two looks for a source that a host may still start
+inline constexpr auto instrumentPass = 1ms; // between two reads of an instrument
+inline constexpr auto publish = 1ms;        // between two looks for new data to give out
+inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
+
+// How long is waited for what may never come.
+inline constexpr auto stagesEnter = 10s;    // every stage of a run
+inline constexpr auto sourceMeasures = 10s; // the run of an import source
+inline constexpr auto stageLeaves = 100s;   // a stage that is deleted
+inline constexpr auto consumerTakes = 5s;   // a stopped run whose consumer takes nothing is aborted
+inline constexpr auto firstBatch = 1s;      // of a run that is in the way: until its first events come through
+inline constexpr auto nextBatch = 500ms;    // of a run that is in the way: until the next ones do
+inline constexpr auto draining = 2s;        // of a run that is in the way, at most
+inline constexpr auto aborting = 10s;       // an aborted run
+
+inline constexpr int32_t longestAcquisitionMs = 360'000'000; // 100 hours; an endless run is capped here
+
+} // namespace Tessel::Pace

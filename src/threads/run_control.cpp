@@ -1,0 +1,114 @@
+#include "threads/run_control.h"
+
+namespace Tessel {
+
+namespace {
+
+void notify(std::mutex &lock, std::condition_variable &changed)
+{
+    {
+        std::lock_guard held(lock);
+    }
+    changed.notify_all();
+}
+
+} // namespace
+
+std::shared_ptr<Run> currentRun(MeasContext &context)
+{
+    std::lock_guard lock(context.RunLock);
+    return context.CurrentRun;
+}
+
+std::shared_ptr<Run> liveRun(MeasContext &context)
+{
+    auto run = currentRun(context);
+    return run && !hasReached(*run, RunPhase::Over) ? run : nullptr;
+}
+
+void wake(RunControl &control)
+{
+    {
+        std::lock_guard held(control.Lock);
+        ++control.Wakes;
+    }
+    control.Changed.notify_all();
+}
+
+// The i-th of a list that others change; null behind its end. Nothing is allocated: an end of a run calls this.
+template <class Owner>
+std::shared_ptr<Manipulator> at(std::mutex &lock, const Owner &list, size_t i)
+{
+    std::lock_guard held(lock);
+    return i < list.size() ? list[i] : nullptr;
+}
+
+void wake(Manipulator &record)
+{
+    notify(record.Lock, record.Changed);
+}
+
+void wakeChain(MeasContext &context)
+{
+    for (size_t i = 0; auto record = at(context.PipelineLock, context.Manis, i); ++i) wake(*record);
+}
+
+void wakeImporters(MeasContext &context, Run &run)
+{
+    for (size_t i = 0; auto record = at(context.ManisLock, run.Importers, i); ++i) {
+        record->SourceChanged = true;
+        wake(*record);
+    }
+}
+
+void wakeAll(MeasContext &context, Run &run)
+{
+    wake(run.Control);
+    notify(run.ReadGate, run.ReadChanged);
+    notify(run.RawLock, run.RawTaken);
+    notify(context.ManisLock, run.BlockTaken);
+    wakeChain(context);
+    wakeImporters(context, run);
+}
+
+void noteTaken(Run &run)
+{
+    ++run.Taken;
+    run.TakenAt = monotonicNs();
+}
+
+int64_t monotonicNs()
+{
+    return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
+}
+
+void advance(MeasContext &context, Run &run, RunPhase phase)
+{
+    RunPhase before = run.Control.Phase;
+    while (before < phase && !run.Control.Phase.compare_exchange_weak(before, phase)) {
+    }
+    wakeAll(context, run);
+}
+
+void abortRun(MeasContext &context, Run &run)
+{
+    run.Control.Aborted = true;
+    wakeAll(context, run);
+}
+
+void requestStop(Run &run)
+{
+    run.Control.StopRequested = true;
+    wake(run.Control);
+    notify(run.ReadGate, run.ReadChanged);
+}
+
+void requestStopByHost(MeasContext &context, Run &run)
+{
+    if (!run.Control.StopByHost) run.Control.StoppedAt = monotonicNs();
+    run.Control.StopByHost = true;
+    run.Control.StopRequested = true;
+    wakeAll(context, run);
+}
+
+} // namespace Tessel

@@ -1,0 +1,15 @@
+// The name under which tools show a thread that works for a device.
+#pragma once
+
+#include <pthread.h>
+#include <string>
+
+namespace Tessel {
+
+inline void nameThread(const std::string &id)
+{
+    std::string name = ("Dev: " + id).substr(0, 15); // the longest that the system takes
+    pthread_setname_np(pthread_self(), name.c_str());
+}
+
+} // namespace Tessel
