@@ -57,10 +57,12 @@ TEST(Words, HoldOverflowsAsOfAnInstrument)
 // Decoded with plain arithmetic: times don't go back, the syncs of T2 come in time, and it ends at the end.
 TEST(Stream, GoesOnToItsEnd)
 {
-    for (const int mode : {2, 3}) {
+    PulsedParams weak = pulsed; // some photons, and long nothing
+    weak.Channels = {{2000, 0, 0}};
+    for (const auto &[mode, light] : {std::pair(2, pulsed), {3, pulsed}, {2, weak}, {3, weak}}) {
         const uint64_t wrap = mode == 2 ? 33554432 : 1024;
         uint64_t base = 0, last = 0, syncs = 0;
-        for (const uint32_t word : allWords(mode, pulsed)) {
+        for (const uint32_t word : allWords(mode, light)) {
             const uint64_t time = base + word % wrap;
             if (word >> 25 == 127) { // overflows
                 base += word % wrap * wrap;
