@@ -2,6 +2,7 @@
 #include "stream/words.h"
 
 #include "stream/event_store.h"
+#include "stream/times.h"
 
 #include <fmt/format.h>
 
@@ -61,7 +62,7 @@ void decodeT3(uint32_t word, const DecodeRules &rules, uint64_t &overflowBase, O
               InvalidWords &invalid)
 {
     const uint32_t channel = Word::channel(word);
-    const uint64_t time = (overflowBase + Word::nsync(word)) << 15 | Word::dtime(word);
+    const uint64_t time = (overflowBase + Word::nsync(word)) << dtimeBits | Word::dtime(word);
     if (!Word::special(word)) {
         if (channel < rules.NumChans)
             out.append(time, channel + 1);
@@ -71,7 +72,7 @@ void decodeT3(uint32_t word, const DecodeRules &rules, uint64_t &overflowBase, O
         out.append(time, markerCode(channel));
     } else if (channel == Word::OverflowChannel) {
         overflowBase += uint64_t{Word::nsync(word)} << 10;
-        out.append(overflowBase << 15 | Word::dtime(word), ChannelCode::Overflow);
+        out.append(overflowBase << dtimeBits | Word::dtime(word), ChannelCode::Overflow);
     } else {
         dropInvalid(word, rules, invalid);
     }

@@ -12,6 +12,7 @@
 //
 // A group is written whole even if words of it are dropped: there are never more events than words before it,
 // so the write stays within the room of words.size() events.
+#include "stream/times.h"
 #include "stream/words.h"
 
 #include <algorithm>
@@ -177,7 +178,7 @@ struct Scale
 
     uint64_t base(uint64_t overflowBase) const
     {
-        return mode == MeasMode::T2 ? overflowBase * Unit : overflowBase << 15;
+        return mode == MeasMode::T2 ? overflowBase * Unit : overflowBase << dtimeBits;
     }
     // Whether low + (before << 25) and the unit fit in 32 bits.
     bool isNarrow(uint64_t wraps) const { return wraps < 128 && (mode == MeasMode::T3 || Unit >> 32 == 0); }
