@@ -392,6 +392,23 @@ TESSEL_API bool getMeasDescription(char *buffer);
 /* The chain: {"ManisCfg": [{"Index", "Type", "Channels": [{"Channel": n}, ...]}, ...]}. */
 TESSEL_API bool getManisConfig(char *buffer);
 
+/* ----------------------------------------------------------------------------------- what went wrong, told
+ * For hosts that want to know at once what else stands in the log alone. */
+
+/* Opens a recorded file as a device and makes it the current one. `id` receives the id of the new device
+ * and has room for `capacity` bytes; null: not wanted. False: nothing was opened, because the file can't be
+ * read or the id with its zero has no room, and the device that was current stays so.
+ * A file that can be read opens, though it be no recording: tessel_lastError() tells what was wrong with
+ * it. */
+TESSEL_API bool tessel_openFile(const char *path, char *id, uint64_t capacity);
+
+/* The last ERR line that the calling thread's last call logged, without time and tag; an empty text and 0
+ * if it logged none. Writes at most `capacity` bytes, the zero included, and returns the length of the
+ * whole text, at most 4096. Each call of another function of this header forgets the line. Errors of a run
+ * come from threads of its own, which go on after the call: they are in the log, and "StopReason" of
+ * getMeasDescription() tells. Works before initAPI() and with the log off. */
+TESSEL_API int32_t tessel_lastError(char *text, uint64_t capacity);
+
 /* -------------------------------------------------------------------------- recordings made by the caller
  * For simulations, converters and tests: writes a data file from record words of the caller's own. */
 

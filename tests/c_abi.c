@@ -39,8 +39,11 @@ static bool writeRecording(const char *path)
 static void countRecording(const char *path)
 {
     char text[65535];
+    expect(!tessel_openFile("", NULL, 0) && tessel_lastError(NULL, 0) > 0, "no file, and a reason");
+    expect(tessel_openFile(path, NULL, 0) && tessel_lastError(text, 1) == 0, "the file opens");
+    closeDevice(0);
     snprintf(text, 8192, "%s", path);
-    expect(getFileDevice(text), "the file opens");
+    expect(getFileDevice(text), "the file opens the other way");
     const int64_t rows = getNumAllChans(NULL);
     expect(rows == 3, "rows are the sync and two inputs");
     uint32_t *counts = (uint32_t *)calloc((size_t)rows * 32768, sizeof *counts);

@@ -13,10 +13,12 @@ namespace Tessel {
 
 void logFailedCall(const char *name, const char *why) noexcept;
 
-// Runs the body of an export. `failed` is its result where something was thrown.
+// Runs the body of an export: a call, which forgets the error of the one before. `failed` is its result where
+// something was thrown.
 template <class Result, class Body>
 Result guarded(const char *name, Result failed, Body body) noexcept
 {
+    forgetLastError();
     try {
         return body();
     } catch (const std::exception &failure) {

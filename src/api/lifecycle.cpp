@@ -132,9 +132,20 @@ bool getDevice(char *id)
 bool getFileDevice(char *path)
 {
     return guarded("getFileDevice", false, [&] {
-        const DeviceRef chosen = openFileDevice(std::string(textOf(path)));
+        const DeviceRef chosen = Tessel::getFileDevice(textOf(path));
         traceApi(fmt::format("API getDevice \"{}\"", chosen->device.ID));
         copyText(chosen->device.ID, path);
+        return true;
+    });
+}
+
+bool tessel_openFile(const char *path, char *id, uint64_t capacity)
+{
+    return guarded("tessel_openFile", false, [&] {
+        const DeviceRef opened = openFile(textOf(path), id ? capacity : UINT64_MAX);
+        if (opened == noDevice()) return false;
+        traceApi(fmt::format("API tessel_openFile \"{}\"", visible(opened->device.ID)));
+        copyText(opened->device.ID, id);
         return true;
     });
 }

@@ -1,5 +1,6 @@
 #include "api/exports.h"
 #include "devices/result.h"
+#include "log/text.h"
 
 #include <array>
 
@@ -15,6 +16,13 @@ constexpr std::array switches = {&LogSwitches::Api, &LogSwitches::Config, &LogSw
 void logError(const char *text)
 {
     guarded("logError", [&] { logErr(LogCategory::General, "Ext.-Error: {}", textOf(text)); });
+}
+
+int32_t tessel_lastError(char *text, uint64_t capacity)
+{
+    const std::string_view error = lastError(); // not a call that forgets it
+    if (capacity > 0) copyText(cutTo(error, capacity - 1), text);
+    return static_cast<int32_t>(error.size());
 }
 
 void logExternal(const char *text)

@@ -5,6 +5,8 @@
 #include "log/log_writer.h"
 #include "log/text.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -57,13 +59,26 @@ int64_t systemTicks()
     return std::chrono::floor<Ticks>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-// Cuts between two characters; a copy, since a shortened string would keep its memory.
+// A copy, since a shortened string would keep its memory.
 std::string withinLimit(std::string text)
 {
     if (text.size() <= textLimit) return text;
-    size_t end = textLimit;
-    while (end > textLimit - 4 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) end--;
-    return text.substr(0, end);
+    return std::string(cutTo(text, textLimit));
+}
+
+// In place, so that keeping an error needs no memory.
+struct KeptError
+{
+    std::array<char, 4096> Text;
+    size_t Length;
+};
+constinit thread_local KeptError keptError{};
+
+void keepError(std::string_view text)
+{
+    const std::string_view kept = cutTo(text, keptError.Text.size());
+    std::copy(kept.begin(), kept.end(), keptError.Text.begin());
+    keptError.Length = kept.size();
 }
 
 std::optional<LogRecord> takeRecord(LogState &state)
@@ -130,6 +145,7 @@ std::thread startWithoutSignals(LogWriter writer)
 
 void postLog(LogSeverity severity, LogCategory category, std::string text)
 {
+    if (severity == LogSeverity::Err) keepError(text);
     LogState &state = logState();
     const bool consoleOn = state.ConsoleOn;
     if (!consoleOn && !state.FileOn) return;
@@ -142,6 +158,16 @@ void postLog(LogSeverity severity, LogCategory category, std::string text)
         state.Queue.push_back(std::move(record));
     }
     if (lost && consoleOn) writeConsole("Buffer overrun in Log!!!\n", 0ms);
+}
+
+std::string_view lastError() noexcept
+{
+    return {keptError.Text.data(), keptError.Length};
+}
+
+void forgetLastError() noexcept
+{
+    keptError.Length = 0;
 }
 
 void logExt(std::string_view text)

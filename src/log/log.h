@@ -55,6 +55,11 @@ void logErr(LogCategory category, fmt::format_string<Args...> format, Args &&...
     postLog(LogSeverity::Err, category, fmt::format(format, std::forward<Args>(args)...));
 }
 
+// The last error that the calling thread has posted since it forgot the ones before, whether the log is on or
+// not; of a very long text the beginning. It stays until the thread posts another one or forgets.
+std::string_view lastError() noexcept;
+void forgetLastError() noexcept;
+
 // Handed in from outside the library.
 void logExt(std::string_view text);
 

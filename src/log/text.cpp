@@ -143,6 +143,14 @@ std::string visible(std::string_view text)
     return result;
 }
 
+std::string_view cutTo(std::string_view text, size_t limit)
+{
+    if (text.size() <= limit) return text;
+    size_t end = limit;
+    while (end > 0 && limit - end < 4 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) end--;
+    return text.substr(0, end);
+}
+
 std::string normalPath(std::string_view path)
 {
     std::string result(path);

@@ -43,13 +43,14 @@ void setAfterFailedOpen(const DeviceRef &current)
 
 } // namespace
 
-DeviceRef openFileDevice(const std::string &path)
+DeviceRef openFile(std::string_view path, uint64_t largestId)
 {
     auto opened = std::make_shared<DeviceEntry>();
-    if (!readTgxFile(normalPath(path), opened->device, opened->context)) {
-        DeviceRef current = currentDevice();
-        setAfterFailedOpen(current);
-        return current;
+    if (!readTgxFile(path, opened->device, opened->context)) return noDevice();
+    if (opened->device.ID.size() >= largestId) {
+        logErr(LogCategory::General, "File: the id {} has no room in {} bytes", visible(opened->device.ID),
+               largestId);
+        return noDevice();
     }
     addDevice(opened);
     opened->device.IsOpen = true;
@@ -59,6 +60,15 @@ DeviceRef openFileDevice(const std::string &path)
         logInf(LogCategory::Progress, "OpenTGXFile: finished {} {}", opened->device.ID,
                opened->device.TableIndex.load());
     return opened;
+}
+
+DeviceRef getFileDevice(std::string_view path)
+{
+    DeviceRef opened = openFile(path, UINT64_MAX);
+    if (opened != noDevice()) return opened;
+    DeviceRef current = currentDevice();
+    setAfterFailedOpen(current);
+    return current;
 }
 
 bool initDevice(const DeviceRef &target)

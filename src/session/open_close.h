@@ -3,7 +3,9 @@
 
 #include "session/tables.h"
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace Tessel {
 
@@ -16,9 +18,13 @@ bool openDevice(Device &device);
 // none.
 DeviceRef pickDevice(const std::string &id);
 
-// Opens a recorded file: a new device, which becomes the current one. Where it can't be opened, the device that
-// is current is given, after `setAfterFailedOpen`: the caller tells by the id.
-DeviceRef openFileDevice(const std::string &path);
+// Opens a recorded file: a new device, which becomes the current one. noDevice(), and nothing changes: it can't
+// be read, or its id with a zero is larger than `largestId` bytes.
+DeviceRef openFile(std::string_view path, uint64_t largestId);
+
+// The same; but where it can't be opened, the device that is current is given, after `setAfterFailedOpen`: the
+// caller tells by the id.
+DeviceRef getFileDevice(std::string_view path);
 
 // What initDevice does once it has its device. True: initialised.
 bool initDevice(const DeviceRef &target);
