@@ -1,6 +1,7 @@
 // The console: what it is given, and that it can't hold the log when it is full, gone or closed.
 #include "log/console.h"
 
+#include "log/file_handle.h"
 #include "log/log_writer.h"
 #include "support/log_capture.h"
 
@@ -44,14 +45,20 @@ private:
     int kept;
 };
 
-struct Pipe
+// A pipe or a pair of sockets: what stands for standard output, and who reads it.
+struct Channel
 {
-    Pipe() { EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0); }
-    ~Pipe()
+    explicit Channel(bool sockets = false)
+    {
+        EXPECT_EQ(sockets ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : pipe2(ends.data(), O_CLOEXEC),
+                  0);
+    }
+    ~Channel()
     {
         closeReader();
         closeWriter();
     }
+    int writer() const { return ends[1]; }
     void closeReader() { close(std::exchange(ends[0], -1)); }
     void closeWriter() { close(std::exchange(ends[1], -1)); }
     std::string readAll()
@@ -74,73 +81,35 @@ struct Pipe
     std::array<int, 2> ends{-1, -1};
 };
 
-size_t count(const std::string &text, std::string_view part)
-{
-    size_t found = 0;
-    for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) found++;
-    return found;
-}
-
+// The ends of each block of eight.
 TEST(Console, ColourNumbers)
 {
-    const struct
-    {
-        uint32_t number;
-        const char *sequence;
-    } cases[] = {{0, "\033[0m"},     {1, "\033[0;30m"},   {8, "\033[0;37m"},   {9, "\033[1;30m"},
-                 {16, "\033[1;37m"}, {17, "\033[4;30m"},  {24, "\033[4;37m"},  {25, "\033[0;90m"},
-                 {32, "\033[0;97m"}, {33, "\033[1;90m"},  {40, "\033[1;97m"},  {41, "\033[40m"},
-                 {48, "\033[47m"},   {49, "\033[0;100m"}, {56, "\033[0;107m"}, {57, ""},
-                 {UINT32_MAX, ""}};
-    for (const auto &c : cases) EXPECT_EQ(colourSequence(c.number), c.sequence) << c.number;
-}
-
-TEST(Console, ALineIsColouredAndEachRecordResets)
-{
-    const struct
-    {
-        LogSeverity severity;
-        const char *colour;
-    } cases[] = {{LogSeverity::Inf, "36"}, {LogSeverity::Dev, "34"}, {LogSeverity::Deb, "32"},
-                 {LogSeverity::Wrn, "33"}, {LogSeverity::Err, "31"}, {LogSeverity::Ext, "35"}};
-    for (const auto &c : cases) {
-        LogWriter writer;
-        writer.ConsoleOn = true;
-        const LogRecord record{c.severity, LogCategory::Progress, 0, "text"};
-        writeRecord(writer, record, 0);
-        EXPECT_EQ(writer.ConsoleText, "\033[0;" + std::string(c.colour) + "m" + logLine(record) + "\n\033[0m");
-    }
-    LogWriter off;
-    writeRecord(off, {}, 0);
-    EXPECT_EQ(off.ConsoleText, "\033[0m");
-}
-
-TEST(Console, AllLinesReachAPipeThatIsRead)
-{
-    Pipe pipe;
-    {
-        const StandardOutput redirected(pipe.ends[1]);
-        startLog(false, true, "", "Tessel", "v1");
-        for (int i = 0; i < 200; i++) logWrn(LogCategory::General, "line {}", i);
-        stopLog();
-    }
-    const std::string text = pipe.readAll();
-    EXPECT_EQ(count(text, " WRN line "), 200u);
-    EXPECT_EQ(count(text, "\033[0m"), count(text, "\n"));
-    EXPECT_LT(text.find("INF INIT"), text.find("INF Tessel v1\n"));
-    EXPECT_LT(text.find("line 199"), text.find("INF EXIT"));
+    const std::pair<uint32_t, const char *> cases[] = {
+        {0, "\033[0m"},     {1, "\033[0;30m"},  {8, "\033[0;37m"}, {16, "\033[1;37m"},  {24, "\033[4;37m"},
+        {32, "\033[0;97m"}, {40, "\033[1;97m"}, {41, "\033[40m"},  {56, "\033[0;107m"}, {57, ""}};
+    for (const auto &[number, sequence] : cases) EXPECT_EQ(colourSequence(number), sequence) << number;
 }
 
 // Whatever standard output is, the file gets every line and the stop comes soon.
-class BrokenConsole : public testing::Test
+TEST(Console, ABrokenOneHarmsNothing)
 {
-protected:
-    static void expectUnharmed(int replacement)
-    {
+    Channel unread, unreadSocket(true), leftPipe, leftSocket(true);
+    unread.fill();
+    leftPipe.closeReader();
+    leftSocket.closeReader();
+    const FileHandle full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    const std::pair<const char *, int> cases[] = {{"closed", -1},
+                                                  {"pipe that nobody reads", unread.writer()},
+                                                  {"socket that nobody reads", unreadSocket.writer()},
+                                                  {"pipe without reader", leftPipe.writer()},
+                                                  {"socket without reader", leftSocket.writer()},
+                                                  {"full device", full.descriptor()}};
+    for (const auto &[name, output] : cases) {
+        SCOPED_TRACE(name);
         const TempFolder folder;
         const auto before = Clock::now();
         {
-            const StandardOutput redirected(replacement);
+            const StandardOutput redirected(output);
             startLog(true, true, folder.path().string(), "Tessel", "v1");
             for (int i = 0; i < 2000; i++) logWrn(LogCategory::General, "line {}", i);
             stopLog();
@@ -149,70 +118,49 @@ protected:
         const auto lines = logLines(folder.path());
         EXPECT_EQ(countLines(lines, "WRN line "), 2000u);
         EXPECT_EQ(countLines(lines, "EXIT"), 1u);
-        for (const std::string &line : lines) EXPECT_EQ(line.find('\033'), std::string::npos);
+        EXPECT_EQ(countLines(lines, "\033"), 0u) << "colours are for the console";
     }
-};
-
-TEST_F(BrokenConsole, Closed)
-{
-    expectUnharmed(-1);
+    EXPECT_EQ(fcntl(unread.writer(), F_GETFL) & O_NONBLOCK, 0) << "the host's descriptor stays blocking";
 }
 
-TEST_F(BrokenConsole, PipeWithoutReader)
+TEST(Console, AllLinesReachAPipeThatIsRead)
 {
-    Pipe pipe;
-    pipe.closeReader();
-    expectUnharmed(pipe.ends[1]);
-}
-
-TEST_F(BrokenConsole, PipeThatNobodyReads)
-{
-    Pipe pipe;
-    pipe.fill();
-    expectUnharmed(pipe.ends[1]);
-    EXPECT_EQ(fcntl(pipe.ends[1], F_GETFL) & O_NONBLOCK, 0) << "the host's descriptor stays blocking";
-}
-
-TEST_F(BrokenConsole, SocketThatNobodyReads)
-{
-    std::array<int, 2> ends{};
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-    expectUnharmed(ends[1]);
-    close(ends[0]);
-    expectUnharmed(ends[1]);
-    close(ends[1]);
-}
-
-TEST_F(BrokenConsole, FullDevice)
-{
-    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-    expectUnharmed(full);
-    close(full);
+    Channel pipe;
+    {
+        const StandardOutput redirected(pipe.writer());
+        startLog(false, true, "", "Tessel", "v1");
+        for (int i = 0; i < 200; i++) logWrn(LogCategory::General, "line {}", i);
+        stopLog();
+    }
+    const std::string text = pipe.readAll();
+    size_t at = 0; // each line is there, in order, coloured, and the colour is reset behind it
+    for (int i = 0; i < 200; i++) {
+        at = text.find(fmt::format(" WRN line {}\n\033[0m", i), at);
+        ASSERT_NE(at, std::string::npos) << i;
+    }
+    EXPECT_LT(text.find("INF INIT"), text.find("INF Tessel v1\n"));
+    EXPECT_LT(at, text.find("INF EXIT"));
 }
 
 TEST(Console, AMissingReaderRaisesNoSignalOnTheCallingThread)
 {
-    Pipe pipe;
-    pipe.closeReader();
-    std::array<int, 2> sockets{};
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets.data()), 0);
-    close(sockets[0]);
-    for (const int output : {pipe.ends[1], sockets[1]}) {
+    for (const bool sockets : {false, true}) {
+        Channel left(sockets);
+        left.closeReader();
         bool written = true;
         {
-            const StandardOutput redirected(output);
+            const StandardOutput redirected(left.writer());
             errno = EDOM;
             written = writeConsole("text\n"); // SIGPIPE would end the test here
         }
         EXPECT_FALSE(written);
         EXPECT_EQ(errno, EDOM);
     }
-    close(sockets[1]);
 }
 
 TEST(Console, AHungConsoleIsWaitedForOnce)
 {
-    Pipe pipe;
+    Channel pipe;
     pipe.fill();
     LogWriter writer;
     writer.ConsoleOn = true;
@@ -225,7 +173,7 @@ TEST(Console, AHungConsoleIsWaitedForOnce)
     int written = 0;
     Clock::duration spent{};
     {
-        const StandardOutput redirected(pipe.ends[1]);
+        const StandardOutput redirected(pipe.writer());
         const auto before = Clock::now();
         for (int i = 0; i < 30; i++) written += writeOne();
         spent = Clock::now() - before;

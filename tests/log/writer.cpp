@@ -64,21 +64,24 @@ TEST_F(LogWriterTest, LineHasLocalTimeOfTheCallTagAndText)
     {
         LogSeverity severity;
         int64_t fraction;
-        const char *text, *expected;
+        const char *text, *expected, *colour;
     } cases[] = {
-        {LogSeverity::Inf, 0, "Init", "261115_03:59:59.0000000 INF Init"},
-        {LogSeverity::Dev, 1, "", "261115_03:59:59.0000001 DEV "},
-        {LogSeverity::Deb, 9'999'999, "a\nb", "261115_03:59:59.9999999 DEB a\nb"},
-        {LogSeverity::Wrn, 1'234'567, "{} %d", "261115_03:59:59.1234567 WRN {} %d"},
-        {LogSeverity::Err, 500, "x", "261115_03:59:59.0000500 ERR x"},
-        {LogSeverity::Ext, 10, "x", "261115_03:59:59.0000010 EXT x"},
-        {static_cast<LogSeverity>(9), 0, "x", "261115_03:59:59.0000000  x"},
+        {LogSeverity::Inf, 0, "Init", "261115_03:59:59.0000000 INF Init", "36"},
+        {LogSeverity::Dev, 1, "", "261115_03:59:59.0000001 DEV ", "34"},
+        {LogSeverity::Deb, 9'999'999, "a\nb", "261115_03:59:59.9999999 DEB a\nb", "32"},
+        {LogSeverity::Wrn, 1'234'567, "{} %d", "261115_03:59:59.1234567 WRN {} %d", "33"},
+        {LogSeverity::Err, 500, "x", "261115_03:59:59.0000500 ERR x", "31"},
+        {LogSeverity::Ext, -evening * ticksPerSecond - 1, "x", "700101_05:29:59.9999999 EXT x", "35"},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(logLine({c.severity, LogCategory::Progress, evening * ticksPerSecond + c.fraction, c.text}),
-                  c.expected);
-    EXPECT_EQ(logLine({LogSeverity::Inf, LogCategory::Progress, -1, "before 1970"}),
-              "700101_05:29:59.9999999 INF before 1970");
+    for (const auto &c : cases) {
+        const LogRecord given{c.severity, LogCategory::Progress, evening * ticksPerSecond + c.fraction, c.text};
+        EXPECT_EQ(logLine(given), c.expected);
+        LogWriter writer;
+        writeRecord(writer, given, 0); // the console is off
+        writer.ConsoleOn = true;
+        writeRecord(writer, given, 0);
+        EXPECT_EQ(writer.ConsoleText, fmt::format("\033[0m\033[0;{}m{}\n\033[0m", c.colour, c.expected));
+    }
 }
 
 TEST_F(LogWriterTest, EachRunAfterTheDaysFirstHasAFileOfItsOwn)
@@ -112,24 +115,17 @@ TEST_F(LogWriterTest, MidnightOpensTheNextDaysFileBeforeTheRecord)
               (std::vector<std::string>{"WRN late", "WRN last", "WRN first", "WRN month later"}));
 }
 
-TEST_F(LogWriterTest, WithoutFileNothingIsTouched)
+TEST_F(LogWriterTest, WithoutAFileTheConsoleGetsTheLine)
 {
-    LogWriter writer = writerInFolder();
-    writer.FileOn = false;
-    writeRecord(writer, record("x"), evening);
-    EXPECT_EQ(writer.LastDay, -1);
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-}
-
-TEST_F(LogWriterTest, AFolderThatIsNotThereLosesTheFileAndNothingElse)
-{
-    LogWriter writer = writerInFolder();
-    writer.LogFolder += "\\missing";
-    writer.ConsoleOn = true;
-    writeRecord(writer, record("on the console"), evening);
-    EXPECT_NE(writer.ConsoleText.find("WRN on the console\n"), std::string::npos);
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-    writer.ConsoleText.clear();
+    for (const bool fileOn : {false, true}) {
+        LogWriter writer = writerInFolder();
+        writer.FileOn = fileOn;
+        writer.LogFolder += "\\missing";
+        writer.ConsoleOn = true;
+        writeRecord(writer, record("on the console"), evening);
+        EXPECT_NE(writer.ConsoleText.find("WRN on the console\n"), std::string::npos);
+        EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+    }
 }
 
 TEST_F(LogWriterTest, AFullDiscTearsOneLineAndTheNextStartsAfresh)

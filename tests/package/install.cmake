@@ -1,4 +1,5 @@
-# Installs into a fresh tree and builds a C host against it twice: with find_package and with pkg-config.
+# Installs into a fresh tree and builds the example of the README against it twice: with find_package and with
+# pkg-config. It counts a recording that the installed program makes.
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE failed OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(failed)
@@ -10,29 +11,32 @@ endfunction()
 set(STAGE ${WORK}/stage)
 file(REMOVE_RECURSE ${WORK})
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${STAGE})
+file(READ ${README} text)
+string(REGEX MATCH "```c\n([^`]*)```" ignored "${text}")
+file(WRITE ${WORK}/host/host.c "${CMAKE_MATCH_1}")
+file(WRITE ${WORK}/host/CMakeLists.txt "cmake_minimum_required(VERSION 3.25)
+project(host LANGUAGES C)
+find_package(Tessel ${VERSION} EXACT REQUIRED)
+add_executable(host host.c)
+target_link_libraries(host PRIVATE Tessel::tessel)\n")
 
-run(${CMAKE_COMMAND} -S ${HOST} -B ${WORK}/cmake -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${STAGE} -DCMAKE_C_COMPILER=${COMPILER}
-    -DWANTED_VERSION=${VERSION})
+run(${CMAKE_COMMAND} -S ${WORK}/host -B ${WORK}/cmake -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${STAGE}
+    -DCMAKE_C_COMPILER=${COMPILER})
 run(${CMAKE_COMMAND} --build ${WORK}/cmake)
-run(${WORK}/cmake/host ${INI})
 
 set(ENV{PKG_CONFIG_PATH} ${STAGE}/${LIBDIR}/pkgconfig)
 run(pkg-config --exact-version=${VERSION} tessel)
 run(pkg-config --cflags --libs tessel)
 separate_arguments(flags UNIX_COMMAND "${output}")
-run(${COMPILER} ${HOST}/host.c -o ${WORK}/host ${flags} -Wl,-rpath,${STAGE}/${LIBDIR})
-run(${WORK}/host ${INI})
+run(${COMPILER} ${WORK}/host/host.c -o ${WORK}/plain ${flags} -Wl,-rpath,${STAGE}/${LIBDIR})
 
-# The example of the README, on a recording that the installed program makes.
-file(READ ${README} text)
-string(REGEX MATCH "```c\n([^`]*)```" ignored "${text}")
-file(WRITE ${WORK}/example.c "${CMAKE_MATCH_1}")
-run(${COMPILER} ${WORK}/example.c -o ${WORK}/example ${flags} -Wl,-rpath,${STAGE}/${LIBDIR})
 run(${STAGE}/bin/tessel simulate ${WORK}/decay.tgx --duration 10ms)
-run(${WORK}/example ${WORK}/decay.tgx ${INI})
-if(NOT output MATCHES "channel 0: 0\n.*channel 1: [1-9][0-9]+\n.*channel 2: [1-9][0-9]+\n")
-  message(FATAL_ERROR "the example of the README prints: ${output}")
-endif()
+foreach(host ${WORK}/cmake/host ${WORK}/plain)
+  run(${host} ${WORK}/decay.tgx ${INI})
+  if(NOT output MATCHES "channel 0: 0\n.*channel 1: [1-9][0-9]+\n.*channel 2: [1-9][0-9]+\n")
+    message(FATAL_ERROR "the example of the README prints: ${output}")
+  endif()
+endforeach()
 
 # The installed program finds the installed library.
 run(${STAGE}/bin/tessel --version)
