@@ -67,7 +67,8 @@ TESSEL_API bool getDevice(char *id);
 /* Opens a recorded file (extension tgx) as a device and makes it the current one. `path`: in, the file; out,
  * the id of the current device, at most 8192 bytes with its zero. A file device is open and initialised from
  * the start. A file that can't be read makes no device: the log says why, and the device that was current stays
- * so. The result is true all the same: only the id shows whether the file was opened. */
+ * so. The result is true all the same: only the id shows whether the file was opened. tessel_openFile() gives
+ * a plain answer. */
 TESSEL_API bool getFileDevice(char *path);
 
 /* Brings the current device into a measurement mode (0 histogramming, 2 T2, 3 T3) with a reference clock
@@ -444,21 +445,20 @@ TESSEL_API bool getMeasDescription(char *buffer);
 /* The chain: {"ManisCfg": [{"Index", "Type", "Channels": [{"Channel": n}, ...]}, ...]}. */
 TESSEL_API bool getManisConfig(char *buffer);
 
-/* ----------------------------------------------------------------------------------- what went wrong, told
- * For hosts that want to know at once what else stands in the log alone. */
+/* ---------------------------------------------------------------------------------------- what went wrong
+ * For hosts that want to know at once what otherwise only the log says. */
 
-/* Opens a recorded file as a device and makes it the current one. `id` receives the id of the new device
- * and has room for `capacity` bytes; null: not wanted. False: nothing was opened, because the file can't be
- * read or the id with its zero has no room, and the device that was current stays so.
- * A file that can be read opens, though it be no recording: tessel_lastError() tells what was wrong with
- * it. */
+/* Opens a recorded file as a device and makes it the current one. `id` receives the id of the new device and
+ * has room for `capacity` bytes; null: not wanted. False: nothing was opened, because the file can't be read or
+ * the id with its zero has no room; the device that was current stays so. A file that can be read but is no
+ * recording opens all the same: tessel_lastError() says what is wrong with it. */
 TESSEL_API bool tessel_openFile(const char *path, char *id, uint64_t capacity);
 
-/* The last ERR line that the calling thread's last call logged, without time and tag; an empty text and 0
- * if it logged none. Writes at most `capacity` bytes, the zero included, and returns the length of the
- * whole text, at most 4096. Each call of another function of this header forgets the line. Errors of a run
- * come from threads of its own, which go on after the call: they are in the log, and "StopReason" of
- * getMeasDescription() tells. Works before initAPI() and with the log off. */
+/* The last ERR line that the calling thread's last call logged, without time and tag; an empty text and 0 if it
+ * logged none. Writes at most `capacity` bytes, the zero included, and returns the length of the whole text, at
+ * most 4096. Each call of another function of this header forgets the line. Errors of a run come from threads
+ * of its own, often after the call: they are in the log, and "StopReason" of getMeasDescription() says why the
+ * run ended. Works before initAPI() and with the log off. */
 TESSEL_API int32_t tessel_lastError(char *text, uint64_t capacity);
 
 /* -------------------------------------------------------------------------- recordings made by the caller
