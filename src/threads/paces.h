@@ -1,6 +1,5 @@
-// Every span of time that a thread waits for, rather than for something that happens. What a host or an
-// instrument can see of them is their reason; a wait for another thread of this process is a condition
-// variable.
+// Every span of time that a thread waits for. Each is one that a host or an instrument can see; a wait for
+// another thread of this process is a condition variable.
 #pragma once
 
 #include <chrono>
@@ -10,13 +9,14 @@ namespace Tessel::Pace {
 
 using namespace std::chrono_literals;
 
-// Told rhythms.
+// Rhythms.
 inline constexpr auto settle = 300ms;       // before data flow: stages and hosts settle
 inline constexpr auto importStep = 50ms;    // before each step with an import source
 inline constexpr auto importSearch = 10ms;  // between two looks for a source that a host may still start
 inline constexpr auto instrumentPass = 1ms; // between two reads of an instrument
 inline constexpr auto publish = 1ms;        // between two looks for new data to give out
 inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
+inline constexpr auto lastWords = 1s;       // before each of the last two lines of a Coincidence
 
 // How long is waited for what may never come.
 inline constexpr auto stagesEnter = 10s;    // every stage of a run
