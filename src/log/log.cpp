@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <deque>
 #include <exception>
@@ -18,6 +19,7 @@
 #include <pthread.h>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace Tessel {
 
@@ -29,7 +31,7 @@ using namespace std::chrono_literals;
 
 constexpr size_t queueLimit = 4096;
 constexpr size_t textLimit = 65536;   // bytes; a longer text is cut
-constexpr auto idleSleep = 10ms;      // posting never wakes the writer, so it never makes a system call
+constexpr auto gatherPace = 10ms;     // between two looks; posting wakes the writer at most as often
 constexpr auto stopPatience = 1000ms; // what the last lines may spend on a slow console
 constexpr std::string_view bannerLine = "----------------------------------------------";
 
@@ -42,8 +44,10 @@ struct LogState
     std::atomic<bool> FileOn{false}, ConsoleOn{false}; // off until the first start; kept by a stop
     std::atomic<bool> StopRequested{false};
 
-    std::mutex QueueLock;        // held to add or take one record
-    std::deque<LogRecord> Queue; // guarded by QueueLock
+    std::mutex QueueLock;           // held to add or take one record
+    std::deque<LogRecord> Queue;    // guarded by QueueLock
+    bool WriterSleeps = false;      // until something is posted; guarded by QueueLock
+    std::condition_variable Posted; // or the writer is to stop
 };
 
 // Never destroyed: threads may post while the process ends.
@@ -90,6 +94,15 @@ std::optional<LogRecord> takeRecord(LogState &state)
     return record;
 }
 
+void waitForRecord(LogState &state)
+{
+    std::this_thread::sleep_for(gatherPace);
+    std::unique_lock lock(state.QueueLock);
+    state.WriterSleeps = true;
+    state.Posted.wait(lock, [&state] { return !state.Queue.empty() || state.StopRequested; });
+    state.WriterSleeps = false;
+}
+
 void writeQueued(LogWriter writer)
 {
     LogState &state = logState();
@@ -106,7 +119,7 @@ void writeQueued(LogWriter writer)
         }
         flushConsole(writer);
         if (stopping) return;
-        std::this_thread::sleep_for(idleSleep);
+        waitForRecord(state);
     }
     flushConsole(writer);
 }
@@ -152,11 +165,14 @@ void postLog(LogSeverity severity, LogCategory category, std::string text)
 
     LogRecord record{severity, category, systemTicks(), withinLimit(std::move(text))};
     std::optional<std::deque<LogRecord>> lost; // freed behind the lock
+    bool wakes = false;
     {
         const std::lock_guard lock(state.QueueLock);
         if (state.Queue.size() >= queueLimit) lost.emplace().swap(state.Queue);
         state.Queue.push_back(std::move(record));
+        wakes = std::exchange(state.WriterSleeps, false);
     }
+    if (wakes) state.Posted.notify_one();
     if (lost && consoleOn) writeConsole("Buffer overrun in Log!!!\n", 0ms);
 }
 
@@ -221,7 +237,11 @@ void stopLog()
         logInf(LogCategory::Progress, "EXIT");
         logInf(LogCategory::Progress, "{}", bannerLine);
     }
-    state.StopRequested = true;
+    {
+        const std::lock_guard queue(state.QueueLock);
+        state.StopRequested = true;
+    }
+    state.Posted.notify_one();
     state.Writer.join(); // its file is closed with it
     state.Running = false;
 }
