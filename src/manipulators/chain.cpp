@@ -31,7 +31,9 @@ ChainLocks::~ChainLocks()
 
 void ChainLocks::append(std::shared_ptr<Manipulator> record)
 {
+    context.ManisLock.unlock(); // it comes after the records' locks
     record->Lock.lock();
+    context.ManisLock.lock();
     Manipulator &appended = *record;
     try {
         context.Manis.push_back(std::move(record));
