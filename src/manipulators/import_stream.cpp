@@ -165,6 +165,7 @@ void beforeTurn(ImportState &import, const StageRef &stage)
     if (taken > 0) {
         dropUsed(import);
         takeFrom(import, run->Facts, block, taken);
+        import.Waits = false;
         noteTaken(*run);
     }
     import.SourceOver = done && taken == offered;

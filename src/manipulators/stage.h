@@ -93,19 +93,20 @@ template <class State>
 bool waitForRun(State &state, StageRef &stage)
 {
     Manipulator &record = *stage.record;
-    for (bool ready = !uses<State, Hook::Ready>;;) {
+    std::shared_ptr<Run> readyFor;
+    for (;;) {
         auto own = lockOwn(stage.context, stage.record);
         record.Changed.wait(own, [&] { return record.ExitFlag || (stage.run = openRun(stage)); });
         if (record.ExitFlag) return false;
-        if (ready) {
+        if (!uses<State, Hook::Ready> || readyFor == stage.run) {
             record.StartedFlag = true;
             own.unlock();
             wake(stage.run->Control);
             return true;
         }
         own.unlock();
-        if constexpr (uses<State, Hook::Ready>) ready = isReady(state, stage);
-        if (ready) continue;
+        if constexpr (uses<State, Hook::Ready>) readyFor = isReady(state, stage) ? stage.run : nullptr;
+        if (readyFor) continue;
         own.lock();
         record.Changed.wait_for(own, Pace::importSearch, [&record] { return record.ExitFlag.load(); });
     }
