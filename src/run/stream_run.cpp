@@ -85,7 +85,10 @@ bool waitManipulators(RunRef &ref)
                    return isAwaited(record) && record.Type == ManisType::ImportStream;
                });
     };
-    waitFor(control, Pace::stagesEnter, [&] { return control.Aborted || areIn() || isLost() || isGivenUp(); });
+    auto isOver = [&] { return control.Aborted || areIn() || isLost() || isGivenUp(); };
+    waitFor(control, Pace::stagesEnter, isOver);
+    if (isLost())
+        std::lock_guard removed(ref.context.EndLock); // the chain is being cleared: it goes on without
     if (control.Aborted || areIn()) return areIn();
     if (isLost() || !isGivenUp()) tellLateStage(ref);
     return false;

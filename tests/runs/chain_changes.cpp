@@ -207,3 +207,20 @@ TEST(ChainChanges, ARestartEndsARunOnNoDevice)
     initAPI(host.iniPath().c_str());
     EXPECT_TRUE(finished.isSet());
 }
+
+// The coincidence takes two seconds to go, in which the import's thread is gone already.
+TEST(ChainChanges, AChainThatIsClearedBeforeARunHasItsStagesIsMissedByNobody)
+{
+    Host host;
+    ASSERT_FALSE(host.open(writeT3(host)).empty());
+    addMImportStream(nullptr, u"no such device", 1, members, 1, 0);
+    addMCoincidence(nullptr, members, 1, 1000, 0, 0, 1);
+    Counts counts(5, columns);
+    Finished finished;
+    getHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
+    std::this_thread::sleep_for(500ms);
+    clearManis(nullptr);
+    ASSERT_TRUE(finished.wait());
+    EXPECT_EQ(counts.sum(), records);
+    EXPECT_EQ(host.logged("Could not start manipulator"), 0u);
+}
