@@ -1,8 +1,8 @@
-// `MeasContext`: the working record of a device: what outlives a run.
+// `MeasContext`: what a device keeps from run to run.
 //
-// Lock order of a device: PipelineLock, each record's Lock in vector order, ManisLock. StartLock and EndLock
-// are taken before all of them. RunLock, and of a run ReadGate, RawLock and Control.Lock, are held for a look
-// or a change; nothing else is taken under them.
+// Lock order of a device: StartLock or EndLock, PipelineLock, each stage's Lock in chain order, ManisLock. Last
+// of all, and one at a time, RunLock and a run's ReadGate, RawLock and Control.Lock: they are held for a look
+// or a change.
 #pragma once
 
 #include "records/custom_tag.h"
@@ -22,32 +22,32 @@ namespace Tessel {
 
 struct MeasContext
 {
-    // How results are given out; set by the host at any time, seen by a live run.
+    // How results are published; the host sets it at any time, and a live run sees it.
     std::atomic<int32_t> SequenceMode{0}; // 0 none, 1 by time, 2 by count
     std::atomic<uint64_t> SequencePeriodPs{0};
     std::atomic<uint64_t> SequenceCount{0};
     std::atomic<bool> SequenceWait{false};
 
-    std::mutex PipelineLock; // the chain: held while it is rearranged, passed through by every stage's turn
-    std::mutex ManisLock;    // results against readers
+    std::mutex PipelineLock; // the chain: held while it is rearranged; every turn of a stage passes through it
+    std::mutex ManisLock;    // results, and blocks of events, against readers
 
-    std::vector<std::shared_ptr<Manipulator>> Manis; // the chain; see manipulator.h for who may touch it
+    std::vector<std::shared_ptr<Manipulator>> Manis; // the chain; guarded like the "chain" fields of a stage
     std::atomic<uint64_t> ManisChans{0};             // channels that the chain makes
 
-    MeasDescription Description;
+    MeasDescription Description; // of the last run; see there
     std::atomic<int32_t> SyncRate{0};
     std::array<std::atomic<int32_t>, 256> CountRates{}; // last rate of each input
-    std::atomic<uint64_t> ResolutionPs{1};
-    std::vector<CustomTag> CustomTags; // the host's thread
+    std::atomic<uint64_t> ResolutionPs{1};              // as the opened file says
+    std::vector<CustomTag> CustomTags;                  // the host's thread
 
     MeasParams Params; // the host's thread; a run goes by a copy
 
     std::mutex RunLock;              // guards CurrentRun
     std::shared_ptr<Run> CurrentRun; // the live run, or the last one
-    std::mutex StartLock;            // one start at a time
-    std::atomic<int> Starts{0};      // runs that are being started and their import sources before them
-    std::mutex EndLock;              // stages are ended and removed by one thread at a time
-    std::atomic<bool> Closed{false}; // the device is gone: no run starts and no stage is added any more
+    std::mutex StartLock;            // one start of a run at a time
+    std::atomic<int> Starts{0};      // calls that are starting a run, from their import sources on
+    std::mutex EndLock;              // one thread at a time ends and removes stages
+    std::atomic<bool> Closed{false}; // set with StartLock: no run starts and no stage is added any more
 };
 
 } // namespace Tessel

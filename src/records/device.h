@@ -1,5 +1,5 @@
-// `Device`: one per instrument port, recorded file or remote device. Parameters are written on the thread of
-// the request and read by the run without a lock: a host doesn't change them during a run.
+// `Device`: an instrument port, a recorded file or a remote device. Parameters are written on the host's thread
+// and read by the run without a lock: a host doesn't change them during a run.
 #pragma once
 
 #include "records/device_config.h"
@@ -10,19 +10,19 @@
 
 namespace Tessel {
 
-// The configuration, and what a copy of it must not hold: the connection, and what a run writes.
+// The configuration, and what a copy of it must not have: the connection, and what a run writes.
 struct Device : DeviceConfig
 {
-    uint64_t DataStart = 0; // file offset of the first record
+    uint64_t DataStart = 0; // file offset of the first record; constant after opening
     bool LoopFile = false;  // a replay starts again at the file's end; nothing sets it
     std::atomic<uint64_t> TableIndex{0};
     std::atomic<int32_t> Index{-1}; // negative: not usable
-    int64_t SyncPeriodPs = 1;       // raw time to ps: T2 the base resolution, T3 the sync period
+    int64_t SyncPeriodPs = 1;       // raw time to ps: T2 base resolution, T3 sync period; not during a run
     std::atomic<bool> IsOpen{false};
     std::atomic<bool> IsInitialized{false};
     std::atomic<bool> IsConfigured{false};
-    int32_t Error = 0; // last result of an instrument library
-    std::mutex Mutex;  // around every call into an instrument library
+    int32_t Error = 0; // last result of an instrument library; nothing sets it yet
+    std::mutex Mutex;  // held around every call into an instrument library
 };
 
 } // namespace Tessel

@@ -1,6 +1,5 @@
-// `DeviceConfig`: the configuration of a device as a plain value. A copy of it is a snapshot, for a header, a
-// JSON text or a run, that nobody changes any more. devices/fields.cpp says of each field what else there is to
-// know.
+// `DeviceConfig`: the configuration of a device as a plain value. A copy is a snapshot for a header, a JSON
+// text or a run. devices/fields.cpp says what else there is to know of each field.
 #pragma once
 
 #include "records/enums.h"
@@ -32,7 +31,7 @@ struct ChannelRow // one per input channel; levels in mV, times in ps
     uint32_t TrigFeature = TrigFeature::Edge;
 };
 
-// All parameters, and what the instrument or the file told of itself. Levels in mV, times in ps.
+// All parameters, and what the instrument or the file says of itself. Levels in mV, times in ps.
 struct DeviceConfig
 {
     Tessel::DeviceType DeviceType = DeviceType::None;

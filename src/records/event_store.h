@@ -22,7 +22,7 @@ struct FreePages
 template <class T>
 using PageArray = std::unique_ptr<T[], FreePages>;
 
-// Guarded by the lock of the record that holds it.
+// Guarded by the lock of the stage, or of the block, that has it.
 struct EventStore
 {
     PageArray<uint64_t> Times;   // T2: ps. T3: sync number above 15 bits of dtime

@@ -1,5 +1,5 @@
-// What stages and counters have to know of the device behind a stream. Constant during a run, with one
-// exception: on an instrument MeasureThread settles SyncPeriodPs of T3 before the first words are handed over.
+// What stages and counters know of the device that a stream comes from. Constant during a run, with one
+// exception: on an instrument MeasureThread sets SyncPeriodPs of T3 before it hands over the first words.
 #pragma once
 
 #include "records/enums.h"
@@ -19,8 +19,8 @@ struct StreamFacts
     int32_t NumChans = 0;        // inputs, without the sync
     uint32_t StopCount = 0;      // a histogram ends when a bin reaches it; 0: never
     bool MayWait = false;        // a full store makes the stream wait; live data can't
-    bool IsLive = false;         // an instrument: what doesn't fit makes room for what is newer
-    bool IgnoresCode18 = false;  // special words of channel 18 mean nothing
+    bool IsLive = false;         // an instrument: the newest data replace what has no room
+    bool IgnoresCode18 = false;  // special words of channel 18 are no fault
 };
 
 } // namespace Tessel

@@ -25,11 +25,11 @@ enum class ManisType : uint32_t {
     ImportStream = 8,
 };
 
-// A record is shared by the vector of its device and by its own thread, which may outlive its place there.
-// "Chain": written with PipelineLock, every record's lock and ManisLock held, read under any one of them.
+// Shared by the chain of its device and by its own thread, which may go on after it has left the chain.
+// "Chain": written with PipelineLock, every stage's Lock and ManisLock held, read under any one of them.
 struct Manipulator
 {
-    // Constant once the record stands in the vector.
+    // Constant once the stage is in the chain.
     std::string Name;
     ManisType Type = ManisType::Nothing;
     std::vector<uint8_t> InChans;
@@ -40,9 +40,9 @@ struct Manipulator
     bool KeepFlag = false;
 
     std::atomic<bool> Enabled{true};
-    std::atomic<int32_t> Index{0}; // position in the vector
-    int32_t ChainIndex = 0;        // chain; of record k: position of the k-th enabled record
-    int32_t NextIndex = 0;         // chain; where this stage writes
+    std::atomic<int32_t> Index{0}; // position in the chain
+    int32_t ChainIndex = 0;        // chain; of stage k: position of the k-th enabled stage
+    int32_t NextIndex = 0;         // chain; position of the stage that this one writes to
     std::vector<uint8_t> OutChans; // chain
 
     std::atomic<bool> StopFlag{false};      // end this run's pass once drained
@@ -51,16 +51,15 @@ struct Manipulator
     std::atomic<bool> ExitFlag{false};      // end the thread
     std::atomic<bool> ThreadGone{false};    // the thread has ended, or never was
     std::atomic<bool> SourceChanged{false}; // ImportStream: the source has events, room or an end
-    std::thread Thread;                     // of whoever adds, deletes or removes the record
+    std::thread Thread;                     // set as the stage is added, ended with EndLock
 
-    std::mutex Lock; // guards what follows
-    std::condition_variable
-        Changed;              // events came or were taken, or a flag of this record or of its run was set
-    EventStore Events;        // what arrived for this stage; arrays exist during a run only
-    uint64_t HighWater = 0;   // fill level at which `Events` counts as full
-    bool HoldFlag = false;    // full on a file device: the stage before holds its events
-    bool ClearFlag = false;   // the stage resets its own state
-    std::vector<float> Rates; // CountRate: per channel, 1/s
+    std::mutex Lock;                 // guards what follows
+    std::condition_variable Changed; // events came or were taken, or a flag of the stage or its run was set
+    EventStore Events;               // what arrived for this stage; arrays exist during a run only
+    uint64_t HighWater = 0;          // fill level at which `Events` counts as full
+    bool HoldFlag = false;           // full on a file device: the stage before it holds
+    bool ClearFlag = false;          // the stage resets its own state
+    std::vector<float> Rates;        // CountRate: per channel, 1/s
 };
 
 } // namespace Tessel

@@ -1,5 +1,4 @@
-// What is handed on: a device with its working record, a run, a stage. Whoever holds one keeps alive what it
-// names.
+// What is handed on: a device with its context, a run, a stage. Whoever has one keeps alive what it names.
 #pragma once
 
 #include "records/context.h"
@@ -37,7 +36,7 @@ struct StageRef
     MeasContext &context = target->context;
 };
 
-// How a lower layer reaches other devices: the session hands its functions down.
+// How a lower layer reaches other devices: session/ hands its functions down.
 struct DeviceLookUp
 {
     DeviceRef (*Find)(std::string_view id);      // the device without id where there is none

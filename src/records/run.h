@@ -60,7 +60,7 @@ struct CorrelationWork;
 // Shared by the threads of the run and by the MeasContext, which keeps the last run for its result.
 struct Run
 {
-    // As they were when the host asked for the run: what its arrays are made for.
+    // As they were when the host asked for the run. The caller's arrays have this shape.
     const RunRequest Request{};
     const MeasParams Params{};
     const DeviceLookUp *Devices = nullptr;
@@ -71,38 +71,38 @@ struct Run
     RunControl Control{};
 
     // The result; guarded by ManisLock.
-    uint32_t *HistoData = nullptr;                  // the caller's, or MovedHisto
-    uint64_t HistoSize = 0;                         // elements of HistoData
-    std::vector<uint32_t> MovedHisto{};             // where a stage added during the run moved the result to
-    uint64_t LastRefTime = 0;                       // ps, of the last reference event; 0: none seen
-    std::shared_ptr<TimeTraceWork> TimeTrace{};     // guarded by ManisLock
-    std::shared_ptr<CorrelationWork> Correlation{}; // guarded by ManisLock
+    uint32_t *HistoData = nullptr;      // the caller's, or MovedHisto
+    uint64_t HistoSize = 0;             // elements of HistoData
+    std::vector<uint32_t> MovedHisto{}; // where a stage added during the run moved the result to
+    uint64_t LastRefTime = 0;           // ps, of the last reference event; 0: none seen
+    std::shared_ptr<TimeTraceWork> TimeTrace{};
+    std::shared_ptr<CorrelationWork> Correlation{};
 
-    // Giving the result out.
-    std::atomic<bool> NewData{false};        // it has changed since it was last given out
+    // Publishing the result.
+    std::atomic<bool> NewData{false};        // it has changed since it was last published
     std::atomic<bool> PublishingEnds{false}; // CopyStoreThread is to end
     std::atomic<bool> LastData{false};       // the measurement thread has taken the last data
     std::atomic<bool> NewDataWait{false};    // a sequence waits for the host
     std::atomic<bool> ClearRequested{false}; // the measurement thread drops the rest of its batch
     std::atomic<int64_t> LastPublish{0};     // ns, monotonic
 
-    // ReadGate: MeasureThread hands over to ProcessThread. Nothing else is taken under it.
+    // MeasureThread hands words over to ProcessThread, which exchanges the two buffers.
     std::mutex ReadGate{};
-    std::condition_variable ReadChanged{}; // words came or were taken
-    PageArray<uint32_t> ReadBuffer{};      // guarded by ReadGate; allocated and freed by MeasureThread
+    std::condition_variable ReadChanged{}; // words came or were taken, or the run is to end
+    PageArray<uint32_t> ReadBuffer{};      // guarded by ReadGate; MeasureThread appends, allocates and frees
     uint64_t ReadCount = 0;                // words in ReadBuffer; guarded by ReadGate
     PageArray<uint32_t> ProcessBuffer{};   // ProcessThread's
     uint64_t OverflowBase = 0;             // ProcessThread's
     uint32_t InvalidRecordCount = 0;       // ProcessThread's
 
-    // The block of events: the caller's, or what importing devices take. Guarded by ManisLock.
-    EventStore ImportBlock{};
-    std::vector<std::shared_ptr<Manipulator>> Importers{}; // their stages
-    std::condition_variable BlockTaken{};                  // with ManisLock
+    // Blocks of events; guarded by ManisLock. The caller's block is in Request.
+    EventStore ImportBlock{};                              // what import stages of other devices take
+    std::vector<std::shared_ptr<Manipulator>> Importers{}; // these stages
+    std::condition_variable BlockTaken{};                  // waited for with ManisLock
     uint64_t UnfoldCountInternal = 0;
     uint64_t &UnfoldCount = Request.UnfoldCount ? *Request.UnfoldCount : UnfoldCountInternal;
 
-    std::mutex RawLock{}; // the caller's raw block
+    std::mutex RawLock{}; // guards the caller's raw block
     std::condition_variable RawTaken{};
     uint64_t RawCountInternal = 0; // guarded by RawLock
     uint64_t &RawCount = Request.RawCount ? *Request.RawCount : RawCountInternal;
@@ -111,8 +111,8 @@ struct Run
     int32_t AcqTimeMs = 0;
     std::thread Process{}, Measurement{}, CopyStore{};
 
-    // How far its threads are; set by the thread concerned, read by any.
-    std::atomic<uint64_t> Taken{0};  // batches that the consumer has taken: shows that the run moves
+    // How far its threads are: each sets its own, any reads them.
+    std::atomic<uint64_t> Taken{0};  // batches that the consumer has taken, a sign that the run moves
     std::atomic<int64_t> TakenAt{0}; // ns, monotonic, of the last of them
     std::atomic<bool> ProcessDone{false};
     std::atomic<bool> MeasurementDone{false};

@@ -13,8 +13,8 @@ bool waitOver(Run &run, std::chrono::milliseconds patience)
 
 namespace {
 
-// A stopped run hands on what it has read, for as long as that moves and a while at most. Its first events have
-// to come through the whole chain first.
+// A stopped run hands on what it has read, as long as that moves, and for a limited time. Its first events take
+// longer, since they pass the whole chain.
 bool drains(Run &run)
 {
     const auto deadline = std::chrono::steady_clock::now() + Pace::draining;

@@ -1,4 +1,4 @@
-// Ending a run that is in the way: of another start, of a close, of the library's end.
+// Ending a run that is in the way of another start, of a close, or of the library's end.
 #pragma once
 
 #include "records/refs.h"
@@ -7,11 +7,11 @@
 
 namespace Tessel {
 
-// Stops the run on the device, if one is live, and waits for its end; after some seconds it is aborted. False:
-// it is still live after that, and keeps its records for ever.
+// Stops the run on the device, if one is live, and waits for its end; after some seconds the run is aborted.
+// False: it is still live after that, and keeps its memory.
 bool endRun(const DeviceRef &target);
 
-// Waits until the run has come to its end. False: not within `patience`.
+// Waits for the phase Over. False: not within `patience`.
 bool waitOver(Run &run, std::chrono::milliseconds patience);
 
 } // namespace Tessel

@@ -1,4 +1,4 @@
-// The finished byte: 0 from a run's start, 1 as its last write to the caller's memory.
+// The finished byte: 0 from a run's start, then 1 as the run's last write to the caller's memory.
 #pragma once
 
 #include "records/context.h"
@@ -7,9 +7,9 @@
 
 namespace Tessel {
 
-// Nothing for a null pointer.
+// Does nothing for a null pointer.
 void writeFinished(uint8_t *finished, uint8_t value);
-// The one place that tells a caller of a run's end. No lock is held.
+// The one place where a caller learns that the run has ended. No lock is held.
 void finish(MeasContext &context, Run &run);
 
 } // namespace Tessel

@@ -5,7 +5,7 @@
 
 namespace Tessel {
 
-// From set-up to tear-down, on MeasureThread. In the end no other thread of the run is left.
+// From set-up to tear-down, on MeasureThread. After it no other thread of the run is left.
 void runHistogramming(RunRef &ref);
 
 } // namespace Tessel

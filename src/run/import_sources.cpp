@@ -41,7 +41,7 @@ void stopSource(const DeviceRef &source)
     waitOver(*run, Pace::aborting);
 }
 
-// The acquisition time is that of the source's last run, taken as seconds.
+// The acquisition time is that of the source's last run, with its ms taken as seconds: hosts know it so.
 void startSource(const DeviceRef &source, const DeviceLookUp &devices)
 {
     logDeb(LogCategory::Progress, "Start measurement @{}", source->device.ID);

@@ -1,5 +1,5 @@
-// `MeasureThread`: a run from its start to its finished byte. It is the only thread that reads the source, and
-// nobody joins it.
+// `MeasureThread`: a run from its start to its finished byte. It is the only thread that reads the source.
+// Nobody joins it: who has to know that it is done waits for the phase Over.
 #pragma once
 
 #include "records/refs.h"

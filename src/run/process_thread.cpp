@@ -26,8 +26,8 @@ public:
     {
     }
 
-    // One pass: take a batch if none is pending, hand it on. False: everything that was read is decoded, or the
-    // run is aborted.
+    // Takes a batch if none is pending, and hands it on. False: everything that was read is decoded, or the run
+    // is aborted.
     bool pass()
     {
         if (pending == 0 && !takeBatch()) return false;
@@ -68,7 +68,7 @@ private:
         return rawDone == pending;
     }
 
-    // False: the stream has waited, and the store is to be looked at again.
+    // False: the stream was held, and the store may be another one now.
     bool makeRoom(LockedRecord &target)
     {
         if (!target.record) return true;
@@ -115,7 +115,7 @@ private:
     const StreamFacts &facts;
     MeasContext &context;
     uint64_t pending = 0; // words of the present batch
-    uint64_t rawDone = 0; // of these, what the caller's raw block has got
+    uint64_t rawDone = 0; // of these, words that are in the caller's raw block
 };
 
 } // namespace

@@ -47,7 +47,7 @@ void waitForRawBlock(Run &run, uint64_t words)
         const uint64_t room = capacity - std::min(run.RawCount, capacity);
         return room >= std::min(words, capacity) || isAborted(run);
     };
-    // A host that keeps the count itself sets it back without a call.
+    // A host that gave the count sets it back without a call.
     const bool isHostsCount = run.Request.RawCount != nullptr;
     while (!isOver())
         if (isHostsCount)

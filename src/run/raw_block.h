@@ -8,16 +8,17 @@
 
 namespace Tessel {
 
-// Appends words to the block and returns how many of them are dealt with. On a recorded file what has no room
-// is left for later; a batch that is larger than the whole block goes piece by piece. Live data are never left:
-// where there is no room the block starts again at 0.
+// Appends words to the block and returns how many of them are done. On a recorded file words without room are
+// left for later, and a batch larger than the whole block goes in pieces. Live data are never left: without
+// room the block starts again at 0.
 uint64_t appendToRawBlock(RunRef &run, std::span<const uint32_t> words);
 
-// Until the block has room for the words, or for as many as it takes at all, or the run is aborted.
+// Waits until the block has room for the words (for more words than its capacity: until it is empty), or the
+// run is aborted.
 void waitForRawBlock(Run &run, uint64_t words);
 
-// Moves what stands in the block to `words` and its number to `count`, which stays as it is if there is
-// nothing.
+// Moves the content of the block to `words` and its number to `count`. If the block is empty, `count` stays as
+// it is.
 void takeRawBlock(MeasContext &context, uint32_t *words, uint64_t *count);
 
 } // namespace Tessel

@@ -28,7 +28,7 @@ std::shared_ptr<Run> makeRun(const DeviceRef &target, const RunRequest &request,
                                         .NumBins = device.NumBins});
 }
 
-// A run that never came to life: over before it began.
+// The run ends without having begun.
 void refuse(MeasContext &context, Run &run)
 {
     finish(context, run);
@@ -42,7 +42,7 @@ void begin(const DeviceRef &target, const std::shared_ptr<Run> &run)
         std::lock_guard lock(target->context.RunLock);
         before = std::exchange(target->context.CurrentRun, run);
     }
-    if (before) wakeImporters(target->context, *before); // they go on with this one
+    if (before) wakeImporters(target->context, *before); // they go on with the new run
     try {
         std::thread(MeasureThread, RunRef{target, run}).detach();
     } catch (...) {
@@ -59,9 +59,9 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     auto run = makeRun(target, request, devices);
     writeFinished(request.FinishedFlag, 0);
     const bool free = endRun(target);
-    run->RawCount = run->UnfoldCount = 0;   // after the run before it, which may have counted there
-    writeFinished(request.FinishedFlag, 0); // again, where the run before it had the same byte
-    if (!free) {                            // the run that can't be stopped keeps the record
+    run->RawCount = run->UnfoldCount = 0;   // after the end of the run before, which may have counted there
+    writeFinished(request.FinishedFlag, 0); // again: the run before may have had the same byte
+    if (!free) {                            // the run that can't be stopped keeps the device
         refuse(context, *run);
     } else if (target->device.Index < 0 || context.Closed) {
         reportDeviceError(LogCategory::General, "Device: Can't do a measurement on a invalid device! @{}",
@@ -72,7 +72,7 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     return run;
 }
 
-// A start under way, for its import sources: they are read before the run for which they are lives.
+// A start under way. Import sources look at it: they run before the run that they are for.
 class Start
 {
 public:
@@ -92,7 +92,7 @@ std::shared_ptr<Run> prepareAndStart(const DeviceRef &target, const RunRequest &
     try {
         if (request.PrepareImports) prepareImportSources(target, devices);
         return commonStart(target, request, devices);
-    } catch (...) { // no memory or no thread: whoever polls goes on all the same
+    } catch (...) { // no memory or no thread: who polls the byte goes on all the same
         writeFinished(request.FinishedFlag, 1);
         throw;
     }

@@ -7,11 +7,11 @@
 
 namespace Tessel {
 
-// Starts a run, ending one that is still live first, and waits for its end where the request says so. The
-// finished byte is written in every case.
+// Ends a live run, starts a new one, and waits for its end where the request says so. The finished byte is
+// written in every case.
 void startMeasurement(const DeviceRef &target, const RunRequest &request, const DeviceLookUp &devices);
 
-// What all measurements ask for alike. A wait for a run of unbounded length on hardware isn't kept.
+// What all measurements ask for alike. A run without an acquisition time on an instrument is never waited for.
 RunRequest requestOf(MeasKind kind, const Device &device, uint32_t acqTimeMs, uint8_t waitFinished,
                      uint8_t save, uint8_t *finished);
 
@@ -19,7 +19,7 @@ void stopMeasurement(MeasContext &context);
 void setSequence(MeasContext &context, int32_t mode, bool wait, double value);
 void confirmNewData(MeasContext &context);
 
-// Blocks until a waiting sequence has new data (true), or the run has ended or doesn't wait.
+// Blocks until a step of a waiting sequence is published (true), or the run has ended or doesn't wait.
 bool awaitNewData(MeasContext &context);
 
 } // namespace Tessel

@@ -47,7 +47,7 @@ void decideMeasControl(RunRef &ref)
 bool initResult(RunRef &ref)
 {
     std::lock_guard lock(ref.context.ManisLock);
-    ref.context.Description.NumRecs = 0; // what else a recorded file tells of its run stays
+    ref.context.Description.NumRecs = 0; // the rest, as a recorded file gives it, stays
     ref.context.Description.AcqTime = ref.run->AcqTimeMs;
     return sizeResult(ref);
 }
@@ -92,13 +92,13 @@ void endMeasurement(RunRef &ref)
     Run &run = *ref.run;
     advance(ref.context, run, RunPhase::ConsumersEnd);
     joinWatched(ref, run.Measurement, run.MeasurementDone);
-    // From here on nobody writes to the caller's result but CopyStoreThread.
+    // From here on only CopyStoreThread writes to the caller's result.
     run.PublishingEnds = true;
     wake(run.Control);
-    joinWatched(ref, run.CopyStore, run.CopyStoreDone); // it may be waiting for the host
+    joinWatched(ref, run.CopyStore, run.CopyStoreDone); // it may wait for the host
     attempt(ref, [&ref] { removeManisStore(ref.target); });
     advance(ref.context, run, RunPhase::Closed);
-    endStages(ref); // those that were added and entered while the run was at its end
+    endStages(ref); // those that were added, and entered, meanwhile
 }
 
 } // namespace Tessel

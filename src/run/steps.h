@@ -1,4 +1,4 @@
-// The steps that a stream run and a histogramming run have in common, for MeasureThread.
+// The steps of MeasureThread that a stream run and a histogramming run have in common.
 #pragma once
 
 #include "log/log.h"
@@ -11,10 +11,10 @@
 
 namespace Tessel {
 
-// Tells the log and aborts the run. No lock is held.
+// Logs the failure and aborts the run. No lock is held.
 void failRun(const RunRef &ref, const char *what, const char *why) noexcept;
 
-// A step that fails aborts the run and leaves the next one to be done. False: it has failed.
+// Does a step. One that fails aborts the run; the steps after it are still done. False: it has failed.
 template <class Step>
 bool attempt(const RunRef &ref, Step step) noexcept
 {
@@ -27,7 +27,7 @@ bool attempt(const RunRef &ref, Step step) noexcept
     }
 }
 
-// A thread of the run that fails takes the run with it, and nothing else.
+// Starts a thread of the run. If it fails, the run is aborted, and nothing else.
 template <class Body>
 std::thread startThread(const RunRef &ref, const char *name, std::atomic<bool> &done, Body body)
 {
@@ -45,18 +45,18 @@ void joinWatched(RunRef &ref, std::thread &thread, const std::atomic<bool> &done
 
 void decideMeasControl(RunRef &ref);
 
-// Empties the caller's result, also for a run that can't measure: the host finds no result of the run before.
+// Empties the caller's result, also for a run that can't measure, so that no result of an earlier run stays.
 // False: there can be no such result.
 bool initResult(RunRef &ref);
 
-// Adds the final record and starts the thread that gives out new data, where the run's kind has one.
+// Appends `Store` to the chain, and starts the thread that publishes, where the run's kind has one.
 void addStore(RunRef &ref);
-// Gives the final record its memory and makes what the run counts with.
+// Gives `Store` its memory and makes what the run counts with.
 bool initStore(RunRef &ref);
 // From here on every stage takes part in the run.
 void beginMeasuring(RunRef &ref);
 
-// Stops the stages, ends the measurement and takes the final record off. In the end no thread of the run but
+// End the stages, then the measurement, and take `Store` off the chain. After both no thread of the run but
 // this one is left.
 void endStages(RunRef &ref);
 void endMeasurement(RunRef &ref);

@@ -42,7 +42,7 @@ bool isAwaited(const Manipulator &record)
     return record.Enabled && !record.StartedFlag;
 }
 
-// A stage that hasn't entered the run in time, and why.
+// Logs which stage hasn't entered the run in time, and why.
 void tellLateStage(const RunRef &ref)
 {
     const std::string &id = ref.device.ID;
@@ -61,7 +61,7 @@ void tellLateStage(const RunRef &ref)
                           id);
 }
 
-// Of the chain as it stands at each look: a stage may come and go meanwhile.
+// Looks at the chain as it is now: stages may come and go meanwhile.
 template <class Condition>
 bool anyRecord(MeasContext &context, Condition condition)
 {
@@ -79,7 +79,7 @@ bool waitManipulators(RunRef &ref)
         return anyRecord(ref.context,
                          [](const auto &record) { return isAwaited(record) && record.ThreadGone; });
     };
-    // The source of an import may be long in coming; the other stages come by themselves.
+    // An import may wait long for its source; the other stages enter by themselves.
     auto isGivenUp = [&] {
         return control.StopByHost && anyRecord(ref.context, [](const auto &record) {
                    return isAwaited(record) && record.Type == ManisType::ImportStream;
@@ -125,7 +125,7 @@ bool startDevice(RunRef &ref, RecordSource &source)
     return false;
 }
 
-// One read, behind the words that wait; none where there is no room for it.
+// One read, after the words that wait; none if there is no room for it.
 Reading readWords(RunRef &ref, RecordSource &source)
 {
     Run &run = *ref.run;
@@ -136,7 +136,7 @@ Reading readWords(RunRef &ref, RecordSource &source)
     return reading;
 }
 
-// Until ProcessThread has taken what waits, or the run is to end.
+// Waits until ProcessThread has taken the words, or the run is to end.
 void waitTaken(RunRef &ref)
 {
     Run &run = *ref.run;
@@ -145,7 +145,7 @@ void waitTaken(RunRef &ref)
                          [&run] { return run.ReadCount == 0 || run.Control.StopRequested || isAborted(run); });
 }
 
-// One pass. True: the run has ended, nothing more is to be read.
+// One pass. True: nothing more is to be read.
 bool passTttrLoop(RunRef &ref, RecordSource &source)
 {
     Run &run = *ref.run;
@@ -156,7 +156,7 @@ bool passTttrLoop(RunRef &ref, RecordSource &source)
 
     const bool wasStopped = source.Stopped, ended = run.Control.StopRequested;
     if (ended) stopSource(source, ref.device);
-    // What a stopped instrument still holds is fetched; of a stopped file one chunk more is read and no other.
+    // What a stopped instrument still has is fetched. Of a stopped file one more chunk is read.
     if (wasStopped && run.Facts.MayWait) return true;
     const Reading reading = readWords(ref, source);
     run.ReadChanged.notify_all();
@@ -195,7 +195,7 @@ void tearDownStream(RunRef &ref)
         tryToLog([&] { logInf(LogCategory::Progress, "MeasureTTTR finished @{}", ref.device.ID); });
     requestStop(run);
     joinWatched(ref, run.Process, run.ProcessDone);
-    // From here on nobody appends to the first store.
+    // From here on nobody writes to the first store.
     endStages(ref);
     if (LogLevel.Api)
         tryToLog([&] {

@@ -11,8 +11,8 @@
 
 namespace Tessel {
 
-// Waits until `isDone`. A run that the host has stopped and whose consumer takes nothing for some seconds is
-// aborted, so that every wait for it ends.
+// Waits until `isDone`. If the host has stopped the run and its consumer takes nothing for some seconds, the
+// run is aborted, so every such wait ends.
 template <class Predicate>
 void waitWatched(RunRef &ref, Predicate isDone)
 {
@@ -26,7 +26,7 @@ void waitWatched(RunRef &ref, Predicate isDone)
                                                              Pace::consumerTakes};
         if (waitUntil(control, deadline, [&] { return isDone() || !isWatched(); })) {
             if (isDone()) return;
-            continue; // aborted: no more to be watched
+            continue; // aborted: nothing is to be watched any more
         }
         if (run.TakenAt > moved) continue; // it moves
         tryToLog([&] {

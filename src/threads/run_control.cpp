@@ -35,7 +35,8 @@ void wake(RunControl &control)
     control.Changed.notify_all();
 }
 
-// The i-th of a list that others change; null behind its end. Nothing is allocated: an end of a run calls this.
+// The i-th of a list that others change; null after its end. Allocates nothing, since the end of a run calls
+// it.
 template <class Owner>
 std::shared_ptr<Manipulator> at(std::mutex &lock, const Owner &list, size_t i)
 {

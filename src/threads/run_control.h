@@ -1,5 +1,5 @@
-// How a run is moved on and ended, and how threads wait for it. A flag is set first, then whoever may wait for
-// it is woken under the lock of the wait, so that no wait misses it.
+// How a run is moved on and ended, and how threads wait for it. A flag is set first; then whoever may wait for
+// it is woken, with the lock of the wait taken in between. So no wait misses a flag.
 #pragma once
 
 #include "records/refs.h"
@@ -29,30 +29,30 @@ inline bool isAborted(const Run &run)
     return run.Control.Aborted;
 }
 
-// Wakes who waits on the run's control. Also under other locks.
+// Wakes who waits on the run's control. May be called under other locks.
 void wake(RunControl &control);
 void wake(Manipulator &record);
 void wakeChain(MeasContext &context);
 // The stages of other devices that take this run's events.
 void wakeImporters(MeasContext &context, Run &run);
-// Every thread of the run and of the chain, whatever it waits for. No lock is held.
+// Wakes every thread of the run and of the chain, whatever it waits for. No lock is held.
 void wakeAll(MeasContext &context, Run &run);
 
 // Moves the phase forward; never back. No lock is held.
 void advance(MeasContext &context, Run &run, RunPhase phase);
 // Ends the run at once, without draining. No lock is held.
 void abortRun(MeasContext &context, Run &run);
-// Ends the run when what was read is handed on. Also under other locks.
+// Ends the run when what was read is handed on. May be called under ManisLock.
 void requestStop(Run &run);
-// The same for the host, who won't wait for a consumer that sleeps. No lock is held.
+// The same for the host, which doesn't wait for a consumer that sleeps. No lock is held.
 void requestStopByHost(MeasContext &context, Run &run);
 
 int64_t monotonicNs();
 // The run's consumer has taken something.
 void noteTaken(Run &run);
 
-// Waits until `isDone`, which looks at what `wake` is called for; it is called with no lock held. False: not by
-// the deadline.
+// Waits until `isDone`, called with no lock held. Whoever changes what it looks at calls `wake`. False: not
+// done by the deadline.
 template <class Predicate>
 bool waitUntil(RunControl &control, std::chrono::steady_clock::time_point deadline, Predicate isDone)
 {

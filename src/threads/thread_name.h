@@ -1,4 +1,4 @@
-// The name under which tools show a thread that works for a device.
+// The name that tools show for a thread that works for a device.
 #pragma once
 
 #include <pthread.h>
