@@ -51,7 +51,7 @@ bool setLagParams(const char16_t *id, uint32_t mode, const LagParams &given, uin
     params.CorrSteps = given.Steps;
     const uint64_t points = lagGridOf(factsOf(target->device), params).Centers.size() - 1;
     if (numPoints) *numPoints = points;
-    if (LogLevel.Api) // of both modes under the one name, which hosts know
+    if (LogLevel.Api) // FFCS under the same name: hosts know it so
         logInf(LogCategory::Progress, "API setFCSParams {} {} {} {} {} {} @{}", given.Chan1, given.Chan2,
                points, given.MinLag, given.MaxLag, given.Steps, target->device.ID);
     return true;
@@ -101,7 +101,7 @@ bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, u
         const auto acqTimeMs = static_cast<uint32_t>(acqTime);
         try {
             fillLagAxis(factsOf(target->device), target->context.Params.Correlation, x);
-        } catch (...) { // no memory for the grid: whoever polls goes on all the same
+        } catch (...) { // no memory for the grid: who polls the byte goes on all the same
             writeFinished(finished, 1);
             throw;
         }

@@ -1,4 +1,4 @@
-// What all exports share: the boundary that no exception passes, finding the device, handing out a text.
+// What all exports share: no exception leaves them, finding the device, handing a text to the caller.
 #pragma once
 
 #include "log/log.h"
@@ -46,8 +46,8 @@ inline std::u16string_view textOf(const char16_t *text)
     return text ? std::u16string_view(text) : std::u16string_view();
 }
 
-// The current device for an empty id; otherwise the device with this id, which becomes the current one, be it
-// NullDevice.
+// The current device for an empty id; otherwise the device with this id, or noDevice(), which becomes the
+// current one.
 DeviceRef deviceOf(const char16_t *id);
 
 // How a text is handed to the caller.

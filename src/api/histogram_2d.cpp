@@ -43,7 +43,7 @@ bool setHisto2dParams(const char16_t *id, uint8_t startChan, uint8_t chanX, uint
     });
 }
 
-// The id is not looked at: hosts know the call so.
+// The id is ignored: hosts know it so.
 bool setHisto2dTotMode(const char16_t *, uint8_t totMode, double slope)
 {
     return guarded("setHisto2dTotMode", false, [&] {

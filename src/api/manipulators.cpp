@@ -39,7 +39,7 @@ int32_t addMMerge(const char16_t *id, const int32_t *chans, int32_t numChans, ui
                    [&] { return addMerge(deviceOf(id), channelList(chans, numChans), keep != 0); });
 }
 
-// The id is ignored: hosts know the call as one on the current device.
+// The id is ignored: hosts know it so.
 int32_t addMDelay(const char16_t *, uint8_t chan, double delay, int8_t keep)
 {
     return guarded("addMDelay", -1, [&] { return addDelay(currentDevice(), chan, delay, keep != 0); });

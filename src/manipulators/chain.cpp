@@ -150,7 +150,7 @@ bool addStage(ChainLocks &locks, const DeviceRef &target, std::shared_ptr<Manipu
         record->Thread = std::thread(
             [stage, threadFunction = std::move(threadFunction)] { runStageThread(stage, threadFunction); });
     } catch (...) {
-        locks.remove(record); // a stage without a thread would hold up every run
+        locks.remove(record); // without its thread it would hold up every run
         throw;
     }
     rearrange(device, target->context);
@@ -161,13 +161,13 @@ bool askToStop(MeasContext &context, Manipulator &record, bool exit)
 {
     bool entered;
     {
-        // In this lock a stage also decides to enter a run: one that hasn't entered won't.
+        // A stage enters a run under this lock: one that hasn't entered won't.
         std::lock_guard lock(record.Lock);
         record.StopFlag = true;
         if (exit) record.ExitFlag = true;
         entered = record.StartedFlag;
     }
-    wakeChain(context); // it may wait for the next one
+    wakeChain(context); // it may wait for room in the next store
     return entered;
 }
 
@@ -190,7 +190,7 @@ void logStage(std::string_view format, const Manipulator &record, const Device &
     tryToLog([&] { logInf(LogCategory::Progress, fmt::runtime(format), record.Name, device.ID); });
 }
 
-// What is still written to it is dropped, and never waited for.
+// Without arrays a store drops what is written to it, so nobody waits for room in it.
 void releaseStore(Manipulator &record)
 {
     {
@@ -221,7 +221,7 @@ void stopManipulators(const DeviceRef &target, bool exit, const std::function<vo
 
 namespace {
 
-// A thread that can't be stopped keeps its record and goes on by itself.
+// A thread that can't be stopped is let go, and keeps its stage alive.
 void partFrom(std::thread &thread, const Manipulator &record)
 {
     if (!thread.joinable()) return;
@@ -231,7 +231,7 @@ void partFrom(std::thread &thread, const Manipulator &record)
         thread.detach();
 }
 
-// Decoding goes on meanwhile: nobody waits for a thread while holding what others need.
+// Decoding goes on meanwhile: EndLock is all that is held, and no thread of the run works under it.
 void endStage(const DeviceRef &target, Manipulator &record)
 {
     askToStop(target->context, record, true);
@@ -268,8 +268,8 @@ void removeStages(const DeviceRef &target)
     MeasContext &context = target->context;
     std::lock_guard oneEnd(context.EndLock);
     auto chain = chainOf(context);
-    std::erase_if(chain, [](const auto &record) { return record->Type == ManisType::Store; }); // the run's own
-    for (const auto &record : chain) askToStop(context, *record, true); // they end side by side
+    std::erase_if(chain, [](const auto &record) { return record->Type == ManisType::Store; }); // the run's
+    for (const auto &record : chain) askToStop(context, *record, true); // all at once
     for (auto record = chain.rbegin(); record != chain.rend(); ++record) {
         endStage(target, **record);
         ChainLocks locks(context);

@@ -22,7 +22,7 @@ enum class TimeMode : uint32_t { First = 0, Last = 1, Average = 2 };
 // C2: each pending event, and the last time of each member that has one, is at most QuietAfter less the window.
 //     So an event after QuietAfter is quiet: nothing is within the window before it. It completes no set of
 //     two, and all that is pending is old.
-// C3: Ready is empty, unless `out` is full and the present event isn't done.
+// C3: Ready is empty, unless `out` is full and the present event is only partly written.
 struct CoincidenceState
 {
     uint64_t Window = 0; // ps

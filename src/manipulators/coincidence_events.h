@@ -1,5 +1,5 @@
-// A coincidence as it is defined, event by event: each is handed on or held back, completes a set or not, and
-// makes older ones go.
+// A coincidence as it is defined, event by event: each is handed on or held back, may complete a set, and makes
+// older ones go.
 #pragma once
 
 #include "manipulators/coincidence.h"
@@ -63,7 +63,7 @@ public:
             ageAll(before);
     }
 
-    // Events within a window are few. Where they aren't, the oldest goes before its time.
+    // Events within a window are few. If they aren't, the oldest goes before its time.
     void hold(uint64_t raw, uint64_t ps, uint8_t channel)
     {
         state.Pending.push({raw, ps, channel});
@@ -81,7 +81,7 @@ public:
         return state.Ready.empty();
     }
 
-    // Where quiet begins behind an event at `ps`.
+    // The last time that isn't quiet after an event at `ps`.
     int64_t quietAfter(uint64_t ps) const
     {
         constexpr uint64_t limit = std::numeric_limits<int64_t>::max();
@@ -101,8 +101,7 @@ public:
         return all;
     }
 
-    // A set of one is complete with each event; so is a set of one and the T3 sync, which each event brings
-    // along.
+    // A set of one is complete with each event; so is a set of one and the T3 sync, which each event brings.
     bool canBeQuiet() const
     {
         const bool makesNone = state.CoincMode != CoincMode::Sliding && state.CoincMode != CoincMode::Once;
@@ -117,7 +116,7 @@ public:
 private:
     static constexpr uint64_t notSeen = std::numeric_limits<uint64_t>::max();
 
-    // A member that wasn't seen is later than any window behind the others.
+    // A member that wasn't seen is later than any window after the others.
     void lookForSet(uint64_t raw)
     {
         uint64_t earliest = notSeen, latest = 0;
@@ -154,7 +153,7 @@ private:
         return earliest + sum / members.size();
     }
 
-    // Behind the events of this time whose channel isn't above it; with the raw time of the one before it.
+    // After the events of this time whose channel isn't above it; with the raw time of the one before it.
     bool standsBehind(const HeldEvent *event, uint64_t ps)
     {
         if (event->Ps != ps) return false;
@@ -172,8 +171,8 @@ private:
             }
     }
 
-    // Before the first later event, or the first of this time whose channel is above it. There need not be one,
-    // and then there is no coincidence.
+    // Before the first later event, or the first of this time whose channel is above it. If there is none,
+    // there is no coincidence.
     void insertBefore(uint64_t ps)
     {
         for (HeldEvent *event = state.Pending.from(ps); event != state.Pending.end(); ++event)
@@ -252,7 +251,7 @@ private:
     const uint64_t mostPending;
 
     uint8_t output = 0;
-    bool refreshesSync = false; // each member event tells the time of the member sync
+    bool refreshesSync = false; // each member event sets the time of the member sync
     std::array<uint8_t, 256> distinct{};
     size_t distinctCount = 0;
 };

@@ -1,8 +1,8 @@
 // The events of a Coincidence. A piece starts without any last time, so that no coincidence spans two pieces;
 // what is pending stays.
 //
-// Most events of a stream have no other within the window before them. Such quiet events can't complete a set
-// and find nothing pending that isn't old: they pass in runs. Everything else goes event by event.
+// Most events of a stream have no other within the window before them. Such quiet events complete no set, and
+// all that is pending is old to them: they pass in runs. Everything else goes event by event.
 #include "manipulators/coincidence_events.h"
 #include "stream/times.h"
 
@@ -65,8 +65,8 @@ private:
         return end;
     }
 
-    // Takes the quiet events into QuietAfter and the last times. Where nothing is held back only members
-    // matter; which event is one, nothing predicts: no branch on it.
+    // Takes the quiet events into QuietAfter and the last times. With nothing held back only members matter. No
+    // branch on that, since nothing predicts which event is a member.
     template <bool all>
     uint64_t endOfQuiet(uint64_t at, uint64_t end)
     {
@@ -89,7 +89,7 @@ private:
     // Q2: a non-member makes all go, itself too. Where nothing is pending it stays, alone.
     // Q3: what goes is written with Keep; without, only a member that a non-member makes go.
 
-    // With Keep: all that is pending goes out and the run behind it, but for its last event where that stays.
+    // With Keep: all that is pending goes out, then the run, except for its last event if that stays.
     void passPending(uint64_t at, uint64_t end)
     {
         const bool lastStays = staysPending(at, end);
@@ -108,7 +108,7 @@ private:
         return isPending == (others % 2 == 0);
     }
 
-    // Without Keep. Behind its first event at most the one before is pending, a member always.
+    // Without Keep. After the first event at most the event before is pending; if that is a member, always.
     void dropPending(uint64_t at, uint64_t end)
     {
         bool wasMember = events.isMember[in.Channels[at]];
@@ -162,7 +162,7 @@ void clear(CoincidenceState &coincidence)
     coincidence.Pending.clear();
 }
 
-// Of the average's pending events nothing is written any more.
+// With TimeMode Average, events still pending are lost.
 bool finishPass(CoincidenceState &coincidence, const StageRef &, EventStore *out)
 {
     if (coincidence.TimeMode != TimeMode::First || !coincidence.Keep || !out) return true;

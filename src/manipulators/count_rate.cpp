@@ -1,5 +1,5 @@
-// Count rate: passes all events on and counts them per channel; a piece that ends a window or more behind the
-// interval's first event turns the counts into rates.
+// Count rate: passes all events on and counts them per channel. A piece that ends a window or more after the
+// first event of the interval turns the counts into rates.
 #include "manipulators/count_rate.h"
 
 #include "log/log.h"

@@ -24,6 +24,6 @@ inline constexpr Hook hooksOf<CountRateState> = Hook::StartPass | Hook::AfterPie
 
 void startPass(CountRateState &rate, const StageRef &stage);
 uint64_t work(CountRateState &rate, const StageRef &stage, Piece in, EventStore &out);
-void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece); // takes the record's lock
+void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece); // takes the stage's lock
 
 } // namespace Tessel

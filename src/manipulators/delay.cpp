@@ -1,6 +1,6 @@
-// Delay: shifts the events of one channel later in time and holds them until their time has come, so that the
-// stream stays in order. An event comes out with the first one that isn't earlier; what is held at the end of
-// the run is lost.
+// Delay: shifts the events of one channel later in time and holds them back until their time has come, so that
+// the stream stays in order. An event comes out with the first one that isn't earlier. Events held back at the
+// end of the run are lost.
 #include "manipulators/delay.h"
 
 #include "log/log.h"
@@ -54,7 +54,7 @@ public:
     }
 
 private:
-    // Where the events end that only pass: before the next one of the input and the next that makes a held one
+    // End of the events that only pass: before the next one on the input, and the next that makes a held one
     // due.
     uint64_t endOfRun(uint64_t at)
     {

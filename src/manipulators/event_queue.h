@@ -34,8 +34,8 @@ public:
         events.push_back(event);
     }
 
-    // `count` events from the front are gone. Their room is won back once they are most of the memory, so that
-    // an event is moved less than once on the average.
+    // Drops `count` events from the front. Their room is freed once they are most of the memory, so an event is
+    // moved less than once on average.
     void drop(uint64_t count)
     {
         assert(count <= size());

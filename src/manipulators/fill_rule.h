@@ -1,5 +1,5 @@
-// How far a batch may go into the next store, and what becomes of it when that store is full: a recorded file
-// can wait, so it holds; live data can't, so the store is cleared.
+// How far a batch may go into the next store. If that store is full, a recorded file holds; live data can't
+// wait, so the store is emptied.
 #pragma once
 
 #include <algorithm>
@@ -7,16 +7,16 @@
 
 namespace Tessel {
 
-struct BatchWindow // of a stage's private batch
+struct BatchWindow // of the batch that a stage has taken
 {
     uint64_t Cursor = 0; // first event that isn't handed on yet
     uint64_t End = 0;    // where the present piece ends
-    bool Cut = false; // the present piece found no room for all that it makes: it is gone on with, to its end
+    bool Cut = false;    // the present piece found no room for all that it makes: it goes on later, to its end
 };
 
 enum class Fill { Work, Hold, Overrun };
 
-// `count`, `highWater`: of the next store. `hold`: its mark, kept here.
+// `count`, `highWater`, `hold`: of the next store; `hold` is set and cleared here.
 inline Fill fillRule(uint64_t count, uint64_t highWater, bool isFile, uint64_t batchSize, BatchWindow &window,
                      bool &hold)
 {

@@ -1,5 +1,5 @@
 // Herald: lets events of the gated channels through, or copies them to channels of their own, only if they
-// fall into a window behind the last herald event.
+// fall into a window after the last herald event.
 #include "manipulators/herald.h"
 
 #include "log/log.h"
@@ -94,7 +94,7 @@ uint64_t work(HeraldState &herald, const StageRef &stage, Piece in, EventStore &
 {
     const GateMap map(*stage.record);
     return withTime(stage.run->Facts, [&](auto time) {
-        // A T3 stream has no sync events: every event tells its own.
+        // A T3 stream has no sync events: every event has its own sync.
         if (map.Herald == ChannelCode::Sync && stage.run->Facts.Mode == MeasMode::T3) {
             herald.Seen = true;
             return herald.Keep ? gate<true, true>(herald, map, time, in, out)
@@ -107,8 +107,8 @@ uint64_t work(HeraldState &herald, const StageRef &stage, Piece in, EventStore &
 
 namespace {
 
-// The new channels begin at the first of OutChans; without keep those are the gated channels themselves. With
-// nothing gated there is no output, and the number is the one that the next stage's channel gets.
+// Without keep the outputs are the gated channels themselves. With nothing gated there is no output: then the
+// number is that of the next new channel.
 int32_t firstOutput(const DeviceRef &target, const Manipulator &record)
 {
     if (!record.OutChans.empty()) return record.OutChans.front();

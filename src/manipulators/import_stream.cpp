@@ -1,9 +1,9 @@
 // Import stream: merges events of another device, the source, into this one's stream, in the order of their
 // times. The source's run, which measures for this stage, leaves them in a block.
 //
-// Two devices, one thread: it holds locks of one of them at a time. What the source has is moved to the stage's
-// own arrays under the source's ManisLock alone, and merged from there under a lock of its own device, so that
-// devices that import from each other never wait for each other's locks.
+// The thread works on two devices and holds locks of one at a time: it moves what the source has to its own
+// arrays under the source's ManisLock alone, and merges from there under a lock of its own device. So devices
+// never wait for each other's locks.
 #include "manipulators/import_stream.h"
 
 #include "log/log.h"
@@ -36,8 +36,8 @@ struct SourceBlock
     uint64_t *Count = nullptr; // null: no such block
 };
 
-// The block of a caller is his own again once the run's final record is gone; what was left in it is kept in
-// the run's own.
+// A block of the caller is the caller's again once the run's Store is gone. What was left in it is kept in
+// ImportBlock.
 SourceBlock sourceBlock(MeasContext &source, Run &run)
 {
     if (hasArrays(run.ImportBlock))
@@ -82,8 +82,8 @@ bool importsFrom(const DeviceLookUp &devices, const DeviceRef &from, const std::
     return false;
 }
 
-// The source has a run that measures for others, or has left events of one. A source that itself needs this
-// device's events would wait for this stage, and this stage for it.
+// The source has a run that measures for others, or events of one are left. A source that itself needs this
+// device's events is never ready: each would wait for the other.
 bool isReady(ImportState &import, const StageRef &stage)
 {
     DeviceRef source = import.Devices->Find(stage.record->SourceId);
@@ -99,7 +99,7 @@ bool isReady(ImportState &import, const StageRef &stage)
 
 namespace {
 
-// Their room is won back once they are most of what stands there.
+// Frees their room once they are most of the arrays.
 void dropUsed(ImportState &import)
 {
     if (import.Cursor <= import.Times.size() / 2) return;
@@ -109,7 +109,7 @@ void dropUsed(ImportState &import)
     import.Cursor = 0;
 }
 
-// What came before the run of this device began has no time in it.
+// An event before the start of this device's run has no time in it, and is dropped.
 template <class Time>
 void appendImported(ImportState &import, Time time, const SourceBlock &block, uint64_t count)
 {
@@ -142,8 +142,8 @@ void warnSourceOverrun(const StageRef &stage, uint64_t count, uint64_t held)
 
 } // namespace
 
-// A recorded file takes as much as it has room for; an instrument takes all, and what it held is lost where
-// both are too much.
+// A recorded file takes as much as it has room for. An instrument takes all; if that is too much, what it had
+// is lost.
 void beforeTurn(ImportState &import, const StageRef &stage)
 {
     if (!stage.record->Enabled || !stage.record->SourceChanged.exchange(false)) return;
@@ -192,7 +192,7 @@ void startPass(ImportState &import, const StageRef &stage)
 
 namespace {
 
-// What an own event without later imported ones comes to: it waits, and is dropped where there will be none.
+// An own event without later imported ones waits; at the end, when no more will come, it is dropped.
 bool isAtTheEnd(const ImportState &import, const StageRef &stage)
 {
     const Run &run = *stage.run;
@@ -238,8 +238,7 @@ public:
 private:
     static constexpr uint8_t notImported = 255;
 
-    // All that are earlier than `ownPs`; those of another channel, and those that come too late, are passed
-    // over.
+    // Writes the imported events before `ownPs`; skips those of other channels and those that come too late.
     void writeImported(uint64_t ownPs)
     {
         for (; import.Cursor < import.Times.size() && roomOf(out) > 0; ++import.Cursor) {

@@ -16,7 +16,7 @@ struct ImportState
     int64_t Offset = 0; // ps, added to the source's times
     const DeviceLookUp *Devices = nullptr;
 
-    DeviceRef Source;               // held from the moment it has a run for this stage
+    DeviceRef Source;               // from the moment it has a run for this stage
     std::shared_ptr<Run> SourceRun; // whose importers this stage is among
     bool SourceOver = false;        // nothing more will come
     bool SourceFull = false;        // the source has more than there was room for

@@ -11,7 +11,7 @@ namespace Tessel {
 
 namespace {
 
-// A Merge that is told to end while it waits between two runs leaves StoppedFlag as the last run left it.
+// A Merge that ends between two runs leaves StoppedFlag as the last run left it: hosts know it so.
 constexpr StageWords mergeWords = {
     .Created = "MergeMThread created: {} @{}",
     .Started = "MergeMThread started: {} @{}",

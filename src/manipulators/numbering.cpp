@@ -39,7 +39,7 @@ uint64_t newChannels(const Manipulator &record)
     return 0;
 }
 
-// A stage that counts rates has one for each channel that it sees; what it counted of those it keeps.
+// A CountRate has a rate for each channel that it sees. Rates of channels that stay are kept.
 void followRates(Manipulator &record, int32_t oldIndex, uint64_t next, int32_t numChans)
 {
     auto chansAhead = static_cast<int32_t>(next) - numChans - 1;
@@ -73,8 +73,8 @@ uint64_t columnsOf(const Run &run)
     }
 }
 
-// A stage that was added during a run has made rows: there the result moves to an array of the run's own, and
-// the caller's stays as it is. ManisLock is held.
+// A stage that was added during a run made rows for which the caller's array has no room: the result moves to
+// an array of the run, and the caller's stays as it is. ManisLock is held.
 void moveResult(MeasContext &context, uint64_t rows)
 {
     auto run = currentRun(context);

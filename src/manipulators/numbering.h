@@ -1,4 +1,4 @@
-// Which channels a chain makes, and how its records hang together.
+// Which channels a chain makes, and which stage writes to which.
 #pragma once
 
 #include "records/refs.h"
@@ -13,7 +13,7 @@ inline constexpr uint64_t maxChannels = 255;
 // Channels of a stream that has passed this chain.
 uint64_t channelsMade(const Device &device, const std::vector<std::shared_ptr<Manipulator>> &chain);
 
-// The records' places and who writes where; every lock of the chain is held.
+// Sets the places of the stages and where each writes; every lock of the chain is held.
 void linkRecords(std::vector<std::shared_ptr<Manipulator>> &chain);
 
 } // namespace Tessel

@@ -1,27 +1,28 @@
 // The life of a stage's thread, the same for every kind: wait for a run, take what has arrived, hand it on
 // piece by piece, until the run is over or the stage is deleted.
 //
-// A kind gives its words, its state and one function on plain arrays, without thread or lock:
-//   work(state, stage, piece, out)        under the lock of the next record; appends to `out`, never past its
+// A kind gives its log words, its state and one function on plain arrays, without thread or lock:
+//   work(state, stage, piece, out)        under the lock of the next stage; appends to `out`, never past its
 //                                         capacity, and returns how many events of the piece are done: fewer
-//                                         than all only where `out` is full
-// and, in `hooksOf`, the names of those of these functions that it has as well:
+//                                         than all only if `out` is full
+// In `hooksOf` it names which of these functions it has as well:
 //   StartPass    startPass(state, stage)           at the start of a run
 //   AfterPiece   afterPiece(state, stage, piece)   with no lock held
 //   Clear        clear(state)                      the results were cleared
-//   FinishPass   finishPass(state, stage, out)     the last events of a run, under the lock of the next record;
+//   FinishPass   finishPass(state, stage, out)     the last events of a run, under the lock of the next stage;
 //                                                  `out` is null if there is no next store. False: `out` is
-//                                                  full, once more
+//                                                  full, call again
 //   Ready        isReady(state, stage)             with no lock held; false: can't enter the run yet
 //   BeforeTurn   beforeTurn(state, stage)          with no lock held
-//   Waits        waits(state, stage)               the piece was cut because the stage waits, and not for want
-//                                                  of room; SourceChanged of its record ends the wait
-//   Overrun      logOverrun(state, stage, next)    in place of the kind's overrun line
+//   Waits        waits(state, stage)               the piece was cut because the stage waits for its source,
+//   not
+//                                                  for want of room; SourceChanged ends the wait
+//   Overrun      logOverrun(state, stage, next)    logs it in place of the kind's overrun line
 // The loop calls exactly the hooks that are named. A name without its function doesn't compile, nor does a
 // function without its name.
 //
-// A piece that is cut for want of room goes on with `Resumed` set, up to the end that it had: what a kind makes
-// of a piece doesn't depend on the cut.
+// A piece that is cut for want of room goes on with `Resumed` set, up to the same end. So what a kind makes of
+// a piece doesn't depend on the cut.
 #pragma once
 
 #include "log/log.h"
@@ -39,7 +40,7 @@
 
 namespace Tessel {
 
-// Log texts of a kind; {} are the record's name and the device's id, and for an import its source.
+// Log texts of a kind; {} are the stage's name and the device's id, and for an import its source.
 struct StageWords
 {
     const char *Created; // null: no such line
@@ -78,7 +79,7 @@ inline void logStage(const char *text, const StageRef &stage)
                stage.record->SourceId);
 }
 
-// The run that the stage may enter; null: none. The record's lock is held.
+// The run that the stage may enter; null: none. Its own lock is held.
 inline std::shared_ptr<Run> openRun(const StageRef &stage)
 {
     const Manipulator &record = *stage.record;
@@ -87,8 +88,8 @@ inline std::shared_ptr<Run> openRun(const StageRef &stage)
     return isOpen ? run : nullptr;
 }
 
-// False: the thread is to end. A stage enters a run under its own lock, so that whoever asks it to stop knows
-// whether it has entered. A stage enters a run at most once.
+// False: the thread is to end. A stage enters a run at most once, and under its own lock, so that whoever asks
+// it to stop knows whether it has entered.
 template <class State>
 bool waitForRun(State &state, StageRef &stage)
 {
@@ -144,14 +145,14 @@ public:
     }
 
 private:
-    // The record's lock is held.
+    // The stage's lock is held.
     bool isOver() const
     {
         if (record.ExitFlag || isAborted(*stage.run)) return true;
         return record.StopFlag && batch.Count == 0 && record.Events.Count == 0 && !resume;
     }
 
-    // The record's lock is held. A piece that waits for the source is worth no turn until the source has moved.
+    // The stage's lock is held. A piece that waits for the source needs no turn until the source has moved.
     bool hasWork() const
     {
         if constexpr (uses<State, Hook::BeforeTurn>)
@@ -161,7 +162,7 @@ private:
         return resume || record.Events.Count > 0;
     }
 
-    // The record's lock is held.
+    // The stage's lock is held.
     void take()
     {
         if (resume) return;
@@ -248,7 +249,7 @@ private:
         resume = false;
     }
 
-    // The stages behind this one still take what they are given.
+    // The stages after this one still take what they get.
     void finish()
     {
         for (;;) {
@@ -271,7 +272,7 @@ private:
     bool resume = false; // a piece of the batch waits for room
 };
 
-// The stage has left its run; with the thread's last words also one that never entered.
+// The stage has left its run. Also called as a thread ends, whether it was in a run or not.
 inline void tellStopped(StageRef &stage)
 {
     stage.record->StoppedFlag = true;

@@ -1,5 +1,6 @@
-// The stages that a host can add, one function a kind, and what they tell. An adder returns the number of the
-// stage's first output channel, or -1, with an error in the log, if the stream has no room for more channels.
+// The stages that a host can add, one function for each kind, and the rates of a CountRate. An adder returns
+// the stage's first output channel, or -1, with an error in the log, if the stream has no room for more
+// channels.
 #pragma once
 
 #include "records/refs.h"
@@ -51,7 +52,7 @@ void addSubStream(const DeviceRef &target, uint64_t from, uint64_t to);
 // Returns the position of the stage in the chain.
 int32_t addCountRate(const DeviceRef &target, double windowPs);
 
-// The rates of the stage at `index`, one per row of a result; 0 for a channel that the stage doesn't see.
+// The rates of the stage at `index`, one for each row of a result; 0 for a channel that the stage doesn't see.
 // False: no such stage, or it hasn't entered a run yet.
 bool countRates(const DeviceRef &target, int32_t index, uint32_t *rates);
 

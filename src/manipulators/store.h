@@ -1,4 +1,4 @@
-// The memory of a chain for the length of a run, and its final record, which the measurement reads.
+// The memory of a chain for the length of a run, and the Store at its end, from which the measurement takes.
 #pragma once
 
 #include "records/refs.h"
@@ -7,16 +7,16 @@
 
 namespace Tessel {
 
-// Clears the flags of every stage and gives it its store. False: the memory is refused.
+// Clears the flags of every stage and gives it its memory. False: there is none.
 bool allocateManipulators(const DeviceRef &target);
 
-// Appends the final record: between it and the first data `settle` passes, where the run gives out results.
+// Appends the Store, without memory yet.
 std::shared_ptr<Manipulator> addManisStore(const DeviceRef &target, const Run &run);
 
-// Gives the final record its store. False: the memory is refused.
+// Gives the Store its memory. False: there is none.
 bool allocateFinalStore(const DeviceRef &target);
 
-// Takes the final record off. Nobody reads or writes it any more.
+// Takes the Store off the chain. Nobody reads or writes it any more.
 void removeManisStore(const DeviceRef &target);
 
 } // namespace Tessel

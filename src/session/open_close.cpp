@@ -32,7 +32,8 @@ DeviceRef pickDevice(const std::string &id)
 
 namespace {
 
-// Hosts know it so: a file that can't be opened opens the device that is current. No device stays as it is.
+// Hosts know it so: a file that can't be opened makes the current device an open one. "No device" stays as it
+// is.
 void setAfterFailedOpen(const DeviceRef &current)
 {
     if (current == noDevice()) return;

@@ -11,7 +11,7 @@ namespace {
 
 struct Library
 {
-    std::mutex TableLock; // guards what follows; held for a look-up or an exchange, nothing is taken under it
+    std::mutex TableLock;         // guards the rest; held for a look or a change, and nothing is taken under it
     std::vector<DeviceRef> Table; // in the order of finding or opening
     DeviceRef Current;            // one of the table; null: none
     const DeviceRef None = std::make_shared<DeviceEntry>();

@@ -10,8 +10,8 @@
 
 namespace Tessel {
 
-// What a failed look-up gives: a device that is never open, with a working record that nobody reads. Nothing
-// but its working record is ever written.
+// What a failed look-up gives: a device that is never open. Only its context is ever written, and nobody reads
+// it.
 const DeviceRef &noDevice();
 
 DeviceRef currentDevice(); // noDevice() where there is none
@@ -26,9 +26,9 @@ std::vector<DeviceRef> allDevices();
 
 // Appends a device and makes it the current one: all or nothing.
 void addDevice(const DeviceRef &device);
-// The devices behind it move up.
+// The devices after it move up.
 void removeDevice(const DeviceRef &device);
-// Empties the table of what isn't a file. False, without effect: a file has been opened.
+// Empties the table, if no file is in it. False, without effect: a file has been opened meanwhile.
 bool removeInstruments();
 
 } // namespace Tessel
