@@ -28,7 +28,7 @@ bool drains(Run &run)
 
 } // namespace
 
-bool endRun(const DeviceRef &target)
+bool endRun(const DeviceRef &target, std::chrono::milliseconds patience)
 {
     MeasContext &context = target->context;
     auto run = liveRun(context);
@@ -39,7 +39,7 @@ bool endRun(const DeviceRef &target)
     }
     if (drains(*run)) return true;
     abortRun(context, *run);
-    if (waitOver(*run, Pace::aborting)) return true;
+    if (waitOver(*run, patience)) return true;
     logErr(LogCategory::General, "Device: The measurement can't be stopped, its memory is left to it! @{}",
            target->device.ID);
     return false;

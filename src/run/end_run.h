@@ -2,14 +2,15 @@
 #pragma once
 
 #include "records/refs.h"
+#include "threads/paces.h"
 
 #include <chrono>
 
 namespace Tessel {
 
-// Stops the run on the device, if one is live, and waits for its end; after some seconds the run is aborted.
-// False: it is still live after that, and keeps its memory.
-bool endRun(const DeviceRef &target);
+// Stops the run on the device, if one is live, and waits for its end; after some seconds the run is aborted, and
+// `patience` later left alone. False: it is still live after that, and keeps its memory.
+bool endRun(const DeviceRef &target, std::chrono::milliseconds patience = Pace::aborting);
 
 // Waits for the phase Over. False: not within `patience`.
 bool waitOver(Run &run, std::chrono::milliseconds patience);

@@ -16,12 +16,6 @@ using namespace TestSupport;
 
 namespace {
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr bool isSanitized = true; // what a sanitizer keeps beside the memory isn't ours
-#else
-constexpr bool isSanitized = false;
-#endif
-
 constexpr int channels = 4;
 constexpr int mergeStages = 3;
 constexpr uint64_t binsT2 = 4096, binWidthT2 = 1000;

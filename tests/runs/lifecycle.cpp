@@ -20,6 +20,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr size_t rows = 3, columns = 32768;
+const int32_t members[] = {1};
 
 std::vector<uint32_t> countingWords(size_t count)
 {
@@ -44,7 +45,6 @@ TEST(Lifecycle, RunsStoppedAtRandomMomentsLeaveNothingBehind)
 {
     Host host;
     ASSERT_FALSE(host.open(writeT3(host, 3'000'000)).empty());
-    const int32_t members[] = {1};
     addMMerge(nullptr, members, 1, 1);
     Counts counts(rows + 1, columns);
     std::mt19937 random(5);
@@ -67,6 +67,25 @@ TEST(Lifecycle, RunsStoppedAtRandomMomentsLeaveNothingBehind)
     EXPECT_TRUE(eventually([&] { return threadCount() <= threads; })) << threadCount();
     EXPECT_TRUE(eventually([&] { return descriptorCount() <= descriptors; })) << descriptorCount();
     EXPECT_LT(residentKiB(), resident + 64 * 1024);
+}
+
+// Where nobody holds it up, a stopped run hands on what it has read and is over.
+TEST(Lifecycle, AStoppedRunEndsAtOnce)
+{
+    constexpr size_t records = 40'000'000;
+    Host host;
+    ASSERT_FALSE(host.open(writeT3(host, records)).empty());
+    addMMerge(nullptr, members, 1, 1);
+    Counts counts(rows + 1, columns);
+    Finished finished;
+    ASSERT_TRUE(startHistogram(counts, finished));
+    ASSERT_TRUE(eventually([] { return described("NumRecs") > 0; }));
+    const auto start = std::chrono::steady_clock::now();
+    stopMeasure(nullptr);
+    ASSERT_TRUE(finished.wait());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, isSanitized ? 5s : 1s);
+    EXPECT_LT(described("NumRecs"), records); // in its midst
+    EXPECT_EQ(counts.rowSum(3), counts.rowSum(1));
 }
 
 TEST(Lifecycle, AStopBeforeTheFirstReadKeepsTheFirstChunk)

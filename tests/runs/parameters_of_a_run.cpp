@@ -93,3 +93,27 @@ TEST(ParametersOfARun, AreThoseOfItsStart)
         EXPECT_EQ(host.logged("ERR"), 0u);
     }
 }
+
+// The run stands still, so nobody counts meanwhile.
+TEST(ClearMeasure, EmptiesTheResultOfARun)
+{
+    for (const RunCase &given : cases) {
+        SCOPED_TRACE(given.name);
+        Host host;
+        ASSERT_FALSE(
+            host.open(TgxFile::t2(channels, 1000), randomWords({100'000, false, 0.07, channels, 9})).empty());
+        given.set();
+        setSequenceMode(2, 1, 5);
+        std::vector<uint32_t> result(given.elements);
+        const std::vector<uint32_t> empty(given.elements);
+        Finished finished;
+        given.run(result.data(), 0, finished.get());
+        ASSERT_EQ(waitNewData(nullptr), 1);
+        EXPECT_NE(result, empty);
+        EXPECT_TRUE(clearMeasure(nullptr));
+        EXPECT_EQ(result, empty);
+        setSequenceMode(0, 0, 0);
+        gotNewData(nullptr);
+        ASSERT_TRUE(finished.wait());
+    }
+}

@@ -16,6 +16,12 @@
 
 namespace TestSupport {
 
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool isSanitized = true; // slower, and what it keeps beside the memory isn't ours
+#else
+constexpr bool isSanitized = false;
+#endif
+
 class Host
 {
 public:

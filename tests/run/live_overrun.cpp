@@ -1,0 +1,80 @@
+// Live data that nobody takes in time: what is full is cleared, and the stream goes on with what is newer.
+#include "manipulators/store.h"
+#include "run/process_thread.h"
+#include "run/raw_block.h"
+#include "settings/system_ini.h"
+#include "stream/event_store.h"
+#include "support/words.h"
+#include "threads/run_control.h"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+using namespace Tessel;
+using namespace TestSupport;
+
+namespace {
+
+std::shared_ptr<Run> liveRunOf(const RunRequest &request)
+{
+    return std::shared_ptr<Run>(
+        new Run{.Request = request, .Facts = {.Mode = MeasMode::T2, .NumChans = 4, .IsLive = true}});
+}
+
+} // namespace
+
+TEST(LiveOverrun, TheDecodedStreamClearsAFullStoreAndGoesOn)
+{
+    const std::vector<uint32_t> words = {t2Event(0, 7), t2Event(1, 8), t2Event(2, 9)};
+    for (const bool isFull : {false, true}) {
+        SCOPED_TRACE(isFull);
+        const DeviceRef target = std::make_shared<DeviceEntry>();
+        const auto run = liveRunOf({.Kind = MeasKind::Histogram});
+        target->context.CurrentRun = run;
+        EventStore &store = addManisStore(target, *run)->Events;
+        ASSERT_TRUE(allocateFinalStore(target));
+        const uint64_t held = streamRecords() / 2 - words.size() - (isFull ? 1 : 2);
+        store.Count = held;
+        ASSERT_TRUE(allocatePages(run->ReadBuffer, words.size()) &&
+                    allocatePages(run->ProcessBuffer, words.size()));
+        std::copy(words.begin(), words.end(), run->ReadBuffer.get());
+        run->ReadCount = words.size();
+        run->Control.Phase = RunPhase::InputDone;
+        ProcessThread({target, run});
+        const uint64_t first = isFull ? 0 : held;
+        EXPECT_EQ(store.Count, first + words.size());
+        EXPECT_EQ(store.Times[first], 7u);
+        EXPECT_EQ(store.Channels[first + 2], 3u);
+    }
+}
+
+TEST(LiveOverrun, ARawBlockIsClearedForWhatIsNewer)
+{
+    const struct
+    {
+        const char *name;
+        uint64_t held, words, heldAfter;
+        uint32_t first; // of the block: words that it holds are 100, 101, ..., new ones 0, 1, ...
+    } rows[] = {{"fits", 2, 3, 5, 100},
+                {"no room", 3, 3, 3, 0},
+                {"full", 5, 1, 1, 0},
+                {"larger than the block", 2, 6, 0, 100}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        std::vector<uint32_t> block(5), words(row.words);
+        std::iota(block.begin(), block.end(), 100u);
+        std::iota(words.begin(), words.end(), 0u);
+        uint64_t count = row.held;
+        RunRef ref{std::make_shared<DeviceEntry>(), liveRunOf({.Kind = MeasKind::Raw,
+                                                               .RawBlock = block.data(),
+                                                               .RawCapacity = block.size(),
+                                                               .RawCount = &count})};
+        EXPECT_EQ(appendToRawBlock(ref, words), row.words); // live data never waits
+        EXPECT_EQ(count, row.heldAfter);
+        EXPECT_EQ(block[0], row.first);
+        if (count > row.held) {
+            EXPECT_EQ(block[count - 1], row.words - 1);
+        }
+    }
+}
