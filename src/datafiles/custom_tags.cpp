@@ -24,7 +24,7 @@ CustomTag &addTag(CustomTags &tags, TagType type, std::string_view name, uint32_
     return tag;
 }
 
-// What the trace tells of the tag's value: type, value, index.
+// The tag's type, value and index, for the trace.
 std::string valueForTrace(const CustomTag &tag)
 {
     switch (static_cast<TagType>(tag.Type)) {

@@ -1,5 +1,5 @@
-// Header tags of the caller's own: collected by the `add...Tag` functions on the host's thread, written behind
-// the dictionary's tags without any of its checks.
+// Header tags of the caller's own: collected by the `add...Tag` functions on the host's thread, written after
+// the tags of the dictionary and without its checks.
 #pragma once
 
 #include "records/custom_tag.h"

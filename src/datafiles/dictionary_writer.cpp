@@ -16,7 +16,7 @@ namespace Tessel {
 
 namespace {
 
-// The only outlet of the dictionary's checks.
+// Every failed check is logged here.
 template <class... Args>
 void logTgx(fmt::format_string<Args...> format, Args &&...args)
 {

@@ -1,5 +1,5 @@
-// Writes tags by the rows of the dictionary, checks their indices, and keeps what those checks need to know
-// of one header in work. Single-threaded; each file that is written has a state of its own.
+// Writes tags by the rows of the dictionary, checks their indices, and keeps what the checks need to know of
+// the header so far. One thread for each file that is written.
 #pragma once
 
 #include "datafiles/tag_dictionary.h"
@@ -22,7 +22,7 @@ struct DictionaryState
     DictionaryState() { DefinedSize.fill(-1); }
 };
 
-// What goes into a tag; the row's type tells which of them.
+// What goes into a tag; the row's type says which member.
 struct TagContent
 {
     double Value = 0.0;      // every numeric type: integers above 2^53 lose their low bits
@@ -42,7 +42,7 @@ inline constexpr int32_t Written = 0, NoSuchRow = -5, IndexOutOfBounds = -6, NoG
 int32_t writeDictionaryTag(std::string &out, DictionaryState &state, uint32_t row, int32_t idx,
                            const TagContent &content, std::optional<std::string_view> extension = {});
 
-// Stages of a header: a new one, the overwrite of one that stands in a file, the end of either.
+// Steps of a header: a new one, the overwrite of one in a file, the end of either.
 void MVUTF_Start(DictionaryState &state);
 void MVUTF_Update(DictionaryState &state);
 void MVUTF_End();

@@ -32,7 +32,7 @@ struct Reading
     bool countWarned = false, indexWarned = false;
 };
 
-// What no number or out of all range in the file is leaves the field alone.
+// A value that is no number, or out of all range, leaves the field as it is.
 std::optional<double> finite(double value)
 {
     return std::isfinite(value) ? std::optional(value) : std::nullopt;
@@ -43,7 +43,7 @@ std::optional<double> picoseconds(const TagRecord &tag)
     return finite(std::round(doubleOf(tag) * psPerSecond));
 }
 
-// Texts of a device are UTF-8, whatever stands in the file.
+// Texts of a device are UTF-8, whatever is in the file.
 std::string text(const Reading &reading, const TagRecord &tag)
 {
     return toUtf8(toUtf16(textOf(tag, reading.image)));
@@ -270,7 +270,7 @@ struct Effect
     void (*Apply)(Reading &, const TagRecord &);
 };
 
-// The tags that do more than to set a field, or set one in a form of their own.
+// The tags that do more than set a field, or set one in another form.
 constexpr Effect effects[] = {
     {"File_Comment", fileComment},
     {"Measurement_Mode", measurementMode},
@@ -332,7 +332,7 @@ void walk(Reading &reading)
     }
 }
 
-// The last run of a file device is the recording itself; until its tags tell more, it was made just now.
+// The last run of a file device is the recording itself. Unless its tags say otherwise, it was made just now.
 void startDescription(MeasDescription &description)
 {
     using namespace std::chrono;

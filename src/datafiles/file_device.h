@@ -1,5 +1,5 @@
-// Turns a recorded file into a device: reads its header and sets the fields that a replay goes by. Runs on
-// the caller's thread, on records that nobody else can see yet.
+// Makes a device of a recorded file: reads its header and sets the fields that a replay goes by. Runs on the
+// caller's thread, on a device that nobody else can see yet.
 #pragma once
 
 #include "records/context.h"

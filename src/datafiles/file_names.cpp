@@ -35,7 +35,7 @@ bool allDigits(std::string_view text)
     return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// The number behind it; nothing if the digits' number has none that fits.
+// The next number; nothing if it doesn't fit.
 std::optional<uint64_t> successor(std::string_view digits)
 {
     constexpr uint64_t most = std::numeric_limits<uint64_t>::max();
@@ -59,7 +59,7 @@ std::string nextName(std::string_view name)
     return number ? fmt::format("{}_{}.tgx", stem.substr(0, bar), *number) : stem + "_1.tgx";
 }
 
-// A question that the system can't answer is logged and taken for no.
+// If the system can't say, that is logged and counts as no.
 bool isTaken(std::string_view path)
 {
     std::error_code error;

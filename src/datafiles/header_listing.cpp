@@ -16,7 +16,7 @@ namespace {
 
 namespace json = boost::json;
 
-// A text that JSON can hold, whatever bytes stand in the file.
+// A text that JSON can take, whatever bytes are in the file.
 std::string clean(std::string_view bytes)
 {
     return toUtf8(toUtf16(bytes));

@@ -1,4 +1,4 @@
-// All tags of a file's header as JSON, for whoever wants to see what a file tells of itself.
+// All tags of a file's header as JSON.
 #pragma once
 
 #include <optional>

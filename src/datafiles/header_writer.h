@@ -28,7 +28,7 @@ struct LibraryVersion // an instrument library in use
     std::string Name, Version;
 };
 
-// One header in work, from its first write to its overwrite.
+// One header, from its first write to its overwrite.
 struct HeaderInWork
 {
     std::string Path; // normal form
@@ -36,12 +36,12 @@ struct HeaderInWork
     DictionaryState Dictionary;
     PatchPositions Positions;
     uint64_t Length = 0;   // bytes of the header at its first write
-    bool Complete = false; // the last write brought out every tag and the seal, and can be read back
+    bool Complete = false; // the last write wrote every tag and the CRC, and can be read back
 };
 
 // `update` false: the first write; creates the file. `update` true: the overwrite. False only if closing the
-// file failed: a tag that the dictionary refuses cuts the header short, and a file that can't be created is
-// logged; `Complete` tells of both.
+// file failed. A tag that the dictionary refuses cuts the header short, and a file that can't be created is
+// logged; `Complete` is false then.
 bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasContext &context, bool update);
 
 // Puts the CRC of the header into its `Header_End`. False, with an error in the log, if there is none.

@@ -173,7 +173,7 @@ bool Recording::write(std::span<const uint32_t> words)
     return false;
 }
 
-// Leaves the file with whole words and their number in the description.
+// Cuts the file to whole words and puts their number into the description.
 void Recording::closeData()
 {
     if (!Tessel::close(std::move(file)) && !failed) {

@@ -1,5 +1,5 @@
-// A recording that a caller makes from record words of its own: a header, the words, and the header again
-// with the final values. The device that the header describes stands in no table. One thread at a time.
+// A recording that a caller makes of its own record words: a header, the words, then the header again with the
+// final values. The device that the header describes is in no table. One thread at a time.
 #pragma once
 
 #include "datafiles/header_writer.h"

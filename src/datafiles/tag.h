@@ -1,5 +1,5 @@
 // The layout of a data file's header: a preamble, then tags with no gap, the last one `Header_End`; the raw
-// records begin right behind it. All numbers are little-endian.
+// records begin right after it. All numbers are little-endian.
 //
 //   preamble, 16 bytes      MMMMMMMM VVVVVVVV              magic "MVTTTR", version "1.0.0.0", zero-padded
 //   tag, 48 bytes + block   N x 32, IIII TTTT VVVVVVVV ... name, index, type, value, data block

@@ -1,4 +1,4 @@
-// The bytes of a tag, as both writers of tags append them to a header in work.
+// The bytes of a tag, as both writers of tags append them to a header.
 #pragma once
 
 #include "datafiles/tag.h"
@@ -17,7 +17,7 @@ void appendNumber(std::string &out, T number)
     out.append(bytes, sizeof(T));
 }
 
-// The first 40 bytes of a tag: name, cut or zero-padded, with a zero behind it in every case; index; type.
+// The first 40 bytes of a tag: name, cut or padded with zeros, always with a zero after it; index; type.
 inline void appendIdent(std::string &out, std::string_view name, int32_t idx, TagType type)
 {
     name = name.substr(0, identSize - 1);

@@ -18,7 +18,7 @@ struct TagRecord
     int32_t Idx = 0;
     Tessel::TagType TagType{};
     uint64_t TagValue = 0;
-    uint64_t Next = 0; // offset behind the tag and its data block
+    uint64_t Next = 0; // offset after the tag and its data block
 };
 
 inline constexpr uint64_t headerImageLimit = 262144;
@@ -34,10 +34,10 @@ struct FileHead
 // empty file, or one that can't be read, is logged and has an empty image.
 std::optional<FileHead> readHead(std::string_view path, uint64_t limit);
 
-// The tag at `offset`, or that which begins with the first occurrence of `searchText` behind it.
+// The tag at `offset`, or the one that begins with the first occurrence of `searchText` after it.
 TagRecord readTag(std::string_view image, std::string_view searchText, uint64_t offset);
 
-// Offset behind the tag `Header_End`, 0 if there is none.
+// Offset after the tag `Header_End`, 0 if there is none.
 uint64_t headerLength(std::string_view image);
 
 // The value's bits as a double; its low half as a signed number.

@@ -11,8 +11,8 @@ namespace {
 
 constexpr uint32_t largeFifo = 1048576, smallFifo = 131072; // words
 
-// In the order of LibType, which is the order in which the models are tried: "Cordalis" takes every text that
-// begins with "Cordalis 90", so a file of that family comes up as the CD family. Files know no other order.
+// In the order of LibType, in which the models are tried: "Cordalis" takes every text that begins with
+// "Cordalis 90", so a file of that family opens as the CD family. Hosts know it so.
 constexpr Family families[] = {
     {.LibType = LibType::ZP,
      .Library = "ZPlib",
@@ -52,7 +52,7 @@ constexpr Family families[] = {
 
 constexpr Family noFamily{};
 
-// The SV40 family has one type for both modes: `Measurement_Mode` tells the mode.
+// The SV40 family has one type for both modes: `Measurement_Mode` says which.
 uint32_t recordTypeOfModel(std::string_view model)
 {
     if (model == "Sarvex 40 N") return 0x00010205;

@@ -1,6 +1,6 @@
-// What an instrument family is: all that the library knows of a `LibType`, but for the calls into the family's
-// own library. A sixth family is a value of `LibType`, a row here and a branch wherever a switch is on the
-// family.
+// What an instrument family is: all that the library knows of a `LibType`, except for the calls into the
+// family's own library. A sixth family is a value of `LibType`, a row here, and a branch in each rule that has
+// a switch on the family.
 #pragma once
 
 #include "records/device_config.h"
@@ -29,7 +29,7 @@ const Family &familyOf(LibType type);
 // The family of a file by the beginning of its model.
 std::optional<LibType> familyOfModel(std::string_view model);
 
-// The type of the records as a header says it; 0 if there is none, which is logged where the family is
+// The type of the records as a header says it; 0 if there is none, with a warning in the log if the family is
 // unknown.
 uint32_t recordTypeOf(const DeviceConfig &config);
 

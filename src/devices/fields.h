@@ -1,6 +1,6 @@
-// The fields of a device's configuration, each described once: where it is held, what it is, the bounds of its
-// values, and what the device JSON, a file header and an INI text call it. Whoever writes, reads, limits or
-// sets parameters goes by these tables; what doesn't fit their form is spelled out there.
+// The fields of a device's configuration, each described once: its member, meaning, range, and its names in the
+// device JSON, a file header and an INI text. What writes, reads, limits or sets parameters goes by these
+// tables, and spells out only what doesn't fit their form.
 #pragma once
 
 #include "records/device_config.h"
@@ -16,7 +16,7 @@
 
 namespace Tessel {
 
-// Where the value is held, and with it the type. Null in no row of a table.
+// The member that has the value, and with it the type. Never null in a table.
 template <class Record>
 using MemberOf = std::variant<int32_t Record::*, uint32_t Record::*, uint64_t Record::*, double Record::*,
                               std::string Record::*, std::vector<int32_t> Record::*, DeviceType Record::*,
@@ -38,14 +38,14 @@ struct Range
     int64_t Min = 0, Max = 0;
 };
 
-// No value is out of it: the family has no such operation, and says so whatever the value.
+// Every value is in it: the family has no such operation, and refuses any value.
 inline constexpr Range unchecked{std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()};
 
 struct Limits
 {
     enum class Rule : int8_t {
         None,     // the setter decides by itself
-        InPlace,  // limited to the range without a word
+        InPlace,  // limited to the range; nothing is logged
         Checked,  // limited to the range, with a message if that changes the value
         BinSteps, // as Checked; the highest value is MaxBinSteps - 1, and MaxBinSteps at least 1
     };
@@ -91,7 +91,7 @@ using DeviceField = Field<DeviceConfig>;
 using ChannelField = Field<ChannelRow>;
 using ModuleField = Field<ModuleRow>;
 
-// In the order of the JSON; what isn't in it stands at the end.
+// In the order of the JSON; fields that aren't in it come last.
 std::span<const DeviceField> deviceFields();
 std::span<const ChannelField> channelFields();
 std::span<const ModuleField> moduleFields();

@@ -1,4 +1,4 @@
-// A recorded file as the source of a run's records, at the pace of whoever takes them.
+// A recorded file as the source of a run's words, as fast as they are taken.
 #pragma once
 
 #include "devices/source.h"

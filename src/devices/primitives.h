@@ -1,5 +1,5 @@
 // What a run asks of its device: start, stop, flags, rates, times. Every operation looks at
-// `DeviceType` first. A recorded file answers without effect; no instrument is bound, so every other device
+// `DeviceType` first. A recorded file answers without effect. No instrument is bound yet, so any other device
 // lacks the operation.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Failures of a device and operations that it lacks, as the log tells them.
+// Log lines for failures of a device and for operations that it lacks.
 #pragma once
 
 #include "log/log.h"
@@ -8,14 +8,14 @@
 
 namespace Tessel {
 
-// Every failure of a device that isn't a mere warning is reported here.
+// Every failure of a device that is more than a warning is reported here.
 template <class... Args>
 void reportDeviceError(LogCategory category, fmt::format_string<Args...> format, Args &&...args)
 {
     logErr(category, format, std::forward<Args>(args)...);
 }
 
-// A run that can't be made, for what reason. Returns false.
+// Logs why a run can't measure. Returns false.
 inline bool refuse(const Device &device, std::string_view why)
 {
     logErr(LogCategory::General, "Device: {} @{}", why, device.ID);

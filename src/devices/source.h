@@ -1,5 +1,5 @@
-// The seam to where records come from: a recorded file or an instrument. MeasureThread opens it, starts it,
-// reads it and stops it; who takes the words, and how many do, is no matter of the source.
+// The seam to where record words come from: a recorded file or an instrument. MeasureThread opens, starts,
+// reads and stops it. Who takes the words, and how many do, doesn't matter to the source.
 #pragma once
 
 #include "log/file_handle.h"
@@ -14,7 +14,7 @@ namespace Tessel {
 // The most that one read takes.
 inline constexpr uint64_t chunkWords = 1048576;
 
-// MeasureThread's, for the length of a run.
+// MeasureThread's own, for the length of a run.
 struct RecordSource
 {
     DeviceType Kind = DeviceType::None;
@@ -34,16 +34,16 @@ struct Reading
     bool IsFull = false; // too much waits: nothing was read
 };
 
-// What stages and counters have to know of the device.
+// What stages and counters know of the device.
 StreamFacts factsOf(const Device &device);
 
-// Where a file can't be opened the first read says so.
+// If a file can't be opened, the first read fails.
 RecordSource openSource(const Device &device);
 // At the first pass of a run. False: it doesn't start.
 bool startSource(RecordSource &source, Device &device, int32_t acqTimeMs);
-// Reads up to chunkWords behind the `waiting` words that nobody has taken yet; there is room for a chunk.
+// Reads up to chunkWords. `waiting`: words that nobody has taken yet. `room` is after them, and takes a chunk.
 Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_t waiting);
-// Once a run. An instrument still gives what it holds, a file nothing more.
+// Takes effect once in a run. After it an instrument still gives what it has.
 void stopSource(RecordSource &source, Device &device);
 
 } // namespace Tessel

@@ -164,7 +164,7 @@ void postLog(LogSeverity severity, LogCategory category, std::string text)
     if (!consoleOn && !state.FileOn) return;
 
     LogRecord record{severity, category, systemTicks(), withinLimit(std::move(text))};
-    std::optional<std::deque<LogRecord>> lost; // freed behind the lock
+    std::optional<std::deque<LogRecord>> lost; // freed after the lock
     bool wakes = false;
     {
         const std::lock_guard lock(state.QueueLock);

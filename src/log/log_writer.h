@@ -1,7 +1,7 @@
 // What becomes of a log record: its line, the console, the day file and its rotation.
 //
-// A `LogWriter` is the writer thread's own; nobody else touches it. Times are given in by the caller, so the
-// day's change can be played through.
+// A `LogWriter` is the writer thread's own; nobody else touches it. The caller passes the time, so that a
+// change of day can be tested.
 #pragma once
 
 #include "log/file_handle.h"
@@ -47,7 +47,7 @@ struct LogWriter
     std::string CurrentFileName;
     LogFile File;
 
-    std::string ConsoleText;  // what the console shall get with the next write
+    std::string ConsoleText;  // for the next write to the console
     bool ConsoleHung = false; // the last write was given up: don't wait again until one goes through
     std::chrono::steady_clock::time_point ConsoleDeadline = std::chrono::steady_clock::time_point::max();
 };
@@ -57,7 +57,7 @@ std::string logLine(const LogRecord &record);
 // `now` is the moment of writing; it decides on the day file.
 void writeRecord(LogWriter &writer, const LogRecord &record, std::time_t now);
 
-// Console text is gathered while records are queued; this brings the rest of it out.
+// Console text is gathered while records are queued; this writes the rest of it.
 void flushConsole(LogWriter &writer);
 
 } // namespace Tessel

@@ -17,8 +17,8 @@ struct Decoded
     bool Good;
 };
 
-// What a lead byte asks for: the number of bytes behind it, and the bounds of the first of these. The bounds
-// shut out overlong forms, surrogates and codes above 10FFFF.
+// What a lead byte asks for: the number of bytes after it, and the bounds of the first of these. The bounds
+// exclude overlong forms, surrogates and codes above 10FFFF.
 struct Lead
 {
     size_t Tail;

@@ -269,7 +269,7 @@ void removeStages(const DeviceRef &target)
     std::lock_guard oneEnd(context.EndLock);
     auto chain = chainOf(context);
     std::erase_if(chain, [](const auto &record) { return record->Type == ManisType::Store; }); // the run's
-    for (const auto &record : chain) askToStop(context, *record, true); // all at once
+    for (const auto &record : chain) askToStop(context, *record, true);                        // all at once
     for (auto record = chain.rbegin(); record != chain.rend(); ++record) {
         endStage(target, **record);
         ChainLocks locks(context);

@@ -1,8 +1,8 @@
 // An INI text as the list of its sections and keys, and the numbers that its values hold.
 //
 // Lines are `key = value` below a `[section]`; a line that starts with ';' or '#' is a comment; blanks around
-// names and values don't count. Names are compared with case. Nothing is merged or overwritten: a section or
-// key that stands twice is in the list twice, so acting on the list is acting in the order of the text.
+// names and values don't count. Case matters in names. Nothing is merged or overwritten: a section or key that
+// occurs twice is in the list twice, so acting on the list is acting in the order of the text.
 #pragma once
 
 #include <cstdint>
@@ -39,7 +39,7 @@ int32_t iniInteger(std::string_view text, int32_t fallback);
 uint32_t iniUnsigned(std::string_view text, uint32_t fallback);
 bool iniBoolean(std::string_view text, bool fallback);
 
-// The value without a word in the log.
+// The value; nothing is logged.
 std::optional<int32_t> parseInteger(std::string_view text);
 
 // The fields between the commas; an empty text is one empty field.

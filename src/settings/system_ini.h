@@ -33,12 +33,12 @@ struct Settings
     bool LogFile = true;
     bool LogConsole = true;
     uint64_t BufferSize = 1048576; // the key's own value
-    uint64_t StreamRecords = 0;    // the count that the streams are given; 0 until the key is read
+    uint64_t StreamRecords = 0;    // elements of a stream array; 0 until the key is read
 };
 
 Settings &settings();
 
-// Smallest element count that a stream array of a run is given, whatever the settings say.
+// Smallest element count of a stream array, whatever the settings say.
 inline constexpr uint64_t minimumStreamRecords = 8388608;
 
 // Element count of every stream array of a run.

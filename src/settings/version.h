@@ -1,4 +1,4 @@
-// The name and the version that the log and the files tell.
+// The name and the version, as the log and file headers show them.
 #pragma once
 
 #include <fmt/format.h>

@@ -20,7 +20,7 @@ inline bool isCounted(uint8_t channel, uint64_t rows)
     return (channel & ChannelCode::Special) == 0 && channel < rows;
 }
 
-// False if the memory is refused; the array is then null.
+// False: there is no memory, and the array is null.
 template <class T>
 bool allocatePages(PageArray<T> &pages, uint64_t count)
 {
@@ -38,7 +38,7 @@ inline void release(EventStore &store)
     store = {};
 }
 
-// An empty store. False, without arrays, if the memory is refused.
+// Makes the store empty, with room. False: there is no memory, and no arrays.
 inline bool allocate(EventStore &store, uint64_t capacity)
 {
     store.Count = 0;

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-// This file once for each instruction set; what comes behind foreach_target.h is compiled for each.
+// This file once for each instruction set; what comes after foreach_target.h is compiled for each.
 // clang-format off
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "stream/time_span_simd.cpp"

@@ -102,7 +102,7 @@ std::string invalidWordText(MeasMode mode, uint32_t word, std::string_view devic
     if (mode == MeasMode::T2)
         return fmt::format("Device: T2Rec 0x{:08x} tt:{} ch:{} s:{} invalid @{}", word, Word::timetag(word),
                            Word::channel(word), special, deviceId);
-    // The fields behind 0x are decimal; readers of the log know them so.
+    // The fields after 0x are decimal: readers of the log know them so.
     return fmt::format("Device: T3Rec 0x{:08x} Chan:0x{} nSync:0x{} dTime:0x{} s:{} invalid @{}", word,
                        Word::channel(word), Word::nsync(word), Word::dtime(word), special, deviceId);
 }

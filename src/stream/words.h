@@ -70,7 +70,7 @@ struct DecodeRules
 };
 
 // Decodes `words` to the front of `times` and `channels`, gives the number of events, and moves `overflowBase`
-// on. Both arrays must have room for words.size() events. What lies behind the returned number, up to
+// on. Both arrays must have room for words.size() events. What is after the returned number, up to
 // words.size(), may have been overwritten; nothing beyond that is touched. All arithmetic wraps at 64 bits.
 uint64_t decode(std::span<const uint32_t> words, const DecodeRules &rules, uint64_t &overflowBase,
                 uint64_t *times, uint8_t *channels, InvalidWords &invalid);

@@ -17,7 +17,7 @@
 
 #include <algorithm>
 
-// This file once for each instruction set; what comes behind foreach_target.h is compiled for each.
+// This file once for each instruction set; what comes after foreach_target.h is compiled for each.
 // clang-format off
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "stream/words_simd.cpp"
@@ -57,7 +57,7 @@ HWY_INLINE Words32 constant(uint32_t value)
     return hn::Set(d32, hidden);
 }
 
-// The upper seven bits of a word, its special bit and channel, tell its kind. Their upper three pick a row: the
+// The upper seven bits of a word, its special bit and channel, give its kind. Their upper three pick a row: the
 // word is valid from First on, `Valid` times, and its code is Add more than the seven bits.
 struct Kinds
 {
