@@ -1,6 +1,5 @@
-// Counting a batch block by block, with a look at flags and clock between two of them. Which events end a block
-// that somebody waits for is told by `isQuiet`: behind such an event nothing is given out and nothing cut
-// short.
+// Counting a batch block by block, with a look at flags and clock between two blocks. `isQuiet` names the
+// channels after whose events there is no such look: nothing is published and nothing cut short there.
 #pragma once
 
 #include "measurements/frame.h"
@@ -11,7 +10,7 @@ namespace Tessel {
 
 inline constexpr uint64_t blockEvents = 32768;
 
-// A recorded file gives out by the clock, anything else by the thread beside the measurement.
+// A recorded file publishes by the clock; of anything else CopyStoreThread publishes.
 inline bool isPublicationDue(const Run &run)
 {
     return run.Facts.MayWait && monotonicNs() - run.LastPublish > publishIntervalNs;
@@ -23,7 +22,7 @@ inline bool isCutShort(Run &run)
     return isAborted(run) || run.ClearRequested.exchange(false);
 }
 
-// What was asked for before a block shows behind its first event. `manis` holds ManisLock.
+// What was asked for before a block takes effect after its first event. `manis` holds ManisLock.
 template <class IsQuiet, class CountBlock>
 void countInBlocks(RunRef &ref, EventBatch batch, std::unique_lock<std::mutex> &manis, IsQuiet isQuiet,
                    CountBlock countBlock)
@@ -40,7 +39,7 @@ void countInBlocks(RunRef &ref, EventBatch batch, std::unique_lock<std::mutex> &
     }
 }
 
-// The same event by event, for a sequence: `countEvent` tells whether a step of it is done.
+// The same event by event, for a sequence: `countEvent` returns whether a step is done.
 template <class IsQuiet, class CountEvent>
 void countInSteps(RunRef &ref, EventBatch batch, std::unique_lock<std::mutex> &manis, IsQuiet isQuiet,
                   CountEvent countEvent)

@@ -44,8 +44,8 @@ bool countG2Event(CorrelationWork &work, const CorrelatedEvent &event, uint64_t 
     return reached;
 }
 
-// Where the cursor comes to rest: as many entries as are younger than the lag. Which of those that are exactly
-// as old as the lag it takes in depends on where it comes from.
+// Where the cursor comes to rest: at the number of entries that are younger than the lag. Of entries exactly as
+// old as the lag it takes in some, all or none, depending on where it comes from.
 uint64_t walked(uint64_t cursor, uint64_t lag, const TimeRing &ring, uint64_t time)
 {
     const uint64_t count = ring.count();

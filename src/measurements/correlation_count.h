@@ -1,7 +1,7 @@
 // Pair counting of the correlation: events in, rows of counts out. No lock and no thread.
 //
-// The block loops give to the last count what the event loops give, in whatever order the times come: what they
-// can't count they hand to those.
+// The block loops give the same counts as the event loops, in whatever order the times come: what they can't
+// count they hand to the event loops.
 #pragma once
 
 #include "measurements/correlation_work.h"
@@ -24,10 +24,10 @@ inline constexpr uint64_t correlationBlock = 8000;
 void countCorrelation(CorrelationWork &work, const TimedEvents &events);
 
 // g2, event by event, up to the first one after which an element that it counted last holds at least `limit`.
-// The number of events taken; `reached` tells whether it was for that.
+// Returns the number of events taken; `reached`: it ended for that.
 uint64_t countG2Until(CorrelationWork &work, const TimedEvents &events, uint64_t limit, bool &reached);
 
-// g2, event by event: what the block loop leaves to it.
+// g2, event by event, for what the block loop can't count.
 void countG2Events(CorrelationWork &work, const TimedEvents &events);
 
 // The block loops, by mode.
@@ -71,8 +71,8 @@ void countLagsEvent(CorrelationWork &work, const CorrelatedEvent &event, CountPa
     if (event.Second) countOn(1);
 }
 
-// FCS: the scan of a ring from the newest time back. FFCS: the walk of a row's cursors, and what it counts.
-// Each as it is defined, for any times.
+// The definitions, for any times. FCS: scans a ring from the newest time back. FFCS: moves a row's cursors, and
+// counts by them.
 void scanLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time);
 void walkLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time);
 

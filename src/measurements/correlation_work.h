@@ -1,4 +1,4 @@
-// The working record of a correlation run. Built for each run; guarded by ManisLock.
+// What a correlation counts with. Made for each run; guarded by ManisLock.
 #pragma once
 
 #include "measurements/lag_grid.h"

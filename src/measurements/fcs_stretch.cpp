@@ -1,7 +1,7 @@
 // A row of FCS, by ranks: a bin holds the pairs whose age is beyond its first lag and not beyond its second.
 //
-// A scan goes back through the ring and its bin only goes up, so a time that a later one fell below counts with
-// the age of that one: the ranks are those of the ordered times.
+// A scan goes back through the ring, and its bin only goes up. So a time that is followed by an earlier one
+// counts with the age of the earlier one: the ranks are those of the ordered times.
 #include "measurements/lags_stretch.h"
 #include "measurements/rank_sums.h"
 

@@ -5,8 +5,8 @@
 // W2: the walk goes to the nearest of these places.
 // W3: stops that come, and stops that go, leave the cursor's distance from the newest stop as it is.
 //
-// Without a tie the resting place is the rank. rankSums takes it to be so everywhere; the ties are few, and are
-// put right behind it.
+// Without a tie the resting place is the rank. rankSums takes it to be so everywhere; the ties are few and are
+// corrected after it.
 #include "measurements/lags_stretch.h"
 #include "measurements/rank_sums.h"
 

@@ -1,5 +1,5 @@
-// The frame that all measurement threads share: take what has arrived in the final store, count it, give it
-// out, until the run's threads before it have ended and the store is empty.
+// The frame that all measurement threads share: take what has arrived in Store, count it, publish it, until the
+// run's threads before it have ended and the store is empty.
 //
 // A measurement has:
 //   name                                  of its thread, for the log

@@ -138,10 +138,10 @@ std::array<uint64_t, 2> split(CorrelationWork &work, const TimedEvents &events)
     return {count1, count2};
 }
 
-// Whether the times behind the ring's tail ascend from its latest one on, and nothing is 0 or could wrap: what
-// pushWritten needs, R1 and R3. For a stop leaves with a newest one that is more than the window, so Span or
-// more, behind it. A start from that newest one on is as far from the stop, and an earlier start ends at the
-// newest, from which its distance wraps.
+// Whether the times behind the ring's tail ascend from its latest one on, and nothing is 0 or could wrap. That
+// is what pushWritten needs, and R1. It gives R3 too: a stop leaves the ring when a time comes that is more
+// than the window, so Span or more, later. A start from that time on has no bin with the stop, and an earlier
+// start ends its search at that time, from which its distance wraps.
 bool isRegular(const TimeRing &ring, uint64_t written)
 {
     if (ring.VisibleFrom > ring.Head) return false;

@@ -15,7 +15,7 @@
 
 namespace Tessel {
 
-// What the stream has brought so far. A batch ends where chance wants it, so a pair may span several.
+// What the stream has brought so far. A batch ends anywhere, so a pair may span several.
 struct PairSearch
 {
     static constexpr uint64_t unset = UINT64_MAX;
@@ -40,13 +40,13 @@ struct PairRules
     uint64_t Resolution = 1; // whole ps; T3 only
 };
 
-// Takes one event that isn't to be passed over; gives the pair that it counts.
+// Takes one event with a row; returns the pair that it counts.
 std::optional<Pair> nextPair(PairSearch &search, const PairRules &rules, T2Time time, uint64_t raw,
                              uint8_t channel);
 std::optional<Pair> nextPair(PairSearch &search, const PairRules &rules, const T3Time &time, uint64_t raw,
                              uint8_t channel);
 
-// Whether the reference came too early or too late for the delays to be as usual.
+// Whether the reference came so soon or so late that the correction applies.
 bool isRecovering(const Histo2dParams &params, const Pair &pair);
 
 // The element NumBinsX x by + bx that a pair counts in; nothing if it lies outside. `recovering`: with the

@@ -10,7 +10,7 @@
 
 #include <algorithm>
 
-// This file once for each instruction set; what comes behind foreach_target.h is compiled for each.
+// This file once for each instruction set; what comes after foreach_target.h is compiled for each.
 // clang-format off
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "measurements/histogram_count_simd.cpp"

@@ -24,7 +24,7 @@ LagGrid lagGrid(uint64_t minLag, uint64_t window, uint64_t steps)
         grid.Edges.push_back(edge);
         grid.Centers.push_back(lagPs(width * 0.5 + from));
         grid.Widths.push_back(lagPs(width));
-        // A step that is lost in rounding, or no number, would go on for ever.
+        // With a step that rounding loses, or that is no number, this would never end.
         if (edge >= window || !(end + step > end)) return grid;
         edge = lagPs(from + width);
     }

@@ -46,7 +46,7 @@ uint64_t firstWithin(const TimeRing &ring, uint64_t from, uint64_t to, uint64_t 
 }
 
 // The scan skips times up to the first edge as long as it is in the first bin. One of them may have been
-// counted there, with the age of a later one that fell below it.
+// counted there, with the age of an earlier time that follows it.
 void uncountSkipped(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time)
 {
     const uint64_t first = work.SearchLags[0], end = work.SearchLags[1];
@@ -57,8 +57,8 @@ void uncountSkipped(CorrelationWork &work, size_t row, const TimeRing &ring, uin
     }
 }
 
-// FCS of one event, by searching the ends of the bins from the newest time back. Where a time is after the
-// event, at which its scan would end, the scan itself counts.
+// FCS of one event, by searching the ends of the bins from the newest time back. If a time of the ring is later
+// than the event, at which a scan ends, the scan itself counts.
 void searchLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time)
 {
     const std::vector<uint64_t> &lags = work.SearchLags;

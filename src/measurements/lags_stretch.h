@@ -3,7 +3,7 @@
 //
 // A row counts starts (its events) against stops (the times of a ring). The rank of a start at a lag is the
 // place of the first stop that isn't more than the lag older. Both ascend, so stops of the stretch that come
-// behind a start are never before its rank, and each row can be counted as if the ring held all of them.
+// after a start are never before its rank, and each row can be counted as if the ring had all of them.
 #pragma once
 
 #include "measurements/correlation_work.h"
@@ -11,13 +11,14 @@
 namespace Tessel {
 
 // The events of channel r stand behind the tail of ring r, in Ordered too where there is one; the ring doesn't
-// count them yet. `Seen[r][i]` of the work tells how many of the other channel come before event i.
+// count them yet. `Seen[r][i]` of the work is the number of events of the other channel before event i.
 //
 // S1: the gate is open, so each of them counts.
 // S2: their times ascend over both channels, and none is before the latest one of a ring.
 // S3: none is 0, and all are below TimeRing::TimeLimit.
-// S4: FFCS: the times of both rings ascend, and no lag is 0, for which a stop behind its start would matter.
-// S5: FCS: a time of a ring that a later one fell below is more than the first edge older than each of them.
+// S4: FFCS: the times of both rings ascend, and no lag is 0, for which a stop after its start would matter.
+// S5: FCS: a time of a ring that is followed by an earlier one is more than the first edge older than each of
+// them.
 struct Stretch
 {
     std::array<uint64_t, 2> Count{};

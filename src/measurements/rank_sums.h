@@ -2,7 +2,7 @@
 // lock and no thread.
 //
 // With ascending starts and stops this number, the rank, only rises from start to start, so a cursor for each
-// lag finds it; the cost is starts x lags. The pairs in a lag bin are the difference of the sums at its ends.
+// lag finds it, in time starts x lags. The pairs in a lag bin are the difference of the sums at its ends.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ struct RankTie
 };
 
 // J1: all times and lags are below 2^63.
-// J2: the starts ascend, and so do the stops from the lowest cursor on; what lies before that isn't looked at.
+// J2: the starts ascend, and so do the stops from the lowest cursor on; those before it aren't read.
 // J3: behind the last stop there are StopsBehind times INT64_MAX.
 // J4: a cursor is at most the rank of the first start.
 struct RankJob

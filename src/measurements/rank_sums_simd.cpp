@@ -8,7 +8,7 @@
 #include <cassert>
 #include <cstddef>
 
-// This file once for each instruction set; what comes behind foreach_target.h is compiled for each.
+// This file once for each instruction set; what comes after foreach_target.h is compiled for each.
 // clang-format off
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "measurements/rank_sums_simd.cpp"
@@ -56,8 +56,8 @@ static_assert(StopsBefore::Width <= RankJob::StopsBehind);
 
 constexpr uint64_t LargestGroup = 16;
 
-// The lags from `from` on, `size` of them. Behind each start ranks[k] is its rank at lag k, and a cursor never
-// goes beyond the stops: a fence isn't before any start.
+// The lags from `from` on, `size` of them. After each start ranks[k] is its rank at lag k. A cursor never goes
+// beyond the stops, since no fence is before a start.
 template <bool FindTies>
 void rankGroup(const RankJob &job, uint64_t from, uint64_t size, std::vector<RankTie> *ties)
 {

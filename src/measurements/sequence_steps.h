@@ -1,4 +1,4 @@
-// What the histograms look at event by event: steps of a sequence, and a stop count. ManisLock is held.
+// What histograms check event by event: steps of a sequence, and a stop count. ManisLock is held.
 #pragma once
 
 #include "log/log.h"

@@ -60,8 +60,8 @@ void startOrdered(TimeRing &ring)
               ring.Ordered.get() + ring.place(ring.Head));
 }
 
-// Keeps I5 and I6 for a time that is about to come behind later ones: these are lowered to it, for whoever
-// looks back from then on meets it first.
+// Keeps I5 and I6 for a time that is about to follow later ones: in Ordered these are lowered to it, since a
+// look back from then on meets it first.
 void lowerOrdered(TimeRing &ring, uint64_t late)
 {
     if (!ring.Ordered) startOrdered(ring);

@@ -1,8 +1,8 @@
 // The time stamps of one channel that are young enough to pair with a new one, oldest at the head.
 //
-// They lie in one piece of memory in which the live part slides on and is moved back to the front now and then,
-// so that loops over them run on a plain array. A time is known by its number, which it keeps; the first one
-// ever is number FrontSpace. Its place is where it lies in Times, and may change when a ring takes in more.
+// They lie in one array, in which the ring moves on and is moved back to the front now and then, so that loops
+// run on a plain array. A time keeps its number; the first one ever has number FrontSpace. Its place is its
+// index in Times, which may change when the ring takes in more.
 //
 //   Times     | ..... gone | the ring  | free ....... |
 //   place     0            head        tail           Capacity
@@ -10,13 +10,14 @@
 // For all numbers n from Head to below Tail:
 //
 // I1: FrontSpace <= place(Head), Head <= Tail, place(Tail) + BackSpace <= Capacity.
-// I2: time(n) is not 0 for n >= VisibleFrom, which is at most Tail. A time of 0 hides itself and what is older.
+// I2: time(n) is not 0 for n >= VisibleFrom, which is at most Tail. A time of 0 hides itself and all before it.
 // I3: time(n) ascends for n >= DescentAt.
 // I4: Latest is the largest time(n), and LatestAt its number. A ring is empty only before its first time.
 // I5: with WantsOrdered, ordered()[place(n)] is the earliest of time(n) and all behind it, for n >=
 // VisibleFrom.
 //     So it ascends. As long as Ordered is null, the visible times ascend by themselves.
-// I6: with WantsOrdered, each visible time(n) below 2^63 that a later one fell below is at most LateUntil.
+// I6: with WantsOrdered, each visible time(n) below 2^63 that is followed by an earlier one is at most
+// LateUntil.
 #pragma once
 
 #include "stream/event_store.h"

@@ -1,8 +1,8 @@
 // The loops of the time trace.
 //
-// Events come nearly in the order of time, so the fast loop never asks in which bin an event is, but how many
-// events stay in the present one: it compares each with the bin's edges and counts that run of events at once,
-// whatever their channels are. Only an event that may lie outside has its time worked out.
+// Events come nearly in the order of time. So the fast loop doesn't look for the bin of an event, but for the
+// run of events in the present bin: it compares each with the bin's edges and counts the run at once, whatever
+// the channels are. Only of an event that may lie outside the time is worked out.
 #include "measurements/time_trace_count.h"
 
 #include "stream/rounding.h"
@@ -25,7 +25,7 @@ void zeroColumns(TimeTraceWork &work, uint64_t count)
     std::fill_n(work.Counts.get(), (count - beforeEnd) * work.Rows, 0u);
 }
 
-// Takes the first `count` bins out of the window, which gets as many zero ones at its end.
+// Removes the first `count` bins from the window, which gets as many empty ones at its end.
 void advance(TimeTraceWork &work, uint64_t count)
 {
     zeroColumns(work, std::min(count, work.Used));
@@ -34,8 +34,8 @@ void advance(TimeTraceWork &work, uint64_t count)
     work.FirstBin += count;
 }
 
-// Starts the window at its bin `count`, which alone moves: a bin behind it, which time has left by going back,
-// keeps its place in the window.
+// Starts the window at its bin `count`, which becomes bin 0 alone: bins after it, in which events came before
+// time went back, keep their place in the window.
 void startAt(TimeTraceWork &work, uint64_t count)
 {
     uint32_t *first = work.columnAt(0);
@@ -122,8 +122,8 @@ uint64_t runLength(const uint64_t *times, uint64_t count, BinEdges edges)
     return length;
 }
 
-// Counts events of one bin by their channels. One table would make each event wait for the one before it where
-// their channels are the same, so they take turns on several.
+// Counts events of one bin by their channels. In one table an event would wait for the one before it, if their
+// channels are the same; so events take turns on several tables.
 class ChannelCounter
 {
 public:

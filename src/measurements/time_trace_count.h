@@ -9,9 +9,9 @@
 
 namespace Tessel {
 
-// The bins that aren't given out yet: a window of NumBins bins on absolute time, which moves on when an event
-// lies behind its end. Kept as a ring of columns, one a bin, each with a count a channel, so that moving on
-// costs no copying. Counts wrap at 32 bits, as those of the caller do.
+// The bins that aren't published yet: a window of NumBins bins on absolute time, which moves on when an event
+// is after its end. Kept as a ring of columns, one for each bin, with a count for each channel, so that moving
+// on copies nothing. Counts wrap at 32 bits, as those of the caller do.
 struct TimeTraceWork
 {
     uint64_t NumBins = 0;
@@ -23,7 +23,7 @@ struct TimeTraceWork
     uint64_t CurrentBin = 0; // position in the window of the last event's bin
     uint64_t Origin = 0;     // column of the window's first bin
     uint64_t Used = 0;       // positions from here on are all zero
-    uint64_t Dropped = 0;    // bins that the window has left behind without being given out; at most NumBins
+    uint64_t Dropped = 0;    // bins that the window has passed unpublished; at most NumBins
 
     // False: there is no memory for such a trace.
     bool allocate(uint64_t rows, uint64_t numBins);
@@ -55,10 +55,11 @@ void timeTraceCountPlain(TimeTraceWork &work, const T3Time &time, const uint64_t
                          const uint8_t *channels, uint64_t count);
 
 // Moves the complete bins, and with `last` the one that is being counted, to the right end of each row of
-// `trace` (rows x NumBins), whose older bins move left. What the window has left behind is zero there. The
-// window then starts behind the bins that were moved. False, and nothing is done: there is no complete bin.
+// `trace` (rows x NumBins), whose older bins move left. Bins that the window has passed unpublished are zero
+// there. The window then starts after the bins that were moved. False, and nothing is done: there is no
+// complete bin.
 //
-// A window of one bin has none that is ever complete, and keeps it at the end too.
+// In a window of one bin that bin is never complete, and stays in the window at the end too.
 bool giveOutTrace(TimeTraceWork &work, uint32_t *trace, uint64_t rows, bool last);
 
 } // namespace Tessel
