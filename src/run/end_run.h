@@ -8,8 +8,8 @@
 
 namespace Tessel {
 
-// Stops the run on the device, if one is live, and waits for its end; after some seconds the run is aborted, and
-// `patience` later left alone. False: it is still live after that, and keeps its memory.
+// Stops the run on the device, if one is live, and waits for its end. After some seconds it aborts the run, and
+// waits `patience` more. False: the run is still live after that, and keeps its memory.
 bool endRun(const DeviceRef &target, std::chrono::milliseconds patience = Pace::aborting);
 
 // Waits for the phase Over. False: not within `patience`.
