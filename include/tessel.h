@@ -405,7 +405,7 @@ TESSEL_API void addMSubStream(const char16_t *id, uint64_t from, uint64_t to);
  * so does clearManis() for each stage. */
 TESSEL_API void deleteMani(const char16_t *id, uint32_t index);
 
-/* Ends and removes all stages, and blocks until they have ended. */
+/* Ends and removes all stages, and blocks until they have ended. A coincidence takes two seconds to end. */
 TESSEL_API void clearManis(const char16_t *id);
 
 /* --------------------------------------------------------------------------------------------- data files
