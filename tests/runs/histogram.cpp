@@ -77,6 +77,6 @@ INSTANTIATE_TEST_SUITE_P(Streams, Replay,
                                          ReplayCase{"t3Merged", true, 1'200'000, 0.07, 3, true},
                                          ReplayCase{"t3OnlyMerged", true, 100'000, 0.3, 3, false},
                                          ReplayCase{"t2", false, 100'000, 0.07, 0, true},
-                                         ReplayCase{"t2Large", false, 9'000'001, 0.002, 0, true},
+                                         ReplayCase{"t2Chunks", false, 1'200'000, 0.002, 0, true},
                                          ReplayCase{"t2Merged", false, 1'200'000, 0.36, 3, true}),
                          [](const auto &given) { return given.param.name; });
