@@ -15,26 +15,21 @@ constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double noNumber = std::numeric_limits<double>::quiet_NaN();
 constexpr uint64_t largestPs = std::numeric_limits<int64_t>::max();
 constexpr uint64_t many = std::numeric_limits<uint64_t>::max();
-using Lags = std::vector<uint64_t>;
 
 } // namespace
-
-TEST(LagGrid, ADecadeAStepEndsAtTheWindow)
-{
-    const LagGrid grid = lagGrid(1000, 1'000'000, 3);
-    EXPECT_EQ(grid.Edges, (Lags{1000, 10'000, 100'000, 1'000'000}));
-    EXPECT_EQ(grid.Widths, (Lags{9000, 90'000, 900'000, 9'000'000}));
-    EXPECT_EQ(grid.Centers, (Lags{5500, 55'000, 550'000, 5'500'000}));
-}
 
 TEST(LagGrid, OrdinaryGridsAreThoseOfTheReference)
 {
     const struct
     {
         uint64_t minLag, window, steps;
-    } cases[] = {{50'000, 1'000'000, 40},  {1, 100, 7},
-                 {1, 100, 1000},           {1'000'000, 1'000'000'000'000, 48},
-                 {12'345, 6'789'012, 100}, {1, 1'000'000'000'000'000, 500}};
+    } cases[] = {{1000, 1'000'000, 3},
+                 {50'000, 1'000'000, 40},
+                 {1, 100, 7},
+                 {1, 100, 1000},
+                 {1'000'000, 1'000'000'000'000, 48},
+                 {12'345, 6'789'012, 100},
+                 {1, 1'000'000'000'000'000, 500}};
     for (const auto &given : cases) {
         SCOPED_TRACE(given.steps);
         const LagGrid grid = lagGrid(given.minLag, given.window, given.steps);

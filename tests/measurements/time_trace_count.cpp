@@ -2,6 +2,7 @@
 // the loop over runs of events says the same as a direct reading.
 #include "measurements/time_trace_count.h"
 
+#include "measurements/streamed.h"
 #include "support/reference_measurements.h"
 
 #include <fmt/format.h>
@@ -14,20 +15,6 @@ using namespace TestSupport;
 
 namespace {
 
-struct Streamed
-{
-    std::vector<uint64_t> times;
-    std::vector<uint8_t> channels;
-
-    explicit Streamed(const Events &events)
-    {
-        for (const auto &[time, channel] : events) {
-            times.push_back(time);
-            channels.push_back(channel);
-        }
-    }
-};
-
 Tessel::TimeTraceWork workOf(uint64_t rows, uint64_t bins, uint64_t width)
 {
     Tessel::TimeTraceWork work;
@@ -37,72 +24,6 @@ Tessel::TimeTraceWork workOf(uint64_t rows, uint64_t bins, uint64_t width)
 }
 
 using Rows = std::vector<uint32_t>;
-constexpr uint64_t width = 10, bins = 4;
-
-TEST(TimeTraceCount, GivesOutCompleteBins)
-{
-    const struct
-    {
-        const char *name;
-        Events events;
-        bool last;
-        bool given;
-        Rows trace; // sync, channel 1
-        uint64_t firstBin;
-    } rows[] = {
-        {"nothing", {}, false, false, {0, 0, 0, 0, 0, 0, 0, 0}, 0},
-        {"the bin being counted stays", {{3, 1}, {7, 1}}, false, false, {0, 0, 0, 0, 0, 0, 0, 0}, 0},
-        {"at the end it is given out", {{3, 1}, {7, 1}}, true, true, {0, 0, 0, 0, 0, 0, 0, 2}, 1},
-        {"complete bins", {{3, 1}, {9, 0}, {10, 1}, {25, 1}}, false, true, {0, 0, 1, 0, 0, 0, 1, 1}, 2},
-        {"complete bins and the last", {{3, 1}, {12, 0}, {25, 1}}, true, true, {0, 0, 1, 0, 0, 1, 0, 1}, 3},
-        {"the window moves on", {{3, 1}, {12, 1}, {45, 1}}, false, true, {0, 0, 0, 0, 0, 1, 0, 0}, 4},
-        {"a last bin at the end of the window", {{3, 1}, {38, 1}}, true, true, {0, 0, 0, 0, 1, 0, 0, 1}, 4},
-        {"a gap longer than the window", {{3, 1}, {79, 1}, {81, 0}}, true, true, {0, 0, 0, 1, 0, 0, 1, 0}, 9},
-        {"just the whole window", {{3, 1}, {69, 1}}, true, true, {0, 0, 0, 0, 0, 0, 0, 1}, 7},
-        {"a marker doesn't move it", {{3, 1}, {79, 129}, {38, 143}}, true, true, {0, 0, 0, 0, 0, 0, 0, 1}, 1},
-        {"an overflow does", {{3, 1}, {25, 255}}, true, true, {0, 0, 0, 0, 0, 1, 0, 0}, 3},
-        {"a channel without a row does", {{3, 1}, {15, 2}}, true, true, {0, 0, 0, 0, 0, 0, 1, 0}, 2},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        Tessel::TimeTraceWork work = workOf(2, bins, width);
-        Streamed in(row.events);
-        timeTraceCount(work, T2Time(), in.times.data(), in.channels.data(), in.times.size());
-        Rows trace(2 * bins);
-        EXPECT_EQ(giveOutTrace(work, trace.data(), 2, row.last), row.given);
-        EXPECT_EQ(trace, row.trace);
-        EXPECT_EQ(work.FirstBin, row.firstBin);
-    }
-}
-
-TEST(TimeTraceCount, ScrollsEarlierBinsToTheLeft)
-{
-    Tessel::TimeTraceWork work = workOf(2, bins, width);
-    Rows trace(2 * bins);
-    auto countAndGive = [&](const Events &events) {
-        Streamed in(events);
-        timeTraceCount(work, T2Time(), in.times.data(), in.channels.data(), in.times.size());
-        giveOutTrace(work, trace.data(), 2, false);
-        return Rows(trace.begin() + bins, trace.end());
-    };
-    EXPECT_EQ(countAndGive({{5, 1}, {6, 1}, {10, 1}}), (Rows{0, 0, 0, 2}));
-    EXPECT_EQ(countAndGive({{11, 1}, {12, 1}, {30, 1}}), (Rows{0, 2, 3, 0}));
-    EXPECT_EQ(countAndGive({{130, 1}}), (Rows{0, 2, 3, 0})); // the next complete bin tells of the gap
-    EXPECT_EQ(countAndGive({{140, 1}}), (Rows{0, 0, 0, 1}));
-    EXPECT_EQ(work.FirstBin, 14u);
-}
-
-TEST(TimeTraceCount, RowsComeDuringARun)
-{
-    Tessel::TimeTraceWork work = workOf(2, bins, width);
-    Streamed in({{5, 1}, {12, 1}, {13, 2}}), later({{14, 2}, {25, 2}});
-    timeTraceCount(work, T2Time(), in.times.data(), in.channels.data(), in.times.size());
-    work.growTo(3);
-    timeTraceCount(work, T2Time(), later.times.data(), later.channels.data(), later.times.size());
-    Rows trace(3 * bins);
-    giveOutTrace(work, trace.data(), 3, true);
-    EXPECT_EQ(trace, (Rows{0, 0, 0, 0, 0, 1, 1, 0, 0, 0, 1, 1}));
-}
 
 struct StreamStyle
 {
@@ -140,21 +61,26 @@ void expectAsReference(const Events &events, const Time &time, size_t rows, uint
                        uint64_t binWidth, std::mt19937_64 &random)
 {
     TraceReference reference(rows, binCount, binWidth, {Time::isT3, periodPs, resolution});
-    Tessel::TimeTraceWork work = workOf(rows, binCount, binWidth);
+    const size_t rowsAtFirst = 1 + random() % rows; // others come with a stage
+    Tessel::TimeTraceWork work = workOf(rowsAtFirst, binCount, binWidth);
     Rows trace(rows * binCount);
-    const Streamed in(events);
-    for (size_t at = 0; at < events.size();) {
-        const size_t size = std::min<size_t>(1 + random() % 3000, events.size() - at);
-        timeTraceCount(work, time, in.times.data() + at, in.channels.data() + at, size);
-        for (size_t i = at; i < at + size; ++i) reference.count(events[i]);
-        at += size;
+    size_t at = 0;
+    Streamed(events).inPieces(3000, random, [&](auto times, auto channels, size_t size) {
+        if (at >= events.size() / 2 && work.Rows < rows) work.growTo(rows);
+        timeTraceCount(work, time, times, channels, size);
+        for (const size_t end = at + size; at < end; ++at)
+            if (events[at].channel >= 128 || events[at].channel < work.Rows)
+                reference.count(events[at]);
+            else
+                reference.count({events[at].time, 255}); // has no row yet
         const bool last = at == events.size();
-        if (random() % 2 == 0 && !last) continue;
-        giveOutTrace(work, trace.data(), rows, last);
+        if (random() % 2 == 0 && !last) return;
+        const uint64_t firstBin = reference.firstBin();
         reference.giveOut(last);
+        ASSERT_EQ(giveOutTrace(work, trace.data(), rows, last), last || reference.firstBin() != firstBin);
         ASSERT_EQ(trace, reference.trace()) << "after " << at << " events";
         ASSERT_EQ(work.FirstBin, reference.firstBin());
-    }
+    });
 }
 
 TEST(TimeTraceCount, AgreesWithADirectReading)

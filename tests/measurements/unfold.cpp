@@ -65,22 +65,20 @@ TEST(UnfoldBlock, TakesABatchAsTheDeviceAllows)
 
 TEST(UnfoldBlock, ANullArrayIsNotWritten)
 {
-    const uint64_t times[] = {7, 8};
-    const uint8_t channels[] = {1, 2};
-    uint64_t blockTimes[2] = {}, count = 0, done = 0;
-    uint8_t blockChannels[2] = {};
-    EXPECT_EQ(placeEvents({blockTimes, nullptr, 2, count}, {.MayWait = true}, {times, channels, 2}, done),
-              Placed::All);
-    EXPECT_EQ(blockTimes[1], 8u);
-    count = done = 0;
-    EXPECT_EQ(placeEvents({nullptr, blockChannels, 2, count}, {.MayWait = true}, {times, channels, 2}, done),
-              Placed::All);
-    EXPECT_EQ(blockChannels[1], 2u);
-    count = done = 0;
-    EXPECT_EQ(placeEvents({nullptr, nullptr, 2, count}, {.MayWait = true}, {times, channels, 2}, done),
-              Placed::All);
-    EXPECT_EQ(count, 0u);
-    EXPECT_EQ(done, 2u);
+    uint64_t times[] = {7, 8}, blockTimes[2] = {};
+    uint8_t channels[] = {1, 2}, blockChannels[2] = {};
+    for (const bool hasTimes : {true, false})
+        for (const bool hasChannels : {true, false}) {
+            uint64_t count = 0, done = 0;
+            blockTimes[1] = blockChannels[1] = 0;
+            const UnfoldBlock block{hasTimes ? blockTimes : nullptr, hasChannels ? blockChannels : nullptr, 2,
+                                    count};
+            EXPECT_EQ(placeEvents(block, {.MayWait = true}, {times, channels, 2}, done), Placed::All);
+            EXPECT_EQ(blockTimes[1], hasTimes ? 8u : 0u);
+            EXPECT_EQ(blockChannels[1], hasChannels ? 2u : 0u);
+            EXPECT_EQ(count, hasTimes || hasChannels ? 2u : 0u);
+            EXPECT_EQ(done, 2u);
+        }
 }
 
 } // namespace
