@@ -56,69 +56,53 @@ TEST(Dictionary, RowsHoldTogether)
     }
 }
 
-TEST(Dictionary, ValuesByType)
+TEST(Dictionary, ValuesAndBlocksByType)
 {
     struct Case
     {
         std::string_view Row;
         TagType Type;
-        double Value;
-        uint64_t Stored;
+        TagContent Content;
+        uint64_t Stored; // of a block its size
+        std::string Block{};
     };
     const double infinite = std::numeric_limits<double>::infinity();
     constexpr uint64_t ones = ~uint64_t{0};
+    const std::string zeros(8, '\0'), large(3'000'000, 'x');
     using enum TagType;
     const Case cases[] = {
-        {"HWRouter_Enabled", Bool8, 0.4, 0},
-        {"HWRouter_Enabled", Bool8, 0.5, ones},
-        {"HWRouter_Enabled", Bool8, -1, ones},
-        {"HWRouter_Enabled", Bool8, std::nan(""), 0},
-        {"HWSync_Offset", Int8, -2.5, ones - 2},
-        {"HWSync_Offset", Int8, 2.5, 3},
-        {"HWSync_Offset", Int8, 9007199254740993.0, 9007199254740992},
-        {"HWSync_Offset", Int8, 1e300, ones / 2},
-        {"HWSync_Offset", Int8, -infinite, ones / 2 + 1},
-        {"HWSync_Offset", Int8, std::nan(""), 0},
-        {"HW_Features", BitSet64, 5, 5},
-        {"Usr%s", Color8, 255, 255},
-        {"ImgHdr_X0", Float8, -0.1, std::bit_cast<uint64_t>(-0.1)},
-        {"File_CreatingTime", TDateTime, 25569.5, std::bit_cast<uint64_t>(25569.5)},
-        {"Defaults_Begin", Empty8, 7, 0},
+        {"HWRouter_Enabled", Bool8, {.Value = 0.4}, 0},
+        {"HWRouter_Enabled", Bool8, {.Value = 0.5}, ones},
+        {"HWRouter_Enabled", Bool8, {.Value = -1}, ones},
+        {"HWRouter_Enabled", Bool8, {.Value = std::nan("")}, 0},
+        {"HWSync_Offset", Int8, {.Value = -2.5}, ones - 2},
+        {"HWSync_Offset", Int8, {.Value = 9007199254740993.0}, 9007199254740992},
+        {"HWSync_Offset", Int8, {.Value = -infinite}, ones / 2 + 1},
+        {"HW_Features", BitSet64, {.Value = 5}, 5},
+        {"Usr%s", Color8, {.Value = 255}, 255},
+        {"ImgHdr_X0", Float8, {.Value = -0.1}, std::bit_cast<uint64_t>(-0.1)},
+        {"File_CreatingTime", TDateTime, {.Value = 25569.5}, std::bit_cast<uint64_t>(25569.5)},
+        {"Defaults_Begin", Empty8, {.Value = 7}, 0},
+        {"HW_PartNo", AnsiString, {.Text = ""}, 8, zeros},
+        {"HW_PartNo", AnsiString, {.Text = "1234567"}, 8, "1234567" + zeros.substr(7)},
+        {"HW_PartNo", AnsiString, {.Text = "12345678"}, 16, "12345678" + zeros},
+        {"$Comment", AnsiString, {.Text = large}, large.size() + 8, large + zeros},
+        {"AnaChName", WideString, {.WideText = u""}, 8, zeros},
+        {"AnaChName", WideString, {.WideText = u"abc"}, 8, std::string("a\0b\0c\0\0\0", 8)},
+        {"AnaChName", WideString, {.WideText = u"abcd"}, 16, std::string("a\0b\0c\0d\0", 8) + zeros},
+        {"SeriesValues", Float8Array, {.Text = ""}, 0},
+        {"SeriesValues", Float8Array, {.Text = "12345678"}, 8, "12345678"},
+        {"SMVRPrevImage", BinaryBlob, {.Text = "123456789"}, 16, "123456789" + zeros.substr(1)},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(fmt::format("{} {}", c.Row, c.Value));
         DictionaryState state = slowState();
         std::string out;
-        ASSERT_EQ(writeDictionaryTag(out, state, rowOf(c.Row, c.Type), -1, {.Value = c.Value}, "x"), 0);
-        EXPECT_EQ(out,
-                  tagBytes(c.Type == Color8 ? "Usrx" : c.Row, -1, static_cast<uint32_t>(c.Type), c.Stored));
-    }
-}
-
-TEST(Dictionary, BlocksAreRoundedUpToEightBytes)
-{
-    const std::string zeros(8, '\0'), large(3'000'000, 'x');
-    const std::tuple<std::string_view, TagContent, std::string> cases[] = {
-        {"HW_PartNo", {.Text = ""}, zeros},
-        {"HW_PartNo", {.Text = "1234567"}, "1234567" + zeros.substr(7)},
-        {"HW_PartNo", {.Text = "12345678"}, "12345678" + zeros},
-        {"$Comment", {.Text = large}, large + zeros},
-        {"AnaChName", {.WideText = u""}, zeros},
-        {"AnaChName", {.WideText = u"abc"}, std::string("a\0b\0c\0\0\0", 8)},
-        {"AnaChName", {.WideText = u"abcd"}, std::string("a\0b\0c\0d\0", 8) + zeros},
-        {"SeriesValues", {.Text = ""}, ""},
-        {"SeriesValues", {.Text = "12345678"}, "12345678"},
-        {"SMVRPrevImage", {.Text = "123456789"}, "123456789" + zeros.substr(1)},
-    };
-    for (const auto &[name, content, block] : cases) {
-        DictionaryState state = slowState();
-        std::string out;
-        const uint32_t row = rowOfTag(name);
+        const uint32_t row = rowOf(c.Row, c.Type);
         const int32_t idx = TagDictionary[row].IndexBound != 0 ? 0 : -1;
-        ASSERT_EQ(writeDictionaryTag(out, state, row, idx, content), 0);
-        EXPECT_TRUE(out ==
-                    tagBytes(name, idx, static_cast<uint32_t>(TagDictionary[row].Type), block.size(), block))
-            << name << " " << block.size();
+        ASSERT_EQ(writeDictionaryTag(out, state, row, idx, c.Content, "x"), 0);
+        const std::string_view name = c.Type == Color8 ? "Usrx" : c.Row;
+        EXPECT_TRUE(out == tagBytes(name, idx, static_cast<uint32_t>(c.Type), c.Stored, c.Block))
+            << c.Row << " " << c.Content.Value << " " << out.size();
     }
 }
 

@@ -14,41 +14,31 @@ using namespace TestSupport;
 
 TEST(FileNames, FirstFreeName)
 {
-    struct Case
-    {
-        std::string Wanted;
-        std::vector<std::string> Taken;
-        std::string Chosen;
-    };
     const std::string most = "18446744073709551615";
-    const Case cases[] = {
-        {"a.tgx", {}, "a.tgx"},
-        {"a", {}, "a.tgx"},
-        {"", {}, "default.tgx"},
-        {"a.dat", {}, "a.dat"},
-        {"a.dat", {"a.dat"}, "a_1.tgx"},
-        {"a.b.dat", {"a.b.dat"}, "a_1.tgx"},
-        {"a.tgx", {"a.tgx"}, "a_1.tgx"},
-        {"a.tgx", {"a.tgx", "a_1.tgx"}, "a_2.tgx"},
-        {"a_9.tgx", {"a_9.tgx"}, "a_10.tgx"},
-        {"7.tgx", {"7.tgx"}, "7_1.tgx"},
-        {"run_b.tgx", {"run_b.tgx"}, "run_b_1.tgx"},
-        {"a_.tgx", {"a_.tgx"}, "a__1.tgx"},
-        {"_5.tgx", {"_5.tgx"}, "_6.tgx"},
-        {"x_y_7.tgx", {"x_y_7.tgx"}, "x_y_8.tgx"},
-        {"x_y_z.tgx", {"x_y_z.tgx"}, "x_y_z_1.tgx"},
-        {"x_y_.tgx", {"x_y_.tgx"}, "x_y__1.tgx"},
-        {"x_007.tgx", {"x_007.tgx"}, "x_8.tgx"},
-        {"x_" + most + ".tgx", {"x_" + most + ".tgx"}, "x_" + most + "_1.tgx"},
-        {"x_1" + most + ".tgx", {"x_1" + most + ".tgx"}, "x_1" + most + "_1.tgx"},
-        {"\u00e9.tgx", {"\u00e9.tgx"}, "\u00e9_1.tgx"},
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        // what is wanted; what is given, while each that was given is taken
+        {"a.tgx", {"a.tgx", "a_1.tgx", "a_2.tgx"}},
+        {"a", {"a.tgx", "a_1.tgx"}},
+        {"", {"default.tgx", "default_1.tgx"}},
+        {"a.b.dat", {"a.b.dat", "a_1.tgx"}},
+        {"a_9.tgx", {"a_9.tgx", "a_10.tgx"}},
+        {"7.tgx", {"7.tgx", "7_1.tgx"}},
+        {"_5.tgx", {"_5.tgx", "_6.tgx"}},
+        {"x_y_7.tgx", {"x_y_7.tgx", "x_y_8.tgx"}},
+        {"x_y_z.tgx", {"x_y_z.tgx", "x_y_z_1.tgx"}},
+        {"x_y_.tgx", {"x_y_.tgx", "x_y__1.tgx"}},
+        {"x_007.tgx", {"x_007.tgx", "x_8.tgx"}},
+        {"x_" + most + ".tgx", {"x_" + most + ".tgx", "x_" + most + "_1.tgx"}},
+        {"x_1" + most + ".tgx", {"x_1" + most + ".tgx", "x_1" + most + "_1.tgx"}},
+        {"\u00e9.tgx", {"\u00e9.tgx", "\u00e9_1.tgx"}},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.Wanted);
+    for (const auto &[wanted, given] : cases) {
         TempFolder folder;
-        for (const std::string &name : c.Taken) std::ofstream(folder.file(name)) << "x";
-        setTgxFilePath(folder.file(c.Wanted));
-        EXPECT_EQ(checkFilePath(), normalPath(folder.file(c.Chosen)));
+        for (const std::string &name : given) {
+            setTgxFilePath(folder.file(wanted));
+            EXPECT_EQ(checkFilePath(), normalPath(folder.file(name)));
+            std::ofstream(folder.file(name)) << "x";
+        }
     }
 }
 

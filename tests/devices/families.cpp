@@ -35,8 +35,6 @@ TEST(Families, RecordTypes)
     const Case cases[] = {
         {ZP, "", 0x00010207, 0x00010307},
         {CD, "", 0x01010204, 0x01010304},
-        {LM70, "", 0x00010207, 0x00010307},
-        {CD90, "", 0x00010207, 0x00010307},
         {SV40, "Sarvex 40 N", 0x00010205, 0x00010205},
         {SV40, "Sarvex 40 P", 0x00010206, 0x00010206},
         {SV40, "Sarvex 40", 0, 0},
@@ -57,13 +55,11 @@ TEST(Families, RecordTypes)
 TEST(Families, ReferenceClock)
 {
     const std::tuple<LibType, int32_t, int32_t, std::string> cases[] = {
-        {ZP, 9, 9, ""},
         {ZP, 10, 9, ""},
         {CD, 2, 1, ""},
         {SV40, 1, 0, ""},
         {LM70, 1, 1, ""},
         {LM70, 2, 0, "Initialize is not supported for RefSource 2 @77"},
-        {LM70, 9, 0, "Initialize is not supported for RefSource 9 @77"},
         {LM70, 10, 2, ""},
         {CD90, 10, 9, ""},
         {Undefined, 1, 0, "getRefsource is not supported for libType undefined @77"},

@@ -116,19 +116,4 @@ TEST(TimeTraceCount, AgreesWithADirectReading)
             }
 }
 
-TEST(TimeTraceCount, BinWidthIsTheSpanThroughTheBins)
-{
-    EXPECT_EQ(traceBinWidth(10'000'000'000'000, 10000), 1'000'000'000u);
-    EXPECT_EQ(traceBinWidth(10, 3), 3u);
-    EXPECT_EQ(traceBinWidth(9, 10), 0u);
-    EXPECT_EQ(traceBinWidth(9, 0), 0u);
-    EXPECT_EQ(traceBinWidth(UINT64_MAX, 1), UINT64_MAX);
-}
-
-TEST(TimeTraceCount, MemoryIsRefusedForAnAbsurdShape)
-{
-    for (const uint64_t binCount : {UINT64_MAX, UINT64_MAX / 5, uint64_t{1} << 60})
-        EXPECT_FALSE(Tessel::TimeTraceWork().allocate(5, binCount)) << binCount;
-}
-
 } // namespace

@@ -27,9 +27,7 @@ TEST(UnfoldBlock, TakesABatchAsTheDeviceAllows)
     using enum DeviceType;
     using enum Placed;
     const PlaceCase rows[] = {
-        {"file, fits", File, 5, 2, 3, 0, All, 3, {100, 101, 0, 1, 2}},
         {"file, no room", File, 5, 3, 3, 0, Some, 0, {100, 101, 102}},
-        {"file, larger than the block", File, 3, 1, 5, 0, Some, 2, {100, 0, 1}},
         {"file, the rest is still larger", File, 3, 0, 7, 2, Some, 5, {2, 3, 4}},
         {"file, the rest waits for room", File, 3, 2, 7, 5, Some, 5, {100, 101}},
         {"file, the rest fits", File, 3, 1, 7, 5, All, 7, {100, 5, 6}},

@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 
 using namespace Tessel;
 using namespace TestSupport;
@@ -66,30 +65,26 @@ TEST_F(SystemIni, InitialValues)
 // Of the switches that the library reads: where each is kept, and what a value that is no bool makes of it.
 TEST_F(SystemIni, SwitchesAndTheirFallbacks)
 {
-    const auto file = [] { return settings().LogFile; };
-    const auto console = [] { return settings().LogConsole; };
-    const struct
-    {
-        std::string section, key;
-        std::function<bool()> value;
-        bool fallback;
-    } cases[] = {{"Log", "File", file, true},
-                 {"Log", "Console", console, true},
-                 {"LogLevel", "Api", [] { return LogLevel.Api.load(); }, true},
-                 {"LogLevel", "Config", [] { return LogLevel.Config.load(); }, false},
-                 {"LogLevel", "DataFile", [] { return LogLevel.DataFile.load(); }, false},
-                 {"LogLevel", "Device", [] { return LogLevel.Device.load(); }, true},
-                 {"LogLevel", "Manipulators", [] { return LogLevel.Manipulators.load(); }, true}};
-    for (const auto &c : cases) {
-        const auto loaded = [&](const char *text) {
-            EXPECT_TRUE(load("[" + c.section + "]\n" + c.key + "=" + text + "\n"));
-            return c.value();
-        };
-        EXPECT_TRUE(loaded("true")) << c.key;
-        EXPECT_FALSE(loaded("False")) << c.key;
-        EXPECT_EQ(loaded("maybe"), c.fallback) << c.key;
-        EXPECT_EQ(loaded(c.fallback ? "0" : "1"), !c.fallback) << c.key;
-        EXPECT_EQ(loaded("maybe"), c.fallback) << c.key;
+    const std::string keys[] = {
+        "[Log]\nFile=",        "[Log]\nConsole=",       "[LogLevel]\nApi=",         "[LogLevel]\nConfig=",
+        "[LogLevel]\nDevice=", "[LogLevel]\nDataFile=", "[LogLevel]\nManipulators="};
+    const auto setAll = [&](const char *value) {
+        for (const std::string &key : keys) EXPECT_TRUE(load(key + value + "\n"));
+    };
+    const auto shown = [] {
+        return fmt::format("{:d}{:d}{:d}{:d}{:d}{:d}{:d}", settings().LogFile, settings().LogConsole,
+                           LogLevel.Api.load(), LogLevel.Config.load(), LogLevel.Device.load(),
+                           LogLevel.DataFile.load(), LogLevel.Manipulators.load());
+    };
+    for (size_t i = 0; i < std::size(keys); ++i) {
+        setAll("False");
+        load(keys[i] + "true\n");
+        EXPECT_EQ(shown(), std::string(i, '0') + "1" + std::string(6 - i, '0'));
+    }
+    for (const char *kept : {"0", "1"}) {
+        setAll(kept);
+        setAll("maybe");
+        EXPECT_EQ(shown(), "1110101");
     }
 }
 

@@ -42,21 +42,6 @@ void expectRates(const std::vector<Photon> &photons, const std::vector<double> &
 
 } // namespace
 
-TEST(Random, DrawsHaveTheMomentsOfTheirDistribution)
-{
-    Random random = makeRandom(11);
-    const int draws = 400000;
-    double moments[5] = {};
-    for (int i = 0; i < draws; ++i) {
-        const double n = normal(random), e = exponential(random);
-        const double powers[] = {n, n * n, n * n * n * n, e, e * e};
-        for (size_t k = 0; k < 5; ++k) moments[k] += powers[k] / draws;
-    }
-    const double expected[] = {0, 1, 3, 1, 2}, variance[] = {1, 2, 96, 1, 20};
-    for (size_t k = 0; k < 5; ++k)
-        EXPECT_NEAR(moments[k], expected[k], 5 * std::sqrt(variance[k] / draws)) << k;
-}
-
 TEST(PulsedLight, HasItsRatesAndIsInOrder)
 {
     const PulsedParams cases[] = {
