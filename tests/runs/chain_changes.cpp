@@ -159,19 +159,6 @@ TEST(ChainChanges, AnEndedStageFailsTheRunAtOnce)
     EXPECT_EQ(host.logged("ERR Device: Could not start manipulator: Merge_3 @7@run.tgx"), 1u);
 }
 
-TEST(ChainChanges, StagesThatNeverRanAreClearedQuickly)
-{
-    Host host;
-    ASSERT_FALSE(host.open(writeT3(host)).empty());
-    constexpr int stages = 15;
-    for (int i = 0; i < stages; ++i) addMMerge(nullptr, members, 1, 1);
-    auto start = std::chrono::steady_clock::now();
-    clearManis(nullptr);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
-    EXPECT_EQ(chainText(), R"({"ManisCfg":[]})");
-    EXPECT_EQ(getNumAllChans(nullptr), 3);
-}
-
 TEST(ChainChanges, ClosingTellsOfTheStagesThatItStops)
 {
     Host host;
@@ -183,11 +170,12 @@ TEST(ChainChanges, ClosingTellsOfTheStagesThatItStops)
     EXPECT_EQ(host.logged("INF manipulator: Merge_3 @7@run.tgx stopped"), 1u);
 }
 
-TEST(ChainChanges, TwoThreadsMayClearAtOnce)
+TEST(ChainChanges, StagesThatNeverRanAreClearedQuicklyAlsoByTwoThreads)
 {
     Host host;
     ASSERT_FALSE(host.open(writeT3(host)).empty());
-    for (int i = 0; i < 5; ++i) {
+    const auto start = std::chrono::steady_clock::now();
+    for (int turn = 0; turn < 5; ++turn) {
         for (int stage = 0; stage < 4; ++stage) addMMerge(nullptr, members, 1, 1);
         std::thread other([] { clearManis(nullptr); });
         clearManis(nullptr);
@@ -195,6 +183,7 @@ TEST(ChainChanges, TwoThreadsMayClearAtOnce)
         EXPECT_EQ(chainText(), R"({"ManisCfg":[]})");
         EXPECT_EQ(getNumAllChans(nullptr), 3);
     }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
 // A file that can't be opened leaves "no device" current, and open.

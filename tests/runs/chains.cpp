@@ -241,81 +241,43 @@ INSTANTIATE_TEST_SUITE_P(Random, Chains, testing::Range(0u, 32u));
 
 namespace {
 
-boost::json::array manisConfig()
+std::string chainTypes()
 {
     std::array<char, 65535> buffer{};
     getManisConfig(buffer.data());
-    return boost::json::parse(buffer.data()).at("ManisCfg").as_array();
+    const auto config = boost::json::parse(buffer.data());
+    std::string types;
+    for (const auto &stage : config.at("ManisCfg").as_array())
+        types += std::string(stage.at("Type").as_string()) + ' ';
+    return types;
 }
 
 } // namespace
-
-TEST(ChainCalls, AnIndexOutsideTheChainIsIgnored)
-{
-    Host host;
-    ASSERT_FALSE(host.open(TgxFile::t2(channels).write(host.folder().file("a.tgx"))).empty());
-    deleteMani(nullptr, 0);
-    addMDelay(nullptr, 1, 100, 1);
-    deleteMani(nullptr, 1);
-    deleteMani(nullptr, ~0u);
-    EXPECT_EQ(getNumAllChans(nullptr), channels + 2);
-    EXPECT_EQ(manisConfig().size(), 1u);
-}
 
 // The record of an ended stage stays, with its channel; a chain is cleared as a whole, and can be built anew.
 TEST(ChainCalls, DeletingKeepsTheRecordAndClearingAllBeginsAnew)
 {
     Host host;
     const RandomChain source(5, false);
-    ASSERT_FALSE(
-        host.open(TgxFile::t2(channels, resolution).records(source.words).write(host.folder().file("a.tgx")))
-            .empty());
+    ASSERT_FALSE(host.open(TgxFile::t2(channels, resolution), source.words).empty());
     EXPECT_EQ(addMDelay(nullptr, 1, 100, 1), channels + 1);
     EXPECT_EQ(addMDelay(nullptr, 2, 100, 1), channels + 2);
-    EXPECT_EQ(addMCountRate(nullptr, 1000), 2);
-    deleteMani(nullptr, 0);
+    for (uint32_t index : {2u, ~0u, 0u}) deleteMani(nullptr, index); // the first two are none
     EXPECT_EQ(getNumAllChans(nullptr), channels + 2);
-    EXPECT_EQ(manisConfig().size(), 3u);
+    EXPECT_EQ(chainTypes(), "Delay Delay ");
     // The number of channels is right again with the next stage.
     EXPECT_EQ(addMDelay(nullptr, 3, 100, 1), channels + 3);
     EXPECT_EQ(getNumAllChans(nullptr), channels + 4);
 
     clearManis(nullptr);
-    EXPECT_EQ(manisConfig().size(), 0u);
-    const int32_t members[] = {1, 2};
-    EXPECT_EQ(addMMerge(nullptr, members, 2, 1), channels + 1);
-    EXPECT_EQ(getNumAllChans(nullptr), channels + 2);
-    const Events expected = merge(source.events(), {1, 2}, channels + 1, true);
-    expectSameEvents(measuredEvents(expected.size()), expected);
-}
-
-TEST(ChainCalls, NullAndNegativeListsAreEmpty)
-{
-    Host host;
-    const RandomChain source(6, true);
-    ASSERT_FALSE(host.open(TgxFile::t3(channels, resolution, syncRate)
-                               .records(source.words)
-                               .write(host.folder().file("a.tgx")))
-                     .empty());
+    EXPECT_EQ(chainTypes(), "");
+    // Null and negative lists are empty: these stages make channels without events.
     const int32_t members[] = {1, 2};
     EXPECT_EQ(addMCoincidence(nullptr, nullptr, 3, 1000, 0, 1, 1), channels + 1);
     EXPECT_EQ(addMMerge(nullptr, members, -5, 1), channels + 2);
     EXPECT_EQ(addMHerald(nullptr, 1, nullptr, 2, 0, 1000, 0, 1), channels + 3);
-    EXPECT_EQ(getNumAllChans(nullptr), channels + 3);
-    const Events expected = source.events();
+    EXPECT_EQ(addMMerge(nullptr, members, 2, 1), channels + 3);
+    EXPECT_EQ(chainTypes(), "Coincidence Merge Herald Merge ");
+    const Events expected = merge(source.events(), {1, 2}, channels + 3, true);
     expectSameEvents(measuredEvents(expected.size()), expected);
-}
-
-TEST(ChainCalls, RatesOfAnotherStageAreAnError)
-{
-    Host host;
-    ASSERT_FALSE(host.open(TgxFile::t2(channels).write(host.folder().file("a.tgx"))).empty());
-    addMDelay(nullptr, 1, 100, 1);
-    addMCountRate(nullptr, 1000);
-    std::vector<uint32_t> rates(channels + 2);
-    EXPECT_FALSE(getMCountRates(nullptr, 0, rates.data()));
-    EXPECT_EQ(host.logged("The manipulator at index 0 is not of type of Countrate"), 1u);
-    EXPECT_FALSE(getMCountRates(nullptr, 1, rates.data())) << "it hasn't seen a run";
-    EXPECT_FALSE(getMCountRates(nullptr, 2, rates.data()));
-    EXPECT_FALSE(getMCountRates(nullptr, -1, rates.data()));
 }

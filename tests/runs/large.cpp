@@ -18,7 +18,7 @@ namespace {
 
 constexpr int channels = 4;
 constexpr int mergeStages = 3;
-constexpr uint64_t binsT2 = 4096, binWidthT2 = 1000;
+constexpr size_t columns = 32768;
 
 uint64_t recordCount()
 {
@@ -41,16 +41,11 @@ struct Order
 class Source
 {
 public:
-    explicit Source(bool isT3) : t3(isT3), counts(channels + 1, isT3 ? 32768 : binsT2)
-    {
-        std::fill(counts.data.begin(), counts.data.end(), 0u);
-    }
-
     bool write(const std::string &path, uint64_t records)
     {
         tessel_recording_params params{};
         params.size = sizeof params;
-        params.measMode = t3 ? 3 : 2;
+        params.measMode = 3;
         params.numChannels = channels;
         params.baseResolution = params.resolution = 1;
         params.syncRate = 50e6;
@@ -58,63 +53,28 @@ public:
         bool good = recording != nullptr;
         std::vector<uint32_t> block(1 << 16);
         for (uint64_t left = records; good && left > 0; left -= std::min<uint64_t>(left, block.size())) {
-            uint64_t size = std::min<uint64_t>(left, block.size());
-            for (uint64_t i = 0; i < size; ++i) block[i] = t3 ? nextT3() : nextT2();
+            const uint64_t size = std::min<uint64_t>(left, block.size());
+            for (uint64_t i = 0; i < size; ++i) block[i] = next();
             good = tessel_recordingWrite(recording, block.data(), size);
         }
         return tessel_recordingClose(recording) && good;
     }
 
-    const Counts &expected() const { return counts; }
-    uint64_t order() const { return t3Order.hash; }
+    std::vector<uint32_t> counts = std::vector<uint32_t>((channels + 1) * columns);
+    Order order;
 
 private:
-    uint32_t nextT3()
+    uint32_t next()
     {
-        uint32_t bits = random();
+        const uint32_t bits = random();
         if (bits % 16 == 0) return t3Overflow(1);
-        uint32_t channel = bits >> 30, dtime = bits >> 8 & 0x3FFF;
-        ++counts.data[(channel + 1) * 32768 + dtime];
-        t3Order.add(channel + 1, dtime);
+        const uint32_t channel = bits >> 30, dtime = bits >> 8 & 0x3FFF;
+        ++counts[(channel + 1) * columns + dtime];
+        order.add(channel + 1, dtime);
         return t3Event(channel, bits & 0x3FF, dtime);
     }
 
-    // Time goes on by up to 2^18 ps an event; a wrap of the 25 bits is an overflow record of its own.
-    uint32_t nextT2()
-    {
-        if (owed) {
-            owed = false;
-            return emitT2();
-        }
-        uint32_t bits = random();
-        time += bits & 0x3FFFF;
-        code = bits >> 28;
-        if (time / 33554432 != wraps) {
-            wraps = time / 33554432;
-            owed = true;
-            return t2Overflow(1);
-        }
-        return emitT2();
-    }
-
-    uint32_t emitT2()
-    {
-        bool isSync = code < 4;
-        uint32_t row = isSync ? 0 : 1 + code % channels;
-        uint64_t bin = (time - lastSync) / binWidthT2;
-        if (lastSync != 0 && bin < binsT2) ++counts.data[row * binsT2 + bin];
-        if (isSync) lastSync = time;
-        auto tag = static_cast<uint32_t>(time % 33554432);
-        return isSync ? t2Sync(tag) : t2Event(row - 1, tag);
-    }
-
-    bool t3;
-    Counts counts;
-    Order t3Order;
     std::mt19937 random{11};
-    uint64_t time = 0, wraps = 0, lastSync = 0;
-    uint32_t code = 0;
-    bool owed = false; // an event waits behind its overflow record
 };
 
 // Eight stages of all kinds that leave what comes in as it is and add channels; the first `count` of them.
@@ -129,7 +89,7 @@ void addStages(int count)
     if (count > 7) addMCountRate(nullptr, 1e9);
 }
 
-class LargeReplay : public testing::TestWithParam<std::tuple<bool, int>>
+class LargeReplay : public testing::TestWithParam<int>
 {
 };
 
@@ -137,29 +97,23 @@ class LargeReplay : public testing::TestWithParam<std::tuple<bool, int>>
 
 TEST_P(LargeReplay, AccountsForEveryRecord)
 {
-    auto [t3, stages] = GetParam();
+    const int stages = GetParam();
     Host host;
-    Source source(t3);
-    std::string path = host.folder().file("large.tgx");
+    Source source;
+    const std::string path = host.folder().file("large.tgx");
     ASSERT_TRUE(source.write(path, recordCount()));
     ASSERT_FALSE(host.open(path).empty());
-    if (!t3) {
-        setHistoT2NumBins(nullptr, binsT2);
-        setHistoT2BinWidth(nullptr, binWidthT2);
-    }
     addStages(stages);
-
-    Counts counts(static_cast<size_t>(getNumAllChans(nullptr)), source.expected().columns);
-    Finished finished;
-    ASSERT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
-    const auto &expected = source.expected().data;
-    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), counts.data.begin()));
-    for (int input = 1; input <= std::min(stages, mergeStages);
-         ++input) // a merged channel is a copy of its one member
+    Counts counts(static_cast<size_t>(getNumAllChans(nullptr)), columns);
+    EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), nullptr));
+    EXPECT_TRUE(std::equal(source.counts.begin(), source.counts.end(), counts.data.begin()));
+    for (int input = 1; input <= std::min(stages, mergeStages); ++input) // a copy of its one member
         EXPECT_EQ(counts.rowSum(size_t(channels + input)), counts.rowSum(size_t(input)));
     EXPECT_EQ(described("NumRecs"), static_cast<double>(recordCount()));
     EXPECT_EQ(host.logged("overrun"), 0u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Stages, LargeReplay, testing::Values(0, 3, 8));
 
 // The run stands still most of the time, with every store between the file and the block filled.
 TEST(LargeUnfold, WaitsForAHostThatTakesABlockNowAndThen)
@@ -167,7 +121,7 @@ TEST(LargeUnfold, WaitsForAHostThatTakesABlockNowAndThen)
     constexpr int stages = 8;
     constexpr size_t storeBytes = (8 << 20) * (sizeof(uint64_t) + sizeof(uint8_t)); // of BufferSize events
     Host host;
-    Source source(true);
+    Source source;
     std::string path = host.folder().file("large.tgx");
     ASSERT_TRUE(source.write(path, recordCount()));
     ASSERT_FALSE(host.open(path).empty());
@@ -190,16 +144,10 @@ TEST(LargeUnfold, WaitsForAHostThatTakesABlockNowAndThen)
         resident = std::max(resident, residentKiB());
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
-    EXPECT_EQ(order.hash, source.order());
+    EXPECT_EQ(order.hash, source.order.hash);
     EXPECT_EQ(described("NumRecs"), static_cast<double>(recordCount()));
     EXPECT_EQ(host.logged("overrun"), 0u);
     // A store and a batch a stage, the final store, the block and the stream buffers.
     const size_t bound = ((2 * stages + 3) * storeBytes + size * 9) / 1024;
     EXPECT_TRUE(isSanitized || resident < residentBefore + bound) << resident - residentBefore;
 }
-
-INSTANTIATE_TEST_SUITE_P(Streams, LargeReplay, testing::Combine(testing::Bool(), testing::Values(0, 3, 8)),
-                         [](const auto &given) {
-                             return std::string(std::get<0>(given.param) ? "t3" : "t2") + "Stages" +
-                                    std::to_string(std::get<1>(given.param));
-                         });

@@ -1,5 +1,5 @@
-// A stage whose work doesn't come back: whoever ends it waits alone, and a run that can't be ended is left
-// behind.
+// A stage whose work fails or doesn't come back: the next run is entered, whoever ends the stage waits alone,
+// and a run that can't be ended is left behind.
 #include "manipulators/stage.h"
 #include "run/end_run.h"
 #include "run/requests.h"
@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <future>
 
 using namespace Tessel;
@@ -17,17 +18,18 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct Stuck
+struct Bad
 {
-    std::shared_future<void> release;
+    std::function<void()> atStart;
 };
 
-void startPass(Stuck &stuck, const StageRef &)
+void startPass(Bad &bad, const StageRef &)
 {
-    stuck.release.wait();
+    bad.atStart();
 }
-uint64_t work(Stuck &, const StageRef &, Piece in, EventStore &)
+uint64_t work(Bad &, const StageRef &, Piece in, EventStore &out)
 {
+    for (uint64_t i = 0; i < in.Count; ++i) append(out, in.Times[i], in.Channels[i]);
     return in.Count;
 }
 
@@ -37,23 +39,27 @@ constexpr size_t records = 2'500'000; // three chunks
 } // namespace
 
 template <>
-inline constexpr Hook Tessel::hooksOf<Stuck> = Hook::StartPass;
+inline constexpr Hook Tessel::hooksOf<Bad> = Hook::StartPass;
 
 namespace {
 
-// A run of a recorded file through a stage that is stuck from its start on.
-class Unending : public testing::Test
+// A run of a recorded file through a stage of the test.
+class BadStage : public testing::Test
 {
 protected:
-    void SetUp() override
+    void start(const std::function<void()> &atStart)
     {
         ASSERT_NE(target, noDevice());
         {
             ChainLocks locks(target->context);
-            ASSERT_TRUE(addStage(locks, target, record, "Stuck_{}",
-                                 [stuck = Stuck{released}](StageRef stage) { runStage(stage, words, stuck); }));
+            ASSERT_TRUE(addStage(locks, target, record, "Bad_{}",
+                                 [atStart](StageRef stage) { runStage(stage, words, Bad{atStart}); }));
         }
         startMeasurement(target, {.Kind = MeasKind::Raw, .FinishedFlag = finished.get()}, deviceLookUp);
+    }
+    void startStuck()
+    {
+        start([release = released] { release.wait(); });
         ASSERT_TRUE(eventually([this] { return record->StartedFlag.load(); }));
     }
     void TearDown() override
@@ -89,8 +95,9 @@ protected:
 
 } // namespace
 
-TEST_F(Unending, TheRunIsLeftBehindAndTheLibraryGoesOn)
+TEST_F(BadStage, IsLeftBehindWithItsRunAndTheLibraryGoesOn)
 {
+    startStuck();
     forgetLastError();
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(endRun(target, 100ms));
@@ -106,8 +113,9 @@ TEST_F(Unending, TheRunIsLeftBehindAndTheLibraryGoesOn)
     EXPECT_EQ(measured(target), records);
 }
 
-TEST_F(Unending, WhoEndsAStageHoldsNothingMeanwhile)
+TEST_F(BadStage, IsEndedWithoutHoldingUpOthers)
 {
+    startStuck();
     std::thread ender([this] { endStage(target, 0); });
     EXPECT_TRUE(eventually([this] { return record->ExitFlag.load(); }));
     auto others = std::async(std::launch::async, [this] {
@@ -121,4 +129,17 @@ TEST_F(Unending, WhoEndsAStageHoldsNothingMeanwhile)
     release.set_value();
     isReleased = true;
     ender.join();
+}
+
+TEST_F(BadStage, ThatFailsAbortsItsRunOnlyAndEntersTheNext)
+{
+    std::atomic<int> passes{0};
+    start([&passes] {
+        if (++passes == 1) throw std::bad_alloc();
+    });
+    EXPECT_TRUE(finished.wait());
+    EXPECT_TRUE(isAborted(*currentRun(target->context)));
+    EXPECT_EQ(measured(target), records);
+    EXPECT_EQ(passes, 2);
+    EXPECT_FALSE(record->ThreadGone);
 }
