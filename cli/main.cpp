@@ -2,6 +2,9 @@
 #include "commands/commands.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/interrupt.h"
+#include "program/output.h"
+#include "program/visible_text.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -55,7 +58,7 @@ int answerParser(const CLI::App &program, const CLI::ParseError &thrown)
     }
     std::ostringstream text, ignored;
     program.exit(thrown, text, ignored);
-    writeStandardOutput(text.str());
+    writeResult("-", text.str());
     return static_cast<int>(Exit::Success);
 }
 
@@ -91,6 +94,7 @@ int run(int argc, char **argv)
 int main(int argc, char **argv)
 {
     claimStandardOutput();
+    catchSignals();
     try {
         return run(argc, argv);
     } catch (const Failure &failure) {

@@ -3,6 +3,7 @@
 #include "chain/chain_draft.h"
 
 #include "program/units.h"
+#include "program/visible_text.h"
 
 #include <fmt/format.h>
 
@@ -71,12 +72,11 @@ void fail(std::string_view whole, size_t at, std::string_view reason)
 {
     const size_t before = at == 0 ? std::string_view::npos : whole.rfind('\n', at - 1);
     const size_t begin = before == std::string_view::npos ? 0 : before + 1;
-    std::string line(whole.substr(begin, whole.find('\n', begin) - begin));
-    for (char &c : line) // a control byte would move the caret
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
+    const std::string line = blankedText(whole.substr(begin, whole.find('\n', begin) - begin));
+    const std::string beforeCaret = blankedText(whole.substr(begin, at - begin));
     const auto isStart = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }; // of UTF-8
-    const auto column = std::ranges::count_if(whole.substr(begin, at - begin), isStart);
-    throw ChainError(fmt::format("{}\n  {}\n  {:>{}}", reason, line, '^', column + 1));
+    const auto column = std::ranges::count_if(beforeCaret, isStart);
+    throw ChainError(fmt::format("{}\n  {}\n  {:>{}}", visibleText(reason), line, '^', column + 1));
 }
 
 void fail(const Part &part, std::string_view reason)

@@ -1,5 +1,6 @@
 // Reader and writer of a chain as JSON. A value is read as a field of the text would be.
 #include "chain/chain_draft.h"
+#include "program/visible_text.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/parser.hpp>
@@ -69,7 +70,7 @@ ChainStage readStageObject(const json::value &value, const std::string &place)
     Draft draft = at(place + ".stage", [&] { return startStage({text, 0, text.size()}); });
     for (const auto &member : *object) {
         const std::string key(member.key());
-        at(fmt::format("{}.{}", place, key), [&] {
+        at(fmt::format("{}.{}", place, visibleText(key)), [&] {
             readMember(draft, key, member.value());
             return 0;
         });

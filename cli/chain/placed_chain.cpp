@@ -3,7 +3,9 @@
 
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/files.h"
 #include "program/units.h"
+#include "program/visible_text.h"
 #include "tessel.h"
 
 #include <CLI/CLI.hpp>
@@ -13,26 +15,57 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
+#include <fcntl.h>
+#include <iterator>
+#include <poll.h>
+#include <span>
+#include <unistd.h>
 
 namespace Tessel::Cli {
 
 namespace {
 
+constexpr size_t mostText = 1 << 20; // bytes of a chain file
+constexpr int longestWaitMs = 2000;  // for the next bytes of a pipe
+
+[[noreturn]] void refuseFile(const std::string &path, std::string_view why)
+{
+    throw Failure(Exit::NoDevice, fmt::format("--chain {}: {}", visibleText(path), why));
+}
+
+// The next bytes, none at the end. A pipe may have no writer yet, or one that is silent.
+size_t readNext(int file, std::span<char> to, const std::string &path)
+{
+    pollfd waited = {file, POLLIN, 0};
+    const int ready = poll(&waited, 1, longestWaitMs);
+    if (ready == 0) refuseFile(path, "nothing to read for 2 s");
+    const ssize_t got = ready < 0 ? -1 : read(file, to.data(), to.size());
+    if (got < 0) refuseFile(path, std::strerror(errno));
+    return static_cast<size_t>(got);
+}
+
 std::string fileText(const std::string &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (!file || !(text << file.rdbuf()))
-        throw Failure(Exit::NoDevice, fmt::format("--chain {}: {}", visibleText(path),
-                                                  file.is_open() ? "can't be read" : std::strerror(errno)));
-    return text.str();
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (file.Number < 0) refuseFile(path, std::strerror(errno));
+    std::string text(mostText + 1, '\0');
+    size_t length = 0;
+    while (const size_t got = readNext(file.Number, std::span(text).subspan(length), path)) {
+        length += got;
+        if (length > mostText) refuseFile(path, "more than 1 MiB");
+    }
+    text.resize(length);
+    return text;
+}
+
+bool isFileName(const std::string &text)
+{
+    return text.ends_with(".json");
 }
 
 std::vector<ChainStage> readPart(const std::string &text)
 {
-    const bool isFile = text.ends_with(".json");
+    const bool isFile = isFileName(text);
     try {
         return isFile ? parseChainJson(fileText(text)) : parseChain(text);
     } catch (const ChainError &error) {
@@ -150,6 +183,13 @@ void addChainOption(CLI::App &command, ChainOptions &options)
                     "Stages that the events pass first (see tessel chain --help); can be given several times")
         ->type_name("TEXT|FILE.json")
         ->allow_extra_args(false);
+}
+
+std::vector<std::string> chainFiles(const ChainOptions &options)
+{
+    std::vector<std::string> files;
+    std::ranges::copy_if(options.Texts, std::back_inserter(files), isFileName);
+    return files;
 }
 
 std::vector<ChainStage> readChain(const ChainOptions &options)

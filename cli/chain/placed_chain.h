@@ -25,6 +25,9 @@ struct ChainOptions
 // --chain may be given several times; each continues the one before.
 void addChainOption(CLI::App &command, ChainOptions &options);
 
+// Those that are names of files.
+std::vector<std::string> chainFiles(const ChainOptions &options);
+
 // Throws Failure: usage, or NoDevice for a file that isn't there.
 std::vector<ChainStage> readChain(const ChainOptions &options);
 

@@ -3,6 +3,7 @@
 #include "commands/commands.h"
 #include "program/options.h"
 #include "program/output.h"
+#include "program/visible_text.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -53,15 +54,18 @@ boost::json::object asJson(const Recording &recording, const PlacedChain &chain)
                             {"column", columnName(recording, row)},
                             {"name", rowName(recording, row)},
                             {"stage", stageOf(chain, row)}});
-    return {{"schema", "tessel.chain/1"},      {"file", recording.Path},
+    return {{"schema", "tessel.chain/1"},      {"file", jsonName(recording.Path)},
             {"device", recording.Id},          {"mode", fmt::format("T{}", recording.MeasMode)},
             {"channels", std::move(channels)}, {"chain", chainJson(chain)}};
 }
 
 int runChain(const Options &options, const HostOptions &host)
 {
-    const std::vector<ChainStage> stages = readChain(options.Chain);
     const Session session(host);
+    std::vector<std::string> inputs = chainFiles(options.Chain);
+    inputs.insert(inputs.end(), {options.File, host.IniPath});
+    checkOutputs(inputs, outputsOf(options.Result), options.Result.Force);
+    const std::vector<ChainStage> stages = readChain(options.Chain);
     Recording recording = openRecording(options.File);
     const PlacedChain chain = placeChain(recording, stages);
     writeResult(options.Result.File,

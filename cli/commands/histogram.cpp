@@ -7,6 +7,7 @@
 #include "program/output.h"
 #include "program/plot.h"
 #include "program/units.h"
+#include "program/visible_text.h"
 #include "tessel.h"
 
 #include <CLI/CLI.hpp>

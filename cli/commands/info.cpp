@@ -4,6 +4,7 @@
 #include "program/options.h"
 #include "program/output.h"
 #include "program/units.h"
+#include "program/visible_text.h"
 
 #include <CLI/CLI.hpp>
 #include <boost/json/array.hpp>
@@ -138,14 +139,18 @@ std::string table(const Recording &recording)
 
 object asJson(const Recording &recording)
 {
-    return {
-        {"schema", "tessel.info/1"},  {"file", recording.Path},       {"recordsInFile", recording.NumRecords},
-        {"device", recording.Config}, {"run", recording.Description}, {"header", recording.Header}};
+    return {{"schema", "tessel.info/1"},
+            {"file", jsonName(recording.Path)},
+            {"recordsInFile", recording.NumRecords},
+            {"device", recording.Config},
+            {"run", recording.Description},
+            {"header", recording.Header}};
 }
 
 int runInfo(const InfoOptions &options, const HostOptions &host)
 {
     const Session session(host);
+    checkOutputs({options.File, host.IniPath}, outputsOf(options.Result), options.Result.Force);
     const Recording recording = openRecording(options.File);
     writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(recording)) : table(recording));
     return 0;

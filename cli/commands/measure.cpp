@@ -5,6 +5,7 @@
 #include "program/exit_codes.h"
 #include "program/output.h"
 #include "program/units.h"
+#include "program/visible_text.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -34,6 +35,15 @@ void addChannelPair(CLI::App &command, ChannelPair &channels)
         ->capture_default_str();
 }
 
+void checkFiles(const MeasureOptions &options, const HostOptions &host, const std::string &beside)
+{
+    std::vector<std::string> inputs = chainFiles(options.Chain);
+    inputs.insert(inputs.end(), {options.File, host.IniPath});
+    std::vector<Output> outputs = outputsOf(options.Result);
+    if (!beside.empty()) outputs.push_back({"-o", beside});
+    checkOutputs(inputs, outputs, options.Result.Force);
+}
+
 Measured openForMeasuring(const MeasureOptions &options)
 {
     const std::vector<ChainStage> stages = readChain(options.Chain);
@@ -50,6 +60,7 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
 {
     checkPlotName(options.Result.PlotFile);
     const Session session(host);
+    checkFiles(options, host);
     Measured measured = openForMeasuring(options);
     measurement.Prepare(measured.From);
     measured.Run = replay(measured.From, measurement.Start);
@@ -109,7 +120,7 @@ boost::json::object recordingKeys(const Measured &measured, std::string_view sch
 {
     const Recording &recording = measured.From;
     boost::json::object keys = {{"schema", schema},
-                                {"file", recording.Path},
+                                {"file", jsonName(recording.Path)},
                                 {"device", recording.Id},
                                 {"mode", fmt::format("T{}", recording.MeasMode)}};
     if (!measured.Chain.empty()) keys["chain"] = chainJson(measured.Chain);
@@ -152,7 +163,7 @@ bool isAllZero(std::span<const double> values)
 std::string plotTitle(const Recording &recording)
 {
     const std::filesystem::path path(recording.Path);
-    return fmt::format("{}, T{}", visibleText(path.filename().string()), recording.MeasMode);
+    return fmt::format("{}, T{}", path.filename().string(), recording.MeasMode);
 }
 
 void checkChannel(const char *option, int channel, const Recording &recording)

@@ -62,6 +62,9 @@ struct Measurement
 // The exit code.
 int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement);
 
+// Throws Failure if a file of the result, or the `beside` it, is one that must stay.
+void checkFiles(const MeasureOptions &options, const HostOptions &host, const std::string &beside = "");
+
 // The recording as the current device, with its chain. Throws Failure if it has no events to count.
 Measured openForMeasuring(const MeasureOptions &options);
 

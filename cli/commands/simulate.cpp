@@ -4,24 +4,54 @@
 #include "commands/simulation.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/files.h"
 #include "program/interrupt.h"
 #include "program/options.h"
+#include "program/output_file.h"
 #include "program/progress.h"
 #include "program/units.h"
+#include "program/visible_text.h"
 #include "tessel.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
 #include <memory>
 
 namespace Tessel::Cli {
 
 namespace {
 
-tessel_recording *create(const SimulateOptions &options, const Simulation &wanted)
+// Where the recording goes, through links. Another's file is replaced only if that is wished.
+struct Place
+{
+    std::string Path;
+    bool IsNew = false;
+};
+
+Place claimedPlace(const SimulateOptions &options)
+{
+    const auto fail = [&](Exit code, std::string_view why) {
+        throw Failure(code, fmt::format("{}: {}", visibleText(options.Path), why));
+    };
+    Place place{behindLinks(options.Path)};
+    const Descriptor made(open(place.Path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    place.IsNew = made.Number >= 0;
+    if (!place.IsNew && errno != EEXIST)
+        fail(Exit::Failed, fmt::format("can't be created: {}", std::strerror(errno)));
+    if (!place.IsNew && !options.Force && std::filesystem::is_regular_file(place.Path))
+        fail(Exit::Usage, "is there already; --force replaces it");
+    return place;
+}
+
+tessel_recording *create(const SimulateOptions &options, const Simulation &wanted, const Place &place,
+                         const LibraryPath &known)
 {
     std::vector<double> rates = wanted.Rates;
     for (size_t i = 0; i < rates.size(); ++i) rates[i] += wanted.Background[i];
@@ -38,11 +68,11 @@ tessel_recording *create(const SimulateOptions &options, const Simulation &wante
     params.inputRates = rates.data();
     params.serial = "simulated";
     params.comment = options.Comment.c_str();
-    tessel_recording *file = tessel_recordingCreate(options.Path.c_str(), &params);
-    if (!file)
-        throw Failure(Exit::Failed,
-                      fmt::format("{}: can't be created (--verbose shows why)", visibleText(options.Path)));
-    return file;
+    tessel_recording *file = tessel_recordingCreate(known.Text.c_str(), &params);
+    if (file) return file;
+    if (place.IsNew) std::remove(place.Path.c_str());
+    throw Failure(Exit::Failed,
+                  fmt::format("{}: can't be created (--verbose shows why)", visibleText(options.Path)));
 }
 
 struct Written
@@ -97,14 +127,17 @@ int runSimulate(const SimulateOptions &options, const HostOptions &host, const C
     const Simulation wanted = understood(options);
     warnOfIdleOptions(command, wanted.Source);
     const Session session(host);
+    checkOutputs({host.IniPath}, {{"OUT", options.Path}}, true);
     const InterruptWatch watch;
-    tessel_recording *file = create(options, wanted);
+    const Place place = claimedPlace(options);
+    const LibraryPath known(place.Path); // which the library also needs to seal the file
+    tessel_recording *file = create(options, wanted, place, known);
     Written written;
     try {
         written = writeRecords(options.Path, file, wanted);
     } catch (...) {
         tessel_recordingClose(file);
-        std::remove(options.Path.c_str());
+        std::remove(place.Path.c_str());
         throw;
     }
     if (!tessel_recordingClose(file))
@@ -151,7 +184,8 @@ Command addSimulate(CLI::App &program)
     const auto text = [&](const char *name, std::string &value, const char *help, const char *type) {
         return command->add_option(name, value, help)->type_name(type)->capture_default_str();
     };
-    text("OUT", options->Path, "The recording to write (.tgx); an existing file is replaced", "")->required();
+    text("OUT", options->Path, "The recording to write (.tgx)", "")->required();
+    command->add_flag("--force", options->Force, "Replace a file that is there already");
     const auto name = [&](const char *option, std::string &value, const char *help,
                           const std::vector<std::string> &names) {
         asOneOf(command->add_option(option, value, help), names)->capture_default_str();

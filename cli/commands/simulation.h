@@ -19,6 +19,7 @@ struct SimulateOptions
     double Molecules = 2;
     int Channels = 0;
     uint64_t Seed = 1;
+    bool Force = false;
 };
 
 enum class Light { Poisson, Antibunched, Bunched, Diffusing, Pulsed };

@@ -4,6 +4,7 @@
 #include "commands/measure.h"
 #include "program/exit_codes.h"
 #include "program/output.h"
+#include "program/output_file.h"
 #include "tessel.h"
 
 #include <CLI/CLI.hpp>
@@ -71,7 +72,7 @@ void addEvent(Unfolded &unfolded, uint64_t time, uint8_t channel)
 }
 
 // Writes what stands in the block; false if there was nothing.
-bool writeBlock(Unfolded &unfolded, std::optional<ResultStream> &stream)
+bool writeBlock(Unfolded &unfolded, std::optional<OutputFile> &stream)
 {
     uint64_t count = 0;
     ufGetBlock(nullptr, unfolded.Times.data(), unfolded.Channels.data(), &count);
@@ -146,7 +147,7 @@ Form formOf(const UnfoldOptions &options)
 {
     const ResultOptions &result = options.Measure.Result;
     if (options.Binary && result.Json) throw Failure(Exit::Usage, "--binary and --json: choose one");
-    if (options.Binary && (result.File.empty() || result.File == "-"))
+    if (options.Binary && isStandardOutput(result.File))
         throw Failure(Exit::Usage, "--binary needs -o FILE; it writes FILE.json too");
     return options.Binary ? Form::Binary : result.Json ? Form::Json : Form::Csv;
 }
@@ -160,10 +161,12 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     unfolded.Overflows = options.Overflows;
     for (auto *times : {&unfolded.Times, &unfolded.BlockTimes}) times->resize(capacity);
     for (auto *channels : {&unfolded.Channels, &unfolded.BlockChannels}) channels->resize(capacity);
+    const std::string side = unfolded.As == Form::Binary ? result.File + ".json" : "";
     const Session session(host);
+    checkFiles(options.Measure, host, side);
     Measured measured = openForMeasuring(options.Measure);
     unfolded.IsT3 = measured.From.MeasMode == 3;
-    std::optional<ResultStream> stream;
+    std::optional<OutputFile> stream;
     if (wantsText(result)) write(stream.emplace(result.File), opening(unfolded, measured));
     measured.Run = replay(
         measured.From,
@@ -176,7 +179,7 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
         write(*stream, ending(unfolded, measured));
         complete(*stream);
     }
-    if (unfolded.As == Form::Binary) writeResult(result.File + ".json", jsonText(sideFile(unfolded, measured)));
+    if (!side.empty()) writeResult(side, jsonText(sideFile(unfolded, measured)));
     noteSpeed(measured.Run);
     if (!result.PlotFile.empty()) drawResult(result, eventPlot(unfolded.First, measured.From));
     return reportOutcome(measured.From, measured.Run);

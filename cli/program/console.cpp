@@ -1,14 +1,11 @@
 // Standard output and standard error of the program. The main thread's.
 #include "program/console.h"
 
-#include "program/exit_codes.h"
-
 #include <fmt/format.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -30,10 +27,12 @@ void line(std::string_view colour, std::string_view lead, std::string_view text)
 void claimStandardOutput()
 {
     resultDescriptor = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3); // -1 if the program was started without one
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    while (nowhere >= 0 && nowhere <= STDERR_FILENO) // fills what the program was started without
+        nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
     if (nowhere < 0) return;
     dup2(nowhere, STDOUT_FILENO);
-    if (nowhere != STDOUT_FILENO) close(nowhere);
+    close(nowhere);
 }
 
 void showLog()
@@ -41,14 +40,20 @@ void showLog()
     dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
-void writeStandardOutput(std::string_view text)
+int standardOutput()
+{
+    return resultDescriptor;
+}
+
+bool writeAll(int descriptor, std::string_view text)
 {
     while (!text.empty()) {
-        const ssize_t written = write(resultDescriptor, text.data(), text.size());
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
         if (written < 0 && errno == EINTR) continue;
-        if (written < 0) throw Failure(Exit::Failed, fmt::format("standard output: {}", std::strerror(errno)));
+        if (written < 0) return false;
         text.remove_prefix(static_cast<size_t>(written));
     }
+    return true;
 }
 
 bool onTerminal()
@@ -84,17 +89,6 @@ void warn(std::string_view text)
 void error(std::string_view text)
 {
     line("", "", text);
-}
-
-std::string visibleText(std::string_view text)
-{
-    std::string result;
-    for (const char c : text)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            result += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
-        else
-            result += c;
-    return result;
 }
 
 } // namespace Tessel::Cli

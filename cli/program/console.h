@@ -15,8 +15,11 @@ void claimStandardOutput();
 // Sends descriptor 1, and with it the library's log, to standard error.
 void showLog();
 
-// Writes to the standard output that the program was started with. Throws Failure.
-void writeStandardOutput(std::string_view text);
+// The descriptor of the standard output that the program was started with; -1: there was none.
+int standardOutput();
+
+// False with errno if the descriptor takes no more.
+bool writeAll(int descriptor, std::string_view text);
 
 // Standard error is a terminal.
 bool onTerminal();
@@ -31,8 +34,5 @@ bool quiet();
 void note(std::string_view text);
 void warn(std::string_view text);
 void error(std::string_view text);
-
-// File-borne text on one line and without control bytes.
-std::string visibleText(std::string_view text);
 
 } // namespace Tessel::Cli

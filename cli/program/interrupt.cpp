@@ -1,52 +1,57 @@
-// The handlers only store the signal's number, so they may run on any thread.
+// The handler may run on any thread, and calls only what a handler may call.
 #include "program/interrupt.h"
 
+#include "program/output_file.h"
+
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 
 namespace Tessel::Cli {
 
 namespace {
 
+std::atomic<bool> watching{false};
 std::atomic<int> noted{0};
-static_assert(std::atomic<int>::is_always_lock_free);
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
-void noteSignal(int signal)
+void onSignal(int signal)
 {
-    noted.store(signal);
-}
-
-void watch(int signal)
-{
-    struct sigaction before = {};
-    sigaction(signal, nullptr, &before);
-    if (before.sa_handler == SIG_IGN) return; // so wished by what started the program
-    struct sigaction action = {};
-    action.sa_handler = noteSignal;
-    action.sa_flags = SA_RESTART | SA_RESETHAND; // the next one has its usual effect
-    sigaction(signal, &action, nullptr);
-}
-
-void forget(int signal)
-{
-    struct sigaction before = {};
-    sigaction(signal, nullptr, &before);
-    if (before.sa_handler == noteSignal) std::signal(signal, SIG_DFL);
+    const int errorBefore = errno;
+    const bool isRequest = signal == SIGINT || signal == SIGTERM;
+    int none = 0;
+    if (!isRequest || !watching || !noted.compare_exchange_strong(none, signal)) {
+        removeWorkFiles();
+        std::signal(signal, SIG_DFL);
+        raise(signal); // is delivered when the handler returns
+    }
+    errno = errorBefore;
 }
 
 } // namespace
 
+void catchSignals()
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
+        struct sigaction before = {};
+        sigaction(signal, nullptr, &before);
+        if (before.sa_handler == SIG_IGN) continue; // so wished by what started the program
+        struct sigaction action = {};
+        action.sa_handler = onSignal;
+        action.sa_flags = SA_RESTART;
+        sigaction(signal, &action, nullptr);
+    }
+}
+
 InterruptWatch::InterruptWatch()
 {
     noted = 0;
-    watch(SIGINT);
-    watch(SIGTERM);
+    watching = true;
 }
 
 InterruptWatch::~InterruptWatch()
 {
-    forget(SIGINT);
-    forget(SIGTERM);
+    watching = false;
 }
 
 int interruptSignal()

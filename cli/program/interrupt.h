@@ -1,7 +1,12 @@
-// Ctrl-C during a long step: the first one is noted, the second one ends the program at once.
+// Signals that end the program. It never leaves a half-written file: work files go first. During a long step
+// the first Ctrl-C (or TERM) is only noted, so that the step can end with what it has; the second one ends the
+// program.
 #pragma once
 
 namespace Tessel::Cli {
+
+// At the start of the program: INT, TERM, HUP, QUIT and PIPE, unless they are ignored.
+void catchSignals();
 
 // While one lives, SIGINT and SIGTERM are noted.
 struct InterruptWatch

@@ -36,6 +36,7 @@ void addOutputOptions(CLI::App &command, ResultOptions &options, const std::stri
     command.add_option("-o,--output", options.File, "Write to FILE instead of standard output")
         ->type_name("FILE");
     command.add_flag("--json", options.Json, "Write one JSON object instead of " + plainForm);
+    command.add_flag("--force", options.Force, "Replace FILE also if it is a recording");
 }
 
 void addPlotOption(CLI::App &command, ResultOptions &options)
@@ -72,6 +73,14 @@ CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names)
 bool wantsText(const ResultOptions &options)
 {
     return options.PlotFile.empty() || options.Json || !options.File.empty();
+}
+
+std::vector<Output> outputsOf(const ResultOptions &options)
+{
+    std::vector<Output> outputs;
+    if (wantsText(options)) outputs.push_back({"-o", options.File});
+    if (!options.PlotFile.empty()) outputs.push_back({"--plot", options.PlotFile});
+    return outputs;
 }
 
 double optionValue(const char *option, const std::function<double()> &convert)

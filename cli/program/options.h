@@ -1,6 +1,8 @@
 // Options that several commands have, and how an option's text becomes a value.
 #pragma once
 
+#include "program/files.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -19,12 +21,13 @@ struct ResultOptions
     std::string File; // empty or "-": standard output
     bool Json = false;
     std::string PlotFile;
+    bool Force = false; // also onto a recording
 };
 
 // The positional argument FILE.
 void addRecordingArgument(CLI::App &command, std::string &path);
 
-// -o and --json; `plainForm`: what is written without --json.
+// -o, --json and --force; `plainForm`: what is written without --json.
 void addOutputOptions(CLI::App &command, ResultOptions &options, const std::string &plainForm);
 void addPlotOption(CLI::App &command, ResultOptions &options);
 
@@ -36,6 +39,9 @@ CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names)
 
 // With --plot alone nothing goes to standard output.
 bool wantsText(const ResultOptions &options);
+
+// The files of -o and --plot.
+std::vector<Output> outputsOf(const ResultOptions &options);
 
 // Runs `convert`, and turns a UnitError into a usage Failure that names the option.
 double optionValue(const char *option, const std::function<double()> &convert);

@@ -4,7 +4,6 @@
 #include <boost/json/object.hpp>
 
 #include <cstdint>
-#include <cstdio>
 #include <span>
 #include <string>
 #include <string_view>
@@ -32,24 +31,7 @@ boost::json::array jsonArray(const Column &column);
 // With a line feed at its end.
 std::string jsonText(const boost::json::object &object);
 
-// `target` empty or "-": standard output. A file is written under another name first and renamed, so that it is
-// either complete or not there. Throws Failure.
+// To the file, whole or not at all, or to standard output ("" or "-"). Throws Failure.
 void writeResult(const std::string &target, std::string_view text);
-
-// A result that is written piece by piece; otherwise as writeResult. Without `complete` a file isn't there in
-// the end.
-struct ResultStream
-{
-    explicit ResultStream(const std::string &target);
-    ~ResultStream();
-    ResultStream(const ResultStream &) = delete;
-    ResultStream &operator=(const ResultStream &) = delete;
-
-    std::string Target, Unfinished; // Unfinished empty: nothing to rename
-    std::FILE *File = nullptr;      // null: standard output
-};
-
-void write(ResultStream &stream, std::string_view piece);
-void complete(ResultStream &stream);
 
 } // namespace Tessel::Cli

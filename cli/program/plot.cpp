@@ -1,19 +1,22 @@
-// The gnuplot script, and gnuplot itself through a pipe. The main thread's.
+// The gnuplot script, and gnuplot itself. The main thread's.
 #include "program/plot.h"
 
 #include "program/exit_codes.h"
+#include "program/files.h"
+#include "program/output_file.h"
+#include "program/visible_text.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <iterator>
+#include <spawn.h>
 #include <string_view>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
@@ -44,24 +47,11 @@ const char *terminalFor(const std::string &path)
 std::string quotedText(std::string_view text)
 {
     std::string result = "'";
-    for (const char c : text) {
-        if (c == '\n' || c == '\r') continue;
+    for (const char c : visibleText(text)) {
         result += c;
         if (c == '\'') result += c;
     }
     return result + "'";
-}
-
-bool isOnPath(std::string_view program)
-{
-    const char *path = std::getenv("PATH");
-    std::string_view folders = path ? path : "";
-    while (!folders.empty()) {
-        const size_t end = std::min(folders.find(':'), folders.size());
-        if (access(fmt::format("{}/{}", folders.substr(0, end), program).c_str(), X_OK) == 0) return true;
-        folders.remove_prefix(std::min(end + 1, folders.size()));
-    }
-    return false;
 }
 
 bool isShown(const Plot &plot, double x, double y)
@@ -164,14 +154,14 @@ Curve scaledCurve(std::string name, std::span<const double> x, double factor, st
 void checkPlotName(const std::string &path)
 {
     if (path.empty() || path.ends_with(".png") || path.ends_with(".svg")) return;
-    throw Failure(Exit::Usage, fmt::format("--plot {}: the name must end in .png or .svg", path));
+    throw Failure(Exit::Usage, fmt::format("--plot {}: the name must end in .png or .svg", visibleText(path)));
 }
 
 std::string plotScript(const Plot &plot, const std::string &path)
 {
     fmt::memory_buffer script;
     auto out = std::back_inserter(script);
-    fmt::format_to(out, "set terminal {}\nset output {}\n", terminalFor(path), quotedText(path));
+    fmt::format_to(out, "set terminal {}\n", terminalFor(path));
     fmt::format_to(out, "{}", style);
     fmt::format_to(out, "set title {} noenhanced font ',15' textcolor '#202020' offset 0,-0.2\n",
                    quotedText(plot.Title));
@@ -184,20 +174,38 @@ std::string plotScript(const Plot &plot, const std::string &path)
     return fmt::to_string(script);
 }
 
+namespace {
+
+// How gnuplot ended; it knows input and picture as descriptors only, so no name is a command to it.
+int runGnuplot(int script, int picture)
+{
+    posix_spawn_file_actions_t descriptors;
+    posix_spawn_file_actions_init(&descriptors);
+    posix_spawn_file_actions_adddup2(&descriptors, script, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&descriptors, picture, STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&descriptors, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    char name[] = "gnuplot";
+    char *const arguments[] = {name, nullptr};
+    pid_t child = 0;
+    const int error = posix_spawnp(&child, name, &descriptors, nullptr, arguments, environ);
+    posix_spawn_file_actions_destroy(&descriptors);
+    if (error == ENOENT) throw Failure(Exit::Failed, "--plot needs gnuplot, which is not in PATH");
+    if (error != 0) throw Failure(Exit::Failed, fmt::format("gnuplot: {}", std::strerror(error)));
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+} // namespace
+
 void drawPlot(const Plot &plot, const std::string &path)
 {
-    if (!isOnPath("gnuplot")) throw Failure(Exit::Failed, "--plot needs gnuplot, which is not in PATH");
-    if (std::FILE *probe = std::fopen(path.c_str(), "wb"))
-        std::fclose(probe);
-    else
-        throw Failure(Exit::Failed, fmt::format("{}: {}", path, std::strerror(errno)));
-    const std::string script = plotScript(plot, path);
-    const auto before = std::signal(SIGPIPE, SIG_IGN); // gnuplot may end before it has read everything
-    std::FILE *gnuplot = popen("exec gnuplot 2>/dev/null", "w");
-    bool drawn = gnuplot && std::fwrite(script.data(), 1, script.size(), gnuplot) == script.size();
-    if (gnuplot) drawn = pclose(gnuplot) == 0 && drawn;
-    std::signal(SIGPIPE, before);
-    if (!drawn) throw Failure(Exit::Failed, fmt::format("gnuplot could not draw {}", path));
+    OutputFile picture(path);
+    const MemoryFile script(plotScript(plot, path));
+    const int status = runGnuplot(script.File.Number, picture.Descriptor);
+    if (status != 0) throw Failure(Exit::Failed, fmt::format("gnuplot could not draw {}", picture.Shown));
+    complete(picture);
 }
 
 } // namespace Tessel::Cli

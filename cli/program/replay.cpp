@@ -5,6 +5,7 @@
 #include "program/exit_codes.h"
 #include "program/interrupt.h"
 #include "program/progress.h"
+#include "program/visible_text.h"
 #include "tessel.h"
 
 #include <fmt/format.h>

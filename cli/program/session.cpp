@@ -3,16 +3,17 @@
 
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/visible_text.h"
 #include "tessel.h"
 
 #include <boost/json/parse.hpp>
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace Tessel::Cli {
@@ -22,29 +23,11 @@ namespace {
 constexpr size_t textSize = 65535; // what the library's texts need
 constexpr size_t idSize = 8192;    // and its ids
 
-// A file with the program's own settings: no log file, the log to the console only if it is to be seen.
-struct TemporaryIni
+// The program's own: no log file, the log to the console only if it is to be seen.
+std::string ownSettings(bool verbose)
 {
-    explicit TemporaryIni(bool verbose)
-    {
-        const char *folder = std::getenv("TMPDIR");
-        Path = fmt::format("{}/tessel-XXXXXX", folder && *folder ? folder : "/tmp");
-        const int file = mkstemp(Path.data());
-        if (file < 0) throw Failure(Exit::Failed, fmt::format("{}: {}", Path, std::strerror(errno)));
-        const std::string text =
-            fmt::format("[Log]\nFile=false\nConsole={}\n[Params]\nBufferSize=8\n", verbose);
-        const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-        close(file);
-        if (written) return;
-        unlink(Path.c_str());
-        throw Failure(Exit::Failed, fmt::format("{}: can't be written", Path));
-    }
-    ~TemporaryIni() { unlink(Path.c_str()); }
-    TemporaryIni(const TemporaryIni &) = delete;
-    TemporaryIni &operator=(const TemporaryIni &) = delete;
-
-    std::string Path;
-};
+    return fmt::format("[Log]\nFile=false\nConsole={}\n[Params]\nBufferSize=8\n", verbose);
+}
 
 boost::json::object parsedText(bool (*get)(char *), const char *what)
 {
@@ -69,15 +52,9 @@ void checkFile(const std::string &path)
     if (path.size() >= idSize) refuse(path, "the path is too long");
 }
 
-boost::json::object fileHeader(const std::string &path)
+uint64_t dataBytes(const boost::json::object &header)
 {
-    uint64_t needed = 0;
-    std::vector<char> text(1 << 16);
-    while (!tessel_getFileTags(path.c_str(), text.data(), text.size(), &needed)) {
-        if (needed <= text.size()) refuse(path, "not a recording (its header can't be read)");
-        text.resize(needed);
-    }
-    return boost::json::parse(text.data()).as_object();
+    return header.at("fileSize").to_number<uint64_t>() - header.at("dataStart").to_number<uint64_t>();
 }
 
 int64_t claimedRecords(const boost::json::object &header)
@@ -98,6 +75,14 @@ bool isDeviceOf(const boost::json::object &config, const std::string &path)
     return config.at("DeviceType").to_number<int>() == 1 && config.at("FileDevicePath").as_string() == normal;
 }
 
+// Id and path of a device that was opened by a descriptor, as they would be by its name.
+void nameAs(boost::json::object &config, const std::string &path)
+{
+    const std::string id(config.at("ID").as_string());
+    config["ID"] = id.substr(0, id.rfind('@') + 1) + jsonName(std::filesystem::path(path).filename().string());
+    config["FileDevicePath"] = jsonName(path);
+}
+
 } // namespace
 
 Session::Session(const HostOptions &options)
@@ -107,10 +92,9 @@ Session::Session(const HostOptions &options)
         if (!std::filesystem::is_regular_file(options.IniPath))
             throw Failure(Exit::NoDevice,
                           fmt::format("{}: no such settings file", visibleText(options.IniPath)));
-        initAPI(options.IniPath.c_str());
+        initAPI(LibraryPath(options.IniPath).Text.c_str());
     } else {
-        const TemporaryIni ini(options.Verbose);
-        initAPI(ini.Path.c_str());
+        initAPI(MemoryFile(ownSettings(options.Verbose)).path().c_str());
     }
 }
 
@@ -133,15 +117,17 @@ Recording openRecording(const std::string &path)
     checkFile(path);
     Recording recording;
     recording.Path = path;
-    recording.Header = fileHeader(path);
-    const auto dataStart = recording.Header.at("dataStart").to_number<uint64_t>();
-    const auto fileSize = recording.Header.at("fileSize").to_number<uint64_t>();
-    if (dataStart == 0 || dataStart > fileSize) refuse(path, "not a recording (its header has no end)");
+    recording.Known = std::make_shared<const LibraryPath>(path);
+    auto header = headerOf(*recording.Known);
+    if (!header) refuse(path, "not a recording (its header can't be read)");
+    recording.Header = std::move(*header);
     std::vector<char> id(idSize);
-    path.copy(id.data(), idSize - 1);
+    recording.Known->Text.copy(id.data(), idSize - 1);
     if (!getFileDevice(id.data())) refuse(path, "the file can't be opened as a device");
     recording.Config = deviceConfig();
-    if (!isDeviceOf(recording.Config, path)) refuse(path, "the file can't be opened as a device");
+    if (!isDeviceOf(recording.Config, recording.Known->Text))
+        refuse(path, "the file can't be opened as a device");
+    if (!recording.Known->isName()) nameAs(recording.Config, path);
     recording.Description = runDescription();
     recording.Id = recording.Config.at("ID").as_string();
     recording.MeasMode = recording.Config.at("MeasMode").to_number<int64_t>();
@@ -149,7 +135,7 @@ Recording openRecording(const std::string &path)
     recording.ResolutionPs = recording.Config.at("Resolution").to_number<double>();
     const double syncRate = recording.Description.at("AveSyncRate").to_number<double>();
     if (syncRate > 0) recording.SyncPeriodPs = 1e12 / syncRate;
-    recording.NumRecords = (fileSize - dataStart) / sizeof(uint32_t);
+    recording.NumRecords = dataBytes(recording.Header) / sizeof(uint32_t);
     recording.ClaimedRecords = claimedRecords(recording.Header);
     recording.NumRows = getNumAllChans(nullptr);
     return recording;

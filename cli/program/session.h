@@ -1,9 +1,12 @@
 // The library from start to end, and a recorded file opened as a device: what every command shares.
 #pragma once
 
+#include "program/files.h"
+
 #include <boost/json/object.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,9 +37,10 @@ struct MadeRow
 struct Recording
 {
     std::string Path;
-    boost::json::object Header;      // as tessel_getFileTags gives it
-    boost::json::object Config;      // as getDeviceConfig gives it
-    boost::json::object Description; // as getMeasDescription gave it when the file was opened
+    std::shared_ptr<const LibraryPath> Known; // Path as the library has it
+    boost::json::object Header;               // as tessel_getFileTags gives it
+    boost::json::object Config;               // as getDeviceConfig gives it
+    boost::json::object Description;          // as getMeasDescription gave it when the file was opened
     std::string Id;
     int64_t MeasMode = 0; // 2 T2, 3 T3
     double BaseResolutionPs = 0;

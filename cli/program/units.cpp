@@ -1,6 +1,8 @@
 // Reading and writing of quantities with units. Pure functions.
 #include "program/units.h"
 
+#include "program/visible_text.h"
+
 #include <fmt/format.h>
 
 #include <charconv>
@@ -100,7 +102,8 @@ std::string scaled(double value, std::span<const Scale> scales)
 } // namespace
 
 UnitError::UnitError(std::string_view whole, size_t at, const std::string &reason)
-    : std::runtime_error(fmt::format("\"{}\": {} at character {}", whole, reason, at + 1)),
+    : std::runtime_error(
+          fmt::format("\"{}\": {} at character {}", visibleText(whole), visibleText(reason), at + 1)),
       Reason(reason),
       At(at)
 {

@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <sys/stat.h>
+
 using namespace TestSupport;
 
 namespace {
@@ -15,6 +17,8 @@ void writeFiles(const TempFolder &folder)
     std::ofstream(folder.file("empty.tgx"));
     std::ofstream(folder.file("bad.json"))
         << R"({"chain": [{"stage": "delay", "channels": [1], "delay": "5nx"}]})";
+    std::filesystem::create_symlink("/dev/zero", folder.file("endless.json"));
+    mkfifo(folder.file("silent.json").c_str(), 0600);
 }
 
 } // namespace
@@ -62,6 +66,8 @@ TEST(Answers, RefuseWhatIsWrong)
         {2, "g2 t2.tgx --chain merge(1", "tessel: --chain: ')' is missing\n  merge(1\n         ^\n"},
         {2, "chain t2.tgx --chain bad.json", "bad.json: chain[0].delay: unknown unit \"nx\""},
         {3, "chain t2.tgx --chain no.json", "--chain no.json: No such file"},
+        {3, "chain t2.tgx --chain endless.json", "--chain endless.json: more than 1 MiB"},
+        {3, "chain t2.tgx --chain silent.json", "--chain silent.json: nothing to read"},
         {1, "chain t2.tgx --chain " + gate + "|" + gate + "|" + gate, ": the library refuses it"},
     };
     for (const auto &row : cases) {
@@ -86,8 +92,9 @@ TEST(Answers, WarnOfWhatHasNoEffect)
         {"fcs t2.tgx", "nothing was counted"},
         {"hist2d t2.tgx", "nothing was counted"},
         {"trace t2.tgx --chain substream(9s;10s)", "nothing was counted"},
-        {"simulate x.tgx --molecules 3 --duration 1ms", "--molecules has no effect on this kind of light"},
-        {"simulate x.tgx --lifetime 1ns --duration 1ms", ""},
+        {"simulate x.tgx --force --molecules 3 --duration 1ms",
+         "--molecules has no effect on this kind of light"},
+        {"simulate x.tgx --force --lifetime 1ns --duration 1ms", ""},
         {"chain t2.tgx --chain merge(0,2,129)", ""},
         {"chain t2.tgx --chain merge(1;keep)|merge(3)|merge(6)",
          "--chain: stage 3, merge(6): there is no channel 6 here, only 0 (sync) to 4"},

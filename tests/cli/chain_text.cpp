@@ -66,8 +66,10 @@ TEST(ChainText, ShowsTheLineAndTheCharacter)
               "unknown unit \"µx\" (known: ps, ns, us, µs, ms, s, min, h)\n"
               "  delay(1; 5µx) | merge(2)\n"
               "            ^");
-    EXPECT_EQ(errorOf(parseChain, "merge(1,\x1b[2Jx)"),
-              "a channel number is expected\n  merge(1, [2Jx)\n          ^");
+    EXPECT_EQ(errorOf(parseChain, "merge(1,\x1b[2J\u202e\x85x)"),
+              "a channel number is expected\n  merge(1, [2J  x)\n          ^");
+    EXPECT_EQ(errorOf(parseChain, "merge(\u0085\x80,1x)"),
+              "a channel number is expected\n  merge(  ,1x)\n        ^");
 }
 
 TEST(ChainText, PointsAtWhatIsWrong)

@@ -12,9 +12,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <numeric>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -44,24 +46,22 @@ struct Started
         return {code, contents(Folder + "/stdout"), errorText()};
     }
 
-    // Ctrl-C as soon as the condition holds.
-    Ended interruptWhen(const std::function<bool()> &condition) const
+    // Signals, Ctrl-C by default, as soon as the condition holds.
+    Ended interruptWhen(const std::function<bool()> &condition, std::initializer_list<int> by = {SIGINT}) const
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (!condition() && std::chrono::steady_clock::now() < end)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         EXPECT_TRUE(condition());
-        kill(Id, SIGINT);
+        for (const int signal : by) kill(Id, signal);
         return wait();
     }
 };
 
-inline Started start(const TempFolder &folder, const std::string &line)
+inline Started start(const TempFolder &folder, std::vector<std::string> words)
 {
     Started started{folder.path().string()};
-    std::istringstream text(line);
-    std::vector<std::string> words = {TESSEL_PROGRAM};
-    for (std::string word; text >> word;) words.push_back(word);
+    words.insert(words.begin(), TESSEL_PROGRAM);
     started.Id = fork();
     if (started.Id != 0) return started;
     std::vector<char *> argv;
@@ -71,13 +71,21 @@ inline Started start(const TempFolder &folder, const std::string &line)
     dup2(open("stdout", O_CREAT | O_TRUNC | O_WRONLY, 0600), STDOUT_FILENO);
     dup2(open("stderr", O_CREAT | O_TRUNC | O_WRONLY, 0600), STDERR_FILENO);
     std::signal(SIGINT, SIG_DFL);
+    const rlimit noCore = {0, 0};
+    setrlimit(RLIMIT_CORE, &noCore);
     execv(argv[0], argv.data());
     _exit(127);
 }
 
-inline Ended run(const TempFolder &folder, const std::string &line)
+inline Started start(const TempFolder &folder, const std::string &line)
 {
-    return start(folder, line).wait();
+    std::istringstream text(line);
+    return start(folder, std::vector<std::string>(std::istream_iterator<std::string>(text), {}));
+}
+
+inline Ended run(const TempFolder &folder, const auto &lineOrWords)
+{
+    return start(folder, lineOrWords).wait();
 }
 
 // What it writes, without a failure.
