@@ -43,10 +43,9 @@ std::shared_ptr<Run> sourceRun()
 
 void give(ImportState &import, const char *held)
 {
-    for (const Event &event : events(held)) {
-        import.Times.push_back(event.time);
-        import.Channels.push_back(event.channel);
-    }
+    EventArrays arrays(events(held));
+    import.Times = std::move(arrays.times);
+    import.Channels = std::move(arrays.channels);
 }
 
 } // namespace
@@ -64,14 +63,10 @@ TEST(ImportWork, MergesWhatItHolds)
         give(import, given.held);
         import.SourceOver = given.sourceOver;
         const Events own = events(given.own);
-        std::vector<uint64_t> times;
-        std::vector<uint8_t> channels;
-        for (const Event &event : own) {
-            times.push_back(event.time);
-            channels.push_back(event.channel);
-        }
+        const EventArrays arrays(own);
         NextStage next(100);
-        EXPECT_EQ(work(import, stage, {times.data(), channels.data(), own.size()}, next.store), given.done);
+        EXPECT_EQ(work(import, stage, {arrays.times.data(), arrays.channels.data(), own.size()}, next.store),
+                  given.done);
         EXPECT_EQ(waits(import, stage), given.waits);
         next.take();
         EXPECT_EQ(show(next.taken), given.expected);

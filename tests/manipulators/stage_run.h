@@ -88,12 +88,8 @@ public:
 template <class State>
 void workPiece(State &state, const Tessel::StageRef &stage, const Events &in, NextStage &next)
 {
-    std::vector<uint64_t> times;
-    std::vector<uint8_t> channels;
-    for (const Event &event : in) {
-        times.push_back(event.time);
-        channels.push_back(event.channel);
-    }
+    const EventArrays arrays(in);
+    const auto &[times, channels] = arrays;
     uint64_t done = 0;
     for (size_t turns = 0; done < times.size(); ++turns) {
         ASSERT_LT(turns, 20 * times.size() + 1000) << "the stage doesn't get on";

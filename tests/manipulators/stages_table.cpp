@@ -1,4 +1,5 @@
-// What each kind of stage makes of a few events. Channels 1 to 4 are inputs; times in T3 are sync:dtime.
+// What each kind of stage makes of a few events; random streams say the rest. Channels 1 to 4 are inputs; times
+// in T3 are sync:dtime.
 #include "manipulators/coincidence.h"
 #include "manipulators/count_rate.h"
 #include "manipulators/delay.h"
@@ -110,71 +111,49 @@ const StageCase coincidences[] = {
     {"last", coinc(10, sliding, last, keep), "1@100 2@105 3@106 1@120", "1@100 2@105 5@105 3@106 1@120"},
     {"atTheWindow", coinc(10, sliding, last, alone), "1@100 2@110 1@200 2@211", "5@110"},
     {"windowZero", coinc(0, sliding, last, alone), "1@100 2@100 1@101", "5@100"},
-    {"oneMember", coinc(10, sliding, last, keep), "1@100 2@106 1@200", "1@100 5@100 2@106 1@200 5@200", "1>5"},
     {"threeMembers", coinc(10, sliding, last, alone), "1@100 2@105 1@107 3@110 3@116 1@117 3@118", "5@110", "1,2,3>5"},
-    {"noMembers", coinc(10, sliding, last, keep), "1@100 2@105", "1@100 2@105", ">5"},
-    {"slidingGoesOn", coinc(10, sliding, last, alone), "1@100 2@105 1@108", "5@105 5@108"},
-    {"onceIsUsedUp", coinc(10, once, last, alone), "1@100 2@105 1@108 2@109", "5@105 5@109"},
     // A member that wasn't seen again counts as time 0.
     {"onceCountsFromZero", coinc(200, once, last, alone), "1@100 2@105 1@150 1@400", "5@105 5@150"},
     {"noneAcrossPieces", coinc(10, sliding, last, keep), "1@100 | 2@105", "1@100 2@105"},
     {"first", coinc(10, sliding, first, keep), "1@100 2@105 3@200", "1@100 5@100 2@105 3@200"},
     {"firstBetweenEqualTimes", coinc(10, sliding, first, keep), "1@100 3@100 4@300", "1@100 2@100 3@100 4@300", "1,3>2"},
-    {"firstAtTheEndOfTheRun", coinc(10, sliding, first, keep), "1@100 2@105", "1@100 5@100 2@105"},
-    {"firstPendingAcrossPieces", coinc(10, sliding, first, keep), "1@100 2@105 | 3@108 1@300", "1@100 5@100 2@105 3@108 1@300"},
     // Members that another channel ages pass without keep, the coincidence doesn't.
     {"firstAloneAgedByAnother", coinc(10, sliding, first, alone), "1@100 2@105 3@200", "1@100 2@105"},
     {"firstAloneAgedByMember", coinc(10, sliding, first, alone), "1@100 2@105 1@300", ""},
     // Before the first window everything counts as old.
     {"firstBeforeTheWindow", coinc(10, sliding, first, keep), "1@3 2@8", "1@3 2@8"},
-    {"firstOnce", coinc(10, once, first, keep), "1@100 2@105 3@106 1@300", "1@100 5@100 2@105 3@106 1@300"},
     {"firstOnceAlone", coinc(10, once, first, alone), "3@99 1@100 2@105 3@106", "5@100"},
     {"average", coinc(10, sliding, average, keep), "1@100 2@105 3@200", "1@100 5@102 2@105 3@200"},
     {"averageOfAListedTwice", coinc(10, sliding, average, keep), "1@100 2@106 3@200", "1@100 5@102 2@106 3@200", "1,1,2>5"},
-    {"averageBeforeAChannelAbove", coinc(10, sliding, average, keep), "1@100 3@100 4@300", "1@100 2@100 3@100 4@300", "1,3>2"},
     {"averageBehindAllIsLost", coinc(10, sliding, average, keep), "1@100 2@100 3@200", "1@100 2@100 3@200"},
     {"averageStaysBehindAtTheEnd", coinc(10, sliding, average, keep), "1@100 2@105", ""},
-    {"averageOnce", coinc(10, once, average, keep), "3@99 1@100 2@105", "3@99 1@100 5@102 2@105"},
     {"averageOnceAloneAtOneTime", coinc(10, once, average, alone), "1@100 3@100", "1@100 2@100 3@100", "1,3>2"},
     {"averageOnceOnItsOwnChannel", coinc(10, once, average, keep), "1@100 2@100", "1@100 2@100", "1,2>2"},
     {"averageTakesTheNonMemberAlong", coinc(10, sliding, average, keep), "3@100 3@200 3@300 1@400", "3@100 3@200 3@300"},
-    {"unknownCoincMode", coinc(10, 2, first, keep), "1@100 2@105 3@200", "1@100 2@105 3@200"},
     {"unknownTimeMode", coinc(10, sliding, 3, keep), "1@100 2@105 3@200", ""},
     {"t3", coinc(50, sliding, last, alone), "1@10:5 2@10:17 1@10:240 2@11:2 1@12:0", "5@10:17 5@11:2", "1,2>5", t3},
     {"t3SyncFirst", coinc(48, sliding, last, alone), "1@10:12 1@11:13 1@12:0", "5@10:12 5@12:0", "0,1>5", t3},
-    {"t3SyncFirstOfThree", coinc(48, sliding, last, alone), "1@10:4 2@10:12 1@11:4 2@11:13", "5@10:12", "0,1,2>5", t3},
     {"t3SyncNotFirst", coinc(48, sliding, last, alone), "1@10:12 1@11:13", "", "1,0>5", t3},
     {"t3AverageInRawForm", coinc(50, sliding, average, keep), "1@10:5 2@10:8 3@20:0", "1@10:5 5@10:6 2@10:8 3@20:0", "1,2>5", t3},
-    {"t3AverageOnce", coinc(50, once, average, keep), "1@10:248 2@11:3", "1@10:248 5@11:0 2@11:3", "1,2>5", t3},
 };
 
 const StageCase others[] = {
     {"mergeKeep", merge(keep), "1@1 3@2 2@3 255@4", "1@1 5@1 3@2 2@3 5@3 255@4"},
     {"mergeAlone", merge(alone), "1@1 3@2 2@3 255@4", "1@1 5@1 2@3 5@3"},
-    {"mergeNothingKeep", merge(keep), "1@1 3@2", "1@1 3@2", ">5"},
-    {"mergeNothingAlone", merge(alone), "1@1 3@2", "", ">5"},
     {"delayKeep", delay(20, keep), "1@100 2@110 2@120 2@121", "1@100 2@110 5@120 2@120 2@121", "1>5"},
     {"delayAlone", delay(20, alone), "1@100 2@110 2@120 2@121", "2@110 1@120 2@120 2@121", "1>5"},
-    {"delayNone", delay(0, alone), "1@100 2@100", "1@100 2@100", "1>5"},
     {"delayItself", delay(10, alone), "1@100 1@105 1@110 1@115", "1@110 1@115", "1>5"},
     {"delayBack", delay(-50, alone), "1@100 2@101", "1@50 2@101", "1>5"},
-    {"delayAcrossPieces", delay(20, alone), "1@100 | 2@110 | 2@130", "2@110 1@120 2@130", "1>5"},
     {"delayLostAtTheEnd", delay(20, keep), "1@100 2@110", "1@100 2@110", "1>5"},
     {"delayT3", delay(1502, alone), "1@10:5 2@11:131 2@11:130 2@12:0", "1@11:130 2@11:131 2@11:130 2@12:0", "1>5", t3},
-    {"delayT3IntoTheNextSync", delay(3, alone), "1@10:249 2@10:249 2@11:0", "1@10:249 2@10:249 2@11:0", "1>5", t3},
     {"heraldAlone", herald(10, 20, false, alone), "2@5 1@100 2@109 2@110 2@130 2@131 3@131", "1@100 2@110 2@130 3@131", "1,2>2"},
-    {"heraldInverted", herald(10, 20, true, alone), "2@5 1@100 2@109 2@110 2@130 2@131 3@131", "2@5 1@100 2@109 2@131 3@131", "1,2>2"},
     {"heraldKeep", herald(10, 20, false, keep), "2@5 1@100 2@110 3@130 2@131", "2@5 1@100 2@110 5@110 3@130 6@130 2@131", "1,2,3>5,6"},
-    {"heraldLasts", herald(0, 20, false, alone), "1@100 | 2@120 2@121", "1@100 2@120", "1,2>2"},
     {"heraldKeptIsComparedWithTheOneBefore", herald(0, 50, false, keep), "1@100 1@140 1@200", "1@100 1@140 5@140 1@200", "1,1>5"},
     {"heraldAloneIsComparedWithItself", herald(0, 50, false, alone), "1@100 1@240", "1@100 1@240", "1,1>1"},
     {"heraldGatesNothing", herald(0, 50, false, alone), "1@100 2@300", "1@100 2@300", "1>"},
     {"heraldBeforeItself", herald(-10, 20, false, alone), "1@100 2@100 2@110 2@111", "1@100 2@100 2@110", "1,2>2"},
     {"heraldT3Sync", herald(40, 80, false, alone), "2@10:9 2@10:10 2@11:30 2@11:31", "2@10:10 2@11:30", "0,2>2", t3},
-    {"heraldT3", herald(40, 1000, false, alone), "2@10:20 1@10:0 2@10:9 2@10:10 2@11:10 2@11:11", "1@10:0 2@10:10 2@11:10", "1,2>2", t3},
     {"span", span(10, 20), "1@9 1@10 255@15 129@20 1@21 2@12", "1@10 255@15 129@20 2@12", ">"},
-    {"spanBackwards", span(20, 10), "1@9 1@15 1@21", "", ">"},
-    {"spanOfAll", span(0, ~uint64_t{0}), "1@0 1@18446744073709551615", "1@0 1@18446744073709551615", ">"},
     {"spanT3", span(10'020, 11'008), "1@10:4 1@10:5 1@11:2 1@11:3 1@12:0 1@10:6", "1@10:5 1@11:2 1@10:6", ">", t3},
 };
 // clang-format on

@@ -23,7 +23,7 @@ struct Given
 {
     Events events;
     size_t rows;
-    TimeScale scale;
+    StreamForm form;
 };
 using Measure = std::function<void(const Given &)>;
 
@@ -47,17 +47,17 @@ Measure histogram()
 {
     return [](const Given &given) {
         constexpr uint64_t bins = 5000, binWidth = 3000;
-        if (!given.scale.t3) {
+        if (!given.form.t3) {
             setHistoT2NumBins(nullptr, bins);
             setHistoT2BinWidth(nullptr, binWidth);
             setHistoT2RefChan(nullptr, 2);
         }
-        Counts counts(given.rows, given.scale.t3 ? 32768 : bins);
+        Counts counts(given.rows, given.form.t3 ? 32768 : bins);
         Finished finished;
         EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get()));
         EXPECT_TRUE(finished.isSet());
-        EXPECT_TRUE(counts.data == (given.scale.t3 ? histogramT3(given.events, given.rows)
-                                                   : histogramT2(given.events, given.rows, bins, binWidth, 2)));
+        EXPECT_TRUE(counts.data == (given.form.t3 ? histogramT3(given.events, given.rows)
+                                                  : histogramT2(given.events, given.rows, bins, binWidth, 2)));
     };
 }
 
@@ -71,7 +71,7 @@ Measure pairs(const PairSettings &settings)
         EXPECT_TRUE(setHisto2dRecoveryTimingCorrection(nullptr, settings.recoveryMin, settings.recoveryMax,
                                                        settings.recoveryOffsetX, settings.recoveryOffsetY,
                                                        settings.recoverySlope));
-        const auto expected = pairHistogram(given.events, given.rows, settings, given.scale);
+        const auto expected = pairHistogram(given.events, given.rows, settings, given.form);
         EXPECT_GE(std::accumulate(expected.begin(), expected.end(), 0u), given.events.size() / 1000);
         Counts counts(settings.binsY, settings.binsX);
         EXPECT_TRUE(get2dHistogram(nullptr, 0, 1, 0, counts.data.data(), nullptr));
@@ -85,8 +85,8 @@ Measure trace(size_t bins, double seconds)
     return [=](const Given &given) {
         setTimeTraceNumBins(nullptr, static_cast<int32_t>(bins));
         setTimeTraceHistorySize(nullptr, seconds);
-        TraceReference reference(
-            given.rows, bins, static_cast<uint64_t>(seconds * 1e12 / static_cast<double>(bins)), given.scale);
+        TraceReference reference(given.rows, bins,
+                                 static_cast<uint64_t>(seconds * 1e12 / static_cast<double>(bins)), given.form);
         for (const Event &event : given.events) reference.count(event);
         reference.giveOut(true);
         ASSERT_TRUE(given.events.empty() || reference.firstBin() < bins) << "the history is too short";
@@ -102,7 +102,7 @@ Measure correlation(const CorrelationSettings &settings)
 {
     return [settings](const Given &given) {
         ReferenceCorrelation reference(settings);
-        for (const Event &event : given.events) reference.add(given.scale.psOf(event.time), event.channel);
+        for (const Event &event : given.events) reference.add(given.form.ps(event.time), event.channel);
         Curves curves(settings);
         curves.run();
         const auto x = reference.axis(), y = reference.curves();

@@ -5,17 +5,10 @@
 
 namespace TestSupport {
 
-uint64_t TimeScale::psOf(uint64_t raw) const
-{
-    if (!t3) return raw;
-    const double dtime = static_cast<double>(raw % 32768) * resolution;
-    return raw / 32768 * periodPs + static_cast<uint64_t>(dtime);
-}
-
-TraceReference::TraceReference(size_t rows, size_t binCount, uint64_t widthPs, TimeScale timeScale)
+TraceReference::TraceReference(size_t rows, size_t binCount, uint64_t widthPs, StreamForm streamForm)
     : bins(binCount),
       width(widthPs),
-      scale(timeScale),
+      form(streamForm),
       working(rows, std::deque<uint64_t>(binCount)),
       given(rows * binCount)
 {
@@ -24,7 +17,7 @@ TraceReference::TraceReference(size_t rows, size_t binCount, uint64_t widthPs, T
 void TraceReference::count(const Event &event)
 {
     if (event.channel >= 128 && event.channel < 255) return;
-    const uint64_t relative = scale.psOf(event.time) / width - first;
+    const uint64_t relative = form.ps(event.time) / width - first;
     current = relative;
     if (relative >= bins) {
         const uint64_t shift = relative - bins + 1;
@@ -120,7 +113,7 @@ std::vector<uint32_t> pairsT2(const Events &events, size_t rows, const PairSetti
 }
 
 std::vector<uint32_t> pairsT3(const Events &events, size_t rows, const PairSettings &settings,
-                              const TimeScale &scale)
+                              const StreamForm &form)
 {
     PairCounter counter(settings);
     uint64_t x = none, y = none, syncX = none, syncY = none;
@@ -130,17 +123,17 @@ std::vector<uint32_t> pairsT3(const Events &events, size_t rows, const PairSetti
             counter.count(x, y);
             x = y = none;
         }
-        const uint64_t delay = time % 32768 * static_cast<uint64_t>(scale.resolution), sync = time / 32768;
+        const uint64_t delay = time % 32768 * static_cast<uint64_t>(form.resolution), sync = time / 32768;
         if (channel == settings.x) {
             x = delay - settings.offsetX;
             syncX = sync;
-            counter.reference = sync * scale.periodPs;
+            counter.reference = sync * form.period;
         }
         if (channel == settings.y) {
             y = delay - settings.offsetY;
             if (settings.tot) y -= x;
             syncY = sync;
-            counter.reference = sync * scale.periodPs;
+            counter.reference = sync * form.period;
         }
     }
     return counter.counts;
@@ -149,9 +142,9 @@ std::vector<uint32_t> pairsT3(const Events &events, size_t rows, const PairSetti
 } // namespace
 
 std::vector<uint32_t> pairHistogram(const Events &events, size_t rows, const PairSettings &settings,
-                                    const TimeScale &scale)
+                                    const StreamForm &form)
 {
-    return scale.t3 ? pairsT3(events, rows, settings, scale) : pairsT2(events, rows, settings);
+    return form.t3 ? pairsT3(events, rows, settings, form) : pairsT2(events, rows, settings);
 }
 
 } // namespace TestSupport

@@ -10,21 +10,12 @@
 
 namespace TestSupport {
 
-struct TimeScale
-{
-    bool t3 = false;
-    uint64_t periodPs = 1; // T3: of the sync
-    double resolution = 1; // T3: ps of a dtime
-
-    uint64_t psOf(uint64_t raw) const;
-};
-
 // A trace of `bins` bins of `widthPs`. A bin that is left behind without having been given out is given out as
 // zero.
 class TraceReference
 {
 public:
-    TraceReference(size_t rows, size_t bins, uint64_t widthPs, TimeScale scale);
+    TraceReference(size_t rows, size_t bins, uint64_t widthPs, StreamForm form);
 
     void count(const Event &event);
     void giveOut(bool last);
@@ -35,7 +26,7 @@ public:
 private:
     const size_t bins;
     const uint64_t width;
-    const TimeScale scale;
+    const StreamForm form;
     std::vector<std::deque<uint64_t>> working; // a row a channel, each of `bins` elements
     std::vector<uint32_t> given;
     uint64_t first = 0, current = 0, lost = 0;
@@ -55,6 +46,6 @@ struct PairSettings
 
 // binsY rows x binsX columns; events on channels from `rows` on don't take part.
 std::vector<uint32_t> pairHistogram(const Events &events, size_t rows, const PairSettings &settings,
-                                    const TimeScale &scale);
+                                    const StreamForm &form);
 
 } // namespace TestSupport

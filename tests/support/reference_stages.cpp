@@ -5,18 +5,6 @@
 
 namespace TestSupport {
 
-uint64_t StreamForm::ps(uint64_t raw) const
-{
-    if (!t3) return raw;
-    return raw / 32768 * period + static_cast<uint64_t>(static_cast<double>(raw % 32768) * resolution);
-}
-
-uint64_t StreamForm::raw(uint64_t ps) const
-{
-    if (!t3) return ps;
-    return (((ps % period) / static_cast<uint64_t>(resolution)) & 0x7FFF) | (ps / period) << 15;
-}
-
 namespace {
 
 bool contains(const std::vector<uint8_t> &list, uint8_t channel)
@@ -236,12 +224,7 @@ void ReferenceCountRate::piece(const StreamForm &form, EventView in, EventSink &
 
 Events passPiece(ReferenceStage &stage, const StreamForm &form, const Events &in, bool last)
 {
-    std::vector<uint64_t> inTimes;
-    std::vector<uint8_t> inChannels;
-    for (const Event &event : in) {
-        inTimes.push_back(event.time);
-        inChannels.push_back(event.channel);
-    }
+    const EventArrays arrays(in);
     // A coincidence can write two events for each that it holds, and holds what earlier pieces left.
     size_t pending = 0;
     if (const auto *coincidence = std::get_if<ReferenceCoincidence>(&stage))
@@ -252,8 +235,9 @@ Events passPiece(ReferenceStage &stage, const StreamForm &form, const Events &in
     EventSink sink{times.data(), channels.data()};
     std::visit(
         [&](auto &one) {
-            one.piece(form, {inTimes.data(), inChannels.data(), inTimes.size()}, sink);
-            if (last) one.finish(sink);
+            one.piece(form, {arrays.times.data(), arrays.channels.data(), in.size()}, sink);
+            if constexpr (requires { one.finish(sink); })
+                if (last) one.finish(sink);
         },
         stage);
     Events out;

@@ -13,17 +13,6 @@
 
 namespace TestSupport {
 
-// How a stored time becomes picoseconds and back.
-struct StreamForm
-{
-    bool t3 = false;
-    uint64_t period = 1;     // ps
-    double resolution = 1.0; // ps
-
-    uint64_t ps(uint64_t raw) const;
-    uint64_t raw(uint64_t ps) const;
-};
-
 struct EventView
 {
     const uint64_t *times;
@@ -53,7 +42,6 @@ struct ReferenceMerge
     bool keep;
 
     void piece(const StreamForm &form, EventView in, EventSink &out);
-    void finish(EventSink &) {}
 };
 
 struct ReferenceCoincidence
@@ -87,7 +75,6 @@ struct ReferenceDelay
     std::deque<uint64_t> times{};
 
     void piece(const StreamForm &form, EventView in, EventSink &out);
-    void finish(EventSink &) {}
 };
 
 struct ReferenceHerald
@@ -101,7 +88,6 @@ struct ReferenceHerald
     bool seen = false;
 
     void piece(const StreamForm &form, EventView in, EventSink &out);
-    void finish(EventSink &) {}
 
 private:
     bool inside(uint64_t ps, uint64_t reference) const
@@ -115,7 +101,6 @@ struct ReferenceSubStream
     uint64_t from, to;
 
     void piece(const StreamForm &form, EventView in, EventSink &out);
-    void finish(EventSink &) {}
 };
 
 struct ReferenceCountRate
@@ -128,7 +113,6 @@ struct ReferenceCountRate
     uint64_t start = 0, firstSync = 0;
 
     void piece(const StreamForm &form, EventView in, EventSink &out);
-    void finish(EventSink &) {}
 };
 
 using ReferenceStage = std::variant<ReferenceMerge, ReferenceCoincidence, ReferenceDelay, ReferenceHerald,
