@@ -207,7 +207,7 @@ TEST(ChainChanges, AChainThatIsClearedBeforeARunHasItsStagesIsMissedByNobody)
     Counts counts(5, columns);
     Finished finished;
     getHistogram(nullptr, 0, 0, 0, counts.data.data(), finished.get());
-    std::this_thread::sleep_for(500ms);
+    ASSERT_TRUE(eventually([&] { return host.logged("CopyStoreThread started") == 1; })); // it waits for them
     clearManis(nullptr);
     ASSERT_TRUE(finished.wait());
     EXPECT_EQ(counts.sum(), records);
