@@ -128,7 +128,7 @@ void unfold(benchmark::State &state)
     auto place = [&] {
         uint64_t done = 0;
         count = 0;
-        placeEvents({block.Times.data(), block.Channels.data(), StreamWords, count}, {.MayWait = true},
+        placeEvents({block.Times.data(), block.Channels.data(), StreamWords, &count}, {.MayWait = true},
                     {events.Times.data(), events.Channels.data(), events.Count}, done);
         benchmark::ClobberMemory();
     };

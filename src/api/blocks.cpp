@@ -1,7 +1,7 @@
 // The stream itself, as record words or as decoded events.
 #include "api/exports.h"
+#include "measurements/raw.h"
 #include "measurements/unfold.h"
-#include "run/raw_block.h"
 #include "run/requests.h"
 #include "session/open_close.h"
 

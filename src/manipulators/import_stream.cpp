@@ -28,26 +28,14 @@ constexpr StageWords importWords = {
     .Overrun = nullptr, // it names the source too
 };
 
-// What the source's run leaves for others. Its ManisLock is held.
-struct SourceBlock
+// What the source's run leaves for others; no count: nothing. Its ManisLock is held.
+EventBlock sourceBlock(MeasContext &source, const Run &run)
 {
-    uint64_t *Times = nullptr;
-    uint8_t *Channels = nullptr;
-    uint64_t *Count = nullptr; // null: no such block
-};
-
-// A block of the caller is the caller's again once the run's Store is gone. What was left in it is kept in
-// ImportBlock.
-SourceBlock sourceBlock(MeasContext &source, Run &run)
-{
-    if (hasArrays(run.ImportBlock))
-        return {run.ImportBlock.Times.get(), run.ImportBlock.Channels.get(), &run.ImportBlock.Count};
-    const RunRequest &request = run.Request;
+    const EventBlock &block = run.Offered;
+    if (!block.Times || !block.Channels) return {};
     const bool isLive = std::any_of(source.Manis.begin(), source.Manis.end(),
                                     [](const auto &record) { return record->Type == ManisType::Store; });
-    if (request.Kind == MeasKind::Unfold && isLive && request.UnfoldTimes && request.UnfoldChannels)
-        return {request.UnfoldTimes, request.UnfoldChannels, &run.UnfoldCount};
-    return {};
+    return !block.IsHosts || isLive ? block : EventBlock();
 }
 
 // Nothing more comes into the block.
@@ -90,7 +78,7 @@ bool isReady(ImportState &import, const StageRef &stage)
     auto run = currentRun(source->context);
     if (!run || importsFrom(*import.Devices, source, stage.device.ID)) return false;
     std::lock_guard lock(source->context.ManisLock);
-    const SourceBlock block = sourceBlock(source->context, *run);
+    const EventBlock block = sourceBlock(source->context, *run);
     if (!block.Count || (*block.Count == 0 && isDone(*run))) return false;
     import.Source = source;
     joinImporters(import, stage, run);
@@ -111,7 +99,7 @@ void dropUsed(ImportState &import)
 
 // An event before the start of this device's run has no time in it, and is dropped.
 template <class Time>
-void appendImported(ImportState &import, Time time, const SourceBlock &block, uint64_t count)
+void appendImported(ImportState &import, Time time, const EventBlock &block, uint64_t count)
 {
     for (uint64_t i = 0; i < count; ++i) {
         const uint64_t ps = time.ps(block.Times[i]);
@@ -123,7 +111,7 @@ void appendImported(ImportState &import, Time time, const SourceBlock &block, ui
 }
 
 // Takes `count` events off the block's front.
-void takeFrom(ImportState &import, const StreamFacts &source, const SourceBlock &block, uint64_t count)
+void takeFrom(ImportState &import, const StreamFacts &source, const EventBlock &block, uint64_t count)
 {
     withTime(source, [&](auto time) { appendImported(import, time, block, count); });
     const uint64_t left = *block.Count - count;
@@ -152,7 +140,7 @@ void beforeTurn(ImportState &import, const StageRef &stage)
     const bool done = isDone(*run); // looked at before the block
     std::unique_lock lock(context.ManisLock);
     joinImporters(import, stage, run);
-    const SourceBlock block = sourceBlock(context, *run);
+    const EventBlock block = sourceBlock(context, *run);
     const uint64_t offered = block.Count ? *block.Count : 0;
     const uint64_t held = import.Times.size() - import.Cursor;
     uint64_t room = streamRecords() - std::min(held, streamRecords());

@@ -63,27 +63,17 @@ void numberChannels(Manipulator &record, int32_t oldIndex, uint64_t &next, int32
         record.OutChans.push_back(static_cast<uint8_t>(next++));
 }
 
-// Columns of a result that has a row for each channel.
-uint64_t columnsOf(const Run &run)
-{
-    switch (run.Request.Kind) {
-    case MeasKind::Histogram: return run.NumBins;
-    case MeasKind::TimeTrace: return run.Params.TimeTrace.TraceNumBins;
-    default: return 0;
-    }
-}
-
-// A stage that was added during a run made rows for which the caller's array has no room: the result moves to
-// an array of the run, and the caller's stays as it is. ManisLock is held.
-void moveResult(MeasContext &context, uint64_t rows)
+// A stage that was added during a run made rows for which the caller's array has no room: the counts move to an
+// array of the run, and the caller's stays as it is. ManisLock is held.
+void moveCounts(MeasContext &context, uint64_t rows)
 {
     auto run = currentRun(context);
-    if (!run || !isMeasuring(*run)) return;
-    uint64_t size = rows * columnsOf(*run);
-    if (size == 0 || run->HistoSize == size) return;
-    run->MovedHisto.assign(size, 0);
-    run->HistoData = run->MovedHisto.data();
-    run->HistoSize = run->MovedHisto.size();
+    if (!run || !isMeasuring(*run) || !run->ChannelRows) return;
+    CountArray &counts = *run->ChannelRows;
+    if (counts.Columns == 0 || rows == counts.Rows) return;
+    counts.Moved.assign(rows * counts.Columns, 0);
+    counts.Data = counts.Moved.data();
+    counts.Rows = rows;
 }
 
 } // namespace
@@ -119,7 +109,7 @@ void rearrange(Device &device, MeasContext &context)
     for (const auto &record : context.Manis) numberChannels(*record, record->Index, next, device.NumChans);
     linkRecords(context.Manis);
     context.ManisChans = next - static_cast<uint64_t>(device.NumChans) - 1;
-    moveResult(context, next);
+    moveCounts(context, next);
 }
 
 } // namespace Tessel

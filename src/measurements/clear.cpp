@@ -2,7 +2,7 @@
 
 #include "devices/primitives.h"
 #include "manipulators/chain.h"
-#include "measurements/results.h"
+#include "measurements/measurement.h"
 #include "threads/run_control.h"
 
 namespace Tessel {
@@ -20,7 +20,7 @@ void clearMeasure(const DeviceRef &target)
 {
     if (!target->device.IsInitialized) return;
     auto run = currentRun(target->context);
-    if (!run || !hasResult(run->Request.Kind)) return;
+    if (!run || !hasResult(*run)) return;
     if (target->device.MeasMode == MeasMode::Histogramming) clearHistMem(target->device);
     clearResult(target, *run);
     run->ClearRequested = true;

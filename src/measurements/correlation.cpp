@@ -1,8 +1,12 @@
 // CorrThread: counts the pairs of two channels of a T2 or T3 stream; the new-data step makes curves of them.
+#include "measurements/correlation.h"
+
+#include "devices/result.h"
 #include "measurements/correlation_count.h"
+#include "measurements/correlation_result.h"
+#include "measurements/correlation_setup.h"
 #include "measurements/frame.h"
 #include "measurements/sequence_steps.h"
-#include "measurements/threads.h"
 #include "stream/times.h"
 
 #include <algorithm>
@@ -20,7 +24,9 @@ constexpr int64_t longTurnNs = 100'000'000; // nor what waits for ManisLock
 class CorrelationMeasurement
 {
 public:
-    const char *name = "CorrThread";
+    const char *name = Correlation::Steps.ThreadName;
+
+    explicit CorrelationMeasurement(Correlation &ofRun) : result(ofRun) {}
 
     void prepare(RunRef &) { times.resize(correlationBlock); }
 
@@ -39,7 +45,7 @@ public:
         run.run->NewData = true;
         newDataStep(run);
         std::lock_guard lock(run.context.ManisLock);
-        run.run->Correlation->Rings = {};
+        result.Work->Rings = {};
     }
 
 private:
@@ -107,7 +113,7 @@ private:
     Step countBlock(RunRef &run, const TimedEvents &events)
     {
         MeasContext &context = run.context;
-        CorrelationWork &work = *run.run->Correlation;
+        CorrelationWork &work = *result.Work;
         Step step{events.Count, false};
         switch (context.SequenceMode) {
         case 1: step = stepByTime(events, context.SequencePeriodPs); break;
@@ -150,6 +156,7 @@ private:
         return counted % eventsToLook == 0 && monotonicNs() - run.run->LastPublish > givenOutEveryNs;
     }
 
+    Correlation &result;
     std::vector<uint64_t> times; // ps, of a T3 block
     bool hasOrigin = false;
     uint64_t origin = 0;    // ps, of the present step of a time sequence
@@ -158,12 +165,54 @@ private:
     uint64_t longestBlock = correlationBlock;
 };
 
-} // namespace
-
-void CorrThread(RunRef run)
+void CorrThread(RunRef run, Correlation &result)
 {
-    CorrelationMeasurement measurement;
+    CorrelationMeasurement measurement(result);
     runMeasurement(run, measurement);
 }
+
+bool checkCorrelation(const RunRef &run)
+{
+    const CorrelationParams &params = run.run->Params.Correlation;
+    if (!hasTimeScale(run)) return false;
+    if (params.CorrMode == CorrMode::G2 && params.CorrBinWidth == 0)
+        return refuse(run.device, "A correlation bin width of 0 ps, can't measure!");
+    if (params.CorrMode != CorrMode::G2 && lagGridOf(run.run->Facts, params).Edges[0] == 0)
+        return refuse(run.device, "A shortest lag of 0 ps, can't measure!");
+    return true;
+}
+
+bool makeRows(RunRef &run, Correlation &result)
+{
+    result.Work = setUpCorrelation(run.run->Facts, run.run->Params.Correlation);
+    return true;
+}
+
+void giveOutCorrelation(Run &, Correlation &result)
+{
+    if (result.Work) giveOutCurves(*result.Work, result.Curves);
+}
+
+void clearCurves(Correlation &result)
+{
+    if (!result.Work) return;
+    clearCorrelation(*result.Work);
+    if (result.Curves) std::fill_n(result.Curves, result.CurveSize, 0.0);
+}
+
+} // namespace
+
+// Unlike counts, curves aren't emptied at the start: they stay as they are until the first event is counted.
+const MeasurementSteps<Correlation> Correlation::Steps = {
+    .Shape = [](const Run &run) { return curveShape(run.Facts, run.Params.Correlation); },
+    .Size = [](Run &, Correlation &result,
+               const ResultShape &shape) { result.CurveSize = shape.Rows * shape.Columns; },
+    .Check = checkCorrelation,
+    .Prepare = makeRows,
+    .ThreadName = "CorrThread",
+    .Thread = CorrThread,
+    .GiveOut = giveOutCorrelation,
+    .Clear = clearCurves,
+};
 
 } // namespace Tessel

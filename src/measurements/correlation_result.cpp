@@ -58,11 +58,6 @@ void giveOutLags(const CorrelationWork &work, double *y)
 
 } // namespace
 
-uint64_t curveSize(const CorrelationWork &work)
-{
-    return (work.Params.CorrMode == CorrMode::G2 ? 2 : 3) * work.Lags;
-}
-
 void giveOutCurves(const CorrelationWork &work, double *y)
 {
     if (!y || (work.CorrCounts[0] == 0 && work.CorrCounts[1] == 0)) return;
@@ -72,11 +67,10 @@ void giveOutCurves(const CorrelationWork &work, double *y)
         giveOutLags(work, y);
 }
 
-void clearCorrelation(CorrelationWork &work, double *y)
+void clearCorrelation(CorrelationWork &work)
 {
     for (auto &row : work.Rows) std::fill_n(row.get(), work.Lags, 0);
     work.CorrCounts = work.FirstTime = work.LastTimes = {};
-    if (y) std::fill_n(y, curveSize(work), 0.0);
 }
 
 } // namespace Tessel

@@ -68,6 +68,12 @@ LagGrid lagGridOf(const StreamFacts &facts, const CorrelationParams &params)
                    params.CorrSteps);
 }
 
+ResultShape curveShape(const StreamFacts &facts, const CorrelationParams &params)
+{
+    if (params.CorrMode == CorrMode::G2) return {1, 2 * g2Bins(params), sizeof(double)};
+    return {3, lagGridOf(facts, params).Edges.size(), sizeof(double)};
+}
+
 std::shared_ptr<CorrelationWork> setUpCorrelation(const StreamFacts &facts, const CorrelationParams &params)
 {
     auto work = std::make_shared<CorrelationWork>();

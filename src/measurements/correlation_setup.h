@@ -2,6 +2,7 @@
 #pragma once
 
 #include "measurements/correlation_work.h"
+#include "measurements/measurement_steps.h"
 #include "records/facts.h"
 
 #include <memory>
@@ -16,6 +17,9 @@ uint64_t g2Bins(const CorrelationParams &params);
 
 // The grid of FCS and FFCS.
 LagGrid lagGridOf(const StreamFacts &facts, const CorrelationParams &params);
+
+// The caller's y values. g2: both halves as one row; FCS, FFCS: three curves.
+ResultShape curveShape(const StreamFacts &facts, const CorrelationParams &params);
 
 // Throws if the memory is refused.
 std::shared_ptr<CorrelationWork> setUpCorrelation(const StreamFacts &facts, const CorrelationParams &params);

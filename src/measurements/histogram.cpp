@@ -1,8 +1,11 @@
 // HistoThread: counts the stream of a T2 or T3 run into one histogram per channel, in the caller's array.
+#include "measurements/histogram.h"
+
+#include "devices/result.h"
 #include "measurements/block_turns.h"
+#include "measurements/count_array.h"
 #include "measurements/histogram_count.h"
 #include "measurements/sequence_steps.h"
-#include "measurements/threads.h"
 #include "stream/times.h"
 
 #include <algorithm>
@@ -11,18 +14,20 @@ namespace Tessel {
 
 namespace {
 
-// What a batch is counted by; the result's shape can change with the chain.
-struct HistogramShape
+// What a batch is counted into; the array can change with the chain.
+struct HistogramRows
 {
     uint32_t *Histo;
     uint64_t NumBins;
-    uint64_t Rows; // never past the array's end
+    uint64_t Count; // never past the array's end
 };
 
 class HistogramMeasurement
 {
 public:
-    const char *name = "HistoThread";
+    const char *name = Histogram::Steps.ThreadName;
+
+    explicit HistogramMeasurement(Histogram &ofRun) : result(ofRun) {}
 
     void prepare(RunRef &run)
     {
@@ -42,28 +47,26 @@ public:
                 if (stopCount != 0)
                     countEvents(run, block, numChans);
                 else
-                    countBlock(run, shapeOf(run, numChans), block);
+                    countBlock(run, rowsFor(numChans), block);
             });
     }
 
     void finish(RunRef &) {}
 
 private:
-    static HistogramShape shapeOf(RunRef &run, uint64_t numChans)
+    HistogramRows rowsFor(uint64_t numChans) const
     {
-        uint64_t numBins = run.run->NumBins;
-        uint64_t rows = numBins && run.run->HistoData ? run.run->HistoSize / numBins : 0;
-        return {run.run->HistoData, numBins, std::min(numChans, rows)};
+        return {result.Counts.Data, result.Counts.Columns, std::min(numChans, result.Counts.Rows)};
     }
 
-    void countBlock(RunRef &run, const HistogramShape &shape, EventBatch block) const
+    void countBlock(RunRef &run, const HistogramRows &rows, EventBatch block) const
     {
         if (isT2)
-            countT2(block.Times, block.Channels, block.Count, shape.Histo,
-                    {run.run->LastRefTime, run.run->Params.Histogram.HistoRefChan,
-                     run.run->Params.Histogram.HistoBinWidth, shape.NumBins, shape.Rows});
+            countT2(block.Times, block.Channels, block.Count, rows.Histo,
+                    {result.LastRefTime, run.run->Params.Histogram.HistoRefChan,
+                     run.run->Params.Histogram.HistoBinWidth, rows.NumBins, rows.Count});
         else
-            countT3(block.Times, block.Channels, block.Count, shape.Histo, shape.NumBins, shape.Rows);
+            countT3(block.Times, block.Channels, block.Count, rows.Histo, rows.NumBins, rows.Count);
     }
 
     template <class IsQuiet>
@@ -82,24 +85,24 @@ private:
     {
         for (uint64_t i = 0; i < batch.Count; ++i)
             if (!isSkipped(batch.Channels[i], numChans))
-                countEvent(run, shapeOf(run, numChans), batch.Times[i], batch.Channels[i]);
+                countEvent(run, rowsFor(numChans), batch.Times[i], batch.Channels[i]);
     }
 
-    void countEvent(RunRef &run, const HistogramShape &shape, uint64_t time, uint8_t channel)
+    void countEvent(RunRef &run, const HistogramRows &rows, uint64_t time, uint8_t channel)
     {
         const HistogramParams &params = run.run->Params.Histogram;
-        uint64_t &lastRef = run.run->LastRefTime;
+        uint64_t &lastRef = result.LastRefTime;
         if (!isT2)
-            countBin(run, shape, channel, time & dtimeMask);
+            countBin(run, rows, channel, time & dtimeMask);
         else if (lastRef != 0)
-            countBin(run, shape, channel, (time - lastRef) / params.HistoBinWidth);
+            countBin(run, rows, channel, (time - lastRef) / params.HistoBinWidth);
         if (isT2 && channel == params.HistoRefChan) lastRef = time;
     }
 
-    void countBin(RunRef &run, const HistogramShape &shape, uint8_t channel, uint64_t bin)
+    void countBin(RunRef &run, const HistogramRows &rows, uint8_t channel, uint64_t bin)
     {
-        if (bin >= shape.NumBins || channel >= shape.Rows) return;
-        uint32_t &element = shape.Histo[shape.NumBins * channel + bin];
+        if (bin >= rows.NumBins || channel >= rows.Count) return;
+        uint32_t &element = rows.Histo[rows.NumBins * channel + bin];
         // A T2 channel that came during the run doesn't count under a stop count; a T3 channel does.
         if (stopCount == 0)
             ++element;
@@ -115,6 +118,7 @@ private:
         if (isT2) tellStopCount(run.device, channel, count);
     }
 
+    Histogram &result;
     uint32_t stopCount = 0;
     uint8_t startChans = 0;
     bool isT2 = false;
@@ -124,12 +128,38 @@ private:
     SequenceSteps steps;
 };
 
-} // namespace
-
-void HistoThread(RunRef run)
+void HistoThread(RunRef run, Histogram &result)
 {
-    HistogramMeasurement measurement;
+    HistogramMeasurement measurement(result);
     runMeasurement(run, measurement);
 }
+
+void sizeHistogram(Run &run, Histogram &result, const ResultShape &shape)
+{
+    size(result.Counts, shape);
+    run.ChannelRows = &result.Counts;
+}
+
+bool checkHistogram(const RunRef &run)
+{
+    if (!hasTimeScale(run)) return false;
+    if (run.run->Facts.Mode == MeasMode::T2 && run.run->Params.Histogram.HistoBinWidth == 0)
+        return refuse(run.device, "A histogram bin width of 0 ps, can't measure!");
+    return true;
+}
+
+} // namespace
+
+const MeasurementSteps<Histogram> Histogram::Steps = {
+    .Shape =
+        [](const Run &run) {
+            return ResultShape{run.NumRows, run.NumBins, sizeof(uint32_t)};
+        },
+    .Size = sizeHistogram,
+    .Check = checkHistogram,
+    .ThreadName = "HistoThread",
+    .Thread = HistoThread,
+    .Clear = [](Histogram &result) { clear(result.Counts); },
+};
 
 } // namespace Tessel

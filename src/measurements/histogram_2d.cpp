@@ -1,8 +1,11 @@
 // Histo2dThread: sorts pairs of events of a T2 or T3 run by two delays into the caller's array.
+#include "measurements/histogram_2d.h"
+
+#include "devices/result.h"
 #include "measurements/block_turns.h"
+#include "measurements/count_array.h"
 #include "measurements/histogram_2d_count.h"
 #include "measurements/sequence_steps.h"
-#include "measurements/threads.h"
 #include "stream/rounding.h"
 
 namespace Tessel {
@@ -12,7 +15,9 @@ namespace {
 class Histogram2dMeasurement
 {
 public:
-    const char *name = "Histo2dThread";
+    const char *name = Histogram2d::Steps.ThreadName;
+
+    explicit Histogram2dMeasurement(Histogram2d &ofRun) : counts(ofRun.Counts) {}
 
     void prepare(RunRef &run)
     {
@@ -24,7 +29,7 @@ public:
 
     void count(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
     {
-        if (run.run->HistoSize == 0) return; // no array: nothing to count into
+        if (counts.Rows == 0) return; // no array: nothing to count into
         auto isQuiet = [this, numChans](uint8_t channel) { return isT2 && isSkipped(channel, numChans); };
         withTime(run.run->Facts, [&](const auto &time) {
             if (run.context.SequenceMode != 0)
@@ -35,7 +40,7 @@ public:
                         countToStop(run, block, numChans, time);
                     else
                         histogram2dCount(search, rules, time, block.Times, block.Channels, block.Count,
-                                         numChans, run.run->HistoData);
+                                         numChans, counts.Data);
                 });
         });
     }
@@ -72,7 +77,7 @@ private:
         const bool isCounted = stopCount == 0 || (!stopped && channel < startChans);
         // In T2 a stop count makes every pair one of the recovery case.
         const bool recovering = (isT2 && stopCount != 0) || isRecovering(rules.Params, pair);
-        uint32_t *histo = run.run->HistoData;
+        uint32_t *histo = counts.Data;
         uint64_t element = 0;
         if (isCounted) {
             const auto found = elementOf(rules.Params, pair, recovering);
@@ -91,6 +96,7 @@ private:
         tellStopCount(run.device, channel, count);
     }
 
+    CountArray &counts;
     PairRules rules;
     PairSearch search;
     uint32_t stopCount = 0;
@@ -101,12 +107,37 @@ private:
     SequenceSteps steps;
 };
 
-} // namespace
-
-void Histo2dThread(RunRef run)
+void Histo2dThread(RunRef run, Histogram2d &result)
 {
-    Histogram2dMeasurement measurement;
+    Histogram2dMeasurement measurement(result);
     runMeasurement(run, measurement);
 }
+
+ResultShape histogram2dShape(const Run &run)
+{
+    return {run.Params.Histo2d.H2dNumBinsY, run.Params.Histo2d.H2dNumBinsX, sizeof(uint32_t)};
+}
+
+bool checkHistogram2d(const RunRef &run)
+{
+    const Histo2dParams &params = run.run->Params.Histo2d;
+    if (!hasTimeScale(run)) return false;
+    if (params.H2dBinWidthX == 0 || params.H2dBinWidthY == 0)
+        return refuse(run.device, "A two-dimensional histogram with a bin width of 0 ps, can't measure!");
+    if (params.H2dNumBinsX == 0 || params.H2dNumBinsY == 0)
+        return refuse(run.device, "A two-dimensional histogram without bins, can't measure!");
+    return true;
+}
+
+} // namespace
+
+const MeasurementSteps<Histogram2d> Histogram2d::Steps = {
+    .Shape = histogram2dShape,
+    .Size = [](Run &, Histogram2d &result, const ResultShape &shape) { size(result.Counts, shape); },
+    .Check = checkHistogram2d,
+    .ThreadName = "Histo2dThread",
+    .Thread = Histo2dThread,
+    .Clear = [](Histogram2d &result) { clear(result.Counts); },
+};
 
 } // namespace Tessel

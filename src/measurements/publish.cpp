@@ -2,7 +2,7 @@
 
 #include "log/log.h"
 #include "measurements/clear.h"
-#include "measurements/results.h"
+#include "measurements/measurement.h"
 #include "settings/system_ini.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
@@ -16,11 +16,11 @@ namespace {
 bool takeNewData(RunRef &ref)
 {
     Run &run = *ref.run;
-    if (!run.NewData || !isMeasuring(run) || !hasResult(run.Request.Kind)) return false;
+    if (!run.NewData || !isMeasuring(run) || !hasResult(run)) return false;
     std::lock_guard lock(ref.context.ManisLock);
     // The other publisher may have been first: what has been counted since then isn't given out yet.
     if (!run.NewData.exchange(false)) return false;
-    giveOutResult(ref);
+    giveOutResult(run);
     return true;
 }
 

@@ -2,37 +2,39 @@
 // scrolls them into the caller's array.
 #include "measurements/time_trace.h"
 
+#include "devices/result.h"
 #include "measurements/block_turns.h"
+#include "measurements/count_array.h"
 #include "measurements/sequence_steps.h"
-#include "measurements/threads.h"
-#include "measurements/time_trace_count.h"
 
 namespace Tessel {
 
 namespace {
 
-void tellFirstBin(Run &run)
+void tellFirstBin(const TimeTrace &trace)
 {
-    if (run.Request.TraceFirstBin) *run.Request.TraceFirstBin = run.TimeTrace->FirstBin;
+    if (trace.FirstBin) *trace.FirstBin = trace.Window.FirstBin;
 }
 
 class TimeTraceMeasurement
 {
 public:
-    const char *name = "TimeTraceThread";
+    const char *name = TimeTrace::Steps.ThreadName;
+
+    explicit TimeTraceMeasurement(TimeTrace &ofRun) : trace(ofRun) {}
 
     void prepare(RunRef &) {}
 
     void count(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
     {
-        TimeTraceWork &work = *run.run->TimeTrace;
+        TimeTraceWork &work = trace.Window;
         if (numChans > work.Rows) work.growTo(numChans);
         withTime(run.run->Facts, [&](const auto &time) {
             if (!hasOrigin) origin = time.ps(batch.Times[0]) / originStep * originStep;
             hasOrigin = true;
             auto countBlock = [&](EventBatch block) {
                 timeTraceCount(work, time, block.Times, block.Channels, block.Count);
-                tellFirstBin(*run.run);
+                tellFirstBin(trace);
             };
             if (run.context.SequenceMode == 0)
                 countInBlocks(run, batch, manis, isMarker, countBlock);
@@ -70,38 +72,70 @@ private:
         }
     }
 
+    TimeTrace &trace;
     bool hasOrigin = false;
     uint64_t origin = 0;    // ps, of the present step of a time sequence
     uint64_t counted = 0;   // events, markers included
     uint64_t countMark = 0; // events at the start of the present step of a count sequence
 };
 
-} // namespace
+void TimeTraceThread(RunRef run, TimeTrace &trace)
+{
+    TimeTraceMeasurement measurement(trace);
+    runMeasurement(run, measurement);
+}
 
-bool makeTraceWork(RunRef &run)
+void sizeTrace(Run &run, TimeTrace &trace, const ResultShape &shape)
+{
+    size(trace.Counts, shape);
+    run.ChannelRows = &trace.Counts;
+    tellFirstBin(trace);
+}
+
+bool checkTrace(const RunRef &run)
 {
     const TimeTraceParams &params = run.run->Params.TimeTrace;
-    auto work = std::make_shared<TimeTraceWork>();
-    work->BinWidth = traceBinWidth(params.TraceHistorySize, params.TraceNumBins);
-    if (!work->allocate(run.run->NumRows, params.TraceNumBins)) return false;
-    run.run->TimeTrace = work;
+    if (!hasTimeScale(run)) return false;
+    if (params.TraceNumBins == 0) return refuse(run.device, "A time trace without bins, can't measure!");
+    if (traceBinWidth(params.TraceHistorySize, params.TraceNumBins) == 0)
+        return refuse(run.device, "A time trace with a bin width of 0 ps, can't measure!");
     return true;
 }
 
-void giveOutTimeTrace(RunRef &ref)
+bool makeWindow(RunRef &run, TimeTrace &trace)
 {
-    Run &run = *ref.run;
-    if (!run.TimeTrace) return;
-    TimeTraceWork &work = *run.TimeTrace;
-    const bool last = run.LastData.exchange(false);
-    giveOutTrace(work, run.HistoData, run.HistoSize / work.NumBins, last);
-    tellFirstBin(run);
+    const TimeTraceParams &params = run.run->Params.TimeTrace;
+    TimeTraceWork window;
+    window.BinWidth = traceBinWidth(params.TraceHistorySize, params.TraceNumBins);
+    if (!window.allocate(run.run->NumRows, params.TraceNumBins))
+        return refuse(run.device, "No memory for the time trace!");
+    trace.Window = std::move(window);
+    return true;
 }
 
-void TimeTraceThread(RunRef run)
+// Scrolls what is complete into the caller's array, at the end of the run the last bin as well, and tells the
+// window's first bin.
+void scrollTrace(Run &run, TimeTrace &trace)
 {
-    TimeTraceMeasurement measurement;
-    runMeasurement(run, measurement);
+    if (trace.Window.NumBins == 0) return; // not made yet
+    giveOutTrace(trace.Window, trace.Counts.Data, trace.Counts.Rows, run.LastData.exchange(false));
+    tellFirstBin(trace);
 }
+
+} // namespace
+
+const MeasurementSteps<TimeTrace> TimeTrace::Steps = {
+    .Shape =
+        [](const Run &run) {
+            return ResultShape{run.NumRows, run.Params.TimeTrace.TraceNumBins, sizeof(uint32_t)};
+        },
+    .Size = sizeTrace,
+    .Check = checkTrace,
+    .Prepare = makeWindow,
+    .ThreadName = "TimeTraceThread",
+    .Thread = TimeTraceThread,
+    .GiveOut = scrollTrace,
+    .Clear = [](TimeTrace &trace) { clear(trace.Counts); },
+};
 
 } // namespace Tessel

@@ -1,15 +1,19 @@
-// The time trace of a run: sizing, giving out. ManisLock is held for all of it.
+// The time trace of a T2 or T3 run: counts per bin of time, a row a channel, that scroll through the caller's
+// array.
 #pragma once
 
-#include "records/refs.h"
+#include "measurements/measurement_steps.h"
+#include "measurements/time_trace_count.h"
 
 namespace Tessel {
 
-// Makes the window of the run's trace. False: there is no memory for it.
-bool makeTraceWork(RunRef &run);
+struct TimeTrace // guarded by ManisLock
+{
+    CountArray Counts;
+    uint64_t *FirstBin = nullptr; // the caller's: absolute number of the window's first bin; null: not told
+    TimeTraceWork Window{};       // the bins that aren't given out yet
 
-// Scrolls what is complete into the result, at the end of the run the last bin as well, and tells the caller
-// the window's first bin.
-void giveOutTimeTrace(RunRef &run);
+    static const MeasurementSteps<TimeTrace> Steps;
+};
 
 } // namespace Tessel

@@ -3,7 +3,8 @@
 // block has room.
 #include "measurements/unfold.h"
 
-#include "measurements/threads.h"
+#include "devices/result.h"
+#include "measurements/measurement.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
 
@@ -12,32 +13,49 @@
 
 namespace Tessel {
 
-UnfoldBlock unfoldBlock(Run &run)
+EventBlock hostsBlock(const RunRequest &request)
 {
-    if (run.Request.Kind == MeasKind::ImportSource) {
-        EventStore &own = run.ImportBlock;
-        return {own.Times.get(), own.Channels.get(), own.Capacity, own.Count};
-    }
-    const RunRequest &request = run.Request;
-    return {request.UnfoldTimes, request.UnfoldChannels, request.UnfoldCapacity, run.UnfoldCount};
+    return {.Times = request.UnfoldTimes,
+            .Channels = request.UnfoldChannels,
+            .Capacity = request.UnfoldCapacity,
+            .Count = request.UnfoldCount,
+            .IsHosts = true};
 }
 
 namespace {
 
-void append(const UnfoldBlock &block, EventBatch batch, uint64_t first, uint64_t size)
+EventBlock blockOn(EventStore &store)
 {
-    if (block.Times) std::copy_n(batch.Times + first, size, block.Times + block.Count);
-    if (block.Channels) std::copy_n(batch.Channels + first, size, block.Channels + block.Count);
-    block.Count += size;
+    return {.Times = store.Times.get(),
+            .Channels = store.Channels.get(),
+            .Capacity = store.Capacity,
+            .Count = &store.Count};
+}
+
+bool takesEvents(const EventBlock &block)
+{
+    return block.Capacity > 0 && (block.Times || block.Channels);
+}
+
+uint64_t roomOf(const EventBlock &block)
+{
+    return block.Capacity - std::min(*block.Count, block.Capacity);
+}
+
+void append(const EventBlock &block, EventBatch batch, uint64_t first, uint64_t size)
+{
+    if (block.Times) std::copy_n(batch.Times + first, size, block.Times + *block.Count);
+    if (block.Channels) std::copy_n(batch.Channels + first, size, block.Channels + *block.Count);
+    *block.Count += size;
 }
 
 } // namespace
 
-Placed placeEvents(const UnfoldBlock &block, const StreamFacts &facts, EventBatch batch, uint64_t &done)
+Placed placeEvents(const EventBlock &block, const StreamFacts &facts, EventBatch batch, uint64_t &done)
 {
-    const uint64_t left = batch.Count - done, room = block.room();
+    const uint64_t left = batch.Count - done, room = roomOf(block);
     const bool fits = left <= room;
-    if (!block.takesEvents() || (!fits && !facts.MayWait && !facts.IsLive)) {
+    if (!takesEvents(block) || (!fits && !facts.MayWait && !facts.IsLive)) {
         done = batch.Count;
         return Placed::All;
     }
@@ -48,7 +66,7 @@ Placed placeEvents(const UnfoldBlock &block, const StreamFacts &facts, EventBatc
         return Placed::Some;
     }
     const uint64_t size = std::min(left, block.Capacity);
-    if (!fits) block.Count = 0;
+    if (!fits) *block.Count = 0;
     append(block, batch, batch.Count - size, size);
     done = batch.Count;
     return fits ? Placed::All : size < left ? Placed::LastOnly : Placed::Overwritten;
@@ -59,13 +77,13 @@ void takeUnfoldBlock(MeasContext &context, uint64_t *times, uint8_t *channels, u
     auto run = currentRun(context);
     if (!run || run->Request.Kind != MeasKind::Unfold) return;
     std::unique_lock lock(context.ManisLock);
-    const UnfoldBlock block = unfoldBlock(*run);
-    const uint64_t held = std::min(block.Count, block.Capacity);
+    const EventBlock &block = resultAs<UnfoldEvents>(*run).Block;
+    const uint64_t held = std::min(*block.Count, block.Capacity);
     if (held == 0) return;
     if (times && block.Times) std::copy_n(block.Times, held, times);
     if (channels && block.Channels) std::copy_n(block.Channels, held, channels);
     if (count) *count = held;
-    block.Count = 0;
+    *block.Count = 0;
     noteTaken(*run);
     lock.unlock();
     run->BlockTaken.notify_all();
@@ -103,12 +121,13 @@ bool isImported(const RunRef &ref)
 class UnfoldMeasurement
 {
 public:
-    const char *name = "UnfoldThread";
+    const char *name = UnfoldEvents::Steps.ThreadName;
+
+    explicit UnfoldMeasurement(UnfoldEvents &ofRun) : result(ofRun), block(ofRun.Block) {}
 
     void prepare(RunRef &run)
     {
-        const UnfoldBlock block = unfoldBlock(*run.run);
-        highWater = block.takesEvents() ? block.Capacity : streamRecords();
+        highWater = takesEvents(block) ? block.Capacity : streamRecords();
         setHighWater(run.context, highWater);
     }
 
@@ -123,7 +142,7 @@ public:
         Run &run = *ref.run;
         for (uint64_t done = 0; !isAborted(run);) {
             const uint64_t before = done;
-            const Placed placed = placeEvents(unfoldBlock(run), run.Facts, batch, done);
+            const Placed placed = placeEvents(block, run.Facts, batch, done);
             if (done > before) tellTakers(ref, manis);
             if (placed != Placed::Some) return reportOverrun(ref.device, placed);
             if (!waitForRoom(ref, manis, batch.Count - done)) return;
@@ -132,21 +151,20 @@ public:
 
     void finish(RunRef &run)
     {
-        if (run.run->Request.Kind == MeasKind::Unfold && isImported(run)) keepForImport(run);
+        if (block.IsHosts && isImported(run)) keepForImport(run);
     }
 
 private:
     // The host's block is the host's again once the run is over, and whoever imports may not have come as far.
-    static void keepForImport(RunRef &run)
+    void keepForImport(RunRef &run)
     {
         std::lock_guard lock(run.context.ManisLock);
-        const UnfoldBlock block = unfoldBlock(*run.run);
-        EventStore &kept = run.run->ImportBlock;
-        if (!block.Times || !block.Channels || block.Count == 0) return;
-        if (!allocate(kept, block.Count)) throw std::bad_alloc();
-        append({kept.Times.get(), kept.Channels.get(), kept.Capacity, kept.Count},
-               {block.Times, block.Channels, block.Count}, 0, block.Count);
-        block.Count = 0;
+        EventStore &kept = result.Own;
+        if (!block.Times || !block.Channels || *block.Count == 0) return;
+        if (!allocate(kept, *block.Count)) throw std::bad_alloc();
+        append(blockOn(kept), {block.Times, block.Channels, *block.Count}, 0, *block.Count);
+        *block.Count = 0;
+        run.run->Offered = blockOn(kept);
     }
 
     static void reportOverrun(const Device &device, Placed placed)
@@ -169,17 +187,16 @@ private:
     }
 
     // False: nobody will take what is left.
-    static bool waitForRoom(RunRef &ref, std::unique_lock<std::mutex> &manis, uint64_t events)
+    bool waitForRoom(RunRef &ref, std::unique_lock<std::mutex> &manis, uint64_t events)
     {
         Run &run = *ref.run;
-        auto goesOn = [&run, events] {
-            const UnfoldBlock block = unfoldBlock(run); // what is larger than the block goes piece by piece
-            return block.room() >= (events > block.Capacity ? 1 : events) || isAborted(run);
+        auto goesOn = [this, &run, events] { // what is larger than the block goes piece by piece
+            return roomOf(block) >= (events > block.Capacity ? 1 : events) || isAborted(run);
         };
         if (goesOn()) return true;
         if (run.Request.UnfoldCount) // the host may set the count back without a call
             run.BlockTaken.wait_for(manis, Pace::hostsCount, goesOn);
-        else if (run.Request.Kind != MeasKind::ImportSource)
+        else if (block.IsHosts)
             run.BlockTaken.wait(manis, goesOn);
         else if (!hasReached(run, RunPhase::ConsumersEnd))
             run.BlockTaken.wait(manis, [&] { return goesOn() || hasReached(run, RunPhase::ConsumersEnd); });
@@ -196,15 +213,41 @@ private:
         return imported;
     }
 
+    UnfoldEvents &result;
+    const EventBlock &block;
     uint64_t highWater = 0; // of the final store
 };
 
-} // namespace
-
-void UnfoldThread(RunRef run)
+void UnfoldThread(RunRef run, UnfoldEvents &result)
 {
-    UnfoldMeasurement measurement;
+    UnfoldMeasurement measurement(result);
     runMeasurement(run, measurement);
 }
+
+void beginUnfold(Run &run, UnfoldEvents &result)
+{
+    if (!result.Block.IsHosts) return;
+    if (!result.Block.Count) result.Block.Count = &result.OwnCount;
+    *result.Block.Count = 0;
+    run.Offered = result.Block;
+}
+
+bool makeImportBlock(RunRef &run, UnfoldEvents &result)
+{
+    if (result.Block.IsHosts) return true;
+    if (!allocate(result.Own, streamRecords())) return refuse(run.device, "No memory for the import block!");
+    run.run->Offered = result.Block = blockOn(result.Own);
+    return true;
+}
+
+} // namespace
+
+const MeasurementSteps<UnfoldEvents> UnfoldEvents::Steps = {
+    .Begin = beginUnfold,
+    .Check = hasTimeScale,
+    .Prepare = makeImportBlock,
+    .ThreadName = "UnfoldThread",
+    .Thread = UnfoldThread,
+};
 
 } // namespace Tessel

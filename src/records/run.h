@@ -29,6 +29,7 @@ enum class MeasKind : uint32_t {
 };
 
 struct DeviceLookUp;
+struct MeasResult; // measurements/measurement.h
 
 // What an entry asks for. The pointers are the caller's, valid until the finished byte is 1.
 struct RunRequest
@@ -54,8 +55,24 @@ struct RunRequest
 };
 
 struct Manipulator;
-struct TimeTraceWork;
-struct CorrelationWork;
+
+// Counts in rows and columns, in the caller's array. Those of a run are guarded by ManisLock.
+struct CountArray
+{
+    uint32_t *Data = nullptr;       // the caller's, or Moved
+    uint64_t Rows = 0, Columns = 0; // no rows: there is no array
+    std::vector<uint32_t> Moved{};  // where a stage added during the run moved the counts to
+};
+
+// A block of decoded events, from which they are taken: by the host, or by import stages of other devices.
+struct EventBlock
+{
+    uint64_t *Times = nullptr;
+    uint8_t *Channels = nullptr;
+    uint64_t Capacity = 0;
+    uint64_t *Count = nullptr;
+    bool IsHosts = false; // the host's memory: its again once the run's final record is gone
+};
 
 // Shared by the threads of the run and by the MeasContext, which keeps the last run for its result.
 struct Run
@@ -70,13 +87,16 @@ struct Run
 
     RunControl Control{};
 
-    // The result; guarded by ManisLock.
-    uint32_t *HistoData = nullptr;      // the caller's, or MovedHisto
-    uint64_t HistoSize = 0;             // elements of HistoData
-    std::vector<uint32_t> MovedHisto{}; // where a stage added during the run moved the result to
-    uint64_t LastRefTime = 0;           // ps, of the last reference event; 0: none seen
-    std::shared_ptr<TimeTraceWork> TimeTrace{};
-    std::shared_ptr<CorrelationWork> Correlation{};
+    // What Request asks for: the result of its kind, made with the run.
+    std::shared_ptr<MeasResult> Result{};
+    // What the chain reaches of it; guarded by ManisLock.
+    CountArray *ChannelRows = nullptr; // counts with a row a channel, which follow the chain; null: none
+    EventBlock Offered{};              // what import stages of other devices take
+    std::vector<std::shared_ptr<Manipulator>> Importers{}; // these stages
+    std::condition_variable BlockTaken{};                  // waited for with ManisLock
+
+    std::mutex RawLock{}; // guards the caller's block of words
+    std::condition_variable RawTaken{};
 
     // Publishing the result.
     std::atomic<bool> NewData{false};        // it has changed since it was last published
@@ -94,18 +114,6 @@ struct Run
     PageArray<uint32_t> ProcessBuffer{};   // ProcessThread's
     uint64_t OverflowBase = 0;             // ProcessThread's
     uint32_t InvalidRecordCount = 0;       // ProcessThread's
-
-    // Blocks of events; guarded by ManisLock. The caller's block is in Request.
-    EventStore ImportBlock{};                              // what import stages of other devices take
-    std::vector<std::shared_ptr<Manipulator>> Importers{}; // these stages
-    std::condition_variable BlockTaken{};                  // waited for with ManisLock
-    uint64_t UnfoldCountInternal = 0;
-    uint64_t &UnfoldCount = Request.UnfoldCount ? *Request.UnfoldCount : UnfoldCountInternal;
-
-    std::mutex RawLock{}; // guards the caller's raw block
-    std::condition_variable RawTaken{};
-    uint64_t RawCountInternal = 0; // guarded by RawLock
-    uint64_t &RawCount = Request.RawCount ? *Request.RawCount : RawCountInternal;
 
     // MeasureThread's.
     int32_t AcqTimeMs = 0;

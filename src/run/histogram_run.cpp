@@ -2,7 +2,7 @@
 
 #include "devices/primitives.h"
 #include "devices/result.h"
-#include "measurements/results.h"
+#include "measurements/measurement.h"
 #include "run/steps.h"
 #include "settings/system_ini.h"
 

@@ -2,7 +2,7 @@
 
 #include "log/log.h"
 #include "manipulators/chain.h"
-#include "run/raw_block.h"
+#include "measurements/raw.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
 #include "stream/words.h"

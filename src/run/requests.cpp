@@ -3,6 +3,7 @@
 #include "devices/result.h"
 #include "devices/source.h"
 #include "manipulators/chain.h"
+#include "measurements/measurement.h"
 #include "run/end_run.h"
 #include "run/finished.h"
 #include "run/import_sources.h"
@@ -25,7 +26,8 @@ std::shared_ptr<Run> makeRun(const DeviceRef &target, const RunRequest &request,
                                         .Devices = &devices,
                                         .Facts = factsOf(device),
                                         .NumRows = numAllChans(device, target->context),
-                                        .NumBins = device.NumBins});
+                                        .NumBins = device.NumBins,
+                                        .Result = resultOf(request)});
 }
 
 // The run ends without having begun.
@@ -59,7 +61,7 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     auto run = makeRun(target, request, devices);
     writeFinished(request.FinishedFlag, 0);
     const bool free = endRun(target);
-    run->RawCount = run->UnfoldCount = 0;   // after the end of the run before, which may have counted there
+    beginResult(*run);                      // after the end of the run before, which may have counted there
     writeFinished(request.FinishedFlag, 0); // again: the run before may have had the same byte
     if (!free) {                            // the run that can't be stopped keeps the device
         refuse(context, *run);

@@ -5,8 +5,8 @@
 #include "devices/result.h"
 #include "manipulators/chain.h"
 #include "manipulators/store.h"
+#include "measurements/measurement.h"
 #include "measurements/publish.h"
-#include "measurements/results.h"
 #include "settings/system_ini.h"
 
 #include <algorithm>

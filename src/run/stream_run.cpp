@@ -5,8 +5,7 @@
 #include "devices/source.h"
 #include "manipulators/chain.h"
 #include "manipulators/store.h"
-#include "measurements/results.h"
-#include "measurements/threads.h"
+#include "measurements/measurement.h"
 #include "run/process_thread.h"
 #include "run/steps.h"
 #include "settings/system_ini.h"
@@ -30,7 +29,7 @@ bool allocateBuffers(RunRef &ref)
 void startConsumers(RunRef &ref)
 {
     Run &run = *ref.run;
-    if (const MeasurementThread thread = threadOf(run.Request.Kind); thread.Body)
+    if (const MeasurementThread thread = threadOf(run); thread.Body)
         run.Measurement = startThread(ref, thread.Name, run.MeasurementDone, thread.Body);
     else
         run.MeasurementDone = true;

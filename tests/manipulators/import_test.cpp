@@ -103,6 +103,11 @@ TEST(ImportWork, WaitsAsLongAsThereIsAReason)
     }
 }
 
+EventBlock blockOn(EventStore &store)
+{
+    return {store.Times.get(), store.Channels.get(), store.Capacity, &store.Count};
+}
+
 // With as many held as a store has: a recorded file takes no more, an instrument drops what it holds.
 TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
 {
@@ -110,22 +115,24 @@ TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
         StageRef stage = stageOf(t2);
         stage.run->Facts.MayWait = type == DeviceType::File;
         auto run = sourceRun();
-        allocate(run->ImportBlock, streamRecords());
-        run->ImportBlock.Count = streamRecords();
+        EventStore offered;
+        allocate(offered, streamRecords());
+        offered.Count = streamRecords();
+        run->Offered = blockOn(offered);
         ImportState import;
         import.Source = std::make_shared<DeviceEntry>();
         import.Source->context.CurrentRun = run;
         stage.record->SourceChanged = true;
         beforeTurn(import, stage);
         EXPECT_EQ(import.Times.size(), streamRecords());
-        EXPECT_EQ(run->ImportBlock.Count, 0u);
+        EXPECT_EQ(offered.Count, 0u);
 
-        append(run->ImportBlock, 7, 1);
+        append(offered, 7, 1);
         run->MeasurementDone = true;
         stage.record->SourceChanged = true;
         beforeTurn(import, stage);
         const bool holds = type == DeviceType::File;
-        EXPECT_EQ(run->ImportBlock.Count, holds ? 1u : 0u);
+        EXPECT_EQ(offered.Count, holds ? 1u : 0u);
         EXPECT_EQ(import.Times.size() - import.Cursor, holds ? streamRecords() : 1u);
         EXPECT_EQ(import.SourceOver, !holds);
     }
@@ -141,9 +148,11 @@ TEST(ImportWork, TakesTheOffsetAlong)
         {0, "1@100 2@50 1@18446744073709551615"}, {20, "1@120 2@70"}, {-60, "1@40 1@18446744073709551555"}};
     for (const auto &given : offsets) {
         auto run = sourceRun();
-        allocate(run->ImportBlock, 10);
+        EventStore offered;
+        allocate(offered, 10);
+        run->Offered = blockOn(offered);
         for (const Event &event : events("1@100 2@50 1@18446744073709551615"))
-            append(run->ImportBlock, event.time, event.channel);
+            append(offered, event.time, event.channel);
         ImportState import;
         import.Offset = given.offset;
         import.Source = std::make_shared<DeviceEntry>();

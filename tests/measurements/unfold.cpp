@@ -47,7 +47,7 @@ TEST(UnfoldBlock, TakesABatchAsTheDeviceAllows)
         std::iota(batchTimes.begin(), batchTimes.end(), 0u);
         std::iota(batchChannels.begin(), batchChannels.end(), uint8_t{0});
         uint64_t count = row.held, done = row.done;
-        const UnfoldBlock block{times.data(), channels.data(), row.capacity, count};
+        const EventBlock block{times.data(), channels.data(), row.capacity, &count};
         const StreamFacts facts{.MayWait = row.device == DeviceType::File,
                                 .IsLive = row.device == DeviceType::Instrument};
         EXPECT_EQ(placeEvents(block, facts, {batchTimes.data(), batchChannels.data(), row.batch}, done),
@@ -69,8 +69,8 @@ TEST(UnfoldBlock, ANullArrayIsNotWritten)
         for (const bool hasChannels : {true, false}) {
             uint64_t count = 0, done = 0;
             blockTimes[1] = blockChannels[1] = 0;
-            const UnfoldBlock block{hasTimes ? blockTimes : nullptr, hasChannels ? blockChannels : nullptr, 2,
-                                    count};
+            const EventBlock block{hasTimes ? blockTimes : nullptr, hasChannels ? blockChannels : nullptr, 2,
+                                   &count};
             EXPECT_EQ(placeEvents(block, {.MayWait = true}, {times, channels, 2}, done), Placed::All);
             EXPECT_EQ(blockTimes[1], hasTimes ? 8u : 0u);
             EXPECT_EQ(blockChannels[1], hasChannels ? 2u : 0u);

@@ -1,7 +1,7 @@
 // Live data that nobody takes in time: what is full is cleared, and the stream goes on with what is newer.
 #include "manipulators/store.h"
+#include "measurements/measurement.h"
 #include "run/process_thread.h"
-#include "run/raw_block.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
 #include "support/words.h"
@@ -18,8 +18,9 @@ namespace {
 
 std::shared_ptr<Run> liveRunOf(const RunRequest &request)
 {
-    return std::shared_ptr<Run>(
-        new Run{.Request = request, .Facts = {.Mode = MeasMode::T2, .NumChans = 4, .IsLive = true}});
+    return std::shared_ptr<Run>(new Run{.Request = request,
+                                        .Facts = {.Mode = MeasMode::T2, .NumChans = 4, .IsLive = true},
+                                        .Result = resultOf(request)});
 }
 
 } // namespace

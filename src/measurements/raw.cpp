@@ -1,6 +1,7 @@
-#include "run/raw_block.h"
+#include "measurements/raw.h"
 
 #include "log/log.h"
+#include "measurements/measurement.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
 
@@ -10,9 +11,14 @@ namespace Tessel {
 
 namespace {
 
-bool hasBlock(const Run &run)
+bool hasMemory(const RawWords &block)
 {
-    return run.Request.RawCapacity > 0 && run.Request.RawBlock;
+    return block.Capacity > 0 && block.Words;
+}
+
+uint64_t roomOf(const RawWords &block)
+{
+    return block.Capacity - std::min(*block.Count, block.Capacity);
 }
 
 } // namespace
@@ -20,33 +26,29 @@ bool hasBlock(const Run &run)
 uint64_t appendToRawBlock(RunRef &ref, std::span<const uint32_t> words)
 {
     Run &run = *ref.run;
-    if (!hasBlock(run)) return words.size();
-    const uint64_t capacity = run.Request.RawCapacity;
+    const auto &block = resultAs<RawWords>(run);
+    if (!hasMemory(block)) return words.size();
     std::lock_guard lock(run.RawLock);
-    uint64_t &count = run.RawCount;
-    uint64_t room = capacity - std::min(count, capacity);
+    uint64_t room = roomOf(block);
     if (room < words.size() && !run.Facts.MayWait) {
         logWrn(LogCategory::Device, "Device: Raw Buffer overrun - clearing! @{}", ref.device.ID);
-        count = 0;
-        room = capacity;
+        *block.Count = 0;
+        room = block.Capacity;
         if (room < words.size()) return words.size();
     }
-    bool inPieces = words.size() > capacity;
+    bool inPieces = words.size() > block.Capacity;
     if (room < words.size() && !inPieces) return 0;
     uint64_t size = std::min<uint64_t>(room, words.size());
-    std::copy_n(words.data(), size, run.Request.RawBlock + count);
-    count += size;
+    std::copy_n(words.data(), size, block.Words + *block.Count);
+    *block.Count += size;
     return size;
 }
 
 void waitForRawBlock(Run &run, uint64_t words)
 {
-    const uint64_t capacity = run.Request.RawCapacity;
+    const auto &block = resultAs<RawWords>(run);
     std::unique_lock lock(run.RawLock);
-    auto isOver = [&] {
-        const uint64_t room = capacity - std::min(run.RawCount, capacity);
-        return room >= std::min(words, capacity) || isAborted(run);
-    };
+    auto isOver = [&] { return roomOf(block) >= std::min(words, block.Capacity) || isAborted(run); };
     // A host that gave the count sets it back without a call.
     const bool isHostsCount = run.Request.RawCount != nullptr;
     while (!isOver())
@@ -59,16 +61,30 @@ void waitForRawBlock(Run &run, uint64_t words)
 void takeRawBlock(MeasContext &context, uint32_t *words, uint64_t *count)
 {
     auto run = currentRun(context);
-    if (!run || !hasBlock(*run)) return;
+    if (!run || run->Request.Kind != MeasKind::Raw) return;
+    const auto &block = resultAs<RawWords>(*run);
+    if (!hasMemory(block)) return;
     std::unique_lock lock(run->RawLock);
-    uint64_t held = std::min(run->RawCount, run->Request.RawCapacity);
+    const uint64_t held = std::min(*block.Count, block.Capacity);
     if (held == 0) return;
-    if (words) std::copy_n(run->Request.RawBlock, held, words);
+    if (words) std::copy_n(block.Words, held, words);
     if (count) *count = held;
-    run->RawCount = 0;
+    *block.Count = 0;
     noteTaken(*run);
     lock.unlock();
     run->RawTaken.notify_all();
 }
+
+namespace {
+
+void beginRaw(Run &, RawWords &result)
+{
+    if (!result.Count) result.Count = &result.OwnCount;
+    *result.Count = 0;
+}
+
+} // namespace
+
+const MeasurementSteps<RawWords> RawWords::Steps = {.Begin = beginRaw};
 
 } // namespace Tessel

@@ -1,12 +1,23 @@
-// The caller's block of raw record words.
+// The record words of a run, as they were read, for the caller's block. ProcessThread brings them there: a run
+// of words has no measurement thread.
 #pragma once
 
-#include "records/refs.h"
+#include "measurements/measurement_steps.h"
 
 #include <cstdint>
 #include <span>
 
 namespace Tessel {
+
+struct RawWords // guarded by RawLock
+{
+    uint32_t *Words = nullptr; // the caller's
+    uint64_t Capacity = 0;     // 0: no block, the words pass by
+    uint64_t *Count = nullptr; // the caller's, or OwnCount
+    uint64_t OwnCount = 0;
+
+    static const MeasurementSteps<RawWords> Steps;
+};
 
 // Appends words to the block and returns how many of them are done. On a recorded file words without room are
 // left for later, and a batch larger than the whole block goes in pieces. Live data are never left: without

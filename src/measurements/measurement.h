@@ -1,0 +1,67 @@
+// The result of a run: one alternative a kind of measurement. What a kind is stands in its own file; here is
+// what a run asks of it, whatever it is.
+#pragma once
+
+#include "measurements/correlation.h"
+#include "measurements/histogram.h"
+#include "measurements/histogram_2d.h"
+#include "measurements/raw.h"
+#include "measurements/time_trace.h"
+#include "measurements/unfold.h"
+
+#include <functional>
+#include <memory>
+#include <variant>
+
+namespace Tessel {
+
+struct MeasResult
+{
+    std::variant<RawWords, Histogram, Histogram2d, TimeTrace, Correlation, UnfoldEvents> Kind;
+};
+
+// Of a run that has this kind of result.
+template <class Kind>
+Kind &resultAs(Run &run)
+{
+    return std::get<Kind>(run.Result->Kind);
+}
+
+// The result that the request asks for, not sized yet; null: there is no such kind.
+std::shared_ptr<MeasResult> resultOf(const RunRequest &request);
+
+// Readies a new run's result, on the caller's thread, before any other can see the run.
+void beginResult(Run &run);
+
+// What the caller's array has to be; all 0 where the kind has no such array, or where it would be larger than
+// any result.
+ResultShape shapeOf(const Run &run);
+
+// Whether the kind gives out a result that grows during the run.
+bool hasResult(const Run &run);
+
+// Empties the caller's result and notes its size, at the start of a run. ManisLock is held. False, with an
+// error in the log, if there can be no such result.
+bool sizeResult(RunRef &run);
+
+// Whether the run's parameters can be measured with; false, with an error in the log.
+bool checkParams(const RunRef &run);
+
+// Makes what the run counts with. ManisLock is held. False, with an error in the log: there is no memory for
+// it.
+bool makeWork(RunRef &run);
+
+struct MeasurementThread
+{
+    const char *Name;
+    std::function<void(RunRef)> Body; // null: the kind has none
+};
+MeasurementThread threadOf(Run &run);
+
+// Brings what was counted into the caller's result, where that isn't counted into directly. ManisLock is held.
+void giveOutResult(Run &run);
+
+// Every lock of the chain is held.
+void zeroResult(MeasContext &context, Run &run);
+
+} // namespace Tessel
