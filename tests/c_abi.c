@@ -46,6 +46,10 @@ static void countRecording(const char *path)
     expect(getFileDevice(text), "the file opens the other way");
     const int64_t rows = getNumAllChans(NULL);
     expect(rows == 3, "rows are the sync and two inputs");
+    uint64_t columns = 0, bytes = 0;
+    expect(tessel_getResultShape(NULL, 8, NULL, &columns, &bytes) && columns == 32768 &&
+               bytes == sizeof(uint32_t),
+           "a histogram's shape is told");
     uint32_t *counts = (uint32_t *)calloc((size_t)rows * 32768, sizeof *counts);
     uint8_t finished = 0;
     expect(counts && getHistogram(NULL, 0, 1, 0, counts, &finished), "the run is accepted");

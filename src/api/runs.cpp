@@ -3,6 +3,7 @@
 #include "manipulators/chain.h"
 #include "measurements/clear.h"
 #include "run/requests.h"
+#include "session/open_close.h"
 
 #include <algorithm>
 
@@ -54,6 +55,21 @@ int32_t getCountRates(int32_t *syncRate, int32_t *rates)
             std::min<size_t>(static_cast<size_t>(std::max(channels, 0)), target->context.CountRates.size());
         for (size_t i = 0; rates && i < known; ++i) rates[i] = target->context.CountRates[i];
         return channels;
+    });
+}
+
+bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t *rows, uint64_t *columns,
+                           uint64_t *elementBytes)
+{
+    auto handOutShape = [&](const ResultShape &shape) {
+        if (rows) *rows = shape.Rows;
+        if (columns) *columns = shape.Columns;
+        if (elementBytes) *elementBytes = shape.ElementBytes;
+        return shape.ElementBytes != 0;
+    };
+    handOutShape({});
+    return guarded("tessel_getResultShape", false, [&] {
+        return handOutShape(resultShape(deviceOf(id), static_cast<MeasKind>(kind), deviceLookUp));
     });
 }
 

@@ -119,6 +119,12 @@ void startMeasurement(const DeviceRef &target, const RunRequest &request, const 
     if (request.Blocking) waitFor(run->Control, [&run] { return hasReached(*run, RunPhase::Finished); });
 }
 
+ResultShape resultShape(const DeviceRef &target, MeasKind kind, const DeviceLookUp &devices)
+{
+    const auto neverBegun = makeRun(target, {.Kind = kind}, devices);
+    return neverBegun->Result && target->device.IsInitialized ? shapeOf(*neverBegun) : ResultShape();
+}
+
 void stopMeasurement(MeasContext &context)
 {
     context.Description.StopReason = StopReason::Manual;

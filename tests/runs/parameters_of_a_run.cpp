@@ -26,6 +26,7 @@ void addRow()
 struct RunCase
 {
     const char *name;
+    int32_t kind;
     size_t elements; // of the result, in counts
     double step;     // a sequence by count then has something to give out
     std::function<void()> set;
@@ -34,7 +35,7 @@ struct RunCase
 };
 
 const std::array cases = {
-    RunCase{"histogram", (channels + 1) * 500, 5,
+    RunCase{"histogram", 8, (channels + 1) * 500, 5,
             [] {
                 setHistoT2NumBins(nullptr, 500);
                 setHistoT2BinWidth(nullptr, 1);
@@ -47,13 +48,13 @@ const std::array cases = {
                 setHistoT2NumBins(nullptr, 5000);
                 addRow();
             }},
-    RunCase{"two-dimensional histogram", 50 * 50, 5,
+    RunCase{"two-dimensional histogram", 64, 50 * 50, 5,
             [] { setHisto2dParams(nullptr, 0, 1, 2, 0, 0, 20'000'000, 20'000'000, 50, 50); },
             [](void *result, uint8_t wait, uint8_t *finished) {
                 get2dHistogram(nullptr, 0, wait, 0, static_cast<uint32_t *>(result), finished);
             },
             [] { setHisto2dParams(nullptr, 0, 1, 2, 0, 0, 0, 0, 5000, 50); }},
-    RunCase{"time trace", (channels + 1) * 100, 20'000,
+    RunCase{"time trace", 4, (channels + 1) * 100, 20'000,
             [] {
                 setTimeTraceNumBins(nullptr, 100);
                 setTimeTraceHistorySize(nullptr, 1600);
@@ -66,12 +67,27 @@ const std::array cases = {
                 setTimeTraceHistorySize(nullptr, 0);
                 addRow();
             }},
-    RunCase{"correlation", 2 * 100 * 2, 5, [] { setG2Params(nullptr, 1, 2, 100'000'000, 1'000'000, 0); },
+    RunCase{"correlation", 16, 2 * 100 * 2, 5, [] { setG2Params(nullptr, 1, 2, 100'000'000, 1'000'000, 0); },
             [](void *result, uint8_t wait, uint8_t *finished) {
                 getCorrelation(nullptr, 0, wait, 0, static_cast<double *>(result), nullptr, finished);
             },
             [] { setG2Params(nullptr, 1, 2, 100'000'000, 1'000, 0); }},
 };
+
+struct Shape
+{
+    uint64_t rows = 7, columns = 7, elementBytes = 7;
+    auto operator<=>(const Shape &) const = default;
+};
+
+// What is told, if `isTold` is.
+Shape shapeOf(const char16_t *id, int32_t kind, bool isTold)
+{
+    Shape shape;
+    EXPECT_EQ(tessel_getResultShape(id, kind, &shape.rows, &shape.columns, &shape.elementBytes), isTold);
+    EXPECT_EQ(tessel_getResultShape(id, kind, nullptr, nullptr, nullptr), isTold);
+    return shape;
+}
 
 } // namespace
 
@@ -142,6 +158,32 @@ TEST(ParametersOfARun, ThatCantBeMeasuredWithEndItAtOnce)
     EXPECT_NE(whole, std::vector<uint32_t>(300));
 }
 
+TEST(ParametersOfARun, TellTheShapeOfItsResult)
+{
+    Host host;
+    const Shape none{0, 0, 0};
+    EXPECT_EQ(shapeOf(nullptr, 8, false), none); // no device yet
+    ASSERT_FALSE(host.open(TgxFile::t2(channels, 1000), {}).empty());
+    addRow();
+    EXPECT_EQ(shapeOf(nullptr, 8, true), (Shape{channels + 2, 65536, 4}));
+    setHisto2dParams(nullptr, 0, 1, 2, 0, 0, 1, 1, 50, 40);
+    EXPECT_EQ(shapeOf(nullptr, 64, true), (Shape{40, 50, 4}));
+    uint64_t points = 0;
+    setFCSParams(nullptr, 1, 2, &points, 1e6, 1e9, 10);
+    EXPECT_EQ(shapeOf(nullptr, 16, true), (Shape{3, points + 1, 8}));
+    setG2Params(nullptr, 1, 2, 1050, 100, 0);
+    EXPECT_EQ(shapeOf(nullptr, 16, true), (Shape{1, 2, 8})); // bins as wide as the resolution
+    setTimeTraceNumBins(nullptr, 1 << 29);                   // of 4 rows: the largest result
+    EXPECT_EQ(shapeOf(nullptr, 4, true), (Shape{channels + 2, 1 << 29, 4}));
+    for (const int32_t bins : {(1 << 29) + 1, -1}) {
+        setTimeTraceNumBins(nullptr, bins);
+        EXPECT_EQ(shapeOf(nullptr, 4, false), none) << bins;
+    }
+    for (const int32_t kind : {-1, 0, 1, 2, 3, 12, 32, 128})
+        EXPECT_EQ(shapeOf(nullptr, kind, false), none) << kind;
+    EXPECT_EQ(shapeOf(u"nobody", 8, false), none);
+}
+
 TEST(ParametersOfARun, AreThoseOfItsStart)
 {
     for (const RunCase &given : cases) {
@@ -154,6 +196,8 @@ TEST(ParametersOfARun, AreThoseOfItsStart)
                                    .write(host.folder().file("a.tgx")))
                          .empty());
         given.set();
+        const Shape shape = shapeOf(nullptr, given.kind, true);
+        EXPECT_EQ(shape.rows * shape.columns * shape.elementBytes, given.elements * sizeof(uint32_t));
         std::vector<uint32_t> expected(given.elements), result(20 * given.elements, 7);
         Finished finished;
         given.run(expected.data(), 1, finished.get());
