@@ -32,17 +32,12 @@ TEST(FileDevice, WhatIsNoFileMakesNoDevice)
 
 TEST(FileDevice, OddFilesMakeADeviceOfDefaults)
 {
-    struct Case
-    {
-        TgxFile File;
-        uint64_t DataStart;
-        std::string_view Mode; // 3 unless the tag was read
-        std::string_view Line; // in the log, and no other of what is wrong
-    };
     const std::string_view emptyTag = "WRN Empty Tag @ OpenTGXFile ", read = "MeasMode=2",
                            unread = "MeasMode=3";
     const uint64_t ones = ~uint64_t{0};
-    const Case cases[] = {
+    // File, DataStart; the mode, which is 3 unless the tag was read; the line in the log, and no other of what
+    // is wrong.
+    const std::tuple<TgxFile, uint64_t, std::string_view, std::string_view> cases[] = {
         {mode(2).preamble("NOTOURS!", "9.9"), 112, read, "INF Preamble: NOTOURS! v9.9"},
         {mode(2).withoutEnd(), 0, unread, ""},
         {TgxFile().preamble("", "").withoutEnd(), 0, unread, ""},
@@ -55,15 +50,15 @@ TEST(FileDevice, OddFilesMakeADeviceOfDefaults)
         {mode(2).tag("$Comment", "Header_End"), 16 + 48 + 48 + 48, read, emptyTag},
         {one("HW_Type", "\x1b[2J"), 16 + 48 + 8 + 48, unread, "ERR File: Not supported HW_Type: \\x1B[2J!"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(&c - cases);
+    for (const auto &[file, dataStart, mode, line] : cases) {
+        SCOPED_TRACE(fmt::format("{} {}", dataStart, line));
         LogCapture log;
-        auto opened = openBytes(c.File);
+        auto opened = openBytes(file);
         EXPECT_TRUE(opened->good);
-        EXPECT_EQ(opened->device.DataStart, c.DataStart);
-        EXPECT_EQ(missing(*opened, c.Mode), "");
-        EXPECT_EQ(log.count(emptyTag), c.Line == emptyTag ? 1u : 0u);
-        EXPECT_TRUE(c.Line.empty() || log.count(c.Line) == 1);
+        EXPECT_EQ(opened->device.DataStart, dataStart);
+        EXPECT_EQ(missing(*opened, mode), "");
+        EXPECT_EQ(log.count(emptyTag), line == emptyTag ? 1u : 0u);
+        EXPECT_TRUE(line.empty() || log.count(line) == 1);
     }
 }
 

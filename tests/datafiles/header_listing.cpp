@@ -19,17 +19,12 @@ namespace json = boost::json;
 
 TEST(HeaderListing, ValuesAndTraceOfEveryType)
 {
-    struct Case
-    {
-        TgxFile File;
-        std::string_view Type, Value;
-        std::string_view Trace; // behind the type, which fills 16 places
-    };
     auto number = [](uint32_t type, uint64_t value) { return TgxFile().raw("x", 7, type, value); };
     auto real = [&](uint32_t type, double value) { return number(type, std::bit_cast<uint64_t>(value)); };
     const double nan = std::nan("");
     const std::string doubles = std::string(15, '\0') + '\x40'; // 0 and 2
-    const Case cases[] = {
+    // File, type, value; trace behind the type, which fills 16 places.
+    const std::tuple<TgxFile, std::string_view, std::string_view, std::string_view> cases[] = {
         {number(Type::Empty8, 5), "Empty8", "null", ""},
         {number(Type::Bool8, 1), "Bool8", "true", " tValue:                1"},
         {number(Type::Int8, ~uint64_t{0}), "Int8", "-1", " tValue:               -1"},
@@ -54,24 +49,24 @@ TEST(HeaderListing, ValuesAndTraceOfEveryType)
         {number(0x1234, 42), "InvalidType", "42", " tValue:               42"},
     };
     TempFolder folder;
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.Value);
-        std::string path = TgxFile(c.File).records({1, 2}).write(folder.file("l.tgx"));
+    for (const auto &[file, type, value, trace] : cases) {
+        SCOPED_TRACE(value);
+        std::string path = TgxFile(file).records({1, 2}).write(folder.file("l.tgx"));
         json::object listing = json::parse(headerTagsAsJson(path).value()).as_object();
         const std::string expected =
-            fmt::format(R"({{"name":"x","idx":7,"type":"{}","value":{}}})", c.Type, c.Value);
+            fmt::format(R"({{"name":"x","idx":7,"type":"{}","value":{}}})", type, value);
         EXPECT_EQ(json::serialize(listing["tags"].at(0)), expected);
         EXPECT_EQ(listing["tags"].at(1).at("name").as_string(), "Header_End");
         listing.erase("tags");
         EXPECT_EQ(json::serialize(listing),
                   fmt::format(R"({{"magic":"MVTTTR","version":"1.0.0.0","dataStart":{},"fileSize":{}}})",
-                              c.File.header().size(), c.File.header().size() + 8));
+                              file.header().size(), file.header().size() + 8));
 
         LogCapture log;
-        const std::string image = c.File.header();
+        const std::string image = file.header();
         printTag(readTag(image, {}, preambleSize), image);
         const std::string line =
-            fmt::format("INF Identifier: {:32} Idx: {:16} Type: {:16}{}", "x", 7, c.Type, c.Trace);
+            fmt::format("INF Identifier: {:32} Idx: {:16} Type: {:16}{}", "x", 7, type, trace);
         EXPECT_EQ(std::ranges::count(log.lines(), line), 1) << line;
     }
 }

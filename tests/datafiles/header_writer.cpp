@@ -119,7 +119,7 @@ struct Header
 
 } // namespace
 
-class HeaderOf : public testing::TestWithParam<TrigMode>
+struct HeaderOf : testing::TestWithParam<TrigMode>
 {
 };
 INSTANTIATE_TEST_SUITE_P(SyncMode, HeaderOf, testing::Values(TrigMode::Edge, TrigMode::CFD));

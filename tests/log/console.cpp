@@ -27,59 +27,43 @@ using Clock = std::chrono::steady_clock;
 class StandardOutput
 {
 public:
-    explicit StandardOutput(int replacement)
+    explicit StandardOutput(int replacement) : kept(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 10))
     {
         std::fflush(stdout);
-        kept = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 10);
         replacement >= 0 ? dup2(replacement, STDOUT_FILENO) : close(STDOUT_FILENO);
         lookForConsole();
     }
     ~StandardOutput()
     {
-        dup2(kept, STDOUT_FILENO);
-        close(kept);
+        dup2(kept.descriptor(), STDOUT_FILENO);
         lookForConsole();
     }
 
 private:
-    int kept;
+    FileHandle kept;
 };
 
 // A pipe or a pair of sockets: what stands for standard output, and who reads it.
 struct Channel
 {
-    explicit Channel(bool sockets = false)
-    {
-        EXPECT_EQ(sockets ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : pipe2(ends.data(), O_CLOEXEC),
-                  0);
-    }
-    ~Channel()
-    {
-        closeReader();
-        closeWriter();
-    }
-    int writer() const { return ends[1]; }
-    void closeReader() { close(std::exchange(ends[0], -1)); }
-    void closeWriter() { close(std::exchange(ends[1], -1)); }
-    std::string readAll()
-    {
-        closeWriter();
-        std::string text;
-        char block[4096];
-        for (ssize_t count; (count = read(ends[0], block, sizeof block)) > 0;)
-            text.append(block, static_cast<size_t>(count));
-        return text;
-    }
-    void fill()
-    {
-        fcntl(ends[1], F_SETFL, O_NONBLOCK);
-        const std::string block(4096, '.');
-        while (write(ends[1], block.data(), block.size()) > 0) {
-        }
-        fcntl(ends[1], F_SETFL, 0);
-    }
-    std::array<int, 2> ends{-1, -1};
+    FileHandle reader, writer;
 };
+
+Channel makeChannel(bool sockets = false)
+{
+    std::array<int, 2> ends{-1, -1};
+    EXPECT_EQ(sockets ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) : pipe2(ends.data(), O_CLOEXEC), 0);
+    return {FileHandle(ends[0]), FileHandle(ends[1])};
+}
+
+void fill(const FileHandle &writer)
+{
+    fcntl(writer.descriptor(), F_SETFL, O_NONBLOCK);
+    const std::string block(4096, '.');
+    while (write(writer.descriptor(), block.data(), block.size()) > 0) {
+    }
+    fcntl(writer.descriptor(), F_SETFL, 0);
+}
 
 // The ends of each block of eight.
 TEST(Console, ColourNumbers)
@@ -93,17 +77,17 @@ TEST(Console, ColourNumbers)
 // Whatever standard output is, the file gets every line and the stop comes soon.
 TEST(Console, ABrokenOneHarmsNothing)
 {
-    Channel unread, unreadSocket(true), leftPipe, leftSocket(true);
-    unread.fill();
-    leftPipe.closeReader();
-    leftSocket.closeReader();
+    const Channel unread = makeChannel(), unreadSocket = makeChannel(true);
+    const FileHandle leftPipe = makeChannel().writer, leftSocket = makeChannel(true).writer;
+    fill(unread.writer);
     const FileHandle full(open("/dev/full", O_WRONLY | O_CLOEXEC));
-    const std::pair<const char *, int> cases[] = {{"closed", -1},
-                                                  {"pipe that nobody reads", unread.writer()},
-                                                  {"socket that nobody reads", unreadSocket.writer()},
-                                                  {"pipe without reader", leftPipe.writer()},
-                                                  {"socket without reader", leftSocket.writer()},
-                                                  {"full device", full.descriptor()}};
+    const std::pair<const char *, int> cases[] = {
+        {"closed", -1},
+        {"pipe that nobody reads", unread.writer.descriptor()},
+        {"socket that nobody reads", unreadSocket.writer.descriptor()},
+        {"pipe without reader", leftPipe.descriptor()},
+        {"socket without reader", leftSocket.descriptor()},
+        {"full device", full.descriptor()}};
     for (const auto &[name, output] : cases) {
         SCOPED_TRACE(name);
         const TempFolder folder;
@@ -120,19 +104,24 @@ TEST(Console, ABrokenOneHarmsNothing)
         EXPECT_EQ(countLines(lines, "EXIT"), 1u);
         EXPECT_EQ(countLines(lines, "\033"), 0u) << "colours are for the console";
     }
-    EXPECT_EQ(fcntl(unread.writer(), F_GETFL) & O_NONBLOCK, 0) << "the host's descriptor stays blocking";
+    EXPECT_EQ(fcntl(unread.writer.descriptor(), F_GETFL) & O_NONBLOCK, 0)
+        << "the host's descriptor stays blocking";
 }
 
 TEST(Console, AllLinesReachAPipeThatIsRead)
 {
-    Channel pipe;
+    Channel pipe = makeChannel();
     {
-        const StandardOutput redirected(pipe.writer());
+        const StandardOutput redirected(pipe.writer.descriptor());
         startLog(false, true, "", "Tessel", "v1");
         for (int i = 0; i < 200; i++) logWrn(LogCategory::General, "line {}", i);
         stopLog();
     }
-    const std::string text = pipe.readAll();
+    pipe.writer.close();
+    std::string text(65536, '\0');
+    size_t end = 0;
+    for (ssize_t count; (count = read(pipe.reader.descriptor(), text.data() + end, text.size() - end)) > 0;)
+        end += static_cast<size_t>(count);
     size_t at = 0; // each line is there, in order, coloured, and the colour is reset behind it
     for (int i = 0; i < 200; i++) {
         at = text.find(fmt::format(" WRN line {}\n\033[0m", i), at);
@@ -145,11 +134,10 @@ TEST(Console, AllLinesReachAPipeThatIsRead)
 TEST(Console, AMissingReaderRaisesNoSignalOnTheCallingThread)
 {
     for (const bool sockets : {false, true}) {
-        Channel left(sockets);
-        left.closeReader();
+        const FileHandle left = makeChannel(sockets).writer;
         bool written = true;
         {
-            const StandardOutput redirected(left.writer());
+            const StandardOutput redirected(left.descriptor());
             errno = EDOM;
             written = writeConsole("text\n"); // SIGPIPE would end the test here
         }
@@ -160,8 +148,8 @@ TEST(Console, AMissingReaderRaisesNoSignalOnTheCallingThread)
 
 TEST(Console, AHungConsoleIsWaitedForOnce)
 {
-    Channel pipe;
-    pipe.fill();
+    const Channel pipe = makeChannel();
+    fill(pipe.writer);
     LogWriter writer;
     writer.ConsoleOn = true;
     const auto writeOne = [&] {
@@ -173,11 +161,11 @@ TEST(Console, AHungConsoleIsWaitedForOnce)
     int written = 0;
     Clock::duration spent{};
     {
-        const StandardOutput redirected(pipe.writer());
+        const StandardOutput redirected(pipe.writer.descriptor());
         const auto before = Clock::now();
         for (int i = 0; i < 30; i++) written += writeOne();
         spent = Clock::now() - before;
-        if (read(pipe.ends[0], sink.data(), sink.size()) > 0) written += 100 * writeOne();
+        if (read(pipe.reader.descriptor(), sink.data(), sink.size()) > 0) written += 100 * writeOne();
     }
     EXPECT_LT(spent, 10 * consolePatience);
     EXPECT_EQ(written, 100) << "nothing while it hung, and again as soon as somebody reads";

@@ -115,19 +115,6 @@ TEST_F(LogWriterTest, MidnightOpensTheNextDaysFileBeforeTheRecord)
               (std::vector<std::string>{"WRN late", "WRN last", "WRN first", "WRN month later"}));
 }
 
-TEST_F(LogWriterTest, WithoutAFileTheConsoleGetsTheLine)
-{
-    for (const bool fileOn : {false, true}) {
-        LogWriter writer = writerInFolder();
-        writer.FileOn = fileOn;
-        writer.LogFolder += "\\missing";
-        writer.ConsoleOn = true;
-        writeRecord(writer, record("on the console"), evening);
-        EXPECT_NE(writer.ConsoleText.find("WRN on the console\n"), std::string::npos);
-        EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
-    }
-}
-
 TEST_F(LogWriterTest, AFullDiscTearsOneLineAndTheNextStartsAfresh)
 {
     const auto handlerBefore = std::signal(SIGXFSZ, SIG_IGN);

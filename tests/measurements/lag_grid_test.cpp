@@ -49,11 +49,9 @@ TEST(LagGrid, WhatCannotAdvanceEnds)
         uint64_t minLag, window, steps, leastLags, mostLags;
     } cases[] = {
         {"window at the shortest lag", 5000, 5000, 40, 1, 1},
-        {"window below it", 5000, 100, 40, 1, 1},
         {"no window", 5000, 0, 40, 1, 1},
         {"no steps", 5000, 1'000'000, 0, 1, 1},
         {"no shortest lag", 0, 1'000'000, 40, 1, 1},
-        {"nothing at all", 0, 0, 0, 1, 1},
         {"steps lost in rounding", 1'000'000'000'000, 1'000'000'000'001, 1'000'000, 1, 2},
         {"steps near rounding", 1'000'000'000'000, 1'000'001'000'000, 1'000'000, 2, 2'000'003},
         {"too many steps", 1, largestPs, many, 999'000, 1'001'000},
