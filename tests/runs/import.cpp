@@ -39,8 +39,7 @@ struct Source
         const std::string path =
             file.tag("HW_SerialNo", name).records(words).write(host.folder().file(name + ".tgx"));
         std::array<char, 8192> buffer{};
-        std::strncpy(buffer.data(), path.c_str(), buffer.size() - 1);
-        getFileDevice(buffer.data());
+        EXPECT_TRUE(tessel_openFile(path.c_str(), buffer.data(), buffer.size()));
         id.assign(buffer.data(), buffer.data() + std::strlen(buffer.data()));
     }
 
@@ -129,9 +128,7 @@ TEST(Import, AllThatASourceHasReadEarlyComes)
                                     .tag("HW_SerialNo", "2")
                                     .records({t3Event(0, 0, 0), t3Overflow(1000), t3Event(0, 0, 0)})
                                     .write(host.folder().file("2.tgx"));
-    std::array<char, 8192> own{};
-    std::strncpy(own.data(), ownFile.c_str(), own.size() - 1);
-    getFileDevice(own.data());
+    ASSERT_TRUE(tessel_openFile(ownFile.c_str(), nullptr, 0));
     addMImportStream(nullptr, source.c_str(), 1, nullptr, 0, 0);
     Counts counts(4, bins);
     Finished finished;
@@ -173,8 +170,10 @@ namespace {
 struct LostCase
 {
     const char *name;
-    void (*chain)(const Source &own, const Source &other);
+    const char16_t *source;
+    bool starts;
     const char *logged;
+    bool crossed = false, closed = false;
 };
 
 void PrintTo(const LostCase &given, std::ostream *out)
@@ -191,29 +190,11 @@ void close(const Source &device)
 }
 
 const LostCase lostCases[] = {
-    {"missing",
-     [](const Source &own, const Source &) { addMImportStream(own.c_str(), u"nobody", 1, nullptr, 0, 0); },
-     "Import Device 'nobody' not found!"},
-    {"notStarted",
-     [](const Source &own, const Source &other) {
-         addMImportStream(own.c_str(), other.c_str(), 0, nullptr, 0, 0);
-     },
-     "was never running"},
-    {"itself",
-     [](const Source &own, const Source &) { addMImportStream(own.c_str(), own.c_str(), 1, nullptr, 0, 0); },
-     "needs this device's events"},
-    {"crossed",
-     [](const Source &own, const Source &other) {
-         addMImportStream(other.c_str(), own.c_str(), 1, nullptr, 0, 0);
-         addMImportStream(own.c_str(), other.c_str(), 1, nullptr, 0, 0);
-     },
-     "needs this device's events"},
-    {"closed",
-     [](const Source &own, const Source &other) {
-         addMImportStream(own.c_str(), other.c_str(), 1, nullptr, 0, 0);
-         close(other);
-     },
-     "not found!"},
+    {"missing", u"nobody", true, "Import Device 'nobody' not found!"},
+    {"notStarted", u"1@1.tgx", false, "was never running"},
+    {"itself", u"2@2.tgx", true, "needs this device's events"},
+    {"crossed", u"1@1.tgx", true, "needs this device's events", true},
+    {"closed", u"1@1.tgx", true, "not found!", false, true},
 };
 
 class ImportWithoutSource : public testing::TestWithParam<LostCase>
@@ -227,7 +208,10 @@ TEST_P(ImportWithoutSource, FailsAndTheNextRunWorks)
     const LostCase &given = GetParam();
     Host host;
     const Source other(host, 1, 1000), own(host, 2, 1000);
-    given.chain(own, other);
+    ASSERT_TRUE(other.id == u"1@1.tgx" && own.id == u"2@2.tgx");
+    if (given.crossed) addMImportStream(other.c_str(), own.c_str(), 1, nullptr, 0, 0);
+    addMImportStream(own.c_str(), given.source, given.starts, nullptr, 0, 0);
+    if (given.closed) close(other);
     EXPECT_TRUE(measuredEvents(5000, own.c_str()).empty());
     EXPECT_GE(host.logged(given.logged), 1u);
     EXPECT_EQ(host.logged("the manipulator never received any data."), 1u);
