@@ -461,15 +461,17 @@ TESSEL_API bool tessel_openFile(const char *path, char *id, uint64_t capacity);
  * run ended. Works before initAPI() and with the log off. */
 TESSEL_API int32_t tessel_lastError(char *text, uint64_t capacity);
 
-/* ------------------------------------------------------------------------------------- room for a result
- * What a measurement that is started now needs of the caller: an array of `rows` x `columns` elements of
- * `elementBytes` bytes, row by row. `kind`:
- *   4 getTimeTrace      a row a channel, uint32_t
- *   8 getHistogram      a row a channel, uint32_t
- *  16 getCorrelation    y, double: g2 one row of 2 x M, FCS and FFCS three of numPoints + 1; x: one such row
- *  64 get2dHistogram    numBinsY rows, uint32_t
- * Setters, addM* and clearManis() change it. A null pointer isn't written. False, with 0 everywhere: another kind
- * (blocks of words and events are of any size), no device, one that isn't initialised, or more than 2^31
+/* ------------------------------------------------------------------------------------- room for a result */
+
+/* The array that the caller must give to a measurement that is started now: `rows` x `columns` elements of
+ * `elementBytes` bytes, row after row. `kind`:
+ *    4  getTimeTrace     uint32_t, a row for each channel
+ *    8  getHistogram     uint32_t, a row for each channel
+ *   16  getCorrelation   double, for y: g2 one row of 2 x M, FCS and FFCS three rows of numPoints + 1. x
+ *                        fits in one such row.
+ *   64  get2dHistogram   uint32_t, numBinsY rows
+ * The setters, addM functions and clearManis() change it. A null pointer is not written to. False, with 0
+ * everywhere: another kind (blocks have any size), no device, one that is not initialised, or more than 2^31
  * elements, with which no run begins. */
 TESSEL_API bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t *rows, uint64_t *columns,
                                       uint64_t *elementBytes);

@@ -5,7 +5,7 @@
 
 namespace Tessel {
 
-// Sets every element of the run's result to 0 and tells every stage to reset itself, under all locks of the
+// Sets every element of the run's result to 0 and asks every stage to reset itself, under all locks of the
 // chain.
 void clearResult(const DeviceRef &target, Run &run);
 

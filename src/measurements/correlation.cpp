@@ -39,7 +39,7 @@ public:
         });
     }
 
-    // What was counted since the last publication. The record stays with the device, the times needn't.
+    // Publishes the rest. The result stays with the device, the times needn't.
     void finish(RunRef &run)
     {
         run.run->NewData = true;
@@ -55,7 +55,7 @@ private:
         bool IsDone; // of a sequence
     };
 
-    // What was asked for before a block shows behind its first event.
+    // What was asked for before a block takes effect after its first event.
     template <class Time>
     void countBatch(RunRef &run, EventBatch batch, std::unique_lock<std::mutex> &manis, const Time &time)
     {
@@ -78,14 +78,14 @@ private:
         }
     }
 
-    // Ends at a count at which the clock is looked at, where it reaches one.
+    // Ends at a count at which the clock is looked at, if it reaches one.
     uint64_t blockSize(uint64_t left) const
     {
         const uint64_t longest = std::min(longestBlock, left), toLook = eventsToLook - counted % eventsToLook;
         return toLook >= longest ? longest : toLook + (longest - toLook) / eventsToLook * eventsToLook;
     }
 
-    // Dense streams and long windows take long: then fewer events go before the next look.
+    // Dense streams and long windows take long: then the next look comes after fewer events.
     void adaptBlocks(int64_t tookNs)
     {
         if (tookNs > longBlockNs) longestBlock = std::max<uint64_t>(longestBlock / 2, 1);

@@ -8,7 +8,7 @@ namespace Tessel {
 // Writes the curves to `y`; nothing as long as no event has been counted.
 void giveOutCurves(const CorrelationWork &work, double *y);
 
-// Empties rows and counts. What the rings hold stays: it pairs with what comes.
+// Empties rows and counts. The times in the rings stay: they pair with events to come.
 void clearCorrelation(CorrelationWork &work);
 
 } // namespace Tessel

@@ -1,4 +1,5 @@
-// Parameters of a correlation as a host gives them, and the working record and lag axis that follow from them.
+// Parameters of a correlation as a host gives them, and the lag axis and what is counted with, which follow
+// from them.
 #pragma once
 
 #include "measurements/correlation_work.h"
@@ -21,7 +22,7 @@ LagGrid lagGridOf(const StreamFacts &facts, const CorrelationParams &params);
 // The caller's y values. g2: both halves as one row; FCS, FFCS: three curves.
 ResultShape curveShape(const StreamFacts &facts, const CorrelationParams &params);
 
-// Throws if the memory is refused.
+// Throws if there is no memory.
 std::shared_ptr<CorrelationWork> setUpCorrelation(const StreamFacts &facts, const CorrelationParams &params);
 
 // The x axis in seconds: g2 the centres of 2 x g2Bins ascending bins; FCS, FFCS the lag centres but the last.

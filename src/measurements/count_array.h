@@ -1,4 +1,4 @@
-// What the measurements that count into the caller's array do with it alike. ManisLock is held.
+// What all measurements that count into the caller's array do with it. ManisLock is held.
 #pragma once
 
 #include "measurements/measurement_steps.h"

@@ -7,7 +7,7 @@ namespace Tessel {
 
 struct Histogram // guarded by ManisLock
 {
-    CountArray Counts;        // a row a channel
+    CountArray Counts;        // a row for each channel
     uint64_t LastRefTime = 0; // ps, of the last reference event; 0: none seen. T2 only
 
     static const MeasurementSteps<Histogram> Steps;

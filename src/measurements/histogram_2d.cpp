@@ -71,7 +71,7 @@ private:
         }
     }
 
-    // A pair that counts nowhere has element 0 looked at.
+    // For a pair that counts nowhere element 0 is looked at.
     void countPair(RunRef &run, const Pair &pair, uint8_t channel)
     {
         const bool isCounted = stopCount == 0 || (!stopped && channel < startChans);

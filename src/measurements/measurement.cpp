@@ -28,7 +28,7 @@ bool isSensible(const ResultShape &shape)
 
 } // namespace
 
-// The one place that tells the kinds apart.
+// The one switch on the kind.
 std::shared_ptr<MeasResult> resultOf(const RunRequest &request)
 {
     auto made = [](auto result) { return std::make_shared<MeasResult>(MeasResult{std::move(result)}); };

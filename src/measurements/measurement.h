@@ -1,5 +1,5 @@
-// The result of a run: one alternative a kind of measurement. What a kind is stands in its own file; here is
-// what a run asks of it, whatever it is.
+// The result of a run: one alternative for each kind of measurement. What a kind is stands in its own file;
+// here is what a run asks of any kind.
 #pragma once
 
 #include "measurements/correlation.h"
@@ -30,14 +30,13 @@ Kind &resultAs(Run &run)
 // The result that the request asks for, not sized yet; null: there is no such kind.
 std::shared_ptr<MeasResult> resultOf(const RunRequest &request);
 
-// Readies a new run's result, on the caller's thread, before any other can see the run.
+// Prepares the result of a new run, on the caller's thread, before any other thread can see the run.
 void beginResult(Run &run);
 
-// What the caller's array has to be; all 0 where the kind has no such array, or where it would be larger than
-// any result.
+// What the caller's array must be; all 0 if the kind has no such array, or if it would be too large.
 ResultShape shapeOf(const Run &run);
 
-// Whether the kind gives out a result that grows during the run.
+// Whether the kind publishes a result that grows during the run.
 bool hasResult(const Run &run);
 
 // Empties the caller's result and notes its size, at the start of a run. ManisLock is held. False, with an
@@ -58,7 +57,7 @@ struct MeasurementThread
 };
 MeasurementThread threadOf(Run &run);
 
-// Brings what was counted into the caller's result, where that isn't counted into directly. ManisLock is held.
+// Writes what was counted to the caller's result, if that isn't counted into directly. ManisLock is held.
 void giveOutResult(Run &run);
 
 // Every lock of the chain is held.

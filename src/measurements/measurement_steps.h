@@ -17,9 +17,9 @@ struct ResultShape
 template <class Kind>
 struct MeasurementSteps
 {
-    // On the caller's thread, before any other can see the run.
+    // On the caller's thread, before any other thread can see the run.
     void (*Begin)(Run &run, Kind &result) = nullptr;
-    // What the run's parameters ask of the caller. Left out: the caller's array is a block, of any size.
+    // What the caller's array must be, by the run's parameters. Left out: it is a block, of any size.
     ResultShape (*Shape)(const Run &run) = nullptr;
     // Notes the shape and empties the caller's array. ManisLock is held.
     void (*Size)(Run &run, Kind &result, const ResultShape &shape) = nullptr;
@@ -31,14 +31,13 @@ struct MeasurementSteps
     // The measurement thread, from its start to its end.
     const char *ThreadName = "";
     void (*Thread)(RunRef run, Kind &result) = nullptr;
-    // Brings what was counted into the caller's array, where that isn't counted into directly. ManisLock is
-    // held.
+    // Writes what was counted to the caller's array, if that isn't counted into directly. ManisLock is held.
     void (*GiveOut)(Run &run, Kind &result) = nullptr;
     // Empties what was counted and the caller's array. Every lock of the chain is held.
     void (*Clear)(Kind &result) = nullptr;
 };
 
-// Whether raw times can be brought to picoseconds; false, with an error in the log.
+// Whether raw times can be converted to picoseconds; false, with an error in the log.
 bool hasTimeScale(const RunRef &run);
 
 } // namespace Tessel

@@ -18,7 +18,7 @@ bool takeNewData(RunRef &ref)
     Run &run = *ref.run;
     if (!run.NewData || !isMeasuring(run) || !hasResult(run)) return false;
     std::lock_guard lock(ref.context.ManisLock);
-    // The other publisher may have been first: what has been counted since then isn't given out yet.
+    // The other publisher may have been first: then only what was counted since then is new.
     if (!run.NewData.exchange(false)) return false;
     giveOutResult(run);
     return true;

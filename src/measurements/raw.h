@@ -1,4 +1,4 @@
-// The record words of a run, as they were read, for the caller's block. ProcessThread brings them there: a run
+// The record words of a run, as they were read, for the caller's block. ProcessThread writes them there: a run
 // of words has no measurement thread.
 #pragma once
 

@@ -1,5 +1,5 @@
-// TimeTraceThread: counts the stream of a T2 or T3 run into bins of time, a row a channel; the new-data step
-// scrolls them into the caller's array.
+// TimeTraceThread: counts the stream of a T2 or T3 run into bins of time, a row for each channel; the new-data
+// step scrolls them into the caller's array.
 #include "measurements/time_trace.h"
 
 #include "devices/result.h"
@@ -113,8 +113,8 @@ bool makeWindow(RunRef &run, TimeTrace &trace)
     return true;
 }
 
-// Scrolls what is complete into the caller's array, at the end of the run the last bin as well, and tells the
-// window's first bin.
+// Scrolls complete bins into the caller's array, at the end of the run the last bin as well, and writes the
+// number of the window's first bin.
 void scrollTrace(Run &run, TimeTrace &trace)
 {
     if (trace.Window.NumBins == 0) return; // not made yet

@@ -1,5 +1,5 @@
-// The time trace of a T2 or T3 run: counts per bin of time, a row a channel, that scroll through the caller's
-// array.
+// The time trace of a T2 or T3 run: counts per bin of time, a row for each channel, that scroll through the
+// caller's array.
 #pragma once
 
 #include "measurements/measurement_steps.h"
@@ -10,8 +10,8 @@ namespace Tessel {
 struct TimeTrace // guarded by ManisLock
 {
     CountArray Counts;
-    uint64_t *FirstBin = nullptr; // the caller's: absolute number of the window's first bin; null: not told
-    TimeTraceWork Window{};       // the bins that aren't given out yet
+    uint64_t *FirstBin = nullptr; // the caller's: absolute number of the window's first bin; null: not wanted
+    TimeTraceWork Window{};       // the bins that aren't published yet
 
     static const MeasurementSteps<TimeTrace> Steps;
 };

@@ -103,8 +103,8 @@ uint64_t timesOfChannel(const uint8_t *channels, const uint64_t *times, uint64_t
 
 namespace {
 
-// Whether a run somewhere, or one that is about to begin, has a stage that imports from this device. No lock
-// may be held: the import stage takes those of both devices in its own order.
+// Whether a run of another device, or one that is about to begin, has a stage that imports from this device. No
+// lock may be held, since locks of other devices are taken here.
 bool isImported(const RunRef &ref)
 {
     auto importsIt = [&ref](const auto &record) {
@@ -155,7 +155,7 @@ public:
     }
 
 private:
-    // The host's block is the host's again once the run is over, and whoever imports may not have come as far.
+    // The host's block is the host's again once the run is over, and an import stage may not have taken all.
     void keepForImport(RunRef &run)
     {
         std::lock_guard lock(run.context.ManisLock);
@@ -175,7 +175,7 @@ private:
             logWrn(LogCategory::Device, "Device: Unfold2 buffer overrun - clearing! @{}", device.ID);
     }
 
-    // No lock of this device is held while another's stages are woken.
+    // No lock of this device is held while stages of others are woken.
     static void tellTakers(RunRef &ref, std::unique_lock<std::mutex> &manis)
     {
         noteTaken(*ref.run);
@@ -215,7 +215,7 @@ private:
 
     UnfoldEvents &result;
     const EventBlock &block;
-    uint64_t highWater = 0; // of the final store
+    uint64_t highWater = 0; // of Store
 };
 
 void UnfoldThread(RunRef run, UnfoldEvents &result)

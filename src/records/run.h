@@ -71,7 +71,7 @@ struct EventBlock
     uint8_t *Channels = nullptr;
     uint64_t Capacity = 0;
     uint64_t *Count = nullptr;
-    bool IsHosts = false; // the host's memory: its again once the run's final record is gone
+    bool IsHosts = false; // the host's memory: the host's again once the run's Store is gone
 };
 
 // Shared by the threads of the run and by the MeasContext, which keeps the last run for its result.
@@ -82,15 +82,15 @@ struct Run
     const MeasParams Params{};
     const DeviceLookUp *Devices = nullptr;
     StreamFacts Facts{};
-    const uint64_t NumRows = 0; // of a result with a row a channel
+    const uint64_t NumRows = 0; // of a result with a row for each channel
     const uint64_t NumBins = 0; // columns of a histogram
 
     RunControl Control{};
 
     // What Request asks for: the result of its kind, made with the run.
     std::shared_ptr<MeasResult> Result{};
-    // What the chain reaches of it; guarded by ManisLock.
-    CountArray *ChannelRows = nullptr; // counts with a row a channel, which follow the chain; null: none
+    // The parts of it that the chain works on; guarded by ManisLock.
+    CountArray *ChannelRows = nullptr; // counts with a row for each channel, which grow with the chain, or null
     EventBlock Offered{};              // what import stages of other devices take
     std::vector<std::shared_ptr<Manipulator>> Importers{}; // these stages
     std::condition_variable BlockTaken{};                  // waited for with ManisLock
