@@ -87,7 +87,7 @@ struct Run
 
     RunControl Control{};
 
-    // What Request asks for: the result of its kind, made with the run.
+    // What Request asks for: the result of its kind, made with the run. Each kind says its guard.
     std::shared_ptr<MeasResult> Result{};
     // The parts of it that the chain works on; guarded by ManisLock.
     CountArray *ChannelRows = nullptr; // counts with a row for each channel, which grow with the chain, or null
