@@ -35,7 +35,7 @@ bool endRun(const DeviceRef &target, std::chrono::milliseconds patience)
     if (!run) return true;
     if (!hasReached(*run, RunPhase::Finished)) {
         context.Description.StopReason = StopReason::Manual;
-        requestStopByHost(context, *run);
+        requestStopByHost(*run);
     }
     if (drains(*run)) return true;
     abortRun(context, *run);

@@ -128,7 +128,7 @@ ResultShape resultShape(const DeviceRef &target, MeasKind kind, const DeviceLook
 void stopMeasurement(MeasContext &context)
 {
     context.Description.StopReason = StopReason::Manual;
-    if (auto run = liveRun(context)) requestStopByHost(context, *run);
+    if (auto run = liveRun(context)) requestStopByHost(*run);
 }
 
 void setSequence(MeasContext &context, int32_t mode, bool wait, double value)

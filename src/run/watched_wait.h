@@ -21,6 +21,7 @@ void waitWatched(RunRef &ref, Predicate isDone)
     auto isWatched = [&control] { return control.StopByHost && !control.Aborted; };
     for (;;) {
         waitFor(control, [&] { return isDone() || isWatched(); });
+        wakeChain(ref.context); // imports don't wait for their source any more
         const int64_t moved = std::max(control.StoppedAt.load(), run.TakenAt.load());
         const std::chrono::steady_clock::time_point deadline{std::chrono::nanoseconds(moved) +
                                                              Pace::consumerTakes};

@@ -104,12 +104,11 @@ void requestStop(Run &run)
     notify(run.ReadGate, run.ReadChanged);
 }
 
-void requestStopByHost(MeasContext &context, Run &run)
+void requestStopByHost(Run &run)
 {
     if (!run.Control.StopByHost) run.Control.StoppedAt = monotonicNs();
     run.Control.StopByHost = true;
-    run.Control.StopRequested = true;
-    wakeAll(context, run);
+    requestStop(run);
 }
 
 } // namespace Tessel

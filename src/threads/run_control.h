@@ -44,8 +44,9 @@ void advance(MeasContext &context, Run &run, RunPhase phase);
 void abortRun(MeasContext &context, Run &run);
 // Ends the run when what was read is handed on. May be called under ManisLock.
 void requestStop(Run &run);
-// The same for the host, which doesn't wait for a consumer that sleeps. No lock is held.
-void requestStopByHost(MeasContext &context, Run &run);
+// The same for the host, who waits for no consumer that sleeps and no stage at work: MeasureThread tells the
+// chain.
+void requestStopByHost(Run &run);
 
 int64_t monotonicNs();
 // The run's consumer has taken something.

@@ -2,6 +2,7 @@
 #include "manipulators/chain.h"
 #include "manipulators/numbering.h"
 #include "manipulators/stages.h"
+#include "run/requests.h"
 
 #include <gtest/gtest.h>
 
@@ -149,4 +150,14 @@ TEST_F(Chain, RatesAreThoseOfACountRateThatHasSeenARun)
     EXPECT_TRUE(countRates(target, 1, nullptr));
     EXPECT_TRUE(countRates(target, 1, rates.data()));
     EXPECT_EQ(rates, (std::vector<uint32_t>{1, 3, 0, 4294967295, 0, 6, 0})); // it doesn't see the last channel
+}
+
+TEST(ChainOfARun, AStopOfTheHostWaitsForNoStageAtWork)
+{
+    MeasContext context;
+    context.CurrentRun = std::shared_ptr<Tessel::Run>(new Tessel::Run{});
+    context.Manis.push_back(std::make_shared<Manipulator>());
+    std::lock_guard atWork(context.Manis.front()->Lock);
+    stopMeasurement(context);
+    EXPECT_TRUE(context.CurrentRun->Control.StopByHost);
 }

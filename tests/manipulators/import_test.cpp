@@ -122,8 +122,10 @@ TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
         ImportState import;
         import.Source = std::make_shared<DeviceEntry>();
         import.Source->context.CurrentRun = run;
+        import.Waits = true;
         stage.record->SourceChanged = true;
         beforeTurn(import, stage);
+        EXPECT_FALSE(waits(import, stage)); // nor if the next store is full: the source may not move again
         EXPECT_EQ(import.Times.size(), streamRecords());
         EXPECT_EQ(offered.Count, 0u);
 

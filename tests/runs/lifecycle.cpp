@@ -9,7 +9,6 @@
 
 #include <array>
 #include <filesystem>
-#include <random>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -45,30 +44,6 @@ bool isReading()
 }
 
 } // namespace
-
-TEST(Lifecycle, RunsStoppedAtRandomMomentsLeaveNothingBehind)
-{
-    Host host;
-    ASSERT_FALSE(host.open(writeT3(host, 3'000'000)).empty());
-    addMMerge(nullptr, members, 1, 1);
-    Counts counts(rows + 1, columns);
-    std::mt19937 random(5);
-    const int runs = getenv("TESSEL_TEST_RUNS") ? std::atoi(getenv("TESSEL_TEST_RUNS")) : 12;
-    const size_t threads = threadCount(), descriptors = descriptorCount();
-    size_t resident = 0;
-    for (int i = 0; i < runs; ++i) {
-        Finished finished;
-        ASSERT_TRUE(startHistogram(counts, finished));
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 400'000));
-        EXPECT_TRUE(stopMeasure(nullptr));
-        ASSERT_TRUE(finished.wait());
-        EXPECT_EQ(describedText("StopReason"), "Manual");
-        if (i == runs / 2) resident = residentKiB();
-    }
-    EXPECT_TRUE(eventually([&] { return threadCount() <= threads; })) << threadCount();
-    EXPECT_TRUE(eventually([&] { return descriptorCount() <= descriptors; })) << descriptorCount();
-    EXPECT_LT(residentKiB(), resident + 64 * 1024);
-}
 
 // Where nobody holds it up, a stopped run hands on what it has read and is over.
 TEST(Lifecycle, AStoppedRunEndsAtOnce)
