@@ -67,7 +67,8 @@ bool isRecording(const std::string &path)
 {
     if (isStandardOutput(path) || !inputIdentity(path)) return false;
     if (behindLinks(path).ends_with(".tgx")) return true;
-    return headerOf(LibraryPath(path)).has_value();
+    const auto header = headerOf(LibraryPath(path)); // also of a text that has the name of a tag in it
+    return header && header->at("magic").as_string() == "MVTTTR";
 }
 
 std::string pathOf(const Descriptor &file)

@@ -81,6 +81,7 @@ TEST(Files, ThatAreReadOrRecordedStay)
     EXPECT_TRUE(fs::is_symlink(folder.file("link")));
     EXPECT_TRUE(output(folder, "info s.tgx -o other --force").empty());
     EXPECT_TRUE(contents(folder.file("other")).starts_with("File\n"));
+    output(folder, "trace s.tgx -o other"); // a text about a recording isn't one
 }
 
 // The recording would take minutes: its zero words are events, and take no room on the disc.
