@@ -147,9 +147,9 @@ TEST(Histogram2dCount, BinEdgesAreExact)
             }
         }
     // Sheared, bin 0 begins behind -1.
-    const Events pair{{1000, 0}, {1035, 1}, {1050, 2}, {1090, 0}};
+    const Events pair{{1000, 0}, {1040, 1}, {1050, 2}, {1090, 0}};
     PairSettings settings{.widthX = 10, .widthY = 20, .binsX = 10, .binsY = 5};
-    for (const auto &[slope, counted] : {std::pair(-0.89, "20:1 "), {-0.9, ""}}) {
+    for (const auto &[slope, counted] : {std::pair(-0.98, "20:1 "), {-1.0, ""}}) {
         settings.slope = slope;
         EXPECT_EQ(show(countPairs(pair, T2Time(), 3, settings, 9, random)), counted);
     }
