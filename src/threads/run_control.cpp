@@ -49,9 +49,16 @@ void wake(Manipulator &record)
     notify(record.Lock, record.Changed);
 }
 
+// From the last to the first: what is removed meanwhile moves others down, and none of them is passed over.
 void wakeChain(MeasContext &context)
 {
-    for (size_t i = 0; auto record = at(context.PipelineLock, context.Manis, i); ++i) wake(*record);
+    size_t left = 0;
+    {
+        std::lock_guard pass(context.PipelineLock);
+        left = context.Manis.size();
+    }
+    while (left-- > 0)
+        if (auto record = at(context.PipelineLock, context.Manis, left)) wake(*record);
 }
 
 void wakeImporters(MeasContext &context, Run &run)

@@ -3,13 +3,19 @@
 #include "manipulators/numbering.h"
 #include "manipulators/stages.h"
 #include "run/requests.h"
+#include "threads/run_control.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <functional>
+#include <future>
+#include <thread>
 
 using namespace Tessel;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -160,4 +166,30 @@ TEST(ChainOfARun, AStopOfTheHostWaitsForNoStageAtWork)
     std::lock_guard atWork(context.Manis.front()->Lock);
     stopMeasurement(context);
     EXPECT_TRUE(context.CurrentRun->Control.StopByHost);
+}
+
+// A stage is removed while it is being woken: the record that moves to its place is woken all the same.
+TEST(ChainOfARun, WhoMovesUpIsWokenToo)
+{
+    MeasContext context;
+    for (int i = 0; i < 3; ++i) context.Manis.push_back(std::make_shared<Manipulator>());
+    const auto removed = context.Manis[1], last = context.Manis[2];
+    std::unique_lock atWork(removed->Lock);
+    std::atomic<bool> isDone{false};
+    auto waits = [&] {
+        std::unique_lock lock(last->Lock);
+        const auto start = std::chrono::steady_clock::now();
+        last->Changed.wait_for(lock, 10s, [&] { return isDone.load(); });
+        return std::chrono::steady_clock::now() - start;
+    };
+    auto waited = std::async(std::launch::async, waits);
+    std::this_thread::sleep_for(50ms); // both are where they wait
+    auto woken = std::async(std::launch::async, [&] { isDone = true, wakeChain(context); });
+    std::this_thread::sleep_for(50ms);
+    {
+        std::lock_guard pass(context.PipelineLock);
+        std::erase(context.Manis, removed);
+    }
+    atWork.unlock();
+    EXPECT_LT(waited.get(), 5s);
 }
