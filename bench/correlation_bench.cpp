@@ -4,7 +4,7 @@
 #include "interleaved.h"
 #include "measurements/correlation_count.h"
 #include "measurements/correlation_setup.h"
-#include "support/plain_correlation.h"
+#include "plain/correlation.h"
 
 #include <hwy/targets.h>
 
@@ -14,7 +14,7 @@
 #include <string>
 
 using namespace Tessel;
-using TestSupport::countCorrelationPlain;
+using Plain::countCorrelationPlain;
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "measurements/histogram_2d_count.h"
 #include "measurements/time_trace_count.h"
 #include "measurements/unfold.h"
-#include "support/reference_measurements.h"
+#include "plain/measurements.h"
 #include "word_streams.h"
 
 #include <cstring>
@@ -93,12 +93,12 @@ void histogram2d(benchmark::State &state, MeasMode mode, double slope, uint32_t 
     rules.Params.H2dNumBinsX = rules.Params.H2dNumBinsY = 256;
     rules.Params.H2dBinWidthX = rules.Params.H2dBinWidthY = isT2 ? 500 : 1000;
     rules.Params.H2dSlope = slope;
-    const TestSupport::PairSettings settings{.widthX = rules.Params.H2dBinWidthX,
-                                             .widthY = rules.Params.H2dBinWidthY,
-                                             .binsX = 256,
-                                             .binsY = 256,
-                                             .slope = slope};
-    TestSupport::Events plainEvents;
+    const Plain::PairSettings settings{.widthX = rules.Params.H2dBinWidthX,
+                                       .widthY = rules.Params.H2dBinWidthY,
+                                       .binsX = 256,
+                                       .binsY = 256,
+                                       .slope = slope};
+    Plain::Events plainEvents;
     for (uint64_t i = 0; i < events.Count; ++i) plainEvents.push_back({events.Times[i], events.Channels[i]});
     std::vector<uint32_t> fast(256 * 256);
     withTimeOf(mode, [&](const auto &time) {
@@ -109,8 +109,7 @@ void histogram2d(benchmark::State &state, MeasMode mode, double slope, uint32_t 
             benchmark::ClobberMemory();
         };
         auto countPlain = [&] {
-            auto counts =
-                TestSupport::pairHistogram(plainEvents, Rows, settings, {!isT2, PeriodPs, Resolution});
+            auto counts = Plain::pairHistogram(plainEvents, Rows, settings, {!isT2, PeriodPs, Resolution});
             benchmark::DoNotOptimize(counts);
             return counts;
         };

@@ -8,8 +8,8 @@
 #include "manipulators/herald.h"
 #include "manipulators/merge.h"
 #include "manipulators/sub_stream.h"
+#include "plain/stages.h"
 #include "stream/event_store.h"
-#include "support/reference_stages.h"
 
 #include <cmath>
 #include <cstring>
@@ -17,8 +17,8 @@
 #include <string>
 
 using namespace Tessel;
-using TestSupport::EventSink;
-using TestSupport::StreamForm;
+using Plain::EventSink;
+using Plain::StreamForm;
 
 namespace {
 
@@ -109,7 +109,7 @@ void compareStage(benchmark::State &bench, const Batch &batch, const StageRef &s
 void mergeCase(benchmark::State &bench, const Batch &batch, bool keep)
 {
     compareStage(bench, batch, stageOf(batch, {1, 2}, {6}), MergeState{keep},
-                 TestSupport::ReferenceMerge{{1, 2}, 6, keep});
+                 Plain::ReferenceMerge{{1, 2}, 6, keep});
 }
 
 // The middle half of the batch.
@@ -118,7 +118,7 @@ void subStreamCase(benchmark::State &bench, const Batch &batch, bool)
     const uint64_t from = batch.Form.ps(batch.Times[BatchEvents / 4]);
     const uint64_t to = batch.Form.ps(batch.Times[BatchEvents / 4 * 3]);
     compareStage(bench, batch, stageOf(batch, {}, {}), SubStreamState{from, to},
-                 TestSupport::ReferenceSubStream{from, to});
+                 Plain::ReferenceSubStream{from, to});
 }
 
 void heraldCase(benchmark::State &bench, const Batch &batch, bool keep)
@@ -129,7 +129,7 @@ void heraldCase(benchmark::State &bench, const Batch &batch, bool keep)
     state.Keep = keep;
     const std::vector<uint8_t> outputs = keep ? std::vector<uint8_t>{6, 7} : std::vector<uint8_t>{2, 3};
     compareStage(bench, batch, stageOf(batch, {1, 2, 3}, outputs), state,
-                 TestSupport::ReferenceHerald{1, {2, 3}, outputs, 1000, 100'000, false, keep});
+                 Plain::ReferenceHerald{1, {2, 3}, outputs, 1000, 100'000, false, keep});
 }
 
 void delayCase(benchmark::State &bench, const Batch &batch, bool keep)
@@ -138,14 +138,14 @@ void delayCase(benchmark::State &bench, const Batch &batch, bool keep)
     DelayState state;
     state.Delay = delay;
     state.Keep = keep;
-    compareStage(bench, batch, stageOf(batch, {5}, {6}), state, TestSupport::ReferenceDelay{5, 6, delay, keep});
+    compareStage(bench, batch, stageOf(batch, {5}, {6}), state, Plain::ReferenceDelay{5, 6, delay, keep});
 }
 
 void countRateCase(benchmark::State &bench, const Batch &batch, bool)
 {
     CountRateState state;
     state.Window = 1'000'000'000;
-    compareStage(bench, batch, stageOf(batch, {}, {}), state, TestSupport::ReferenceCountRate{state.Window, 6});
+    compareStage(bench, batch, stageOf(batch, {}, {}), state, Plain::ReferenceCountRate{state.Window, 6});
 }
 
 void coincidenceCase(benchmark::State &bench, const Batch &batch, bool keep, TimeMode timeMode,
@@ -157,7 +157,7 @@ void coincidenceCase(benchmark::State &bench, const Batch &batch, bool keep, Tim
     state.Keep = keep;
     compareStage(
         bench, batch, stageOf(batch, members, {6}), state,
-        TestSupport::ReferenceCoincidence{members, 6, state.Window, 0, static_cast<uint32_t>(timeMode), keep});
+        Plain::ReferenceCoincidence{members, 6, state.Window, 0, static_cast<uint32_t>(timeMode), keep});
 }
 
 template <class Case, class... Args>

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "manipulators/hooks.h"
+#include "plain/stages.h"
 #include "records/refs.h"
 #include "stream/event_store.h"
 #include "stream/piece.h"
-#include "support/reference_stages.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,8 @@
 #include <string_view>
 
 namespace TestSupport {
+
+using namespace Plain;
 
 // "1@100 2@250" in T2, "1@3:20" (sync:dtime) in T3.
 inline Events events(std::string_view text)

@@ -4,7 +4,7 @@
 #include "measurements/correlation_result.h"
 #include "measurements/correlation_setup.h"
 #include "measurements/streamed.h"
-#include "support/plain_correlation.h"
+#include "plain/correlation.h"
 #include "support/reference_correlation.h"
 #include "support/simd_targets.h"
 
@@ -16,6 +16,7 @@
 #include <random>
 
 using namespace Tessel;
+using namespace Plain;
 using namespace TestSupport;
 
 namespace {

@@ -2,7 +2,7 @@
 #include "measurements/histogram_2d_count.h"
 
 #include "measurements/streamed.h"
-#include "support/reference_measurements.h"
+#include "plain/measurements.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 #include <limits>
 
 using namespace Tessel;
+using namespace Plain;
 using namespace TestSupport;
 
 namespace {

@@ -1,12 +1,14 @@
 // Events as the arrays that the counting loops take, in pieces as batches come.
 #pragma once
 
-#include "support/reference.h"
+#include "plain/stream.h"
 
 #include <algorithm>
 #include <random>
 
 namespace TestSupport {
+
+using namespace Plain;
 
 struct Streamed
 {

@@ -1,9 +1,9 @@
 // Whole replays through random chains of stages, through tessel.h, against the plain form of each stage. A file
 // of one chunk reaches every stage as one batch, so that what a coincidence makes of it is settled.
+#include "plain/stages.h"
 #include "support/host.h"
 #include "support/measured_events.h"
 #include "support/random_words.h"
-#include "support/reference_stages.h"
 #include "support/tgx_file.h"
 #include "tessel.h"
 
@@ -15,6 +15,7 @@
 #include <cmath>
 #include <random>
 
+using namespace Plain;
 using namespace TestSupport;
 
 namespace {

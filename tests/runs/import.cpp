@@ -1,8 +1,8 @@
 // Runs that import the events of other devices: two and three files, and sources that never come.
+#include "plain/stages.h"
 #include "support/host.h"
 #include "support/measured_events.h"
 #include "support/random_words.h"
-#include "support/reference_stages.h"
 #include "support/tgx_file.h"
 #include "support/words.h"
 #include "tessel.h"
@@ -14,6 +14,7 @@
 #include <cstring>
 #include <thread>
 
+using namespace Plain;
 using namespace TestSupport;
 
 namespace {

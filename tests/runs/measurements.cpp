@@ -1,7 +1,8 @@
 // Measurements of whole replays, through tessel.h, against references written apart.
+#include "plain/measurements.h"
+
 #include "runs/curves.h"
 #include "support/random_words.h"
-#include "support/reference_measurements.h"
 #include "support/words.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <functional>
 #include <numeric>
 
+using namespace Plain;
 using namespace TestSupport;
 
 namespace {

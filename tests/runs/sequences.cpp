@@ -1,11 +1,12 @@
 // A sequence: the result is given out and emptied step by step, and the run waits for the host after each.
+#include "plain/stream.h"
 #include "runs/curves.h"
 #include "support/random_words.h"
-#include "support/reference.h"
 #include "support/words.h"
 
 #include <gtest/gtest.h>
 
+using namespace Plain;
 using namespace TestSupport;
 
 namespace {

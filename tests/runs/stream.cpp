@@ -1,9 +1,10 @@
 // The stream itself in the caller's block, as record words or as decoded events: each once and in order,
 // whatever the block's size and however its reader behaves.
+#include "plain/stream.h"
+
 #include "support/host.h"
 #include "support/measured_events.h"
 #include "support/random_words.h"
-#include "support/reference.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,7 @@
 #include <array>
 #include <functional>
 
+using namespace Plain;
 using namespace TestSupport;
 using namespace std::chrono_literals;
 

@@ -1,7 +1,7 @@
 // Words in, events out: what each word means, by the plain loop and by the wide one.
 #include "stream/words.h"
 
-#include "support/reference.h"
+#include "plain/stream.h"
 #include "support/simd_targets.h"
 #include "support/words.h"
 
@@ -12,6 +12,7 @@
 #include <vector>
 
 using namespace Tessel;
+using namespace Plain;
 using namespace TestSupport;
 
 namespace {

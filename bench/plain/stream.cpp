@@ -1,8 +1,8 @@
-#include "support/reference.h"
+#include "plain/stream.h"
 
 #include <algorithm>
 
-namespace TestSupport {
+namespace Plain {
 
 namespace {
 
@@ -104,4 +104,4 @@ std::vector<uint32_t> histogramT2(const Events &events, size_t rows, uint64_t bi
     return counts;
 }
 
-} // namespace TestSupport
+} // namespace Plain

@@ -1,9 +1,9 @@
-#include "support/reference_measurements.h"
+#include "plain/measurements.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace TestSupport {
+namespace Plain {
 
 TraceReference::TraceReference(size_t rows, size_t binCount, uint64_t widthPs, StreamForm streamForm)
     : bins(binCount),
@@ -147,4 +147,4 @@ std::vector<uint32_t> pairHistogram(const Events &events, size_t rows, const Pai
     return form.t3 ? pairsT3(events, rows, settings, form) : pairsT2(events, rows, settings);
 }
 
-} // namespace TestSupport
+} // namespace Plain

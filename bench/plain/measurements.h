@@ -2,13 +2,13 @@
 // the plainest form.
 #pragma once
 
-#include "support/reference.h"
+#include "plain/stream.h"
 
 #include <cstdint>
 #include <deque>
 #include <vector>
 
-namespace TestSupport {
+namespace Plain {
 
 // A trace of `bins` bins of `widthPs`. A bin that is left behind without having been given out is given out as
 // zero.
@@ -48,4 +48,4 @@ struct PairSettings
 std::vector<uint32_t> pairHistogram(const Events &events, size_t rows, const PairSettings &settings,
                                     const StreamForm &form);
 
-} // namespace TestSupport
+} // namespace Plain

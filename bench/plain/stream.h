@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace TestSupport {
+namespace Plain {
 
 struct Event
 {
@@ -59,4 +59,4 @@ std::vector<uint32_t> histogramT3(const Events &events, size_t rows);
 std::vector<uint32_t> histogramT2(const Events &events, size_t rows, uint64_t bins, uint64_t binWidth,
                                   uint8_t reference);
 
-} // namespace TestSupport
+} // namespace Plain

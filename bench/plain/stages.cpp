@@ -1,9 +1,9 @@
-#include "support/reference_stages.h"
+#include "plain/stages.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace TestSupport {
+namespace Plain {
 
 namespace {
 
@@ -245,4 +245,4 @@ Events passPiece(ReferenceStage &stage, const StreamForm &form, const Events &in
     return out;
 }
 
-} // namespace TestSupport
+} // namespace Plain

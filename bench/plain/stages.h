@@ -2,7 +2,7 @@
 // library. A stage keeps its state from piece to piece of a run.
 #pragma once
 
-#include "support/reference.h"
+#include "plain/stream.h"
 
 #include <array>
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <variant>
 #include <vector>
 
-namespace TestSupport {
+namespace Plain {
 
 struct EventView
 {
@@ -121,4 +121,4 @@ using ReferenceStage = std::variant<ReferenceMerge, ReferenceCoincidence, Refere
 // A piece through one stage; with `last` what comes at the end of a run too.
 Events passPiece(ReferenceStage &stage, const StreamForm &form, const Events &in, bool last);
 
-} // namespace TestSupport
+} // namespace Plain

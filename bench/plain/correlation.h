@@ -4,7 +4,7 @@
 
 #include "measurements/correlation_count.h"
 
-namespace TestSupport {
+namespace Plain {
 
 inline void countCorrelationPlain(Tessel::CorrelationWork &work, const Tessel::TimedEvents &events)
 {
@@ -15,4 +15,4 @@ inline void countCorrelationPlain(Tessel::CorrelationWork &work, const Tessel::T
             countLagsEvent(work, Tessel::correlated(work.Params, events.Times[i], events.Channels[i]), count);
 }
 
-} // namespace TestSupport
+} // namespace Plain
