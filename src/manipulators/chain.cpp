@@ -263,9 +263,31 @@ void endStage(const DeviceRef &target, uint32_t index)
     if (record && record->Type != ManisType::Store) endStage(target, *record);
 }
 
+namespace {
+
+// Of a chain that is being cleared a run awaits no stage that is gone.
+class Removal
+{
+public:
+    explicit Removal(MeasContext &cleared) : context(cleared) { ++context.Removals; }
+    ~Removal()
+    {
+        --context.Removals;
+        if (auto run = currentRun(context)) wake(run->Control);
+    }
+    Removal(const Removal &) = delete;
+    Removal &operator=(const Removal &) = delete;
+
+private:
+    MeasContext &context;
+};
+
+} // namespace
+
 void removeStages(const DeviceRef &target)
 {
     MeasContext &context = target->context;
+    const Removal removal(context);
     std::lock_guard oneEnd(context.EndLock);
     auto chain = chainOf(context);
     std::erase_if(chain, [](const auto &record) { return record->Type == ManisType::Store; }); // the run's

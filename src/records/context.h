@@ -46,6 +46,7 @@ struct MeasContext
     std::shared_ptr<Run> CurrentRun; // the live run, or the last one
     std::mutex StartLock;            // one start of a run at a time
     std::atomic<int> Starts{0};      // calls that are starting a run, from their import sources on
+    std::atomic<int> Removals{0};    // calls that clear the chain: a stage that is gone may still stand in it
     std::mutex EndLock;              // one thread at a time ends and removes stages
     std::atomic<bool> Closed{false}; // set with StartLock: no run starts and no stage is added any more
 };

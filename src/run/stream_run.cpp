@@ -75,8 +75,9 @@ bool waitManipulators(RunRef &ref)
     RunControl &control = ref.run->Control;
     auto areIn = [&] { return !anyRecord(ref.context, isAwaited); };
     auto isLost = [&] {
-        return anyRecord(ref.context,
-                         [](const auto &record) { return isAwaited(record) && record.ThreadGone; });
+        return ref.context.Removals == 0 && anyRecord(ref.context, [](const auto &record) {
+                   return isAwaited(record) && record.ThreadGone;
+               });
     };
     // An import may wait long for its source; the other stages enter by themselves.
     auto isGivenUp = [&] {
@@ -86,8 +87,6 @@ bool waitManipulators(RunRef &ref)
     };
     auto isOver = [&] { return control.Aborted || areIn() || isLost() || isGivenUp(); };
     waitFor(control, Pace::stagesEnter, isOver);
-    if (isLost())
-        std::lock_guard removed(ref.context.EndLock); // the chain is being cleared: it goes on without
     if (control.Aborted || areIn()) return areIn();
     if (isLost() || !isGivenUp()) tellLateStage(ref);
     return false;
