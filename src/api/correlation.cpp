@@ -2,7 +2,6 @@
 #include "devices/source.h"
 #include "measurements/correlation_setup.h"
 #include "run/finished.h"
-#include "run/measure_thread.h"
 #include "run/requests.h"
 #include "session/open_close.h"
 

@@ -94,7 +94,8 @@ std::shared_ptr<Manipulator> recordAt(MeasContext &context, size_t index)
 
 void failPass(const StageRef &stage, const char *why) noexcept
 {
-    if (auto run = currentRun(stage.context); run && isMeasuring(*run)) abortRun(stage.context, *run);
+    auto run = stage.run ? stage.run : currentRun(stage.context);
+    if (run && isMeasuring(*run)) abortRun(stage.context, *run);
     tryToLog([&] {
         logErr(LogCategory::General, "Device: {} failed: {} @{}", stage.record->Name, why, stage.device.ID);
     });
@@ -202,6 +203,26 @@ void releaseStore(Manipulator &record)
 
 } // namespace
 
+namespace {
+
+void stopStage(const DeviceRef &target, Manipulator &record, bool exit,
+               const std::function<void(Manipulator &)> &wait)
+{
+    const bool entered = askToStop(target->context, record, exit);
+    logStage("wait manipulator: {} @{} stopped", record, target->device);
+    if (entered) wait(record);
+    logStage("manipulator: {} @{} stopped", record, target->device);
+    releaseStore(record);
+}
+
+} // namespace
+
+void stopLatecomers(const DeviceRef &target, const std::function<void(Manipulator &)> &wait)
+{
+    for (size_t i = 0; auto record = recordAt(target->context, i); ++i)
+        if (record->StartedFlag && !record->StoppedFlag) stopStage(target, *record, false, wait);
+}
+
 void stopManipulators(const DeviceRef &target, bool exit, const std::function<void(Manipulator &)> &wait)
 {
     if (LogLevel.Manipulators)
@@ -209,14 +230,8 @@ void stopManipulators(const DeviceRef &target, bool exit, const std::function<vo
             logInf(LogCategory::Progress, "stop manipulators {} @{}", chainOf(target->context).size(),
                    target->device.ID);
         });
-    for (size_t i = 0; auto record = recordAt(target->context, i); ++i) {
-        if (record->Type == ManisType::Store) continue;
-        const bool entered = askToStop(target->context, *record, exit);
-        logStage("wait manipulator: {} @{} stopped", *record, target->device);
-        if (entered) wait(*record);
-        logStage("manipulator: {} @{} stopped", *record, target->device);
-        releaseStore(*record);
-    }
+    for (size_t i = 0; auto record = recordAt(target->context, i); ++i)
+        if (record->Type != ManisType::Store) stopStage(target, *record, exit, wait);
 }
 
 namespace {
@@ -250,7 +265,7 @@ void endStage(const DeviceRef &target, Manipulator &record)
         });
         partFrom(record.Thread, record);
     }
-    if (record.ThreadGone) releaseStore(record);
+    releaseStore(record); // also where the stage goes on: who writes to it isn't to wait for it
     --target->context.ManisChans;
 }
 

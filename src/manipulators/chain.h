@@ -94,6 +94,8 @@ bool hasLeft(const Manipulator &record);
 // For each stage in turn: asks it to end its pass, and with `exit` its thread; calls `wait` if it has entered
 // the run; frees its store. Allocates nothing.
 void stopManipulators(const DeviceRef &target, bool exit, const std::function<void(Manipulator &)> &wait);
+// The same for stages that were added, and entered, while the run was at its end.
+void stopLatecomers(const DeviceRef &target, const std::function<void(Manipulator &)> &wait);
 // A `wait` for stages of which the run is over: they have left it.
 void waitLeft(Manipulator &record);
 

@@ -17,13 +17,13 @@ struct BatchWindow // of the batch that a stage has taken
 enum class Fill { Work, Hold, Overrun };
 
 // `count`, `highWater`, `hold`: of the next store; `hold` is set and cleared here.
-inline Fill fillRule(uint64_t count, uint64_t highWater, bool isFile, uint64_t batchSize, BatchWindow &window,
+inline Fill fillRule(uint64_t count, uint64_t highWater, bool mayWait, uint64_t batchSize, BatchWindow &window,
                      bool &hold)
 {
     if (count < highWater) {
         hold = false;
         if (!window.Cut) window.End = std::min(batchSize, window.Cursor + (highWater - count));
-    } else if (!hold && !isFile) {
+    } else if (!hold && !mayWait) {
         return Fill::Overrun;
     } else if (!hold) {
         hold = true;

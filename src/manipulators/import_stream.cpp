@@ -47,7 +47,7 @@ bool isDone(const Run &run)
 // From here on the source's run wakes this stage. Its ManisLock is held.
 void joinImporters(ImportState &import, const StageRef &stage, const std::shared_ptr<Run> &run)
 {
-    if (import.SourceRun == run) return;
+    if (import.SourceRun.lock() == run) return;
     import.SourceRun = run;
     run->Importers.push_back(stage.record);
     stage.record->SourceChanged = true;
@@ -134,7 +134,7 @@ void warnSourceOverrun(const StageRef &stage, uint64_t count, uint64_t held)
 // is lost.
 void beforeTurn(ImportState &import, const StageRef &stage)
 {
-    if (!stage.record->Enabled || !stage.record->SourceChanged.exchange(false)) return;
+    if (!stage.record->SourceChanged.exchange(false) || !stage.record->Enabled) return;
     MeasContext &context = import.Source->context;
     auto run = currentRun(context);
     const bool done = isDone(*run); // looked at before the block

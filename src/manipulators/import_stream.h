@@ -16,15 +16,15 @@ struct ImportState
     int64_t Offset = 0; // ps, added to the source's times
     const DeviceLookUp *Devices = nullptr;
 
-    DeviceRef Source;               // from the moment it has a run for this stage
-    std::shared_ptr<Run> SourceRun; // whose importers this stage is among
-    bool SourceOver = false;        // nothing more will come
-    bool SourceFull = false;        // the source has more than there was room for
-    std::vector<uint64_t> Times;    // ps, offset included
-    std::vector<uint8_t> Channels;  // of the source
-    uint64_t Cursor = 0;            // first imported event that isn't dealt with
-    uint64_t LastWritten = 0;       // ps
-    bool Waits = false;             // an own event waits for imported ones that are later
+    DeviceRef Source;              // from the moment it has a run for this stage
+    std::weak_ptr<Run> SourceRun;  // whose importers this stage is among
+    bool SourceOver = false;       // nothing more will come
+    bool SourceFull = false;       // the source has more than there was room for
+    std::vector<uint64_t> Times;   // ps, offset included
+    std::vector<uint8_t> Channels; // of the source
+    uint64_t Cursor = 0;           // first imported event that isn't dealt with
+    uint64_t LastWritten = 0;      // ps
+    bool Waits = false;            // an own event waits for imported ones that are later
 };
 
 template <>

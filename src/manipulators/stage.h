@@ -14,8 +14,7 @@
 //                                                  full, call again
 //   Ready        isReady(state, stage)             with no lock held; false: can't enter the run yet
 //   BeforeTurn   beforeTurn(state, stage)          with no lock held
-//   Waits        waits(state, stage)               the piece was cut because the stage waits for its source,
-//   not
+//   Waits        waits(state, stage)               the piece was cut for what the source hasn't brought, not
 //                                                  for want of room; SourceChanged ends the wait
 //   Overrun      logOverrun(state, stage, next)    logs it in place of the kind's overrun line
 // The loop calls exactly the hooks that are named. A name without its function doesn't compile, nor does a
@@ -228,10 +227,14 @@ private:
 
     void waitForRoom(Manipulator &next, std::unique_lock<std::mutex> &nextLock, uint64_t enough)
     {
-        next.Changed.wait(nextLock, [&] {
+        auto goesOn = [&] {
             return next.Events.Count < enough || !hasArrays(next.Events) || record.ExitFlag ||
                    isAborted(*stage.run);
-        });
+        };
+        if (stage.run->Facts.MayWait)
+            next.Changed.wait(nextLock, goesOn);
+        else // a store that is still full then is cleared
+            next.Changed.wait_for(nextLock, Pace::liveRoom, goesOn);
     }
 
     void tellOverrun(const Manipulator &next)

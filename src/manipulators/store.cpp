@@ -52,15 +52,20 @@ bool allocateFinalStore(const DeviceRef &target)
     return last.record && allocate(last.record->Events, streamRecords());
 }
 
+void tellStoreGoes(const DeviceRef &target)
+{
+    if (!LogLevel.Manipulators) return;
+    if (auto record = lockLast(target->context).record)
+        tryToLog([&] {
+            logInf(LogCategory::Progress, "RemManisStore {} @{}", record->Index.load(), target->device.ID);
+        });
+}
+
 void removeManisStore(const DeviceRef &target)
 {
     MeasContext &context = target->context;
     auto record = lockLast(context).record;
     if (!record) return;
-    if (LogLevel.Manipulators)
-        tryToLog([&] {
-            logInf(LogCategory::Progress, "RemManisStore {} @{}", record->Index.load(), target->device.ID);
-        });
     ChainLocks locks(context);
     release(record->Events);
     const bool wasLast = context.Manis.back() == record;

@@ -16,6 +16,9 @@ std::shared_ptr<Manipulator> addManisStore(const DeviceRef &target, const Run &r
 // Gives the Store its memory. False: there is none.
 bool allocateFinalStore(const DeviceRef &target);
 
+// Logs that the Store goes.
+void tellStoreGoes(const DeviceRef &target);
+
 // Takes the Store off the chain. Nobody reads or writes it any more.
 void removeManisStore(const DeviceRef &target);
 

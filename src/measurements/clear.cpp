@@ -22,8 +22,12 @@ void clearMeasure(const DeviceRef &target)
     auto run = currentRun(target->context);
     if (!run || !hasResult(*run)) return;
     if (target->device.MeasMode == MeasMode::Histogramming) clearHistMem(target->device);
-    clearResult(target, *run);
-    run->ClearRequested = true;
+    {
+        ChainLocks locks(target->context);
+        zeroResult(target->context, *run);
+        run->ClearRequested = true;
+    }
+    wakeChain(target->context);
 }
 
 } // namespace Tessel

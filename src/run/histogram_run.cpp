@@ -35,7 +35,7 @@ void fetchHistograms(RunRef &ref)
 
 void tearDownHistogramming(RunRef &ref)
 {
-    advance(ref.context, *ref.run, RunPhase::InputDone);
+    endInput(ref);
     if (LogLevel.Api)
         tryToLog([&] { logInf(LogCategory::Progress, "MeasureHistory finished @{}", ref.device.ID); });
     requestStop(*ref.run);

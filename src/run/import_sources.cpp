@@ -22,14 +22,14 @@ bool isUsable(const Device &source)
     return source.IsInitialized && source.IsOpen && source.LibType != LibType::Undefined;
 }
 
-void initSource(const DeviceRef &source, const DeviceLookUp &devices)
+void initImportSource(const DeviceRef &source, const DeviceLookUp &devices)
 {
     logDeb(LogCategory::Progress, "Init Device @{}", source->device.ID);
     std::this_thread::sleep_for(Pace::importStep);
     devices.Initialise(source);
 }
 
-void stopSource(const DeviceRef &source)
+void stopImportSource(const DeviceRef &source)
 {
     auto run = liveRun(source->context);
     if (!run) return;
@@ -42,7 +42,7 @@ void stopSource(const DeviceRef &source)
 }
 
 // The acquisition time is that of the source's last run, with its ms taken as seconds: hosts know it so.
-void startSource(const DeviceRef &source, const DeviceLookUp &devices)
+void startImportSource(const DeviceRef &source, const DeviceLookUp &devices)
 {
     logDeb(LogCategory::Progress, "Start measurement @{}", source->device.ID);
     std::this_thread::sleep_for(Pace::importStep);
@@ -72,9 +72,9 @@ void prepareSource(const DeviceRef &target, const Manipulator &record, const Dev
                           record.SourceId);
         return;
     }
-    if (!isUsable(source->device) && !isFile(source->device)) initSource(source, devices);
-    stopSource(source);
-    if (isUsable(source->device)) startSource(source, devices);
+    if (!isUsable(source->device) && !isFile(source->device)) initImportSource(source, devices);
+    stopImportSource(source);
+    if (isUsable(source->device)) startImportSource(source, devices);
 }
 
 } // namespace

@@ -31,7 +31,7 @@ std::shared_ptr<Run> makeRun(const DeviceRef &target, const RunRequest &request,
 }
 
 // The run ends without having begun.
-void refuse(MeasContext &context, Run &run)
+void endBeforeBegin(MeasContext &context, Run &run)
 {
     finish(context, run);
     advance(context, run, RunPhase::Over);
@@ -48,7 +48,7 @@ void begin(const DeviceRef &target, const std::shared_ptr<Run> &run)
     try {
         std::thread(MeasureThread, RunRef{target, run}).detach();
     } catch (...) {
-        refuse(target->context, *run);
+        endBeforeBegin(target->context, *run);
         throw;
     }
 }
@@ -64,11 +64,11 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     beginResult(*run);                      // after the end of the run before, which may have counted there
     writeFinished(request.FinishedFlag, 0); // again: the run before may have had the same byte
     if (!free) {                            // the run that can't be stopped keeps the device
-        refuse(context, *run);
+        endBeforeBegin(context, *run);
     } else if (target->device.Index < 0 || context.Closed) {
         reportDeviceError(LogCategory::General, "Device: Can't do a measurement on a invalid device! @{}",
                           target->device.ID);
-        refuse(context, *run);
+        endBeforeBegin(context, *run);
     } else
         begin(target, run);
     return run;

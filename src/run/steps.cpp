@@ -81,10 +81,25 @@ void beginMeasuring(RunRef &ref)
     advance(ref.context, *ref.run, RunPhase::Measuring);
 }
 
+void endInput(RunRef &ref)
+{
+    Run &run = *ref.run;
+    if (!hasReached(run, RunPhase::Measuring)) run.Control.Aborted = true;
+    advance(ref.context, run, RunPhase::InputDone);
+}
+
+namespace {
+
+void waitUntilLeft(RunRef &ref, const Manipulator &record)
+{
+    waitWatched(ref, [&record] { return hasLeft(record); });
+}
+
+} // namespace
+
 void endStages(RunRef &ref)
 {
-    stopManipulators(ref.target, false,
-                     [&ref](Manipulator &record) { waitWatched(ref, [&record] { return hasLeft(record); }); });
+    stopManipulators(ref.target, false, [&ref](Manipulator &record) { waitUntilLeft(ref, record); });
 }
 
 void endMeasurement(RunRef &ref)
@@ -93,12 +108,13 @@ void endMeasurement(RunRef &ref)
     advance(ref.context, run, RunPhase::ConsumersEnd);
     joinWatched(ref, run.Measurement, run.MeasurementDone);
     // From here on only CopyStoreThread writes to the caller's result.
+    tellStoreGoes(ref.target);
     run.PublishingEnds = true;
     wake(run.Control);
     joinWatched(ref, run.CopyStore, run.CopyStoreDone); // it may wait for the host
     attempt(ref, [&ref] { removeManisStore(ref.target); });
     advance(ref.context, run, RunPhase::Closed);
-    endStages(ref); // those that were added, and entered, meanwhile
+    stopLatecomers(ref.target, [&ref](Manipulator &record) { waitUntilLeft(ref, record); });
 }
 
 } // namespace Tessel

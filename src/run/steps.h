@@ -56,6 +56,8 @@ bool initStore(RunRef &ref);
 // From here on every stage takes part in the run.
 void beginMeasuring(RunRef &ref);
 
+// Nothing more is read. A run that never measured is aborted: no stage is to enter it now.
+void endInput(RunRef &ref);
 // End the stages, then the measurement, and take `Store` off the chain. After both no thread of the run but
 // this one is left.
 void endStages(RunRef &ref);

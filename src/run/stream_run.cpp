@@ -188,7 +188,7 @@ void readRecords(RunRef &ref, RecordSource &source)
 void tearDownStream(RunRef &ref)
 {
     Run &run = *ref.run;
-    advance(ref.context, run, RunPhase::InputDone);
+    endInput(ref);
     if (LogLevel.Api)
         tryToLog([&] { logInf(LogCategory::Progress, "MeasureTTTR finished @{}", ref.device.ID); });
     requestStop(run);

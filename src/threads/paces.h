@@ -13,6 +13,7 @@ using namespace std::chrono_literals;
 inline constexpr auto settle = 300ms;       // before data flow: stages and hosts settle
 inline constexpr auto importStep = 50ms;    // before each step with an import source
 inline constexpr auto importSearch = 10ms;  // between two looks for a source that a host may still start
+inline constexpr auto liveRoom = 1ms;       // of a full store, for a stage with live data
 inline constexpr auto instrumentPass = 1ms; // between two reads of an instrument
 inline constexpr auto publish = 1ms;        // between two looks for new data to give out
 inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
