@@ -1,7 +1,7 @@
 # The presets of CI compile the files of one folder together (CMAKE_UNITY_BUILD), so that headers and templates are
-# compiled once: the program in all of them, the library under sanitizers. A batch is a whole folder, whatever the number
-# of its files; so a name in an anonymous namespace must be the only one in its folder, and a new file changes nothing for
-# other folders.
+# compiled once: the program in all of them, the library under sanitizers. A batch is a whole folder, whatever the
+# number of its files; so a name in an anonymous namespace must be the only one in its folder, and a new file changes
+# nothing for other folders.
 function(tessel_unity_by_folder target)
   set_target_properties(${target} PROPERTIES UNITY_BUILD_MODE GROUP)
   get_target_property(files ${target} SOURCES)
