@@ -1,0 +1,196 @@
+#include "faults/scenarios.h"
+
+#include "support/random_words.h"
+#include "support/tgx_file.h"
+#include "tessel.h"
+
+#include <array>
+#include <cstring>
+#include <fstream>
+
+namespace Faults {
+
+namespace {
+
+constexpr int channels = 2;
+constexpr double resolution = 1000;
+constexpr size_t textSize = 65535;
+constexpr size_t mostRows = 8, columns = 1000, mostEvents = 200'000;
+constexpr uint8_t unwritten = 2;
+
+void start(FaultHost &host)
+{
+    initAPI(host.Ini.c_str());
+}
+
+void open(FaultHost &host)
+{
+    tessel_openFile(host.Recording.c_str(), nullptr, 0);
+    setHistoT2NumBins(nullptr, columns);
+    setHistoT2BinWidth(nullptr, 1'000'000);
+}
+
+void startAndOpen(FaultHost &host)
+{
+    start(host);
+    open(host);
+}
+
+void nothing(FaultHost &) {}
+
+void startAndExit(FaultHost &host)
+{
+    start(host);
+    exitAPI();
+}
+
+void openTwice(FaultHost &host)
+{
+    tessel_openFile(host.Recording.c_str(), host.Id.data(), host.Id.size());
+    std::strcpy(host.Id.data(), host.Recording.c_str());
+    getFileDevice(host.Id.data());
+    closeDevice(1);
+}
+
+void histogram(FaultHost &host)
+{
+    host.Finished = unwritten;
+    getHistogram(nullptr, 0, 1, 0, host.Counts.data(), &host.Finished);
+}
+
+void g2(FaultHost &host)
+{
+    setG2Params(nullptr, 1, 2, 1e8, 1e6, 1);
+    host.Finished = unwritten;
+    getCorrelation(nullptr, 0, 1, 0, host.Y.data(), host.X.data(), &host.Finished);
+}
+
+void trace(FaultHost &host)
+{
+    setTimeTraceNumBins(nullptr, columns);
+    setTimeTraceHistorySize(nullptr, 0.01);
+    host.Finished = unwritten;
+    getTimeTrace(nullptr, 0, 1, 0, host.Counts.data(), host.Times.data(), &host.Finished);
+}
+
+void unfoldWithStages(FaultHost &host)
+{
+    const std::array<int32_t, 2> both{1, 2};
+    addMCoincidence(nullptr, both.data(), 2, 1e6, 0, 1, 1);
+    addMMerge(nullptr, both.data(), 2, 1);
+    addMDelay(nullptr, 1, 1e6, 1);
+    host.Finished = unwritten;
+    ufMeasure(nullptr, 0, 1, 0, host.Times.data(), host.Channels.data(), &host.Count, mostEvents,
+              &host.Finished);
+    clearManis(nullptr);
+}
+
+void record(FaultHost &host)
+{
+    addStringTag("Faults_Note", "a copy", 0xFFFFFFFF);
+    const tessel_recording_params params = {.size = sizeof params,
+                                            .measMode = 2,
+                                            .family = 0,
+                                            .numChannels = channels,
+                                            .baseResolution = resolution,
+                                            .resolution = 0,
+                                            .syncRate = 1e6,
+                                            .acqTime = 1000,
+                                            .inputRates = nullptr,
+                                            .serial = "1",
+                                            .comment = "copied"};
+    tessel_recording *copy = tessel_recordingCreate(host.Copy.c_str(), &params);
+    if (!copy) return;
+    const size_t half = host.Words.size() / 2;
+    const bool first = tessel_recordingWrite(copy, host.Words.data(), half);
+    const bool second = tessel_recordingWrite(copy, host.Words.data() + half, host.Words.size() - half);
+    host.Copied = tessel_recordingClose(copy) && first && second;
+}
+
+// A copy that is said to be whole is measured in place of the recording.
+void openCopy(FaultHost &host)
+{
+    if (!host.Copied) return;
+    host.Recording = host.Copy;
+    open(host);
+}
+
+void texts(FaultHost &host)
+{
+    uint64_t needed = 0;
+    getDeviceIDs(host.Text.data());
+    getDeviceConfig(host.Text.data());
+    getMeasDescription(host.Text.data());
+    getManisConfig(host.Text.data());
+    tessel_getFileTags(host.Recording.c_str(), host.Text.data(), textSize, &needed);
+}
+
+// A run that stands still, since nobody fetches its block.
+void startHeldRun(FaultHost &host)
+{
+    startAndOpen(host);
+    host.Finished = unwritten;
+    ufStartBlock(nullptr, 0, 0, host.Times.data(), host.Channels.data(), 100, &host.Finished);
+}
+
+void exitUnderRun(FaultHost &)
+{
+    stopMeasure(nullptr);
+    exitAPI();
+}
+
+constexpr Scenario all[] = {
+    {"init", nothing, startAndExit, startAndOpen},       {"open", start, openTwice, open},
+    {"histogram", startAndOpen, histogram, nothing},     {"g2", startAndOpen, g2, nothing},
+    {"unfold", startAndOpen, unfoldWithStages, nothing}, {"trace", startAndOpen, trace, nothing},
+    {"record", startAndOpen, record, openCopy},          {"texts", startAndOpen, texts, nothing},
+    {"exit", startHeldRun, exitUnderRun, startAndOpen},
+};
+
+} // namespace
+
+FaultHost::FaultHost(const std::string &folder, const std::string &recordingPath)
+    : Ini(folder + "/system.ini"),
+      Recording(recordingPath),
+      Copy(folder + "/copy.tgx"),
+      Id(8192),
+      Text(textSize),
+      Words(recordedWords()),
+      Counts(mostRows * columns),
+      X(columns),
+      Y(columns),
+      Times(mostEvents),
+      Channels(mostEvents)
+{
+    std::ofstream(Ini) << "[Paths]\nData=" << folder << "/data/of/a/host\n[Params]\nBufferSize=8\n"
+                       << "[LogLevel]\nManipulators=true\nConfig=true\n";
+}
+
+std::span<const Scenario> scenarios()
+{
+    return all;
+}
+
+std::vector<uint32_t> recordedWords()
+{
+    return TestSupport::randomWords({.count = 20'000, .t3 = false, .channels = channels});
+}
+
+void writeRecording(const std::string &path)
+{
+    TestSupport::TgxFile::t2(channels, resolution).records(recordedWords()).write(path);
+}
+
+std::vector<uint32_t> goodHistogram()
+{
+    clearManis(nullptr);
+    uint64_t rows = 0, width = 0, bytes = 0;
+    tessel_getResultShape(nullptr, 8, &rows, &width, &bytes);
+    if (rows != channels + 1 || width != columns) return {};
+    std::vector<uint32_t> counts(rows * width, 0xDEADBEEF);
+    uint8_t finished = 0;
+    getHistogram(nullptr, 0, 1, 0, counts.data(), &finished);
+    return finished == 1 ? counts : std::vector<uint32_t>();
+}
+
+} // namespace Faults

@@ -1,0 +1,47 @@
+// What a host does while calls to the system are refused: each scenario is prepared, then its calls are made
+// with the shim armed, and then everything is to be as if nothing had happened.
+#pragma once
+
+#include "faults/shim.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Faults {
+
+// All memory that the calls need. It is made before the shim is armed.
+struct FaultHost
+{
+    FaultHost(const std::string &folder, const std::string &recordingPath);
+
+    std::string Ini, Recording, Copy;
+    std::vector<char> Id, Text;
+    std::vector<uint32_t> Words, Counts;
+    std::vector<double> X, Y;
+    std::vector<uint64_t> Times;
+    std::vector<uint8_t> Channels;
+    uint64_t Count = 0;
+    uint8_t Finished = 1;
+    bool Copied = false; // the library says that the copy is whole
+};
+
+struct Scenario
+{
+    const char *Name;
+    void (*Prepare)(FaultHost &host);
+    void (*Calls)(FaultHost &host);
+    void (*Resume)(FaultHost &host); // to where the recording is the current device
+};
+std::span<const Scenario> scenarios();
+
+// The words of the recording, and it as a file.
+std::vector<uint32_t> recordedWords();
+void writeRecording(const std::string &path);
+
+// A histogram per channel of the current device. Empty: it isn't what its parameters say.
+std::vector<uint32_t> goodHistogram();
+
+} // namespace Faults
