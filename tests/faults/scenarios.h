@@ -25,7 +25,8 @@ struct FaultHost
     std::vector<uint8_t> Channels;
     uint64_t Count = 0;
     uint8_t Finished = 1;
-    bool Copied = false; // the library says that the copy is whole
+    std::vector<uint32_t> Claimed; // a histogram that the library says is whole
+    bool Copied = false;           // the library says that the copy is whole
 };
 
 struct Scenario

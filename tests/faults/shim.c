@@ -22,7 +22,7 @@ static int refusedKind; /* these three are constant while it is armed */
 static unsigned long refusedCall;
 static int refusedOnwards;
 
-void faultsArm(int kind, unsigned long call, int onwards)
+static void arm(int kind, unsigned long call, int onwards)
 {
     for (int i = 0; i < FaultKinds; ++i) calls[i] = 0;
     refusedKind = kind;
@@ -31,15 +31,17 @@ void faultsArm(int kind, unsigned long call, int onwards)
     armed = 1;
 }
 
-void faultsDisarm(void)
+static void disarm(void)
 {
     armed = 0;
 }
 
-unsigned long faultsCalls(int kind)
+static unsigned long callsOf(int kind)
 {
     return calls[kind];
 }
+
+const struct FaultsShim faultsShim = {arm, disarm, callsOf};
 
 /* Counts the call. True: it is to fail, with this error. */
 static int fails(int kind, int error)

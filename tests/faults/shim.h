@@ -24,15 +24,14 @@ enum FaultKind {
     FaultKinds
 };
 
-/* `call`: the number, from 1, of the call that is refused; 0: none is. `onwards`: so are all after it. */
-typedef void FaultsArm(int kind, unsigned long call, int onwards);
-typedef void FaultsDisarm(void);
-/* Calls of this kind while it was armed. */
-typedef unsigned long FaultsCalls(int kind);
-
-FaultsArm faultsArm;
-FaultsDisarm faultsDisarm;
-FaultsCalls faultsCalls;
+struct FaultsShim
+{
+    /* `call`: the number, from 1, of the call that is refused; 0: none is. `onwards`: so are all after it. */
+    void (*Arm)(int kind, unsigned long call, int onwards);
+    void (*Disarm)(void);
+    unsigned long (*Calls)(int kind); /* while it was armed */
+};
+extern const struct FaultsShim faultsShim;
 
 #ifdef __cplusplus
 }
