@@ -62,7 +62,7 @@ void start(const std::string &iniPath)
     if (!allDevices().empty()) restart();
     endRun(noDevice()); // settings don't change under a run
     loadSettingsIni(iniPath);
-    startLog(settings().LogFile, settings().LogConsole, settings().DataPath + "\\Logs", programName,
+    startLog(settings().LogFile, settings().LogConsole, logFolder(), programName,
              versionString());
     loadSettingsIni(iniPath); // again: now its trace is kept
     traceApi(fmt::format("API loadSettingsIni {}", visible(iniPath)));

@@ -1,5 +1,4 @@
 #include "api/exports.h"
-#include "devices/result.h"
 #include "log/text.h"
 
 #include <array>
@@ -36,7 +35,6 @@ void setLogLevel(int32_t level, uint8_t on)
         if (level >= 0 && static_cast<size_t>(level) < switches.size())
             LogLevel.*switches[static_cast<size_t>(level)] = on != 0;
         else
-            reportDeviceError(LogCategory::General, "Device: Invalid logLevel {} @{}", level,
-                              currentDevice()->device.ID);
+            logErr(LogCategory::General, "Device: Invalid logLevel {} @{}", level, currentDevice()->device.ID);
     });
 }

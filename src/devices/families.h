@@ -23,6 +23,10 @@ struct Family
     bool IgnoresCode18 = false;                    // a special T3 record 18 is no fault
 };
 
+// More inputs or modules than any instrument has: what a library says is cut to it.
+inline constexpr int32_t mostInputs = 4095;
+inline constexpr int32_t mostBins = 1048576; // of one histogram
+
 // A type that is none of the five has an empty row.
 const Family &familyOf(LibType type);
 

@@ -317,6 +317,11 @@ const DeviceField &fieldOf(MemberOf<DeviceConfig> member)
     return *std::ranges::find(FieldTable::devices, member, &DeviceField::Member);
 }
 
+const ChannelField &fieldOf(MemberOf<ChannelRow> member)
+{
+    return *std::ranges::find(FieldTable::channels, member, &ChannelField::Member);
+}
+
 std::span<const DeviceField> fieldsOf(MemberOf<DeviceConfig> first, MemberOf<DeviceConfig> last)
 {
     return {&fieldOf(first), &fieldOf(last) + 1};

@@ -98,6 +98,7 @@ std::span<const ModuleField> moduleFields();
 
 // The row of one member, and all rows from one member to another.
 const DeviceField &fieldOf(MemberOf<DeviceConfig> member);
+const ChannelField &fieldOf(MemberOf<ChannelRow> member);
 std::span<const DeviceField> fieldsOf(MemberOf<DeviceConfig> first, MemberOf<DeviceConfig> last);
 
 constexpr TrigMode triggerOf(const DeviceConfig &config)

@@ -1,13 +1,15 @@
-// What a run asks of its device: start, stop, flags, rates, times. Every operation looks at
-// `DeviceType` first. A recorded file answers without effect. No instrument is bound yet, so any other device
-// lacks the operation.
+// What a run asks of its device: start, stop, records, flags, rates, times. Every operation looks at
+// `DeviceType` first; a recorded file answers without effect. `trace`: write a line for it, if the log has
+// them.
 #pragma once
 
+#include "devices/locked_device.h"
 #include "records/context.h"
-#include "records/device.h"
 
 #include <cstdint>
-#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
 
 namespace Tessel {
 
@@ -16,21 +18,35 @@ inline bool isFile(const Device &device)
     return device.DeviceType == DeviceType::File;
 }
 
-bool SetMeasControl(Device &device, int32_t control, int32_t startEdge, int32_t stopEdge);
-bool StartMeasure(Device &device, int32_t acqTimeMs);
-bool StopMeasure(Device &device);
-bool clearHistMem(Device &device);
+bool StartMeasure(Device &device, int32_t acqTimeMs, bool trace);
+bool StopMeasure(Device &device, bool trace);
+
+// Records to the front of `room`, which takes what one read gives (families.h). Instruments alone.
+bool readFifo(Device &device, uint32_t *room, uint64_t &count);
+// A row of NumBins counts for each input, behind the row of the sync, which stays. Instruments alone.
+bool getHistograms(Device &device, std::span<uint32_t> rows, bool clear, bool traceClear);
+// In histogramming only.
+bool clearHistMem(Device &device, bool trace);
 
 // Bits that the device reports of its run.
-bool getFlags(Device &device, int32_t &flags);
+bool getFlags(Device &device, int32_t &flags, bool trace);
+// 1 once the acquisition timer has run out. `status`: in, the one before. A file has no timer: always 0.
+bool getCtcStatus(Device &device, int32_t &status, bool trace);
+// Into the description, with a line in the log if there are any.
+bool GetWarnings(Device &device, MeasContext &context);
 
-// 1 once the acquisition timer has run out. A file has no timer: always 0.
-bool getCtcStatus(Device &device, int32_t &status);
-
-bool getSyncRate(Device &device, MeasContext &context, int32_t &rate);
 bool getElapsedMeasTime(Device &device, double &elapsed);
-
-// False, without effect, on a file.
+// Into the description. Of the instruments ZP and CD90 alone have it.
+bool GetStartTime(Device &device, MeasContext &context);
+bool getSyncPeriod(Device &device, MeasContext &context, double &seconds);
+bool getSyncRate(Device &device, MeasContext &context, int32_t &rate, bool alreadyLocked = false);
+// Of the sync and all inputs, into the context. False, without effect, on a file.
 bool readCountRates(Device &device, MeasContext &context);
+
+// What the instrument says of its state; empty where it says nothing.
+std::string GetDebugInfo(LockedDevice &locked);
+// The instrument writes its state into files in the folder, which is in normal form.
+bool hasDebugDump(const Device &device);
+bool SaveDebugDump(LockedDevice &locked, std::string_view folder);
 
 } // namespace Tessel

@@ -31,19 +31,20 @@ RecordSource openSource(const Device &device)
 bool startSource(RecordSource &source, Device &device, int32_t acqTimeMs)
 {
     source.Started = true;
-    return StartMeasure(device, acqTimeMs);
+    return StartMeasure(device, acqTimeMs, true);
 }
 
 Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_t waiting)
 {
     if (source.Kind == DeviceType::File) return readFile(source, device, room, waiting);
-    notSupported(device, "readFifo");
-    return {.Failed = true};
+    Reading reading;
+    reading.Failed = !readFifo(device, room, reading.Words);
+    return reading;
 }
 
 void stopSource(RecordSource &source, Device &device)
 {
-    if (!source.Stopped) StopMeasure(device);
+    if (!source.Stopped) StopMeasure(device, true);
     source.Stopped = true;
 }
 

@@ -143,6 +143,18 @@ std::string visible(std::string_view text)
     return result;
 }
 
+std::string visibleLines(std::string_view text)
+{
+    std::string result;
+    for (;;) {
+        const size_t end = text.find('\n');
+        result += visible(text.substr(0, end));
+        if (end == std::string_view::npos) return result;
+        result += '\n';
+        text.remove_prefix(end + 1);
+    }
+}
+
 std::string_view cutTo(std::string_view text, size_t limit)
 {
     if (text.size() <= limit) return text;

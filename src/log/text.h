@@ -15,6 +15,9 @@ std::u16string toUtf16(std::string_view text);
 // texts that come from a file or a peer, before they are logged.
 std::string visible(std::string_view text);
 
+// The same for a text of several lines, which stay apart.
+std::string visibleLines(std::string_view text);
+
 // The text's longest beginning of at most `limit` bytes that ends between two characters.
 std::string_view cutTo(std::string_view text, size_t limit);
 

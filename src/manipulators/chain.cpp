@@ -1,6 +1,5 @@
 #include "manipulators/chain.h"
 
-#include "devices/result.h"
 #include "log/log.h"
 #include "manipulators/numbering.h"
 #include "settings/system_ini.h"
@@ -260,8 +259,7 @@ void endStage(const DeviceRef &target, Manipulator &record)
         logStage("joined manipulator: {} @{}", record, target->device);
     } else {
         tryToLog([&] {
-            reportDeviceError(LogCategory::General, "Could not stop Mainpulator: {} @{}", record.Name,
-                              target->device.ID);
+            logErr(LogCategory::General, "Could not stop Mainpulator: {} @{}", record.Name, target->device.ID);
         });
         partFrom(record.Thread, record);
     }

@@ -21,8 +21,10 @@ struct Device : DeviceConfig
     std::atomic<bool> IsOpen{false};
     std::atomic<bool> IsInitialized{false};
     std::atomic<bool> IsConfigured{false};
-    int32_t Error = 0; // last result of an instrument library; nothing sets it yet
-    std::mutex Mutex;  // held around every call into an instrument library
+    std::atomic<int32_t> Error{0}; // last result of the instrument's library
+    std::timed_mutex Mutex;        // held around every call into the instrument's library
+    // session/ is told that the instrument was lost, so that it isn't the current device any more; constant.
+    void (*Lost)(const Device &device) = nullptr;
 };
 
 } // namespace Tessel

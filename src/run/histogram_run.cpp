@@ -25,8 +25,8 @@ bool setUpHistogramming(RunRef &ref)
 void fetchHistograms(RunRef &ref)
 {
     if (ref.run->Request.Kind != MeasKind::Histogram) {
-        reportDeviceError(LogCategory::General, "Device: Measurement not supported histogram mode! @{}",
-                          ref.device.ID);
+        reportDeviceError(ref.device, LogCategory::General,
+                          "Device: Measurement not supported histogram mode! @{}", ref.device.ID);
         return;
     }
     notSupported(ref.device, "getHistogram");

@@ -1,7 +1,6 @@
 #include "run/import_sources.h"
 
 #include "devices/primitives.h"
-#include "devices/result.h"
 #include "log/log.h"
 #include "manipulators/chain.h"
 #include "manipulators/import_stream.h"
@@ -62,14 +61,13 @@ void prepareSource(const DeviceRef &target, const Manipulator &record, const Dev
 {
     const DeviceRef source = devices.Find(record.SourceId);
     if (source->device.ID.empty()) {
-        reportDeviceError(LogCategory::General, "Manipulator '{}': Import Device '{}' not found!", record.Name,
-                          record.SourceId);
+        logErr(LogCategory::General, "Manipulator '{}': Import Device '{}' not found!", record.Name,
+               record.SourceId);
         return;
     }
     if (importsFrom(devices, source, target->device.ID)) {
-        reportDeviceError(LogCategory::General,
-                          "Manipulator '{}': Import Device '{}' needs this device's events!", record.Name,
-                          record.SourceId);
+        logErr(LogCategory::General, "Manipulator '{}': Import Device '{}' needs this device's events!",
+               record.Name, record.SourceId);
         return;
     }
     if (!isUsable(source->device) && !isFile(source->device)) initImportSource(source, devices);

@@ -66,8 +66,8 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     if (!free) {                            // the run that can't be stopped keeps the device
         endBeforeBegin(context, *run);
     } else if (target->device.Index < 0 || context.Closed) {
-        reportDeviceError(LogCategory::General, "Device: Can't do a measurement on a invalid device! @{}",
-                          target->device.ID);
+        reportDeviceError(target->device, LogCategory::General,
+                          "Device: Can't do a measurement on a invalid device! @{}", target->device.ID);
         endBeforeBegin(context, *run);
     } else
         begin(target, run);

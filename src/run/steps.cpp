@@ -1,5 +1,6 @@
 #include "run/steps.h"
 
+#include "devices/acquisition.h"
 #include "devices/families.h"
 #include "devices/primitives.h"
 #include "devices/result.h"

@@ -48,16 +48,17 @@ void tellLateStage(const RunRef &ref)
     auto chain = chainOf(ref.context);
     auto late = std::find_if(chain.begin(), chain.end(), [](const auto &record) { return isAwaited(*record); });
     if (late == chain.end())
-        reportDeviceError(LogCategory::General, "Device: Could not start unknown manipulator @{}", id);
+        reportDeviceError(ref.device, LogCategory::General, "Device: Could not start unknown manipulator @{}",
+                          id);
     else if ((*late)->Type == ManisType::ImportStream)
         reportDeviceError(
-            LogCategory::General,
+            ref.device, LogCategory::General,
             "Device: Could not start manipulator: {} @{}.\nThat means the Measurement of {} was never "
             "running or the manipulator never received any data.",
             (*late)->Name, id, (*late)->SourceId);
     else
-        reportDeviceError(LogCategory::General, "Device: Could not start manipulator: {} @{}", (*late)->Name,
-                          id);
+        reportDeviceError(ref.device, LogCategory::General, "Device: Could not start manipulator: {} @{}",
+                          (*late)->Name, id);
 }
 
 // Looks at the chain as it is now: stages may come and go meanwhile.
@@ -149,8 +150,8 @@ bool passTttrLoop(RunRef &ref, RecordSource &source)
     Run &run = *ref.run;
     if (!source.Started && startDevice(ref, source)) return true;
     int32_t flags = 0, timerStatus = 0;
-    if (!getFlags(ref.device, flags)) return endWith(ref, StopReason::DataXferFail);
-    if (!getCtcStatus(ref.device, timerStatus)) return endWith(ref, StopReason::Unknown);
+    if (!getFlags(ref.device, flags, true)) return endWith(ref, StopReason::DataXferFail);
+    if (!getCtcStatus(ref.device, timerStatus, true)) return endWith(ref, StopReason::Unknown);
 
     const bool wasStopped = source.Stopped, ended = run.Control.StopRequested;
     if (ended) stopSource(source, ref.device);

@@ -146,6 +146,11 @@ Settings &settings()
     return current;
 }
 
+std::string logFolder()
+{
+    return settings().DataPath + "\\Logs";
+}
+
 uint64_t streamRecords()
 {
     return std::max(settings().StreamRecords, minimumStreamRecords);

@@ -41,6 +41,9 @@ Settings &settings();
 // Smallest element count of a stream array, whatever the settings say.
 inline constexpr uint64_t minimumStreamRecords = 8388608;
 
+// Of the day files, and of what an instrument dumps; normal form.
+std::string logFolder();
+
 // Element count of every stream array of a run.
 uint64_t streamRecords();
 
