@@ -1,23 +1,11 @@
 // From photons to record words. One thread.
 #include "sim/stream.h"
 
-#include <cmath>
-
 namespace Tessel::Sim {
 
 namespace {
 
 constexpr size_t photonsPerBatch = 1 << 16;
-
-PulseTimes pulseTimes(double periodPs)
-{
-    return {static_cast<uint64_t>(periodPs), periodPs - std::floor(periodPs)};
-}
-
-uint64_t timeOf(const PulseTimes &pulses, uint64_t pulse, double delayPs)
-{
-    return pulse * pulses.WholePs + static_cast<uint64_t>(static_cast<double>(pulse) * pulses.RestPs + delayPs);
-}
 
 // T2: the sync events up to `timePs`.
 void addSyncs(WordStream &stream, uint64_t timePs)

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "sim/cw.h"
+#include "sim/pulse_times.h"
 #include "sim/pulsed.h"
 #include "sim/words.h"
 
@@ -22,14 +23,6 @@ struct StreamParams
     double SyncPeriodPs = 0; // 0: no sync, T2 only; that of pulsed light
     double ResolutionPs = 1; // of a dtime (T3) or a time tag (T2); whole
     uint64_t DurationPs = 0; // that of the light
-};
-
-// Pulse n comes n periods after the start. The whole picoseconds of the period are multiplied as integers, so
-// that a long stream keeps its precision.
-struct PulseTimes
-{
-    uint64_t WholePs = 0;
-    double RestPs = 0;
 };
 
 struct WordStream
