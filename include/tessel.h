@@ -94,6 +94,185 @@ TESSEL_API void logExternal(const char *text);
  * logged. */
 TESSEL_API void setLogLevel(int32_t level, uint8_t on);
 
+/* --------------------------------------------------------------------------------------------- parameters
+ * Settings of an instrument, each of which goes to the instrument at once. For all of them:
+ *  - A value outside the range of the instrument's family is forced into it, with a warning in the log where
+ * the function doesn't say otherwise. "-" is a family without the setting.
+ *  - True: the instrument has taken the value, which the library remembers: initDevice() sends it again. A
+ * recorded file takes any without effect.
+ *  - False: nothing has changed. The family or model hasn't got the setting (a warning in the log), the
+ * instrument lacks the feature or is in the wrong mode (no line), it refused (an error in the log), or there is
+ * no such device.
+ *  - The call blocks while the instrument takes the value. Levels are in mV.
+ * `channel`: an input from 0, or -1 for all inputs: one after the other, up to the first that refuses. */
+
+/* Divider of the sync rate. ZP, CD, CD90 1 to 16; SV40, LM70 1 to 8. */
+TESSEL_API bool setSyncDiv(const char16_t *id, int32_t divider);
+
+/* How the sync input triggers: 0 at an edge, 1 as a constant-fraction discriminator (CFD). The levels of that
+ * trigger are sent again. LM70, CD90. */
+TESSEL_API bool setSyncTrigMode(const char16_t *id, int32_t mode);
+
+/* Edge trigger of the sync. `level`: ZP, SV40, CD90 -1200 to 1200; LM70 -1500 to 1500; CD -. `edge`: 0 falling,
+ * 1 rising. */
+TESSEL_API bool setSyncEdgeTrig(const char16_t *id, int32_t level, int32_t edge);
+
+/* CFD of the sync: discriminator level and level of the zero crossing.
+ *   CD 0 to 1000, 0 to 40; SV40 (model "Sarvex 40 P") -1200 to 0, -40 to 0; LM70 -1500 to 0, -100 to 0;
+ *   CD90 -1200 to 0, -100 to 0; ZP -. */
+TESSEL_API bool setSyncCFD(const char16_t *id, int32_t discriminator, int32_t zeroCross);
+
+/* Shift of the sync in ps, -99999 to 99999. */
+TESSEL_API bool setSyncChannelOffset(const char16_t *id, int32_t offset);
+
+/* Sync input on (1) or off (0). ZP, LM70, CD90. */
+TESSEL_API bool setSyncChannelEnable(const char16_t *id, int32_t enable);
+
+/* Dead time of the sync in ps, 800 to 160000; anything below 800 switches it off. ZP, LM70, CD90. */
+TESSEL_API bool setSyncDeadTime(const char16_t *id, int32_t deadTime);
+
+/* How an input triggers, as setSyncTrigMode(). LM70, CD90. */
+TESSEL_API bool setInputTrigMode(const char16_t *id, int32_t channel, int32_t mode);
+
+/* Edge trigger of an input, with the ranges of setSyncEdgeTrig(). */
+TESSEL_API bool setInputEdgeTrig(const char16_t *id, int32_t channel, int32_t level, int32_t edge);
+
+/* CFD of an input, with the ranges of setSyncCFD(). */
+TESSEL_API bool setInputCFD(const char16_t *id, int32_t channel, int32_t discriminator, int32_t zeroCross);
+
+/* Shift of an input in ps, -99999 to 99999. */
+TESSEL_API bool setInputChannelOffset(const char16_t *id, int32_t channel, int32_t offset);
+
+/* Input on (1) or off (0). */
+TESSEL_API bool setInputChannelEnable(const char16_t *id, int32_t channel, int32_t enable);
+
+/* Dead time of an input in ps. ZP, LM70, CD90: 800 to 160000, anything below switches it off. SV40: the nearest
+ * of 24000, 44000, 66000, 88000, 112000, 135000, 160000, 180000. CD -. */
+TESSEL_API bool setInputDeadTime(const char16_t *id, int32_t channel, int32_t deadTime);
+
+/* Hysteresis of all inputs: 0 or 1, the instrument's code. ZP, LM70, CD90. */
+TESSEL_API bool setInputHysteresis(const char16_t *id, int32_t code);
+
+/* SV40 with the feature LowRes: 0 or 1, the instrument's code; others count as the nearest, without a warning.
+ */
+TESSEL_API bool setTimingMode(const char16_t *id, int32_t mode);
+
+/* A histogram run stops when a bin reaches this count; 0: never. */
+TESSEL_API bool setStopOverflow(const char16_t *id, uint32_t stopCount);
+
+/* The resolution is 2^binning times the base resolution; from 0 to what the instrument offers. Histogramming,
+ * T3. */
+TESSEL_API bool setBinning(const char16_t *id, int32_t binning);
+
+/* Offset of the bins of time in ps: 0 to 100000000, CD 0 to 500000. Histogramming, T3. */
+TESSEL_API bool setOffset(const char16_t *id, int32_t offset);
+
+/* Bins of a histogram: code 0 to 6 (ZP, CD), 5 (SV40), 9 (LM70), 7 (CD90); -1 the longest. In histogramming the
+ * instrument says how many bins that are. False in T2 and T3, where the number of bins is set all the same: to
+ * 1024 x 2^code in T2 (code at most 6), to 32768 in T3. */
+TESSEL_API bool setHistoLength(const char16_t *id, int32_t lengthCode);
+
+/* Empties the instrument's histograms. Histogramming. */
+TESSEL_API bool clearHistMem(const char16_t *id);
+
+/* What starts and stops a measurement, as the instrument's code: 0 the acquisition timer, 6 calls. A code above
+ * 6 counts as 6, on SV40 above 3 as 3, on CD above 9 as 9, without a warning. CD refuses 4 to 6 and knows 7 to
+ * 9 as 4 to 6; LM70 refuses 4 and 5. `startEdge`, `stopEdge`: 0 falling, 1 rising. */
+TESSEL_API bool setMeasControl(const char16_t *id, int32_t control, int32_t startEdge, int32_t stopEdge);
+
+/* Period of the trigger output in ns, 0 to 16777215. Others count as the nearest, without a warning. ZP, SV40,
+ * LM70, CD90. */
+TESSEL_API bool setTriggerOutput(const char16_t *id, int32_t period);
+
+/* Edges of the four markers: 0 falling, 1 rising. Others count as the nearest, without a warning. T2, T3. */
+TESSEL_API bool setMarkerEdges(const char16_t *id, int32_t edge1, int32_t edge2, int32_t edge3, int32_t edge4);
+
+/* The four markers on (1) or off (0). Others count as the nearest, without a warning. T2, T3. */
+TESSEL_API bool setMarkerEnable(const char16_t *id, int32_t enable1, int32_t enable2, int32_t enable3,
+                                int32_t enable4);
+
+/* Shortest time between two markers in ps: 0 to 25500, CD 0 to 524296. T2, T3. */
+TESSEL_API bool setMarkerHoldoffTime(const char16_t *id, int32_t time);
+
+/* Time in ms, 0 to 255, over which the instrument may put overflows of its time tag into one record. T2, T3;
+ * ZP, LM70, CD90. */
+TESSEL_API bool setOflCompression(const char16_t *id, int32_t holdTime);
+
+/* ------------------------------------------------------------------------------------------- event filter
+ * A filter in the instrument that thins the stream before it is read: a row filter for each row of channels (8,
+ * on a CD90 whose model doesn't end in "S" 16), and a main filter after them. The masks have a bit for each
+ * channel of the row: the first for those that the filter uses, the second for those that pass. What time
+ * range, match count and inverse (0 or 1) do is the instrument's matter. ZP, CD90, and LM70 with the main
+ * filter alone. Rows from 0 to 7, others count as the nearest. Results as for parameters, but nothing is sent
+ * again by initDevice(). */
+
+/* Main filter on (1) or off (0). */
+TESSEL_API bool enableMainEventFilter(const char16_t *id, uint8_t enable);
+
+/* Channels of a row that the main filter uses: 9 bits each; LM70, which has no rows, 8 in T3. */
+TESSEL_API bool setMainEventFilterChannels(const char16_t *id, int32_t row, uint32_t mask1, uint32_t mask2);
+
+/* `timeRange`: ps, 0 to 160000, CD90 0 to 32000. `matchCount`: 1 to 6. */
+TESSEL_API bool setMainEventFilterParams(const char16_t *id, int32_t timeRange, int32_t matchCount,
+                                         uint8_t inverse);
+
+/* Filter of a row on (1) or off (0). ZP, CD90. */
+TESSEL_API bool enableRowEventFilter(const char16_t *id, int32_t row, uint8_t enable);
+
+/* Filter of a row, with the ranges of the main filter and masks of 8 bits. ZP, CD90. */
+TESSEL_API bool setRowEventFilter(const char16_t *id, int32_t row, int32_t timeRange, int32_t matchCount,
+                                  uint8_t inverse, uint32_t mask1, uint32_t mask2);
+
+/* The filter's test mode on (1) or off (0). */
+TESSEL_API bool setFilterTestMode(const char16_t *id, uint8_t testMode);
+
+/* What passes the main filter, in counts per second: of the sync to `syncRate`, of each input to `rates` (as
+ * many elements as the device has inputs). Unchanged if false, and on a recorded file. */
+TESSEL_API bool getMainFilteredRates(const char16_t *id, int32_t *syncRate, int32_t *rates);
+
+/* The same for the row filters; on LM70 what reaches the main filter. */
+TESSEL_API bool getRowFilteredRates(const char16_t *id, int32_t *syncRate, int32_t *rates);
+
+/* ------------------------------------------------------------------------------------------- White Rabbit
+ * The White Rabbit core of a ZP or CD90 instrument, which aligns the clocks of instruments over an optical
+ * link. Modes, status and calibration are the core's own numbers. Results as for parameters. A text that is
+ * read is empty if the result is false, and on a recorded file; numbers then stay as they are. */
+
+/* The core's MAC address as "00-1a-2b-3c-4d-5e". `mac`: 18 bytes. */
+TESSEL_API bool WRabbitGetMAC(const char16_t *id, char *mac);
+
+/* Twelve hexadecimal digits, with or without hyphens. False, with an error in the log: they aren't. */
+TESSEL_API bool WRabbitSetMAC(const char16_t *id, const char *mac);
+
+/* The core's boot script. `script`: 65536 bytes hold any. */
+TESSEL_API bool WRabbitGetInitScript(const char16_t *id, char *script);
+TESSEL_API bool WRabbitSetInitScript(const char16_t *id, const char *script);
+
+/* Calibration of the optical transceivers: a text of which 80 bytes count, and three arrays of four elements
+ * (null: all 0). */
+TESSEL_API bool WRabbitSetSFPData(const char16_t *id, const char *text, int32_t *first, int32_t *second,
+                                  int32_t *third);
+
+/* Sends the calibration, with 0 as fourth element of each array, and gives back what the core made of it: a
+ * core has nothing to read it with. `text`: 81 bytes, in and out. The arrays: four elements each, in and out.
+ */
+TESSEL_API bool WRabbitGetSFPData(const char16_t *id, char *text, int32_t *first, int32_t *second,
+                                  int32_t *third);
+
+/* Optical link on (1) or off (0). */
+TESSEL_API bool WRabbitInitLink(const char16_t *id, int32_t on);
+
+TESSEL_API bool WRabbitSetMode(const char16_t *id, int32_t first, int32_t second, int32_t third);
+
+/* The core's time: seconds, and a part of a second in the core's units. */
+TESSEL_API bool WRabbitSetTime(const char16_t *id, uint64_t seconds);
+TESSEL_API bool WRabbitGetTime(const char16_t *id, uint64_t *seconds, uint32_t *subSecond);
+
+TESSEL_API bool WRabbitGetStatus(const char16_t *id, int32_t *status);
+
+/* Output of the core's terminal. `text`: 65536 bytes hold any. */
+TESSEL_API bool WRabbitGetTermOutput(const char16_t *id, char *text);
+
 /* --------------------------------------------------------------------------------------------------- runs
  * A measurement function starts a run. The run ends at the end of the file, by stopMeasure(), or on a failure,
  * and then writes 1 to the caller's finished byte. A device has one run at a time: a new one first stops the

@@ -7,6 +7,7 @@
 
 #include "records/custom_tag.h"
 #include "records/description.h"
+#include "records/event_filter.h"
 #include "records/manipulator.h"
 #include "records/params.h"
 #include "records/run.h"
@@ -41,6 +42,8 @@ struct MeasContext
     std::vector<CustomTag> CustomTags;                  // the host's thread
 
     MeasParams Params; // the host's thread; a run goes by a copy
+
+    MainFilter Filter; // the host's thread
 
     std::mutex RunLock;              // guards CurrentRun
     std::shared_ptr<Run> CurrentRun; // the live run, or the last one

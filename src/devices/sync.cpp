@@ -1,0 +1,163 @@
+#include "devices/sync.h"
+
+#include "devices/call.h"
+#include "devices/libs/all.h"
+#include "devices/limits.h"
+#include "devices/setting.h"
+
+namespace Tessel {
+
+bool SetSyncDiv(Device &device, int32_t divider)
+{
+    if (auto answer = settingWithoutLibrary(device)) return *answer;
+    checkLimits(device, &DeviceConfig::SyncDiv, divider);
+    LockedDevice locked(device);
+    bool ok = false;
+    switch (device.LibType) {
+    case LibType::ZP: ok = call(locked, zp.SetSyncDiv, divider); break;
+    case LibType::CD: ok = call(locked, cd.SetSyncDiv, divider); break;
+    case LibType::SV40: ok = call(locked, sv40.SetSyncDiv, divider); break;
+    case LibType::LM70: ok = call(locked, lm70.SetSyncDiv, divider); break;
+    case LibType::CD90: ok = call(locked, cd90.SetSyncDiv, divider); break;
+    default: return notSupported(device, "SetSyncDiv");
+    }
+    if (ok) device.SyncDiv = divider;
+    return ok;
+}
+
+bool SetSyncTrgMode(Device &device, int32_t mode)
+{
+    if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
+    bool ok = false;
+    switch (device.LibType) {
+    case LibType::LM70: ok = call(locked, lm70.SetSyncTrgMode, mode); break;
+    case LibType::CD90: ok = call(locked, cd90.SetSyncTrgMode, mode); break;
+    default: return notSupported(device, "SetSyncTrgMode");
+    }
+    if (!ok) return false;
+    device.SyncTrigMode = static_cast<TrigMode>(mode);
+    switch (device.SyncTrigMode) {
+    case TrigMode::Edge: return SetSyncEdgeTrig(device, device.SyncTrigLvl, device.SyncTrigEdge, true);
+    case TrigMode::CFD: return SetSyncCFD(device, device.SyncDiscrLvl, device.SyncZeroxLvL, true);
+    }
+    return false; // an unknown mode is remembered all the same
+}
+
+bool SetSyncEdgeTrig(Device &device, int32_t level, int32_t edge, bool alreadyLocked)
+{
+    if (auto answer = settingWithoutLibrary(device)) return *answer;
+    checkLimits(device, &DeviceConfig::SyncTrigLvl, level);
+    LockedDevice locked(device, alreadyLocked);
+    // The location of two families has the arguments and no id: hosts know it so.
+    const auto location = [&](std::string_view operation) {
+        return fmt::format("{}: {} {} {}", operation, device.Index.load(), level, edge);
+    };
+    bool ok = false;
+    switch (device.LibType) {
+    case LibType::ZP: ok = call(locked, zp.SetSyncEdgeTrg, level, edge); break;
+    case LibType::SV40: ok = call(locked, sv40.SetSyncEdgeTrg, level, edge); break;
+    case LibType::LM70:
+        ok = callAt(locked, lm70.SetSyncEdgeTrg, location("LM70_SetSyncEdgeTrg"), level, edge);
+        break;
+    case LibType::CD90:
+        ok = callAt(locked, cd90.SetSyncEdgeTrg, location("CD90_SetSyncEdgeTrg"), level, edge);
+        break;
+    default: return notSupported(device, "SetSyncEdgeTrg");
+    }
+    if (ok) {
+        device.SyncTrigLvl = level;
+        device.SyncTrigEdge = edge;
+    }
+    return ok;
+}
+
+bool SetSyncCFD(Device &device, int32_t discriminator, int32_t zeroCross, bool alreadyLocked)
+{
+    if (auto answer = settingWithoutLibrary(device)) return *answer;
+    checkLimits(device, &DeviceConfig::SyncDiscrLvl, discriminator);
+    checkLimits(device, &DeviceConfig::SyncZeroxLvL, zeroCross);
+    LockedDevice locked(device, alreadyLocked);
+    // The location of three families has the arguments and no id: hosts know it so.
+    const auto location = [&](std::string_view operation) {
+        return fmt::format("{}: {} {} {}", operation, device.Index.load(), discriminator, zeroCross);
+    };
+    bool ok = false;
+    switch (device.LibType) {
+    case LibType::CD: // The location names the edge call: hosts know it so.
+        ok = callAt(locked, cd.SetSyncCFD, fmt::format("CD_SetSyncEdgeTrg @{}", device.ID), discriminator,
+                    zeroCross);
+        break;
+    case LibType::SV40:
+        if (!hasCFD(device)) return notSupportedByModel(device, "SetSyncCFD");
+        ok = callAt(locked, sv40.SetSyncCFD, location("SV40_SetSyncCFD"), discriminator, zeroCross);
+        break;
+    case LibType::LM70:
+        ok = callAt(locked, lm70.SetSyncCFD, location("LM70_SetSyncCFD"), discriminator, zeroCross);
+        break;
+    case LibType::CD90:
+        ok = callAt(locked, cd90.SetSyncCFD, location("CD90_SetSyncCFD"), discriminator, zeroCross);
+        break;
+    default: return notSupported(device, "SetSyncCFD");
+    }
+    if (ok) {
+        device.SyncDiscrLvl = discriminator;
+        device.SyncZeroxLvL = zeroCross;
+    }
+    return ok;
+}
+
+bool SetSyncChannelOffset(Device &device, int32_t offset)
+{
+    if (auto answer = settingWithoutLibrary(device)) return *answer;
+    checkLimits(device, &DeviceConfig::SyncChannelOffset, offset);
+    LockedDevice locked(device);
+    bool ok = false;
+    switch (device.LibType) {
+    case LibType::ZP: ok = call(locked, zp.SetSyncChannelOffset, offset); break;
+    case LibType::CD: ok = call(locked, cd.SetSyncChannelOffset, offset); break;
+    case LibType::SV40: ok = call(locked, sv40.SetSyncChannelOffset, offset); break;
+    case LibType::LM70: ok = call(locked, lm70.SetSyncChannelOffset, offset); break;
+    case LibType::CD90: ok = call(locked, cd90.SetSyncChannelOffset, offset); break;
+    default: return notSupported(device, "SetSyncChannelOffset");
+    }
+    if (ok) device.SyncChannelOffset = offset;
+    return ok;
+}
+
+bool SetSyncChannelEnable(Device &device, int32_t enable)
+{
+    if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
+    bool ok = false;
+    switch (device.LibType) {
+    case LibType::ZP: ok = call(locked, zp.SetSyncChannelEnable, enable); break;
+    case LibType::LM70: ok = call(locked, lm70.SetSyncChannelEnable, enable); break;
+    case LibType::CD90: ok = call(locked, cd90.SetSyncChannelEnable, enable); break;
+    default: return notSupported(device, "SetSyncChannelEnable");
+    }
+    if (ok) device.SyncChannelEnable = enable;
+    return ok;
+}
+
+bool SetSyncDeadTime(Device &device, int32_t deadTime)
+{
+    if (auto answer = settingWithoutLibrary(device)) return *answer;
+    const auto [on, sent] = deadTimeSent(device, &DeviceConfig::SyncDeadTime, deadTime);
+    LockedDevice locked(device);
+    const bool isProgrammable = device.Features & Feature::ProgTd;
+    bool ok = false;
+    switch (device.LibType) {
+    case LibType::ZP: ok = isProgrammable && call(locked, zp.SetSyncDeadTime, on, sent); break;
+    case LibType::LM70: ok = isProgrammable && call(locked, lm70.SetSyncDeadTime, on, sent); break;
+    case LibType::CD90: ok = isProgrammable && call(locked, cd90.SetSyncDeadTime, on, sent); break;
+    default: return notSupported(device, "SetSyncDeadTime");
+    }
+    if (ok) {
+        device.SyncDeadTimeOn = on;
+        device.SyncDeadTime = static_cast<uint32_t>(deadTime);
+    }
+    return ok;
+}
+
+} // namespace Tessel

@@ -1,0 +1,508 @@
+// The set operations against fake libraries: what reaches the library, what is remembered, what is refused.
+#include "devices/acquisition.h"
+#include "devices/inputs.h"
+#include "devices/instrument.h"
+#include "devices/markers.h"
+#include "devices/sync.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+
+using namespace Tessel;
+using namespace TestSupport;
+using enum LibType;
+
+namespace {
+
+using Range = std::pair<int32_t, int32_t>;
+using Ranges = std::array<std::optional<Range>, 5>; // ZP, CD, SV40, LM70, CD90; none: the family lacks it
+
+constexpr std::optional<Range> none{};
+constexpr Range any{INT32_MIN, INT32_MAX};
+
+constexpr Ranges all(Range range)
+{
+    return {range, range, range, range, range};
+}
+
+struct Setter
+{
+    std::string Name;   // in warnings and refusals
+    std::string Sent;   // {} is the value
+    std::string Limits; // parameter and function in a warning; empty: none is logged
+    std::array<std::optional<Range>, 5> Ranges;
+    std::function<bool(Device &, int32_t)> Set;
+    std::function<int32_t &(Device &)> Field;
+    MeasMode Mode = MeasMode::T3;
+    std::string After{}; // calls that follow
+};
+
+std::function<int32_t &(Device &)> of(int32_t DeviceConfig::*member)
+{
+    return [member](Device &device) -> int32_t & { return device.*member; };
+}
+
+// The input operations go to the third input.
+std::function<int32_t &(Device &)> of(int32_t ChannelRow::*member)
+{
+    return [member](Device &device) -> int32_t & { return device.ChansCfg.at(2).*member; };
+}
+
+const std::vector<Setter> &setters()
+{
+    const Ranges edge = {{{{-1200, 1200}}, none, {{-1200, 1200}}, {{-1500, 1500}}, {{-1200, 1200}}}};
+    const Ranges cfd = {{none, {{0, 1000}}, {{-1200, 0}}, {{-1500, 0}}, {{-1200, 0}}}};
+    const Ranges zero = {{none, {{0, 40}}, {{-40, 0}}, {{-100, 0}}, {{-100, 0}}}};
+    const auto zpLmCd90 = [](Range range) { return Ranges{{range, none, none, range, range}}; };
+    static const std::vector<Setter> table = {
+        {"SetSyncDiv", "SetSyncDiv 0 {}", "syncDiv in SetSyncDiv",
+         Ranges{{{{1, 16}}, {{1, 16}}, {{1, 8}}, {{1, 8}}, {{1, 16}}}}, SetSyncDiv, of(&DeviceConfig::SyncDiv)},
+        {"SetSyncEdgeTrg", "SetSyncEdgeTrg 0 {} 1", "trigLvlSync in SetSyncEdgeTrig", edge,
+         [](Device &d, int32_t v) { return SetSyncEdgeTrig(d, v, 1); }, of(&DeviceConfig::SyncTrigLvl)},
+        {"SetSyncCFD", "SetSyncCFD 0 {} 0", "discrLvlSync in SetSyncCFD", cfd,
+         [](Device &d, int32_t v) { return SetSyncCFD(d, v, 0); }, of(&DeviceConfig::SyncDiscrLvl)},
+        {"SetSyncCFD", "SetSyncCFD 0 0 {}", "zeroXLvlSync in SetSyncCFD", zero,
+         [](Device &d, int32_t v) { return SetSyncCFD(d, 0, v); }, of(&DeviceConfig::SyncZeroxLvL)},
+        {"SetSyncChannelOffset", "SetSyncChannelOffset 0 {}", "syncChannelOffset @{} in SetSyncChannelOffset",
+         all({-99999, 99999}), SetSyncChannelOffset, of(&DeviceConfig::SyncChannelOffset)},
+        {"SetSyncChannelEnable", "SetSyncChannelEnable 0 {}", "", zpLmCd90(any), SetSyncChannelEnable,
+         of(&DeviceConfig::SyncChannelEnable)},
+        {"SetInputHysteresis", "SetInputHysteresis 0 {}", "hystCode in SetInputHysteresis", zpLmCd90({0, 1}),
+         SetInputHysteresis, of(&DeviceConfig::HystCode)},
+        {"SetTimingMode", "SetTimingMode 0 {}", "", Ranges{{none, none, {{0, 1}}, none, none}}, SetTimingMode,
+         of(&DeviceConfig::TimingMode)},
+        {"SetBinning", "SetBinning 0 {}", "binning in SetBinning", all({0, 7}), SetBinning,
+         of(&DeviceConfig::Binning), MeasMode::Histogramming, "; GetResolution 0"},
+        {"SetOffset", "SetOffset 0 {}", "offset in SetOffset",
+         Ranges{{{{0, 100000000}}, {{0, 500000}}, {{0, 100000000}}, {{0, 100000000}}, {{0, 100000000}}}},
+         SetOffset, of(&DeviceConfig::Offset)},
+        {"SetHistoLength", "SetHistoLen 0 {}", "lengthCode in SetHistoLength",
+         Ranges{{{{0, 6}}, {{0, 6}}, {{0, 5}}, {{0, 9}}, {{0, 7}}}}, SetHistoLength,
+         of(&DeviceConfig::LengthCode), MeasMode::Histogramming},
+        {"SetTriggerOutput", "SetTriggerOutput 0 {}", "",
+         Ranges{{{{0, 16777215}}, none, {{0, 16777215}}, {{0, 16777215}}, {{0, 16777215}}}}, SetTriggerOutput,
+         of(&DeviceConfig::TriggerOutput)},
+        {"SetLEDBrightness", "SetLEDBrightness 0 {}", "", Ranges{{none, none, none, none, {{0, 2}}}},
+         SetLEDBrightness, of(&DeviceConfig::LedBrightness)},
+        {"SetMarkerEdges", "SetMarkerEdges 0 1 {} 0 1", "", all({0, 1}),
+         [](Device &d, int32_t v) {
+             return SetMarkerEdges(d, {9, v, -9, 1});
+         },
+         [](Device &d) -> int32_t & { return d.MarkerEdges.at(1); }},
+        {"SetMarkerEnable", "SetMarkerEnable 0 0 0 1 {}", "", all({0, 1}),
+         [](Device &d, int32_t v) {
+             return SetMarkerEnable(d, {-1, 0, 2, v});
+         },
+         [](Device &d) -> int32_t & { return d.MarkerEna.at(3); }, MeasMode::T2},
+        {"SetMarkerHoldoffTime", "SetMarkerHoldoffTime 0 {}", "holdoffTime in SetMarkerHoldoffTime",
+         Ranges{{{{0, 25500}}, {{0, 524296}}, {{0, 25500}}, {{0, 25500}}, {{0, 25500}}}}, SetMarkerHoldoffTime,
+         of(&DeviceConfig::MarkerHoldoffTime)},
+        {"SetOflCompression", "SetOflCompression 0 {}", "holdTime in SetOflCompression", zpLmCd90({0, 255}),
+         SetOflCompression, of(&DeviceConfig::HoldTime)},
+        {"SetInputEdgeTrg", "SetInputEdgeTrg 0 2 {} 1", "trigLvl in SetInputEdgeTrig", edge,
+         [](Device &d, int32_t v) { return SetInputEdgeTrig(d, d.ChansCfg[2], v, 1); },
+         of(&ChannelRow::TrigLvl)},
+        {"SetInputCFD", "SetInputCFD 0 2 {} 0", "discrLvl in SetInputCFD", cfd,
+         [](Device &d, int32_t v) { return SetInputCFD(d, d.ChansCfg[2], v, 0); }, of(&ChannelRow::DiscrLvl)},
+        {"SetInputCFD", "SetInputCFD 0 2 0 {}", "zerox in SetInputCFD", zero,
+         [](Device &d, int32_t v) { return SetInputCFD(d, d.ChansCfg[2], 0, v); }, of(&ChannelRow::ZeroXLvl)},
+        {"SetInputChannelOffset", "SetInputChannelOffset 0 2 {}", "chanOffs in SetInputChannelOffset",
+         all({-99999, 99999}), [](Device &d, int32_t v) { return SetInputChannelOffset(d, d.ChansCfg[2], v); },
+         of(&ChannelRow::ChanOffs)},
+        {"SetInputChannelEnable", "SetInputChannelEnable 0 2 {}", "", all(any),
+         [](Device &d, int32_t v) { return SetInputChannelEnable(d, d.ChansCfg[2], v); },
+         of(&ChannelRow::ChanEna)},
+    };
+    return table;
+}
+
+std::string limitWarning(const Setter &setter, const char *side, int32_t value, int32_t limit)
+{
+    return fmt::format("WRN Config: Value {} is {} of {} for {}!", value, side, limit, setter.Limits);
+}
+
+} // namespace
+
+TEST(Settings, LimitedSentAndRemembered)
+{
+    for (const Setter &setter : setters())
+        for (LibType family : fiveFamilies) {
+            const auto range = setter.Ranges[static_cast<size_t>(family)];
+            if (!range) continue;
+            SCOPED_TRACE(setter.Sent + " " + libTypeText(family));
+            const auto [least, most] = *range;
+            Instrument instrument(family, setter.Mode);
+            LogCapture log;
+            std::vector<std::string> warnings;
+            for (int64_t asked : {least - int64_t{2}, int64_t{least}, int64_t{most}, most + int64_t{1}}) {
+                const auto value = static_cast<int32_t>(asked);
+                if (value != asked) continue;
+                const int32_t sent = std::clamp(value, least, most);
+                setter.Field(instrument.device) = 777;
+                EXPECT_TRUE(setter.Set(instrument.device, value)) << value;
+                EXPECT_EQ(instrument.fake.newCalls(),
+                          fmt::format(fmt::runtime(setter.Sent), sent) + setter.After);
+                EXPECT_EQ(setter.Field(instrument.device), sent);
+                if (sent != value && !setter.Limits.empty())
+                    warnings.push_back(sent > value ? limitWarning(setter, "below minimum", value, least)
+                                                    : limitWarning(setter, "above maximum", value, most));
+            }
+            setter.Field(instrument.device) = 777;
+            instrument.fake->answer(setter.Sent.substr(0, setter.Sent.find(' ')).c_str(), 0, -7);
+            EXPECT_FALSE(setter.Set(instrument.device, least));
+            EXPECT_EQ(setter.Field(instrument.device), 777) << "what the library refused is remembered";
+            EXPECT_EQ(linesOf(log, "WRN"), warnings);
+        }
+}
+
+TEST(Settings, RefusedByFamilyTypeAndModel)
+{
+    const auto refusal = [](const Setter &setter, LibType family) {
+        if (setter.Name == "SetTimingMode")
+            return std::string("Config: SetTimingMode is not supported for model Sarvex 40 P @77");
+        const bool isOffset = setter.Name == "SetInputChannelOffset";
+        return fmt::format("{} is not supported for libType {} @77",
+                           isOffset ? "Device: GetNumOfModules" : "Config: " + setter.Name,
+                           libTypeText(family));
+    };
+    for (const Setter &setter : setters()) {
+        SCOPED_TRACE(setter.Sent);
+        Instrument instrument(ZP, setter.Mode);
+        Device &device = instrument.device;
+        for (LibType family : {ZP, CD, SV40, LM70, CD90, Dummy, Undefined}) {
+            if (static_cast<size_t>(family) < 5 && setter.Ranges[static_cast<size_t>(family)]) continue;
+            device.LibType = family;
+            LogCapture log;
+            EXPECT_FALSE(setter.Set(device, 0));
+            EXPECT_EQ(log.count("WRN " + refusal(setter, family)), 1u) << libTypeText(family);
+        }
+        device.LibType = ZP;
+        device.DeviceType = DeviceType::File;
+        EXPECT_TRUE(setter.Set(device, 0));
+        device.DeviceType = DeviceType::Remote;
+        EXPECT_FALSE(setter.Set(device, 0));
+        EXPECT_EQ(instrument.fake.newCalls(), "");
+    }
+    Instrument sarvex(SV40);
+    sarvex.device.Model = "Sarvex 40 N";
+    LogCapture log;
+    EXPECT_FALSE(SetSyncCFD(sarvex.device, 0, 0));
+    EXPECT_FALSE(SetInputCFD(sarvex.device, sarvex.device.ChansCfg[0], 0, 0));
+    EXPECT_EQ(linesOf(log, "WRN"),
+              (std::vector<std::string>{"WRN Config: SetSyncCFD is not supported for model Sarvex 40 N @77",
+                                        "WRN Config: SetInputCFD is not supported for model Sarvex 40 N @77"}));
+}
+
+TEST(Settings, SilentWithoutFeatureOrInTheWrongMode)
+{
+    using Set = bool (*)(Device &);
+    using enum MeasMode;
+    const struct
+    {
+        const char *Name;
+        uint32_t Features;
+        MeasMode Mode;
+        Set Call;
+        std::string Calls{};
+    } cases[] = {
+        {"dead time", ~Feature::ProgTd, T3, [](Device &d) { return SetSyncDeadTime(d, 900); }},
+        {"input dead time", ~Feature::ProgTd, T3,
+         [](Device &d) { return SetInputDeadTime(d, d.ChansCfg[0], 900); }},
+        {"hysteresis", ~Feature::ProgHyst, T3, [](Device &d) { return SetInputHysteresis(d, 9); }},
+        {"trigger output", ~Feature::TrigOut, T3, [](Device &d) { return SetTriggerOutput(d, 1); }},
+        {"marker edges", ~Feature::Markers, T3, [](Device &d) { return SetMarkerEdges(d, {}); }},
+        {"marker enable", ~Feature::Markers, T3, [](Device &d) { return SetMarkerEnable(d, {}); }},
+        {"hold-off", ~Feature::Markers, T3, [](Device &d) { return SetMarkerHoldoffTime(d, -1); }},
+        {"input mode", ~Feature::InputMode, T3, [](Device &d) { return SetInputTrgMode(d, d.ChansCfg[0], 0); }},
+        {"marker edges, histograms", ~0u, Histogramming, [](Device &d) { return SetMarkerEdges(d, {}); }},
+        {"marker enable, histograms", ~0u, Histogramming, [](Device &d) { return SetMarkerEnable(d, {}); }},
+        {"hold-off, histograms", ~0u, Histogramming, [](Device &d) { return SetMarkerHoldoffTime(d, 1); }},
+        {"compression, histograms", ~0u, Histogramming, [](Device &d) { return SetOflCompression(d, 1); }},
+        {"offset, T2", ~0u, T2, [](Device &d) { return SetOffset(d, 1); }},
+        {"binning, T2", ~0u, T2, [](Device &d) { return SetBinning(d, 1); }, "GetResolution 0"},
+    };
+    for (const auto &c : cases)
+        for (LibType family : {ZP, CD90}) {
+            Instrument instrument(family, c.Mode);
+            instrument.device.Features = c.Features;
+            LogCapture log;
+            EXPECT_FALSE(c.Call(instrument.device)) << c.Name;
+            EXPECT_EQ(instrument.fake.newCalls(), c.Calls) << c.Name;
+            EXPECT_EQ(linesOf(log, "WRN"), std::vector<std::string>{}) << c.Name;
+        }
+}
+
+TEST(Settings, DeadTimes)
+{
+    const struct
+    {
+        LibType Family;
+        int32_t Asked;
+        std::string Sync, Input; // as sent
+        int32_t On, Remembered;
+        bool IsAbove = false;
+    } cases[] = {
+        {ZP, 0, "0 800", "0 800", 0, 0},
+        {ZP, 799, "0 800", "0 800", 0, 799},
+        {LM70, 800, "1 800", "1 800", 1, 800},
+        {CD90, 160000, "1 160000", "1 160000", 1, 160000},
+        {CD90, 160001, "1 160000", "1 160000", 1, 160001, true}, // as asked for
+        {SV40, INT32_MIN, "", "0", 1, 24000},
+        {SV40, 34000, "", "0", 1, 24000}, // of two that are as near the earlier one
+        {SV40, 34001, "", "1", 1, 44000},
+        {SV40, 55000, "", "1", 1, 44000},
+        {SV40, 170000, "", "6", 1, 160000},
+        {SV40, 180001, "", "7", 1, 180000, true},
+        {SV40, INT32_MAX, "", "7", 1, 180000, true},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(fmt::format("{} {}", libTypeText(c.Family), c.Asked));
+        Instrument instrument(c.Family);
+        Device &device = instrument.device;
+        ChannelRow &row = device.ChansCfg[1];
+        LogCapture log;
+        EXPECT_TRUE(SetInputDeadTime(device, row, c.Asked));
+        EXPECT_EQ(instrument.fake.newCalls(), "SetInputDeadTime 0 1 " + c.Input);
+        EXPECT_EQ(row.DeadTimeOn, c.On);
+        EXPECT_EQ(row.DeadTime, c.Remembered);
+        EXPECT_EQ(SetSyncDeadTime(device, c.Asked), !c.Sync.empty());
+        if (!c.Sync.empty()) {
+            EXPECT_EQ(instrument.fake.newCalls(), "SetSyncDeadTime 0 " + c.Sync);
+            EXPECT_EQ(device.SyncDeadTimeOn, c.On);
+            EXPECT_EQ(device.SyncDeadTime, static_cast<uint32_t>(c.Remembered));
+        }
+        EXPECT_EQ(log.count("is above maximum of"), c.IsAbove ? 2u : 0u);
+        EXPECT_EQ(log.count("is below"), 0u);
+    }
+}
+
+TEST(Settings, StopOverflow)
+{
+    const struct
+    {
+        uint32_t Asked;
+        int32_t Sequence;
+        std::string Sent;
+        uint32_t Remembered;
+    } cases[] = {
+        {0, 0, "0 1", 0}, {5, 1, "1 5", 5}, {4294967295, 0, "1 4294967295", 4294967295}, {5, 2, "1 5", 77}};
+    for (LibType family : fiveFamilies)
+        for (const auto &c : cases) {
+            Instrument instrument(family);
+            instrument.device.StopCount = 77;
+            instrument.context.SequenceMode = c.Sequence;
+            LogCapture log;
+            EXPECT_TRUE(SetStopOverflow(instrument.device, instrument.context, c.Asked, true));
+            EXPECT_EQ(instrument.fake.newCalls(), "SetStopOverflow 0 " + c.Sent);
+            EXPECT_EQ(instrument.device.StopCount, c.Remembered);
+            EXPECT_EQ(log.count("SetStopOverflow: 0 " + c.Sent + " @77"), c.Sequence == 2 ? 0u : 1u);
+        }
+    Instrument instrument(ZP);
+    instrument.device.LibType = Dummy;
+    LogCapture log;
+    EXPECT_FALSE(SetStopOverflow(instrument.device, instrument.context, 5, true));
+    EXPECT_EQ(log.count("WRN Config: Value 5 is above maximum of 1 for stopCount in SetStopOverflow!"), 1u);
+}
+
+TEST(Settings, HistogramLengthByMode)
+{
+    const struct
+    {
+        LibType Family;
+        MeasMode Mode;
+        int32_t Asked;
+        bool Answer;
+        std::string Calls;
+        int32_t LengthCode;
+        uint64_t NumBins;
+    } cases[] = {
+        {LM70, MeasMode::Histogramming, -1, true, "SetHistoLen 0 9", 9, 2048},
+        {SV40, MeasMode::Histogramming, -1, true, "SetHistoLen 0 5", 5, 32768},
+        {LM70, MeasMode::T2, -1, false, "", 77, 65536},
+        {CD, MeasMode::T2, 6, false, "", 77, 65536},
+        {CD, MeasMode::T2, 3, false, "", 77, 8192},
+        {CD, MeasMode::T2, -2, false, "", 77, 1024},
+        {CD90, MeasMode::T3, 2, false, "", 77, 32768},
+        {ZP, MeasMode::T3, 2, false, "", 5, 32768},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(fmt::format("{} {}", libTypeText(c.Family), c.Asked));
+        Instrument instrument(c.Family, c.Mode);
+        Device &device = instrument.device;
+        device.LengthCode = 77;
+        device.NumBins = 5;
+        EXPECT_EQ(SetHistoLength(device, c.Asked), c.Answer);
+        EXPECT_EQ(instrument.fake.newCalls(), c.Calls);
+        EXPECT_EQ(device.LengthCode, c.LengthCode);
+        EXPECT_EQ(device.NumBins, c.NumBins);
+        device.NumBins = 5;
+        device.Index = -1;
+        SetHistoLength(device, c.Asked);
+        EXPECT_TRUE(c.Answer || device.NumBins == 5) << "without a port";
+    }
+    for (const auto &[told, taken] : {std::pair(-1.0, 1u), {0.0, 1u}, {2e6, 1048576u}, {-2147483648.0, 1u}}) {
+        Instrument instrument(ZP, MeasMode::Histogramming);
+        instrument.fake->number("SetHistoLen", 0, told);
+        LogCapture log;
+        EXPECT_TRUE(SetHistoLength(instrument.device, 3));
+        EXPECT_EQ(instrument.device.NumBins, taken);
+        EXPECT_EQ(linesOf(log, "WRN").size(), 1u);
+    }
+}
+
+TEST(Settings, MeasurementControl)
+{
+    const std::tuple<LibType, int32_t, std::optional<int32_t>> cases[] = {
+        {ZP, 7, 6},  {ZP, -1, -1}, {CD, 3, 3},   {CD, 4, {}},   {CD, 6, {}},   {CD, 7, 4},   {CD, 8, 5},
+        {CD, 10, 6}, {SV40, 4, 3}, {LM70, 3, 3}, {LM70, 4, {}}, {LM70, 5, {}}, {LM70, 7, 6}, {CD90, 7, 6},
+    };
+    for (const auto &[family, asked, sent] : cases) {
+        Instrument instrument(family);
+        Device &device = instrument.device;
+        LogCapture log;
+        EXPECT_EQ(SetMeasControl(device, asked, 1, 2), sent.has_value());
+        EXPECT_EQ(instrument.fake.newCalls(), sent ? fmt::format("SetMeasControl 0 {} 1 2", *sent) : "");
+        EXPECT_EQ(device.MeasControl, sent.value_or(0));
+        EXPECT_EQ(device.StopEdge, sent ? 2 : 0);
+        EXPECT_EQ(
+            log.count(fmt::format("WRN Config: SetMeasControl is not supported for MeasControl={} @77", asked)),
+            sent ? 0u : 1u);
+    }
+}
+
+TEST(Settings, TriggerModeSendsItsLevelsAgain)
+{
+    const struct
+    {
+        LibType Family;
+        int32_t Mode;
+        std::string Sync, Input;
+        bool Answer = true;
+    } cases[] = {
+        {LM70, 0, "SetSyncTrgMode 0 0; SetSyncEdgeTrg 0 -31 1",
+         "SetInputTrgMode 0 1 0; SetInputEdgeTrg 0 1 -21 0"},
+        {LM70, 1, "SetSyncTrgMode 0 1; SetSyncCFD 0 -32 -33", "SetInputTrgMode 0 1 1; SetInputCFD 0 1 -22 -23"},
+        {CD90, 0, "SetSyncTrgMode 0 0; SetSyncEdgeTrg 0 -31 1",
+         "SetInputTrgMode 0 1 0; SetInputEdgeTrg 0 1 -21 0"},
+        {CD90, 1, "SetSyncTrgMode 0 1; SetSyncCFD 0 -32 -33", "SetInputTrgMode 0 1 1; SetInputCFD 0 1 -22 -23"},
+        {CD90, 2, "SetSyncTrgMode 0 2", "SetInputTrgMode 0 1 2", false},
+        {LM70, -5, "SetSyncTrgMode 0 -5", "SetInputTrgMode 0 1 -5", false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(fmt::format("{} {}", libTypeText(c.Family), c.Mode));
+        Instrument instrument(c.Family);
+        Device &device = instrument.device;
+        device.SyncTrigLvl = -31, device.SyncTrigEdge = 1, device.SyncDiscrLvl = -32, device.SyncZeroxLvL = -33;
+        ChannelRow &row = device.ChansCfg[1];
+        row.TrigLvl = -21, row.TrigEdge = 0, row.DiscrLvl = -22, row.ZeroXLvl = -23;
+        EXPECT_EQ(SetSyncTrgMode(device, c.Mode), c.Answer);
+        EXPECT_EQ(instrument.fake.newCalls(), c.Sync);
+        EXPECT_EQ(SetInputTrgMode(device, row, c.Mode), c.Answer);
+        EXPECT_EQ(instrument.fake.newCalls(), c.Input);
+        EXPECT_EQ(device.SyncTrigMode, TrigMode{c.Mode});
+        EXPECT_EQ(row.TrigMode, TrigMode{c.Mode});
+        instrument.fake->answer("SetInputTrgMode", 0, -1);
+        EXPECT_FALSE(SetInputTrgMode(device, row, 1 - c.Mode));
+        EXPECT_EQ(row.TrigMode, TrigMode{c.Mode});
+    }
+}
+
+TEST(Settings, TriggerModeOfAllInputs)
+{
+    Instrument instrument(CD90);
+    Device &device = instrument.device;
+    ChannelRow all;
+    all.Index = -1;
+    for (ChannelRow &row : device.ChansCfg)
+        row.TrigLvl = -21, row.TrigEdge = 1, row.DiscrLvl = -22, row.ZeroXLvl = -23;
+    EXPECT_TRUE(SetInputTrgMode(device, all, 1));
+    EXPECT_EQ(instrument.fake.newCalls(), "SetInputTrgMode 0 -1 1; SetInputCFD 0 -1 -22 -23");
+    for (const ChannelRow &row : device.ChansCfg) EXPECT_EQ(row.TrigMode, TrigMode::CFD);
+    device.ChansCfg[2].TrigEdge = 0;
+    instrument.fake->answer("SetInputEdgeTrg", 1, -1);
+    EXPECT_TRUE(SetInputTrgMode(device, all, 0)) << "the last answer counts";
+    EXPECT_EQ(
+        instrument.fake.newCalls(),
+        "SetInputTrgMode 0 -1 0; SetInputEdgeTrg 0 0 -21 1; GetErrorString -1; SetInputEdgeTrg 0 1 -21 1; "
+        "SetInputEdgeTrg 0 2 -21 0; SetInputEdgeTrg 0 3 -21 1");
+    device.ChansCfg.clear();
+    EXPECT_FALSE(SetInputTrgMode(device, all, 0));
+}
+
+TEST(Settings, AllInputsAtOnce)
+{
+    using Set = bool (*)(Device &, ChannelRow &);
+    const std::pair<Set, std::string> cases[] = {
+        {[](Device &d, ChannelRow &r) { return SetInputEdgeTrig(d, r, -5, 1); }, "SetInputEdgeTrg 0 -1 -5 1"},
+        {[](Device &d, ChannelRow &r) { return SetInputChannelOffset(d, r, 6); },
+         "SetInputChannelOffset 0 -1 6"},
+        {[](Device &d, ChannelRow &r) { return SetInputChannelEnable(d, r, 0); },
+         "SetInputChannelEnable 0 -1 0"},
+        {[](Device &d, ChannelRow &r) { return SetInputDeadTime(d, r, 900); }, "SetInputDeadTime 0 -1 1 900"},
+    };
+    for (LibType family : fiveFamilies) {
+        Instrument instrument(family);
+        Device &device = instrument.device;
+        const bool takesAll = family == ZP || family == CD90;
+        for (const auto &[set, sent] : cases)
+            for (int32_t index : {-1, -2}) {
+                ChannelRow row;
+                row.Index = index;
+                const bool expected = takesAll && index == -1;
+                EXPECT_EQ(set(device, row), expected) << libTypeText(family) << sent;
+                EXPECT_EQ(instrument.fake.newCalls(), expected ? sent : "");
+            }
+        for (const ChannelRow &row : device.ChansCfg)
+            EXPECT_EQ(row.TrigLvl == -5 && row.TrigEdge == 1 && row.ChanOffs == 6 && row.ChanEna == 0 &&
+                          row.DeadTime == 900 && row.DeadTimeOn == 1,
+                      takesAll);
+    }
+}
+
+// Locations that differ from the pattern, and one that doesn't.
+TEST(Settings, LocationsOfFailedCalls)
+{
+    using Set = bool (*)(Device &);
+    const Set edge = [](Device &d) { return SetSyncEdgeTrig(d, -5, 1); };
+    const Set cfd = [](Device &d) { return SetSyncCFD(d, 0, 0); };
+    const std::tuple<LibType, const char *, Set, std::string> cases[] = {
+        {ZP, "SetSyncEdgeTrg", edge, "ZPlib error in ZP_SetSyncEdgeTrg @77 (-7): as told @77"},
+        {LM70, "SetSyncEdgeTrg", edge, "LM70lib error in LM70_SetSyncEdgeTrg: 0 -5 1 (-7): as told @77"},
+        {CD90, "SetSyncEdgeTrg", edge, "CD90lib error in CD90_SetSyncEdgeTrg: 0 -5 1 (-7): as told @77"},
+        {CD, "SetSyncCFD", cfd, "CDlib error in CD_SetSyncEdgeTrg @77 (-7): as told @77"},
+        {SV40, "SetSyncCFD", cfd, "SV40lib error in SV40_SetSyncCFD: 0 0 0 (-7): as told @77"},
+        {LM70, "SetSyncCFD", cfd, "LM70lib error in LM70_SetSyncCFD: 0 0 0 (-7): as told @77"},
+        {CD90, "SetSyncCFD", cfd, "CD90lib error in CD90_SetSyncCFD: 0 0 0 (-7): as told @77"},
+    };
+    for (const auto &[family, operation, set, text] : cases) {
+        Instrument instrument(family);
+        instrument.fake->answer(operation, 1, -7);
+        LogCapture log;
+        EXPECT_FALSE(set(instrument.device));
+        EXPECT_EQ(log.count("ERR Device: " + text), 1u) << text;
+        EXPECT_TRUE(set(instrument.device)) << "the next good call works";
+    }
+}
+
+TEST(Settings, TracesThatDifferFromThePattern)
+{
+    Instrument sarvex(SV40, MeasMode::Histogramming);
+    LogCapture log;
+    SetInputDeadTime(sarvex.device, sarvex.device.ChansCfg[1], 50000);
+    SetHistoLength(sarvex.device, 3);
+    EXPECT_EQ(linesOf(log, "DEV"),
+              (std::vector<std::string>{"DEV SV40_SetInputDeadTime: 0 1 50000 1 (44000) @77",
+                                        "DEV SV40_SetHistoLen: 0 3 8192 @77"}));
+}
+
+TEST(Settings, LostInTheMiddleOfATriggerMode)
+{
+    Instrument instrument(CD90);
+    instrument.fake->answer("SetSyncCFD", 1, -36);
+    EXPECT_FALSE(SetSyncTrgMode(instrument.device, 1));
+    EXPECT_FALSE(instrument.device.IsOpen);
+    EXPECT_EQ(instrument.device.Error, -36);
+}
