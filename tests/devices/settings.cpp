@@ -1,9 +1,9 @@
 // The set operations against fake libraries: what reaches the library, what is remembered, what is refused.
 #include "devices/acquisition.h"
 #include "devices/inputs.h"
-#include "devices/instrument.h"
 #include "devices/markers.h"
 #include "devices/sync.h"
+#include "support/instrument.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -9,7 +9,10 @@
 #include "support/fake.h"
 #include "support/log_capture.h"
 
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace TestSupport {
@@ -38,9 +41,9 @@ struct Instrument
     }
 
     Fake fake;
-    Tessel::DeviceEntry entry{};
-    Tessel::Device &device = entry.device;
-    Tessel::MeasContext &context = entry.context;
+    Tessel::DeviceRef entry = std::make_shared<Tessel::DeviceEntry>();
+    Tessel::Device &device = entry->device;
+    Tessel::MeasContext &context = entry->context;
 };
 
 // The lines of the log that begin so, in their order.
