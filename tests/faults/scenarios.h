@@ -18,15 +18,18 @@ struct FaultHost
     FaultHost(const std::string &folder, const std::string &recordingPath);
 
     std::string Ini, Recording, Copy;
+    std::vector<uint32_t> Words; // for the copy
+
+    // Filled by the library.
     std::vector<char> Id, Text;
-    std::vector<uint32_t> Words, Counts;
+    std::vector<uint32_t> Counts;
     std::vector<double> X, Y;
     std::vector<uint64_t> Times;
     std::vector<uint8_t> Channels;
     uint64_t Count = 0;
     uint8_t Finished = 1;
-    std::vector<uint32_t> Claimed; // a histogram that the library says is whole
-    bool Copied = false;           // the library says that the copy is whole
+
+    bool Told = false; // the library has told of a failure
 };
 
 struct Scenario
@@ -41,6 +44,9 @@ std::span<const Scenario> scenarios();
 // The words of the recording, and it as a file.
 std::vector<uint32_t> recordedWords();
 void writeRecording(const std::string &path);
+
+// A hash of what the library has filled; 0 if it has told of a failure.
+size_t claimed(FaultHost &host);
 
 // A histogram per channel of the current device. Empty: it isn't what its parameters say.
 std::vector<uint32_t> goodHistogram();
