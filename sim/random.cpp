@@ -24,25 +24,6 @@ Random makeRandom(uint64_t seed, uint64_t stream)
     return random;
 }
 
-// x = m 2^e with m in [sqrt(1/2), sqrt(2)); ln m = 2 artanh(s), s = (m - 1) / (m + 1), |s| < 0.172.
-double logOf(double x)
-{
-    constexpr uint64_t sqrtHalf = 0x3fe6a09e667f3bcdu;
-    const uint64_t bits = std::bit_cast<uint64_t>(x);
-    const int64_t exponent = static_cast<int64_t>(bits - sqrtHalf) >> 52;
-    const double m = std::bit_cast<double>(bits - (static_cast<uint64_t>(exponent) << 52));
-    const double s = (m - 1) / (m + 1);
-    const double z = s * s;
-    // Two halves of the series in z, of odd and of even powers, which the processor works on side by side.
-    const double square = z * z;
-    const double even =
-        (((1.0 / 19 * square + 1.0 / 15) * square + 1.0 / 11) * square + 1.0 / 7) * square + 1.0 / 3;
-    const double odd =
-        (((1.0 / 21 * square + 1.0 / 17) * square + 1.0 / 13) * square + 1.0 / 9) * square + 1.0 / 5;
-    const double sum = even + z * odd;
-    return static_cast<double>(exponent) * 0.69314718055994530942 + 2 * (s + s * z * sum);
-}
-
 double normal(Random &random)
 {
     if (random.HasSpare) {

@@ -179,10 +179,13 @@ void readMeasuring(JsonNode &node, InstrumentDescription &instrument)
     });
     readInputs(node, instrument.Inputs);
     readMarkers(node, instrument.Markers);
-    for (size_t i = 0; i < instrument.Inputs.size(); ++i) {
-        InputDescription &input = instrument.Inputs[i];
+    double rate = 0;
+    for (InputDescription &input : instrument.Inputs) {
         if (input.CrosstalkTo >= static_cast<int32_t>(instrument.Inputs.size())) input.Crosstalk = 0;
+        rate += input.RateCps;
     }
+    if (instrument.Light.Kind == LightKind::Antibunched && rate > saturationRate(instrument.Light.RecoveryPs))
+        failAt(node.Path + "light.recoveryPs", "is too long for the sum of the rates");
 }
 
 void readInstrument(JsonNode &node, InstrumentDescription &instrument)

@@ -1,6 +1,8 @@
 // Detectors and inputs. One thread.
 #include "sim/instruments/detection.h"
 
+#include "sim/ziggurat.h"
+
 #include <cmath>
 #include <cstdlib>
 
@@ -45,7 +47,20 @@ void drawAfter(Detection &detection, const InputGate &gate, const Event &event)
         detection.After.push({event.TimePs, gate.CrosstalkTo, Cause::Crosstalk});
 }
 
-inline void take(Detection &detection, const Event &event, Truth &truth, std::vector<Event> &counted)
+// push_back isn't inlined here, which would cost as much as the rest.
+struct Growing
+{
+    std::vector<Event> &Events;
+    size_t Count = 0;
+};
+
+inline void append(Growing &to, const Event &event)
+{
+    if (to.Count == to.Events.size()) to.Events.resize(2 * to.Count + 64);
+    to.Events[to.Count++] = event;
+}
+
+inline void take(Detection &detection, const Event &event, Truth &truth, Growing &counted)
 {
     const uint8_t channel = event.Channel;
     const InputGate &gate = detection.Gates[channel];
@@ -59,10 +74,10 @@ inline void take(Detection &detection, const Event &event, Truth &truth, std::ve
     detection.FreePs[channel] = event.TimePs + gate.DeadPs;
     const int64_t shifted = static_cast<int64_t>(event.TimePs) + gate.ShiftPs;
     if (shifted < 0) return lose(truth, event, Loss::Outside);
-    counted.push_back({static_cast<uint64_t>(shifted), channel, event.Cause});
+    append(counted, {static_cast<uint64_t>(shifted), channel, event.Cause});
 }
 
-void takeAfter(Detection &detection, uint64_t endPs, Truth &truth, std::vector<Event> &counted)
+void takeAfter(Detection &detection, uint64_t endPs, Truth &truth, Growing &counted)
 {
     while (!detection.After.empty() && detection.After.top().TimePs < endPs) {
         const Event event = detection.After.top();
@@ -121,7 +136,7 @@ void addJitter(Detection &detection, std::vector<Event> &events, size_t from)
     for (size_t i = from; i < events.size(); ++i) {
         const double sigma = detection.Gates[events[i].Channel].JitterPs;
         if (!(sigma > 0)) continue;
-        const double deviate = std::clamp(normal(detection.Jitter), -furthestJitter, furthestJitter);
+        const double deviate = std::clamp(quickNormal(detection.Jitter), -furthestJitter, furthestJitter);
         const double shift = std::floor(sigma * deviate + 0.5);
         const int64_t time = static_cast<int64_t>(events[i].TimePs) + static_cast<int64_t>(shift);
         events[i].TimePs = static_cast<uint64_t>(std::max<int64_t>(time, 0));
@@ -131,11 +146,14 @@ void addJitter(Detection &detection, std::vector<Event> &events, size_t from)
 void detect(Detection &detection, std::span<const Event> arrivals, uint64_t endPs, Truth &truth,
             std::vector<Event> &counted)
 {
+    Growing growing{counted, counted.size()};
+    counted.resize(counted.size() + arrivals.size());
     for (const Event &event : arrivals) {
-        if (!detection.After.empty()) takeAfter(detection, event.TimePs, truth, counted);
-        take(detection, event, truth, counted);
+        if (!detection.After.empty()) takeAfter(detection, event.TimePs, truth, growing);
+        take(detection, event, truth, growing);
     }
-    takeAfter(detection, endPs, truth, counted);
+    takeAfter(detection, endPs, truth, growing);
+    counted.resize(growing.Count);
 }
 
 } // namespace Tessel::Sim

@@ -19,7 +19,8 @@ PulsedParams pulsedParams(const InstrumentDescription &instrument, uint64_t seed
                         .NumPulses =
                             static_cast<uint64_t>(static_cast<double>(forEver) / instrument.Sync.PeriodPs),
                         .Channels = {},
-                        .Seed = seed};
+                        .Seed = seed,
+                        .IsQuick = true};
     for (const InputDescription &input : instrument.Inputs)
         params.Channels.push_back({.SignalRate = input.RateCps, .LifetimePs = input.LifetimePs});
     return params;
@@ -58,17 +59,21 @@ Source cwSource(const CwParams &params, double rate, Cause cause)
 void refillPulsed(Source &source, PulsedLight &light, size_t count)
 {
     nextPhotons(light, count, source.Photons);
-    for (const PulsedPhoton &photon : source.Photons)
-        source.Ready.push_back(
-            {timeOf(source.Pulses, photon.Pulse, photon.DelayPs), photon.Channel, source.Cause});
+    source.Ready.resize(source.Photons.size());
+    for (size_t i = 0; i < source.Ready.size(); ++i) {
+        const PulsedPhoton &photon = source.Photons[i];
+        const uint64_t timePs = timeOf(source.Pulses, photon.Pulse, photon.DelayPs);
+        source.Ready[i] = {timePs, photon.Channel, source.Cause};
+    }
 }
 
 void refillCw(Source &source, CwLight &light, size_t count)
 {
     nextArrivals(light, count, source.Arrivals);
-    for (const Arrival &arrival : source.Arrivals) {
-        const uint8_t channel = source.Channel > 0 ? source.Channel : arrival.Channel;
-        source.Ready.push_back({arrival.TimePs, channel, source.Cause});
+    source.Ready.resize(source.Arrivals.size());
+    for (size_t i = 0; i < source.Ready.size(); ++i) {
+        const uint8_t channel = source.Channel > 0 ? source.Channel : source.Arrivals[i].Channel;
+        source.Ready[i] = {source.Arrivals[i].TimePs, channel, source.Cause};
     }
 }
 
