@@ -5,6 +5,7 @@
 #include "log/text.h"
 #include "manipulators/chain.h"
 #include "run/end_run.h"
+#include "session/instruments.h"
 #include "session/open_close.h"
 #include "settings/system_ini.h"
 #include "settings/version.h"
@@ -29,23 +30,10 @@ void traceDevice(std::string_view text)
     if (LogLevel.Device) logDev(LogCategory::Progress, "{}", text);
 }
 
-void closeAll()
-{
-    do {
-        for (const DeviceRef &target : allDevices()) {
-            if (endRun(target)) stopManipulators(target, true, waitLeft);
-            removeStages(target);
-        }
-        endRun(noDevice());
-        removeStages(noDevice());
-        closeDevices();
-    } while (!removeInstruments());
-}
-
 void restart()
 {
     logWrn(LogCategory::General, "API already initialized! Exiting..");
-    closeAll();
+    closeForGood();
     traceApi("exit API");
     stopLog();
 }
@@ -62,8 +50,7 @@ void start(const std::string &iniPath)
     if (!allDevices().empty()) restart();
     endRun(noDevice()); // settings don't change under a run
     loadSettingsIni(iniPath);
-    startLog(settings().LogFile, settings().LogConsole, logFolder(), programName,
-             versionString());
+    startLog(settings().LogFile, settings().LogConsole, logFolder(), programName, versionString());
     loadSettingsIni(iniPath); // again: now its trace is kept
     traceApi(fmt::format("API loadSettingsIni {}", visible(iniPath)));
     traceApi(fmt::format("Init {}", versionString()));
@@ -94,7 +81,7 @@ void exitAPI(void)
         std::lock_guard oneAtATime(startStopLock());
         guarded("exitAPI", [] {
             traceApi("API exit");
-            closeAll();
+            closeForGood();
             traceApi("exit API");
             traceApi("API exited");
         });
@@ -106,6 +93,7 @@ bool getDeviceIDs(char *buffer)
 {
     return guarded("getDeviceIDs", false, [&] {
         traceApi("API getDeviceIDs");
+        scanDevices();
         if (LogLevel.Config) logInf(LogCategory::Progress, "stringifyDeviceIDs");
         std::string text = stringifyDeviceIDs();
         traceApi(fmt::format("API getDeviceIDs {} {}", text, text.size()));
@@ -153,9 +141,9 @@ bool tessel_openFile(const char *path, char *id, uint64_t capacity)
 bool initDevice(int32_t measMode, int32_t refSource)
 {
     return guarded("initDevice", false, [&] {
-        DeviceRef target = currentDevice(); // a recorded file keeps its own mode and clock
+        DeviceRef target = currentDevice();
         traceApi(fmt::format("API initDevice \"{}\" {} {}", target->device.ID, measMode, refSource));
-        return Tessel::initDevice(target);
+        return Tessel::initDevice(target, measMode, refSource);
     });
 }
 

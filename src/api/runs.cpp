@@ -1,5 +1,6 @@
 #include "api/exports.h"
 #include "devices/primitives.h"
+#include "devices/rates.h"
 #include "manipulators/chain.h"
 #include "measurements/clear.h"
 #include "run/requests.h"

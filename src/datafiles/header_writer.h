@@ -3,6 +3,7 @@
 #pragma once
 
 #include "datafiles/dictionary_writer.h"
+#include "devices/library_versions.h"
 #include "records/context.h"
 #include "records/device_config.h"
 
@@ -21,11 +22,6 @@ struct PatchPositions
              WarningFlags = 0;
     uint64_t InputRates = 0; // the first of the channels' tags, which follow one another
     std::array<uint64_t, 3> StartTime{};
-};
-
-struct LibraryVersion // an instrument library in use
-{
-    std::string Name, Version;
 };
 
 // One header, from its first write to its overwrite.

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <span>
+
 namespace Tessel {
 
 std::string libTypeText(LibType type)
@@ -40,6 +42,32 @@ std::string_view stopReasonText(StopReason reason)
     case StopReason::Error: return "Error";
     }
     return "Undefined";
+}
+
+namespace {
+
+constexpr std::string_view featureNames[] = {"DLL",    "TTTR",    "Markers",  "LowRes",   "TrigOut",
+                                             "ProgTd", "ExtFPGA", "ProgHyst", "EvntFilt", "InputMode"};
+constexpr std::string_view triggerNames[] = {"Edge", "CFD"};
+
+std::string namesOf(uint32_t bits, std::span<const std::string_view> names)
+{
+    std::string text;
+    for (size_t bit = 0; bit < names.size(); ++bit)
+        if (bits >> bit & 1) text += fmt::format("{} ", names[bit]);
+    return text;
+}
+
+} // namespace
+
+std::string featuresText(uint32_t features)
+{
+    return namesOf(features, featureNames);
+}
+
+std::string triggersText(uint32_t triggers)
+{
+    return namesOf(triggers, triggerNames);
 }
 
 } // namespace Tessel

@@ -10,5 +10,8 @@ namespace Tessel {
 
 std::string libTypeText(LibType type);
 std::string_view stopReasonText(StopReason reason);
+// The names of the bits that are set, each with a blank behind it.
+std::string featuresText(uint32_t features);
+std::string triggersText(uint32_t triggers);
 
 } // namespace Tessel

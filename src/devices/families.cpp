@@ -107,6 +107,19 @@ int32_t refSourceCode(const DeviceConfig &config)
     return 0;
 }
 
+std::optional<TrigMode> fixedTrigger(const DeviceConfig &config)
+{
+    switch (config.LibType) {
+    case LibType::ZP: return TrigMode::Edge;
+    case LibType::CD: return TrigMode::CFD;
+    case LibType::SV40:
+        if (config.Model == "Sarvex 40 P") return TrigMode::CFD;
+        if (config.Model == "Sarvex 40 N") return TrigMode::Edge;
+        return {};
+    default: return {};
+    }
+}
+
 bool stopsBySoftware(const DeviceConfig &config)
 {
     switch (config.LibType) {

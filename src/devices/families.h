@@ -41,6 +41,9 @@ uint32_t recordTypeOf(const DeviceConfig &config);
 // logged and gives 0.
 int32_t refSourceCode(const DeviceConfig &config);
 
+// The trigger of an input that can't be chosen; none: it keeps the one that it has.
+std::optional<TrigMode> fixedTrigger(const DeviceConfig &config);
+
 // Without an acquisition time such a device runs until it is stopped; any other gets the longest time there is.
 bool stopsBySoftware(const DeviceConfig &config);
 

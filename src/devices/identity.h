@@ -5,10 +5,6 @@
 #include "records/context.h"
 #include "records/device.h"
 
-#include <string>
-#include <string_view>
-#include <vector>
-
 namespace Tessel {
 
 bool GetHardwareInfo(Device &device);
@@ -19,15 +15,5 @@ bool GetNumOfInputChannels(Device &device);
 bool GetModules(Device &device);
 bool GetSyncFeatures(Device &device);
 bool GetInputFeatures(Device &device, ChannelRow &row);
-
-// The version of the device's library, for the process-wide list.
-bool GetLibraryVersion(Device &device);
-
-struct LibraryVersion
-{
-    std::string_view Library; // "ZPlib"
-    std::string Version;
-};
-std::vector<LibraryVersion> libraryVersions();
 
 } // namespace Tessel

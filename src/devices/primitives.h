@@ -1,4 +1,4 @@
-// What a run asks of its device: start, stop, records, flags, rates, times. Every operation looks at
+// What a run asks of its device: start, stop, records, histograms, flags. Every operation looks at
 // `DeviceType` first; a recorded file answers without effect. `trace`: write a line for it, if the log has
 // them.
 #pragma once
@@ -18,6 +18,11 @@ inline bool isFile(const Device &device)
     return device.DeviceType == DeviceType::File;
 }
 
+inline bool isInstrument(const Device &device)
+{
+    return device.DeviceType == DeviceType::Instrument;
+}
+
 bool StartMeasure(Device &device, int32_t acqTimeMs, bool trace);
 bool StopMeasure(Device &device, bool trace);
 
@@ -34,19 +39,5 @@ bool getFlags(Device &device, int32_t &flags, bool trace);
 bool getCtcStatus(Device &device, int32_t &status, bool trace);
 // Into the description, with a line in the log if there are any.
 bool GetWarnings(Device &device, MeasContext &context);
-
-bool getElapsedMeasTime(Device &device, double &elapsed);
-// Into the description. Of the instruments ZP and CD90 alone have it.
-bool GetStartTime(Device &device, MeasContext &context);
-bool getSyncPeriod(Device &device, MeasContext &context, double &seconds);
-bool getSyncRate(Device &device, MeasContext &context, int32_t &rate, bool alreadyLocked = false);
-// Of the sync and all inputs, into the context. False, without effect, on a file.
-bool readCountRates(Device &device, MeasContext &context);
-
-// What the instrument says of its state; empty where it says nothing.
-std::string GetDebugInfo(LockedDevice &locked);
-// The instrument writes its state into files in the folder, which is in normal form.
-bool hasDebugDump(const Device &device);
-bool SaveDebugDump(LockedDevice &locked, std::string_view folder);
 
 } // namespace Tessel

@@ -1,10 +1,10 @@
 #include "devices/result.h"
 
+#include "devices/debug_info.h"
 #include "devices/enum_texts.h"
 #include "devices/families.h"
 #include "devices/libs/loader.h"
 #include "devices/lifecycle.h"
-#include "devices/primitives.h"
 #include "log/text.h"
 #include "settings/system_ini.h"
 

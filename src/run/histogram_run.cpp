@@ -1,6 +1,7 @@
 #include "run/histogram_run.h"
 
 #include "devices/primitives.h"
+#include "devices/rates.h"
 #include "devices/result.h"
 #include "measurements/measurement.h"
 #include "run/steps.h"

@@ -1,6 +1,7 @@
 #include "run/stream_run.h"
 
 #include "devices/primitives.h"
+#include "devices/rates.h"
 #include "devices/result.h"
 #include "devices/source.h"
 #include "manipulators/chain.h"

@@ -2,11 +2,11 @@
 
 #include "datafiles/file_device.h"
 #include "devices/primitives.h"
-#include "devices/result.h"
 #include "log/log.h"
 #include "log/text.h"
 #include "manipulators/chain.h"
 #include "run/end_run.h"
+#include "session/instruments.h"
 #include "settings/system_ini.h"
 #include "threads/run_control.h"
 
@@ -16,17 +16,21 @@ namespace Tessel {
 
 const DeviceLookUp deviceLookUp = {.Find = findDevice, .All = allDevices, .Initialise = initDevice};
 
-bool openDevice(Device &device)
+namespace {
+
+bool openDevice(const DeviceRef &target)
 {
-    if (device.Index < 0) return false;
-    if (isFile(device)) return true;
-    return notSupported(device, "openDevice");
+    if (target->device.Index < 0) return false;
+    return isInstrument(target->device) ? openInstrument(target, true) : true;
 }
+
+} // namespace
 
 DeviceRef pickDevice(const std::string &id)
 {
+    if (allDevices().empty()) scanDevices();
     for (const DeviceRef &candidate : allDevices())
-        if ((id.empty() || candidate->device.ID == id) && openDevice(candidate->device)) return candidate;
+        if ((id.empty() || candidate->device.ID == id) && openDevice(candidate)) return candidate;
     return noDevice();
 }
 
@@ -72,25 +76,38 @@ DeviceRef getFileDevice(std::string_view path)
     return current;
 }
 
+bool initDevice(const DeviceRef &target, int32_t measMode, int32_t refSource)
+{
+    Device &device = target->device;
+    if (isInstrument(device)) {
+        if (!endRun(target)) return false;
+        device.MeasMode = static_cast<MeasMode>(measMode);
+        device.RefSource = refSource;
+    }
+    return initDevice(target);
+}
+
 bool initDevice(const DeviceRef &target)
 {
     if (LogLevel.Device) logDev(LogCategory::Progress, "initDevice");
+    if (isInstrument(target->device) && endRun(target)) initInstrument(target);
     ChainLocks locks(target->context);
     rearrange(target->device, target->context);
     return target->device.IsInitialized;
 }
 
-void closeDevice(const DeviceRef &target)
+namespace {
+
+// No run begins on the file any more.
+void refuseRuns(const DeviceRef &target)
+{
+    std::lock_guard noStart(target->context.StartLock);
+    target->context.Closed = true;
+}
+
+void closeFile(const DeviceRef &target, bool isFree)
 {
     Device &device = target->device;
-    if (isFile(device)) {
-        std::lock_guard noStart(target->context.StartLock);
-        target->context.Closed = true; // from here on no run begins on it
-    }
-    const bool isFree = endRun(target);
-    if (currentDevice()->device.ID == device.ID) makeCurrent(noDevice());
-    if (!isFile(device)) return;
-
     device.IsOpen = false;
     device.IsInitialized = false;
     if (LogLevel.Device)
@@ -101,13 +118,68 @@ void closeDevice(const DeviceRef &target)
     removeDevice(target);
 }
 
-void closeDevices()
+// `isFree`: no run works on it.
+void closeEnded(const DeviceRef &target, bool isFree)
+{
+    if (currentDevice()->device.ID == target->device.ID) makeCurrent(noDevice());
+    if (isFile(target->device))
+        closeFile(target, isFree);
+    else if (isFree)
+        closeInTime(target);
+}
+
+void traceCloseDevices()
 {
     if (LogLevel.Device) logDev(LogCategory::Progress, "closeDevices");
+}
+
+} // namespace
+
+void closeDevice(const DeviceRef &target)
+{
+    if (isFile(target->device)) refuseRuns(target);
+    closeEnded(target, endRun(target));
+}
+
+void closeDevices()
+{
+    traceCloseDevices();
     auto devices = allDevices();
     for (const DeviceRef &target : devices)
         if (auto run = liveRun(target->context)) requestStop(*run);
     for (auto target = devices.rbegin(); target != devices.rend(); ++target) closeDevice(*target);
+}
+
+namespace {
+
+// What is known of a device that is to go.
+struct Leaving
+{
+    DeviceRef Target;
+    bool IsFree = false; // no run works on it
+};
+
+void closeAllThere()
+{
+    std::vector<Leaving> leaving;
+    for (const DeviceRef &target : allDevices()) {
+        if (isFile(target->device)) refuseRuns(target);
+        leaving.push_back({target, endRun(target)});
+        if (leaving.back().IsFree) stopManipulators(target, true, waitLeft);
+        removeStages(target);
+    }
+    endRun(noDevice());
+    removeStages(noDevice());
+    traceCloseDevices();
+    for (auto each = leaving.rbegin(); each != leaving.rend(); ++each) closeEnded(each->Target, each->IsFree);
+}
+
+} // namespace
+
+void closeForGood()
+{
+    do closeAllThere();
+    while (!removeInstruments());
 }
 
 } // namespace Tessel

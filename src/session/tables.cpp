@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 
 namespace Tessel {
 
@@ -74,6 +75,28 @@ void addDevice(const DeviceRef &device)
     lib.Table.push_back(device);
     lib.Current = device;
     renumber(lib);
+}
+
+void addInstrument(const DeviceRef &device)
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    lib.Table.push_back(device);
+    renumber(lib);
+}
+
+DeviceRef findInstrument(LibType type, int32_t port)
+{
+    for (const DeviceRef &entry : allDevices())
+        if (isInstrument(entry->device) && entry->device.LibType == type && entry->device.Index == port)
+            return entry;
+    return nullptr;
+}
+
+void setId(Device &device, std::string id)
+{
+    std::lock_guard lock(library().TableLock);
+    device.ID = std::move(id);
 }
 
 void removeDevice(const DeviceRef &device)

@@ -5,6 +5,7 @@
 
 #include "records/refs.h"
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -26,6 +27,12 @@ std::vector<DeviceRef> allDevices();
 
 // Appends a device and makes it the current one: all or nothing.
 void addDevice(const DeviceRef &device);
+// Appends an instrument. The current device stays.
+void addInstrument(const DeviceRef &device);
+// The instrument on this port of the family's library; null: it was never found.
+DeviceRef findInstrument(LibType type, int32_t port);
+// Nobody works on the device.
+void setId(Device &device, std::string id);
 // The devices after it move up.
 void removeDevice(const DeviceRef &device);
 // Empties the table, if no file is in it. False, without effect: a file has been opened meanwhile.

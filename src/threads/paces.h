@@ -27,7 +27,9 @@ inline constexpr auto consumerTakes = 5s;   // a stopped run whose consumer take
 inline constexpr auto firstBatch = 1s;      // of a run that is in the way: until its first events come through
 inline constexpr auto nextBatch = 500ms;    // of a run that is in the way: until the next ones do
 inline constexpr auto draining = 2s;        // of a run that is in the way, at most
-inline constexpr auto aborting = 10s;       // an aborted run
+inline constexpr auto aborting = 10s;       // an aborted run; an instrument that is closed
+inline constexpr auto libraryAnswers =
+    10s; // a scan or an opening, for a device that is in a call of its library
 
 inline constexpr int32_t longestAcquisitionMs = 360'000'000; // 100 hours; an endless run is capped here
 
