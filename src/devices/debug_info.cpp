@@ -2,11 +2,7 @@
 
 #include "devices/call.h"
 #include "devices/enum_texts.h"
-#include "devices/libs/cd.h"
-#include "devices/libs/cd90.h"
-#include "devices/libs/lm70.h"
-#include "devices/libs/sv40.h"
-#include "devices/libs/zp.h"
+#include "devices/libs/all.h"
 #include "log/text.h"
 
 namespace Tessel {

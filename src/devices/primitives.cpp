@@ -3,11 +3,7 @@
 #include "devices/call.h"
 #include "devices/enum_texts.h"
 #include "devices/families.h"
-#include "devices/libs/cd.h"
-#include "devices/libs/cd90.h"
-#include "devices/libs/lm70.h"
-#include "devices/libs/sv40.h"
-#include "devices/libs/zp.h"
+#include "devices/libs/all.h"
 #include "log/text.h"
 #include "stream/rounding.h"
 

@@ -2,11 +2,7 @@
 
 #include "devices/call.h"
 #include "devices/families.h"
-#include "devices/libs/cd.h"
-#include "devices/libs/cd90.h"
-#include "devices/libs/lm70.h"
-#include "devices/libs/sv40.h"
-#include "devices/libs/zp.h"
+#include "devices/libs/all.h"
 #include "devices/primitives.h"
 #include "stream/rounding.h"
 

@@ -5,13 +5,13 @@
 #include "devices/library_versions.h"
 #include "session/open_close.h"
 #include "session/tables.h"
-#include "support/fake.h"
-#include "support/log_capture.h"
+#include "support/instrument.h"
 #include "tessel.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <thread>
@@ -21,41 +21,29 @@ using namespace TestSupport;
 
 namespace {
 
-struct FamilyCase
+std::string serialOf(LibType family, int32_t port)
 {
-    Tessel::LibType LibType;
-    const char *File, *Prefix;
-    int32_t Ports;
-    int32_t Number; // of the fake's serials
+    return fmt::format("{}{}", 1 << static_cast<int32_t>(family), 1000 + port);
+}
 
-    std::string serial(int32_t port) const { return fmt::format("{}{}", Number, 1000 + port); }
-};
-
-constexpr FamilyCase families[] = {
-    {LibType::ZP, "ZPLib64.so", "ZP", 8, 1},       {LibType::CD, "CDLib64.so", "CD", 8, 2},
-    {LibType::SV40, "sv40lib64.so", "SV40", 4, 4}, {LibType::LM70, "LM70Lib.so", "LM70", 8, 8},
-    {LibType::CD90, "CD90Lib.so", "CD90", 8, 16},
-};
-
-class Instruments : public testing::TestWithParam<FamilyCase>
+class Instruments : public testing::TestWithParam<LibType>
 {
 protected:
-    Instruments() : family(GetParam()), fake(family.File) {}
     ~Instruments() override
     {
         fake->release();
         closeForGood();
     }
 
-    Device &only() { return allDevices().front()->device; }
     bool pick(std::string id)
     {
         id.resize(8192);
         return getDevice(id.data());
     }
 
-    const FamilyCase &family;
-    Fake fake;
+    const LibType family = GetParam();
+    const int32_t ports = family == LibType::SV40 ? 4 : 8;
+    Fake fake{libraryOf(family)->FileName};
 };
 
 std::string deviceIds()
@@ -69,45 +57,118 @@ std::string deviceIds()
 
 TEST_P(Instruments, AreFoundOncePerPortAndLeftClosed)
 {
-    for (int32_t count : {0, 1, family.Ports}) {
+    for (int32_t count : {0, 1, ports}) {
         fake->reset(count);
         std::string expected;
         for (int32_t port = 0; port < count; ++port)
-            expected += fmt::format("{}\"{}\"", port ? "," : "", family.serial(port));
+            expected += fmt::format("{}\"{}\"", port ? "," : "", serialOf(family, port));
         for (int scan = 0; scan < 2; ++scan) EXPECT_EQ(deviceIds(), "[" + expected + "]");
         for (const DeviceRef &target : allDevices()) EXPECT_FALSE(target->device.IsOpen);
     }
     EXPECT_FALSE(pick("no such id"));
     EXPECT_EQ(currentDevice(), noDevice());
     EXPECT_TRUE(pick(""));
-    EXPECT_EQ(currentDevice()->device.ID, family.serial(0));
+    EXPECT_EQ(currentDevice()->device.ID, serialOf(family, 0));
     deviceIds(); // leaves it open
-    EXPECT_TRUE(only().IsOpen);
+    EXPECT_TRUE(allDevices().front()->device.IsOpen);
 }
 
 TEST_P(Instruments, ABusyPortIsListedUntilItIsFree)
 {
     fake->busy(0);
     LogCapture log;
-    const std::string busyId = fmt::format("{}_Port 0 (busy)", family.Prefix);
+    const std::string busyId = fmt::format("{}_Port 0 (busy)", libTypeText(family));
     EXPECT_EQ(deviceIds(), "[\"" + busyId + "\"]");
     EXPECT_FALSE(pick(busyId));
     EXPECT_FALSE(pick(""));
     fake->reset(1);
     EXPECT_TRUE(pick(busyId));
-    EXPECT_EQ(deviceIds(), "[\"" + family.serial(0) + "\"]");
-    EXPECT_EQ(log.count(fmt::format("New busy Device {} found @{}", family.Prefix, busyId)), 1u);
+    EXPECT_EQ(deviceIds(), "[\"" + serialOf(family, 0) + "\"]");
+    EXPECT_EQ(log.count(fmt::format("New busy Device {} found @{}", libTypeText(family), busyId)), 1u);
     EXPECT_EQ(log.count("ERR "), 0u);
 }
 
 TEST_P(Instruments, WhatTheLibraryTellsOfItselfIsRead)
 {
     deviceIds();
-    const std::string library = std::string(family.Prefix) + "lib";
+    const std::string library = libTypeText(family) + "lib";
     bool isKnown = false;
     for (const LibraryVersion &row : libraryVersions()) isKnown |= row.Name == library && row.Version == "3.1";
     EXPECT_TRUE(isKnown);
 }
 
-INSTANTIATE_TEST_SUITE_P(Families, Instruments, testing::ValuesIn(families),
-                         [](const auto &each) { return std::string(each.param.Prefix); });
+namespace {
+
+struct InitCase
+{
+    LibType Family;
+    MeasMode Mode;
+    std::string_view Calls; // with one input
+};
+
+// After Initialize: what the instrument says of itself, sync, acquisition, input.
+constexpr InitCase initCases[] = {
+    {LibType::ZP, MeasMode::T3,
+     "Initialize 0 3 7; GetHardwareInfo 0; GetFeatures 0; GetBaseResolution 0; GetResolution 0; "
+     "GetNumOfInputChannels 0; GetNumOfModules 0; GetModuleInfo 0 0; GetModuleInfo 0 1; "
+     "SetSyncDiv 0 1; SetSyncEdgeTrg 0 -40 0; SetSyncChannelOffset 0 0; SetSyncChannelEnable 0 1; "
+     "SetSyncDeadTime 0 0 800; SetInputHysteresis 0 0; SetTriggerOutput 0 0; SetOflCompression 0 2; "
+     "SetStopOverflow 0 0 1; SetBinning 0 0; GetResolution 0; SetOffset 0 0; SetMeasControl 0 0 0 0; "
+     "SetInputEdgeTrg 0 0 -40 0; SetInputChannelOffset 0 0 0; SetInputChannelEnable 0 0 1; "
+     "SetInputDeadTime 0 0 0 800"},
+    {LibType::CD, MeasMode::T2,
+     "Initialize 0 2 1; Calibrate 0; GetHardwareInfo 0; GetFeatures 0; GetBaseResolution 0; GetResolution 0; "
+     "GetNumOfInputChannels 0; GetNumOfModules 0; GetModuleInfo 0 0; GetModuleInfo 0 1; "
+     "SetSyncDiv 0 1; SetSyncCFD 0 50 0; SetSyncChannelOffset 0 0; "
+     "SetStopOverflow 0 0 1; GetResolution 0; SetMeasControl 0 0 0 0; "
+     "SetInputCFD 0 0 50 0; SetInputChannelOffset 0 0 0; SetInputChannelEnable 0 0 1"},
+    {LibType::SV40, MeasMode::Histogramming,
+     "Initialize 0 0; GetHardwareInfo 0; GetFeatures 0; GetBaseResolution 0; GetResolution 0; "
+     "GetNumOfInputChannels 0; "
+     "SetSyncDiv 0 1; SetSyncCFD 0 -50 0; SetSyncChannelOffset 0 0; "
+     "SetStopOverflow 0 0 1; SetTimingMode 0 0; SetBinning 0 0; GetResolution 0; SetOffset 0 0; "
+     "SetHistoLen 0 5; ClearHistMem 0; SetMeasControl 0 0 0 0; "
+     "SetInputCFD 0 0 0 0; SetInputChannelOffset 0 0 0; SetInputChannelEnable 0 0 1; SetInputDeadTime 0 0 0"},
+    {LibType::LM70, MeasMode::T3,
+     "Initialize 0 3 0; GetHardwareInfo 0; GetFeatures 0; GetBaseResolution 0; GetResolution 0; "
+     "GetNumOfInputChannels 0; "
+     "SetSyncDiv 0 1; SetSyncTrgMode 0 0; SetSyncEdgeTrg 0 -40 0; SetSyncChannelOffset 0 0; "
+     "SetSyncChannelEnable 0 1; SetSyncDeadTime 0 0 800; SetInputHysteresis 0 0; SetTriggerOutput 0 0; "
+     "SetOflCompression 0 2; "
+     "SetStopOverflow 0 0 1; SetBinning 0 0; GetResolution 0; SetOffset 0 0; SetMeasControl 0 0 0 0; "
+     "SetInputTrgMode 0 0 0; SetInputEdgeTrg 0 0 -40 0; SetInputChannelOffset 0 0 0; "
+     "SetInputChannelEnable 0 0 1; SetInputDeadTime 0 0 0 800"},
+    {LibType::CD90, MeasMode::Histogramming,
+     "Initialize 0 0 7; GetHardwareInfo 0; GetFeatures 0; GetBaseResolution 0; GetResolution 0; "
+     "GetNumOfInputChannels 0; GetNumOfModules 0; GetModuleInfo 0 0; GetModuleInfo 0 1; GetSyncFeatures 0; "
+     "SetSyncDiv 0 1; SetSyncTrgMode 0 0; SetSyncEdgeTrg 0 -40 0; SetSyncChannelOffset 0 0; "
+     "SetSyncChannelEnable 0 1; SetSyncDeadTime 0 0 800; SetInputHysteresis 0 0; SetTriggerOutput 0 0; "
+     "SetStopOverflow 0 0 1; SetBinning 0 0; GetResolution 0; SetOffset 0 0; SetHistoLen 0 6; ClearHistMem 0; "
+     "SetMeasControl 0 0 0 0; "
+     "GetInputFeatures 0 0; SetInputTrgMode 0 0 0; SetInputEdgeTrg 0 0 -40 0; SetInputChannelOffset 0 0 0; "
+     "SetInputChannelEnable 0 0 1; SetInputDeadTime 0 0 0 800; SetLEDBrightness 0 2"},
+};
+
+} // namespace
+
+TEST_P(Instruments, AreToldTheirParametersInAFixedOrder)
+{
+    const auto &row = *std::ranges::find(initCases, family, &InitCase::Family);
+    fake->number("GetNumOfInputChannels", 0, 1);
+    fake->text("GetHardwareInfo", 0, "Sarvex 40 P");
+    EXPECT_FALSE(initDevice(3, 0)); // no device
+    ASSERT_TRUE(pick(""));
+    fake.newCalls();
+    EXPECT_TRUE(initDevice(static_cast<int32_t>(row.Mode), 7));
+    EXPECT_EQ(fake.newCalls(), row.Calls);
+    EXPECT_EQ(currentDevice()->device.HwFilteRowWidth, family == LibType::CD90 ? 16u : 8u);
+
+    fake->answer("SetSyncDiv", 0, -5); // a refusal on the way doesn't matter
+    EXPECT_TRUE(initDevice(static_cast<int32_t>(row.Mode), 7));
+    fake->answer("Initialize", 0, -5);
+    EXPECT_FALSE(initDevice(static_cast<int32_t>(row.Mode), 7));
+    EXPECT_FALSE(currentDevice()->device.IsInitialized);
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, Instruments, testing::ValuesIn(fiveFamilies),
+                         [](const auto &each) { return libTypeText(each.param); });

@@ -1,10 +1,6 @@
 #include "devices/libs/loader.h"
 
-#include "devices/libs/cd.h"
-#include "devices/libs/cd90.h"
-#include "devices/libs/lm70.h"
-#include "devices/libs/sv40.h"
-#include "devices/libs/zp.h"
+#include "devices/libs/all.h"
 #include "log/log.h"
 #include "log/text.h"
 
