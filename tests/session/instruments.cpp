@@ -3,8 +3,10 @@
 #include "session/instruments.h"
 
 #include "devices/library_versions.h"
+#include "devices/result.h"
 #include "session/open_close.h"
 #include "session/tables.h"
+#include "support/host.h"
 #include "support/instrument.h"
 #include "tessel.h"
 
@@ -13,6 +15,8 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <string>
 #include <thread>
 
@@ -168,6 +172,48 @@ TEST_P(Instruments, AreToldTheirParametersInAFixedOrder)
     fake->answer("Initialize", 0, -5);
     EXPECT_FALSE(initDevice(static_cast<int32_t>(row.Mode), 7));
     EXPECT_FALSE(currentDevice()->device.IsInitialized);
+}
+
+TEST_P(Instruments, ThatAreLostAreClosedAndNoLongerCurrent)
+{
+    ASSERT_TRUE(pick(""));
+    ASSERT_TRUE(initDevice(3, 0));
+    const DeviceRef lost = currentDevice();
+    fake->answer("SetSyncDiv", 1, deviceLost);
+    EXPECT_FALSE(setSyncDiv(nullptr, 1));
+    EXPECT_FALSE(lost->device.IsOpen || lost->device.IsInitialized);
+    EXPECT_EQ(currentDevice(), noDevice());
+    fake->reset(0); // gone
+    EXPECT_FALSE(pick(""));
+    EXPECT_EQ(deviceIds(), "[\"" + lost->device.ID + "\"]");
+    fake->reset(1); // back
+    EXPECT_TRUE(pick(lost->device.ID));
+    EXPECT_EQ(currentDevice(), lost);
+    EXPECT_TRUE(initDevice(3, 0));
+}
+
+// The run is left to itself, and the next start of the library works.
+TEST(InstrumentThatHangs, HoldsUpTheEndForTenSeconds)
+{
+    Fake fake(libraryOf(LibType::ZP)->FileName);
+    char id[8192] = "";
+    ASSERT_TRUE(getDevice(id));
+    ASSERT_TRUE(initDevice(2, 0));
+    fake->hang("StartMeas");
+    uint64_t count = 0;
+    uint8_t finished = 0;
+    rawMeasure(nullptr, 1000, 0, 0, nullptr, &count, 0, &finished);
+    ASSERT_TRUE(eventually([&] { return fake.newCalls().find("StartMeas") != std::string::npos; }));
+    const auto begin = std::chrono::steady_clock::now();
+    auto took = [&] { return std::chrono::steady_clock::now() - begin; };
+    stopMeasure(nullptr);
+    EXPECT_LT(took(), std::chrono::seconds(1));
+    exitAPI();
+    EXPECT_LT(took(), std::chrono::seconds(15));
+    fake->release();
+    ASSERT_TRUE(eventually([&] { return std::atomic_ref(finished).load() != 0; }));
+    EXPECT_TRUE(getDevice(id));
+    closeForGood();
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, Instruments, testing::ValuesIn(fiveFamilies),
