@@ -44,4 +44,10 @@ inline bool lacks(const Instrument &instrument, FeatureBit feature)
     return (instrument.What.Features & feature) == 0;
 }
 
+// One family has it in one of its models only.
+inline bool lacksCfd(const Instrument &instrument)
+{
+    return thisFamily == FamilyId::SV40 && instrument.What.Model != "Sarvex 40 P";
+}
+
 } // namespace Tessel::Sim

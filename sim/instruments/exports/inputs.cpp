@@ -43,6 +43,7 @@ OPERATION(SetInputCFD)(int32_t idx, int32_t channel, int32_t discriminator, int3
 {
     return on("SetInputCFD", idx, [&](Instrument &instrument) {
         const FamilyFacts &facts = factsOf(instrument);
+        if (lacksCfd(instrument)) return notAvailable;
         if (!isIn(facts.Discriminator, discriminator) || !isIn(facts.ZeroCross, zeroCross)) return badArgument;
         const InputSetter set = [](InputSettings &input, int32_t toDiscriminator, int32_t toZeroCross) {
             if (thisFamily == FamilyId::SV40) input.TrigMode = 1;

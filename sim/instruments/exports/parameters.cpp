@@ -48,6 +48,7 @@ OPERATION(SetSyncCFD)(int32_t idx, int32_t discriminator, int32_t zeroCross)
     return on("SetSyncCFD", idx, [&](Instrument &instrument) {
         const FamilyFacts &facts = factsOf(instrument);
         InputSettings &sync = instrument.Settings.Sync;
+        if (lacksCfd(instrument)) return notAvailable;
         if (!isIn(facts.Discriminator, discriminator) || !isIn(facts.ZeroCross, zeroCross)) return badArgument;
         if (thisFamily == FamilyId::SV40) sync.TrigMode = 1;
         sync.Discriminator = discriminator;
