@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <unistd.h>
@@ -19,7 +18,8 @@ bool isQuiet = false;
 void line(std::string_view colour, std::string_view lead, std::string_view text)
 {
     const bool colours = !colour.empty() && withColour();
-    fmt::print(stderr, "tessel: {}{}{}{}\n", colours ? colour : "", lead, colours ? "\033[0m" : "", text);
+    showOnStandardError(
+        fmt::format("tessel: {}{}{}{}\n", colours ? colour : "", lead, colours ? "\033[0m" : "", text));
 }
 
 } // namespace
@@ -54,6 +54,11 @@ bool writeAll(int descriptor, std::string_view text)
         text.remove_prefix(static_cast<size_t>(written));
     }
     return true;
+}
+
+void showOnStandardError(std::string_view text)
+{
+    writeAll(STDERR_FILENO, text);
 }
 
 bool onTerminal()

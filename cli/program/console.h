@@ -21,6 +21,9 @@ int standardOutput();
 // False with errno if the descriptor takes no more.
 bool writeAll(int descriptor, std::string_view text);
 
+// As it stands. A standard error that takes no more is nobody's loss.
+void showOnStandardError(std::string_view text);
+
 // Standard error is a terminal.
 bool onTerminal();
 

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace Tessel::Cli {
 
@@ -33,7 +32,7 @@ Progress::Progress(std::string stepName)
 
 Progress::~Progress()
 {
-    if (Shown) fmt::print(stderr, "\r\033[K");
+    if (Shown) showOnStandardError("\r\033[K");
 }
 
 void showProgress(Progress &progress, double fraction, uint64_t records)
@@ -47,9 +46,9 @@ void showProgress(Progress &progress, double fraction, uint64_t records)
     const double elapsed = secondsSince(progress.Start);
     const std::string left =
         fraction > 0 ? fmt::format("{:.0f} s left", elapsed * (1 - fraction) / fraction) : std::string();
-    fmt::print(stderr, "\r{} {} {:3.0f} %  {}records/s  {}\033[K", progress.Name, bar(fraction), 100 * fraction,
-               countText(static_cast<double>(records) / elapsed) + " ", left);
-    std::fflush(stderr);
+    showOnStandardError(fmt::format("\r{} {} {:3.0f} %  {}records/s  {}\033[K", progress.Name, bar(fraction),
+                                    100 * fraction, countText(static_cast<double>(records) / elapsed) + " ",
+                                    left));
 }
 
 double secondsSince(std::chrono::steady_clock::time_point start)

@@ -43,6 +43,14 @@ struct SideWork
     std::exception_ptr Failure;
 };
 
+// What the library said of the call before; empty: nothing.
+std::string lastError()
+{
+    std::string text(static_cast<size_t>(tessel_lastError(nullptr, 0)), '\0');
+    tessel_lastError(text.data(), text.size() + 1);
+    return text;
+}
+
 // True if there was something to do.
 bool doStep(SideWork &work)
 {
@@ -69,6 +77,7 @@ Outcome replay(const Recording &recording, const std::function<void(uint8_t *fin
     SideWork work{meanwhile, nullptr};
     ReplayShown shown{progress, recording};
     start(&finished);
+    const std::string refusal = lastError(); // the run may have begun all the same
     while (isFinished.load(std::memory_order_acquire) == 0) {
         if (!doStep(work)) std::this_thread::sleep_for(std::chrono::milliseconds(2));
         if (outcome.Signal == 0 && interruptSignal() != 0) {
@@ -79,6 +88,7 @@ Outcome replay(const Recording &recording, const std::function<void(uint8_t *fin
     }
     doStep(work);
     if (work.Failure) std::rethrow_exception(work.Failure);
+    if (!refusal.empty()) throw Failure(Exit::Failed, visibleText(refusal));
     outcome.Seconds = secondsSince(progress.Start);
     const boost::json::object description = runDescription();
     outcome.NumRead = description.at("NumRecs").to_number<uint64_t>();

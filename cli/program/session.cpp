@@ -21,7 +21,6 @@ namespace Tessel::Cli {
 namespace {
 
 constexpr size_t textSize = 65535; // what the library's texts need
-constexpr size_t idSize = 8192;    // and its ids
 
 // The program's own: no log file, the log to the console only if it is to be seen.
 std::string ownSettings(bool verbose)
@@ -49,7 +48,6 @@ void checkFile(const std::string &path)
     if (!std::filesystem::exists(status)) refuse(path, "no such file");
     if (std::filesystem::is_directory(status)) refuse(path, "a folder, not a recording");
     if (access(path.c_str(), R_OK) != 0) refuse(path, std::strerror(errno));
-    if (path.size() >= idSize) refuse(path, "the path is too long");
 }
 
 uint64_t dataBytes(const boost::json::object &header)
@@ -63,16 +61,6 @@ int64_t claimedRecords(const boost::json::object &header)
         if (tag.at("name").as_string() == "TTResult_NumberOfRecords" && tag.at("value").is_number())
             return tag.at("value").to_number<int64_t>();
     return -1;
-}
-
-// A file that makes no device leaves the one before it current, or none; only what the current device says of
-// its file shows which.
-bool isDeviceOf(const boost::json::object &config, const std::string &path)
-{
-    std::string normal = path;
-    for (char &c : normal)
-        if (c == '/') c = '\\';
-    return config.at("DeviceType").to_number<int>() == 1 && config.at("FileDevicePath").as_string() == normal;
 }
 
 // Id and path of a device that was opened by a descriptor, as they would be by its name.
@@ -121,12 +109,9 @@ Recording openRecording(const std::string &path)
     auto header = headerOf(*recording.Known);
     if (!header) refuse(path, "not a recording (its header can't be read)");
     recording.Header = std::move(*header);
-    std::vector<char> id(idSize);
-    recording.Known->Text.copy(id.data(), idSize - 1);
-    if (!getFileDevice(id.data())) refuse(path, "the file can't be opened as a device");
-    recording.Config = deviceConfig();
-    if (!isDeviceOf(recording.Config, recording.Known->Text))
+    if (!tessel_openFile(recording.Known->Text.c_str(), nullptr, 0))
         refuse(path, "the file can't be opened as a device");
+    recording.Config = deviceConfig();
     if (!recording.Known->isName()) nameAs(recording.Config, path);
     recording.Description = runDescription();
     recording.Id = recording.Config.at("ID").as_string();

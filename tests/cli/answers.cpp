@@ -139,6 +139,12 @@ TEST(Answers, SayThatAFileIsCutShort)
     EXPECT_EQ(ofRun.at("recordsRead"), ofRun.at("recordsInFile"));
 }
 
+TEST(Answers, GoOnWithoutAStandardErrorThatTakesThem)
+{
+    const int status = std::system(TESSEL_PROGRAM " info not.there 2>/dev/full");
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << status;
+}
+
 // A recording of minutes: the zero words that are added are events of channel 1 and take no room on the disc.
 TEST(Answers, CtrlCKeepsWhatThereIs)
 {
