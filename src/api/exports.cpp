@@ -8,10 +8,7 @@ namespace Tessel {
 
 void logFailedCall(const char *name, const char *why) noexcept
 {
-    try {
-        logErr(LogCategory::General, "API {} failed: {}", name, why);
-    } catch (...) { // not even memory for the line
-    }
+    logErr(LogCategory::General, "API {} failed: {}", name, why);
 }
 
 DeviceRef deviceOf(const char16_t *id)

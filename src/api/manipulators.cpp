@@ -69,8 +69,8 @@ int32_t addMImportStream(const char16_t *id, const char16_t *sourceId, uint8_t s
         DeviceRef target = deviceOf(id);
         const std::string source = toUtf8(textOf(sourceId));
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API AddImport {} {} {} {} @{}", visible(source), start, numChans,
-                   offset, target->device.ID);
+            logInf(LogCategory::Progress, "API AddImport {} {} {} {} @{}", source, start, numChans, offset,
+                   target->device.ID);
         return addImportStream(target, {.SourceId = source,
                                         .Start = start != 0,
                                         .Channels = channelList(chans, numChans),

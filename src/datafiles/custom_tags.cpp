@@ -28,10 +28,8 @@ CustomTag &addTag(CustomTags &tags, TagType type, std::string_view name, uint32_
 std::string valueForTrace(const CustomTag &tag)
 {
     switch (static_cast<TagType>(tag.Type)) {
-    case TagType::AnsiString:
-        return fmt::format("MV_TAGTYPE_ANSISTRING {} {}", visible(tag.AnsiValue), tag.Idx);
-    case TagType::WideString:
-        return fmt::format("MV_TAGTYPE_WIDESTRING {} {}", visible(toUtf8(tag.WideValue)), tag.Idx);
+    case TagType::AnsiString: return fmt::format("MV_TAGTYPE_ANSISTRING {} {}", tag.AnsiValue, tag.Idx);
+    case TagType::WideString: return fmt::format("MV_TAGTYPE_WIDESTRING {} {}", toUtf8(tag.WideValue), tag.Idx);
     case TagType::Bool8: return fmt::format("MV_TAGTYPE_BOOL8 {} {}", tag.Value != 0, tag.Idx);
     case TagType::Int8: return fmt::format("MV_TAGTYPE_INT8 {} {}", static_cast<int64_t>(tag.Value), tag.Idx);
     case TagType::Float8:
@@ -75,8 +73,7 @@ void appendValue(std::string &header, const CustomTag &tag)
 void addIntTag(CustomTags &tags, std::string_view name, int64_t value, uint32_t idx)
 {
     addTag(tags, TagType::Int8, name, idx).Value = static_cast<uint64_t>(value);
-    if (LogLevel.DataFile)
-        logDeb(LogCategory::Progress, "DataFile::addTag: {} {} {}", visible(name), value, idx);
+    if (LogLevel.DataFile) logDeb(LogCategory::Progress, "DataFile::addTag: {} {} {}", name, value, idx);
 }
 
 void addDblTag(CustomTags &tags, std::string_view name, double value, uint32_t idx)
@@ -92,7 +89,7 @@ void addBoolTag(CustomTags &tags, std::string_view name, bool value, uint32_t id
 void addEmptyTag(CustomTags &tags, std::string_view name, uint32_t idx)
 {
     addTag(tags, TagType::Empty8, name, idx);
-    if (LogLevel.DataFile) logDeb(LogCategory::Progress, "DataFile::addTag: {} {}", visible(name), tags.size());
+    if (LogLevel.DataFile) logDeb(LogCategory::Progress, "DataFile::addTag: {} {}", name, tags.size());
 }
 
 void addStringTag(CustomTags &tags, std::string_view name, std::string_view text, uint32_t idx)
@@ -129,7 +126,7 @@ void addCustomTags(std::string &header, std::span<const CustomTag> tags)
             logErr(LogCategory::General, "AddTag: tagtype {{:0X8}}");
             continue;
         }
-        if (LogLevel.DataFile) logDeb(LogCategory::Progress, "addCustomTag: {} {}", visible(tag.Name), trace);
+        if (LogLevel.DataFile) logDeb(LogCategory::Progress, "addCustomTag: {} {}", tag.Name, trace);
         appendIdent(header, tag.Name, static_cast<int32_t>(tag.Idx), static_cast<TagType>(tag.Type));
         appendValue(header, tag);
     }

@@ -16,12 +16,14 @@ namespace Tessel {
 
 namespace {
 
-// Every failed check is logged here.
+// Every failed check is logged here. A format may have line feeds of its own.
 template <class... Args>
 void logTgx(fmt::format_string<Args...> format, Args &&...args)
 {
+    const fmt::string_view text = format;
     if (LogLevel.DataFile)
-        logInf(LogCategory::Progress, "TGX: {}", fmt::format(format, std::forward<Args>(args)...));
+        logInf(LogCategory::Progress, fmt::runtime("TGX: " + std::string(text.data(), text.size())),
+               std::forward<Args>(args)...);
 }
 
 int32_t definedSizeOf(double value)
@@ -165,7 +167,7 @@ int32_t writeDictionaryTag(std::string &out, DictionaryState &state, uint32_t ro
     std::string name;
     if (int32_t result = makeName(state, tag, extension, name); result != TagResult::Written) return result;
     if (tag.SizeDefining) state.DefinedSize[row] = definedSizeOf(content.Value);
-    if (int32_t result = checkIndex(state, tag, visible(name.substr(0, identSize - 1)), idx);
+    if (int32_t result = checkIndex(state, tag, name.substr(0, identSize - 1), idx);
         result != TagResult::Written)
         return result;
 

@@ -53,8 +53,8 @@ bool inRange(Reading &reading, const TagRecord &tag, int32_t number, int32_t lim
 {
     if (number >= 0 && number < limit) return true;
     if (!warned)
-        logWrn(LogCategory::General, "File: {} [{}] value {} is out of range and ignored in {}",
-               visible(tag.Name), tag.Idx, intOf(tag), visible(reading.device.FileDevicePath));
+        logWrn(LogCategory::General, "File: {} [{}] value {} is out of range and ignored in {}", tag.Name,
+               tag.Idx, intOf(tag), reading.device.FileDevicePath);
     warned = true;
     return false;
 }
@@ -148,7 +148,7 @@ void hardwareType(Reading &reading, const TagRecord &tag)
     device.Model = text(reading, tag);
     std::optional<LibType> family = familyOfModel(device.Model);
     device.LibType = family.value_or(LibType::LM70);
-    if (!family) logErr(LogCategory::Device, "File: Not supported HW_Type: {}!", visible(device.Model));
+    if (!family) logErr(LogCategory::Device, "File: Not supported HW_Type: {}!", device.Model);
 }
 
 void serialNumber(Reading &reading, const TagRecord &tag)
@@ -322,7 +322,7 @@ void walk(Reading &reading)
     while (offset < reading.image.size()) {
         TagRecord tag = readTag(reading.image, {}, offset);
         if (tag.Name.empty()) {
-            logWrn(LogCategory::General, "Empty Tag @ OpenTGXFile {}", visible(reading.device.FileDevicePath));
+            logWrn(LogCategory::General, "Empty Tag @ OpenTGXFile {}", reading.device.FileDevicePath);
             return;
         }
         offset = tag.Next;
@@ -347,12 +347,11 @@ void startDescription(MeasDescription &description)
 bool readTgxFile(std::string_view path, Device &device, MeasContext &context)
 {
     std::string normal = normalPath(path);
-    if (LogLevel.DataFile) logDeb(LogCategory::Progress, "OpenTGXFile {}", visible(normal));
+    if (LogLevel.DataFile) logDeb(LogCategory::Progress, "OpenTGXFile {}", normal);
     std::optional<FileHead> head = readHead(normal, headerImageLimit);
     if (!head) return false;
     if (LogLevel.DataFile)
-        logInf(LogCategory::Progress, "Preamble: {} v{}", visible(magicOf(head->Image)),
-               visible(versionOf(head->Image)));
+        logInf(LogCategory::Progress, "Preamble: {} v{}", magicOf(head->Image), versionOf(head->Image));
 
     uint64_t length = headerLength(head->Image);
     device.DeviceType = DeviceType::File;

@@ -64,7 +64,7 @@ bool isTaken(std::string_view path)
 {
     std::error_code error;
     bool exists = std::filesystem::exists(nativePath(path), error);
-    if (error) logLastError(fmt::format("exists \"{}\":", visible(path)), error.value());
+    if (error) logLastError(fmt::format("exists \"{}\":", path), error.value());
     return exists;
 }
 
@@ -83,9 +83,7 @@ void setTgxFilePath(std::string_view path)
     std::lock_guard lock(wish().Lock);
     if (!folder.empty()) wish().TgxFolder = folder;
     wish().TgxFileName = name;
-    if (LogLevel.Api)
-        logInf(LogCategory::Progress, "(API setTGXFilePath '{}' '{}')", visible(name),
-               visible(wish().TgxFolder));
+    if (LogLevel.Api) logInf(LogCategory::Progress, "(API setTGXFilePath '{}' '{}')", name, wish().TgxFolder);
 }
 
 std::string checkFilePath()
@@ -103,7 +101,7 @@ std::string checkFilePath()
     while (isTaken(fmt::format("{}\\{}", folder, name))) {
         name = nextName(name);
         if (name.empty()) {
-            logErr(LogCategory::General, "File: in checkFilePath {}", visible(wanted));
+            logErr(LogCategory::General, "File: in checkFilePath {}", wanted);
             name = defaultName;
         }
     }

@@ -6,7 +6,6 @@
 #include "devices/fields.h"
 #include "log/file_handle.h"
 #include "log/log.h"
-#include "log/text.h"
 #include "settings/version.h"
 
 #include <fmt/format.h>
@@ -40,7 +39,7 @@ double secondsPer(Unit unit)
 
 void logWriteError(std::string_view path, int error)
 {
-    logLastError(fmt::format("File: Write TGX header {}", visible(path)), error);
+    logLastError(fmt::format("File: Write TGX header {}", path), error);
 }
 
 // The tags of a header in their order. The first one that the dictionary refuses ends them.
@@ -210,11 +209,11 @@ bool isReadable(const HeaderInWork &header, std::string_view bytes)
     if (!header.Dictionary.HeaderDone) return false;
     bool ends = bytes.find(headerEndName) == bytes.size() - tagSize;
     if (!ends)
-        logErr(LogCategory::General, "File: a text in the header of {} holds the name {}", visible(header.Path),
+        logErr(LogCategory::General, "File: a text in the header of {} holds the name {}", header.Path,
                headerEndName);
     if (bytes.size() > headerImageLimit)
         logErr(LogCategory::General, "File: the header of {} has {} bytes, only {} can be read back",
-               visible(header.Path), bytes.size(), headerImageLimit);
+               header.Path, bytes.size(), headerImageLimit);
     return ends && bytes.size() <= headerImageLimit;
 }
 

@@ -104,7 +104,7 @@ void warnOfRoundedSyncRate(std::string_view path, const RecordingParams &params)
     if (params.MeasMode != 3 || whole == 0.0) return; // a rate below 0.5 Hz is kept as a period
     if (std::round(1e12 / whole) != std::round(1e12 / params.SyncRate))
         logWrn(LogCategory::General, "File: recording {}: a replay goes by a sync rate of {} Hz, not {} Hz",
-               visible(path), whole, params.SyncRate);
+               path, whole, params.SyncRate);
 }
 
 bool isWritableKind(std::string_view path)
@@ -122,7 +122,7 @@ std::unique_ptr<Recording> Recording::create(std::string_view path, const Record
     std::string fault = faultOf(params);
     if (fault.empty() && !isWritableKind(path)) fault = "there is something that is no file";
     if (!fault.empty()) {
-        logErr(LogCategory::General, "File: recording {}: {}", visible(path), fault);
+        logErr(LogCategory::General, "File: recording {}: {}", path, fault);
         return nullptr;
     }
     warnOfRoundedSyncRate(path, params);
@@ -138,12 +138,12 @@ std::unique_ptr<Recording> Recording::create(std::string_view path, const Record
     made->setRates(1);
     writeHeader(made->header, made->device, made->context, false);
     if (!made->header.Complete) {
-        logErr(LogCategory::General, "File: recording {}: the header can't be written", visible(path));
+        logErr(LogCategory::General, "File: recording {}: the header can't be written", path);
         return nullptr;
     }
     made->file = openStream(path, "ab");
     if (!made->file) {
-        logLastError(fmt::format("File: recording {}:", visible(path)), errno);
+        logLastError(fmt::format("File: recording {}:", path), errno);
         return nullptr;
     }
     std::setvbuf(made->file.get(), nullptr, _IOFBF, writeBuffer);
@@ -169,7 +169,7 @@ bool Recording::write(std::span<const uint32_t> words)
     accepted += words.size();
     if (std::fwrite(words.data(), sizeof(uint32_t), words.size(), file.get()) == words.size()) return true;
     failed = true;
-    logLastError(fmt::format("File: recording {}:", visible(header.Path)), errno);
+    logLastError(fmt::format("File: recording {}:", header.Path), errno);
     return false;
 }
 
@@ -178,7 +178,7 @@ void Recording::closeData()
 {
     if (!Tessel::close(std::move(file)) && !failed) {
         failed = true;
-        logLastError(fmt::format("File: recording {}:", visible(header.Path)), errno);
+        logLastError(fmt::format("File: recording {}:", header.Path), errno);
     }
     std::error_code error;
     uint64_t size = std::filesystem::file_size(nativePath(header.Path), error);
@@ -199,7 +199,7 @@ bool Recording::close()
     setRates(0);
     writeHeader(header, device, context, true);
     if (failed || !header.Complete)
-        logErr(LogCategory::General, "File: recording {}: the file isn't complete", visible(header.Path));
+        logErr(LogCategory::General, "File: recording {}: the file isn't complete", header.Path);
     return !failed && header.Complete;
 }
 

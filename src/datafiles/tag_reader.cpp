@@ -62,8 +62,8 @@ std::string valueForTrace(const TagRecord &tag, std::string_view image)
     case TagType::Color8: return fmt::format(" tValue: {:32x}", tag.TagValue);
     case TagType::Float8: return fmt::format(" tValue: {:16.2e}", doubleOf(tag));
     case TagType::TDateTime: return fmt::format(" tValue: {:%d.%m.%y %H:%M:%S}", calendarTime(doubleOf(tag)));
-    case TagType::AnsiString: return fmt::format(" tValue: {:s}", visible(textOf(tag, image)));
-    case TagType::WideString: return fmt::format(" tValue: {:s}", visible(wideTextOf(tag, image)));
+    case TagType::AnsiString: return fmt::format(" tValue: {:s}", textOf(tag, image));
+    case TagType::WideString: return fmt::format(" tValue: {:s}", wideTextOf(tag, image));
     case TagType::BinaryBlob: return fmt::format(" tValue: {:s}", bytesAsText(blockOf(tag, image)));
     case TagType::Float8Array: return fmt::format(" tValue: {:s}", doublesAsText(blockOf(tag, image)));
     case TagType::Bool8:
@@ -79,18 +79,18 @@ std::optional<FileHead> readHead(std::string_view path, uint64_t limit)
     const FileHandle file = openToRead(path);
     const std::optional<uint64_t> size = file.isOpen() ? sizeOf(file) : std::nullopt;
     if (!size) {
-        logErr(LogCategory::General, "File: {} read Error!", visible(path));
+        logErr(LogCategory::General, "File: {} read Error!", path);
         return {};
     }
     FileHead head;
     head.FileSize = *size;
     if (head.FileSize == 0) {
-        logErr(LogCategory::General, "File: {} empty!", visible(path));
+        logErr(LogCategory::General, "File: {} empty!", path);
         return head;
     }
     head.Image.resize(std::min(head.FileSize, limit));
     if (readAt(file, head.Image.data(), head.Image.size(), 0) != static_cast<int64_t>(head.Image.size())) {
-        logErr(LogCategory::General, "File: {} read Error!", visible(path));
+        logErr(LogCategory::General, "File: {} read Error!", path);
         head.Image.clear();
     }
     return head;
@@ -164,7 +164,7 @@ std::string_view versionOf(std::string_view image)
 void printTag(const TagRecord &tag, std::string_view image)
 {
     if (tag.Name.empty() || !LogLevel.DataFile) return;
-    logInf(LogCategory::Progress, "Identifier: {:32s} Idx: {:16d} Type: {:16s}{}", visible(tag.Name), tag.Idx,
+    logInf(LogCategory::Progress, "Identifier: {:32s} Idx: {:16d} Type: {:16s}{}", tag.Name, tag.Idx,
            tagTypeName(tag.TagType), valueForTrace(tag, image));
 }
 

@@ -25,7 +25,7 @@ std::string GetDebugInfo(LockedDevice &locked)
             return -1;
         }
     };
-    return read() < 0 ? std::string() : visibleLines(text.text());
+    return read() < 0 ? std::string() : text.text();
 }
 
 bool hasDebugDump(const Device &device)
@@ -50,8 +50,7 @@ bool SaveDebugDump(LockedDevice &locked, std::string_view folder)
         }
     };
     const int32_t result = save();
-    if (result < 0)
-        logWrn(LogCategory::General, "SaveDebugDump failed: {} ({})@{}", visible(path), result, device.ID);
+    if (result < 0) logWrn(LogCategory::General, "SaveDebugDump failed: {} ({})@{}", path, result, device.ID);
     return result >= 0 && hasDebugDump(device);
 }
 

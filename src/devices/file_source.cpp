@@ -1,7 +1,6 @@
 #include "devices/file_source.h"
 
 #include "log/log.h"
-#include "log/text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -20,7 +19,7 @@ uint64_t wordsLeft(const RecordSource &source)
 
 Reading readError(const Device &device, int error)
 {
-    logErr(LogCategory::General, "Device: {} read Error: {:08x} @{}", visible(device.FileDevicePath),
+    logErr(LogCategory::General, "Device: {} read Error: {:08x} @{}", device.FileDevicePath,
            static_cast<unsigned>(error), device.ID);
     return {.Failed = true};
 }

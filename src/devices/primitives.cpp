@@ -4,7 +4,6 @@
 #include "devices/enum_texts.h"
 #include "devices/families.h"
 #include "devices/libs/all.h"
-#include "log/text.h"
 #include "stream/rounding.h"
 
 #include <algorithm>
@@ -212,7 +211,8 @@ bool readWarnings(LockedDevice &locked, const CommonOperations &library, MeasCon
                                         locationOf(locked.device, library.GetWarnings), text.Bytes, warnings))
         return true;
     context.Description.WarningsFlag = warnings;
-    logWrn(LogCategory::Device, "Device: {} @{}", visibleLines(text.text()), locked.device.ID);
+    const std::string info = text.text();
+    logWrn(LogCategory::Device, "Device: {} @{}", withLines(info), locked.device.ID);
     return true;
 }
 

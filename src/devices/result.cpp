@@ -5,7 +5,6 @@
 #include "devices/families.h"
 #include "devices/libs/loader.h"
 #include "devices/lifecycle.h"
-#include "log/text.h"
 #include "settings/system_ini.h"
 
 #include <algorithm>
@@ -19,7 +18,7 @@ std::string errorText(const CommonOperations &library, int32_t code)
 {
     TextRoom<64> text;
     library.GetErrorString(text.Bytes, code);
-    return visible(text.text());
+    return text.text();
 }
 
 // Category 2 and 3 tell a host where to look; debug text is many lines.
@@ -27,9 +26,9 @@ void logWithDebugInfo(LockedDevice &locked, LogCategory category, std::string_vi
 {
     const std::string info = GetDebugInfo(locked);
     if (info.empty())
-        logErr(category, "{}", message);
+        logErr(category, "{}", withLines(message));
     else
-        logErr(category, "{}\nDebug Info:\n{}", message, info);
+        logErr(category, "{}\nDebug Info:\n{}", withLines(message), withLines(info));
     if (hasDebugDump(locked.device)) SaveDebugDump(locked, logFolder());
 }
 
@@ -48,8 +47,8 @@ void logResult(LockedDevice &locked, int32_t result, std::string location, bool 
         return;
     }
     if (!location.empty()) location = "in " + location + " ";
-    const std::string message = fmt::format("{} error {}({}): {} @{}", familyOf(device.LibType).Library,
-                                            location, result, errorText(*library, result), device.ID);
+    const std::string message = recordText("{} error {}({}): {} @{}", familyOf(device.LibType).Library,
+                                           location, result, errorText(*library, result), device.ID);
     if (quietTransient && (result == -1 || result == -2))
         logDeb(LogCategory::Progress, "{}", message);
     else

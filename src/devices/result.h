@@ -6,6 +6,7 @@
 #include "log/log.h"
 #include "records/device.h"
 
+#include <exception>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,9 +35,14 @@ bool Kest_isOK(LockedDevice &locked, int32_t result, Location location, bool qui
 void reportFailure(Device &device, LogCategory category, std::string_view message);
 
 template <class... Args>
-void reportDeviceError(Device &device, LogCategory category, fmt::format_string<Args...> format, Args &&...args)
+void reportDeviceError(Device &device, LogCategory category, fmt::format_string<Args...> format,
+                       Args &&...args) noexcept
 {
-    reportFailure(device, category, fmt::format(format, std::forward<Args>(args)...));
+    try {
+        reportFailure(device, category, recordText(format, args...));
+    } catch (const std::exception &) { // no memory for more
+        logErr(category, format, std::forward<Args>(args)...);
+    }
 }
 
 // Logs why a run can't measure. Returns false.

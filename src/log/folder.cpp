@@ -15,15 +15,15 @@ int createFolder(std::string_view path)
     std::error_code error;
     if (std::filesystem::is_directory(native, error)) return 0;
 
-    logInf(LogCategory::Progress, "Create Folder: {}", visible(folder));
+    logInf(LogCategory::Progress, "Create Folder: {}", folder);
     const bool made = std::filesystem::create_directories(native, error);
     if (error) {
         const std::filesystem::filesystem_error failure("create_directories", native, error);
-        logErr(LogCategory::General, "{}", visible(failure.what()));
+        logErr(LogCategory::General, "{}", failure.what());
         return error.value();
     }
     // Nothing made and no error: another process was quicker.
-    if (made) logInf(LogCategory::Progress, "Create directory \"{}\":", visible(folder));
+    if (made) logInf(LogCategory::Progress, "Create directory \"{}\":", folder);
     return 0;
 }
 

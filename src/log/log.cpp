@@ -70,19 +70,29 @@ std::string withinLimit(std::string text)
     return std::string(cutTo(text, textLimit));
 }
 
+// Lines that there was no memory for, on their way in or out, and that no line has told of yet.
+constinit std::atomic<uint64_t> lostLines{0};
+
 // In place, so that keeping an error needs no memory.
+constexpr size_t keptLimit = 4096;
 struct KeptError
 {
-    std::array<char, 4096> Text;
+    std::array<char, keptLimit + 1> Text; // one more, to see where a longer text can be cut
     size_t Length;
 };
 constinit thread_local KeptError keptError{};
 
-void keepError(std::string_view text)
+void keepError(fmt::string_view format, fmt::format_args args)
 {
-    const std::string_view kept = cutTo(text, keptError.Text.size());
-    std::copy(kept.begin(), kept.end(), keptError.Text.begin());
-    keptError.Length = kept.size();
+    std::array<char, keptLimit + 1> &text = keptError.Text;
+    size_t size = 0;
+    try {
+        size = fmt::vformat_to_n(text.begin(), text.size(), format, args).size;
+    } catch (const std::exception &) { // no memory to show an argument: what it is about at least
+        size = std::min(format.size(), text.size());
+        std::copy_n(format.begin(), size, text.begin());
+    }
+    keptError.Length = cutTo({text.data(), std::min(size, text.size())}, keptLimit).size();
 }
 
 std::optional<LogRecord> takeRecord(LogState &state)
@@ -103,7 +113,31 @@ void waitForRecord(LogState &state)
     state.WriterSleeps = false;
 }
 
-void writeQueued(LogWriter writer)
+bool tryToWrite(LogWriter &writer, const LogRecord &record) noexcept
+{
+    try {
+        writeRecord(writer, record, std::time(nullptr));
+        return true;
+    } catch (const std::exception &) {
+        return false;
+    }
+}
+
+// Tells how many lines were lost, before the next that isn't.
+void tellLost(LogWriter &writer) noexcept
+{
+    const uint64_t lost = lostLines.exchange(0);
+    if (lost == 0) return;
+    std::array<char, 64> text{};
+    fmt::format_to_n(text.begin(), text.size() - 1, "Log: no memory for {} lines", lost);
+    try {
+        if (tryToWrite(writer, {LogSeverity::Wrn, LogCategory::General, systemTicks(), text.data()})) return;
+    } catch (const std::exception &) {
+    }
+    lostLines += lost;
+}
+
+void writeQueued(LogWriter writer) noexcept
 {
     LogState &state = logState();
     size_t afterStop = 0;
@@ -113,8 +147,9 @@ void writeQueued(LogWriter writer)
         if (stopping && afterStop++ == 0)
             writer.ConsoleDeadline = std::chrono::steady_clock::now() + stopPatience;
         const std::optional<LogRecord> record = takeRecord(state);
+        tellLost(writer);
         if (record) {
-            writeRecord(writer, *record, std::time(nullptr));
+            if (!tryToWrite(writer, *record)) ++lostLines;
             continue;
         }
         flushConsole(writer);
@@ -128,13 +163,13 @@ void makeLogFolder(const std::string &folder)
 {
     try {
         if (std::filesystem::is_directory(nativePath(folder))) return;
-        if (LogLevel.Api) logInf(LogCategory::Progress, "Create Folder: \"{}\"", visible(folder));
+        if (LogLevel.Api) logInf(LogCategory::Progress, "Create Folder: \"{}\"", folder);
         const int error = createFolder(folder);
         const std::string text =
-            logLastError(fmt::format("Log: Create directory for logfiles \"{}\":", visible(folder)), error);
+            logLastError(fmt::format("Log: Create directory for logfiles \"{}\":", folder), error);
         if (!text.empty()) writeConsole(fmt::format("{} {}\n", error, text));
     } catch (const std::exception &failure) {
-        writeConsole(fmt::format("{}\n", failure.what()));
+        writeConsole(fmt::format("{}\n", visible(failure.what())));
     }
 }
 
@@ -156,13 +191,11 @@ std::thread startWithoutSignals(LogWriter writer)
 
 } // namespace
 
-void postLog(LogSeverity severity, LogCategory category, std::string text)
-{
-    if (severity == LogSeverity::Err) keepError(text);
-    LogState &state = logState();
-    const bool consoleOn = state.ConsoleOn;
-    if (!consoleOn && !state.FileOn) return;
+namespace {
 
+void queueText(LogSeverity severity, LogCategory category, std::string text)
+{
+    LogState &state = logState();
     LogRecord record{severity, category, systemTicks(), withinLimit(std::move(text))};
     std::optional<std::deque<LogRecord>> lost; // freed after the lock
     bool wakes = false;
@@ -173,7 +206,21 @@ void postLog(LogSeverity severity, LogCategory category, std::string text)
         wakes = std::exchange(state.WriterSleeps, false);
     }
     if (wakes) state.Posted.notify_one();
-    if (lost && consoleOn) writeConsole("Buffer overrun in Log!!!\n", 0ms);
+    if (lost && state.ConsoleOn) writeConsole("Buffer overrun in Log!!!\n", 0ms);
+}
+
+} // namespace
+
+void postFormatted(LogSeverity severity, LogCategory category, fmt::string_view format,
+                   fmt::format_args args) noexcept
+{
+    if (severity == LogSeverity::Err) keepError(format, args);
+    try {
+        const LogState &state = logState();
+        if (state.ConsoleOn || state.FileOn) queueText(severity, category, fmt::vformat(format, args));
+    } catch (const std::exception &) {
+        ++lostLines;
+    }
 }
 
 std::string_view lastError() noexcept
@@ -186,9 +233,9 @@ void forgetLastError() noexcept
     keptError.Length = 0;
 }
 
-void logExt(std::string_view text)
+void logExt(std::string_view text) noexcept
 {
-    postLog(LogSeverity::Ext, LogCategory::General, std::string(text));
+    postLog(LogSeverity::Ext, LogCategory::General, "{}", text);
 }
 
 std::string logLastError(std::string_view prefix, int error)
@@ -247,3 +294,13 @@ void stopLog()
 }
 
 } // namespace Tessel
+
+fmt::format_context::iterator fmt::formatter<Tessel::LogText>::format(const Tessel::LogText &text,
+                                                                      fmt::format_context &context) const
+{
+    using Base = fmt::formatter<fmt::string_view>;
+    const std::string_view shortened = Tessel::cutTo(text.Text, Tessel::textLimit);
+    if (Tessel::isVisible(shortened)) return Base::format(shortened, context);
+    const auto show = text.KeepsLines ? Tessel::visibleLines : Tessel::visible;
+    return Base::format(show(shortened), context);
+}

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace Tessel {
 
@@ -27,32 +28,74 @@ struct LogSwitches
 };
 extern LogSwitches LogLevel;
 
-void postLog(LogSeverity severity, LogCategory category, std::string text);
+// A text among the arguments may come from a file, a peer or the host: what a reader would act on is shown as
+// by visible(), line feeds too. A line feed of the format is the record's own.
+struct LogText
+{
+    std::string_view Text;
+    bool KeepsLines = false;
+};
+
+// An argument whose line feeds stay: what an instrument says of itself, or what recordText() has made.
+inline LogText withLines(std::string_view text)
+{
+    return {text, true};
+}
+
+template <class Arg>
+decltype(auto) logArgument(const Arg &arg)
+{
+    if constexpr (std::is_convertible_v<const Arg &, std::string_view>)
+        return LogText{arg};
+    else
+        return arg;
+}
+
+// The text that such a record would have.
+template <class... Args>
+std::string recordText(fmt::format_string<Args...> format, Args &&...args)
+{
+    return [&](const auto &...shown) {
+        return fmt::vformat(format, fmt::make_format_args(shown...));
+    }(logArgument(args)...);
+}
+
+// No log line ends what logs it: one that can't be made, for want of memory, is lost and counted.
+void postFormatted(LogSeverity severity, LogCategory category, fmt::string_view format,
+                   fmt::format_args args) noexcept;
 
 template <class... Args>
-void logInf(LogCategory category, fmt::format_string<Args...> format, Args &&...args)
+void postLog(LogSeverity severity, LogCategory category, fmt::string_view format, const Args &...args) noexcept
 {
-    postLog(LogSeverity::Inf, category, fmt::format(format, std::forward<Args>(args)...));
+    [&](const auto &...shown) {
+        postFormatted(severity, category, format, fmt::make_format_args(shown...));
+    }(logArgument(args)...);
+}
+
+template <class... Args>
+void logInf(LogCategory category, fmt::format_string<Args...> format, Args &&...args) noexcept
+{
+    postLog(LogSeverity::Inf, category, format, args...);
 }
 template <class... Args>
-void logDev(LogCategory category, fmt::format_string<Args...> format, Args &&...args)
+void logDev(LogCategory category, fmt::format_string<Args...> format, Args &&...args) noexcept
 {
-    postLog(LogSeverity::Dev, category, fmt::format(format, std::forward<Args>(args)...));
+    postLog(LogSeverity::Dev, category, format, args...);
 }
 template <class... Args>
-void logDeb(LogCategory category, fmt::format_string<Args...> format, Args &&...args)
+void logDeb(LogCategory category, fmt::format_string<Args...> format, Args &&...args) noexcept
 {
-    postLog(LogSeverity::Deb, category, fmt::format(format, std::forward<Args>(args)...));
+    postLog(LogSeverity::Deb, category, format, args...);
 }
 template <class... Args>
-void logWrn(LogCategory category, fmt::format_string<Args...> format, Args &&...args)
+void logWrn(LogCategory category, fmt::format_string<Args...> format, Args &&...args) noexcept
 {
-    postLog(LogSeverity::Wrn, category, fmt::format(format, std::forward<Args>(args)...));
+    postLog(LogSeverity::Wrn, category, format, args...);
 }
 template <class... Args>
-void logErr(LogCategory category, fmt::format_string<Args...> format, Args &&...args)
+void logErr(LogCategory category, fmt::format_string<Args...> format, Args &&...args) noexcept
 {
-    postLog(LogSeverity::Err, category, fmt::format(format, std::forward<Args>(args)...));
+    postLog(LogSeverity::Err, category, format, args...);
 }
 
 // The last error that the calling thread has posted since it forgot the ones before, whether the log is on or
@@ -61,12 +104,12 @@ std::string_view lastError() noexcept;
 void forgetLastError() noexcept;
 
 // Handed in from outside the library.
-void logExt(std::string_view text);
+void logExt(std::string_view text) noexcept;
 
 // Posts "<prefix> <number> <text>" for an errno value and returns the system's text; does nothing for 0.
 std::string logLastError(std::string_view prefix, int error);
 
-// For lines of an end, which goes on where there is no memory for them.
+// For a line of which the arguments need memory, where an end goes on without it.
 template <class Lines>
 void tryToLog(Lines lines) noexcept
 {
@@ -83,3 +126,9 @@ void startLog(bool fileOn, bool consoleOn, std::string_view logFolder, std::stri
 void stopLog();
 
 } // namespace Tessel
+
+template <>
+struct fmt::formatter<Tessel::LogText> : fmt::formatter<fmt::string_view>
+{
+    fmt::format_context::iterator format(const Tessel::LogText &text, fmt::format_context &context) const;
+};

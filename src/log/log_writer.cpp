@@ -53,7 +53,7 @@ std::string dayText(const std::tm &time)
 int createLogFile(LogWriter &writer, std::string path, bool mustBeNew)
 {
     writer.CurrentFileName = std::move(path);
-    logInf(LogCategory::Progress, "Create {}", visible(writer.CurrentFileName));
+    logInf(LogCategory::Progress, "Create {}", writer.CurrentFileName);
     return writer.File.open(writer.CurrentFileName, mustBeNew);
 }
 
@@ -63,7 +63,6 @@ void rotateIfNewDay(LogWriter &writer, std::time_t now)
     const std::tm time = localTime(now);
     const int32_t day = time.tm_year * 366 + time.tm_yday;
     if (day == writer.LastDay) return;
-    writer.LastDay = day;
     writer.File.close();
 
     int error = createLogFile(writer, fmt::format("{}\\{}.log", writer.LogFolder, dayText(time)), true);
@@ -72,7 +71,8 @@ void rotateIfNewDay(LogWriter &writer, std::time_t now)
         error =
             createLogFile(writer, fmt::format("{}\\{}_{}.log", writer.LogFolder, dayText(time), second), false);
     }
-    logLastError(fmt::format("Log: Create logfile \"{}\":", visible(writer.CurrentFileName)), error);
+    if (error) logLastError(fmt::format("Log: Create logfile \"{}\":", writer.CurrentFileName), error);
+    writer.LastDay = day; // not before: whoever lacks memory for all this tries again
 }
 
 } // namespace

@@ -85,9 +85,15 @@ bool isLowSurrogate(char16_t unit)
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-bool isControl(char32_t code)
+bool isActedOn(char32_t code)
 {
-    return code < 0x20 || (code >= 0x7F && code <= 0x9F);
+    return code < 0x20 || (code >= 0x7F && code <= 0x9F) || code == 0x61C || code == 0x200E || code == 0x200F ||
+           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+}
+
+bool isShown(const Decoded &decoded)
+{
+    return decoded.Good && !isActedOn(decoded.Code);
 }
 
 } // namespace
@@ -133,7 +139,7 @@ std::string visible(std::string_view text)
     while (!text.empty()) {
         const Decoded next = decodeUtf8(text);
         const std::string_view bytes = text.substr(0, next.Length);
-        if (next.Good && !isControl(next.Code)) {
+        if (isShown(next)) {
             result += bytes;
         } else {
             for (const char byte : bytes) result += fmt::format("\\x{:02X}", static_cast<unsigned char>(byte));
@@ -153,6 +159,16 @@ std::string visibleLines(std::string_view text)
         result += '\n';
         text.remove_prefix(end + 1);
     }
+}
+
+bool isVisible(std::string_view text)
+{
+    while (!text.empty()) {
+        const Decoded next = decodeUtf8(text);
+        if (!isShown(next)) return false;
+        text.remove_prefix(next.Length);
+    }
+    return true;
 }
 
 std::string_view cutTo(std::string_view text, size_t limit)

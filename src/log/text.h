@@ -11,9 +11,12 @@ namespace Tessel {
 std::string toUtf8(std::u16string_view text);
 std::u16string toUtf16(std::string_view text);
 
-// Control characters (below 0x20, 0x7F to 0x9F) byte by byte as \xNN, and bytes that are no UTF-8 likewise: for
-// texts that come from a file or a peer, before they are logged.
+// Controls (below 0x20, 0x7F to 0x9F), marks that turn the direction of a line, its separators U+2028 and
+// U+2029, and bytes that are no UTF-8, byte by byte as \xNN: what a terminal or a reader of the log would act
+// on.
 std::string visible(std::string_view text);
+// Whether the text has none of these.
+bool isVisible(std::string_view text);
 
 // The same for a text of several lines, which stay apart.
 std::string visibleLines(std::string_view text);

@@ -122,10 +122,11 @@ void takeFrom(ImportState &import, const StreamFacts &source, const EventBlock &
 
 void warnSourceOverrun(const StageRef &stage, uint64_t count, uint64_t held)
 {
-    const auto counts =
-        fmt::format("{}: {} Counts\r\n{}: {} Counts", stage.record->SourceId, count, stage.device.ID, held);
-    logWrn(LogCategory::Device, "Device: Import Source Buffer overrun - clearing!\r\n{}\r\n{}@{} from {}",
-           counts, stage.record->Name, stage.device.ID, stage.record->SourceId);
+    logWrn(
+        LogCategory::Device,
+        "Device: Import Source Buffer overrun - clearing!\r\n{}: {} Counts\r\n{}: {} Counts\r\n{}@{} from {}",
+        stage.record->SourceId, count, stage.device.ID, held, stage.record->Name, stage.device.ID,
+        stage.record->SourceId);
 }
 
 } // namespace

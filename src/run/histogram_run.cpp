@@ -37,8 +37,7 @@ void fetchHistograms(RunRef &ref)
 void tearDownHistogramming(RunRef &ref)
 {
     endInput(ref);
-    if (LogLevel.Api)
-        tryToLog([&] { logInf(LogCategory::Progress, "MeasureHistory finished @{}", ref.device.ID); });
+    if (LogLevel.Api) logInf(LogCategory::Progress, "MeasureHistory finished @{}", ref.device.ID);
     requestStop(*ref.run);
     endStages(ref);
     endMeasurement(ref);

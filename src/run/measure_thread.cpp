@@ -14,7 +14,7 @@ namespace {
 
 void trace(const RunRef &ref, const char *text)
 {
-    if (LogLevel.Api) tryToLog([&] { logInf(LogCategory::Progress, fmt::runtime(text), ref.device.ID); });
+    if (LogLevel.Api) logInf(LogCategory::Progress, fmt::runtime(text), ref.device.ID);
 }
 
 } // namespace

@@ -191,17 +191,14 @@ void tearDownStream(RunRef &ref)
 {
     Run &run = *ref.run;
     endInput(ref);
-    if (LogLevel.Api)
-        tryToLog([&] { logInf(LogCategory::Progress, "MeasureTTTR finished @{}", ref.device.ID); });
+    if (LogLevel.Api) logInf(LogCategory::Progress, "MeasureTTTR finished @{}", ref.device.ID);
     requestStop(run);
     joinWatched(ref, run.Process, run.ProcessDone);
     // From here on nobody writes to the first store.
     endStages(ref);
     if (LogLevel.Api)
-        tryToLog([&] {
-            logInf(LogCategory::Progress, "stop measurement {} @{}", static_cast<uint32_t>(run.Request.Kind),
-                   ref.device.ID);
-        });
+        logInf(LogCategory::Progress, "stop measurement {} @{}", static_cast<uint32_t>(run.Request.Kind),
+               ref.device.ID);
     endMeasurement(ref);
 }
 

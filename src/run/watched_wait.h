@@ -30,11 +30,9 @@ void waitWatched(RunRef &ref, Predicate isDone)
             continue; // aborted: nothing is to be watched any more
         }
         if (run.TakenAt > moved) continue; // it moves
-        tryToLog([&] {
-            logWrn(LogCategory::General,
-                   "Device: Nobody takes the data of a stopped measurement, the rest is dropped! @{}",
-                   ref.device.ID);
-        });
+        logWrn(LogCategory::General,
+               "Device: Nobody takes the data of a stopped measurement, the rest is dropped! @{}",
+               ref.device.ID);
         abortRun(ref.context, run);
     }
 }

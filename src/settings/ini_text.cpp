@@ -2,7 +2,6 @@
 
 #include "log/file_handle.h"
 #include "log/log.h"
-#include "log/text.h"
 
 #define SI_NO_CONVERSION  // bytes stay as they are
 #define SI_IMPLEMENTATION // the header brings its own code along
@@ -100,14 +99,14 @@ std::optional<int32_t> parseInteger(std::string_view text)
 int32_t iniInteger(std::string_view text, int32_t fallback)
 {
     if (const auto number = parseNumber<int32_t>(text)) return *number;
-    logErr(LogCategory::General, "Log: Can't parse \"{}\" to integer", visible(text));
+    logErr(LogCategory::General, "Log: Can't parse \"{}\" to integer", text);
     return fallback;
 }
 
 uint32_t iniUnsigned(std::string_view text, uint32_t fallback)
 {
     if (const auto number = parseNumber<uint32_t>(text)) return *number;
-    logErr(LogCategory::General, "Log: Can't parse \"{}\" to unsigned int", visible(text));
+    logErr(LogCategory::General, "Log: Can't parse \"{}\" to unsigned int", text);
     return fallback;
 }
 
@@ -115,7 +114,7 @@ bool iniBoolean(std::string_view text, bool fallback)
 {
     if (text == "True" || text == "true" || text == "1") return true;
     if (text == "False" || text == "false" || text == "0") return false;
-    logErr(LogCategory::General, "Log: Can't parse \"{}\" to boolean", visible(text));
+    logErr(LogCategory::General, "Log: Can't parse \"{}\" to boolean", text);
     return fallback;
 }
 

@@ -45,7 +45,7 @@ void setPair(std::string_view value, int32_t &first, int32_t firstFallback, int3
 void setDataPath(Settings &to, std::string_view value)
 {
     to.DataPath = normalPath(value);
-    logDeb(LogCategory::Progress, "setDataFilePath {}", visible(to.DataPath));
+    logDeb(LogCategory::Progress, "setDataFilePath {}", to.DataPath);
     to.TgxFolder = to.DataPath;
 }
 
@@ -118,20 +118,18 @@ void actOn(std::string_view section, const IniKey &key)
     if (rule != std::end(keyRules)) {
         rule->Act(settings(), key.Value);
     } else if (section != "Params") { // further keys of that section belong to the host
-        logWrn(LogCategory::General, "Unexpected Ini entry: {} {} {}", visible(section), visible(key.Name),
-               visible(key.Value));
+        logWrn(LogCategory::General, "Unexpected Ini entry: {} {} {}", section, key.Name, key.Value);
     }
 }
 
 void walk(const IniText &text)
 {
     for (const IniSection &section : text) {
-        if (LogLevel.IniTrace) logDeb(LogCategory::Progress, "INI Section {}", visible(section.Name));
+        if (LogLevel.IniTrace) logDeb(LogCategory::Progress, "INI Section {}", section.Name);
         for (const IniKey &key : section.Keys) {
             if (LogLevel.IniTrace) {
-                logDeb(LogCategory::Progress, "INI Key {}", visible(key.Name));
-                logDeb(LogCategory::Progress, "INI entry: {} {} {}", visible(section.Name), visible(key.Name),
-                       visible(key.Value));
+                logDeb(LogCategory::Progress, "INI Key {}", key.Name);
+                logDeb(LogCategory::Progress, "INI entry: {} {} {}", section.Name, key.Name, key.Value);
             }
             actOn(section.Name, key);
         }
@@ -158,7 +156,7 @@ uint64_t streamRecords()
 
 bool loadSettingsIni(std::string_view path)
 {
-    logInf(LogCategory::Progress, "load system.ini \"{}\"", visible(normalPath(path)));
+    logInf(LogCategory::Progress, "load system.ini \"{}\"", normalPath(path));
     const std::optional<std::string> bytes = readIniFile(path);
     const std::optional<IniText> text = bytes ? parseIni(*bytes) : std::nullopt;
     if (!text) return false;

@@ -3,12 +3,14 @@
 #include "log/log.h"
 #include "log/text.h"
 #include "support/log_capture.h"
+#include "support/refused_memory.h"
 #include "tessel.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <thread>
 
 using namespace Tessel;
@@ -127,6 +129,51 @@ TEST(Log, LongTextsAreCutBetweenCharacters)
     for (const std::string &line : log.lines())
         if (line.starts_with("EXT ")) texts.push_back(line.substr(4));
     EXPECT_EQ(texts, (Lines{std::string(65536, 'a'), std::string(65536, 'b'), std::string(65535, 'c')}));
+}
+
+// Whoever logs goes on, and so does the writer: each line is there, or counted in one that is.
+TEST(Log, WithoutMemoryLinesAreLostAndCounted)
+{
+    LogCapture log;
+    size_t posted = 0;
+    auto postFor = [&posted](std::chrono::milliseconds time) {
+        const auto end = std::chrono::steady_clock::now() + time;
+        for (; std::chrono::steady_clock::now() < end; ++posted) {
+            logWrn(LogCategory::General, "a line that is longer than a string holds in itself, {}", posted);
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    };
+    for (int turn = 0; turn < 20; ++turn) {
+        postFor(std::chrono::milliseconds(5));
+        const RefusedMemory refused;
+        postFor(std::chrono::milliseconds(20)); // the writer looks every 10 ms
+        if (turn > 0) continue;
+        logErr(LogCategory::General, "File: {} has {}", "a.tgx", 5);
+        ++posted;
+        EXPECT_EQ(lastError(), "File: a.tgx has 5");
+    }
+    size_t written = 0, lost = 0;
+    for (const std::string &line : log.lines()) {
+        if (line.starts_with("WRN a line that is")) ++written;
+        if (line.starts_with("WRN Log: no memory for ")) lost += std::stoul(line.substr(23));
+    }
+    EXPECT_GT(written, 0u);
+    EXPECT_GT(lost, 0u);
+    EXPECT_EQ(written + lost, posted);
+}
+
+TEST(Log, TextsAreShownAndOwnLineFeedsStay)
+{
+    LogCapture log;
+    logErr(LogCategory::General, "first {}\nsecond {:6}@{}", "a\nb\x1B[2J", "\xC2\x85",
+           std::string("\xE2\x80\xAE"));
+    EXPECT_EQ(lastError(), "first a\\x0Ab\\x1B[2J\nsecond \\xC2\\x85@\\xE2\\x80\\xAE");
+    logExternal("x\ny");
+    logLastError("File: c\rd", ENOENT);
+    EXPECT_EQ(log.count("ERR first a\\x0Ab\\x1B[2J"), 1u);
+    EXPECT_EQ(log.count("second \\xC2\\x85@\\xE2\\x80\\xAE"), 1u);
+    EXPECT_EQ(log.count("EXT x\\x0Ay"), 1u);
+    EXPECT_EQ(log.count("ERR File: c\\x0Dd 2 "), 1u);
 }
 
 TEST(Log, LastError)

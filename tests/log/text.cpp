@@ -18,6 +18,7 @@ TEST(Text, VisibleShowsWhatATerminalWouldActOn)
         {"line ends, tab, delete", "\r\n\t\x7F", "\\x0D\\x0A\\x09\\x7F"},
         {"NUL inside", std::string("a\0b", 3), "a\\x00b"},
         {"control above 0x7F", "\xC2\x9B", "\\xC2\\x9B"},
+        {"turned direction", "\xE2\x80\xAE\xD8\x9C", "\\xE2\\x80\\xAE\\xD8\\x9C"},
         {"lone byte", "\xFFz", "\\xFFz"},
         {"cut sequence", "\xE2\x82", "\\xE2\\x82"},
         {"overlong slash", "\xC0\xAF", "\\xC0\\xAF"},

@@ -88,7 +88,7 @@ bool isLoaded(const InstrumentLibrary &library)
 
 bool passOver(const InstrumentLibrary &library, std::string_view why)
 {
-    logInf(LogCategory::Progress, "Device: No library {}: {}", library.FileName, visible(why));
+    logInf(LogCategory::Progress, "Device: No library {}: {}", library.FileName, why);
     return false;
 }
 
