@@ -10,8 +10,8 @@
  *  - Texts are UTF-8 with a zero at the end (`const char *`). Device ids of measurement calls are UTF-16
  *    (`const char16_t *`). A null text counts as empty. A null result pointer is not written to.
  *  - `id`: null or empty means the current device. Any other id makes the device with exactly this id the
- *    current one. If there is none, "no device" becomes the current one: calls on it do no harm, and a run on
- *    it ends at once with an error in the log.
+ *    current one. If there is none, "no device" becomes the current one: a run on it ends at once with an error
+ *    in the log, and of the caller's memory only the finished byte (1) and a count (0) are written.
  *  - true means that the request was accepted or carried out. A run that fails later says so in the log and in
  *    "StopReason" of getMeasDescription(), never in the result of a call.
  *  - Times are picoseconds (ps) and acquisition times milliseconds (ms), unless stated otherwise.
@@ -86,7 +86,8 @@ TESSEL_API void closeDevice(uint8_t all);
 /* Logs "Ext.-Error: " and `text` as an error (ERR). */
 TESSEL_API void logError(const char *text);
 
-/* Logs `text` as a line of the host (EXT). */
+/* Logs `text` as a line of the host (EXT). In all lines, control characters of a text from outside, line feeds
+ * too, are shown as \xNN. */
 TESSEL_API void logExternal(const char *text);
 
 /* Switches the trace lines of a subsystem on (1) or off (0). `level`: 0 Api, 1 Config, 2 Device, 3 DataFile,
@@ -302,7 +303,9 @@ TESSEL_API uint8_t waitNewData(const char16_t *id);
  *            events have come (time trace, FCS, FFCS).
  *          Any other mode only stores `wait`.
  *   wait   1: after each step the run stands still until gotNewData(). 0: the next step begins at once, and the
- *          result of the step is gone; so a host that wants every step says 1. */
+ *          result of the step is gone; so a host that wants every step says 1.
+ * With `wait` 1 a measurement call that blocks (`waitFinished` 1) returns only when another thread confirms each
+ * step with gotNewData(), or stops the run. */
 TESSEL_API void setSequenceMode(int32_t mode, uint8_t wait, double value);
 
 /* Rates of the current device in counts per second: of the sync to `syncRate`, of each input to `rates` (as
@@ -412,7 +415,7 @@ TESSEL_API bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save
                               uint64_t capacity, uint8_t *finished);
 
 /* Moves the content of the block to `words` (room for `capacity`) and its number to `count`. If the block is
- * empty, `count` stays as it is: set it to 0 before. Always true. */
+ * empty, `count` stays as it is: set it to 0 before. Without a device it is 0. Always true. */
 TESSEL_API bool rawGetBlock(const char16_t *id, uint32_t *words, uint64_t *count);
 
 /* Decoded events, as the last stage of the chain leaves them. `times` and `channels`: `capacity` elements each;
@@ -428,7 +431,8 @@ TESSEL_API bool ufStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save,
                              uint8_t *channels, uint64_t capacity, uint8_t *finished);
 
 /* Moves the events in the block to `times` and `channels` (room for `capacity` each) and their number to
- * `count`. If the block is empty, `count` stays as it is: set it to 0 before. Always true. */
+ * `count`. If the block is empty, `count` stays as it is: set it to 0 before. Without a device it is 0. Always
+ * true. */
 TESSEL_API bool ufGetBlock(const char16_t *id, uint64_t *times, uint8_t *channels, uint64_t *count);
 
 /* Runs the stream without a result, to record it (`save` 1). Always true. */
@@ -467,8 +471,8 @@ TESSEL_API bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, 
 
 /* FCS: `steps` logarithmic bins (at most 1,000,000) from `minLag` to `maxLag`, both ps; minLag is at least the
  * base resolution. `numPoints` receives the number of points of a curve, about `steps`; 0, and no curves, if
- * maxLag isn't above minLag. G(lag) = pairs x T / (n1 x n2 x bin width) - 1, so uncorrelated light is at 0.
- * Always true. */
+ * maxLag isn't above minLag, or without a device. G(lag) = pairs x T / (n1 x n2 x bin width) - 1, so
+ * uncorrelated light is at 0. Always true. */
 TESSEL_API bool setFCSParams(const char16_t *id, uint64_t chan1, uint64_t chan2, uint64_t *numPoints,
                              double minLag, double maxLag, uint64_t steps);
 

@@ -7,10 +7,22 @@
 
 using namespace Tessel;
 
+namespace {
+
+// "No device" has no block: its count is 0. That of an empty block stays as it is.
+DeviceRef deviceWithBlock(const char16_t *id, uint64_t *count)
+{
+    DeviceRef target = deviceOf(id);
+    if (target == noDevice() && count) *count = 0;
+    return target;
+}
+
+} // namespace
+
 bool rawMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint32_t *block,
                 uint64_t *count, uint64_t capacity, uint8_t *finished)
 {
-    return guarded("rawMeasure", true, [&] {
+    return guardedStart("rawMeasure", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API rawMeasure {} {} @{}", acqTime, waitFinished, target->device.ID);
@@ -20,14 +32,13 @@ bool rawMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint
         request.RawCapacity = capacity;
         request.RawCount = count;
         startMeasurement(target, request, deviceLookUp);
-        return true;
     });
 }
 
 bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint32_t *block, uint64_t capacity,
                    uint8_t *finished)
 {
-    return guarded("rawStartBlock", true, [&] {
+    return guardedStart("rawStartBlock", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api) logInf(LogCategory::Progress, "API rawStartBlock {} @{}", acqTime, target->device.ID);
         RunRequest request = requestOf(MeasKind::Raw, target->device, acqTime, 0, save, finished);
@@ -35,14 +46,13 @@ bool rawStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint32_t 
         request.RawBlock = block;
         request.RawCapacity = capacity;
         startMeasurement(target, request, deviceLookUp);
-        return true;
     });
 }
 
 bool rawGetBlock(const char16_t *id, uint32_t *words, uint64_t *count)
 {
     return guarded("rawGetBlock", true, [&] {
-        takeRawBlock(deviceOf(id)->context, words, count);
+        takeRawBlock(deviceWithBlock(id, count)->context, words, count);
         return true;
     });
 }
@@ -50,7 +60,7 @@ bool rawGetBlock(const char16_t *id, uint32_t *words, uint64_t *count)
 bool ufMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint64_t *times,
                uint8_t *channels, uint64_t *count, uint64_t capacity, uint8_t *finished)
 {
-    return guarded("ufMeasure", true, [&] {
+    return guardedStart("ufMeasure", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API ufMeasure start {} {} @{}", acqTime, waitFinished,
@@ -61,14 +71,13 @@ bool ufMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8
         request.UnfoldCapacity = capacity;
         request.UnfoldCount = count;
         startMeasurement(target, request, deviceLookUp);
-        return true;
     });
 }
 
 bool ufStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint64_t *times, uint8_t *channels,
                   uint64_t capacity, uint8_t *finished)
 {
-    return guarded("ufStartBlock", true, [&] {
+    return guardedStart("ufStartBlock", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API ufStartBlock {} {} {} @{}", acqTime, save, capacity,
@@ -78,14 +87,13 @@ bool ufStartBlock(const char16_t *id, uint32_t acqTime, uint8_t save, uint64_t *
         request.UnfoldChannels = channels;
         request.UnfoldCapacity = capacity;
         startMeasurement(target, request, deviceLookUp);
-        return true;
     });
 }
 
 bool ufGetBlock(const char16_t *id, uint64_t *times, uint8_t *channels, uint64_t *count)
 {
     return guarded("ufGetBlock", true, [&] {
-        takeUnfoldBlock(deviceOf(id)->context, times, channels, count);
+        takeUnfoldBlock(deviceWithBlock(id, count)->context, times, channels, count);
         return true;
     });
 }
@@ -93,7 +101,7 @@ bool ufGetBlock(const char16_t *id, uint64_t *times, uint8_t *channels, uint64_t
 bool exportStreamMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save,
                          uint8_t *finished)
 {
-    return guarded("exportStreamMeasure", true, [&] {
+    return guardedStart("exportStreamMeasure", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API exportStreamMeasure {} {} @{}", acqTime, waitFinished,
@@ -101,7 +109,6 @@ bool exportStreamMeasure(const char16_t *id, uint32_t acqTime, uint8_t waitFinis
         startMeasurement(target,
                          requestOf(MeasKind::Raw, target->device, acqTime, waitFinished, save, finished),
                          deviceLookUp);
-        return true;
     });
 }
 

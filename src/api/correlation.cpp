@@ -1,7 +1,6 @@
 #include "api/exports.h"
 #include "devices/source.h"
 #include "measurements/correlation_setup.h"
-#include "run/finished.h"
 #include "run/requests.h"
 #include "session/open_close.h"
 
@@ -48,7 +47,8 @@ bool setLagParams(const char16_t *id, uint32_t mode, const LagParams &given, uin
     params.CorrMinLag = lagPs(std::round(given.MinLag));
     params.CorrWindow = lagPs(std::round(given.MaxLag));
     params.CorrSteps = given.Steps;
-    const uint64_t points = lagGridOf(factsOf(target->device), params).Centers.size() - 1;
+    const uint64_t points =
+        target == noDevice() ? 0 : lagGridOf(factsOf(target->device), params).Centers.size() - 1;
     if (numPoints) *numPoints = points;
     if (LogLevel.Api) // FFCS under the same name: hosts know it so
         logInf(LogCategory::Progress, "API setFCSParams {} {} {} {} {} {} @{}", given.Chan1, given.Chan2,
@@ -92,23 +92,18 @@ void logFirstLag(const Device &device, const CorrelationParams &params)
 bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, uint8_t save, double *y,
                     double *x, uint8_t *finished)
 {
-    return guarded("getCorrelation", true, [&] {
+    return guardedStart("getCorrelation", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API getCorrelation {} {} {} @{}", acqTime,
                    static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
         const auto acqTimeMs = static_cast<uint32_t>(acqTime);
-        try {
-            fillLagAxis(factsOf(target->device), target->context.Params.Correlation, x);
-        } catch (...) { // no memory for the grid: who polls the byte goes on all the same
-            writeFinished(finished, 1);
-            throw;
-        }
+        if (target != noDevice()) fillLagAxis(factsOf(target->device), target->context.Params.Correlation, x);
         RunRequest request =
             requestOf(MeasKind::Correlation, target->device, acqTimeMs, waitFinished, save, finished);
         request.CorrResult = y;
         startMeasurement(target, request, deviceLookUp);
-        if (LogLevel.Api) logFirstLag(target->device, target->context.Params.Correlation);
-        return true;
+        if (LogLevel.Api) // the run has begun
+            tryToLog([&] { logFirstLag(target->device, target->context.Params.Correlation); });
     });
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "log/log.h"
+#include "run/finished.h"
 #include "session/tables.h"
 #include "tessel.h"
 
@@ -33,6 +34,22 @@ void guarded(const char *name, Body body) noexcept
 {
     guarded(name, false, [&body] {
         body();
+        return true;
+    });
+}
+
+// The same for a call that starts a run, which its body does last: whatever is thrown before leaves the
+// finished byte at 1. Always true.
+template <class Body>
+bool guardedStart(const char *name, uint8_t *finished, Body body) noexcept
+{
+    return guarded(name, true, [&] {
+        try {
+            body();
+        } catch (...) { // who polls the byte goes on
+            writeFinished(finished, 1);
+            throw;
+        }
         return true;
     });
 }

@@ -7,7 +7,7 @@ using namespace Tessel;
 bool getHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint32_t *data,
                   uint8_t *finished)
 {
-    return guarded("getHistogram", true, [&] {
+    return guardedStart("getHistogram", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API getHistogram {} {} {} @{}", acqTime,
@@ -16,7 +16,6 @@ bool getHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, ui
             requestOf(MeasKind::Histogram, target->device, acqTime, waitFinished, save, finished);
         request.HistoData = data;
         startMeasurement(target, request, deviceLookUp);
-        return true;
     });
 }
 

@@ -7,7 +7,7 @@ using namespace Tessel;
 bool get2dHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint32_t *data,
                     uint8_t *finished)
 {
-    return guarded("get2dHistogram", true, [&] {
+    return guardedStart("get2dHistogram", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API get2dHistogram {} {} {} @{}", acqTime,
@@ -16,7 +16,6 @@ bool get2dHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, 
             requestOf(MeasKind::Histo2d, target->device, acqTime, waitFinished, save, finished);
         request.HistoData = data;
         startMeasurement(target, request, deviceLookUp);
-        return true;
     });
 }
 

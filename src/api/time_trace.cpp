@@ -8,7 +8,7 @@ using namespace Tessel;
 bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, uint8_t save, uint32_t *data,
                   uint64_t *firstBin, uint8_t *finished)
 {
-    return guarded("getTimeTrace", true, [&] {
+    return guardedStart("getTimeTrace", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API getTimeTrace {} {} {} @{}", acqTime,
@@ -18,7 +18,6 @@ bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, ui
         request.HistoData = data;
         request.TraceFirstBin = firstBin;
         startMeasurement(target, request, deviceLookUp);
-        return true;
     });
 }
 

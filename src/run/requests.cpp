@@ -58,10 +58,10 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
 {
     MeasContext &context = target->context;
     std::lock_guard oneStart(context.StartLock);
-    auto run = makeRun(target, request, devices);
     writeFinished(request.FinishedFlag, 0);
-    const bool free = endRun(target);
-    beginResult(*run);                      // after the end of the run before, which may have counted there
+    const bool free = endRun(target); // first: from here on nobody writes to the caller's arrays
+    auto run = makeRun(target, request, devices);
+    beginResult(*run);
     writeFinished(request.FinishedFlag, 0); // again: the run before may have had the same byte
     if (!free) {                            // the run that can't be stopped keeps the device
         endBeforeBegin(context, *run);
@@ -91,13 +91,8 @@ std::shared_ptr<Run> prepareAndStart(const DeviceRef &target, const RunRequest &
                                      const DeviceLookUp &devices)
 {
     const Start start(target->context);
-    try {
-        if (request.PrepareImports) prepareImportSources(target, devices);
-        return commonStart(target, request, devices);
-    } catch (...) { // no memory or no thread: who polls the byte goes on all the same
-        writeFinished(request.FinishedFlag, 1);
-        throw;
-    }
+    if (request.PrepareImports) prepareImportSources(target, devices);
+    return commonStart(target, request, devices);
 }
 
 } // namespace

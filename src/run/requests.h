@@ -8,8 +8,8 @@
 
 namespace Tessel {
 
-// Ends a live run, starts a new one, and waits for its end where the request says so. The finished byte is
-// written in every case.
+// Ends a live run, starts a new one, and waits for its end where the request says so. What it throws, it throws
+// before a run has begun; the caller then writes the finished byte.
 void startMeasurement(const DeviceRef &target, const RunRequest &request, const DeviceLookUp &devices);
 
 // What all measurements ask for alike. A run without an acquisition time on an instrument is never waited for.

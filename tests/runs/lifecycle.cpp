@@ -9,6 +9,7 @@
 
 #include <array>
 #include <filesystem>
+#include <functional>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -119,16 +120,61 @@ TEST(Lifecycle, EndsOfTheDeviceEndItsRun)
     }
 }
 
-TEST(Lifecycle, ARunOnNoDeviceIsOverAtOnce)
+// Whatever was set up before: of the host's memory, the finished byte is written, and a count of 0.
+TEST(Lifecycle, ARunOnNoDeviceIsOverAtOnceAndWritesNothing)
 {
     Host host;
-    Counts counts(rows, columns);
-    Finished finished;
-    EXPECT_TRUE(getHistogram(u"no such device", 0, 1, 0, counts.data.data(), finished.get()));
-    EXPECT_TRUE(finished.isSet());
-    EXPECT_EQ(host.logged("ERR Device: Can't do a measurement on a invalid device! @"), 1u);
-    EXPECT_EQ(counts.at(0, 0), 0xDEADBEEF);
-    EXPECT_TRUE(stopMeasure(u"no such device"));
+    ASSERT_FALSE(host.open(writeT3(host, 1000)).empty());
+    std::vector<uint64_t> memory(1 << 20,
+                                 0xDEADBEEFDEADBEEF); // more than any result with the initial parameters
+    const auto before = memory;
+    auto *words = reinterpret_cast<uint32_t *>(memory.data());
+    auto *bytes = reinterpret_cast<uint8_t *>(memory.data());
+    auto *reals = reinterpret_cast<double *>(memory.data());
+    const auto id = u"no such device";
+    struct Call
+    {
+        const char *name;
+        std::function<bool(uint64_t *count, uint8_t *finished)> call;
+        bool counts = false, ends = true;
+    };
+    const Call calls[] = {
+        {"histogram", [&](auto, auto end) { return getHistogram(id, 0, 1, 0, words, end); }},
+        {"2d", [&](auto, auto end) { return get2dHistogram(id, 0, 1, 0, words, end); }},
+        {"trace", [&](auto, auto end) { return getTimeTrace(id, 0, 1, 0, words, memory.data() + 99, end); }},
+        {"g2", [&](auto, auto end) { return getCorrelation(id, 0, 1, 0, reals, reals + 9, end); }},
+        {"fcs set", [&](auto count, auto) { return setFCSParams(id, 1, 2, count, 1e4, 1e9, 40); }, true, false},
+        {"fcs", [&](auto, auto end) { return getCorrelation(id, 0, 1, 0, reals, reals + 9, end); }},
+        {"ffcs set", [&](auto count, auto) { return setFFCSParams(id, 1, 2, count, 1e4, 1e9, 9); }, true,
+         false},
+        {"raw", [&](auto count, auto end) { return rawMeasure(id, 0, 1, 0, words, count, 99, end); }, true},
+        {"raw block", [&](auto, auto end) { return rawStartBlock(id, 0, 0, words, 99, end); }},
+        {"raw get", [&](auto count, auto) { return rawGetBlock(id, words, count); }, true, false},
+        {"uf",
+         [&](auto count, auto end) { return ufMeasure(id, 0, 1, 0, memory.data(), bytes, count, 9, end); },
+         true},
+        {"uf block", [&](auto, auto end) { return ufStartBlock(id, 0, 0, memory.data(), bytes, 9, end); }},
+        {"uf get", [&](auto count, auto) { return ufGetBlock(id, memory.data(), bytes, count); }, true, false},
+        {"export", [&](auto, auto end) { return exportStreamMeasure(id, 0, 1, 0, end); }},
+        {"rates", [&](auto, auto) { return getMCountRates(id, 0, words) || true; }, false, false},
+        {"count rates",
+         [&](auto, auto) { return getCountRates(nullptr, reinterpret_cast<int32_t *>(words)) == 0; }, false,
+         false},
+    };
+    uint64_t runs = 0;
+    for (const Call &given : calls) {
+        SCOPED_TRACE(given.name);
+        uint64_t count = 77;
+        uint8_t finished = 5;
+        addMCountRate(id, 1000);
+        EXPECT_TRUE(given.call(&count, &finished));
+        EXPECT_EQ(finished, given.ends ? 1 : 5);
+        EXPECT_EQ(count, given.counts ? 0u : 77u);
+        EXPECT_TRUE(memory == before);
+        runs += given.ends;
+    }
+    EXPECT_EQ(host.logged("ERR Device: Can't do a measurement on a invalid device! @"), runs);
+    EXPECT_TRUE(stopMeasure(id));
     EXPECT_EQ(getNumAllChans(nullptr), 0);
     EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, nullptr, nullptr)); // no memory of the caller at all
 }
