@@ -2,7 +2,6 @@
 #include "config/device_json.h"
 #include "datafiles/file_device.h"
 #include "devices/primitives.h"
-#include "log/text.h"
 #include "manipulators/chain.h"
 #include "run/end_run.h"
 #include "session/instruments.h"
@@ -47,12 +46,12 @@ void resetNoDevice()
 
 void start(const std::string &iniPath)
 {
-    if (!allDevices().empty()) restart();
+    if (deviceCount() > 0) restart();
     endRun(noDevice()); // settings don't change under a run
     loadSettingsIni(iniPath);
     startLog(settings().LogFile, settings().LogConsole, logFolder(), programName, versionString());
     loadSettingsIni(iniPath); // again: now its trace is kept
-    traceApi(fmt::format("API loadSettingsIni {}", visible(iniPath)));
+    traceApi(fmt::format("API loadSettingsIni {}", iniPath));
     traceApi(fmt::format("Init {}", versionString()));
     resetNoDevice();
 }
@@ -105,7 +104,7 @@ bool getDevice(char *id)
 {
     return guarded("getDevice", false, [&] {
         std::string wanted(textOf(id));
-        traceApi(fmt::format("API getDevice \"{}\"", visible(wanted)));
+        traceApi(fmt::format("API getDevice \"{}\"", wanted));
         DeviceRef chosen = pickDevice(wanted);
         makeCurrent(chosen);
         if (chosen == noDevice()) return false;
@@ -132,7 +131,7 @@ bool tessel_openFile(const char *path, char *id, uint64_t capacity)
     return guarded("tessel_openFile", false, [&] {
         const DeviceRef opened = openFile(textOf(path), id ? capacity : UINT64_MAX);
         if (opened == noDevice()) return false;
-        traceApi(fmt::format("API tessel_openFile \"{}\"", visible(opened->device.ID)));
+        traceApi(fmt::format("API tessel_openFile \"{}\"", opened->device.ID));
         copyText(opened->device.ID, id);
         return true;
     });

@@ -13,6 +13,21 @@
 
 namespace Tessel {
 
+namespace {
+
+using Stages = std::vector<std::shared_ptr<Manipulator>>;
+
+Stages withStage(const Stages &chain, std::shared_ptr<Manipulator> record)
+{
+    Stages longer;
+    longer.reserve(chain.size() + 1);
+    longer = chain;
+    longer.push_back(std::move(record));
+    return longer;
+}
+
+} // namespace
+
 ChainLocks::ChainLocks(MeasContext &locked) : context(locked)
 {
     context.PipelineLock.lock();
@@ -30,16 +45,15 @@ ChainLocks::~ChainLocks()
 
 void ChainLocks::append(std::shared_ptr<Manipulator> record)
 {
+    extend(withStage(context.Manis, std::move(record)));
+}
+
+void ChainLocks::extend(std::vector<std::shared_ptr<Manipulator>> longer) noexcept
+{
     context.ManisLock.unlock(); // it comes after the records' locks
-    record->Lock.lock();
+    longer.back()->Lock.lock();
     context.ManisLock.lock();
-    Manipulator &appended = *record;
-    try {
-        context.Manis.push_back(std::move(record));
-    } catch (...) {
-        appended.Lock.unlock();
-        throw;
-    }
+    context.Manis.swap(longer);
 }
 
 void ChainLocks::remove(const std::shared_ptr<Manipulator> &record)
@@ -85,6 +99,12 @@ std::vector<std::shared_ptr<Manipulator>> chainOf(MeasContext &context)
     return context.Manis;
 }
 
+size_t chainLength(MeasContext &context)
+{
+    std::lock_guard lock(context.PipelineLock);
+    return context.Manis.size();
+}
+
 std::shared_ptr<Manipulator> recordAt(MeasContext &context, size_t index)
 {
     std::lock_guard lock(context.PipelineLock);
@@ -95,9 +115,7 @@ void failPass(const StageRef &stage, const char *why) noexcept
 {
     auto run = stage.run ? stage.run : currentRun(stage.context);
     if (run && isMeasuring(*run)) abortRun(stage.context, *run);
-    tryToLog([&] {
-        logErr(LogCategory::General, "Device: {} failed: {} @{}", stage.record->Name, why, stage.device.ID);
-    });
+    logErr(LogCategory::General, "Device: {} failed: {} @{}", stage.record->Name, why, stage.device.ID);
 }
 
 namespace {
@@ -128,32 +146,29 @@ uint64_t numberInName(const Device &device, const MeasContext &context, const Ma
 bool addStage(ChainLocks &locks, const DeviceRef &target, std::shared_ptr<Manipulator> record,
               std::string_view nameFormat, std::function<void(StageRef)> threadFunction)
 {
-    Device &device = target->device;
-    const auto &chain = target->context.Manis;
-    record->Index = static_cast<int32_t>(chain.size());
-    record->Name = fmt::format(fmt::runtime(nameFormat), numberInName(device, target->context, *record));
+    const Device &device = target->device;
+    MeasContext &context = target->context;
+    record->Index = static_cast<int32_t>(context.Manis.size());
+    record->Name = fmt::format(fmt::runtime(nameFormat), numberInName(device, context, *record));
     record->HighWater = streamRecords() / 4;
-    if (target->context.Closed) {
+    if (context.Closed) {
         logErr(LogCategory::General, "Config: the device is closed, {} is not added @{}", record->Name,
                device.ID);
         return false;
     }
-    locks.append(record);
-    if (channelsMade(device, chain) > maxChannels) {
+    Stages longer = withStage(context.Manis, record);
+    if (channelsMade(device, longer) > maxChannels) {
         logErr(LogCategory::General, "Config: more than {} channels, {} is not added @{}", maxChannels,
                record->Name, device.ID);
-        locks.remove(record);
         return false;
     }
+    Numbering numbering = numberingOf(device, context, longer);
     StageRef stage{target, record};
-    try {
-        record->Thread = std::thread(
-            [stage, threadFunction = std::move(threadFunction)] { runStageThread(stage, threadFunction); });
-    } catch (...) {
-        locks.remove(record); // without its thread it would hold up every run
-        throw;
-    }
-    rearrange(device, target->context);
+    record->Thread = std::thread( // it waits for PipelineLock
+        [stage, threadFunction = std::move(threadFunction)] { runStageThread(stage, threadFunction); });
+    // From here on nothing can fail.
+    locks.extend(std::move(longer));
+    renumber(context, std::move(numbering));
     return true;
 }
 
@@ -186,8 +201,7 @@ namespace {
 
 void logStage(std::string_view format, const Manipulator &record, const Device &device) noexcept
 {
-    if (!LogLevel.Manipulators) return;
-    tryToLog([&] { logInf(LogCategory::Progress, fmt::runtime(format), record.Name, device.ID); });
+    if (LogLevel.Manipulators) logInf(LogCategory::Progress, fmt::runtime(format), record.Name, device.ID);
 }
 
 // Without arrays a store drops what is written to it, so nobody waits for room in it.
@@ -225,10 +239,8 @@ void stopLatecomers(const DeviceRef &target, const std::function<void(Manipulato
 void stopManipulators(const DeviceRef &target, bool exit, const std::function<void(Manipulator &)> &wait)
 {
     if (LogLevel.Manipulators)
-        tryToLog([&] {
-            logInf(LogCategory::Progress, "stop manipulators {} @{}", chainOf(target->context).size(),
-                   target->device.ID);
-        });
+        logInf(LogCategory::Progress, "stop manipulators {} @{}", chainLength(target->context),
+               target->device.ID);
     for (size_t i = 0; auto record = recordAt(target->context, i); ++i)
         if (record->Type != ManisType::Store) stopStage(target, *record, exit, wait);
 }
@@ -258,9 +270,7 @@ void endStage(const DeviceRef &target, Manipulator &record)
         if (record.Thread.joinable()) record.Thread.join();
         logStage("joined manipulator: {} @{}", record, target->device);
     } else {
-        tryToLog([&] {
-            logErr(LogCategory::General, "Could not stop Mainpulator: {} @{}", record.Name, target->device.ID);
-        });
+        logErr(LogCategory::General, "Could not stop Mainpulator: {} @{}", record.Name, target->device.ID);
         partFrom(record.Thread, record);
     }
     releaseStore(record); // also where the stage goes on: who writes to it isn't to wait for it
@@ -297,18 +307,31 @@ private:
 
 } // namespace
 
+namespace {
+
+// The last stage that was asked to end its thread; null: none. A stage that is added meanwhile isn't one.
+std::shared_ptr<Manipulator> lastLeaving(MeasContext &context)
+{
+    std::lock_guard lock(context.PipelineLock);
+    for (size_t i = context.Manis.size(); i-- > 0;)
+        if (context.Manis[i]->ExitFlag) return context.Manis[i];
+    return nullptr;
+}
+
+} // namespace
+
 void removeStages(const DeviceRef &target)
 {
     MeasContext &context = target->context;
     const Removal removal(context);
     std::lock_guard oneEnd(context.EndLock);
-    auto chain = chainOf(context);
-    std::erase_if(chain, [](const auto &record) { return record->Type == ManisType::Store; }); // the run's
-    for (const auto &record : chain) askToStop(context, *record, true);                        // all at once
-    for (auto record = chain.rbegin(); record != chain.rend(); ++record) {
-        endStage(target, **record);
+    for (size_t i = 0; auto record = recordAt(context, i); ++i)
+        if (record->Type != ManisType::Store)
+            askToStop(context, *record, true); // all at once; Store is the run's
+    while (auto record = lastLeaving(context)) {
+        endStage(target, *record);
         ChainLocks locks(context);
-        locks.remove(*record);
+        locks.remove(record);
         linkRecords(context.Manis);
     }
 }

@@ -13,8 +13,7 @@
 namespace Tessel {
 
 // All locks of a chain: PipelineLock, every stage's Lock in chain order, ManisLock. Whoever holds them changes
-// the chain by `append` and `remove` alone, so that every stage in it is locked. Allocates nothing but room for
-// a stage that is appended.
+// the chain by these functions alone, so that every stage in it is locked. Only `append` allocates.
 class ChainLocks
 {
 public:
@@ -23,7 +22,9 @@ public:
     ChainLocks(const ChainLocks &) = delete;
     ChainLocks &operator=(const ChainLocks &) = delete;
 
-    void append(std::shared_ptr<Manipulator> record);
+    void append(std::shared_ptr<Manipulator> record); // all or nothing
+    // Takes a copy of the chain that has a stage more at its end.
+    void extend(std::vector<std::shared_ptr<Manipulator>> longer) noexcept;
     void remove(const std::shared_ptr<Manipulator> &record);
 
 private:
@@ -64,7 +65,8 @@ std::unique_lock<std::mutex> lockOwn(MeasContext &context, const std::shared_ptr
 
 // The stages as they are now.
 std::vector<std::shared_ptr<Manipulator>> chainOf(MeasContext &context);
-// One of them; null where there is none. Allocates nothing.
+// How many there are, and one of them, null where there is none. These allocate nothing.
+size_t chainLength(MeasContext &context);
 std::shared_ptr<Manipulator> recordAt(MeasContext &context, size_t index);
 
 // The number of channels as a host gets it. Each stage that is ended takes one off, whatever it made, so it can
@@ -76,13 +78,14 @@ uint64_t numAllChans(const Device &device, const MeasContext &context);
 // A stage has failed in a run: aborts the run and logs it. No lock is held.
 void failPass(const StageRef &stage, const char *why) noexcept;
 
-// Numbers channels and links stages anew, and moves the result of a live run if it has to grow. Every lock of
-// the chain is held.
+// Numbers channels and links stages anew, and moves the result of a live run if it has to grow: all or nothing.
+// Every lock of the chain is held.
 void rearrange(Device &device, MeasContext &context);
 
 // Appends a stage, which has its type and parameters, and starts its thread; every lock of the chain is held.
 // `nameFormat` takes the number of rows before the stage; for CountRate and SubStream, inputs + sync + stages
-// before it. False, with an error in the log, if the stream would have too many channels.
+// before it. False, with an error in the log, if the stream would have too many channels. All or nothing: what
+// it throws, it throws before the chain has changed.
 bool addStage(ChainLocks &locks, const DeviceRef &target, std::shared_ptr<Manipulator> record,
               std::string_view nameFormat, std::function<void(StageRef)> threadFunction);
 
@@ -102,7 +105,7 @@ void waitLeft(Manipulator &record);
 // Ends the thread of one stage. The stage keeps its place, and the chain isn't rearranged.
 void endStage(const DeviceRef &target, uint32_t index);
 
-// Ends and removes all stages. A live run goes on without them.
+// Ends and removes all stages. A live run goes on without them. Allocates nothing.
 void removeStages(const DeviceRef &target);
 
 } // namespace Tessel

@@ -40,40 +40,34 @@ uint64_t newChannels(const Manipulator &record)
 }
 
 // A CountRate has a rate for each channel that it sees. Rates of channels that stay are kept.
-void followRates(Manipulator &record, int32_t oldIndex, uint64_t next, int32_t numChans)
+void followRates(StageNumbers &numbers, const Manipulator &record, uint64_t next, int32_t numChans)
 {
-    auto chansAhead = static_cast<int32_t>(next) - numChans - 1;
-    if (record.Params2.empty() || record.Params2[0] > chansAhead) record.Params2 = {chansAhead};
-    if (!record.Rates.empty()) {
-        auto kept =
-            static_cast<size_t>(std::clamp<int64_t>(int64_t{oldIndex} + numChans + 1, 0, int64_t(next)));
-        record.Rates.resize(std::min(kept, record.Rates.size()));
-        record.Rates.resize(next, 0.0f);
-    }
-    if (record.Params2[0] < chansAhead) record.Params2 = {chansAhead};
+    numbers.Params2 = {static_cast<int32_t>(next) - numChans - 1};
+    if (record.Rates.empty()) return;
+    const auto kept =
+        static_cast<size_t>(std::clamp<int64_t>(int64_t{record.Index} + numChans + 1, 0, int64_t(next)));
+    numbers.Rates.assign(next, 0.0f);
+    std::copy_n(record.Rates.begin(), std::min(kept, record.Rates.size()), numbers.Rates.begin());
 }
 
-void numberChannels(Manipulator &record, int32_t oldIndex, uint64_t &next, int32_t numChans)
+StageNumbers numbersOf(const Manipulator &record, uint64_t &next, int32_t numChans)
 {
-    record.OutChans.clear();
-    if (record.Type == ManisType::CountRate) followRates(record, oldIndex, next, numChans);
+    StageNumbers numbers;
+    if (record.Type == ManisType::CountRate) followRates(numbers, record, next, numChans);
     if (record.Type == ManisType::Herald && !record.KeepFlag && !record.InChans.empty())
-        record.OutChans.assign(record.InChans.begin() + 1, record.InChans.end());
+        numbers.OutChans.assign(record.InChans.begin() + 1, record.InChans.end());
     for (uint64_t left = newChannels(record); left > 0; --left)
-        record.OutChans.push_back(static_cast<uint8_t>(next++));
+        numbers.OutChans.push_back(static_cast<uint8_t>(next++));
+    return numbers;
 }
 
-// A stage that was added during a run made rows for which the caller's array has no room: the counts move to an
-// array of the run, and the caller's stays as it is. ManisLock is held.
-void moveCounts(MeasContext &context, uint64_t rows)
+// The run whose counts a stage that was added under way leaves without room; null: none. ManisLock is held.
+std::shared_ptr<Run> runWithoutRoom(MeasContext &context, uint64_t rows)
 {
     auto run = currentRun(context);
-    if (!run || !isMeasuring(*run) || !run->ChannelRows) return;
-    CountArray &counts = *run->ChannelRows;
-    if (counts.Columns == 0 || rows == counts.Rows) return;
-    counts.Moved.assign(rows * counts.Columns, 0);
-    counts.Data = counts.Moved.data();
-    counts.Rows = rows;
+    if (!run || !isMeasuring(*run) || !run->ChannelRows) return nullptr;
+    const CountArray &counts = *run->ChannelRows;
+    return counts.Columns == 0 || rows == counts.Rows ? nullptr : run;
 }
 
 } // namespace
@@ -102,14 +96,42 @@ uint64_t channelsMade(const Device &device, const std::vector<std::shared_ptr<Ma
     return made;
 }
 
-void rearrange(Device &device, MeasContext &context)
+Numbering numberingOf(const Device &device, MeasContext &context,
+                      const std::vector<std::shared_ptr<Manipulator>> &chain)
 {
     if (LogLevel.Manipulators) logInf(LogCategory::Progress, "rearrange manipulators @{}", device.ID);
-    uint64_t next = static_cast<uint64_t>(device.NumChans) + 1;
-    for (const auto &record : context.Manis) numberChannels(*record, record->Index, next, device.NumChans);
+    Numbering numbering{.Inputs = static_cast<uint64_t>(device.NumChans) + 1};
+    numbering.Channels = numbering.Inputs;
+    numbering.Stages.reserve(chain.size());
+    for (const auto &record : chain)
+        numbering.Stages.push_back(numbersOf(*record, numbering.Channels, device.NumChans));
+    numbering.Grown = runWithoutRoom(context, numbering.Channels);
+    if (numbering.Grown) numbering.Counts.assign(numbering.Channels * numbering.Grown->ChannelRows->Columns, 0);
+    return numbering;
+}
+
+void renumber(MeasContext &context, Numbering numbering) noexcept
+{
+    for (size_t i = 0; i < context.Manis.size(); ++i) {
+        Manipulator &record = *context.Manis[i];
+        StageNumbers &numbers = numbering.Stages[i];
+        record.OutChans.swap(numbers.OutChans);
+        if (record.Type != ManisType::CountRate) continue;
+        record.Params2.swap(numbers.Params2);
+        record.Rates.swap(numbers.Rates);
+    }
     linkRecords(context.Manis);
-    context.ManisChans = next - static_cast<uint64_t>(device.NumChans) - 1;
-    moveCounts(context, next);
+    context.ManisChans = numbering.Channels - numbering.Inputs;
+    if (!numbering.Grown) return;
+    CountArray &counts = *numbering.Grown->ChannelRows;
+    counts.Moved.swap(numbering.Counts);
+    counts.Data = counts.Moved.data();
+    counts.Rows = numbering.Channels;
+}
+
+void rearrange(Device &device, MeasContext &context)
+{
+    renumber(context, numberingOf(device, context, context.Manis));
 }
 
 } // namespace Tessel

@@ -87,6 +87,18 @@ inline std::shared_ptr<Run> openRun(const StageRef &stage)
     return isOpen ? run : nullptr;
 }
 
+// A stage that has no memory to look doesn't enter: it ends this run, and waits for the next.
+template <class State>
+bool looksReady(State &state, const StageRef &stage) noexcept
+{
+    try {
+        return isReady(state, stage);
+    } catch (const std::exception &failure) {
+        failPass(stage, failure.what());
+        return false;
+    }
+}
+
 // False: the thread is to end. A stage enters a run at most once, and under its own lock, so that whoever asks
 // it to stop knows whether it has entered.
 template <class State>
@@ -105,7 +117,7 @@ bool waitForRun(State &state, StageRef &stage)
             return true;
         }
         own.unlock();
-        if constexpr (uses<State, Hook::Ready>) readyFor = isReady(state, stage) ? stage.run : nullptr;
+        if constexpr (uses<State, Hook::Ready>) readyFor = looksReady(state, stage) ? stage.run : nullptr;
         if (readyFor) continue;
         own.lock();
         record.Changed.wait_for(own, Pace::importSearch, [&record] { return record.ExitFlag.load(); });

@@ -2,8 +2,11 @@
 
 #include "log/log.h"
 #include "manipulators/chain.h"
+#include "manipulators/numbering.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
+
+#include <new>
 
 namespace Tessel {
 
@@ -39,6 +42,8 @@ std::shared_ptr<Manipulator> addManisStore(const DeviceRef &target, const Run &r
     record->StartedFlag = run.Request.Kind == MeasKind::Raw; // nobody reads it
     {
         ChainLocks locks(context);
+        for (const auto &stage : context.Manis) // also one that was added since the others got theirs
+            if (!hasArrays(stage->Events) && !allocate(stage->Events, streamRecords())) throw std::bad_alloc();
         record->Index = record->ChainIndex = static_cast<int32_t>(context.Manis.size());
         record->NextIndex = record->Index + 1;
         locks.append(record);
@@ -56,9 +61,7 @@ void tellStoreGoes(const DeviceRef &target)
 {
     if (!LogLevel.Manipulators) return;
     if (auto record = lockLast(target->context).record)
-        tryToLog([&] {
-            logInf(LogCategory::Progress, "RemManisStore {} @{}", record->Index.load(), target->device.ID);
-        });
+        logInf(LogCategory::Progress, "RemManisStore {} @{}", record->Index.load(), target->device.ID);
 }
 
 void removeManisStore(const DeviceRef &target)
@@ -68,9 +71,8 @@ void removeManisStore(const DeviceRef &target)
     if (!record) return;
     ChainLocks locks(context);
     release(record->Events);
-    const bool wasLast = context.Manis.back() == record;
     locks.remove(record);
-    if (!wasLast) rearrange(target->device, context); // a stage came during the run
+    linkRecords(context.Manis); // a stage may have come after it
 }
 
 } // namespace Tessel

@@ -10,7 +10,7 @@ namespace Tessel {
 // Clears the flags of every stage and gives it its memory. False: there is none.
 bool allocateManipulators(const DeviceRef &target);
 
-// Appends the Store, without memory yet.
+// Appends the Store, without memory yet. Every stage before it has its own.
 std::shared_ptr<Manipulator> addManisStore(const DeviceRef &target, const Run &run);
 
 // Gives the Store its memory. False: there is none.
@@ -19,7 +19,7 @@ bool allocateFinalStore(const DeviceRef &target);
 // Logs that the Store goes.
 void tellStoreGoes(const DeviceRef &target);
 
-// Takes the Store off the chain. Nobody reads or writes it any more.
+// Takes the Store off the chain. Nobody reads or writes it any more. Allocates nothing.
 void removeManisStore(const DeviceRef &target);
 
 } // namespace Tessel

@@ -18,7 +18,7 @@ namespace Tessel {
 void failRun(const RunRef &ref, const char *what, const char *why) noexcept
 {
     abortRun(ref.context, *ref.run);
-    tryToLog([&] { logErr(LogCategory::General, "Device: {} failed: {} @{}", what, why, ref.device.ID); });
+    logErr(LogCategory::General, "Device: {} failed: {} @{}", what, why, ref.device.ID);
 }
 
 void joinWatched(RunRef &ref, std::thread &thread, const std::atomic<bool> &done)
@@ -113,7 +113,7 @@ void endMeasurement(RunRef &ref)
     run.PublishingEnds = true;
     wake(run.Control);
     joinWatched(ref, run.CopyStore, run.CopyStoreDone); // it may wait for the host
-    attempt(ref, [&ref] { removeManisStore(ref.target); });
+    removeManisStore(ref.target);
     advance(ref.context, run, RunPhase::Closed);
     stopLatecomers(ref.target, [&ref](Manipulator &record) { waitUntilLeft(ref, record); });
 }

@@ -3,7 +3,6 @@
 #include "datafiles/file_device.h"
 #include "devices/primitives.h"
 #include "log/log.h"
-#include "log/text.h"
 #include "manipulators/chain.h"
 #include "run/end_run.h"
 #include "session/instruments.h"
@@ -53,8 +52,7 @@ DeviceRef openFile(std::string_view path, uint64_t largestId)
     auto opened = std::make_shared<DeviceEntry>();
     if (!readTgxFile(path, opened->device, opened->context)) return noDevice();
     if (opened->device.ID.size() >= largestId) {
-        logErr(LogCategory::General, "File: the id {} has no room in {} bytes", visible(opened->device.ID),
-               largestId);
+        logErr(LogCategory::General, "File: the id {} has no room in {} bytes", opened->device.ID, largestId);
         return noDevice();
     }
     addDevice(opened);
@@ -112,7 +110,7 @@ void closeFile(const DeviceRef &target, bool isFree)
     device.IsInitialized = false;
     if (LogLevel.Device)
         logDev(LogCategory::Progress, "Close File Device: {} {} {} @{}", device.TableIndex.load(),
-               visible(device.FileDevicePath), static_cast<int32_t>(device.DeviceType), device.ID);
+               device.FileDevicePath, static_cast<int32_t>(device.DeviceType), device.ID);
     if (isFree) stopManipulators(target, true, waitLeft);
     removeStages(target);
     removeDevice(target);
@@ -144,10 +142,11 @@ void closeDevice(const DeviceRef &target)
 void closeDevices()
 {
     traceCloseDevices();
-    auto devices = allDevices();
-    for (const DeviceRef &target : devices)
-        if (auto run = liveRun(target->context)) requestStop(*run);
-    for (auto target = devices.rbegin(); target != devices.rend(); ++target) closeDevice(*target);
+    size_t left = deviceCount();
+    for (size_t i = 0; i < left; ++i)
+        if (auto run = liveRun(deviceAt(i)->context)) requestStop(*run);
+    while (left-- > 0)
+        if (const DeviceRef target = deviceAt(left); target != noDevice()) closeDevice(target);
 }
 
 namespace {

@@ -68,6 +68,20 @@ std::vector<DeviceRef> allDevices()
     return lib.Table;
 }
 
+size_t deviceCount()
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    return lib.Table.size();
+}
+
+DeviceRef deviceAt(size_t index)
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    return index < lib.Table.size() ? lib.Table[index] : lib.None;
+}
+
 void addDevice(const DeviceRef &device)
 {
     Library &lib = library();

@@ -25,6 +25,10 @@ DeviceRef findDevice(std::string_view id);
 // All devices, in table order.
 std::vector<DeviceRef> allDevices();
 
+// How many there are, and one of them; noDevice() after the last. These allocate nothing.
+size_t deviceCount();
+DeviceRef deviceAt(size_t index);
+
 // Appends a device and makes it the current one: all or nothing.
 void addDevice(const DeviceRef &device);
 // Appends an instrument. The current device stays.

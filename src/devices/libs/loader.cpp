@@ -2,7 +2,6 @@
 
 #include "devices/libs/all.h"
 #include "log/log.h"
-#include "log/text.h"
 
 #include <cstdlib>
 #include <dlfcn.h>
