@@ -304,8 +304,8 @@ TESSEL_API uint8_t waitNewData(const char16_t *id);
  *          Any other mode only stores `wait`.
  *   wait   1: after each step the run stands still until gotNewData(). 0: the next step begins at once, and the
  *          result of the step is gone; so a host that wants every step says 1.
- * With `wait` 1 a measurement call that blocks (`waitFinished` 1) returns only when another thread confirms each
- * step with gotNewData(), or stops the run. */
+ * With `wait` 1 a measurement call that blocks (`waitFinished` 1) returns only when another thread confirms
+ * each step with gotNewData(), or stops the run. */
 TESSEL_API void setSequenceMode(int32_t mode, uint8_t wait, double value);
 
 /* Rates of the current device in counts per second: of the sync to `syncRate`, of each input to `rates` (as
