@@ -98,7 +98,7 @@ void readInput(JsonNode &node, InputDescription &input, int number)
     readPositive(node, "delayPs", input.DelayPs, 1e9);
 }
 
-// An empty array or a number of channels both say how many there are; keys of `input` hold for all.
+// The keys of `input` hold for all channels, those of `inputs` for one after the other.
 void readInputs(JsonNode &node, std::vector<InputDescription> &inputs)
 {
     auto count = static_cast<int>(inputs.size());

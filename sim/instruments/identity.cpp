@@ -15,7 +15,7 @@ struct Warning
 constexpr Warning warnings[] = {{1, "The sync rate is 0."},
                                 {2, "The sync rate is below 100 per second."},
                                 {4, "An enabled input counts nothing."},
-                                {8, "An input counts more than a hundredth of the sync rate."},
+                                {8, "An input counts more than a twentieth of the sync rate."},
                                 {16, "An input has an offset."}};
 
 int32_t inputWarnings(const Instrument &instrument)
@@ -26,7 +26,7 @@ int32_t inputWarnings(const Instrument &instrument)
         const InputSettings &input = instrument.Settings.Inputs[i];
         const double rate = inputRate(instrument, i);
         if (input.IsEnabled && rate < 1) found |= 4;
-        if (instrument.Mode != 2 && rate > 0.01 * sync && sync > 0) found |= 8;
+        if (instrument.Mode != 2 && rate > sync / 20 && sync > 0) found |= 8;
         if (input.OffsetPs != 0) found |= 16;
     }
     return found;
