@@ -15,11 +15,21 @@ constexpr int32_t longestMs = 360000000;
 constexpr int mostWindows = 4096; // that one call works off; the rest waits for the next one
 constexpr int freeWindows = 64;   // that pass at a call which reads nothing, where the pace is free
 constexpr double psPerSecond = 1e12;
+constexpr double mostWorkS = 0.05;
 enum Flag : int32_t { FlagOverflow = 1, FlagFifoFull = 2, FlagSyncLost = 4, FlagActive = 32 };
 
-double secondsSince(Clock::time_point start)
+double secondsBetween(Clock::time_point from, Clock::time_point to)
 {
-    return std::chrono::duration<double>(Clock::now() - start).count();
+    return std::chrono::duration<double>(to - from).count();
+}
+
+// The time that working off took passes for the instrument too, unless it can't follow: then it falls behind,
+// and doesn't fill its own FIFO.
+double countedWork(const Instrument &instrument)
+{
+    const Measurement &run = *instrument.Run;
+    const bool follows = wordsWaiting(run.Recorder.Fifo) < factsOf(instrument).ReadRecords / 2;
+    return follows ? std::min(run.WorkS, mostWorkS) : 0;
 }
 
 // Works off the time since the last call.
@@ -28,8 +38,13 @@ void letTimePass(Instrument &instrument)
     Measurement &run = *instrument.Run;
     const double pace = instrument.What.Pace;
     if (run.IsOver || pace == 0) return;
-    const double nowPs = secondsSince(run.StartedAt) * pace * psPerSecond - run.StartTimePs;
-    if (nowPs > 0) advanceTo(run, static_cast<uint64_t>(std::min(nowPs, 0x1p60)), SIZE_MAX, mostWindows);
+    const Clock::time_point now = Clock::now();
+    const double seconds = secondsBetween(run.LookedAt, now) + countedWork(instrument);
+    run.DuePs += seconds * pace * psPerSecond;
+    if (run.DuePs > 0)
+        advanceTo(run, static_cast<uint64_t>(std::min(run.DuePs, 0x1p60)), SIZE_MAX, mostWindows);
+    run.LookedAt = Clock::now();
+    run.WorkS = secondsBetween(now, run.LookedAt);
 }
 
 // Where the pace is free, histograms grow with each look at the timer.

@@ -176,10 +176,10 @@ void setControl(Measurement &m, const InstrumentDescription &instrument, int32_t
         m.GateToPs = static_cast<uint64_t>(signal.DelayPs + signal.LengthPs);
         break;
     case 2: // starts at the signal, ends by the timer
-    case 4: m.StartTimePs = signal.DelayPs; break;
+    case 4: m.DuePs = -signal.DelayPs; break;
     case 3: // starts with the signal and ends with it
     case 5:
-        m.StartTimePs = signal.DelayPs;
+        m.DuePs = -signal.DelayPs;
         m.EndPs = static_cast<uint64_t>(signal.LengthPs);
         break;
     default: m.EndPs = UINT64_MAX; // started and stopped by software
@@ -229,7 +229,6 @@ Measurement startMeasurement(const InstrumentDescription &instrument, const Sett
 {
     Measurement m;
     m.Number = number;
-    m.StartedAt = std::chrono::steady_clock::now();
     m.Sources = inputSources(instrument, number);
     m.Detection = makeDetection(instrument, settings, number);
     m.Recorder.Sync = syncClock(instrument, settings);
@@ -244,6 +243,7 @@ Measurement startMeasurement(const InstrumentDescription &instrument, const Sett
     setControl(m, instrument, settings.Control, acqTimeMs);
     applySettings(m, instrument, settings);
     m.WindowPs = static_cast<uint64_t>(windowPs(m));
+    m.LookedAt = std::chrono::steady_clock::now();
     return m;
 }
 

@@ -26,8 +26,9 @@ struct MarkerInput
 struct Measurement
 {
     uint64_t Number = 0; // of the instrument's measurements, from 0
-    std::chrono::steady_clock::time_point StartedAt;
-    double StartTimePs = 0; // wait for the control signal
+    double DuePs = 0;    // the time by the instrument's clock; negative: it waits for the control signal
+    double WorkS = 0;    // that the last look at the clock led to
+    std::chrono::steady_clock::time_point LookedAt; // end of that work
     uint64_t WindowPs = 0;
     uint64_t DonePs = 0;  // everything before is recorded
     uint64_t KnownPs = 0; // everything before has left Counted
