@@ -13,7 +13,7 @@
 
 namespace Tessel {
 
-struct IniKey
+struct IniEntry
 {
     std::string Name;
     std::string Value;
@@ -22,7 +22,7 @@ struct IniKey
 struct IniSection
 {
     std::string Name; // empty: keys above the first section line
-    std::vector<IniKey> Keys;
+    std::vector<IniEntry> Keys;
 };
 
 using IniText = std::vector<IniSection>;

@@ -110,7 +110,7 @@ constexpr KeyRule keyRules[] = {
     {"Params", "BufferSize", setBufferSize},
 };
 
-void actOn(std::string_view section, const IniKey &key)
+void actOn(std::string_view section, const IniEntry &key)
 {
     const auto *rule = std::find_if(std::begin(keyRules), std::end(keyRules), [&](const KeyRule &candidate) {
         return candidate.Section == section && candidate.Key == key.Name;
@@ -126,7 +126,7 @@ void walk(const IniText &text)
 {
     for (const IniSection &section : text) {
         if (LogLevel.IniTrace) logDeb(LogCategory::Progress, "INI Section {}", section.Name);
-        for (const IniKey &key : section.Keys) {
+        for (const IniEntry &key : section.Keys) {
             if (LogLevel.IniTrace) {
                 logDeb(LogCategory::Progress, "INI Key {}", key.Name);
                 logDeb(LogCategory::Progress, "INI entry: {} {} {}", section.Name, key.Name, key.Value);

@@ -22,7 +22,7 @@ std::string show(const std::optional<IniText> &text)
     std::string shown;
     for (const IniSection &section : *text) {
         shown += "[" + section.Name + "]";
-        for (const IniKey &key : section.Keys) shown += " " + key.Name + "=" + key.Value + ";";
+        for (const IniEntry &key : section.Keys) shown += " " + key.Name + "=" + key.Value + ";";
     }
     return shown;
 }
