@@ -279,8 +279,9 @@ TESSEL_API bool WRabbitGetTermOutput(const char16_t *id, char *text);
  * and then writes 1 to the caller's finished byte. A device has one run at a time: a new one first stops the
  * one before and waits for its end. */
 
-/* Asks the run on the device to stop and returns at once. What was read so far is still counted, unless nobody
- * takes it for five seconds. Always true. */
+/* Asks the run on the device to stop and returns at once. The run ends within a second: what was read so far is
+ * still counted, as far as the time goes, and the result is that of what was counted. A run with a block (raw,
+ * uf) goes on until all that was read is fetched, or nobody fetches for five seconds. Always true. */
 TESSEL_API bool stopMeasure(const char16_t *id);
 
 /* Sets every element of the device's result to 0, also while a run goes on; stages drop what they hold back.

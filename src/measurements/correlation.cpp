@@ -62,6 +62,7 @@ private:
         Run &state = *run.run;
         int64_t turnStart = monotonicNs(), blockStart = turnStart;
         for (uint64_t at = 0; at < batch.Count;) {
+            if (isTimeOver(state.Control)) drop(run, manis);
             const bool isAskedFor = isAborted(state) || state.ClearRequested;
             const uint64_t size = isAskedFor ? 1 : blockSize(batch.Count - at);
             const Step step = countBlock(run, timed(batch, at, size, time));
@@ -81,7 +82,8 @@ private:
     // Ends at a count at which the clock is looked at, if it reaches one.
     uint64_t blockSize(uint64_t left) const
     {
-        const uint64_t longest = std::min(longestBlock, left), toLook = eventsToLook - counted % eventsToLook;
+        const uint64_t longest = std::min({longestBlock, blockWithinReach(*result.Work), left}),
+                       toLook = eventsToLook - counted % eventsToLook;
         return toLook >= longest ? longest : toLook + (longest - toLook) / eventsToLook * eventsToLook;
     }
 
@@ -90,6 +92,13 @@ private:
     {
         if (tookNs > longBlockNs) longestBlock = std::max<uint64_t>(longestBlock / 2, 1);
         if (tookNs < longBlockNs / 4) longestBlock = std::min(longestBlock * 2, correlationBlock);
+    }
+
+    static void drop(RunRef &run, std::unique_lock<std::mutex> &manis)
+    {
+        manis.unlock();
+        dropRest(run);
+        manis.lock();
     }
 
     static void letOthers(RunRef &run, std::unique_lock<std::mutex> &manis)
@@ -185,6 +194,7 @@ bool checkCorrelation(const RunRef &run)
 bool makeRows(RunRef &run, Correlation &result)
 {
     result.Work = setUpCorrelation(run.run->Facts, run.run->Params.Correlation);
+    result.Work->Control = &run.run->Control;
     return true;
 }
 

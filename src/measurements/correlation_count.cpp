@@ -1,7 +1,9 @@
 // The event loops of the correlation.
 #include "measurements/correlation_count.h"
 
-#include <utility>
+#include "threads/run_control.h"
+
+#include <algorithm>
 
 namespace Tessel {
 
@@ -68,6 +70,11 @@ uint64_t walked(uint64_t cursor, uint64_t lag, const TimeRing &ring, uint64_t ti
     }
 }
 
+bool isAskedToEnd(const CorrelationWork &work)
+{
+    return work.Control && (work.Control->Aborted || isTimeOver(*work.Control));
+}
+
 } // namespace
 
 void scanLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time)
@@ -95,6 +102,8 @@ void walkLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t 
     auto &cursors = work.LagCursors[row];
     uint64_t *counts = work.Rows[row].get();
     for (size_t k = 0; k < work.Lags; ++k) {
+        // The first walk takes as many steps as there are lags and entries, multiplied.
+        if (k % 64 == 63 && isAskedToEnd(work)) return;
         cursors[k] = walked(cursors[k], work.Grid.Edges[k], ring, time);
         if (k > 0) counts[k - 1] += cursors[k] - cursors[k - 1];
     }
@@ -116,6 +125,19 @@ void countG2Events(CorrelationWork &work, const TimedEvents &events)
     for (uint64_t i = 0; i < events.Count; ++i)
         if (isCorrelated(work.Params, events.Channels[i]))
             countG2Event(work, correlated(work.Params, events.Times[i], events.Channels[i]), UINT64_MAX);
+}
+
+uint64_t blockWithinReach(const CorrelationWork &work)
+{
+    constexpr uint64_t steps = 10'000'000; // some ten milliseconds
+    const uint64_t entries = work.Rings[0].count() + work.Rings[1].count(), lags = 2 * work.Lags;
+    uint64_t stepsOfEvent = 0;
+    switch (work.Params.CorrMode) {
+    case CorrMode::G2: stepsOfEvent = entries / 50; break; // few of them are in reach of its window
+    case CorrMode::FCS: stepsOfEvent = std::min(entries, lags); break;
+    default: stepsOfEvent = lags; break;
+    }
+    return std::clamp<uint64_t>(steps / (stepsOfEvent + 1), 1, correlationBlock);
 }
 
 void countCorrelation(CorrelationWork &work, const TimedEvents &events)

@@ -20,6 +20,9 @@ struct TimedEvents
 // Block loops take this many events at a time.
 inline constexpr uint64_t correlationBlock = 8000;
 
+// How many events may be counted between two looks at what is asked of the run, whatever pairs they have.
+uint64_t blockWithinReach(const CorrelationWork &work);
+
 // At most correlationBlock events.
 void countCorrelation(CorrelationWork &work, const TimedEvents &events);
 

@@ -44,6 +44,7 @@ void setUpLags(CorrelationWork &work, const StreamFacts &facts)
     work.Lags = work.Grid.Edges.size();
     work.Gate = false;
     work.SearchLags = lagsForSearch(work);
+    if (work.Params.CorrMode == CorrMode::FCS) work.Bins = ageBins(work.SearchLags);
     for (auto &cursors : work.LagCursors) cursors.assign(work.SearchLags.size(), 0);
 }
 

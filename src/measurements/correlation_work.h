@@ -1,9 +1,11 @@
 // What a correlation counts with. Made for each run; guarded by ManisLock.
 #pragma once
 
+#include "measurements/age_bins.h"
 #include "measurements/lag_grid.h"
 #include "measurements/time_ring.h"
 #include "records/params.h"
+#include "records/run_control.h"
 
 #include <array>
 #include <cstdint>
@@ -22,6 +24,13 @@ inline constexpr uint32_t G2 = 0, FCS = 1, FFCS = 2;
 //   3 |                                          | CorrChan2 against ring 1: auto 2
 inline constexpr size_t corrRowCount = 4;
 
+// FCS: a row's pairs are counted one by one up to SearchLags[Bins], and by ranks beyond.
+struct PairSplit
+{
+    uint64_t Bins = 0;
+    uint64_t StartsLeft = 0; // until it is chosen anew
+};
+
 struct CorrelationWork
 {
     CorrelationParams Params; // as they were at the run's start
@@ -31,6 +40,8 @@ struct CorrelationWork
     // FCS: an age counts in bin k if it is beyond SearchLags[k] and not beyond SearchLags[k + 1]; empty where
     // the bins aren't contiguous. FFCS: the edges. Ascends.
     std::vector<uint64_t> SearchLags;
+    AgeBins Bins; // FCS: of SearchLags
+    std::array<PairSplit, corrRowCount> Splits;
     // FFCS: for each row and edge the ring's entries that are younger. FCS: for each row and lag about how many
     // aren't beyond it; only says where a search begins.
     std::array<std::vector<uint64_t>, corrRowCount> LagCursors;
@@ -39,6 +50,7 @@ struct CorrelationWork
     std::array<uint64_t, 2> FirstTime{}, LastTimes{}; // ps; first counted, last seen; 0: none
     bool Gate = true;                                 // FCS, FFCS: the longest lag has passed once
     std::array<std::vector<uint32_t>, 2> Seen; // of each event of a block: times of the other ring before it
+    const RunControl *Control = nullptr; // of the run; null: there is none
 };
 
 } // namespace Tessel

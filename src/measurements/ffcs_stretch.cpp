@@ -49,12 +49,12 @@ void countFfcsRow(CorrelationWork &work, const RowStretch &row)
     const std::vector<uint64_t> &lags = work.SearchLags;
     std::vector<uint64_t> &cursors = work.LagCursors[row.Row];
     const uint64_t *stops = row.Ring.Times.get();
-    std::vector<uint64_t> ranks = firstPlaces(row, stops, row.Ring.place(row.Ring.Head), lags, cursors);
+    std::vector<uint64_t> ranks = firstRanks(row, stops, row.Ring.place(row.Ring.Head), lags, cursors);
     std::vector<uint64_t> sums(lags.size());
     std::vector<RankTie> ties;
     rankSums({row.Starts, row.Count, stops, lags.data(), lags.size(), ranks.data(), sums.data()}, ties);
     resolveTies(row, ties, ranks, cursors, sums);
-    addDifferences(work, row.Row, sums);
+    addDifferences(work.Rows[row.Row].get(), sums);
 }
 
 } // namespace Tessel

@@ -57,12 +57,27 @@ void uncountSkipped(CorrelationWork &work, size_t row, const TimeRing &ring, uin
     }
 }
 
-// FCS of one event, by searching the ends of the bins from the newest time back. If a time of the ring is later
-// than the event, at which a scan ends, the scan itself counts.
+// The pairs of an event one by one, from the newest time back.
+void countBack(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time)
+{
+    const std::vector<uint64_t> &lags = work.SearchLags;
+    uint64_t *counts = work.Rows[row].get();
+    for (uint64_t n = ring.Tail; n > ring.visibleHead(); --n) {
+        const uint64_t countedAge = time - ring.ordered()[ring.place(n - 1)];
+        if (countedAge > lags.back()) return;
+        if (countedAge <= lags[0]) continue;
+        const uint64_t bin = binOf(work.Bins, lags.data(), countedAge);
+        if (bin > 0 || time - ring.time(n - 1) > lags[0]) ++counts[bin];
+    }
+}
+
+// FCS of one event: by its pairs, or by searching the ends of the bins from the newest time back, whichever are
+// fewer. If a time of the ring is later than the event, at which a scan ends, the scan itself counts.
 void searchLags(CorrelationWork &work, size_t row, const TimeRing &ring, uint64_t time)
 {
     const std::vector<uint64_t> &lags = work.SearchLags;
     if (lags.empty() || time < ring.Latest) return scanLags(work, row, ring, time);
+    if (ring.count() < work.Lags && !work.Bins.First.empty()) return countBack(work, row, ring, time);
     const uint64_t head = ring.visibleHead();
     uint64_t notBeyond = firstWithin(ring, head, ring.Tail, time, lags[0]);
     for (size_t k = 0; k < work.Lags; ++k) {

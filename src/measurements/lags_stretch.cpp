@@ -33,23 +33,50 @@ RowStretch rowStretch(const CorrelationWork &work, const Stretch &stretch, size_
             channel == against ? nullptr : work.Seen[channel].data()};
 }
 
-std::vector<uint64_t> firstPlaces(const RowStretch &row, const uint64_t *stops, uint64_t head,
-                                  const std::vector<uint64_t> &lags, const std::vector<uint64_t> &cursors)
+namespace {
+
+// The first place of [head, end) whose stop isn't before `before`, else the end. The stops ascend from `head`
+// on, and it is near `place`.
+uint64_t rankNear(const uint64_t *stops, uint64_t head, uint64_t end, uint64_t place, int64_t before)
 {
-    std::vector<uint64_t> places(lags.size());
+    auto isBefore = [=](uint64_t at) { return static_cast<int64_t>(stops[at]) < before; };
+    uint64_t low = place, high = place, step = 1;
+    if (place > head && !isBefore(place - 1)) {
+        for (; low > head && !isBefore(low - 1); step *= 2) {
+            high = low - 1;
+            low -= std::min(step, low - head);
+        }
+    } else
+        for (; high < end && isBefore(high); step *= 2) {
+            low = high + 1;
+            high += std::min(step, end - high);
+        }
+    while (low < high) {
+        const uint64_t middle = low + (high - low) / 2;
+        if (isBefore(middle))
+            low = middle + 1;
+        else
+            high = middle;
+    }
+    return low;
+}
+
+} // namespace
+
+std::vector<uint64_t> firstRanks(const RowStretch &row, const uint64_t *stops, uint64_t head,
+                                 std::span<const uint64_t> lags, std::span<const uint64_t> cursors)
+{
+    std::vector<uint64_t> ranks(lags.size());
     const uint64_t end = row.end(0), most = end - head;
     for (size_t k = 0; k < lags.size(); ++k) {
         const auto before = static_cast<int64_t>(row.Starts[0] - lags[k]);
-        uint64_t place = end - std::min(cursors[k], most);
-        while (place > head && static_cast<int64_t>(stops[place - 1]) >= before) --place;
-        places[k] = place;
+        ranks[k] = rankNear(stops, head, end, end - std::min(cursors[k], most), before);
     }
-    return places;
+    return ranks;
 }
 
-void addDifferences(CorrelationWork &work, size_t row, const std::vector<uint64_t> &sums)
+void addDifferences(uint64_t *counts, const std::vector<uint64_t> &sums)
 {
-    uint64_t *counts = work.Rows[row].get();
     for (size_t k = 0; k + 1 < sums.size(); ++k) counts[k] += sums[k] - sums[k + 1];
 }
 

@@ -8,6 +8,8 @@
 
 #include "measurements/correlation_work.h"
 
+#include <span>
+
 namespace Tessel {
 
 // The events of channel r stand behind the tail of ring r, in Ordered too where there is one; the ring doesn't
@@ -48,13 +50,13 @@ RowStretch rowStretch(const CorrelationWork &work, const Stretch &stretch, size_
 void countFcsRow(CorrelationWork &work, const RowStretch &row);
 void countFfcsRow(CorrelationWork &work, const RowStretch &row);
 
-// For each lag a place in [head, rank of the first start], near that rank: where the cursor stood, if stops
-// that come leave its distance from the newest one as it was, but before all that aren't more than the lag
-// older. `cursors`: distances; `stops`: of the ring, ascending from `head` on.
-std::vector<uint64_t> firstPlaces(const RowStretch &row, const uint64_t *stops, uint64_t head,
-                                  const std::vector<uint64_t> &lags, const std::vector<uint64_t> &cursors);
+// For each lag the rank of the first start. The search begins where the cursor stood, if stops that come leave
+// its distance from the newest one as it was. `cursors`: distances; `stops`: of the ring, ascending from `head`
+// on.
+std::vector<uint64_t> firstRanks(const RowStretch &row, const uint64_t *stops, uint64_t head,
+                                 std::span<const uint64_t> lags, std::span<const uint64_t> cursors);
 
-// A bin gains the pairs between its two lags: element k of the row sums[k] - sums[k + 1].
-void addDifferences(CorrelationWork &work, size_t row, const std::vector<uint64_t> &sums);
+// A bin gains the pairs between its two lags: the counts from `counts` on sums[k] - sums[k + 1].
+void addDifferences(uint64_t *counts, const std::vector<uint64_t> &sums);
 
 } // namespace Tessel

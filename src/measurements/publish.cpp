@@ -50,6 +50,16 @@ void publish(RunRef &ref, std::unique_lock<std::mutex> &manis)
     manis.lock();
 }
 
+void dropRest(RunRef &ref)
+{
+    Run &run = *ref.run;
+    const bool isHosts = !hasResult(run) || run.NewDataWait;
+    if (!run.Control.Aborted.exchange(true))
+        logWrn(LogCategory::General, "Device: {} of a stopped measurement, the rest is dropped! @{}",
+               isHosts ? "Nobody takes the data" : "The time is over for the data", ref.device.ID);
+    abortRun(ref.context, run);
+}
+
 void CopyStoreThread(RunRef ref)
 {
     Run &run = *ref.run;

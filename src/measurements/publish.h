@@ -19,6 +19,9 @@ void newDataStep(RunRef &run);
 // it and takes it again.
 void publish(RunRef &run, std::unique_lock<std::mutex> &manis);
 
+// Aborts a stopped run whose time is over, and says so. No lock is held.
+void dropRest(RunRef &run);
+
 // Runs the new-data step when there is something new, at most once a `Pace::publish`, until PublishingEnds.
 void CopyStoreThread(RunRef run);
 

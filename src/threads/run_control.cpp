@@ -1,5 +1,7 @@
 #include "threads/run_control.h"
 
+#include "threads/paces.h"
+
 namespace Tessel {
 
 namespace {
@@ -102,6 +104,12 @@ void abortRun(MeasContext &context, Run &run)
 {
     run.Control.Aborted = true;
     wakeAll(context, run);
+}
+
+bool isTimeOver(const RunControl &control)
+{
+    constexpr int64_t counting = std::chrono::nanoseconds(Pace::counting).count();
+    return control.StopByHost && monotonicNs() - control.StoppedAt > counting;
 }
 
 void requestStop(Run &run)

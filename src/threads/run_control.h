@@ -29,6 +29,10 @@ inline bool isAborted(const Run &run)
     return run.Control.Aborted;
 }
 
+// The host has stopped the run, and the time is over in which what was read is still counted. Who counts with
+// ManisLock looks at it, since MeasureThread may wait for that lock.
+bool isTimeOver(const RunControl &control);
+
 // Wakes who waits on the run's control. May be called under other locks.
 void wake(RunControl &control);
 void wake(Manipulator &record);

@@ -166,6 +166,8 @@ const CountCase cases[] = {
     {"fcsLongFirst", {.mode = Mode::FCS, .windowPs = 100'000, .minLagPs = 5000, .steps = 7}},
     {"fcsSame", {.mode = Mode::FCS, .chan2 = 1, .windowPs = 50'000, .minLagPs = 50, .steps = 10}},
     {"fcsFromOne", {.mode = Mode::FCS, .windowPs = 20'000, .minLagPs = 1, .steps = 60}},
+    // More lags than pairs: counted one by one, and by ranks beyond.
+    {"fcsFine", {.mode = Mode::FCS, .windowPs = 60'000, .minLagPs = 20, .steps = 300}},
     {"fcsOneLag", {.mode = Mode::FCS, .windowPs = 1000, .minLagPs = 2000, .steps = 10}},
     {"fcsMarker", {.mode = Mode::FCS, .chan2 = 129, .windowPs = 20'000, .minLagPs = 100, .steps = 10}},
     {"ffcs", {.mode = Mode::FFCS, .windowPs = 100'000, .minLagPs = 100, .steps = 12}},

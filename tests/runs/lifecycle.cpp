@@ -1,5 +1,6 @@
 // Runs that are stopped, overtaken, closed under way, refused or left alone: each ends, tells so by its
 // finished byte, and the next call works.
+#include "runs/curves.h"
 #include "support/host.h"
 #include "support/tgx_file.h"
 #include "support/words.h"
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <functional>
@@ -63,6 +65,39 @@ TEST(Lifecycle, AStoppedRunEndsAtOnce)
     EXPECT_LT(std::chrono::steady_clock::now() - start, isSanitized ? 5s : 1s);
     EXPECT_LT(described("NumRecs"), records); // in its midst
     EXPECT_EQ(counts.rowSum(3), counts.rowSum(1));
+}
+
+// Each event has up to a million pairs or lags: the whole recording would take minutes.
+TEST(Lifecycle, AStopEndsAHeavyCorrelationWithWhatWasCounted)
+{
+    using Mode = CorrelationSettings::Mode;
+    constexpr uint64_t windowPs = 10'000'000;
+    const CorrelationSettings cases[] = {
+        {.mode = Mode::G2, .windowPs = windowPs, .binWidthPs = 10},
+        {.mode = Mode::FCS, .windowPs = windowPs, .minLagPs = 1000, .steps = 1'000'000},
+        {.mode = Mode::FFCS, .windowPs = windowPs, .minLagPs = 1000, .steps = 1'000'000},
+    };
+    std::vector<uint32_t> words(3'000'000);
+    for (uint32_t i = 0; i < words.size(); ++i) // late every now and then: those count alone
+        words[i] = t2Event(i % 2, 10 * i - (i % 1000 == 999 ? 5000 : 0));
+    Host host;
+    ASSERT_FALSE(host.open(TgxFile::t2().records(words).write(host.folder().file("t2.tgx"))).empty());
+    for (const CorrelationSettings &settings : cases) {
+        Curves curves(settings);
+        const auto isCounted = [&] {
+            return std::ranges::any_of(curves.y, [](double y) { return y != untouched; });
+        };
+        getCorrelation(nullptr, 0, 0, 0, curves.y.data(), curves.x.data(), curves.finished.get());
+        ASSERT_TRUE(eventually([] { return described("NumRecs") > 0; }));
+        std::this_thread::sleep_for(300ms);
+        EXPECT_FALSE(curves.finished.isSet());
+        const auto start = std::chrono::steady_clock::now();
+        stopMeasure(nullptr);
+        ASSERT_TRUE(curves.finished.wait());
+        EXPECT_LT(std::chrono::steady_clock::now() - start, isSanitized ? 10s : 1s);
+        EXPECT_TRUE(isCounted());
+    }
+    EXPECT_EQ(host.logged("The time is over for the data of a stopped measurement"), std::size(cases));
 }
 
 TEST(Lifecycle, AStopBeforeTheFirstReadKeepsTheFirstChunk)
