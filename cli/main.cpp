@@ -29,7 +29,7 @@ Exit codes:
   1    failure
   2    wrong usage
   3    no such file, or a file that can't be opened as a recording
-  4    finished, but part of the data is missing
+  4    finished, but part of the data is missing, or the recording was not closed
   130  stopped by Ctrl-C; the partial result is written (a second Ctrl-C ends the program at once)
 
 Examples:

@@ -60,6 +60,7 @@ void addFile(fmt::memory_buffer &text, const Recording &recording)
     if (recording.ClaimedRecords >= 0 &&
         static_cast<uint64_t>(recording.ClaimedRecords) != recording.NumRecords)
         row(text, "", fmt::format("(the header says {})", recording.ClaimedRecords));
+    row(text, "Recording", endingText(recording.Ending));
 }
 
 void addDevice(fmt::memory_buffer &text, const Recording &recording)
@@ -142,6 +143,7 @@ object asJson(const Recording &recording)
     return {{"schema", "tessel.info/1"},
             {"file", jsonName(recording.Path)},
             {"recordsInFile", recording.NumRecords},
+            {"recording", endingText(recording.Ending)},
             {"device", recording.Config},
             {"run", recording.Description},
             {"header", recording.Header}};
@@ -157,7 +159,8 @@ int runInfo(const InfoOptions &options, const HostOptions &host)
 }
 
 constexpr const char *infoFooter =
-    R"(JSON: schema (tessel.info/1), file, recordsInFile, and
+    R"(JSON: schema (tessel.info/1), file, recordsInFile,
+  recording (closed, not closed, cut short), and
   device  state of the opened device
   run     the last run
   header  magic, version, sizes, and tags: all of them, in the order of the file

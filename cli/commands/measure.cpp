@@ -86,12 +86,14 @@ void drawResult(const ResultOptions &options, const Plot &plot)
 
 std::string helpText(const ResultHelp &help)
 {
-    return fmt::format("{}\n\n"
-                       "CSV: comment lines with '#', a line of names, {}\n\n"
-                       "JSON: schema ({}), file, device, mode, chain (if there is one),\n"
-                       "run {{recordsRead, recordsInFile, complete, stopReason}}, and\n{}\n\n"
-                       "Examples:\n{}",
-                       help.About, help.Csv, help.Schema, help.Keys, help.Examples);
+    return fmt::format(
+        "{}\n\n"
+        "CSV: comment lines with '#', a line of names, {}\n\n"
+        "JSON: schema ({}), file, device, mode, chain (if there is one),\n"
+        "run {{recordsRead, recordsInFile, recording (closed, not closed, cut short), complete,\n"
+        "stopReason}}, and\n{}\n\n"
+        "Examples:\n{}",
+        help.About, help.Csv, help.Schema, help.Keys, help.Examples);
 }
 
 void noteSpeed(const Outcome &outcome)

@@ -98,12 +98,14 @@ Outcome replay(const Recording &recording, const std::function<void(uint8_t *fin
 
 int reportOutcome(const Recording &recording, const Outcome &outcome)
 {
+    const std::string fault = endingFault(recording);
+    if (!fault.empty()) warn(fault);
     if (outcome.Signal != 0) {
         note(fmt::format("stopped after {} of {} records; the result is partial", outcome.NumRead,
                          recording.NumRecords));
         return exitCodeOfSignal(outcome.Signal);
     }
-    bool lost = false;
+    bool lost = !fault.empty();
     if (outcome.NumRead < recording.NumRecords) {
         warn(fmt::format("only {} of {} records were read ({})", outcome.NumRead, recording.NumRecords,
                          visibleText(outcome.StopReason)));
@@ -114,20 +116,16 @@ int reportOutcome(const Recording &recording, const Outcome &outcome)
         warn(fmt::format("the run ended with the stop reason {}", visibleText(outcome.StopReason)));
         lost = true;
     }
-    if (recording.ClaimedRecords > 0 &&
-        static_cast<uint64_t>(recording.ClaimedRecords) > recording.NumRecords) {
-        warn(fmt::format("the file is cut short: its header says {} records, it holds {}",
-                         recording.ClaimedRecords, recording.NumRecords));
-        lost = true;
-    }
     return static_cast<int>(lost ? Exit::DataLost : Exit::Success);
 }
 
 boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome)
 {
+    const bool isWhole = outcome.Signal == 0 && outcome.NumRead == recording.NumRecords;
     return {{"recordsRead", outcome.NumRead},
             {"recordsInFile", recording.NumRecords},
-            {"complete", outcome.Signal == 0 && outcome.NumRead == recording.NumRecords},
+            {"recording", endingText(recording.Ending)},
+            {"complete", isWhole && recording.Ending == Ending::Closed},
             {"stopReason", outcome.StopReason}};
 }
 

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -55,12 +56,27 @@ uint64_t dataBytes(const boost::json::object &header)
     return header.at("fileSize").to_number<uint64_t>() - header.at("dataStart").to_number<uint64_t>();
 }
 
-int64_t claimedRecords(const boost::json::object &header)
+// The last of a name stands, as for the library.
+std::optional<int64_t> integerTag(const boost::json::object &header, std::string_view name)
 {
+    std::optional<int64_t> value;
     for (const auto &tag : header.at("tags").as_array())
-        if (tag.at("name").as_string() == "TTResult_NumberOfRecords" && tag.at("value").is_number())
-            return tag.at("value").to_number<int64_t>();
-    return -1;
+        if (tag.at("name").as_string() == name && tag.at("value").is_int64())
+            value = tag.at("value").as_int64();
+    return value;
+}
+
+// A recording begins with a count of 0 and an unknown stop reason, which its end overwrites. An empty one that
+// was closed keeps the count, but knows why it stopped.
+Ending endingOf(const Recording &recording)
+{
+    constexpr int64_t unknown = -1;
+    if (recording.ClaimedRecords > 0)
+        return static_cast<uint64_t>(recording.ClaimedRecords) > recording.NumRecords ? Ending::CutShort
+                                                                                      : Ending::Closed;
+    const bool isOpening =
+        recording.ClaimedRecords == 0 && integerTag(recording.Header, "TTResult_StopReason") == unknown;
+    return dataBytes(recording.Header) > 0 || isOpening ? Ending::NotClosed : Ending::Closed;
 }
 
 // Id and path of a device that was opened by a descriptor, as they would be by its name.
@@ -121,9 +137,34 @@ Recording openRecording(const std::string &path)
     const double syncRate = recording.Description.at("AveSyncRate").to_number<double>();
     if (syncRate > 0) recording.SyncPeriodPs = 1e12 / syncRate;
     recording.NumRecords = dataBytes(recording.Header) / sizeof(uint32_t);
-    recording.ClaimedRecords = claimedRecords(recording.Header);
+    recording.ClaimedRecords = integerTag(recording.Header, "TTResult_NumberOfRecords").value_or(-1);
+    recording.Ending = endingOf(recording);
     recording.NumRows = getNumAllChans(nullptr);
     return recording;
+}
+
+std::string_view endingText(Ending ending)
+{
+    switch (ending) {
+    case Ending::Closed: break;
+    case Ending::NotClosed: return "not closed";
+    case Ending::CutShort: return "cut short";
+    }
+    return "closed";
+}
+
+std::string endingFault(const Recording &recording)
+{
+    switch (recording.Ending) {
+    case Ending::Closed: break;
+    case Ending::NotClosed:
+        return fmt::format("the recording was not closed: its header counts no records, the file holds {}",
+                           recording.NumRecords);
+    case Ending::CutShort:
+        return fmt::format("the file is cut short: its header says {} records, it holds {}",
+                           recording.ClaimedRecords, recording.NumRecords);
+    }
+    return {};
 }
 
 namespace {

@@ -34,6 +34,13 @@ struct MadeRow
     std::string Name, Column; // "Channel 3, merge 1+2", "ch3_merge"
 };
 
+// Whether the header tells of all that the file holds.
+enum class Ending {
+    Closed,
+    NotClosed, // the header is as at the recording's start: it has no count
+    CutShort,  // it counts more records than there are
+};
+
 struct Recording
 {
     std::string Path;
@@ -48,12 +55,19 @@ struct Recording
     double SyncPeriodPs = 0;    // the mean; 0: unknown
     uint64_t NumRecords = 0;    // in the file
     int64_t ClaimedRecords = 0; // by its header; -1: it doesn't say
-    int64_t NumRows = 0;        // of a result: sync, inputs and what a chain makes
-    std::vector<MadeRow> Made;  // the last of the rows: those of the chain
+    Cli::Ending Ending = Ending::Closed;
+    int64_t NumRows = 0;       // of a result: sync, inputs and what a chain makes
+    std::vector<MadeRow> Made; // the last of the rows: those of the chain
 };
 
 // Opens the file as the current device. Throws Failure NoDevice if it can't be one.
 Recording openRecording(const std::string &path);
+
+// "closed", "not closed", "cut short".
+std::string_view endingText(Ending ending);
+
+// What is wrong with it; empty if it is closed.
+std::string endingFault(const Recording &recording);
 
 // Of the current device, now.
 boost::json::object deviceConfig();

@@ -1,5 +1,6 @@
 // What the program answers: exit codes, and the message where something can't be done or has no effect.
 #include "run_program.h"
+#include "support/tgx_file.h"
 
 #include <fmt/format.h>
 
@@ -126,17 +127,53 @@ TEST(Answers, HelpAndVersionAreResults)
     }
 }
 
-TEST(Answers, SayThatAFileIsCutShort)
+// A closed recording holds count, stop reason and records; a kill leaves the first two as they began.
+TEST(Answers, SayThatARecordingWasNotClosedOrIsCutShort)
 {
+    const struct
+    {
+        const char *Name;
+        int Claimed, StopReason; // below -1: no such tag
+        uint64_t Bytes;          // of records
+        int Code;
+        const char *State;
+    } cases[] = {
+        {"closed", 100, 0, 400, 0, "closed"},
+        {"moreThanCounted", 90, 0, 400, 0, "closed"},
+        {"emptyAndClosed", 0, 0, 0, 0, "closed"},
+        {"stoppedByHandWhileEmpty", 0, 1, 0, 0, "closed"},
+        {"noTagsNoRecords", -2, -2, 0, 0, "closed"},
+        {"killed", 0, -1, 400, 4, "not closed"},
+        {"killedInAWord", 0, -1, 3, 4, "not closed"},
+        {"killedBeforeData", 0, -1, 0, 4, "not closed"},
+        {"killedInItsLastStep", 0, 0, 400, 4, "not closed"},
+        {"noCount", -2, 0, 400, 4, "not closed"},
+        {"lastRecordGone", 101, 0, 400, 4, "cut short"},
+        {"allGone", 100, 0, 0, 4, "cut short"},
+    };
     const TempFolder folder;
-    writeFiles(folder);
-    std::filesystem::resize_file(folder.file("t3.tgx"),
-                                 std::filesystem::file_size(folder.file("t3.tgx")) - 400);
-    const Ended ended = run(folder, "histogram t3.tgx --json");
-    EXPECT_EQ(ended.Code, 4);
-    EXPECT_TRUE(contains(ended.Err, "cut short")) << ended.Err;
-    const auto ofRun = boost::json::parse(ended.Out).at("run");
-    EXPECT_EQ(ofRun.at("recordsRead"), ofRun.at("recordsInFile"));
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.Name);
+        TgxFile file = TgxFile::t3();
+        if (row.StopReason > -2) file.tag("TTResult_StopReason", row.StopReason);
+        if (row.Claimed > -2) file.tag("TTResult_NumberOfRecords", row.Claimed);
+        std::ofstream(folder.file("x.tgx"), std::ios::binary) << file.bytes() << std::string(row.Bytes, '\0');
+        EXPECT_EQ(json(folder, "info x.tgx").at("recording"), row.State);
+        EXPECT_TRUE(contains(output(folder, "info x.tgx"), fmt::format("          {}\n", row.State)));
+        for (const char *command : {"histogram", "g2", "fcs", "trace", "hist2d", "unfold"}) {
+            const Ended ended = run(folder, fmt::format("{} x.tgx --json -q", command));
+            EXPECT_EQ(ended.Code, row.Code) << command << ended.Err;
+            EXPECT_EQ(contains(ended.Err, row.State), row.Code != 0) << command << ended.Err;
+            const auto ofRun = boost::json::parse(ended.Out).at("run");
+            EXPECT_EQ(ofRun.at("recording"), row.State) << command;
+            EXPECT_EQ(ofRun.at("complete"), row.Code == 0) << command;
+        }
+    }
+    const Started killed = start(folder, "simulate killed.tgx --duration 1h --rate 10Mcps");
+    const auto isWritten = [&] { return contains(output(folder, "info killed.tgx"), "MB\n"); };
+    while (!std::filesystem::exists(folder.file("killed.tgx"))) usleep(1000);
+    EXPECT_EQ(killed.interruptWhen(isWritten, {SIGKILL}).Code, 128 + SIGKILL);
+    EXPECT_EQ(run(folder, "histogram killed.tgx").Code, 4);
 }
 
 TEST(Answers, GoOnWithoutAStandardErrorThatTakesThem)
