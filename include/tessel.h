@@ -629,6 +629,24 @@ TESSEL_API bool getMeasDescription(char *buffer);
 /* The chain: {"ManisCfg": [{"Index", "Type", "Channels": [{"Channel": n}, ...]}, ...]}. */
 TESSEL_API bool getManisConfig(char *buffer);
 
+/* --------------------------------------------------------------------------------- texts of any length
+ * The same texts for hosts that ask how long they are: a long comment or thousands of channels don't fit in the
+ * buffers above. */
+
+enum tessel_text {
+    TESSEL_TEXT_DEVICE = 0,      /* as getDeviceConfig() */
+    TESSEL_TEXT_DESCRIPTION = 1, /* as getMeasDescription() */
+    TESSEL_TEXT_CHAIN = 2,       /* as getManisConfig() */
+    TESSEL_TEXT_DEVICE_IDS = 3   /* as getDeviceIDs(); of all devices, whatever `id` is */
+};
+
+/* Writes a text of the device with its zero. `which`: a tessel_text. `text`: `capacity` bytes; null, or a
+ * capacity of 0, only asks. `needed` receives the length of the text with its zero, also where that is more than
+ * `capacity`; 0 if there is no such text, with an error in the log. Null: not wanted. True: the text was
+ * written. False: nothing was written to `text`. A text may grow between two calls: ask again. */
+TESSEL_API bool tessel_getText(const char16_t *id, int32_t which, char *text, uint64_t capacity,
+                               uint64_t *needed);
+
 /* ---------------------------------------------------------------------------------------- what went wrong
  * For hosts that want to know at once what otherwise only the log says. */
 

@@ -21,19 +21,20 @@ namespace Tessel::Cli {
 
 namespace {
 
-constexpr size_t textSize = 65535; // what the library's texts need
-
 // The program's own: no log file, the log to the console only if it is to be seen.
 std::string ownSettings(bool verbose)
 {
     return fmt::format("[Log]\nFile=false\nConsole={}\n[Params]\nBufferSize=8\n", verbose);
 }
 
-boost::json::object parsedText(bool (*get)(char *), const char *what)
+boost::json::object parsedText(int32_t which, const char *what)
 {
-    std::vector<char> text(textSize + 1);
-    if (!get(text.data()))
-        throw Failure(Exit::Failed, fmt::format("no {}: {}", what, visibleText(text.data())));
+    std::vector<char> text(1);
+    uint64_t needed = 0;
+    while (!tessel_getText(nullptr, which, text.data(), text.size(), &needed)) {
+        if (needed <= text.size()) throw Failure(Exit::Failed, fmt::format("no {}", what));
+        text.resize(needed);
+    }
     return boost::json::parse(text.data()).as_object();
 }
 
@@ -109,11 +110,11 @@ Session::~Session()
 
 boost::json::object deviceConfig()
 {
-    return parsedText(getDeviceConfig, "device configuration");
+    return parsedText(TESSEL_TEXT_DEVICE, "device configuration");
 }
 boost::json::object runDescription()
 {
-    return parsedText(getMeasDescription, "description of the run");
+    return parsedText(TESSEL_TEXT_DESCRIPTION, "description of the run");
 }
 
 Recording openRecording(const std::string &path)

@@ -3,6 +3,9 @@
 #include "config/device_json.h"
 #include "config/manipulators_json.h"
 
+#include <optional>
+#include <string>
+
 using namespace Tessel;
 
 namespace {
@@ -41,5 +44,37 @@ bool getManisConfig(char *buffer)
 {
     return guarded("getManisConfig", false, [&] {
         return handOut(stringifyManisConfig(currentDevice()->context), buffer, manisConfigRule);
+    });
+}
+
+namespace {
+
+std::optional<std::string> textOfKind(const char16_t *id, int32_t which)
+{
+    if (which == TESSEL_TEXT_DEVICE_IDS) return stringifyDeviceIDs();
+    DeviceRef target = deviceOf(id);
+    switch (which) {
+    case TESSEL_TEXT_DEVICE: return stringifyJsonDevConfig(target->device, stateOf(target->device));
+    case TESSEL_TEXT_DESCRIPTION: return stringifyMeasDescription(target->context.Description);
+    case TESSEL_TEXT_CHAIN: return stringifyManisConfig(target->context);
+    default: return std::nullopt;
+    }
+}
+
+} // namespace
+
+bool tessel_getText(const char16_t *id, int32_t which, char *text, uint64_t capacity, uint64_t *needed)
+{
+    if (needed) *needed = 0;
+    return guarded("tessel_getText", false, [&] {
+        const auto found = textOfKind(id, which);
+        if (!found) {
+            logErr(LogCategory::General, "There is no text {} of a device!", which);
+            return false;
+        }
+        if (needed) *needed = found->size() + 1;
+        if (!text || capacity <= found->size()) return false;
+        copyText(*found, text);
+        return true;
     });
 }

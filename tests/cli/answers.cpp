@@ -185,6 +185,20 @@ TEST(Answers, GoOnWithoutAStandardErrorThatTakesThem)
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << status;
 }
 
+TEST(Answers, TakeAFileWithALongCommentOrManyChannels)
+{
+    const TempFolder folder;
+    const std::pair<const char *, TgxFile> files[] = {
+        {"comment.tgx", TgxFile::t3().tag("File_Comment", std::string(70'000, 'x'))},
+        {"channels.tgx", TgxFile::t3(4095)},
+    };
+    for (const auto &[name, file] : files) {
+        file.write(folder.file(name));
+        EXPECT_GT(output(folder, fmt::format("info {} --json", name)).size(), 70'000u);
+        output(folder, fmt::format("unfold {}", name));
+    }
+}
+
 // A recording of minutes: the zero words that are added are events of channel 1 and take no room on the disc.
 TEST(Answers, CtrlCKeepsWhatThereIs)
 {
