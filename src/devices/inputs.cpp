@@ -136,7 +136,7 @@ bool SetInputCFD(Device &device, ChannelRow &row, int32_t discriminator, int32_t
     switch (device.LibType) {
     case LibType::CD: ok = call(locked, cd.SetInputCFD, row.Index, discriminator, zeroCross); break;
     case LibType::SV40:
-        if (!hasCFD(device)) return notSupportedByModel(device, "SetInputCFD");
+        if (fixedTrigger(device) != TrigMode::CFD) return notSupportedByModel(device, "SetInputCFD");
         ok = call(locked, sv40.SetInputCFD, row.Index, discriminator, zeroCross);
         break;
     case LibType::LM70: ok = call(locked, lm70.SetInputCFD, row.Index, discriminator, zeroCross); break;

@@ -19,12 +19,6 @@ inline bool notSupportedByModel(const Device &device, std::string_view operation
     return false;
 }
 
-// Of the SV40 family only this model has CFD inputs.
-inline bool hasCFD(const DeviceConfig &sarvex)
-{
-    return sarvex.Model == "Sarvex 40 P";
-}
-
 // Histograms and T3 have bins of time, T2 has none.
 inline bool hasTimeBins(const DeviceConfig &device)
 {

@@ -1,6 +1,7 @@
 #include "devices/sync.h"
 
 #include "devices/call.h"
+#include "devices/families.h"
 #include "devices/libs/all.h"
 #include "devices/limits.h"
 #include "devices/setting.h"
@@ -89,7 +90,7 @@ bool SetSyncCFD(Device &device, int32_t discriminator, int32_t zeroCross, bool a
                     zeroCross);
         break;
     case LibType::SV40:
-        if (!hasCFD(device)) return notSupportedByModel(device, "SetSyncCFD");
+        if (fixedTrigger(device) != TrigMode::CFD) return notSupportedByModel(device, "SetSyncCFD");
         ok = callAt(locked, sv40.SetSyncCFD, location("SV40_SetSyncCFD"), discriminator, zeroCross);
         break;
     case LibType::LM70:
