@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -250,6 +251,11 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                                control, control, stream,      fetch,       openFile,      record};
     for (int left = 40; left > 0 && !host.in.Left.empty(); --left) calls[host.in.below(calls.size())](host);
     exitAPI();
-    for (const uint8_t *finished : host.finished) Fuzz::require(*finished == 1, "every run has told its end");
+    // On a busy machine the last wait for a run, a tenth of a second here, may be too short.
+    for (uint8_t *finished : host.finished) {
+        const std::atomic_ref byte(*finished);
+        for (int ms = 0; ms < 10'000 && byte.load() == 0; ++ms) usleep(1000);
+        Fuzz::require(byte.load() == 1, "every run has told its end");
+    }
     return 0;
 }
