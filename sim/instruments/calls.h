@@ -5,6 +5,7 @@
 #include "sim/instruments/library.h"
 
 #include <array>
+#include <exception>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -64,6 +65,8 @@ int32_t perform(FamilyId family, const Call &call, const Body &body)
             return endCall(started, call, body());
     } catch (const std::bad_alloc &) {
         return outOfMemory;
+    } catch (const std::exception &) {
+        return failed;
     }
 }
 

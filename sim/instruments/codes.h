@@ -9,7 +9,7 @@ namespace Tessel::Sim {
 constexpr int32_t ok = 0;
 constexpr int32_t noInstrument = -1, busy = -2, badDescription = -3, notOpen = -4, notInitialized = -5;
 constexpr int32_t badArgument = -6, notAvailable = -7, wrongMode = -8, notMeasuring = -9, nullPointer = -10;
-constexpr int32_t noFile = -11, outOfMemory = -12;
+constexpr int32_t noFile = -11, outOfMemory = -12, failed = -13;
 constexpr int32_t lost = -36;
 
 constexpr std::string_view textOf(int32_t code)
@@ -28,6 +28,7 @@ constexpr std::string_view textOf(int32_t code)
     case nullPointer: return "a pointer is null";
     case noFile: return "the file can't be written";
     case outOfMemory: return "out of memory";
+    case failed: return "the simulation failed";
     case lost: return "the instrument is lost";
     default: return "unknown error";
     }
