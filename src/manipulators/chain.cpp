@@ -114,7 +114,10 @@ std::shared_ptr<Manipulator> recordAt(MeasContext &context, size_t index)
 void failPass(const StageRef &stage, const char *why) noexcept
 {
     auto run = stage.run ? stage.run : currentRun(stage.context);
-    if (run && isMeasuring(*run)) abortRun(stage.context, *run);
+    if (run && isMeasuring(*run)) {
+        stage.context.Description.StopReason = StopReason::Error;
+        abortRun(stage.context, *run);
+    }
     logErr(LogCategory::General, "Device: {} failed: {} @{}", stage.record->Name, why, stage.device.ID);
 }
 

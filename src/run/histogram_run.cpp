@@ -48,7 +48,10 @@ void tearDownHistogramming(RunRef &ref)
 void runHistogramming(RunRef &ref)
 {
     attempt(ref, [&ref] {
-        if (setUpHistogramming(ref) && !isAborted(*ref.run) && ref.device.Index != -1) fetchHistograms(ref);
+        if (!setUpHistogramming(ref))
+            ref.context.Description.StopReason = StopReason::Error;
+        else if (!isAborted(*ref.run) && ref.device.Index != -1)
+            fetchHistograms(ref);
     });
     tearDownHistogramming(ref);
 }

@@ -17,6 +17,7 @@ namespace Tessel {
 
 void failRun(const RunRef &ref, const char *what, const char *why) noexcept
 {
+    ref.context.Description.StopReason = StopReason::Error;
     abortRun(ref.context, *ref.run);
     logErr(LogCategory::General, "Device: {} failed: {} @{}", what, why, ref.device.ID);
 }

@@ -94,7 +94,7 @@ bool waitManipulators(RunRef &ref)
     return false;
 }
 
-// False: the run fails before it reads anything.
+// False: the run is refused.
 bool setUpStream(RunRef &ref)
 {
     decideMeasControl(ref);
@@ -104,7 +104,7 @@ bool setUpStream(RunRef &ref)
     if (!initStore(ref)) return false;
     startConsumers(ref);
     beginMeasuring(ref);
-    return waitManipulators(ref);
+    return true;
 }
 
 bool endWith(RunRef &ref, StopReason reason)
@@ -208,7 +208,10 @@ void runStream(RunRef &ref)
 {
     attempt(ref, [&ref] {
         RecordSource source = openSource(ref.device);
-        if (setUpStream(ref)) readRecords(ref, source);
+        if (!setUpStream(ref))
+            ref.context.Description.StopReason = StopReason::Error;
+        else if (waitManipulators(ref)) // a stage that doesn't come leaves the stop reason: hosts know it so
+            readRecords(ref, source);
     });
     tearDownStream(ref);
 }
