@@ -344,12 +344,12 @@ void startDescription(MeasDescription &description)
 
 } // namespace
 
-bool readTgxFile(std::string_view path, Device &device, MeasContext &context)
+bool readTgxFile(std::string_view path, Device &device, MeasContext &context, bool makesUnread)
 {
     std::string normal = normalPath(path);
     if (LogLevel.DataFile) logDeb(LogCategory::Progress, "OpenTGXFile {}", normal);
     std::optional<FileHead> head = readHead(normal, headerImageLimit);
-    if (!head) return false;
+    if (!head || (head->IsUnread && !makesUnread)) return false;
     if (LogLevel.DataFile)
         logInf(LogCategory::Progress, "Preamble: {} v{}", magicOf(head->Image), versionOf(head->Image));
 

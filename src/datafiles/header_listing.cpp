@@ -103,7 +103,7 @@ json::array allTags(std::string_view image)
 std::optional<std::string> headerTagsAsJson(std::string_view path)
 {
     std::optional<FileHead> head = readHead(path, headerImageLimit);
-    if (!head) return {};
+    if (!head || head->IsUnread) return {};
     uint64_t length = headerLength(head->Image);
     std::string_view image = head->Image;
     return json::serialize(json::object{{"magic", clean(magicOf(image))},

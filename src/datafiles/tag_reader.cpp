@@ -92,6 +92,7 @@ std::optional<FileHead> readHead(std::string_view path, uint64_t limit)
     if (readAt(file, head.Image.data(), head.Image.size(), 0) != static_cast<int64_t>(head.Image.size())) {
         logErr(LogCategory::General, "File: {} read Error!", path);
         head.Image.clear();
+        head.IsUnread = true;
     }
     return head;
 }

@@ -28,6 +28,7 @@ struct FileHead
 {
     std::string Image; // the first bytes of the file
     uint64_t FileSize = 0;
+    bool IsUnread = false; // reading failed
 };
 
 // The first `limit` bytes of a regular file; nothing, with an error in the log, if it can't be opened. An

@@ -47,10 +47,10 @@ void setAfterFailedOpen(const DeviceRef &current)
 
 } // namespace
 
-DeviceRef openFile(std::string_view path, uint64_t largestId)
+DeviceRef openFile(std::string_view path, uint64_t largestId, bool makesUnread)
 {
     auto opened = std::make_shared<DeviceEntry>();
-    if (!readTgxFile(path, opened->device, opened->context)) return noDevice();
+    if (!readTgxFile(path, opened->device, opened->context, makesUnread)) return noDevice();
     if (opened->device.ID.size() >= largestId) {
         logErr(LogCategory::General, "File: the id {} has no room in {} bytes", opened->device.ID, largestId);
         return noDevice();
@@ -67,7 +67,7 @@ DeviceRef openFile(std::string_view path, uint64_t largestId)
 
 DeviceRef getFileDevice(std::string_view path)
 {
-    DeviceRef opened = openFile(path, UINT64_MAX);
+    DeviceRef opened = openFile(path, UINT64_MAX, true); // hosts know it so
     if (opened != noDevice()) return opened;
     DeviceRef current = currentDevice();
     setAfterFailedOpen(current);

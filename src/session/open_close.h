@@ -17,8 +17,9 @@ extern const DeviceLookUp deviceLookUp;
 DeviceRef pickDevice(const std::string &id);
 
 // Opens a recorded file: a new device, which becomes the current one. noDevice(), and nothing changes: it can't
-// be read, or its id with a zero is larger than `largestId` bytes.
-DeviceRef openFile(std::string_view path, uint64_t largestId);
+// be read, or its id with a zero is larger than `largestId` bytes. `makesUnread`: one that is there, but of
+// which reading fails, is a device without a header.
+DeviceRef openFile(std::string_view path, uint64_t largestId, bool makesUnread = false);
 
 // The same, but a file that can't be opened gives the current device, after `setAfterFailedOpen`. The caller
 // sees it by the id.

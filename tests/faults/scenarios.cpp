@@ -55,10 +55,11 @@ void startAndExit(FaultHost &host)
 
 void openTwice(FaultHost &host)
 {
-    tessel_openFile(host.Recording.c_str(), host.Id.data(), host.Id.size());
     std::strcpy(host.Id.data(), host.Recording.c_str());
     getFileDevice(host.Id.data());
     closeDevice(1);
+    host.Told = !heard(host, tessel_openFile(host.Recording.c_str(), host.Id.data(), host.Id.size()));
+    heard(host, getDeviceConfig(host.Text.data()));
 }
 
 void histogram(FaultHost &host)
