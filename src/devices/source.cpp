@@ -4,6 +4,9 @@
 #include "devices/file_source.h"
 #include "devices/primitives.h"
 #include "devices/result.h"
+#include "stream/event_store.h"
+
+#include <algorithm>
 
 namespace Tessel {
 
@@ -24,7 +27,10 @@ StreamFacts factsOf(const Device &device)
 RecordSource openSource(const Device &device)
 {
     RecordSource source{.Kind = device.DeviceType};
-    if (source.Kind == DeviceType::File) openFile(source, device);
+    if (source.Kind == DeviceType::File)
+        openFile(source, device);
+    else if (!allocatePages(source.Fifo, std::max(familyOf(device.LibType).FifoWords, 1u)))
+        refuse(device, "No memory for the records of a read!");
     return source;
 }
 
@@ -38,7 +44,7 @@ Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_
 {
     if (source.Kind == DeviceType::File) return readFile(source, device, room, waiting);
     Reading reading;
-    reading.Failed = !readFifo(device, room, reading.Words);
+    reading.Failed = !room || !readFifo(device, room, reading.Words);
     return reading;
 }
 

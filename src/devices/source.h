@@ -4,6 +4,7 @@
 
 #include "log/file_handle.h"
 #include "records/device.h"
+#include "records/event_store.h"
 #include "records/facts.h"
 
 #include <cstdint>
@@ -19,6 +20,11 @@ struct RecordSource
 {
     DeviceType Kind = DeviceType::None;
     bool Started = false, Stopped = false;
+
+    // Of an instrument.
+    PageArray<uint32_t> Fifo{}; // what one read gives
+    bool TimerRunning = false;  // the acquisition timer was seen running
+    int32_t TimerStatus = 0;    // 1: it has run out
 
     // Of a file.
     FileHandle File{};

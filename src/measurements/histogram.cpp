@@ -34,7 +34,6 @@ public:
         stopCount = run.run->Facts.StopCount;
         startChans = static_cast<uint8_t>(numAllChans(run.device, run.context));
         isT2 = run.run->Facts.Mode == MeasMode::T2;
-        rawTime = RawTime(run.run->Facts);
     }
 
     void count(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis)
@@ -74,6 +73,7 @@ private:
                        IsQuiet isQuiet)
     {
         if (isT2) steps.begin(batch.Times[0]);
+        const RawTime rawTime(run.run->Facts);
         countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
             countEvents(run, event, numChans);
             return !isQuiet(*event.Channels) && steps.isDone(run, rawTime.ps(*event.Times));
@@ -122,7 +122,6 @@ private:
     uint32_t stopCount = 0;
     uint8_t startChans = 0;
     bool isT2 = false;
-    RawTime rawTime;
 
     bool stopped = false; // a bin has reached StopCount
     SequenceSteps steps;

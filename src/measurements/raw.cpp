@@ -44,6 +44,14 @@ uint64_t appendToRawBlock(RunRef &ref, std::span<const uint32_t> words)
     return size;
 }
 
+void clearRawBlock(Run &run)
+{
+    if (run.Request.Kind != MeasKind::Raw) return;
+    const auto &block = resultAs<RawWords>(run);
+    std::lock_guard lock(run.RawLock);
+    if (hasMemory(block)) *block.Count = 0;
+}
+
 void waitForRawBlock(Run &run, uint64_t words)
 {
     const auto &block = resultAs<RawWords>(run);

@@ -24,6 +24,9 @@ struct RawWords // guarded by RawLock
 // room the block starts again at 0.
 uint64_t appendToRawBlock(RunRef &run, std::span<const uint32_t> words);
 
+// Live words were dropped: the block starts again at 0.
+void clearRawBlock(Run &run);
+
 // Waits until the block has room for the words (for more words than its capacity: until it is empty), or the
 // run is aborted.
 void waitForRawBlock(Run &run, uint64_t words);

@@ -15,6 +15,7 @@ bool setUpHistogramming(RunRef &ref)
 {
     decideMeasControl(ref);
     readCountRates(ref.device, ref.context);
+    GetWarnings(ref.device, ref.context);
     if (!initResult(ref) || !checkParams(ref)) return false;
     addStore(ref);
     if (!initStore(ref)) return false;

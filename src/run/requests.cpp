@@ -37,6 +37,19 @@ void endBeforeBegin(MeasContext &context, Run &run)
     advance(context, run, RunPhase::Over);
 }
 
+// A run on an instrument has a description of its own; a recorded file keeps what it gave.
+void resetDescription(MeasDescription &description)
+{
+    const MeasDescription fresh;
+    description.AveSyncRate = fresh.AveSyncRate.load();
+    description.AveSyncPeriod = fresh.AveSyncPeriod.load();
+    description.StopReason = fresh.StopReason.load();
+    description.StopAfter = fresh.StopAfter.load();
+    description.WarningsFlag = fresh.WarningsFlag.load();
+    description.StartWords = fresh.StartWords;
+    description.StartTime = fresh.StartTime;
+}
+
 void begin(const DeviceRef &target, const std::shared_ptr<Run> &run)
 {
     std::shared_ptr<Run> before;
@@ -69,8 +82,10 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
         reportDeviceError(target->device, LogCategory::General,
                           "Device: Can't do a measurement on a invalid device! @{}", target->device.ID);
         endBeforeBegin(context, *run);
-    } else
+    } else {
+        if (run->Facts.IsLive) resetDescription(context.Description); // before anybody can stop the run
         begin(target, run);
+    }
     return run;
 }
 

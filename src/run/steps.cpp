@@ -29,21 +29,33 @@ void joinWatched(RunRef &ref, std::thread &thread, const std::atomic<bool> &done
     thread.join();
 }
 
-void decideMeasControl(RunRef &ref)
+namespace {
+
+// Also sets how long the run is to last. Gives the control code that says so.
+int32_t controlOf(RunRef &ref)
 {
-    Device &device = ref.device;
+    const Device &device = ref.device;
     Run &run = *ref.run;
     const int32_t sequence = ref.context.SequenceMode;
     run.AcqTimeMs =
         static_cast<int32_t>(std::min<uint32_t>(run.Request.AcqTimeMs, std::numeric_limits<int32_t>::max()));
     const bool softwareStop = device.MeasControl == 6 || (device.MeasControl == 0 && sequence == 0);
-    if (run.AcqTimeMs == 0 && stopsBySoftware(device) && softwareStop) {
-        SetMeasControl(device, 6, device.StartEdge, device.StopEdge);
-        return;
-    }
-    SetMeasControl(device, device.MeasControl, device.StartEdge, device.StopEdge);
+    if (run.AcqTimeMs == 0 && stopsBySoftware(device) && softwareStop) return 6;
     const bool timedSequence = sequence == 1 && run.Facts.Mode == MeasMode::Histogramming;
     if (run.AcqTimeMs == 0 && !timedSequence) run.AcqTimeMs = Pace::longestAcquisitionMs;
+    return device.MeasControl;
+}
+
+} // namespace
+
+void decideMeasControl(RunRef &ref)
+{
+    Device &device = ref.device;
+    const int32_t control = device.MeasControl, startEdge = device.StartEdge, stopEdge = device.StopEdge;
+    SetMeasControl(device, controlOf(ref), startEdge, stopEdge);
+    device.MeasControl = control;
+    device.StartEdge = startEdge;
+    device.StopEdge = stopEdge;
 }
 
 bool initResult(RunRef &ref)

@@ -43,6 +43,7 @@ std::thread startThread(const RunRef &ref, const char *name, std::atomic<bool> &
 }
 void joinWatched(RunRef &ref, std::thread &thread, const std::atomic<bool> &done);
 
+// Tells the instrument what starts and stops the run. What the device remembers of that stays as it is.
 void decideMeasControl(RunRef &ref);
 
 // Empties the caller's result, also for a run that can't measure, so that no result of an earlier run stays.

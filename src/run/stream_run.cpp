@@ -1,5 +1,6 @@
 #include "run/stream_run.h"
 
+#include "devices/acquisition.h"
 #include "devices/primitives.h"
 #include "devices/rates.h"
 #include "devices/result.h"
@@ -7,6 +8,7 @@
 #include "manipulators/chain.h"
 #include "manipulators/store.h"
 #include "measurements/measurement.h"
+#include "run/live_read.h"
 #include "run/process_thread.h"
 #include "run/steps.h"
 #include "settings/system_ini.h"
@@ -99,6 +101,7 @@ bool setUpStream(RunRef &ref)
 {
     decideMeasControl(ref);
     readCountRates(ref.device, ref.context);
+    GetWarnings(ref.device, ref.context);
     if (!initResult(ref) || !checkParams(ref) || !allocateBuffers(ref)) return false;
     addStore(ref);
     if (!initStore(ref)) return false;
@@ -122,18 +125,7 @@ bool startDevice(RunRef &ref, RecordSource &source)
     ref.context.Description.AcqTime = run.AcqTimeMs;
     int32_t rate = 0;
     if (!getSyncRate(ref.device, ref.context, rate)) return endWith(ref, StopReason::Unknown);
-    return false;
-}
-
-// One read, after the words that wait; none if there is no room for it.
-Reading readWords(RunRef &ref, RecordSource &source)
-{
-    Run &run = *ref.run;
-    std::lock_guard gate(run.ReadGate);
-    if (run.ReadCount > streamRecords() - chunkWords) return {.IsFull = true};
-    const Reading reading = readSource(source, ref.device, run.ReadBuffer.get() + run.ReadCount, run.ReadCount);
-    run.ReadCount += reading.Words;
-    return reading;
+    return !takeSyncPeriod(ref, rate);
 }
 
 // Waits until ProcessThread has taken the words, or the run is to end.
@@ -145,37 +137,39 @@ void waitTaken(RunRef &ref)
                          [&run] { return run.ReadCount == 0 || run.Control.StopRequested || isAborted(run); });
 }
 
+// Flags and timer. True: the run ends.
+bool askInstrument(RunRef &ref, RecordSource &source)
+{
+    int32_t flags = 0;
+    if (!getFlags(ref.device, flags, true)) return endWith(ref, StopReason::DataXferFail);
+    const bool isLost = tellFlags(ref, flags);
+    if (!getCtcStatus(ref.device, source.TimerStatus, true)) return endWith(ref, StopReason::Unknown);
+    return (timerRanOut(source) && readLastWords(ref, source)) || isLost;
+}
+
 // One pass. True: nothing more is to be read.
 bool passTttrLoop(RunRef &ref, RecordSource &source)
 {
     Run &run = *ref.run;
     if (!source.Started && startDevice(ref, source)) return true;
-    int32_t flags = 0, timerStatus = 0;
-    if (!getFlags(ref.device, flags, true)) return endWith(ref, StopReason::DataXferFail);
-    if (!getCtcStatus(ref.device, timerStatus, true)) return endWith(ref, StopReason::Unknown);
-
-    const bool wasStopped = source.Stopped, ended = run.Control.StopRequested;
+    const bool wasStopped = source.Stopped;
+    bool ended = !wasStopped && askInstrument(ref, source);
+    ended = ended || run.Control.StopRequested;
     if (ended) stopSource(source, ref.device);
     // What a stopped instrument still has is fetched. Of a stopped file one more chunk is read.
     if (wasStopped && run.Facts.MayWait) return true;
     const Reading reading = readWords(ref, source);
-    run.ReadChanged.notify_all();
     if (reading.Failed) {
         stopSource(source, ref.device);
         return endWith(ref, StopReason::DataXferFail);
     }
     if (reading.AtEnd) requestStop(run);
+    if (reading.IsFull && run.Facts.IsLive) dropWaiting(ref);
     if (!run.Facts.MayWait)
         waitFor(run.Control, Pace::instrumentPass, [&run] { return isAborted(run); });
     else if (reading.IsFull)
         waitTaken(ref);
     return ended;
-}
-
-bool wordsWait(Run &run)
-{
-    std::lock_guard gate(run.ReadGate);
-    return run.ReadCount > 0;
 }
 
 void readRecords(RunRef &ref, RecordSource &source)
@@ -187,11 +181,22 @@ void readRecords(RunRef &ref, RecordSource &source)
     }
 }
 
+// What the instrument says of the run, once it has ended.
+void takeTimes(RunRef &ref)
+{
+    if (!ref.run->Facts.IsLive || !ref.device.IsOpen) return;
+    double elapsed = ref.context.Description.StopAfter;
+    if (getElapsedMeasTime(ref.device, elapsed)) ref.context.Description.StopAfter = elapsed;
+    if (ref.context.SequenceCount != 0) SetStopOverflow(ref.device, ref.context, ref.device.StopCount, false);
+    GetStartTime(ref.device, ref.context);
+}
+
 void tearDownStream(RunRef &ref)
 {
     Run &run = *ref.run;
     endInput(ref);
     if (LogLevel.Api) logInf(LogCategory::Progress, "MeasureTTTR finished @{}", ref.device.ID);
+    attempt(ref, [&ref] { takeTimes(ref); });
     requestStop(run);
     joinWatched(ref, run.Process, run.ProcessDone);
     // From here on nobody writes to the first store.

@@ -199,11 +199,11 @@ TEST(InstrumentThatHangs, HoldsUpTheEndForTenSeconds)
     char id[8192] = "";
     ASSERT_TRUE(getDevice(id));
     ASSERT_TRUE(initDevice(2, 0));
-    fake->hang("StartMeas");
+    fake->hang("ReadFiFo");
     uint64_t count = 0;
     uint8_t finished = 0;
     rawMeasure(nullptr, 1000, 0, 0, nullptr, &count, 0, &finished);
-    ASSERT_TRUE(eventually([&] { return fake.newCalls().find("StartMeas") != std::string::npos; }));
+    ASSERT_TRUE(eventually([&] { return fake.newCalls().find("ReadFiFo") != std::string::npos; }));
     const auto begin = std::chrono::steady_clock::now();
     auto took = [&] { return std::chrono::steady_clock::now() - begin; };
     stopMeasure(nullptr);

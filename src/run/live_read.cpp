@@ -1,0 +1,153 @@
+#include "run/live_read.h"
+
+#include "devices/primitives.h"
+#include "devices/rates.h"
+#include "devices/result.h"
+#include "log/log.h"
+#include "manipulators/chain.h"
+#include "measurements/raw.h"
+#include "settings/system_ini.h"
+#include "stream/rounding.h"
+#include "threads/paces.h"
+#include "threads/run_control.h"
+
+#include <algorithm>
+
+namespace Tessel {
+
+bool takeSyncPeriod(RunRef &ref, int32_t syncRate)
+{
+    Run &run = *ref.run;
+    if (!run.Facts.IsLive || run.Facts.Mode != MeasMode::T3) return true;
+    if (syncRate == 0) {
+        ref.context.Description.StopReason = StopReason::SyncLost;
+        reportDeviceError(ref.device, LogCategory::General, "Device: No sync detected! @{}", ref.device.ID);
+        return false;
+    }
+    constexpr int32_t countedRate = 100; // below it the rate is too coarse, and the instrument is asked
+    double periodPs = 1e12 / syncRate;
+    if (double seconds = 0; syncRate < countedRate && getSyncPeriod(ref.device, ref.context, seconds))
+        periodPs = seconds * 1e12;
+    // Nobody decodes before the first words are handed over.
+    run.Facts.SyncPeriodPs = std::max(nearest<int64_t>(periodPs), int64_t{1});
+    ref.device.SyncPeriodPs = run.Facts.SyncPeriodPs;
+    return true;
+}
+
+namespace {
+
+struct FatalFlag
+{
+    int32_t Bit;
+    StopReason Reason;
+    const char *Text;
+};
+constexpr FatalFlag fatalFlags[] = {{2, StopReason::FiFoOverrun, "FIFOfull"},
+                                    {4, StopReason::SyncLost, "Sync_Lost"},
+                                    {8, StopReason::RefClkLost, "Ref_Lost"},
+                                    {16, StopReason::SysError, "SysError"}};
+constexpr int32_t countsDropped = 64;
+
+} // namespace
+
+bool tellFlags(RunRef &ref, int32_t flags)
+{
+    bool ends = false;
+    for (const auto &[bit, reason, text] : fatalFlags) {
+        if (!(flags & bit)) continue;
+        ref.context.Description.StopReason = reason; // of several the last
+        reportDeviceError(ref.device, LogCategory::Device, "Device: {} @{}", text, ref.device.ID);
+        ends = true;
+    }
+    if (flags & countsDropped) logWrn(LogCategory::Device, "Device: TTTR: Cnts_Dropped @{}", ref.device.ID);
+    return ends;
+}
+
+bool timerRanOut(RecordSource &source)
+{
+    if (source.TimerStatus == 1) return source.TimerRunning;
+    source.TimerRunning = true;
+    return false;
+}
+
+bool wordsWait(Run &run)
+{
+    std::lock_guard gate(run.ReadGate);
+    return run.ReadCount > 0;
+}
+
+namespace {
+
+// A file is read in place; ProcessThread has time.
+Reading readFromFile(RunRef &ref, RecordSource &source)
+{
+    Run &run = *ref.run;
+    std::lock_guard gate(run.ReadGate);
+    if (run.ReadCount > streamRecords() - chunkWords) return {.IsFull = true};
+    const Reading reading = readSource(source, ref.device, run.ReadBuffer.get() + run.ReadCount, run.ReadCount);
+    run.ReadCount += reading.Words;
+    return reading;
+}
+
+// The library may hang, so the gate isn't held: whoever stops the run passes it.
+Reading readFromInstrument(RunRef &ref, RecordSource &source)
+{
+    Run &run = *ref.run;
+    {
+        std::lock_guard gate(run.ReadGate);
+        if (run.ReadCount > streamRecords() - chunkWords) return {.IsFull = true};
+    }
+    const Reading reading = readSource(source, ref.device, source.Fifo.get(), 0);
+    std::lock_guard gate(run.ReadGate); // the room can only have grown
+    std::copy_n(source.Fifo.get(), reading.Words, run.ReadBuffer.get() + run.ReadCount);
+    run.ReadCount += reading.Words;
+    return reading;
+}
+
+} // namespace
+
+Reading readWords(RunRef &ref, RecordSource &source)
+{
+    const Reading reading = ref.run->Facts.IsLive ? readFromInstrument(ref, source) : readFromFile(ref, source);
+    ref.run->ReadChanged.notify_all();
+    return reading;
+}
+
+bool readLastWords(RunRef &ref, RecordSource &source)
+{
+    constexpr int passes = 100, mostEmpty = 4;
+    Run &run = *ref.run;
+    ref.context.Description.StopReason = StopReason::TimeOver;
+    if (LogLevel.Api) logInf(LogCategory::Progress, "ctc stopped @{}", ref.device.ID);
+    for (int pass = 0, empty = 0; pass < passes && empty <= mostEmpty && !isAborted(run); ++pass) {
+        const Reading reading = readWords(ref, source);
+        if (reading.Failed) {
+            ref.context.Description.StopReason = StopReason::DataXferFail;
+            stopSource(source, ref.device);
+            return true;
+        }
+        if (reading.Words > 0)
+            empty = 0;
+        else if (!wordsWait(run) && ++empty <= mostEmpty)
+            logDeb(LogCategory::Progress, "Wait for last data: {} @{}", pass, ref.device.ID);
+        waitFor(run.Control, Pace::lastData, [&run] { return isAborted(run); });
+    }
+    if (wordsWait(run)) return false; // the next pass goes on
+    stopSource(source, ref.device);
+    return true;
+}
+
+void dropWaiting(RunRef &ref)
+{
+    Run &run = *ref.run;
+    ref.context.Description.StopReason = StopReason::QueueOverrun;
+    logWrn(LogCategory::Device, "Device: TTRead buffer overrun - clearing! @{}", ref.device.ID);
+    {
+        std::lock_guard gate(run.ReadGate);
+        run.ReadCount = 0;
+    }
+    clearRawBlock(run);
+    if (auto first = lockFirst(ref.context); first.record) first.record->Events.Count = 0;
+}
+
+} // namespace Tessel

@@ -1,0 +1,145 @@
+// Runs on an instrument, played by a fake library: what it is asked, what ends the run, what is read.
+#include "devices/result.h"
+#include "session/open_close.h"
+#include "support/host.h"
+#include "support/instrument.h"
+#include "support/words.h"
+#include "tessel.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+
+using namespace Tessel;
+using namespace TestSupport;
+
+namespace {
+
+class LiveRun : public testing::Test
+{
+protected:
+    ~LiveRun() override { closeForGood(); }
+
+    void init(MeasMode mode)
+    {
+        char id[8192] = "";
+        ASSERT_TRUE(getDevice(id));
+        ASSERT_TRUE(initDevice(static_cast<int32_t>(mode), 0));
+        fake.newCalls();
+    }
+    StopReason reason() { return currentDevice()->context.Description.StopReason; }
+
+    Fake fake{libraryOf(LibType::ZP)->FileName};
+    std::vector<uint32_t> block = std::vector<uint32_t>(1000);
+    uint64_t count = 0;
+    Finished finished;
+};
+
+} // namespace
+
+TEST_F(LiveRun, ReadsWhatComesUntilTheTimerHasRunOut)
+{
+    init(MeasMode::T2);
+    std::vector<uint32_t> words(100);
+    std::iota(words.begin(), words.end(), t2Event(1, 5));
+    fake->words(words.data(), words.size());
+    rawMeasure(nullptr, 250, 0, 0, block.data(), &count, block.size(), finished.get());
+    ASSERT_TRUE(eventually([&] { return described("NumRecs") == 100; }));
+    fake->words(words.data(), 10); // the last ones
+    fake->number("CTCStatus", 0, 1);
+    ASSERT_TRUE(finished.wait());
+    EXPECT_EQ(count, 110u);
+    EXPECT_TRUE(std::equal(words.begin(), words.end(), block.begin()));
+    EXPECT_EQ(reason(), StopReason::TimeOver);
+    EXPECT_EQ(described("StopAfter"), 1);
+    EXPECT_EQ(described("AcqTime"), 250);
+
+    const std::string calls = fake.newCalls();
+    EXPECT_TRUE(calls.starts_with("SetMeasControl 0 0 0 0; GetAllCountRates 0; GetWarnings 0; StartMeas 0 250; "
+                                  "GetSyncRate 0; GetFlags 0; CTCStatus 0; ReadFiFo 0; GetFlags 0"));
+    EXPECT_TRUE(calls.ends_with("ReadFiFo 0; StopMeas 0; ReadFiFo 0; GetElapsedMeasTime 0; GetStartTime 0"));
+}
+
+// Without an acquisition time it is told to wait for the stop, which it doesn't remember.
+TEST_F(LiveRun, WithoutATimeEndsAtTheStop)
+{
+    init(MeasMode::T2);
+    fake->number("CTCStatus", 0, 1); // never seen running, so not believed
+    rawMeasure(nullptr, 0, 1, 0, block.data(), &count, block.size(), finished.get());
+    EXPECT_FALSE(finished.isSet());
+    stopMeasure(nullptr);
+    ASSERT_TRUE(finished.wait());
+    EXPECT_EQ(reason(), StopReason::Manual);
+    EXPECT_TRUE(fake.newCalls().starts_with("SetMeasControl 0 6 0 0; "));
+    EXPECT_EQ(currentDevice()->device.MeasControl, 0);
+}
+
+TEST_F(LiveRun, FailuresEndItWithTheirReason)
+{
+    const struct
+    {
+        const char *operation;
+        int32_t answer, value; // of its first number; -1: its own
+        StopReason reason;
+        const char *line;
+    } rows[] = {
+        {"StartMeas", -5, -1, StopReason::SyncLost, "in ZP_StartMeas devIdx:0 tAcq:0s (-5): as told"},
+        {"GetFlags", -5, -1, StopReason::DataXferFail, "in ZP_GetFlags @11000 (-5)"},
+        {"CTCStatus", -5, -1, StopReason::Unknown, "ZPlib error (-5): as told"},
+        {"ReadFiFo", -5, -1, StopReason::DataXferFail, "in ZP_ReadFiFo @11000 (-5)"},
+        {"GetSyncRate", -1, -1, StopReason::Unknown, "in ZP_GetSyncRate @11000 (-1)"},
+        {"GetSyncRate", 0, 0, StopReason::SyncLost, "ERR Device: No sync detected! @11000"},
+        {"GetFlags", 0, 2, StopReason::FiFoOverrun, "ERR Device: FIFOfull @11000"},
+        {"GetFlags", 0, 4 + 64, StopReason::SyncLost, "ERR Device: Sync_Lost @11000"},
+        {"GetFlags", 0, 8, StopReason::RefClkLost, "ERR Device: Ref_Lost @11000"},
+        {"GetFlags", 0, 2 + 16 + 32, StopReason::SysError, "ERR Device: SysError @11000"},
+    };
+    for (const auto &[operation, answer, value, expected, line] : rows) {
+        SCOPED_TRACE(line);
+        fake->reset(1);
+        init(MeasMode::T3);
+        fake->answer(operation, 0, answer);
+        if (value >= 0) fake->number(operation, 0, value);
+        LogCapture log;
+        Finished ended;
+        rawMeasure(nullptr, 250, 1, 0, block.data(), &count, block.size(), ended.get());
+        EXPECT_TRUE(ended.isSet());
+        EXPECT_EQ(reason(), expected);
+        EXPECT_EQ(log.count(line), 1u);
+    }
+}
+
+TEST_F(LiveRun, T3TakesTheSyncPeriodFromTheRateUnlessItIsLow)
+{
+    const struct
+    {
+        double rate, periodSeconds;
+        int64_t periodPs;
+    } rows[] = {{80'000'000, 1, 12'500}, {100, 1, 10'000'000'000}, {99, 0.01, 10'000'000'000}, {99, 0, 1}};
+    for (const auto &[rate, seconds, periodPs] : rows) {
+        SCOPED_TRACE(rate);
+        fake->reset(1);
+        init(MeasMode::T3);
+        fake->number("GetSyncRate", 0, rate);
+        fake->number("GetSyncPeriod", 0, seconds);
+        fake->answer("ReadFiFo", 1, -5);
+        rawMeasure(nullptr, 250, 1, 0, block.data(), &count, block.size(), nullptr);
+        EXPECT_EQ(currentDevice()->device.SyncPeriodPs, periodPs);
+    }
+}
+
+// What a file shows in the same words.
+TEST_F(LiveRun, HistogramOfT3)
+{
+    init(MeasMode::T3);
+    const std::vector<uint32_t> words = {t3Event(0, 10, 1), t3Event(0, 10, 2), t3Event(1, 20, 3)};
+    fake->words(words.data(), words.size());
+    Counts counts(5, 32768);
+    getHistogram(nullptr, 250, 0, 0, counts.data.data(), finished.get());
+    ASSERT_TRUE(eventually([&] { return described("NumRecs") == 3; }));
+    stopMeasure(nullptr);
+    ASSERT_TRUE(finished.wait());
+    EXPECT_EQ(counts.sum(), 3u);
+    EXPECT_EQ(counts.rowSum(1), 2u);
+}
