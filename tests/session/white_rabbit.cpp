@@ -1,5 +1,5 @@
 // The White Rabbit exports against fake libraries.
-#include "session/current_instrument.h"
+#include "support/instrument.h"
 #include "tessel.h"
 
 #include <fmt/format.h>
@@ -24,8 +24,8 @@ std::string longText(char end)
 TEST(WhiteRabbit, TextsAndNumbers)
 {
     for (LibType family : {ZP, CD90}) {
-        Current current(family);
-        Fake &fake = current.instrument.fake;
+        Instrument instrument(family);
+        Fake &fake = instrument.fake;
         char mac[19] = "junkjunkjunkjunk~~";
         EXPECT_TRUE(WRabbitGetMAC(nullptr, mac));
         EXPECT_EQ(std::string(mac, 19), std::string("00-1a-2b-3c-4d-5e\0", 19)) << "18 bytes";
@@ -60,8 +60,8 @@ TEST(WhiteRabbit, TextsAndNumbers)
 
 TEST(WhiteRabbit, SfpData)
 {
-    Current current(ZP);
-    Fake &fake = current.instrument.fake;
+    Instrument instrument(ZP);
+    Fake &fake = instrument.fake;
     int32_t a[] = {1, 2, 3, 4}, b[] = {5, 6, 7, 8}, c[] = {9, 10, 11, 12};
     EXPECT_TRUE(WRabbitSetSFPData(nullptr, "AXGE", a, b, c));
     EXPECT_EQ(fake.newCalls(), "WRabbitSetSFPData 0 \"AXGE\" [1 2 3 4] [5 6 7 8] [9 10 11 12]");
@@ -81,8 +81,8 @@ TEST(WhiteRabbit, SfpData)
 
 TEST(WhiteRabbit, WhatALibraryWritesIsBounded)
 {
-    Current current(CD90);
-    Fake &fake = current.instrument.fake;
+    Instrument instrument(CD90);
+    Fake &fake = instrument.fake;
     LogCapture log;
     fake->endless("WRabbitGetInitScript");
     std::string room = longText('~') + "~";
@@ -102,13 +102,13 @@ TEST(WhiteRabbit, WhatALibraryWritesIsBounded)
 
 TEST(WhiteRabbit, MacThatIsNone)
 {
-    Current current(ZP);
+    Instrument instrument(ZP);
     LogCapture log;
     for (const char *text :
          {"", "00-1a-2b-3c-4d-5", "001a2b3c4d5g", "0x1a2b3c4d5e", "+11a2b3c4d5e", " 11a2b3c4d5e"})
         EXPECT_FALSE(WRabbitSetMAC(nullptr, text)) << text;
     EXPECT_FALSE(WRabbitSetMAC(nullptr, nullptr));
-    EXPECT_EQ(current.instrument.fake.newCalls(), "");
+    EXPECT_EQ(instrument.fake.newCalls(), "");
     EXPECT_EQ(log.count("ERR API WRabbitSetMAC failed: "), 7u);
 }
 
@@ -148,8 +148,8 @@ TEST(WhiteRabbit, WithoutAnAnswer)
              return std::string(text) == "keep" && answer;
          }},
     };
-    Current current(ZP);
-    Device &device = current.instrument.device;
+    Instrument instrument(ZP);
+    Device &device = instrument.device;
     for (const auto &c : cases) {
         SCOPED_TRACE(c.Operation);
         const auto expectNothing = [&](bool answer) {
@@ -160,9 +160,9 @@ TEST(WhiteRabbit, WithoutAnAnswer)
             EXPECT_EQ((std::vector(numbers, numbers + 4)), (std::vector{7, 7, 7, 0}));
         };
         LogCapture log;
-        current.instrument.fake->answer(c.Operation, 1, -3);
+        instrument.fake->answer(c.Operation, 1, -3);
         expectNothing(false);
-        current.instrument.fake.newCalls();
+        instrument.fake.newCalls();
         for (LibType family : {CD, SV40, LM70, Dummy}) {
             device.LibType = family;
             expectNothing(false);
@@ -173,7 +173,7 @@ TEST(WhiteRabbit, WithoutAnAnswer)
         device.DeviceType = DeviceType::File;
         expectNothing(true);
         device.DeviceType = DeviceType::Instrument;
-        EXPECT_EQ(current.instrument.fake.newCalls(), "");
+        EXPECT_EQ(instrument.fake.newCalls(), "");
         for (LibType family : {CD, SV40, LM70, Dummy})
             EXPECT_EQ(log.count(fmt::format("WRN Config: {} is not supported for libType {} @77", c.Operation,
                                             libTypeText(family))),
@@ -183,7 +183,7 @@ TEST(WhiteRabbit, WithoutAnAnswer)
 
 TEST(WhiteRabbit, Lines)
 {
-    Current current(ZP);
+    Instrument instrument(ZP);
     LogCapture log;
     char mac[18];
     int32_t numbers[4] = {1, 2, 3, 4};

@@ -6,6 +6,7 @@
 #include "devices/families.h"
 #include "devices/libs/loader.h"
 #include "records/refs.h"
+#include "session/tables.h"
 #include "support/fake.h"
 #include "support/log_capture.h"
 
@@ -38,7 +39,11 @@ struct Instrument
         device.MaxBinSteps = 8;
         device.ChansCfg.resize(4);
         for (int32_t i = 0; Tessel::ChannelRow & row : device.ChansCfg) row.Index = i++;
+        Tessel::addDevice(entry);
     }
+    ~Instrument() { Tessel::removeDevice(entry); }
+    Instrument(const Instrument &) = delete;
+    Instrument &operator=(const Instrument &) = delete;
 
     Fake fake;
     Tessel::DeviceRef entry = std::make_shared<Tessel::DeviceEntry>();

@@ -1,13 +1,13 @@
-// The set operations against fake libraries: what reaches the library, what is remembered, what is refused.
+// The parameter exports against fake libraries: what reaches the library, what is remembered, what is refused.
 #include "devices/acquisition.h"
 #include "devices/inputs.h"
-#include "devices/markers.h"
-#include "devices/sync.h"
 #include "support/instrument.h"
+#include "tessel.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 
@@ -34,7 +34,7 @@ struct Setter
     std::string Sent;   // {} is the value
     std::string Limits; // parameter and function in a warning; empty: none is logged
     std::array<std::optional<Range>, 5> Ranges;
-    std::function<bool(Device &, int32_t)> Set;
+    bool (*Set)(int32_t);
     std::function<int32_t &(Device &)> Field;
     MeasMode Mode = MeasMode::T3;
     std::string After{}; // calls that follow
@@ -45,10 +45,22 @@ std::function<int32_t &(Device &)> of(int32_t DeviceConfig::*member)
     return [member](Device &device) -> int32_t & { return device.*member; };
 }
 
-// The input operations go to the third input.
+// The functions for an input get the third one.
 std::function<int32_t &(Device &)> of(int32_t ChannelRow::*member)
 {
     return [member](Device &device) -> int32_t & { return device.ChansCfg.at(2).*member; };
+}
+
+template <bool (*set)(const char16_t *, int32_t)>
+bool call(int32_t value)
+{
+    return set(nullptr, value);
+}
+
+template <auto set, auto... arguments>
+bool fixed()
+{
+    return set(nullptr, arguments...);
 }
 
 const std::vector<Setter> &setters()
@@ -59,62 +71,58 @@ const std::vector<Setter> &setters()
     const auto zpLmCd90 = [](Range range) { return Ranges{{range, none, none, range, range}}; };
     static const std::vector<Setter> table = {
         {"SetSyncDiv", "SetSyncDiv 0 {}", "syncDiv in SetSyncDiv",
-         Ranges{{{{1, 16}}, {{1, 16}}, {{1, 8}}, {{1, 8}}, {{1, 16}}}}, SetSyncDiv, of(&DeviceConfig::SyncDiv)},
+         Ranges{{{{1, 16}}, {{1, 16}}, {{1, 8}}, {{1, 8}}, {{1, 16}}}}, call<setSyncDiv>,
+         of(&DeviceConfig::SyncDiv)},
         {"SetSyncEdgeTrg", "SetSyncEdgeTrg 0 {} 1", "trigLvlSync in SetSyncEdgeTrig", edge,
-         [](Device &d, int32_t v) { return SetSyncEdgeTrig(d, v, 1); }, of(&DeviceConfig::SyncTrigLvl)},
+         [](int32_t v) { return setSyncEdgeTrig(nullptr, v, 1); }, of(&DeviceConfig::SyncTrigLvl)},
         {"SetSyncCFD", "SetSyncCFD 0 {} 0", "discrLvlSync in SetSyncCFD", cfd,
-         [](Device &d, int32_t v) { return SetSyncCFD(d, v, 0); }, of(&DeviceConfig::SyncDiscrLvl)},
+         [](int32_t v) { return setSyncCFD(nullptr, v, 0); }, of(&DeviceConfig::SyncDiscrLvl)},
         {"SetSyncCFD", "SetSyncCFD 0 0 {}", "zeroXLvlSync in SetSyncCFD", zero,
-         [](Device &d, int32_t v) { return SetSyncCFD(d, 0, v); }, of(&DeviceConfig::SyncZeroxLvL)},
+         [](int32_t v) { return setSyncCFD(nullptr, 0, v); }, of(&DeviceConfig::SyncZeroxLvL)},
         {"SetSyncChannelOffset", "SetSyncChannelOffset 0 {}", "syncChannelOffset @{} in SetSyncChannelOffset",
-         all({-99999, 99999}), SetSyncChannelOffset, of(&DeviceConfig::SyncChannelOffset)},
-        {"SetSyncChannelEnable", "SetSyncChannelEnable 0 {}", "", zpLmCd90(any), SetSyncChannelEnable,
+         all({-99999, 99999}), call<setSyncChannelOffset>, of(&DeviceConfig::SyncChannelOffset)},
+        {"SetSyncChannelEnable", "SetSyncChannelEnable 0 {}", "", zpLmCd90(any), call<setSyncChannelEnable>,
          of(&DeviceConfig::SyncChannelEnable)},
         {"SetInputHysteresis", "SetInputHysteresis 0 {}", "hystCode in SetInputHysteresis", zpLmCd90({0, 1}),
-         SetInputHysteresis, of(&DeviceConfig::HystCode)},
-        {"SetTimingMode", "SetTimingMode 0 {}", "", Ranges{{none, none, {{0, 1}}, none, none}}, SetTimingMode,
-         of(&DeviceConfig::TimingMode)},
-        {"SetBinning", "SetBinning 0 {}", "binning in SetBinning", all({0, 7}), SetBinning,
+         call<setInputHysteresis>, of(&DeviceConfig::HystCode)},
+        {"SetTimingMode", "SetTimingMode 0 {}", "", Ranges{{none, none, {{0, 1}}, none, none}},
+         call<setTimingMode>, of(&DeviceConfig::TimingMode)},
+        {"SetBinning", "SetBinning 0 {}", "binning in SetBinning", all({0, 7}), call<setBinning>,
          of(&DeviceConfig::Binning), MeasMode::Histogramming, "; GetResolution 0"},
         {"SetOffset", "SetOffset 0 {}", "offset in SetOffset",
          Ranges{{{{0, 100000000}}, {{0, 500000}}, {{0, 100000000}}, {{0, 100000000}}, {{0, 100000000}}}},
-         SetOffset, of(&DeviceConfig::Offset)},
+         call<setOffset>, of(&DeviceConfig::Offset)},
         {"SetHistoLength", "SetHistoLen 0 {}", "lengthCode in SetHistoLength",
-         Ranges{{{{0, 6}}, {{0, 6}}, {{0, 5}}, {{0, 9}}, {{0, 7}}}}, SetHistoLength,
+         Ranges{{{{0, 6}}, {{0, 6}}, {{0, 5}}, {{0, 9}}, {{0, 7}}}}, call<setHistoLength>,
          of(&DeviceConfig::LengthCode), MeasMode::Histogramming},
         {"SetTriggerOutput", "SetTriggerOutput 0 {}", "",
-         Ranges{{{{0, 16777215}}, none, {{0, 16777215}}, {{0, 16777215}}, {{0, 16777215}}}}, SetTriggerOutput,
-         of(&DeviceConfig::TriggerOutput)},
+         Ranges{{{{0, 16777215}}, none, {{0, 16777215}}, {{0, 16777215}}, {{0, 16777215}}}},
+         call<setTriggerOutput>, of(&DeviceConfig::TriggerOutput)},
         {"SetLEDBrightness", "SetLEDBrightness 0 {}", "", Ranges{{none, none, none, none, {{0, 2}}}},
-         SetLEDBrightness, of(&DeviceConfig::LedBrightness)},
+         [](int32_t v) { return SetLEDBrightness(currentDevice()->device, v); },
+         of(&DeviceConfig::LedBrightness)},
         {"SetMarkerEdges", "SetMarkerEdges 0 1 {} 0 1", "", all({0, 1}),
-         [](Device &d, int32_t v) {
-             return SetMarkerEdges(d, {9, v, -9, 1});
-         },
+         [](int32_t v) { return setMarkerEdges(nullptr, 9, v, -9, 1); },
          [](Device &d) -> int32_t & { return d.MarkerEdges.at(1); }},
         {"SetMarkerEnable", "SetMarkerEnable 0 0 0 1 {}", "", all({0, 1}),
-         [](Device &d, int32_t v) {
-             return SetMarkerEnable(d, {-1, 0, 2, v});
-         },
+         [](int32_t v) { return setMarkerEnable(nullptr, -1, 0, 2, v); },
          [](Device &d) -> int32_t & { return d.MarkerEna.at(3); }, MeasMode::T2},
         {"SetMarkerHoldoffTime", "SetMarkerHoldoffTime 0 {}", "holdoffTime in SetMarkerHoldoffTime",
-         Ranges{{{{0, 25500}}, {{0, 524296}}, {{0, 25500}}, {{0, 25500}}, {{0, 25500}}}}, SetMarkerHoldoffTime,
-         of(&DeviceConfig::MarkerHoldoffTime)},
+         Ranges{{{{0, 25500}}, {{0, 524296}}, {{0, 25500}}, {{0, 25500}}, {{0, 25500}}}},
+         call<setMarkerHoldoffTime>, of(&DeviceConfig::MarkerHoldoffTime)},
         {"SetOflCompression", "SetOflCompression 0 {}", "holdTime in SetOflCompression", zpLmCd90({0, 255}),
-         SetOflCompression, of(&DeviceConfig::HoldTime)},
+         call<setOflCompression>, of(&DeviceConfig::HoldTime)},
         {"SetInputEdgeTrg", "SetInputEdgeTrg 0 2 {} 1", "trigLvl in SetInputEdgeTrig", edge,
-         [](Device &d, int32_t v) { return SetInputEdgeTrig(d, d.ChansCfg[2], v, 1); },
-         of(&ChannelRow::TrigLvl)},
+         [](int32_t v) { return setInputEdgeTrig(nullptr, 2, v, 1); }, of(&ChannelRow::TrigLvl)},
         {"SetInputCFD", "SetInputCFD 0 2 {} 0", "discrLvl in SetInputCFD", cfd,
-         [](Device &d, int32_t v) { return SetInputCFD(d, d.ChansCfg[2], v, 0); }, of(&ChannelRow::DiscrLvl)},
+         [](int32_t v) { return setInputCFD(nullptr, 2, v, 0); }, of(&ChannelRow::DiscrLvl)},
         {"SetInputCFD", "SetInputCFD 0 2 0 {}", "zerox in SetInputCFD", zero,
-         [](Device &d, int32_t v) { return SetInputCFD(d, d.ChansCfg[2], 0, v); }, of(&ChannelRow::ZeroXLvl)},
+         [](int32_t v) { return setInputCFD(nullptr, 2, 0, v); }, of(&ChannelRow::ZeroXLvl)},
         {"SetInputChannelOffset", "SetInputChannelOffset 0 2 {}", "chanOffs in SetInputChannelOffset",
-         all({-99999, 99999}), [](Device &d, int32_t v) { return SetInputChannelOffset(d, d.ChansCfg[2], v); },
+         all({-99999, 99999}), [](int32_t v) { return setInputChannelOffset(nullptr, 2, v); },
          of(&ChannelRow::ChanOffs)},
         {"SetInputChannelEnable", "SetInputChannelEnable 0 2 {}", "", all(any),
-         [](Device &d, int32_t v) { return SetInputChannelEnable(d, d.ChansCfg[2], v); },
-         of(&ChannelRow::ChanEna)},
+         [](int32_t v) { return setInputChannelEnable(nullptr, 2, v); }, of(&ChannelRow::ChanEna)},
     };
     return table;
 }
@@ -142,7 +150,7 @@ TEST(Settings, LimitedSentAndRemembered)
                 if (value != asked) continue;
                 const int32_t sent = std::clamp(value, least, most);
                 setter.Field(instrument.device) = 777;
-                EXPECT_TRUE(setter.Set(instrument.device, value)) << value;
+                EXPECT_TRUE(setter.Set(value)) << value;
                 EXPECT_EQ(instrument.fake.newCalls(),
                           fmt::format(fmt::runtime(setter.Sent), sent) + setter.After);
                 EXPECT_EQ(setter.Field(instrument.device), sent);
@@ -152,7 +160,7 @@ TEST(Settings, LimitedSentAndRemembered)
             }
             setter.Field(instrument.device) = 777;
             instrument.fake->answer(setter.Sent.substr(0, setter.Sent.find(' ')).c_str(), 0, -7);
-            EXPECT_FALSE(setter.Set(instrument.device, least));
+            EXPECT_FALSE(setter.Set(least));
             EXPECT_EQ(setter.Field(instrument.device), 777) << "what the library refused is remembered";
             EXPECT_EQ(linesOf(log, "WRN"), warnings);
         }
@@ -176,21 +184,21 @@ TEST(Settings, RefusedByFamilyTypeAndModel)
             if (static_cast<size_t>(family) < 5 && setter.Ranges[static_cast<size_t>(family)]) continue;
             device.LibType = family;
             LogCapture log;
-            EXPECT_FALSE(setter.Set(device, 0));
+            EXPECT_FALSE(setter.Set(0));
             EXPECT_EQ(log.count("WRN " + refusal(setter, family)), 1u) << libTypeText(family);
         }
         device.LibType = ZP;
         device.DeviceType = DeviceType::File;
-        EXPECT_TRUE(setter.Set(device, 0));
+        EXPECT_TRUE(setter.Set(0));
         device.DeviceType = DeviceType::Remote;
-        EXPECT_FALSE(setter.Set(device, 0));
+        EXPECT_FALSE(setter.Set(0));
         EXPECT_EQ(instrument.fake.newCalls(), "");
     }
     Instrument sarvex(SV40);
     sarvex.device.Model = "Sarvex 40 N";
     LogCapture log;
-    EXPECT_FALSE(SetSyncCFD(sarvex.device, 0, 0));
-    EXPECT_FALSE(SetInputCFD(sarvex.device, sarvex.device.ChansCfg[0], 0, 0));
+    EXPECT_FALSE(setSyncCFD(nullptr, 0, 0));
+    EXPECT_FALSE(setInputCFD(nullptr, 0, 0, 0));
     EXPECT_EQ(linesOf(log, "WRN"),
               (std::vector<std::string>{"WRN Config: SetSyncCFD is not supported for model Sarvex 40 N @77",
                                         "WRN Config: SetInputCFD is not supported for model Sarvex 40 N @77"}));
@@ -198,38 +206,36 @@ TEST(Settings, RefusedByFamilyTypeAndModel)
 
 TEST(Settings, SilentWithoutFeatureOrInTheWrongMode)
 {
-    using Set = bool (*)(Device &);
     using enum MeasMode;
     const struct
     {
         const char *Name;
         uint32_t Features;
         MeasMode Mode;
-        Set Call;
+        bool (*Call)();
         std::string Calls{};
     } cases[] = {
-        {"dead time", ~Feature::ProgTd, T3, [](Device &d) { return SetSyncDeadTime(d, 900); }},
-        {"input dead time", ~Feature::ProgTd, T3,
-         [](Device &d) { return SetInputDeadTime(d, d.ChansCfg[0], 900); }},
-        {"hysteresis", ~Feature::ProgHyst, T3, [](Device &d) { return SetInputHysteresis(d, 9); }},
-        {"trigger output", ~Feature::TrigOut, T3, [](Device &d) { return SetTriggerOutput(d, 1); }},
-        {"marker edges", ~Feature::Markers, T3, [](Device &d) { return SetMarkerEdges(d, {}); }},
-        {"marker enable", ~Feature::Markers, T3, [](Device &d) { return SetMarkerEnable(d, {}); }},
-        {"hold-off", ~Feature::Markers, T3, [](Device &d) { return SetMarkerHoldoffTime(d, -1); }},
-        {"input mode", ~Feature::InputMode, T3, [](Device &d) { return SetInputTrgMode(d, d.ChansCfg[0], 0); }},
-        {"marker edges, histograms", ~0u, Histogramming, [](Device &d) { return SetMarkerEdges(d, {}); }},
-        {"marker enable, histograms", ~0u, Histogramming, [](Device &d) { return SetMarkerEnable(d, {}); }},
-        {"hold-off, histograms", ~0u, Histogramming, [](Device &d) { return SetMarkerHoldoffTime(d, 1); }},
-        {"compression, histograms", ~0u, Histogramming, [](Device &d) { return SetOflCompression(d, 1); }},
-        {"offset, T2", ~0u, T2, [](Device &d) { return SetOffset(d, 1); }},
-        {"binning, T2", ~0u, T2, [](Device &d) { return SetBinning(d, 1); }, "GetResolution 0"},
+        {"dead time", ~Feature::ProgTd, T3, fixed<setSyncDeadTime, 900>},
+        {"input dead time", ~Feature::ProgTd, T3, fixed<setInputDeadTime, 0, 900>},
+        {"hysteresis", ~Feature::ProgHyst, T3, fixed<setInputHysteresis, 9>},
+        {"trigger output", ~Feature::TrigOut, T3, fixed<setTriggerOutput, 1>},
+        {"marker edges", ~Feature::Markers, T3, fixed<setMarkerEdges, 0, 0, 0, 0>},
+        {"marker enable", ~Feature::Markers, T3, fixed<setMarkerEnable, 0, 0, 0, 0>},
+        {"hold-off", ~Feature::Markers, T3, fixed<setMarkerHoldoffTime, -1>},
+        {"input mode", ~Feature::InputMode, T3, fixed<setInputTrigMode, 0, 0>},
+        {"marker edges, histograms", ~0u, Histogramming, fixed<setMarkerEdges, 0, 0, 0, 0>},
+        {"marker enable, histograms", ~0u, Histogramming, fixed<setMarkerEnable, 0, 0, 0, 0>},
+        {"hold-off, histograms", ~0u, Histogramming, fixed<setMarkerHoldoffTime, 1>},
+        {"compression, histograms", ~0u, Histogramming, fixed<setOflCompression, 1>},
+        {"offset, T2", ~0u, T2, fixed<setOffset, 1>},
+        {"binning, T2", ~0u, T2, fixed<setBinning, 1>, "GetResolution 0"},
     };
     for (const auto &c : cases)
         for (LibType family : {ZP, CD90}) {
             Instrument instrument(family, c.Mode);
             instrument.device.Features = c.Features;
             LogCapture log;
-            EXPECT_FALSE(c.Call(instrument.device)) << c.Name;
+            EXPECT_FALSE(c.Call()) << c.Name;
             EXPECT_EQ(instrument.fake.newCalls(), c.Calls) << c.Name;
             EXPECT_EQ(linesOf(log, "WRN"), std::vector<std::string>{}) << c.Name;
         }
@@ -264,11 +270,11 @@ TEST(Settings, DeadTimes)
         Device &device = instrument.device;
         ChannelRow &row = device.ChansCfg[1];
         LogCapture log;
-        EXPECT_TRUE(SetInputDeadTime(device, row, c.Asked));
+        EXPECT_TRUE(setInputDeadTime(nullptr, 1, c.Asked));
         EXPECT_EQ(instrument.fake.newCalls(), "SetInputDeadTime 0 1 " + c.Input);
         EXPECT_EQ(row.DeadTimeOn, c.On);
         EXPECT_EQ(row.DeadTime, c.Remembered);
-        EXPECT_EQ(SetSyncDeadTime(device, c.Asked), !c.Sync.empty());
+        EXPECT_EQ(setSyncDeadTime(nullptr, c.Asked), !c.Sync.empty());
         if (!c.Sync.empty()) {
             EXPECT_EQ(instrument.fake.newCalls(), "SetSyncDeadTime 0 " + c.Sync);
             EXPECT_EQ(device.SyncDeadTimeOn, c.On);
@@ -301,10 +307,13 @@ TEST(Settings, StopOverflow)
             EXPECT_EQ(log.count("SetStopOverflow: 0 " + c.Sent + " @77"), c.Sequence == 2 ? 0u : 1u);
         }
     Instrument instrument(ZP);
-    instrument.device.LibType = Dummy;
     LogCapture log;
-    EXPECT_FALSE(SetStopOverflow(instrument.device, instrument.context, 5, true));
+    EXPECT_TRUE(setStopOverflow(nullptr, 4000000000)); // the export leaves no trace
+    EXPECT_EQ(instrument.fake.newCalls(), "SetStopOverflow 0 1 4000000000");
+    instrument.device.LibType = Dummy;
+    EXPECT_FALSE(setStopOverflow(nullptr, 5));
     EXPECT_EQ(log.count("WRN Config: Value 5 is above maximum of 1 for stopCount in SetStopOverflow!"), 1u);
+    EXPECT_EQ(log.count("SetStopOverflow: 0"), 0u);
 }
 
 TEST(Settings, HistogramLengthByMode)
@@ -334,22 +343,14 @@ TEST(Settings, HistogramLengthByMode)
         Device &device = instrument.device;
         device.LengthCode = 77;
         device.NumBins = 5;
-        EXPECT_EQ(SetHistoLength(device, c.Asked), c.Answer);
+        EXPECT_EQ(setHistoLength(nullptr, c.Asked), c.Answer);
         EXPECT_EQ(instrument.fake.newCalls(), c.Calls);
         EXPECT_EQ(device.LengthCode, c.LengthCode);
         EXPECT_EQ(device.NumBins, c.NumBins);
         device.NumBins = 5;
         device.Index = -1;
-        SetHistoLength(device, c.Asked);
+        setHistoLength(nullptr, c.Asked);
         EXPECT_TRUE(c.Answer || device.NumBins == 5) << "without a port";
-    }
-    for (const auto &[told, taken] : {std::pair(-1.0, 1u), {0.0, 1u}, {2e6, 1048576u}, {-2147483648.0, 1u}}) {
-        Instrument instrument(ZP, MeasMode::Histogramming);
-        instrument.fake->number("SetHistoLen", 0, told);
-        LogCapture log;
-        EXPECT_TRUE(SetHistoLength(instrument.device, 3));
-        EXPECT_EQ(instrument.device.NumBins, taken);
-        EXPECT_EQ(linesOf(log, "WRN").size(), 1u);
     }
 }
 
@@ -363,7 +364,7 @@ TEST(Settings, MeasurementControl)
         Instrument instrument(family);
         Device &device = instrument.device;
         LogCapture log;
-        EXPECT_EQ(SetMeasControl(device, asked, 1, 2), sent.has_value());
+        EXPECT_EQ(setMeasControl(nullptr, asked, 1, 2), sent.has_value());
         EXPECT_EQ(instrument.fake.newCalls(), sent ? fmt::format("SetMeasControl 0 {} 1 2", *sent) : "");
         EXPECT_EQ(device.MeasControl, sent.value_or(0));
         EXPECT_EQ(device.StopEdge, sent ? 2 : 0);
@@ -398,14 +399,14 @@ TEST(Settings, TriggerModeSendsItsLevelsAgain)
         device.SyncTrigLvl = -31, device.SyncTrigEdge = 1, device.SyncDiscrLvl = -32, device.SyncZeroxLvL = -33;
         ChannelRow &row = device.ChansCfg[1];
         row.TrigLvl = -21, row.TrigEdge = 0, row.DiscrLvl = -22, row.ZeroXLvl = -23;
-        EXPECT_EQ(SetSyncTrgMode(device, c.Mode), c.Answer);
+        EXPECT_EQ(setSyncTrigMode(nullptr, c.Mode), c.Answer);
         EXPECT_EQ(instrument.fake.newCalls(), c.Sync);
-        EXPECT_EQ(SetInputTrgMode(device, row, c.Mode), c.Answer);
+        EXPECT_EQ(setInputTrigMode(nullptr, 1, c.Mode), c.Answer);
         EXPECT_EQ(instrument.fake.newCalls(), c.Input);
         EXPECT_EQ(device.SyncTrigMode, TrigMode{c.Mode});
         EXPECT_EQ(row.TrigMode, TrigMode{c.Mode});
         instrument.fake->answer("SetInputTrgMode", 0, -1);
-        EXPECT_FALSE(SetInputTrgMode(device, row, 1 - c.Mode));
+        EXPECT_FALSE(setInputTrigMode(nullptr, 1, 1 - c.Mode));
         EXPECT_EQ(row.TrigMode, TrigMode{c.Mode});
     }
 }
@@ -465,9 +466,9 @@ TEST(Settings, AllInputsAtOnce)
 // Locations that differ from the pattern, and one that doesn't.
 TEST(Settings, LocationsOfFailedCalls)
 {
-    using Set = bool (*)(Device &);
-    const Set edge = [](Device &d) { return SetSyncEdgeTrig(d, -5, 1); };
-    const Set cfd = [](Device &d) { return SetSyncCFD(d, 0, 0); };
+    using Set = bool (*)();
+    const Set edge = [] { return setSyncEdgeTrig(nullptr, -5, 1); };
+    const Set cfd = [] { return setSyncCFD(nullptr, 0, 0); };
     const std::tuple<LibType, const char *, Set, std::string> cases[] = {
         {ZP, "SetSyncEdgeTrg", edge, "ZPlib error in ZP_SetSyncEdgeTrg @77 (-7): as told @77"},
         {LM70, "SetSyncEdgeTrg", edge, "LM70lib error in LM70_SetSyncEdgeTrg: 0 -5 1 (-7): as told @77"},
@@ -481,9 +482,9 @@ TEST(Settings, LocationsOfFailedCalls)
         Instrument instrument(family);
         instrument.fake->answer(operation, 1, -7);
         LogCapture log;
-        EXPECT_FALSE(set(instrument.device));
+        EXPECT_FALSE(set());
         EXPECT_EQ(log.count("ERR Device: " + text), 1u) << text;
-        EXPECT_TRUE(set(instrument.device)) << "the next good call works";
+        EXPECT_TRUE(set()) << "the next good call works";
     }
 }
 
@@ -491,8 +492,8 @@ TEST(Settings, TracesThatDifferFromThePattern)
 {
     Instrument sarvex(SV40, MeasMode::Histogramming);
     LogCapture log;
-    SetInputDeadTime(sarvex.device, sarvex.device.ChansCfg[1], 50000);
-    SetHistoLength(sarvex.device, 3);
+    setInputDeadTime(nullptr, 1, 50000);
+    setHistoLength(nullptr, 3);
     EXPECT_EQ(linesOf(log, "DEV"),
               (std::vector<std::string>{"DEV SV40_SetInputDeadTime: 0 1 50000 1 (44000) @77",
                                         "DEV SV40_SetHistoLen: 0 3 8192 @77"}));
@@ -502,7 +503,62 @@ TEST(Settings, LostInTheMiddleOfATriggerMode)
 {
     Instrument instrument(CD90);
     instrument.fake->answer("SetSyncCFD", 1, -36);
-    EXPECT_FALSE(SetSyncTrgMode(instrument.device, 1));
+    EXPECT_FALSE(setSyncTrigMode(nullptr, 1));
     EXPECT_FALSE(instrument.device.IsOpen);
     EXPECT_EQ(instrument.device.Error, -36);
+}
+
+TEST(Settings, Channels)
+{
+    struct Case
+    {
+        LibType Family;
+        const char *Operation;
+        bool (*Set)(int32_t channel);
+        std::string Refusal; // of channel 4
+    };
+    const Case cases[] = {
+        {LM70, "SetInputTrgMode", [](int32_t c) { return setInputTrigMode(nullptr, c, 0); },
+         "Invalid channel index 77 @ API setInputTrigMode"},
+        {ZP, "SetInputEdgeTrg", [](int32_t c) { return setInputEdgeTrig(nullptr, c, 0, 0); },
+         "Invalid channel index 77 @ API setInputEdgeTrig"},
+        {CD, "SetInputCFD", [](int32_t c) { return setInputCFD(nullptr, c, 0, 0); },
+         "Invalid channel index 4 @ API setInputCFD @77"},
+        {CD90, "SetInputChannelOffset", [](int32_t c) { return setInputChannelOffset(nullptr, c, 0); },
+         "Invalid channel index 4 @ API setInputChannelOffset @77"},
+        {SV40, "SetInputChannelEnable", [](int32_t c) { return setInputChannelEnable(nullptr, c, 0); },
+         "Invalid channel index 4 @ API setInputChannelEnable @77"},
+        {ZP, "SetInputDeadTime", [](int32_t c) { return setInputDeadTime(nullptr, c, 0); },
+         "Invalid channel index {} @ API setInputDeadTime"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.Operation);
+        Instrument instrument(c.Family);
+        Fake &fake = instrument.fake;
+        const auto calls = [&] {
+            const auto journal = fake.journal();
+            return std::ranges::count_if(journal, [&](auto &line) { return line.starts_with(c.Operation); });
+        };
+        LogCapture log;
+        EXPECT_TRUE(c.Set(-1));
+        EXPECT_EQ(calls(), 4) << "one for each input";
+        fake->answer(c.Operation, 2, -1);
+        EXPECT_FALSE(c.Set(-1));
+        EXPECT_EQ(calls(), 6) << "up to the first that refuses";
+        for (int32_t channel : {4, -2, INT32_MAX, INT32_MIN}) EXPECT_FALSE(c.Set(channel));
+        instrument.device.ChansCfg.clear();
+        EXPECT_FALSE(c.Set(-1)) << "no inputs";
+        EXPECT_EQ(calls(), 6);
+        EXPECT_EQ(std::ranges::count(log.lines(), "WRN " + c.Refusal),
+                  c.Refusal.find('4') == std::string::npos ? 4 : 1);
+    }
+}
+
+TEST(Settings, OfTheDeviceWithTheId)
+{
+    Instrument instrument(ZP);
+    EXPECT_FALSE(setSyncDiv(u"nobody", 2));
+    EXPECT_FALSE(setSyncDiv(nullptr, 2)) << "nobody is current now";
+    EXPECT_TRUE(setInputEdgeTrig(u"77", 3, -5, 1));
+    EXPECT_EQ(instrument.fake.newCalls(), "SetInputEdgeTrg 0 3 -5 1");
 }
