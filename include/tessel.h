@@ -44,7 +44,15 @@ extern "C" {
 #endif
 
 /* ---------------------------------------------------------------------------------------------- lifecycle
- * Devices are recorded files opened with getFileDevice(). */
+ * Devices are recorded files, opened with getFileDevice(), and instruments, found by getDeviceIDs() and
+ * getDevice(). There are five families: ZP, CD, SV40, LM70, CD90. Each has a library of its own, loaded when it
+ * is first looked for: ZPLib64.so, CDLib64.so, sv40lib64.so, LM70Lib.so, CD90Lib.so. It is looked for in the
+ * absolute folders of the environment variable TESSEL_INSTRUMENT_PATH (with colons between them), and where that
+ * isn't set, where the system's loader looks. A family without a library is passed over, with a line in the log.
+ *
+ * An instrument that is lost during any call is closed, and is the current device no longer; its id stays, and
+ * getDevice() opens it again once it is back. A call into an instrument blocks as long as its library takes.
+ * Other devices go on meanwhile. */
 
 /* Starts the library: reads the settings from the file `systemIniPath` and starts the log. If there is no such
  * file, the initial settings hold. A second call is a restart: it stops every run, closes every device and
@@ -52,16 +60,20 @@ extern "C" {
 TESSEL_API bool initAPI(const char *systemIniPath);
 
 /* Stops every run, closes every device and stops the log. Blocks until the runs have ended: some seconds, if
- * somebody still has to take what they have read. */
+ * somebody still has to take what they have read. A run, or an instrument, whose library doesn't come back is
+ * left to itself after ten seconds, with an error in the log. */
 TESSEL_API void exitAPI(void);
 
-/* Writes the ids of all known devices as a JSON array of texts, in the order in which they were found or
- * opened. `buffer`: 8192 bytes. False: the text doesn't fit, and the buffer says so. */
+/* Looks at every port of every instrument library, and writes the ids of all known devices as a JSON array of
+ * texts, in the order in which they were found or opened. `buffer`: 8192 bytes. The id of an instrument is its
+ * serial number; "ZP_Port 0 (busy)" is one that another program has. An instrument that was found once stays in
+ * the list; one that is open stays open. False: the text doesn't fit, and the buffer says so. */
 TESSEL_API bool getDeviceIDs(char *buffer);
 
-/* Picks a device and makes it the current one. `id`: in, the wanted id, or an empty text for the first device
- * that can be opened; out, the id of the chosen device (8192 bytes hold any). True: the device is open. False:
- * there is no such device, and no device is current. */
+/* Picks a device, opens it and makes it the current one. Where no device is known it looks for instruments
+ * first. `id`: in, the wanted id, or an empty text for the first device that can be opened; out, the id of the
+ * chosen device (8192 bytes hold any). True: the device is open. False: there is no such device, or it can't be
+ * opened, and no device is current. */
 TESSEL_API bool getDevice(char *id);
 
 /* Opens a recorded file (extension tgx) as a device and makes it the current one. `path`: in, the file; out,
@@ -72,11 +84,14 @@ TESSEL_API bool getDevice(char *id);
 TESSEL_API bool getFileDevice(char *path);
 
 /* Brings the current device into a measurement mode (0 histogramming, 2 T2, 3 T3) with a reference clock
- * source. A file device keeps the mode of its recording. True: the device is initialised. */
+ * source (0 internal; the others are the instrument's numbers). Stops a run on an instrument, opens it if it is
+ * closed, reads what it says of itself and sends it all parameters; one that it refuses is an error in the log
+ * and changes nothing else. A file device keeps the mode and clock of its recording. True: the device is
+ * initialised. */
 TESSEL_API bool initDevice(int32_t measMode, int32_t refSource);
 
 /* Closes the current device (`all` 0) or every device (`all` 1). Stops a run on it and blocks until the run has
- * ended. The id of a file device means nothing after that. */
+ * ended. The id of a file device means nothing after that; an instrument keeps its id and its parameters. */
 TESSEL_API void closeDevice(uint8_t all);
 
 /* ------------------------------------------------------------------------------------------------ logging
@@ -310,7 +325,9 @@ TESSEL_API uint8_t waitNewData(const char16_t *id);
 TESSEL_API void setSequenceMode(int32_t mode, uint8_t wait, double value);
 
 /* Rates of the current device in counts per second: of the sync to `syncRate`, of each input to `rates` (as
- * many elements as the device has inputs, first input first). Returns the number of inputs. */
+ * many elements as the device has inputs, first input first). An instrument is asked for them, also during a
+ * run; where it doesn't answer, and on a recorded file, they are the last that are known. Returns the number of
+ * inputs. */
 TESSEL_API int32_t getCountRates(int32_t *syncRate, int32_t *rates);
 
 /* Number of rows of a result: 1 for the sync, 1 for each input and, in T2 and T3, 1 for each channel that the
