@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <iterator>
 #include <unistd.h>
 
 namespace Tessel::Cli {
@@ -18,8 +19,10 @@ bool isQuiet = false;
 void line(std::string_view colour, std::string_view lead, std::string_view text)
 {
     const bool colours = !colour.empty() && withColour();
-    showOnStandardError(
-        fmt::format("tessel: {}{}{}{}\n", colours ? colour : "", lead, colours ? "\033[0m" : "", text));
+    fmt::memory_buffer shown; // "not enough memory" needs none
+    fmt::format_to(std::back_inserter(shown), "tessel: {}{}{}{}\n", colours ? colour : "", lead,
+                   colours ? "\033[0m" : "", text);
+    showOnStandardError({shown.data(), shown.size()});
 }
 
 } // namespace
