@@ -87,13 +87,15 @@ bool isReady(ImportState &import, const StageRef &stage)
 
 namespace {
 
-// Frees their room once they are most of the arrays.
-void dropUsed(ImportState &import)
+// The events that are dealt with go, once they are most of the store or their room is needed.
+void dropUsed(ImportState &import, uint64_t needed)
 {
-    if (import.Cursor <= import.Times.size() / 2) return;
-    import.Times.erase(import.Times.begin(), import.Times.begin() + static_cast<std::ptrdiff_t>(import.Cursor));
-    import.Channels.erase(import.Channels.begin(),
-                          import.Channels.begin() + static_cast<std::ptrdiff_t>(import.Cursor));
+    EventStore &held = import.Imported;
+    const uint64_t left = held.Count - import.Cursor;
+    if (import.Cursor <= left && roomOf(held) >= needed) return;
+    std::copy_n(held.Times.get() + import.Cursor, left, held.Times.get());
+    std::copy_n(held.Channels.get() + import.Cursor, left, held.Channels.get());
+    held.Count = left;
     import.Cursor = 0;
 }
 
@@ -105,8 +107,7 @@ void appendImported(ImportState &import, Time time, const EventBlock &block, uin
         const uint64_t ps = time.ps(block.Times[i]);
         const uint64_t shifted = ps + static_cast<uint64_t>(import.Offset);
         if (import.Offset < 0 ? shifted > ps : shifted < ps) continue;
-        import.Times.push_back(shifted);
-        import.Channels.push_back(block.Channels[i]);
+        append(import.Imported, shifted, block.Channels[i]);
     }
 }
 
@@ -143,16 +144,16 @@ void beforeTurn(ImportState &import, const StageRef &stage)
     joinImporters(import, stage, run);
     const EventBlock block = sourceBlock(context, *run);
     const uint64_t offered = block.Count ? *block.Count : 0;
-    const uint64_t held = import.Times.size() - import.Cursor;
-    uint64_t room = streamRecords() - std::min(held, streamRecords());
+    dropUsed(import, stage.run->Facts.MayWait ? 0 : offered);
+    const uint64_t held = import.Imported.Count - import.Cursor;
+    uint64_t room = roomOf(import.Imported);
     if (offered > room && !stage.run->Facts.MayWait) {
         warnSourceOverrun(stage, offered, held);
-        import.Cursor = import.Times.size();
-        room = streamRecords();
+        import.Imported.Count = import.Cursor = 0;
+        room = import.Imported.Capacity;
     }
     const uint64_t taken = std::min(offered, room);
     if (taken > 0) {
-        dropUsed(import);
         takeFrom(import, run->Facts, block, taken);
         import.Waits = false;
         noteTaken(*run);
@@ -165,18 +166,23 @@ void beforeTurn(ImportState &import, const StageRef &stage)
 
 void logOverrun(const ImportState &import, const StageRef &stage, const Manipulator &next)
 {
-    const std::string full = import.Times.empty() ? fmt::format(" {} is full", next.Name) : std::string();
+    const std::string full = import.Imported.Count == 0 ? fmt::format(" {} is full", next.Name) : std::string();
     logWrn(LogCategory::Device, "Device: Import Destination Buffer overrun - clearing!{} {}@{} from {}", full,
            stage.record->Name, stage.device.ID, stage.record->SourceId);
 }
 
 void startPass(ImportState &import, const StageRef &stage)
 {
-    import.Times.clear();
-    import.Channels.clear();
+    if (!allocate(import.Imported, streamRecords())) throw std::bad_alloc();
     import.Cursor = import.LastWritten = 0;
     import.SourceOver = import.SourceFull = import.Waits = false;
     stage.record->SourceChanged = true;
+}
+
+bool finishPass(ImportState &import, const StageRef &, EventStore *)
+{
+    release(import.Imported);
+    return true;
 }
 
 namespace {
@@ -213,7 +219,7 @@ public:
             const uint64_t ps = time.ps(in.Times[at]);
             writeImported(ps);
             if (roomOf(out) == 0) return at;
-            if (import.Cursor < import.Times.size()) {
+            if (import.Cursor < import.Imported.Count) {
                 append(out, in.Times[at], in.Channels[at]);
                 import.LastWritten = ps;
             } else if (!isAtTheEnd(import, stage)) {
@@ -230,10 +236,10 @@ private:
     // Writes the imported events before `ownPs`; skips those of other channels and those that come too late.
     void writeImported(uint64_t ownPs)
     {
-        for (; import.Cursor < import.Times.size() && roomOf(out) > 0; ++import.Cursor) {
-            const uint64_t ps = import.Times[import.Cursor];
+        for (; import.Cursor < import.Imported.Count && roomOf(out) > 0; ++import.Cursor) {
+            const uint64_t ps = import.Imported.Times[import.Cursor];
             if (ownPs <= ps) return;
-            const uint8_t channel = output[import.Channels[import.Cursor]];
+            const uint8_t channel = output[import.Imported.Channels[import.Cursor]];
             if (ps < import.LastWritten || channel == notImported) continue;
             append(out, Time::isT3 ? ps / period : ps,
                    channel); // in T3 as hosts know it: neither shift nor dtime
@@ -282,10 +288,9 @@ int32_t addImportStream(const DeviceRef &target, const ImportRequest &request)
     if (LogLevel.Manipulators)
         logInf(LogCategory::Progress, "AddMImport {} {} {} @{}", request.SourceId, channels, request.OffsetPs,
                target->device.ID);
-    ImportState state;
-    state.Offset = request.OffsetPs;
-    state.Devices = request.Devices;
-    auto thread = [state](StageRef stage) { runStage(stage, importWords, state); };
+    auto thread = [offset = request.OffsetPs, devices = request.Devices](StageRef stage) {
+        runStage(stage, importWords, ImportState{.Offset = offset, .Devices = devices});
+    };
     if (!addStage(locks, target, record, "Import_{}", thread)) return -1;
     return record->OutChans.front();
 }

@@ -43,9 +43,9 @@ std::shared_ptr<Run> sourceRun()
 
 void give(ImportState &import, const char *held)
 {
-    EventArrays arrays(events(held));
-    import.Times = std::move(arrays.times);
-    import.Channels = std::move(arrays.channels);
+    const Events given = events(held);
+    allocate(import.Imported, given.size());
+    for (const Event &event : given) append(import.Imported, event.time, event.channel);
 }
 
 } // namespace
@@ -122,11 +122,11 @@ TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
         ImportState import;
         import.Source = std::make_shared<DeviceEntry>();
         import.Source->context.CurrentRun = run;
+        startPass(import, stage);
         import.Waits = true;
-        stage.record->SourceChanged = true;
         beforeTurn(import, stage);
         EXPECT_FALSE(waits(import, stage)); // nor if the next store is full: the source may not move again
-        EXPECT_EQ(import.Times.size(), streamRecords());
+        EXPECT_EQ(import.Imported.Count, streamRecords());
         EXPECT_EQ(offered.Count, 0u);
 
         append(offered, 7, 1);
@@ -135,7 +135,7 @@ TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
         beforeTurn(import, stage);
         const bool holds = type == DeviceType::File;
         EXPECT_EQ(offered.Count, holds ? 1u : 0u);
-        EXPECT_EQ(import.Times.size() - import.Cursor, holds ? streamRecords() : 1u);
+        EXPECT_EQ(import.Imported.Count - import.Cursor, holds ? streamRecords() : 1u);
         EXPECT_EQ(import.SourceOver, !holds);
     }
 }
@@ -160,10 +160,11 @@ TEST(ImportWork, TakesTheOffsetAlong)
         import.Source = std::make_shared<DeviceEntry>();
         import.Source->context.CurrentRun = run;
         const StageRef stage = stageOf(t2);
-        stage.record->SourceChanged = true;
+        startPass(import, stage);
         beforeTurn(import, stage);
         Events held;
-        for (size_t i = 0; i < import.Times.size(); ++i) held.push_back({import.Times[i], import.Channels[i]});
+        for (uint64_t i = 0; i < import.Imported.Count; ++i)
+            held.push_back({import.Imported.Times[i], import.Imported.Channels[i]});
         EXPECT_EQ(show(held), given.expected);
     }
 }
