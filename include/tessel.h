@@ -47,8 +47,9 @@ extern "C" {
  * Devices are recorded files, opened with getFileDevice(), and instruments, found by getDeviceIDs() and
  * getDevice(). There are five families: ZP, CD, SV40, LM70, CD90. Each has a library of its own, loaded when it
  * is first looked for: ZPLib64.so, CDLib64.so, sv40lib64.so, LM70Lib.so, CD90Lib.so. It is looked for in the
- * absolute folders of the environment variable TESSEL_INSTRUMENT_PATH (with colons between them), and where that
- * isn't set, where the system's loader looks. A family without a library is passed over, with a line in the log.
+ * absolute folders of the environment variable TESSEL_INSTRUMENT_PATH (with colons between them), and where
+ * that isn't set, where the system's loader looks. A family without a library is passed over, with a line in
+ * the log.
  *
  * An instrument that is lost during any call is closed, and is the current device no longer; its id stays, and
  * getDevice() opens it again once it is back. A call into an instrument blocks as long as its library takes.
@@ -112,13 +113,13 @@ TESSEL_API void setLogLevel(int32_t level, uint8_t on);
 
 /* --------------------------------------------------------------------------------------------- parameters
  * Settings of an instrument, each of which goes to the instrument at once. For all of them:
- *  - A value outside the range of the instrument's family is forced into it, with a warning in the log where
- * the function doesn't say otherwise. "-" is a family without the setting.
- *  - True: the instrument has taken the value, which the library remembers: initDevice() sends it again. A
- * recorded file takes any without effect.
+ *  - A value outside the range of the instrument's family is forced into it, with a warning in the log unless
+ *    the function says otherwise. "-" is a family without the setting.
+ *  - True: the instrument has taken the value, and the library remembers it: initDevice() sends it again. A
+ *    recorded file takes any without effect.
  *  - False: nothing has changed. The family or model hasn't got the setting (a warning in the log), the
- * instrument lacks the feature or is in the wrong mode (no line), it refused (an error in the log), or there is
- * no such device.
+ *    instrument lacks the feature or is in the wrong mode (no line), it refused (a line in the log), or there
+ *    is no such device.
  *  - The call blocks while the instrument takes the value. Levels are in mV.
  * `channel`: an input from 0, or -1 for all inputs: one after the other, up to the first that refuses. */
 
@@ -169,8 +170,7 @@ TESSEL_API bool setInputDeadTime(const char16_t *id, int32_t channel, int32_t de
 /* Hysteresis of all inputs: 0 or 1, the instrument's code. ZP, LM70, CD90. */
 TESSEL_API bool setInputHysteresis(const char16_t *id, int32_t code);
 
-/* SV40 with the feature LowRes: 0 or 1, the instrument's code; others count as the nearest, without a warning.
- */
+/* SV40 with the feature LowRes: 0 or 1, the instrument's code. Others count as the nearest, without a line. */
 TESSEL_API bool setTimingMode(const char16_t *id, int32_t mode);
 
 /* A histogram run stops when a bin reaches this count; 0: never. */
@@ -658,8 +658,8 @@ enum tessel_text {
 };
 
 /* Writes a text of the device with its zero. `which`: a tessel_text. `text`: `capacity` bytes; null, or a
- * capacity of 0, only asks. `needed` receives the length of the text with its zero, also where that is more than
- * `capacity`; 0 if there is no such text, with an error in the log. Null: not wanted. True: the text was
+ * capacity of 0, only asks. `needed` receives the length of the text with its zero, also where that is more
+ * than `capacity`; 0 if there is no such text, with an error in the log. Null: not wanted. True: the text was
  * written. False: nothing was written to `text`. A text may grow between two calls: ask again. */
 TESSEL_API bool tessel_getText(const char16_t *id, int32_t which, char *text, uint64_t capacity,
                                uint64_t *needed);
