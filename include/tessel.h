@@ -207,7 +207,7 @@ TESSEL_API bool setMarkerEdges(const char16_t *id, int32_t edge1, int32_t edge2,
 TESSEL_API bool setMarkerEnable(const char16_t *id, int32_t enable1, int32_t enable2, int32_t enable3,
                                 int32_t enable4);
 
-/* Shortest time between two markers in ps: 0 to 25500, CD 0 to 524296. T2, T3. */
+/* Shortest time between two markers in units of the instrument: 0 to 25500, CD 0 to 524296. T2, T3. */
 TESSEL_API bool setMarkerHoldoffTime(const char16_t *id, int32_t time);
 
 /* Time in ms, 0 to 255, over which the instrument may put overflows of its time tag into one record. T2, T3;

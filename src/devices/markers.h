@@ -12,6 +12,6 @@ using FourMarkers = std::array<int32_t, 4>;
 
 bool SetMarkerEdges(Device &device, FourMarkers edges);
 bool SetMarkerEnable(Device &device, FourMarkers enables);
-bool SetMarkerHoldoffTime(Device &device, int32_t time); // ps
+bool SetMarkerHoldoffTime(Device &device, int32_t time); // in units of the instrument
 
 } // namespace Tessel
