@@ -52,9 +52,9 @@ int32_t getCountRates(int32_t *syncRate, int32_t *rates)
         if (target->device.DeviceType != DeviceType::None) readCountRates(target->device, target->context);
         int32_t channels = target->device.NumChans;
         if (syncRate) *syncRate = target->context.SyncRate;
-        size_t known =
-            std::min<size_t>(static_cast<size_t>(std::max(channels, 0)), target->context.CountRates.size());
-        for (size_t i = 0; rates && i < known; ++i) rates[i] = target->context.CountRates[i];
+        const auto &known = target->context.CountRates;
+        const auto inputs = static_cast<size_t>(std::max(channels, 0));
+        for (size_t i = 0; rates && i < inputs; ++i) rates[i] = i < known.size() ? known[i].load() : 0;
         return channels;
     });
 }
