@@ -13,7 +13,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int32_t longestMs = 360000000;
 constexpr int mostWindows = 4096; // that one call works off; the rest waits for the next one
-constexpr int freeWindows = 64;   // that pass at a call which reads nothing, where the pace is free
+// Where the pace is free: at a look at the timer, at a reading.
+constexpr int windowsPerLook = 64, windowsPerRead = 1024;
 constexpr double psPerSecond = 1e12;
 constexpr double mostWorkS = 0.05;
 enum Flag : int32_t { FlagOverflow = 1, FlagFifoFull = 2, FlagSyncLost = 4, FlagActive = 32 };
@@ -52,7 +53,8 @@ void letHistogramsGrow(Instrument &instrument)
 {
     Measurement &run = *instrument.Run;
     letTimePass(instrument);
-    if (instrument.What.Pace == 0 && run.Recorder.Mode == 0) advanceTo(run, UINT64_MAX, SIZE_MAX, freeWindows);
+    if (instrument.What.Pace == 0 && run.Recorder.Mode == 0)
+        advanceTo(run, UINT64_MAX, SIZE_MAX, windowsPerLook);
 }
 
 int32_t scriptedFlags(const Instrument &instrument)
@@ -127,7 +129,7 @@ int32_t readFifo(Instrument &instrument, std::span<uint32_t> room, int32_t &coun
     if (!instrument.Run) return ok;
     Measurement &run = *instrument.Run;
     letTimePass(instrument);
-    if (instrument.What.Pace == 0) advanceTo(run, UINT64_MAX, room.size(), mostWindows);
+    if (instrument.What.Pace == 0) advanceTo(run, UINT64_MAX, room.size(), windowsPerRead);
     const size_t read = readWords(run.Recorder.Fifo, room.data(), room.size());
     run.Truth.WordsRead += read;
     count = static_cast<int32_t>(read);

@@ -94,10 +94,9 @@ void updateRates(Measurement &m, uint64_t endPs)
 }
 
 // The closed gate of an external signal.
-void dropOutsideGate(Measurement &m, std::vector<Event> &events)
+void dropOutsideGate(Measurement &m)
 {
-    if (m.GateFromPs == UINT64_MAX) return;
-    std::erase_if(events, [&](const Event &event) {
+    std::erase_if(m.Passed, [&](const Event &event) {
         const bool isOutside =
             event.Channel < syncChannel && (event.TimePs < m.GateFromPs || event.TimePs >= m.GateToPs);
         if (isOutside) lose(m.Truth, event, Loss::Outside);
@@ -105,13 +104,27 @@ void dropOutsideGate(Measurement &m, std::vector<Event> &events)
     });
 }
 
-void deliver(Measurement &m, uint64_t endPs)
+std::span<const Event> filtered(Measurement &m, std::span<const Event> events, uint64_t knownPs)
+{
+    const bool hasGate = m.GateFromPs != UINT64_MAX, isFiltered = hasFilter(m.Filter);
+    m.Passed.clear();
+    if (isFiltered)
+        filterEvents(m.Filter, events, knownPs, m.Truth, m.Passed);
+    else
+        for (const Event &event : events)
+            ++m.Filter.MainCounts[event.Channel], ++m.Filter.RowCounts[event.Channel];
+    if (!hasGate && !isFiltered) return events;
+    if (!isFiltered) m.Passed.assign(events.begin(), events.end());
+    if (hasGate) dropOutsideGate(m);
+    return m.Passed;
+}
+
+void deliver(Measurement &m, std::span<const Event> events, uint64_t endPs)
 {
     if (m.FilterTests)
-        for (const Event &event : m.Passed) lose(m.Truth, event, Loss::FilterTest);
+        for (const Event &event : events) lose(m.Truth, event, Loss::FilterTest);
     else
-        record(m.Recorder, m.Passed, endPs, m.Truth);
-    m.Passed.clear();
+        record(m.Recorder, events, endPs, m.Truth);
     updateRates(m, endPs);
 }
 
@@ -131,7 +144,7 @@ void passWindow(Measurement &m, uint64_t endPs)
     const uint64_t knownPs = endPs + lookAheadPs(m.Filter);
     const uint64_t detectedPs = knownPs + static_cast<uint64_t>(-m.Detection.LeastShiftPs);
     const size_t waiting = m.Arrivals.Events.size();
-    gather(m.Sources, detectedPs + m.Detection.ReachPs, m.Mixed, m.Taken, m.Merged.Events);
+    gather(m.Sources, detectedPs + m.Detection.ReachPs, m.Mixed, m.Taken, m.Work);
     m.Arrivals.Events.insert(m.Arrivals.Events.end(), m.Mixed.begin(), m.Mixed.end());
     addJitter(m.Detection, m.Arrivals.Events, waiting);
     sortNew(m.Arrivals);
@@ -141,17 +154,8 @@ void passWindow(Measurement &m, uint64_t endPs)
     sortNew(m.Counted);
     keepOrder(m);
     const std::span<const Event> counted = before(m.Counted, knownPs);
-    const std::span<const Event> all = merged(m, counted, knownPs);
-    if (hasFilter(m.Filter)) {
-        filterEvents(m.Filter, all, knownPs, m.Truth, m.Passed);
-    } else {
-        m.Passed.assign(all.begin(), all.end());
-        for (const Event &event : all)
-            ++m.Filter.MainCounts[event.Channel], ++m.Filter.RowCounts[event.Channel];
-    }
+    deliver(m, filtered(m, merged(m, counted, knownPs), knownPs), endPs);
     dropFirst(m.Counted, counted.size());
-    dropOutsideGate(m, m.Passed);
-    deliver(m, endPs);
     m.KnownPs = std::max(m.KnownPs, knownPs);
     m.DonePs = endPs;
 }

@@ -43,9 +43,8 @@ struct Measurement
     Sim::Recorder Recorder;
     Sim::Truth Truth;
     uint64_t NextSync = 0, SyncDivider = 1; // T2: number of the next sync record
-    Reorder Arrivals, Counted, Merged;
-    std::vector<Event> Passed;
-    std::vector<Event> Taken, Mixed; // work space
+    Reorder Arrivals, Counted;
+    std::vector<Event> Passed, Taken, Mixed, Work; // of one window
     uint64_t RatesSincePs = 0;
     int32_t RowRates[maxChannels] = {}, MainRates[maxChannels] = {}; // of the last tenth of a second
 };

@@ -3,6 +3,7 @@
 // light correlates is measured through the program.
 #include "sim/cw.h"
 #include "sim/pulsed.h"
+#include "sim/ziggurat.h"
 
 #include <gtest/gtest.h>
 
@@ -82,6 +83,32 @@ TEST(PulsedLight, FoldsTheDecayIntoThePeriod)
         chiSquare += std::pow(counts[bin] - expected, 2) / expected;
     }
     EXPECT_LT(chiSquare, 100);
+}
+
+// By the distribution function, which makes each uniform, in bins of which the last ones are the tails:
+// chi-square with 999 degrees of freedom stays below 999 + 5 standard deviations of 44.7.
+TEST(QuickDraws, HaveTheirDistributions)
+{
+    const auto chiSquare = [](auto draw, auto probabilityBelow) {
+        Random random = makeRandom(8);
+        std::vector<double> counts(1000, 0);
+        for (int i = 0; i < 4000000; ++i)
+            counts.at(static_cast<size_t>(probabilityBelow(draw(random)) * 1000)) += 1;
+        double sum = 0;
+        for (const double count : counts) sum += std::pow(count - 4000, 2) / 4000;
+        return sum;
+    };
+    EXPECT_NEAR(chiSquare(quickExponential, [](double x) { return -std::expm1(-x); }), 999, 223);
+    EXPECT_NEAR(chiSquare(quickNormal, [](double x) { return std::erfc(-x / std::sqrt(2)) / 2; }), 999, 223);
+    Random random = makeRandom(9); // beyond the lowest layer; five standard deviations
+    double tails = 0, beyond = 0;
+    for (int i = 0; i < 4000000; ++i) {
+        const double x = quickExponential(random);
+        tails += x > 7.7;
+        beyond += x > 7.7 ? x - 7.7 : 0;
+    }
+    EXPECT_NEAR(tails, 4e6 * std::exp(-7.7), 5 * std::sqrt(4e6 * std::exp(-7.7)));
+    EXPECT_NEAR(beyond / tails, 1, 5 / std::sqrt(tails));
 }
 
 TEST(PulsedLight, HasTheWidthOfItsResponse)
