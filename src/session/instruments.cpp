@@ -148,21 +148,46 @@ void scanDevices()
     }
 }
 
-// The library may never come back, so the call has a thread of its own, which keeps the device.
-void closeInTime(const DeviceRef &target)
+namespace {
+
+// Where memory is refused, what goes wrong remains unsaid.
+void closeNow(const DeviceRef &target) noexcept
 {
-    if (!target->device.IsOpen) return;
+    Device &device = target->device;
+    try {
+        // A thread inside the library doesn't keep the device open.
+        LockedDevice locked(device, std::unique_lock(device.Mutex, std::try_to_lock));
+        closeInstrument(locked);
+    } catch (const std::exception &failure) {
+        logErr(LogCategory::Device, "Device: closing failed: {} @{}", failure.what(), device.ID);
+    }
+}
+
+// On a thread of its own, which keeps the device.
+std::future<void> startClosing(const DeviceRef &target)
+{
     std::promise<void> closed;
     std::future<void> end = closed.get_future();
     std::thread([target, closed = std::move(closed)]() mutable {
-        Device &device = target->device;
-        {
-            // A thread inside the library doesn't keep the device open.
-            LockedDevice locked(device, std::unique_lock(device.Mutex, std::try_to_lock));
-            closeInstrument(locked);
-        }
+        closeNow(target);
         closed.set_value();
     }).detach();
+    return end;
+}
+
+} // namespace
+
+// The library may never come back: the thread is waited for a limited time. Where there is no memory for one, a
+// device that stays open would be worse.
+void closeInTime(const DeviceRef &target)
+{
+    if (!target->device.IsOpen) return;
+    std::future<void> end;
+    try {
+        end = startClosing(target);
+    } catch (const std::exception &) {
+        return closeNow(target);
+    }
     if (end.wait_for(Pace::aborting) == std::future_status::timeout)
         logErr(LogCategory::Device, "Device: The instrument doesn't close, it is left to itself! @{}",
                target->device.ID);

@@ -151,26 +151,31 @@ void closeDevices()
 
 namespace {
 
-// What is known of a device that is to go.
-struct Leaving
+void endWork(const DeviceRef &target)
 {
-    DeviceRef Target;
-    bool IsFree = false; // no run works on it
-};
+    if (isFile(target->device)) refuseRuns(target);
+    if (endRun(target)) stopManipulators(target, true, waitLeft);
+    removeStages(target);
+}
 
+// A file that another thread opens meanwhile has its turn in the next round.
+void closeIfEnded(const DeviceRef &target)
+{
+    if (isFile(target->device) && !target->context.Closed) return;
+    closeEnded(target, !liveRun(target->context));
+}
+
+// The devices stay in the table until they are closed, so nothing is allocated.
 void closeAllThere()
 {
-    std::vector<Leaving> leaving;
-    for (const DeviceRef &target : allDevices()) {
-        if (isFile(target->device)) refuseRuns(target);
-        leaving.push_back({target, endRun(target)});
-        if (leaving.back().IsFree) stopManipulators(target, true, waitLeft);
-        removeStages(target);
-    }
+    size_t left = deviceCount();
+    for (size_t i = 0; i < left; ++i)
+        if (const DeviceRef target = deviceAt(i); target != noDevice()) endWork(target);
     endRun(noDevice());
     removeStages(noDevice());
     traceCloseDevices();
-    for (auto each = leaving.rbegin(); each != leaving.rend(); ++each) closeEnded(each->Target, each->IsFree);
+    while (left-- > 0)
+        if (const DeviceRef target = deviceAt(left); target != noDevice()) closeIfEnded(target);
 }
 
 } // namespace

@@ -133,3 +133,20 @@ TEST_F(WithoutMemory, AStageIsAddedOrNot)
     }
     EXPECT_EQ(measured(), 1000u);
 }
+
+TEST_F(WithoutMemory, TheEndClosesEveryFile)
+{
+    Finished finished;
+    addMMerge(nullptr, members, 2, 1);
+    ufStartBlock(nullptr, 0, 0, times.data(), channels.data(), 10, finished.get()); // stands still
+    ASSERT_TRUE(eventually([] { return described("NumRecs") > 0; }));
+    const std::string last = host.open(TgxFile::t2(), {t2Event(0, 1)});
+    {
+        const RefusedMemory refused;
+        exitAPI();
+    }
+    EXPECT_TRUE(finished.isSet());
+    char ids[8192] = "";
+    getDeviceIDs(ids);
+    EXPECT_FALSE(std::string_view(ids).find(last) != std::string_view::npos) << ids;
+}

@@ -8,6 +8,7 @@
 #include "session/tables.h"
 #include "support/host.h"
 #include "support/instrument.h"
+#include "support/refused_memory.h"
 #include "tessel.h"
 
 #include <fmt/format.h>
@@ -214,6 +215,22 @@ TEST(InstrumentThatHangs, HoldsUpTheEndForTenSeconds)
     ASSERT_TRUE(eventually([&] { return std::atomic_ref(finished).load() != 0; }));
     EXPECT_TRUE(getDevice(id));
     closeForGood();
+}
+
+TEST(InstrumentWithoutMemory, IsClosedAtTheEnd)
+{
+    Fake fake(libraryOf(LibType::ZP)->FileName);
+    for (const uint64_t refused : {1, 2, 3}) { // what a thread for the call takes
+        char id[8192] = "";
+        ASSERT_TRUE(getDevice(id));
+        const DeviceRef target = currentDevice();
+        {
+            const RefusedMemory none(refused, 1);
+            exitAPI();
+        }
+        EXPECT_FALSE(target->device.IsOpen) << refused;
+        EXPECT_EQ(deviceCount(), 0u) << refused;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, Instruments, testing::ValuesIn(fiveFamilies),
