@@ -1,4 +1,4 @@
-// Opening a file for a host that wants to know, and the error of the last call.
+// Opening a file for a host that wants to know, the texts of a device, and the error of the last call.
 #include "support/host.h"
 #include "tessel.h"
 
@@ -55,6 +55,57 @@ TEST(OpenFile, OpensAndSaysSoOrChangesNothing)
     EXPECT_EQ(deviceIds(), R"(["7@a.tgx"])");
     EXPECT_TRUE(tessel_openFile(other.c_str(), nullptr, 0));
     EXPECT_EQ(getNumAllChans(nullptr), 3);
+}
+
+TEST(Texts, AreWrittenWholeOrAskedFor)
+{
+    Host host;
+    ASSERT_FALSE(host.open(TgxFile::t3(2).tag("File_Comment", std::string(100, 'x')), {}).empty());
+    addMCountRate(nullptr, 1000);
+    std::array<char, 65535> plain{};
+    const struct
+    {
+        int32_t Which;
+        bool (*Plain)(char *);
+    } texts[] = {{TESSEL_TEXT_DEVICE, getDeviceConfig},
+                 {TESSEL_TEXT_DESCRIPTION, getMeasDescription},
+                 {TESSEL_TEXT_CHAIN, getManisConfig},
+                 {TESSEL_TEXT_DEVICE_IDS, getDeviceIDs}};
+    for (const auto &[which, plainText] : texts) {
+        ASSERT_TRUE(plainText(plain.data()));
+        const std::string whole = plain.data();
+        const uint64_t exact = whole.size() + 1;
+        for (const uint64_t capacity : {uint64_t{0}, uint64_t{1}, exact - 1, exact, exact + 1, UINT64_MAX}) {
+            SCOPED_TRACE(testing::Message() << which << " in " << capacity);
+            std::vector<char> text(exact, '?');
+            uint64_t needed = 7;
+            EXPECT_EQ(tessel_getText(nullptr, which, text.data(), capacity, &needed), capacity >= exact);
+            EXPECT_EQ(needed, exact);
+            EXPECT_EQ(std::string(text.data(), exact - 1),
+                      capacity >= exact ? whole : std::string(exact - 1, '?'));
+            EXPECT_EQ(text.back(), capacity >= exact ? '\0' : '?');
+            EXPECT_FALSE(tessel_getText(nullptr, which, nullptr, capacity, &needed));
+            EXPECT_EQ(needed, exact);
+            EXPECT_EQ(lastError(), "");
+        }
+    }
+}
+
+TEST(Texts, OfAnotherKindOrOfNobody)
+{
+    Host host;
+    ASSERT_FALSE(host.open(TgxFile::t3(2), {}).empty());
+    std::vector<char> text(65535, '?');
+    for (const int32_t which : {-1, 4, INT32_MIN, INT32_MAX}) {
+        uint64_t needed = 7;
+        EXPECT_FALSE(tessel_getText(nullptr, which, text.data(), text.size(), &needed));
+        EXPECT_FALSE(tessel_getText(nullptr, which, text.data(), text.size(), nullptr));
+        EXPECT_EQ(needed, 0u);
+        EXPECT_NE(lastError(), "");
+    }
+    EXPECT_EQ(text[0], '?');
+    EXPECT_TRUE(tessel_getText(u"nobody", TESSEL_TEXT_DEVICE, text.data(), text.size(), nullptr));
+    EXPECT_NE(std::strstr(text.data(), "\"ID\":\"\""), nullptr) << text.data(); // "no device"
 }
 
 TEST(LastError, IsThatOfTheThreadsLastCall)
