@@ -1,13 +1,8 @@
 #include "devices/primitives.h"
 
 #include "devices/call.h"
-#include "devices/enum_texts.h"
 #include "devices/families.h"
 #include "devices/libs/all.h"
-#include "stream/rounding.h"
-
-#include <algorithm>
-#include <array>
 
 namespace Tessel {
 

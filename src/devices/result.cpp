@@ -21,7 +21,6 @@ std::string errorText(const CommonOperations &library, int32_t code)
     return text.text();
 }
 
-// Category 2 and 3 tell a host where to look; debug text is many lines.
 void logWithDebugInfo(LockedDevice &locked, LogCategory category, std::string_view message)
 {
     const std::string info = GetDebugInfo(locked);

@@ -199,7 +199,8 @@ TEST(Primitives, TriggersThatFamiliesOffer)
         EXPECT_EQ(device.SyncTrigMode, mode);
         EXPECT_EQ(device.ChansCfg[2].TrigFeature, features);
         EXPECT_EQ(device.ChansCfg[2].TrigMode, mode);
-        ChannelRow all{.Index = -1};
+        ChannelRow all;
+        all.Index = -1;
         EXPECT_FALSE(GetInputFeatures(device, all));
         instrument.fake->number("GetFeatures", 0, 0);
         EXPECT_TRUE(GetFeatures(device));
