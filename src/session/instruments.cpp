@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <future>
 #include <mutex>
@@ -41,10 +42,16 @@ bool openLocked(const DeviceRef &target, LockedDevice &locked, bool quiet)
     return isOpen;
 }
 
+// By the system's clock, as the thread sanitizer of g++ 12 doesn't see a lock that waits by the steady one.
+std::chrono::system_clock::time_point afterLibraryAnswers()
+{
+    return std::chrono::system_clock::now() + Pace::libraryAnswers;
+}
+
 // The device's lock; without it the device is in a call that doesn't come back.
 std::unique_lock<std::timed_mutex> lockInTime(Device &device)
 {
-    std::unique_lock lock(device.Mutex, Pace::libraryAnswers);
+    std::unique_lock lock(device.Mutex, afterLibraryAnswers());
     if (!lock)
         logWrn(LogCategory::Device, "Device: The instrument doesn't answer, it is passed over! @{}", device.ID);
     return lock;
@@ -140,7 +147,7 @@ void scanDevices()
     // One scan at a time: each looks whether an instrument is new.
     static std::timed_mutex &scanLock = *new std::timed_mutex;
     if (LogLevel.Device) logDev(LogCategory::Progress, "scanDevices");
-    const std::unique_lock oneScan(scanLock, Pace::libraryAnswers);
+    const std::unique_lock oneScan(scanLock, afterLibraryAnswers());
     if (!oneScan) return logWrn(LogCategory::Device, "Device: Another scan doesn't end, no scan!");
     for (const auto [type, count] : scanned) {
         if (!loadLibrary(*libraryOf(type))) continue;
