@@ -654,7 +654,19 @@ enum tessel_text {
     TESSEL_TEXT_DEVICE = 0,      /* as getDeviceConfig() */
     TESSEL_TEXT_DESCRIPTION = 1, /* as getMeasDescription() */
     TESSEL_TEXT_CHAIN = 2,       /* as getManisConfig() */
-    TESSEL_TEXT_DEVICE_IDS = 3   /* as getDeviceIDs(); of all devices, whatever `id` is */
+    TESSEL_TEXT_DEVICE_IDS = 3,  /* as getDeviceIDs(); of all devices, whatever `id` is */
+
+    /* What can be set on an initialised device: {"family", "features": [name, ...], "settings": [{"key"
+     * ("sync.level", "ch1.level"), "field" (its key in getDeviceConfig), "operation" (the settings of one
+     * operation are sent together, in this order), "channel" (from 0; of inputs only), "unit" ("mV", "ps",
+     * "ns", "ms" or ""), "min", "max" (not there: the instrument decides), "inUse" (false: of the other trigger
+     * mode), "choices" (not there, or the texts of 0, 1, ...), "value"}, ...]}. */
+    TESSEL_TEXT_SETTINGS = 4,
+
+    /* How the last look for each instrument library ended, whatever `id` is: [{"family", "file", "places"
+     * (where it was looked for; empty: not yet), "loaded", "path", "missing" (an operation that it lacks),
+     * "why" (it isn't loaded), "version"}, ...]. What there is none of is null. */
+    TESSEL_TEXT_LIBRARIES = 5
 };
 
 /* Writes a text of the device with its zero. `which`: a tessel_text. `text`: `capacity` bytes; null, or a

@@ -2,6 +2,7 @@
 #include "config/description_json.h"
 #include "config/device_json.h"
 #include "config/manipulators_json.h"
+#include "config/settings_json.h"
 
 #include <optional>
 #include <string>
@@ -52,11 +53,13 @@ namespace {
 std::optional<std::string> textOfKind(const char16_t *id, int32_t which)
 {
     if (which == TESSEL_TEXT_DEVICE_IDS) return stringifyDeviceIDs();
+    if (which == TESSEL_TEXT_LIBRARIES) return stringifyLibraries();
     DeviceRef target = deviceOf(id);
     switch (which) {
     case TESSEL_TEXT_DEVICE: return stringifyJsonDevConfig(target->device, stateOf(target->device));
     case TESSEL_TEXT_DESCRIPTION: return stringifyMeasDescription(target->context.Description);
     case TESSEL_TEXT_CHAIN: return stringifyManisConfig(target->context);
+    case TESSEL_TEXT_SETTINGS: return stringifySettings(target->device);
     default: return std::nullopt;
     }
 }

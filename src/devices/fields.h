@@ -70,20 +70,29 @@ struct IniKey
     Effect Does = Effect::Sets;
 };
 
-// An absent tag, INI key or setter has an empty name.
+// The bit of each LibType.
+inline constexpr uint32_t allFamilies = (1u << familyCount) - 1;
+inline constexpr uint32_t familiesWithSyncSwitch = 0b11001; // ZP, LM70, CD90: they can switch the sync off
+
+// An absent tag, INI key, setter or setting has an empty name.
 template <class Record>
 struct Field
 {
     std::string_view Name{}; // the member's, and the key in JSON
+    // As people set it: "sync.level"; of a channel behind its number, "ch1.level". {}: the element, from 1.
+    std::string_view Setting{};
     MemberOf<Record> Member{};
     Tessel::Unit Unit = Unit::None;
     Tessel::Meaning Meaning = Meaning::Number;
     int32_t Record::*Switch = nullptr; // while this isn't 1, 0 is written in place of the value
+    bool ZeroIsOff = false;            // 0 switches it off, though it is below the range
     std::optional<TrigMode> OnlyIn{};  // written in this trigger mode only
     bool IsInJson = true;
     TagKey Tag{};
     IniKey Ini{};
-    std::string_view Setter{}; // of fields with one setter, the table has the order of its arguments
+    std::string_view Setter{};       // of fields with one setter, the table has the order of its arguments
+    uint32_t Needs = 0;              // features without which it can't be set
+    uint32_t Families = allFamilies; // that can set it, beside what the range says
     Tessel::Limits Limits{};
 };
 

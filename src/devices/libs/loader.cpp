@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 #include <dlfcn.h>
+#include <link.h>
+#include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -57,12 +59,22 @@ std::vector<std::string> placesOf(const char *fileName)
     return places;
 }
 
-void *openFirst(const std::vector<std::string> &places, std::string &why)
+std::string pathOf(void *handle)
 {
-    why = "no folder to look in";
-    for (const std::string &place : places) {
-        if (void *handle = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) return handle;
-        why = dlerror();
+    link_map *file = nullptr;
+    return dlinfo(handle, RTLD_DI_LINKMAP, &file) == 0 && file ? file->l_name : "";
+}
+
+void *openFirst(LibraryLook &look)
+{
+    look.Why = "no folder to look in";
+    for (const std::string &place : look.Places) {
+        if (void *handle = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+            look.Path = pathOf(handle);
+            look.Why.clear();
+            return handle;
+        }
+        look.Why = dlerror();
     }
     return nullptr;
 }
@@ -85,6 +97,18 @@ bool isLoaded(const InstrumentLibrary &library)
     return library.First->Address;
 }
 
+struct Loader
+{
+    std::mutex Lock; // guards the looks, and the addresses while they are set
+    std::map<const InstrumentLibrary *, LibraryLook> Looks;
+};
+
+Loader &loader()
+{
+    static Loader &only = *new Loader;
+    return only;
+}
+
 bool passOver(const InstrumentLibrary &library, std::string_view why)
 {
     logInf(LogCategory::Progress, "Device: No library {}: {}", library.FileName, why);
@@ -95,19 +119,27 @@ bool passOver(const InstrumentLibrary &library, std::string_view why)
 
 bool loadLibrary(InstrumentLibrary &library)
 {
-    static std::mutex &oneAtATime = *new std::mutex;
-    std::lock_guard lock(oneAtATime);
+    std::lock_guard lock(loader().Lock);
     if (isLoaded(library)) return true;
-    std::string why;
-    void *handle = openFirst(placesOf(library.FileName), why);
-    if (!handle) return passOver(library, why);
+    LibraryLook &look = loader().Looks[&library];
+    look = {.Places = placesOf(library.FileName), .Path = {}, .Missing = {}, .Why = {}};
+    void *handle = openFirst(look);
+    if (!handle) return passOver(library, look.Why);
     if (const AnyOperation *missing = firstMissing(library, handle)) {
         dlclose(handle);
-        return passOver(library, "it lacks " + symbolOf(*missing));
+        look.Missing = symbolOf(*missing);
+        look.Why = "it lacks " + look.Missing;
+        return passOver(library, look.Why);
     }
     for (const AnyOperation *each = library.First; each; each = each->Next)
         each->Address = dlsym(handle, symbolOf(*each).c_str());
     return true;
+}
+
+LibraryLook lastLook(const InstrumentLibrary &library)
+{
+    std::lock_guard lock(loader().Lock);
+    return loader().Looks[&library];
 }
 
 } // namespace Tessel

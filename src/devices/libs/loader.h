@@ -7,6 +7,9 @@
 #include "devices/libs/common.h"
 #include "records/enums.h"
 
+#include <string>
+#include <vector>
+
 namespace Tessel {
 
 // Null: the type is none of the five families.
@@ -15,5 +18,16 @@ CommonOperations *libraryOf(LibType type);
 // Loads the library if it isn't loaded yet. False: it isn't there, or lacks an operation that the family must
 // have, which is one line in the log and no error. The next call tries again.
 bool loadLibrary(InstrumentLibrary &library);
+
+// How a look for a library ended.
+struct LibraryLook
+{
+    std::vector<std::string> Places; // in this order; a bare name: where the system's loader looks
+    std::string Path;                // of the file that was found
+    std::string Missing;             // the operation that it lacks
+    std::string Why;                 // the library isn't loaded; empty: it is, or nobody has looked for it
+};
+// The last one.
+LibraryLook lastLook(const InstrumentLibrary &library);
 
 } // namespace Tessel
