@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/instrument.h"
 #include "program/interrupt.h"
 #include "program/output.h"
 #include "program/visible_text.h"
@@ -28,7 +29,7 @@ Exit codes:
   0    success
   1    failure
   2    wrong usage
-  3    no such file, or a file that can't be opened as a recording
+  3    no such file or instrument, or one that can't be opened
   4    finished, but part of the data is missing, or the recording was not closed
   130  stopped by Ctrl-C; the partial result is written (a second Ctrl-C ends the program at once)
 
@@ -37,6 +38,7 @@ Examples:
   tessel info decay.tgx
   tessel histogram decay.tgx --plot decay.png
   tessel histogram decay.tgx --json | jq '.channels[].total'
+  tessel devices --sim
 
 tessel COMMAND --help shows the options of a command.)";
 
@@ -62,6 +64,37 @@ int answerParser(const CLI::App &program, const CLI::ParseError &thrown)
     return static_cast<int>(Exit::Success);
 }
 
+// Returns --sim, which may have a value or none.
+CLI::Option *addInstrumentOptions(CLI::App &program, HostOptions &options)
+{
+    program.add_option("--device", options.DeviceId, "Work on this instrument, instead of a recording")
+        ->type_name("ID");
+    return program.add_flag("--sim", options.SimulationPath,
+                            "Use the simulated instruments; --sim=FILE those that a JSON file describes");
+}
+
+void readSim(const CLI::Option &sim, HostOptions &options)
+{
+    options.Simulated = sim.count() > 0;
+    if (options.SimulationPath == "true") options.SimulationPath.clear(); // the parser's word for no value
+}
+
+// A recording or an instrument, as the command takes them.
+void checkSource(const CLI::App &command, const HostOptions &options)
+{
+    const CLI::Option *file = command.get_option_no_throw("FILE");
+    const bool hasFile = file && file->count() > 0;
+    if (file && !hasFile && !options.namesInstrument())
+        throw Failure(Exit::Usage, fmt::format("FILE is required (see tessel {} --help)", command.get_name()));
+    if (hasFile && options.namesInstrument())
+        throw Failure(Exit::Usage, "a recording and an instrument: choose one");
+    if (!file || hasFile) return;
+    const Session session(options);
+    const std::string id = openInstrument(options);
+    throw Failure(Exit::NoDevice, fmt::format("{}: tessel {} works on recordings only, not on instruments",
+                                              visibleText(id), command.get_name()));
+}
+
 int run(int argc, char **argv)
 {
     CLI::App program("tessel - recordings of time-tagging instruments for single-photon counting", "tessel");
@@ -74,18 +107,22 @@ int run(int argc, char **argv)
         .add_option("--ini", options.IniPath,
                     "Settings file for the library, instead of the program's own settings")
         ->type_name("FILE");
+    const CLI::Option *sim = addInstrumentOptions(program, options);
     program.require_subcommand(1);
     program.fallthrough();
     program.footer(programFooter);
-    const std::vector<Command> commands = {addInfo(program),   addSimulate(program), addHistogram(program),
-                                           addG2(program),     addFcs(program),      addTrace(program),
-                                           addHist2d(program), addUnfold(program),   addChain(program)};
+    const std::vector<Command> commands = {addInfo(program),    addSimulate(program), addHistogram(program),
+                                           addG2(program),      addFcs(program),      addTrace(program),
+                                           addHist2d(program),  addUnfold(program),   addChain(program),
+                                           addDevices(program), addConfig(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &thrown) {
         return answerParser(program, thrown);
     }
+    readSim(*sim, options);
     setQuiet(options.Quiet);
+    checkSource(*program.get_subcommands().front(), options);
     return runCommand(commands, options);
 }
 

@@ -21,6 +21,8 @@ Command addInfo(CLI::App &program);
 Command addSimulate(CLI::App &program);
 Command addHistogram(CLI::App &program);
 Command addChain(CLI::App &program);
+Command addConfig(CLI::App &program);
+Command addDevices(CLI::App &program);
 Command addG2(CLI::App &program);
 Command addFcs(CLI::App &program);
 Command addTrace(CLI::App &program);

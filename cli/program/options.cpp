@@ -28,7 +28,7 @@ Result converted(const char *option, const std::function<Result()> &convert)
 
 void addRecordingArgument(CLI::App &command, std::string &path)
 {
-    command.add_option("FILE", path, "The recording (.tgx)")->type_name("")->required();
+    command.add_option("FILE", path, "The recording (.tgx)")->type_name("");
 }
 
 void addOutputOptions(CLI::App &command, ResultOptions &options, const std::string &plainForm)

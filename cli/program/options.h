@@ -24,7 +24,7 @@ struct ResultOptions
     bool Force = false; // also onto a recording
 };
 
-// The positional argument FILE.
+// The positional argument FILE, which must be there unless the command works on an instrument.
 void addRecordingArgument(CLI::App &command, std::string &path);
 
 // -o, --json and --force; `plainForm`: what is written without --json.

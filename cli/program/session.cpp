@@ -3,6 +3,7 @@
 
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/simulated.h"
 #include "program/visible_text.h"
 #include "tessel.h"
 
@@ -25,17 +26,6 @@ namespace {
 std::string ownSettings(bool verbose)
 {
     return fmt::format("[Log]\nFile=false\nConsole={}\n[Params]\nBufferSize=8\n", verbose);
-}
-
-boost::json::object parsedText(int32_t which, const char *what)
-{
-    std::vector<char> text(1);
-    uint64_t needed = 0;
-    while (!tessel_getText(nullptr, which, text.data(), text.size(), &needed)) {
-        if (needed <= text.size()) throw Failure(Exit::Failed, fmt::format("no {}", what));
-        text.resize(needed);
-    }
-    return boost::json::parse(text.data()).as_object();
 }
 
 [[noreturn]] void refuse(const std::string &path, std::string_view why)
@@ -93,6 +83,7 @@ void nameAs(boost::json::object &config, const std::string &path)
 Session::Session(const HostOptions &options)
 {
     if (options.Verbose) showLog();
+    if (options.Simulated) chooseSimulatedInstruments(options.SimulationPath);
     if (!options.IniPath.empty()) {
         if (!std::filesystem::is_regular_file(options.IniPath))
             throw Failure(Exit::NoDevice,
@@ -108,13 +99,25 @@ Session::~Session()
     exitAPI();
 }
 
+boost::json::value libraryText(int32_t which, const std::string &id)
+{
+    const std::u16string wideId = std::filesystem::path(id).u16string();
+    std::vector<char> text(1);
+    uint64_t needed = 0;
+    while (!tessel_getText(wideId.c_str(), which, text.data(), text.size(), &needed)) {
+        if (needed <= text.size()) throw Failure(Exit::Failed, fmt::format("no text {} of a device", which));
+        text.resize(needed);
+    }
+    return boost::json::parse(text.data());
+}
+
 boost::json::object deviceConfig()
 {
-    return parsedText(TESSEL_TEXT_DEVICE, "device configuration");
+    return libraryText(TESSEL_TEXT_DEVICE).as_object();
 }
 boost::json::object runDescription()
 {
-    return parsedText(TESSEL_TEXT_DESCRIPTION, "description of the run");
+    return libraryText(TESSEL_TEXT_DESCRIPTION).as_object();
 }
 
 Recording openRecording(const std::string &path)

@@ -4,6 +4,7 @@
 #include "program/files.h"
 
 #include <boost/json/object.hpp>
+#include <boost/json/value.hpp>
 
 #include <cstdint>
 #include <memory>
@@ -16,7 +17,12 @@ struct HostOptions
 {
     bool Verbose = false;
     bool Quiet = false;
-    std::string IniPath; // empty: settings of the program's own
+    std::string IniPath;        // empty: settings of the program's own
+    bool Simulated = false;     // the simulated instruments beside the program, no others
+    std::string SimulationPath; // what they are; empty: the standard one, or what the environment says
+    std::string DeviceId;       // of an instrument; empty: the first that is free
+
+    bool namesInstrument() const { return Simulated || !DeviceId.empty(); }
 };
 
 // initAPI at its start, exitAPI at its end. One at a time.
@@ -68,6 +74,9 @@ std::string_view endingText(Ending ending);
 
 // What is wrong with it; empty if it is closed.
 std::string endingFault(const Recording &recording);
+
+// A text of tessel_getText, of the current device or of the one with the id, which it makes the current one.
+boost::json::value libraryText(int32_t which, const std::string &id = "");
 
 // Of the current device, now.
 boost::json::object deviceConfig();

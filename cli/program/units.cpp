@@ -24,6 +24,8 @@ constexpr Unit timeUnits[] = {{"ps", 1},   {"ns", 1e3}, {"us", 1e6},   {"µs", 1
                               {"ms", 1e9}, {"s", 1e12}, {"min", 6e13}, {"h", 3.6e15}};
 constexpr Unit rateUnits[] = {{"Hz", 1},  {"kHz", 1e3},  {"MHz", 1e6},  {"GHz", 1e9},
                               {"cps", 1}, {"kcps", 1e3}, {"Mcps", 1e6}, {"Gcps", 1e9}};
+constexpr Unit voltageUnits[] = {{"uV", 1e-3}, {"µV", 1e-3}, {"mV", 1}, {"V", 1e3}};
+constexpr Unit noUnits[] = {{"", 1}};
 
 bool isBlank(char c)
 {
@@ -44,13 +46,14 @@ const Unit *find(std::span<const Unit> units, std::string_view name)
 
 std::string names(std::span<const Unit> units)
 {
+    if (units.front().Name.empty()) return "none";
     std::string text;
     for (const Unit &unit : units) text += (text.empty() ? "" : ", ") + std::string(unit.Name);
     return text;
 }
 
 // Reads whole[begin, end); positions in messages count from the start of `whole`.
-double parseQuantity(std::string_view whole, size_t begin, size_t end, std::span<const Unit> units,
+double parseUnsigned(std::string_view whole, size_t begin, size_t end, std::span<const Unit> units,
                      std::string_view defaultUnit)
 {
     while (begin < end && isBlank(whole[begin])) ++begin;
@@ -79,7 +82,7 @@ std::vector<double> parseList(std::string_view text, std::span<const Unit> units
     std::vector<double> values;
     for (size_t begin = 0;;) {
         const size_t comma = std::min(text.find(',', begin), text.size());
-        values.push_back(parseQuantity(text, begin, comma, units, defaultUnit));
+        values.push_back(parseUnsigned(text, begin, comma, units, defaultUnit));
         if (comma == text.size()) return values;
         begin = comma + 1;
     }
@@ -111,12 +114,12 @@ UnitError::UnitError(std::string_view whole, size_t at, const std::string &reaso
 
 double parseTimePs(std::string_view text, std::string_view defaultUnit)
 {
-    return parseQuantity(text, 0, text.size(), timeUnits, defaultUnit);
+    return parseUnsigned(text, 0, text.size(), timeUnits, defaultUnit);
 }
 
 double parseRateHz(std::string_view text, std::string_view defaultUnit)
 {
-    return parseQuantity(text, 0, text.size(), rateUnits, defaultUnit);
+    return parseUnsigned(text, 0, text.size(), rateUnits, defaultUnit);
 }
 
 std::vector<double> parseTimesPs(std::string_view text, std::string_view defaultUnit)
@@ -127,6 +130,19 @@ std::vector<double> parseTimesPs(std::string_view text, std::string_view default
 std::vector<double> parseRatesHz(std::string_view text, std::string_view defaultUnit)
 {
     return parseList(text, rateUnits, defaultUnit);
+}
+
+double parseQuantity(std::string_view text, std::string_view unit)
+{
+    std::span<const Unit> units = timeUnits;
+    if (unit.empty()) units = noUnits;
+    if (find(voltageUnits, unit)) units = voltageUnits;
+    size_t begin = 0;
+    while (begin < text.size() && isBlank(text[begin])) ++begin;
+    const bool hasSign = begin < text.size() && (text[begin] == '-' || text[begin] == '+');
+    const double size =
+        parseUnsigned(text, begin + hasSign, text.size(), units, unit) / find(units, unit)->Factor;
+    return hasSign && text[begin] == '-' ? -size : size;
 }
 
 std::string timeText(double ps)

@@ -25,6 +25,10 @@ double parseRateHz(std::string_view text, std::string_view defaultUnit);
 std::vector<double> parseTimesPs(std::string_view text, std::string_view defaultUnit);
 std::vector<double> parseRatesHz(std::string_view text, std::string_view defaultUnit);
 
+// A number of either sign in `unit`: "mV", a unit of time, or none ("", then none is taken). Another unit of
+// the same kind is converted; a number without one is in `unit`.
+double parseQuantity(std::string_view text, std::string_view unit);
+
 // A value with the unit that keeps it between 1 and 1000, in at most four significant digits.
 std::string timeText(double ps);
 std::string rateText(double hz);

@@ -118,8 +118,8 @@ TEST(Answers, HelpAndVersionAreResults)
     const TempFolder folder;
     EXPECT_TRUE(output(folder, "--version").starts_with("tessel "));
     EXPECT_TRUE(contains(output(folder, "--help"), "\nExit codes:\n"));
-    for (const char *command :
-         {"simulate", "info", "histogram", "g2", "fcs", "trace", "hist2d", "unfold", "chain"}) {
+    for (const char *command : {"simulate", "info", "histogram", "g2", "fcs", "trace", "hist2d", "unfold",
+                                "chain", "devices", "config"}) {
         const Ended ended = run(folder, fmt::format("{} --help", command));
         EXPECT_EQ(ended.Err, "") << command;
         EXPECT_TRUE(contains(ended.Out, fmt::format("\nUsage: tessel {} ", command))) << ended.Out;

@@ -38,6 +38,14 @@ foreach(host ${WORK}/cmake/host ${WORK}/plain)
   endif()
 endforeach()
 
+# So are the simulated instruments, which the program finds where it lies.
+file(RENAME ${STAGE} ${WORK}/moved)
+run(${WORK}/moved/bin/tessel devices --sim)
+if(NOT output MATCHES "SIM-ZP-0 .* free " OR NOT output MATCHES "${WORK}/moved/${LIBDIR}/tessel/instruments/CD90Lib.so, version")
+  message(FATAL_ERROR "tessel devices --sim: ${output}")
+endif()
+file(RENAME ${WORK}/moved ${STAGE})
+
 # The installed program finds the installed library.
 run(${STAGE}/bin/tessel --version)
 if(NOT output STREQUAL "tessel ${VERSION}\n")

@@ -1,0 +1,191 @@
+// Instruments through the program: what is listed, what is set, and what can't be done. The instruments are the
+// simulated ones.
+#include "run_program.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+
+using namespace TestSupport;
+
+namespace {
+
+using boost::json::object;
+
+constexpr const char *families[] = {"ZP", "CD", "SV40", "LM70", "CD90"};
+
+// One of each family, and a busy one.
+void describeInstruments(const TempFolder &folder)
+{
+    std::ofstream(folder.file("lab.json"))
+        << R"({"instruments": [{"family": "ZP", "channels": 2}, {"family": "CD"}, {"family": "LM70"},)"
+        << R"({"family": "SV40", "model": "Sarvex 40 P"}, {"family": "CD90", "serial": "77"},)"
+        << R"({"family": "ZP", "busy": true}]})";
+    std::ofstream(folder.file("wrong.json")) << R"({"instruments": [{"family": "ZX"}]})";
+}
+
+object configOf(const TempFolder &folder, std::vector<std::string> words, Ended &ended)
+{
+    words.insert(words.begin(), {"config", "--sim=lab.json", "--json"});
+    ended = run(folder, words);
+    EXPECT_EQ(ended.Code, 0) << ended.Err;
+    return ended.Code == 0 ? boost::json::parse(ended.Out).as_object() : object();
+}
+
+const object *settingOf(const object &config, std::string_view key)
+{
+    for (const auto &setting : config.at("settings").as_array())
+        if (setting.at("key").as_string() == key) return &setting.as_object();
+    return nullptr;
+}
+
+} // namespace
+
+TEST(Instruments, AreListedWithTheirLibraries)
+{
+    const TempFolder folder;
+    describeInstruments(folder);
+    simulateT2(folder, "--duration 1ms");
+    const auto standard = json(folder, "devices --sim");
+    ASSERT_EQ(standard.at("devices").as_array().size(), 1u);
+    EXPECT_EQ(standard.at("devices").at(0).at("state"), "free");
+    EXPECT_EQ(standard.at("devices").at(0).at("channels"), 4);
+
+    const auto lab = json(folder, "--sim=lab.json devices light.tgx");
+    std::string listed;
+    for (const auto &device : lab.at("devices").as_array())
+        listed +=
+            fmt::format("{} {} {}\n", std::string(device.at("family").as_string()),
+                        std::string(device.at("state").as_string()), device.at("channels").to_number<int>());
+    EXPECT_EQ(listed, "CD file 2\nZP free 2\nZP busy 0\nCD free 4\nSV40 free 4\nLM70 free 4\nCD90 free 4\n");
+    const auto &last = lab.at("devices").as_array().back();
+    EXPECT_EQ(last.at("serial"), "77");
+    EXPECT_EQ(last.at("features").as_array().front(), "DLL");
+    EXPECT_NE(last.at("libraryVersion"), nullptr);
+    for (const char *key : {"model", "firmware", "partNumber"}) EXPECT_NE(last.at(key), "") << key;
+    for (const auto &library : lab.at("libraries").as_array()) EXPECT_TRUE(library.at("loaded").as_bool());
+}
+
+TEST(Instruments, AbsentLibrariesAreNamedWithTheirPlace)
+{
+    const TempFolder folder;
+    std::ofstream(folder.file("CDLib64.so")) << "no library";
+    setenv("TESSEL_INSTRUMENT_PATH", folder.path().c_str(), 1);
+    const auto devices = json(folder, "devices");
+    const Ended refused = run(folder, "config 77");
+    unsetenv("TESSEL_INSTRUMENT_PATH");
+    EXPECT_TRUE(devices.at("devices").as_array().empty());
+    for (size_t i = 0; i < std::size(families); ++i) {
+        const auto &library = devices.at("libraries").at(i);
+        EXPECT_EQ(library.at("family"), families[i]);
+        EXPECT_EQ(library.at("loaded"), false);
+        const std::string file(library.at("file").as_string());
+        EXPECT_EQ(library.at("places").at(0).as_string(), folder.file(file));
+        EXPECT_TRUE(contains(std::string(library.at("why").as_string()), file)) << library;
+    }
+    EXPECT_EQ(refused.Code, 3);
+    EXPECT_TRUE(contains(refused.Err, "77: no such instrument (none found; no instrument library found"))
+        << refused.Err;
+}
+
+// Each family's settings, each as far as it goes: the instrument takes them all as they are.
+TEST(Instruments, TakeEverySettingUpToItsLimit)
+{
+    const TempFolder folder;
+    describeInstruments(folder);
+    for (const char *id : {"SIM-ZP-0", "SIM-CD-0", "SIM-SV40-0", "SIM-LM70-0", "77"}) {
+        Ended ended;
+        const auto initial = configOf(folder, {id, "--mode", "histogram"}, ended);
+        for (const char *mode : {"histogram", "t3"}) {
+            const bool isT3 = std::string_view(mode) == "t3";
+            std::vector<std::string> words = {id, "--mode", mode};
+            std::vector<std::pair<std::string, int64_t>> asked;
+            for (const auto &setting : initial.at("settings").as_array()) {
+                const std::string key(setting.at("key").as_string());
+                const bool ofEvents = key.starts_with("marker") || key == "overflow-hold";
+                if (isT3 ? key == "length-code" : ofEvents) continue;
+                const auto *most = setting.as_object().if_contains("max");
+                asked.emplace_back(key, most ? most->to_number<int64_t>() : 1);
+                words.insert(words.end(), {"--set", fmt::format("{}={}", key, asked.back().second)});
+            }
+            const auto config = configOf(folder, words, ended);
+            EXPECT_EQ(ended.Err, "") << id;
+            EXPECT_GT(asked.size(), 20u);
+            for (const auto &[key, value] : asked)
+                EXPECT_EQ(settingOf(config, key)->at("value"), value) << id << " " << mode << " " << key;
+        }
+    }
+}
+
+TEST(Instruments, SettingsHaveUnitsAndWordsAndAreClamped)
+{
+    const TempFolder folder;
+    describeInstruments(folder);
+    const struct
+    {
+        const char *Id, *Set, *Key;
+        int64_t Value;
+        const char *Warning; // "": none
+    } cases[] = {
+        {"SIM-ZP-0", "sync.level=-0.1V", "sync.level", -100, ""},
+        {"SIM-ZP-0", "sync.level=-9V", "sync.level", -1200, "sync.level: -9000 mV becomes -1200 mV"},
+        {"SIM-ZP-0", "ch*.offset=1.5ns", "ch2.offset", 1500, ""},
+        {"SIM-ZP-0", "ch*.offset=-1us", "ch2.offset", -99999,
+         "ch*.offset: -1000000 ps becomes -99999 ps (range"},
+        {"SIM-ZP-0", "ch2.edge=rising", "ch2.edge", 1, ""},
+        {"SIM-ZP-0", "marker3.enable=on", "marker3.enable", 1, ""},
+        {"SIM-ZP-0", "trigger-output=2us", "trigger-output", 2000, ""},
+        {"SIM-ZP-0", "stop-count=9999999999", "stop-count", 4294967295, "becomes 4294967295"},
+        {"SIM-ZP-0", "ch1.dead-time=1ns", "ch1.dead-time", 1000, ""},
+        {"SIM-ZP-0", "ch1.dead-time=1us", "ch1.dead-time", 160000, "becomes 160000 ps"},
+        {"SIM-ZP-0", "ch1.dead-time=5ps", "ch1.dead-time", 0, "ch1.dead-time: 5 ps becomes off"},
+        {"SIM-ZP-0", "ch1.dead-time=off", "ch1.dead-time", 0, ""},
+        {"SIM-SV40-0", "ch1.dead-time=55ns", "ch1.dead-time", 44000, "becomes 44000 ps"},
+        {"SIM-CD-0", "control.mode=8", "control.mode", 5, "control.mode: 8 becomes 5"},
+        {"77", "sync.trigger=cfd", "sync.trigger", 1, ""},
+    };
+    for (const auto &row : cases) {
+        Ended ended;
+        const auto config = configOf(folder, {row.Id, "--set", row.Set}, ended);
+        EXPECT_EQ(settingOf(config, row.Key)->at("value"), row.Value) << row.Set;
+        EXPECT_TRUE(contains(ended.Err, row.Warning)) << row.Set << "\n" << ended.Err;
+        EXPECT_EQ(ended.Err.empty(), *row.Warning == '\0') << row.Set << "\n" << ended.Err;
+        EXPECT_EQ(config.at("clamped").as_array().size(), *row.Warning ? 1u : 0u) << row.Set;
+    }
+    EXPECT_TRUE(contains(output(folder, "config sim"), "\nch*.level                      -40 mV   -1200 to"));
+}
+
+TEST(Instruments, SayWhyNot)
+{
+    const TempFolder folder;
+    describeInstruments(folder);
+    const struct
+    {
+        int Code;
+        std::vector<std::string> Words;
+        const char *Message;
+    } cases[] = {
+        {3, {"config", "78", "--sim=lab.json"}, "78: no such instrument (found: SIM-ZP-0, ZP_Port 1 (busy), "},
+        {3, {"config", "ZP_Port 1 (busy)", "--sim=lab.json"}, "ZP_Port 1 (busy): in use by another program"},
+        {3, {"devices", "--sim=none.json"}, "--sim=none.json: no such file"},
+        {3, {"config", "--sim=wrong.json"}, "instruments[0].family: isn't one of"},
+        {3, {"histogram", "--device", "78", "--sim"}, "78: no such instrument"},
+        {3, {"histogram", "--sim"}, "SIM-ZP-0: tessel histogram works on recordings only"},
+        {2, {"histogram", "light.tgx", "--sim"}, "a recording and an instrument: choose one"},
+        {2, {"config"}, "an instrument's id or sim is required"},
+        {2, {"config", "77", "--device", "78"}, "choose one"},
+        {2, {"config", "sim", "--set", "sync.level"}, "--set sync.level: KEY=VALUE is expected"},
+        {2, {"config", "sim", "--set", "sync.cfd-level=1"}, "this instrument has no such setting"},
+        {2, {"config", "sim", "--set", "sync.level=1ns"}, "\"1ns\": unknown unit \"ns\""},
+        {2, {"config", "sim", "--set", "sync.level=0.5"}, "whole mV"},
+        {2, {"config", "sim", "--set", "sync.divider=off"}, "a number is expected"},
+        {1, {"config", "sim", "--mode", "t2", "--set", "binning=1"}, "binning=1: the instrument refuses it"},
+    };
+    for (const auto &row : cases) {
+        const Ended ended = run(folder, row.Words);
+        EXPECT_EQ(ended.Code, row.Code) << row.Message << "\n" << ended.Err;
+        EXPECT_TRUE(contains(ended.Err, row.Message)) << row.Message << "\n" << ended.Err;
+        EXPECT_EQ(std::ranges::count(ended.Err, '\n'), 1) << ended.Err;
+        EXPECT_EQ(ended.Out, "");
+    }
+}
