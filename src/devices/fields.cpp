@@ -201,7 +201,6 @@ constexpr DeviceField devices[] = {
     {.Name = "MarkerHoldoffTime",
      .Setting = "marker.holdoff",
      .Member = &Config::MarkerHoldoffTime,
-     .Unit = Picoseconds,
      .Tag = {"HWMarkers_HoldOff"},
      .Ini = {"MarkerHoldoffTime", "0"},
      .Setter = "SetMarkerHoldoffTime",
