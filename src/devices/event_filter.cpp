@@ -1,6 +1,7 @@
 #include "devices/event_filter.h"
 
 #include "devices/call.h"
+#include "devices/families.h"
 #include "devices/libs/all.h"
 #include "devices/limits.h"
 
@@ -57,19 +58,18 @@ uint32_t atRow(const Device &device, int32_t row, int32_t mask)
     return shift < 32 ? static_cast<uint32_t>(mask) << shift : 0;
 }
 
-constexpr size_t roomForRates = 256; // a library writes one for each input, of which there are at most 64
-
+// A library writes one for each input that the instrument has, however many are told.
 struct RatesRead
 {
     int32_t Sync = 0;
-    std::array<int32_t, roomForRates> Inputs{};
+    std::array<int32_t, mostInputs> Inputs{};
 };
 
 // Gives the host a rate for each input, none below 0. The answer of a read that succeeded.
 bool handOut(const Device &device, const AnyOperation &operation, RatesRead &read, int32_t *syncRate,
              int32_t *rates)
 {
-    const auto inputs = std::span(read.Inputs).first(std::min(device.ChansCfg.size(), roomForRates));
+    const auto inputs = std::span(read.Inputs).first(std::min(device.ChansCfg.size(), read.Inputs.size()));
     int32_t lowest = read.Sync;
     for (int32_t rate : inputs) lowest = std::min(lowest, rate);
     trusted(device, lowest, 0, INT32_MAX, "as rate");
