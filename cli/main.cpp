@@ -39,6 +39,7 @@ Examples:
   tessel histogram decay.tgx --plot decay.png
   tessel histogram decay.tgx --json | jq '.channels[].total'
   tessel devices --sim
+  tessel histogram --sim --for 10s --plot decay.png
 
 tessel COMMAND --help shows the options of a command.)";
 
@@ -88,7 +89,8 @@ void checkSource(const CLI::App &command, const HostOptions &options)
         throw Failure(Exit::Usage, fmt::format("FILE is required (see tessel {} --help)", command.get_name()));
     if (hasFile && options.namesInstrument())
         throw Failure(Exit::Usage, "a recording and an instrument: choose one");
-    if (!file || hasFile) return;
+    const bool canMeasure = command.get_option_no_throw("--for") != nullptr;
+    if (!file || hasFile || canMeasure) return;
     const Session session(options);
     const std::string id = openInstrument(options);
     throw Failure(Exit::NoDevice, fmt::format("{}: tessel {} works on recordings only, not on instruments",

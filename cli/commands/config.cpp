@@ -1,6 +1,5 @@
 // `tessel config`: what is set on an instrument, and how far each setting goes.
 #include "commands/commands.h"
-#include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
 #include "program/options.h"
@@ -86,12 +85,6 @@ std::string table(const object &config)
     return fmt::to_string(text);
 }
 
-void tell(const Clamped &clamped)
-{
-    warn(fmt::format("{}: {} becomes {}{}", clamped.Key, clamped.Asked, clamped.Set,
-                     clamped.Range.empty() ? "" : fmt::format(" (range {})", clamped.Range)));
-}
-
 object asJson(const object &config, const std::vector<Clamped> &clamped)
 {
     object known = libraryText(TESSEL_TEXT_SETTINGS).as_object();
@@ -113,7 +106,7 @@ int runConfig(const ConfigOptions &options, const HostOptions &given)
     std::vector<Clamped> all;
     for (const std::string &assignment : options.Assignments)
         for (Clamped &clamped : applySetting(assignment)) {
-            tell(clamped);
+            warnOf(clamped);
             all.push_back(std::move(clamped));
         }
     const object config = deviceConfig();
@@ -124,7 +117,7 @@ int runConfig(const ConfigOptions &options, const HostOptions &given)
 constexpr const char *configFooter =
     R"(The instrument is opened and initialised in the mode, which sends it the initial settings; then each
 --set is sent, in its order, and all settings are shown. They hold until the instrument is closed,
-at the end of the command.
+at the end of the command; a measurement takes --set too.
 
 --set KEY=VALUE takes the keys of the table. Voltages have the units uV, mV and V, times those of all
 options; a number without a unit is in the unit of the table. Words stand there as they are taken.
@@ -157,9 +150,7 @@ Command addConfig(CLI::App &program)
     CLI::App *command = program.add_subcommand("config", "Show the settings of an instrument, and set them");
     command->add_option("INSTRUMENT", options->Instrument, "Its id, or sim: the first simulated one")
         ->type_name("");
-    command->add_option("--set", options->Assignments, "Set one setting; can be given several times")
-        ->type_name("KEY=VALUE")
-        ->allow_extra_args(false);
+    addSettingOption(*command, options->Assignments);
     asOneOf(command->add_option("--mode", options->Mode, "Measurement mode"), {"t2", "t3", "histogram"})
         ->capture_default_str();
     asNumber(command->add_option("--ref-source", options->RefSource, "Reference clock; 0: internal"), 0, 100)

@@ -121,9 +121,10 @@ int runFcs(const FcsOptions &options, const HostOptions &host)
     return measure(options.Measure, host,
                    {.Prepare = [&](const Recording &recording) { fcs = prepared(options, recording); },
                     .Start =
-                        [&](uint8_t *finished) {
+                        [&](int32_t acqTimeMs, uint8_t *finished) {
                             // The lags are there before the run starts.
-                            getCorrelation(nullptr, 0, 0, 0, fcs.Values.data(), fcs.LagsPs.data(), finished);
+                            getCorrelation(nullptr, acqTimeMs, 0, 0, fcs.Values.data(), fcs.LagsPs.data(),
+                                           finished);
                             toPicoseconds(fcs.LagsPs);
                         },
                     .IsEmpty = [&] { return isAllZero(fcs.Values); },

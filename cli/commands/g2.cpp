@@ -119,8 +119,8 @@ int runG2(const G2Options &options, const HostOptions &host)
                             axis.resize(g2.Values.size());
                         },
                     .Start =
-                        [&](uint8_t *finished) {
-                            getCorrelation(nullptr, 0, 0, 0, g2.Values.data(), axis.data(), finished);
+                        [&](int32_t acqTimeMs, uint8_t *finished) {
+                            getCorrelation(nullptr, acqTimeMs, 0, 0, g2.Values.data(), axis.data(), finished);
                         },
                     .IsEmpty = [&] { return isAllZero(g2.Values); },
                     .Needs = "events on --chan1 and --chan2 within --window of each other",

@@ -213,16 +213,17 @@ Plot asPlot(const Hist2dOptions &options, const Hist2d &histogram, const Measure
 int runHist2d(const Hist2dOptions &options, const HostOptions &host)
 {
     Hist2d histogram;
-    return measure(
-        options.Measure, host,
-        {.Prepare = [&](const Recording &recording) { histogram = prepared(options, recording); },
-         .Start =
-             [&](uint8_t *finished) { get2dHistogram(nullptr, 0, 0, 0, histogram.Counts.data(), finished); },
-         .IsEmpty = [&] { return isAllZero(histogram.Counts); },
-         .Needs = "events on --chan-x and --chan-y inside the bins, in T2 after one on --start-chan",
-         .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
-         .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
-         .Plot = [&](const Measured &measured) { return asPlot(options, histogram, measured); }});
+    return measure(options.Measure, host,
+                   {.Prepare = [&](const Recording &recording) { histogram = prepared(options, recording); },
+                    .Start =
+                        [&](int32_t acqTimeMs, uint8_t *finished) {
+                            get2dHistogram(nullptr, acqTimeMs, 0, 0, histogram.Counts.data(), finished);
+                        },
+                    .IsEmpty = [&] { return isAllZero(histogram.Counts); },
+                    .Needs = "events on --chan-x and --chan-y inside the bins, in T2 after one on --start-chan",
+                    .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
+                    .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
+                    .Plot = [&](const Measured &measured) { return asPlot(options, histogram, measured); }});
 }
 
 void addAxisOptions(CLI::App &command, AxisOptions &axis, const std::string &letter)

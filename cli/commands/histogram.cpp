@@ -149,15 +149,17 @@ Plot asPlot(const Recording &recording, const Histogram &histogram)
 int runHistogram(const HistogramOptions &options, const HostOptions &host)
 {
     Histogram histogram;
-    return measure(
-        options.Measure, host,
-        {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
-         .Start = [&](uint8_t *finished) { getHistogram(nullptr, 0, 0, 0, histogram.Counts.data(), finished); },
-         .IsEmpty = [&] { return isAllZero(histogram.Counts); },
-         .Needs = "events, in T2 after one on --ref-chan",
-         .Csv = [&](const Measured &measured) { return histogramCsv(histogram, measured); },
-         .Json = [&](const Measured &measured) { return histogramJson(histogram, measured); },
-         .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); }});
+    return measure(options.Measure, host,
+                   {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
+                    .Start =
+                        [&](int32_t acqTimeMs, uint8_t *finished) {
+                            getHistogram(nullptr, acqTimeMs, 0, 0, histogram.Counts.data(), finished);
+                        },
+                    .IsEmpty = [&] { return isAllZero(histogram.Counts); },
+                    .Needs = "events, in T2 after one on --ref-chan",
+                    .Csv = [&](const Measured &measured) { return histogramCsv(histogram, measured); },
+                    .Json = [&](const Measured &measured) { return histogramJson(histogram, measured); },
+                    .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); }});
 }
 
 constexpr ResultHelp histogramHelp = {

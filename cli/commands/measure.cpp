@@ -3,7 +3,9 @@
 
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/instrument.h"
 #include "program/output.h"
+#include "program/settings.h"
 #include "program/units.h"
 #include "program/visible_text.h"
 
@@ -20,6 +22,10 @@ namespace Tessel::Cli {
 void addMeasureOptions(CLI::App &command, MeasureOptions &options)
 {
     addRecordingArgument(command, options.File);
+    command.add_option("--for", options.For, "How long an instrument measures (default 1s) [ps]")
+        ->type_name("TIME");
+    asOneOf(command.add_option("--mode", options.Mode, "Mode of an instrument (default t3)"), {"t2", "t3"});
+    addSettingOption(command, options.Assignments);
     addChainOption(command, options.Chain);
     addOutputOptions(command, options.Result, "CSV");
     addPlotOption(command, options.Result);
@@ -38,16 +44,48 @@ void addChannelPair(CLI::App &command, ChannelPair &channels)
 void checkFiles(const MeasureOptions &options, const HostOptions &host, const std::string &beside)
 {
     std::vector<std::string> inputs = chainFiles(options.Chain);
-    inputs.insert(inputs.end(), {options.File, host.IniPath});
+    inputs.insert(inputs.end(), {options.File, host.IniPath, host.SimulationPath});
     std::vector<Output> outputs = outputsOf(options.Result);
     if (!beside.empty()) outputs.push_back({"-o", beside});
     checkOutputs(inputs, outputs, options.Result.Force);
 }
 
-Measured openForMeasuring(const MeasureOptions &options)
+namespace {
+
+// Whole ms, as the library takes it.
+int32_t acqTimeMs(const MeasureOptions &options)
+{
+    constexpr double psPerMs = 1e9, longestMs = 360000000; // 100 hours
+    const std::string text = options.For.empty() ? "1s" : options.For;
+    const double ms = std::round(optionValue("--for", [&] { return parseTimePs(text, "ps"); }) / psPerMs);
+    if (ms < 1 || ms > longestMs) throw Failure(Exit::Usage, "--for: from 1ms to 100h");
+    return static_cast<int32_t>(ms);
+}
+
+Recording openLive(const MeasureOptions &options, const HostOptions &host)
+{
+    const int32_t runForMs = acqTimeMs(options);
+    const std::string id = openInstrument(host);
+    initInstrument(id, options.Mode == "t2" ? 2 : 3, 0);
+    for (const std::string &assignment : options.Assignments)
+        for (const Clamped &clamped : applySetting(assignment)) warnOf(clamped);
+    return liveRecording(runForMs);
+}
+
+Recording openSource(const MeasureOptions &options, const HostOptions &host)
+{
+    if (host.namesInstrument()) return openLive(options, host);
+    if (!options.For.empty() || !options.Mode.empty() || !options.Assignments.empty())
+        throw Failure(Exit::Usage, "--for, --mode and --set are for instruments");
+    return openRecording(options.File);
+}
+
+} // namespace
+
+Measured openForMeasuring(const MeasureOptions &options, const HostOptions &host)
 {
     const std::vector<ChainStage> stages = readChain(options.Chain);
-    Measured measured{.From = openRecording(options.File), .Chain = {}, .Run = {}};
+    Measured measured{.From = openSource(options, host), .Chain = {}, .Run = {}};
     Recording &recording = measured.From;
     if (recording.MeasMode != 2 && recording.MeasMode != 3)
         throw Failure(Exit::Failed, fmt::format("{}: a recording of mode {} has no events to count",
@@ -61,7 +99,7 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
     checkPlotName(options.Result.PlotFile);
     const Session session(host);
     checkFiles(options, host);
-    Measured measured = openForMeasuring(options);
+    Measured measured = openForMeasuring(options, host);
     measurement.Prepare(measured.From);
     measured.Run = replay(measured.From, measurement.Start);
     noteSpeed(measured.Run);
@@ -91,7 +129,7 @@ std::string helpText(const ResultHelp &help)
         "CSV: comment lines with '#', a line of names, {}\n\n"
         "JSON: schema ({}), file, device, mode, chain (if there is one),\n"
         "run {{recordsRead, recordsInFile, recording (closed, not closed, cut short), complete,\n"
-        "stopReason}}, and\n{}\n\n"
+        "stopReason}} (of an instrument file, recordsInFile and recording are null), and\n{}\n\n"
         "Examples:\n{}",
         help.About, help.Csv, help.Schema, help.Keys, help.Examples);
 }
@@ -105,15 +143,18 @@ void noteSpeed(const Outcome &outcome)
 std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema)
 {
     const Recording &recording = measured.From;
-    std::vector<std::string> lines = {
-        std::string(schema), fmt::format("file: {}", visibleText(recording.Path)),
-        fmt::format("device: {}, T{}", visibleText(recording.Id), recording.MeasMode)};
+    std::vector<std::string> lines = {std::string(schema)};
+    if (!recording.isLive()) lines.push_back(fmt::format("file: {}", visibleText(recording.Path)));
+    lines.push_back(fmt::format("device: {}, T{}", visibleText(recording.Id), recording.MeasMode));
     for (std::string &stage : chainNotes(measured.Chain)) lines.push_back(std::move(stage));
     return lines;
 }
 
 std::string lastNote(const Measured &measured)
 {
+    if (measured.From.isLive())
+        return fmt::format("{} records in {} ms{}", measured.Run.NumRead, measured.From.RunForMs,
+                           measured.Run.Signal ? " at most, stopped by the user" : "");
     return fmt::format("{} of {} records read{}", measured.Run.NumRead, measured.From.NumRecords,
                        measured.Run.Signal ? ", stopped by the user: a partial result" : "");
 }
@@ -125,6 +166,7 @@ boost::json::object recordingKeys(const Measured &measured, std::string_view sch
                                 {"file", jsonName(recording.Path)},
                                 {"device", recording.Id},
                                 {"mode", fmt::format("T{}", recording.MeasMode)}};
+    if (recording.isLive()) keys["file"] = nullptr;
     if (!measured.Chain.empty()) keys["chain"] = chainJson(measured.Chain);
     return keys;
 }

@@ -22,11 +22,14 @@ namespace Tessel::Cli {
 struct MeasureOptions
 {
     std::string File;
+    std::string For, Mode;                // of an instrument; empty: as --help says
+    std::vector<std::string> Assignments; // of its settings
     ChainOptions Chain;
     ResultOptions Result;
 };
 
-// The recording, the chain, and how to write: to standard output, to a file, as JSON, as a plot.
+// The recording or how long an instrument measures, the chain, and how to write: to standard output, to a file,
+// as JSON, as a plot.
 void addMeasureOptions(CLI::App &command, MeasureOptions &options);
 
 // The two channels of a correlation.
@@ -51,7 +54,7 @@ struct Measured
 struct Measurement
 {
     std::function<void(const Recording &)> Prepare; // parameters and memory
-    std::function<void(uint8_t *finished)> Start;
+    std::function<void(int32_t acqTimeMs, uint8_t *finished)> Start;
     std::function<bool()> IsEmpty; // nothing was counted
     std::string_view Needs;        // what there must be to count, for the warning if so
     std::function<std::string(const Measured &)> Csv;
@@ -65,8 +68,9 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
 // Throws Failure if a file of the result, or the `beside` it, is one that must stay.
 void checkFiles(const MeasureOptions &options, const HostOptions &host, const std::string &beside = "");
 
-// The recording as the current device, with its chain. Throws Failure if it has no events to count.
-Measured openForMeasuring(const MeasureOptions &options);
+// The recording, or the instrument, as the current device, with its chain. Throws Failure if it has no events
+// to count.
+Measured openForMeasuring(const MeasureOptions &options, const HostOptions &host);
 
 // A plot that can't be drawn is an error only if nothing else is written.
 void drawResult(const ResultOptions &options, const Plot &plot);

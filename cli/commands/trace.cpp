@@ -116,8 +116,9 @@ int runTrace(const TraceOptions &options, const HostOptions &host)
     return measure(options.Measure, host,
                    {.Prepare = [&](const Recording &recording) { trace = prepared(options, recording); },
                     .Start =
-                        [&](uint8_t *finished) {
-                            getTimeTrace(nullptr, 0, 0, 0, trace.Counts.data(), &trace.EndBin, finished);
+                        [&](int32_t acqTimeMs, uint8_t *finished) {
+                            getTimeTrace(nullptr, acqTimeMs, 0, 0, trace.Counts.data(), &trace.EndBin,
+                                         finished);
                         },
                     .IsEmpty = [&] { return isAllZero(trace.Counts); },
                     .Needs = "events within --history",

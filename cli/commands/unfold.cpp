@@ -164,15 +164,15 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     const std::string side = unfolded.As == Form::Binary ? result.File + ".json" : "";
     const Session session(host);
     checkFiles(options.Measure, host, side);
-    Measured measured = openForMeasuring(options.Measure);
+    Measured measured = openForMeasuring(options.Measure, host);
     unfolded.IsT3 = measured.From.MeasMode == 3;
     std::optional<OutputFile> stream;
     if (wantsText(result)) write(stream.emplace(result.File), opening(unfolded, measured));
     measured.Run = replay(
         measured.From,
-        [&](uint8_t *finished) {
-            ufStartBlock(nullptr, 0, 0, unfolded.BlockTimes.data(), unfolded.BlockChannels.data(), capacity,
-                         finished);
+        [&](int32_t acqTimeMs, uint8_t *finished) {
+            ufStartBlock(nullptr, acqTimeMs, 0, unfolded.BlockTimes.data(), unfolded.BlockChannels.data(),
+                         capacity, finished);
         },
         [&] { return writeBlock(unfolded, stream); });
     if (stream) {

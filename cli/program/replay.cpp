@@ -32,6 +32,8 @@ void show(ReplayShown &shown)
     const auto read = runDescription().at("NumRecs").to_number<uint64_t>();
     const auto before = shown.From.Description.at("NumRecs").to_number<uint64_t>();
     shown.HasBegun = shown.HasBegun || read != before;
+    if (shown.From.isLive())
+        return showProgress(shown.Line, secondsSince(shown.Line.Start) * 1e3 / shown.From.RunForMs, read);
     if (shown.HasBegun)
         showProgress(shown.Line, static_cast<double>(read) / static_cast<double>(shown.From.NumRecords), read);
 }
@@ -66,7 +68,8 @@ bool doStep(SideWork &work)
 
 } // namespace
 
-Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
+Outcome replay(const Recording &recording,
+               const std::function<void(int32_t acqTimeMs, uint8_t *finished)> &start,
                const std::function<bool()> &meanwhile)
 {
     alignas(std::atomic_ref<uint8_t>::required_alignment) uint8_t finished = 0;
@@ -76,7 +79,7 @@ Outcome replay(const Recording &recording, const std::function<void(uint8_t *fin
     Outcome outcome;
     SideWork work{meanwhile, nullptr};
     ReplayShown shown{progress, recording};
-    start(&finished);
+    start(recording.RunForMs, &finished);
     const std::string refusal = lastError(); // the run may have begun all the same
     while (isFinished.load(std::memory_order_acquire) == 0) {
         if (!doStep(work)) std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -96,8 +99,26 @@ Outcome replay(const Recording &recording, const std::function<void(uint8_t *fin
     return outcome;
 }
 
+namespace {
+
+constexpr const char *wholeLiveRun = "TimeOver"; // its stop reason
+
+int reportLive(const Outcome &outcome)
+{
+    if (outcome.Signal != 0) {
+        note(fmt::format("stopped after {} records; the result is partial", outcome.NumRead));
+        return exitCodeOfSignal(outcome.Signal);
+    }
+    if (outcome.StopReason == wholeLiveRun) return static_cast<int>(Exit::Success);
+    warn(fmt::format("the run ended with the stop reason {}", visibleText(outcome.StopReason)));
+    return static_cast<int>(Exit::DataLost);
+}
+
+} // namespace
+
 int reportOutcome(const Recording &recording, const Outcome &outcome)
 {
+    if (recording.isLive()) return reportLive(outcome);
     const std::string fault = endingFault(recording);
     if (!fault.empty()) warn(fault);
     if (outcome.Signal != 0) {
@@ -121,6 +142,12 @@ int reportOutcome(const Recording &recording, const Outcome &outcome)
 
 boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome)
 {
+    if (recording.isLive())
+        return {{"recordsRead", outcome.NumRead},
+                {"recordsInFile", nullptr},
+                {"recording", nullptr},
+                {"complete", outcome.Signal == 0 && outcome.StopReason == wholeLiveRun},
+                {"stopReason", outcome.StopReason}};
     const bool isWhole = outcome.Signal == 0 && outcome.NumRead == recording.NumRecords;
     return {{"recordsRead", outcome.NumRead},
             {"recordsInFile", recording.NumRecords},

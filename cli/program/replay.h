@@ -23,7 +23,8 @@ struct Outcome
 // second one ends the program at once).
 // `meanwhile`: called again and again as long as the run goes on, and once after it; true if there was
 // something to do.
-Outcome replay(const Recording &recording, const std::function<void(uint8_t *finished)> &start,
+Outcome replay(const Recording &recording,
+               const std::function<void(int32_t acqTimeMs, uint8_t *finished)> &start,
                const std::function<bool()> &meanwhile = nullptr);
 
 // Says on standard error what is missing, and returns the exit code.

@@ -120,6 +120,21 @@ boost::json::object runDescription()
     return libraryText(TESSEL_TEXT_DESCRIPTION).as_object();
 }
 
+namespace {
+
+// What Config and the current device say.
+void readConfig(Recording &recording)
+{
+    recording.Description = runDescription();
+    recording.Id = recording.Config.at("ID").as_string();
+    recording.MeasMode = recording.Config.at("MeasMode").to_number<int64_t>();
+    recording.BaseResolutionPs = recording.Config.at("BaseResolution").to_number<double>();
+    recording.ResolutionPs = recording.Config.at("Resolution").to_number<double>();
+    recording.NumRows = getNumAllChans(nullptr);
+}
+
+} // namespace
+
 Recording openRecording(const std::string &path)
 {
     checkFile(path);
@@ -133,17 +148,26 @@ Recording openRecording(const std::string &path)
         refuse(path, "the file can't be opened as a device");
     recording.Config = deviceConfig();
     if (!recording.Known->isName()) nameAs(recording.Config, path);
-    recording.Description = runDescription();
-    recording.Id = recording.Config.at("ID").as_string();
-    recording.MeasMode = recording.Config.at("MeasMode").to_number<int64_t>();
-    recording.BaseResolutionPs = recording.Config.at("BaseResolution").to_number<double>();
-    recording.ResolutionPs = recording.Config.at("Resolution").to_number<double>();
+    readConfig(recording);
     const double syncRate = recording.Description.at("AveSyncRate").to_number<double>();
     if (syncRate > 0) recording.SyncPeriodPs = 1e12 / syncRate;
     recording.NumRecords = dataBytes(recording.Header) / sizeof(uint32_t);
     recording.ClaimedRecords = integerTag(recording.Header, "TTResult_NumberOfRecords").value_or(-1);
     recording.Ending = endingOf(recording);
-    recording.NumRows = getNumAllChans(nullptr);
+    return recording;
+}
+
+Recording liveRecording(int32_t runForMs)
+{
+    Recording recording;
+    recording.RunForMs = runForMs;
+    recording.Config = deviceConfig();
+    readConfig(recording);
+    recording.Path = recording.Id;
+    int32_t syncRate = 0;
+    std::vector<int32_t> rates(recording.Config.at("NumChans").to_number<size_t>());
+    getCountRates(&syncRate, rates.data());
+    if (syncRate > 0) recording.SyncPeriodPs = 1e12 / syncRate;
     return recording;
 }
 

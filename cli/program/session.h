@@ -47,9 +47,11 @@ enum class Ending {
     CutShort,  // it counts more records than there are
 };
 
+// What is measured: a recording, or an instrument for a time.
 struct Recording
 {
-    std::string Path;
+    std::string Path;                         // of an instrument its id
+    int32_t RunForMs = 0;                     // 0: a recording, to its end
     std::shared_ptr<const LibraryPath> Known; // Path as the library has it
     boost::json::object Header;               // as tessel_getFileTags gives it
     boost::json::object Config;               // as getDeviceConfig gives it
@@ -64,10 +66,15 @@ struct Recording
     Cli::Ending Ending = Ending::Closed;
     int64_t NumRows = 0;       // of a result: sync, inputs and what a chain makes
     std::vector<MadeRow> Made; // the last of the rows: those of the chain
+
+    bool isLive() const { return RunForMs > 0; }
 };
 
 // Opens the file as the current device. Throws Failure NoDevice if it can't be one.
 Recording openRecording(const std::string &path);
+
+// The current device, an initialised instrument.
+Recording liveRecording(int32_t runForMs);
 
 // "closed", "not closed", "cut short".
 std::string_view endingText(Ending ending);

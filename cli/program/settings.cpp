@@ -1,12 +1,14 @@
 // From an assignment to the call that sends it. The main thread's.
 #include "program/settings.h"
 
+#include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
 #include "program/units.h"
 #include "program/visible_text.h"
 #include "tessel.h"
 
+#include <CLI/CLI.hpp>
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/json/array.hpp>
 #include <fmt/format.h>
@@ -252,6 +254,21 @@ std::vector<Clamped> applySetting(const std::string &assignment)
                                                visibleText(assignment)));
     const std::vector<Setting> after = readSettings();
     return clampedOf(asked, asked.Key.starts_with("ch*") ? merged(after) : after);
+}
+
+void warnOf(const Clamped &clamped)
+{
+    warn(fmt::format("{}: {} becomes {}{}", clamped.Key, clamped.Asked, clamped.Set,
+                     clamped.Range.empty() ? "" : fmt::format(" (range {})", clamped.Range)));
+}
+
+void addSettingOption(CLI::App &command, std::vector<std::string> &assignments)
+{
+    command
+        .add_option("--set", assignments,
+                    "Set one setting of an instrument, as in tessel config; several times")
+        ->type_name("KEY=VALUE")
+        ->allow_extra_args(false);
 }
 
 std::vector<Setting> merged(const std::vector<Setting> &settings)

@@ -8,6 +8,10 @@
 #include <string_view>
 #include <vector>
 
+namespace CLI {
+class App;
+} // namespace CLI
+
 namespace Tessel::Cli {
 
 struct Setting
@@ -34,9 +38,14 @@ struct Clamped
     std::string Key, Asked, Set, Range; // with units
 };
 
+void warnOf(const Clamped &clamped);
+
 // "KEY=VALUE"; "ch*.level" is the level of each input. Throws Failure: of usage if it isn't to be understood,
 // else if the instrument refuses it.
 std::vector<Clamped> applySetting(const std::string &assignment);
+
+// --set, several times.
+void addSettingOption(CLI::App &command, std::vector<std::string> &assignments);
 
 // Settings of all inputs that agree become one, with the key "ch*.level".
 std::vector<Setting> merged(const std::vector<Setting> &settings);

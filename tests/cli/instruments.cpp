@@ -155,6 +155,24 @@ TEST(Instruments, SettingsHaveUnitsAndWordsAndAreClamped)
     EXPECT_TRUE(contains(output(folder, "config sim"), "\nch*.level                      -40 mV   -1200 to"));
 }
 
+// 100000 events a second and input, with lifetimes of their own; a level beyond the pulses counts nothing.
+TEST(Instruments, Measure)
+{
+    const TempFolder folder;
+    const auto histogram = json(folder, "histogram --sim --for 500ms --set ch2.level=-1V");
+    EXPECT_EQ(histogram.at("device"), "SIM-ZP-0");
+    EXPECT_EQ(histogram.at("file"), nullptr);
+    EXPECT_EQ(histogram.at("run").at("complete"), true);
+    for (size_t row : {1, 3, 4}) EXPECT_NEAR(sum(countsOf(histogram, row)), 50000, 2500) << row;
+    EXPECT_EQ(sum(countsOf(histogram, 2)), 0);
+    EXPECT_EQ(json(folder, "trace --sim --for 100ms --mode t2").at("mode"), "T2");
+    const Ended stopped = start(folder, "histogram --sim --for 1h --json --verbose").interruptWhen([&] {
+        return contains(contents(folder.file("stderr")), "HistoThread");
+    });
+    EXPECT_EQ(stopped.Code, 130) << stopped.Err;
+    EXPECT_EQ(boost::json::parse(stopped.Out).at("run").at("complete"), false);
+}
+
 TEST(Instruments, SayWhyNot)
 {
     const TempFolder folder;
@@ -170,7 +188,8 @@ TEST(Instruments, SayWhyNot)
         {3, {"devices", "--sim=none.json"}, "--sim=none.json: no such file"},
         {3, {"config", "--sim=wrong.json"}, "instruments[0].family: isn't one of"},
         {3, {"histogram", "--device", "78", "--sim"}, "78: no such instrument"},
-        {3, {"histogram", "--sim"}, "SIM-ZP-0: tessel histogram works on recordings only"},
+        {3, {"info", "--sim"}, "SIM-ZP-0: tessel info works on recordings only"},
+        {2, {"histogram", "--sim", "--for", "0"}, "--for: from 1ms to 100h"},
         {2, {"histogram", "light.tgx", "--sim"}, "a recording and an instrument: choose one"},
         {2, {"config"}, "an instrument's id or sim is required"},
         {2, {"config", "77", "--device", "78"}, "choose one"},
