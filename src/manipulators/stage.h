@@ -20,8 +20,8 @@
 // The loop calls exactly the hooks that are named. A name without its function doesn't compile, nor does a
 // function without its name.
 //
-// A piece that is cut for want of room goes on with `Resumed` set, up to the same end. So what a kind makes of
-// a piece doesn't depend on the cut.
+// A piece that is cut, for want of room or for a look at the run, goes on with `Resumed` set, up to the same
+// end. So what a kind makes of a piece doesn't depend on the cut.
 #pragma once
 
 #include "log/log.h"
@@ -202,9 +202,9 @@ private:
         if (fill == Fill::Work) {
             uint64_t wanted = window.End - window.Cursor;
             piece.Count = wanted;
-            piece.Count = work(state, stage, piece, next.Events);
+            piece.Count = workInTurns(piece, wanted, next.Events);
             window.Cut = piece.Count < wanted;
-            if (window.Cut && !mayHold && !isWaiting()) fill = Fill::Overrun;
+            if (window.Cut && !mayHold && !isWaiting() && !isAborted(*stage.run)) fill = Fill::Overrun;
         }
         if (fill == Fill::Overrun) {
             tellOverrun(next);
@@ -222,6 +222,21 @@ private:
         if (isWaiting()) return;
         nextLock.lock();
         waitForRoom(next, nextLock, enough);
+    }
+
+    // An end waits for one turn at most.
+    uint64_t workInTurns(Piece piece, uint64_t wanted, EventStore &out)
+    {
+        constexpr uint64_t turn = 65536; // events
+        uint64_t done = 0;
+        do {
+            piece.Count = std::min(wanted - done, turn);
+            const uint64_t now = work(state, stage, piece, out);
+            done += now;
+            if (now < piece.Count) break;
+            piece = {piece.Times + now, piece.Channels + now, 0, true};
+        } while (done < wanted && !isAborted(*stage.run));
+        return done;
     }
 
     bool isWaiting() const

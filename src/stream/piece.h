@@ -11,7 +11,7 @@ struct Piece
     const uint64_t *Times;
     const uint8_t *Channels;
     uint64_t Count;
-    bool Resumed = false; // begins with the event at which the last piece was cut for want of room
+    bool Resumed = false; // begins with the event at which the last piece was cut
 };
 
 } // namespace Tessel

@@ -1,6 +1,7 @@
 // The loop of a stage's thread between two small stores: a recorded file loses nothing, an instrument clears
 // what is full and goes on.
 #include "manipulators/chain.h"
+#include "manipulators/stage.h"
 #include "manipulators/stages.h"
 #include "stage_run.h"
 #include "support/host.h"
@@ -83,7 +84,42 @@ Events members(uint64_t count)
     return events;
 }
 
+// The run is aborted while it works.
+struct Interrupted
+{
+    uint64_t Worked = 0;
+};
+
 } // namespace
+
+template <>
+constexpr Hook Tessel::hooksOf<Interrupted> = Hook::None;
+
+namespace {
+
+uint64_t work(Interrupted &state, const StageRef &stage, Piece in, EventStore &)
+{
+    stage.run->Control.Aborted = true;
+    state.Worked += in.Count;
+    return in.Count;
+}
+
+} // namespace
+
+TEST(StageLoop, AnEndWaitsForNoWholeBatch)
+{
+    constexpr uint64_t batch = 1'000'000;
+    SmallChain chain(DeviceType::File);
+    chain.first->StopFlag = true; // the stage's own thread stays out
+    allocate(chain.first->Events, batch);
+    allocate(chain.last->Events, batch);
+    chain.last->HighWater = batch;
+    chain.feed(members(batch));
+    chain.start();
+    Interrupted state;
+    StagePass(StageRef{chain.target, chain.first, chain.run}, StageWords{}, state).run();
+    EXPECT_LT(state.Worked, batch / 10);
+}
 
 TEST(StageLoop, AFileLosesNothingWhereTheNextStoreIsSmall)
 {
