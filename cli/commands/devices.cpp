@@ -34,13 +34,13 @@ struct DevicesOptions
 
 constexpr int32_t t2 = 2;
 
-// Only an instrument that is initialised says what it is.
-std::string stateAfterLook(const std::string &id)
+// Only an instrument that is initialised says what it is. Empty: it is; else why not.
+std::string initialise(const std::string &id)
 {
     std::vector<char> buffer(id.begin(), id.end());
     buffer.push_back('\0');
     if (!getDevice(buffer.data())) return withReason("can't be opened");
-    return initDevice(t2, 0) ? "free" : withReason("can't be initialised");
+    return initDevice(t2, 0) ? "" : withReason("can't be initialised");
 }
 
 // Empty: it is to be looked at.
@@ -62,7 +62,9 @@ object listedDevice(const std::string &id, const value &libraries)
 {
     std::string state = knownState(libraryText(TESSEL_TEXT_DEVICE, id).as_object());
     const bool isNew = state.empty();
-    if (isNew) state = stateAfterLook(id);
+    const std::string why = isNew ? initialise(id) : "";
+    if (isNew) state = why.empty() ? "free" : "failed";
+    if (!why.empty()) warn(fmt::format("{}: {}", visibleText(id), why));
     const object config = libraryText(TESSEL_TEXT_DEVICE, id).as_object();
     const object known = libraryText(TESSEL_TEXT_SETTINGS, id).as_object();
     if (isNew) closeDevice(0);
@@ -76,7 +78,8 @@ object listedDevice(const std::string &id, const value &libraries)
             {"libraryVersion", isFile ? value() : libraryVersion(known.at("family"), libraries)},
             {"channels", config.at("NumChans")},
             {"features", known.at("features")},
-            {"state", state}};
+            {"state", state},
+            {"why", why.empty() ? value() : value(why)}};
 }
 
 std::string textOf(const object &device, const char *key)
@@ -176,11 +179,12 @@ see what it is, which sends it the initial settings. A recording is listed like 
 --sim shows the simulated instruments that come with the program: one with four channels and pulsed
 light, or those that a JSON file describes.
 
-States: free; open (by this program); busy (by another one); file (a recording); else what is wrong.
+States: free; open (by this program); busy (by another one); file (a recording); failed (it can't be
+opened or initialised; a warning says why).
 
 JSON: schema (tessel.devices/1), and
   devices    [{id, family, model, serial, partNumber, firmware, libraryVersion, channels, features,
-             state}]
+             state, why (it failed)}]
   libraries  [{family, file, places (where it was looked for), loaded, path, missing (an operation
              that it lacks), why (it isn't loaded), version}]
 

@@ -218,9 +218,10 @@ void sendAssignment(const Assignment &asked, const Setting &setting, const std::
     } catch (const UnitError &unreadable) {
         throw Failure(Exit::Usage, fmt::format("--set {}={}", setting.Key, unreadable.what()));
     }
-    if (!send(settings, setting, value))
-        throw Failure(Exit::Failed, withReason(fmt::format("--set {}: the instrument refuses it in this mode",
-                                                           visibleText(asked.Whole))));
+    if (send(settings, setting, value)) return;
+    const std::string refusal = fmt::format("--set {}: the instrument refuses it", visibleText(asked.Whole));
+    const std::string why = withReason(refusal);
+    throw Failure(Exit::Failed, why == refusal ? refusal + " in this mode" : why);
 }
 
 std::vector<Clamped> clampedOf(const Assignment &asked, const std::vector<Setting> &settings)

@@ -21,6 +21,8 @@ void describeInstruments(const TempFolder &folder)
         << R"({"instruments": [{"family": "ZP", "channels": 2}, {"family": "CD"}, {"family": "LM70"},)"
         << R"({"family": "SV40", "model": "Sarvex 40 P"}, {"family": "CD90", "serial": "77"},)"
         << R"({"family": "ZP", "busy": true}]})";
+    std::ofstream(folder.file("lost.json"))
+        << R"({"instruments": [{"faults": [{"op": "Initialize", "code": -36}]}]})";
     std::ofstream(folder.file("wrong.json")) << R"({"instruments": [{"family": "ZX"}]})";
 }
 
@@ -64,6 +66,10 @@ TEST(Instruments, AreListedWithTheirLibraries)
     EXPECT_NE(last.at("libraryVersion"), nullptr);
     for (const char *key : {"model", "firmware", "partNumber"}) EXPECT_NE(last.at(key), "") << key;
     for (const auto &library : lab.at("libraries").as_array()) EXPECT_TRUE(library.at("loaded").as_bool());
+
+    const Ended lost = run(folder, "devices --sim=lost.json");
+    EXPECT_TRUE(contains(lost.Out, " failed\n")) << lost.Out;
+    EXPECT_TRUE(contains(lost.Err, "SIM-ZP-0: can't be initialised: ")) << lost.Err;
 }
 
 TEST(Instruments, AbsentLibrariesAreNamedWithTheirPlace)
@@ -186,6 +192,7 @@ TEST(Instruments, SayWhyNot)
         {3, {"config", "78", "--sim=lab.json"}, "78: no such instrument (found: SIM-ZP-0, ZP_Port 1 (busy), "},
         {3, {"config", "ZP_Port 1 (busy)", "--sim=lab.json"}, "ZP_Port 1 (busy): in use by another program"},
         {3, {"devices", "--sim=none.json"}, "--sim=none.json: no such file"},
+        {3, {"config", "--sim=lost.json"}, "SIM-ZP-0: the instrument can't be initialised: "},
         {3, {"config", "--sim=wrong.json"}, "instruments[0].family: isn't one of"},
         {3, {"histogram", "--device", "78", "--sim"}, "78: no such instrument"},
         {3, {"info", "--sim"}, "SIM-ZP-0: tessel info works on recordings only"},
