@@ -150,7 +150,7 @@ void closeDevice(uint8_t all)
 {
     guarded("closeDevice", [&] {
         if (all) {
-            traceApi("close all devices");
+            logInf(LogCategory::Progress, "close all devices");
             return closeDevices();
         }
         DeviceRef target = currentDevice();

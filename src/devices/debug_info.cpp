@@ -37,7 +37,7 @@ bool SaveDebugDump(LockedDevice &locked, std::string_view folder)
 {
     const Device &device = locked.device;
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    const std::string path = nativePath(std::string(folder) + "\\").string();
+    const std::string shown = std::string(folder) + "\\", path = nativePath(shown).string();
     auto save = [&] {
         switch (device.LibType) {
         case LibType::ZP: return zp.SaveDebugDump(device.Index, path.c_str());
@@ -50,7 +50,7 @@ bool SaveDebugDump(LockedDevice &locked, std::string_view folder)
         }
     };
     const int32_t result = save();
-    if (result < 0) logWrn(LogCategory::General, "SaveDebugDump failed: {} ({})@{}", path, result, device.ID);
+    if (result < 0) logWrn(LogCategory::General, "SaveDebugDump failed: {} ({})@{}", shown, result, device.ID);
     return result >= 0 && hasDebugDump(device);
 }
 

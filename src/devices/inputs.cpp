@@ -115,7 +115,8 @@ bool SetInputEdgeTrig(Device &device, ChannelRow &row, int32_t level, int32_t ed
     case LibType::SV40: ok = call(locked, sv40.SetInputEdgeTrg, row.Index, level, edge); break;
     case LibType::LM70: ok = call(locked, lm70.SetInputEdgeTrg, row.Index, level, edge); break;
     case LibType::CD90: ok = call(locked, cd90.SetInputEdgeTrg, row.Index, level, edge); break;
-    default: return notSupported(device, "SetInputEdgeTrg");
+    default:
+        return notSupported(device, "SetInputEdgeTrig"); // its own name, not the library's: hosts know it so
     }
     if (ok)
         remember(device, row, [&](ChannelRow &each) {

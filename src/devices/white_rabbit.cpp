@@ -59,6 +59,14 @@ bool callShowing(LockedDevice &locked, const Value &shown,
     return callQuietly(locked, operation, args...);
 }
 
+// The text is read only where there is an operation that takes it.
+bool sendMac(LockedDevice &locked, const decltype(ZPLibrary::WRabbitSetMAC) &operation, std::string_view mac)
+{
+    const std::string digits = macDigits(mac);
+    Mac bytes = macOf(locked.device, digits);
+    return callShowing(locked, digits, operation, bytes.data());
+}
+
 } // namespace
 
 bool WRabbitGetMAC(Device &device, std::string &mac)
@@ -79,12 +87,10 @@ bool WRabbitGetMAC(Device &device, std::string &mac)
 bool WRabbitSetMAC(Device &device, std::string_view mac)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    const std::string digits = macDigits(mac);
-    Mac bytes = macOf(device, digits);
     LockedDevice locked(device);
     switch (device.LibType) {
-    case LibType::ZP: return callShowing(locked, digits, zp.WRabbitSetMAC, bytes.data());
-    case LibType::CD90: return callShowing(locked, digits, cd90.WRabbitSetMAC, bytes.data());
+    case LibType::ZP: return sendMac(locked, zp.WRabbitSetMAC, mac);
+    case LibType::CD90: return sendMac(locked, cd90.WRabbitSetMAC, mac);
     default: return notSupported(device, "WRabbitSetMAC");
     }
 }

@@ -25,8 +25,7 @@ void readIdentity(Device &device, MeasContext &context)
     GetBaseResolution(device, context);
     GetResolution(device);
     GetNumOfInputChannels(device);
-    if (device.LibType == LibType::ZP || device.LibType == LibType::CD || device.LibType == LibType::CD90)
-        GetModules(device);
+    GetModules(device); // a family without modules warns here: hosts know it so
     GetSyncFeatures(device);
 }
 

@@ -112,7 +112,7 @@ const std::vector<Setter> &setters()
          call<setMarkerHoldoffTime>, of(&DeviceConfig::MarkerHoldoffTime)},
         {"SetOflCompression", "SetOflCompression 0 {}", "holdTime in SetOflCompression", zpLmCd90({0, 255}),
          call<setOflCompression>, of(&DeviceConfig::HoldTime)},
-        {"SetInputEdgeTrg", "SetInputEdgeTrg 0 2 {} 1", "trigLvl in SetInputEdgeTrig", edge,
+        {"SetInputEdgeTrig", "SetInputEdgeTrg 0 2 {} 1", "trigLvl in SetInputEdgeTrig", edge,
          [](int32_t v) { return setInputEdgeTrig(nullptr, 2, v, 1); }, of(&ChannelRow::TrigLvl)},
         {"SetInputCFD", "SetInputCFD 0 2 {} 0", "discrLvl in SetInputCFD", cfd,
          [](int32_t v) { return setInputCFD(nullptr, 2, v, 0); }, of(&ChannelRow::DiscrLvl)},

@@ -109,7 +109,10 @@ TEST(WhiteRabbit, MacThatIsNone)
         EXPECT_FALSE(WRabbitSetMAC(nullptr, text)) << text;
     EXPECT_FALSE(WRabbitSetMAC(nullptr, nullptr));
     EXPECT_EQ(instrument.fake.newCalls(), "");
+    instrument.device.LibType = LM70; // which looks at no text
+    EXPECT_FALSE(WRabbitSetMAC(nullptr, ""));
     EXPECT_EQ(log.count("ERR API WRabbitSetMAC failed: "), 7u);
+    EXPECT_EQ(log.count("WRN Config: WRabbitSetMAC is not supported for libType LM70 @77"), 1u);
 }
 
 // All twelve where there is nothing to ask, and where the library fails: texts empty, numbers as they were.
