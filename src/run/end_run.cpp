@@ -37,7 +37,7 @@ bool endRun(const DeviceRef &target, std::chrono::milliseconds patience)
         context.Description.StopReason = StopReason::Manual;
         requestStopByHost(*run);
     }
-    if (drains(*run)) return true;
+    if (patience >= Pace::firstBatch && drains(*run)) return true;
     abortRun(context, *run);
     if (waitOver(*run, patience)) return true;
     logErr(LogCategory::General, "Device: The measurement can't be stopped, its memory is left to it! @{}",

@@ -8,8 +8,9 @@
 
 namespace Tessel {
 
-// Stops the run on the device, if one is live, and waits for its end. After some seconds it aborts the run, and
-// waits `patience` more. False: the run is still live after that, and keeps its memory.
+// Stops the run on the device, if one is live, and waits for its end. After some seconds, with a short
+// `patience` at once, it aborts the run, and waits `patience` more. False: the run is still live after that,
+// and keeps its memory.
 bool endRun(const DeviceRef &target, std::chrono::milliseconds patience = Pace::aborting);
 
 // Waits for the phase Over. False: not within `patience`.

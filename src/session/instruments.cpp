@@ -186,7 +186,7 @@ std::future<void> startClosing(const DeviceRef &target)
 
 // The library may never come back: the thread is waited for a limited time. Where there is no memory for one, a
 // device that stays open would be worse.
-void closeInTime(const DeviceRef &target)
+void closeInTime(const DeviceRef &target, std::chrono::milliseconds patience)
 {
     if (!target->device.IsOpen) return;
     std::future<void> end;
@@ -195,7 +195,7 @@ void closeInTime(const DeviceRef &target)
     } catch (const std::exception &) {
         return closeNow(target);
     }
-    if (end.wait_for(Pace::aborting) == std::future_status::timeout)
+    if (end.wait_for(patience) == std::future_status::timeout)
         logErr(LogCategory::Device, "Device: The instrument doesn't close, it is left to itself! @{}",
                target->device.ID);
 }

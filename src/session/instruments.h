@@ -4,6 +4,8 @@
 
 #include "records/refs.h"
 
+#include <chrono>
+
 namespace Tessel {
 
 // Looks at every port of every library and adds what it finds to the table. Open devices stay open, and devices
@@ -18,7 +20,8 @@ bool openInstrument(const DeviceRef &target, bool quiet);
 // that the instruments need. True: initialised. A parameter that is refused doesn't change that.
 bool initInstrument(const DeviceRef &target);
 
-// Closes the instrument, unless its library doesn't come back in time.
-void closeInTime(const DeviceRef &target);
+// Closes the instrument, unless its library doesn't come back in time. A call that hangs in it may end with
+// that.
+void closeInTime(const DeviceRef &target, std::chrono::milliseconds patience);
 
 } // namespace Tessel

@@ -11,6 +11,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <chrono>
+
 namespace Tessel {
 
 const DeviceLookUp deviceLookUp = {.Find = findDevice, .All = allDevices, .Initialise = initDevice};
@@ -116,19 +119,27 @@ void closeFile(const DeviceRef &target, bool isFree)
     removeDevice(target);
 }
 
-// `isFree`: no run works on it.
+// `isFree`: no run works on it. The run of an instrument that isn't hangs in the library, and gets its end by
+// the close, if at all.
 void closeEnded(const DeviceRef &target, bool isFree)
 {
     if (currentDevice()->device.ID == target->device.ID) makeCurrent(noDevice());
     if (isFile(target->device))
         closeFile(target, isFree);
-    else if (isFree)
-        closeInTime(target);
+    else
+        closeInTime(target, isFree ? Pace::aborting : Pace::hungCloses);
 }
 
 void traceCloseDevices()
 {
     if (LogLevel.Device) logDev(LogCategory::Progress, "closeDevices");
+}
+
+// So the runs of the first `count` devices end side by side.
+void stopFirst(size_t count)
+{
+    for (size_t i = 0; i < count; ++i)
+        if (auto run = liveRun(deviceAt(i)->context)) requestStop(*run);
 }
 
 } // namespace
@@ -143,18 +154,17 @@ void closeDevices()
 {
     traceCloseDevices();
     size_t left = deviceCount();
-    for (size_t i = 0; i < left; ++i)
-        if (auto run = liveRun(deviceAt(i)->context)) requestStop(*run);
+    stopFirst(left);
     while (left-- > 0)
         if (const DeviceRef target = deviceAt(left); target != noDevice()) closeDevice(target);
 }
 
 namespace {
 
-void endWork(const DeviceRef &target)
+void endWork(const DeviceRef &target, std::chrono::milliseconds patience)
 {
     if (isFile(target->device)) refuseRuns(target);
-    if (endRun(target)) stopManipulators(target, true, waitLeft);
+    if (endRun(target, patience)) stopManipulators(target, true, waitLeft);
     removeStages(target);
 }
 
@@ -165,12 +175,20 @@ void closeIfEnded(const DeviceRef &target)
     closeEnded(target, !liveRun(target->context));
 }
 
-// The devices stay in the table until they are closed, so nothing is allocated.
+// The devices stay in the table until they are closed, so nothing is allocated. Runs that hang have one time
+// together.
 void closeAllThere()
 {
+    using namespace std::chrono;
+    const auto deadline = steady_clock::now() + Pace::aborting - Pace::firstBatch; // which comes before it
+    const auto patience = [&] {
+        return std::max<milliseconds>(duration_cast<milliseconds>(deadline - steady_clock::now()),
+                                      Pace::hungCloses);
+    };
     size_t left = deviceCount();
+    stopFirst(left);
     for (size_t i = 0; i < left; ++i)
-        if (const DeviceRef target = deviceAt(i); target != noDevice()) endWork(target);
+        if (const DeviceRef target = deviceAt(i); target != noDevice()) endWork(target, patience());
     endRun(noDevice());
     removeStages(noDevice());
     traceCloseDevices();

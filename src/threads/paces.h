@@ -30,6 +30,7 @@ inline constexpr auto firstBatch = 1s;      // of a run that is in the way: unti
 inline constexpr auto nextBatch = 500ms;    // of a run that is in the way: until the next ones do
 inline constexpr auto draining = 2s;        // of a run that is in the way, at most
 inline constexpr auto aborting = 10s;       // an aborted run; an instrument that is closed
+inline constexpr auto hungCloses = 500ms;   // an instrument whose run hangs; a run after others took all time
 inline constexpr auto libraryAnswers =
     10s; // a scan or an opening, for a device that is in a call of its library
 
