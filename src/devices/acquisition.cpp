@@ -113,7 +113,7 @@ bool SetStopOverflow(Device &device, const MeasContext &context, uint32_t stopCo
 bool SetBinning(Device &device, int32_t binning)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    device.MaxBinSteps = std::max(device.MaxBinSteps, 1);
+    if (device.MaxBinSteps < 1) device.MaxBinSteps = 1; // mostly it isn't written, so that calls may overlap
     checkLimits(device, &DeviceConfig::Binning, binning);
     const bool ok = hasTimeBins(device) && sendBinning(device, binning);
     GetResolution(device);

@@ -110,7 +110,7 @@ DeviceRef findInstrument(LibType type, int32_t port)
 void setId(Device &device, std::string id)
 {
     std::lock_guard lock(library().TableLock);
-    device.ID = std::move(id);
+    if (device.ID != id) device.ID = std::move(id); // one that stays may be read meanwhile
 }
 
 void removeDevice(const DeviceRef &device)
