@@ -52,17 +52,3 @@ TEST(DeviceJson, EveryKeyWithItsOwnValue)
                 trigger));
     }
 }
-
-TEST(DeviceJson, FreshRecord)
-{
-    EXPECT_EQ(
-        textOf({}, {.IsConfigured = true}),
-        R"({"DeviceType":-1,"FileDevicePath":"","ID":"","Index":-1,"Model":"","PartNo":"","Version":"",)"
-        R"("Features":0,"BaseResolution":1E0,"Resolution":1E0,"Binning":0,"NumChans":0,"NumMods":0,)"
-        R"("SyncDiv":1,"SyncTrigMode":"Edge","SyncTrigLvl":-40,"SyncTrigEdge":0,"SyncChannelOffset":0,)"
-        R"("SyncChannelEnable":1,"SyncDeadTime":0,"HystCode":0,"TimingMode":0,"StopCount":0,"Offset":0,)"
-        R"("LengthCode":6,"NumBins":65536,"MeasControl":0,"StartEdge":0,"StopEdge":0,"TriggerOutput":0,)"
-        R"("MarkerHoldoffTime":0,"HoldTime":2,"MarkerEdges":[0,0,0,0],"MarkerEna":[0,0,0,0],)"
-        R"("ModsCfg":[],"ChansCfg":[],"MeasMode":3,"RefSource":0,"HwFilteRowWidth":8,)"
-        R"("IsInitialized":false,"IsOpen":false,"IsConfigured":true,"Error":0,"LibType":-1,"Comment":""})");
-}

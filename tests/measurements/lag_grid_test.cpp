@@ -1,6 +1,5 @@
 // Lag grids, and the parameters that they are made of.
 #include "measurements/correlation_setup.h"
-#include "support/reference_correlation.h"
 
 #include <gtest/gtest.h>
 
@@ -17,29 +16,6 @@ constexpr uint64_t largestPs = std::numeric_limits<int64_t>::max();
 constexpr uint64_t many = std::numeric_limits<uint64_t>::max();
 
 } // namespace
-
-TEST(LagGrid, OrdinaryGridsAreThoseOfTheReference)
-{
-    const struct
-    {
-        uint64_t minLag, window, steps;
-    } cases[] = {{1000, 1'000'000, 3},
-                 {50'000, 1'000'000, 40},
-                 {1, 100, 7},
-                 {1, 100, 1000},
-                 {1'000'000, 1'000'000'000'000, 48},
-                 {12'345, 6'789'012, 100},
-                 {1, 1'000'000'000'000'000, 500}};
-    for (const auto &given : cases) {
-        SCOPED_TRACE(given.steps);
-        const LagGrid grid = lagGrid(given.minLag, given.window, given.steps);
-        const auto expected = TestSupport::referenceGrid(given.minLag, given.window, given.steps);
-        EXPECT_EQ(grid.Edges, expected.edges);
-        EXPECT_EQ(grid.Centers, expected.centers);
-        EXPECT_EQ(grid.Widths, expected.widths);
-        EXPECT_GE(grid.Edges.back(), given.window);
-    }
-}
 
 TEST(LagGrid, WhatCannotAdvanceEnds)
 {

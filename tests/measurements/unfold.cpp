@@ -61,22 +61,4 @@ TEST(UnfoldBlock, TakesABatchAsTheDeviceAllows)
     }
 }
 
-TEST(UnfoldBlock, ANullArrayIsNotWritten)
-{
-    uint64_t times[] = {7, 8}, blockTimes[2] = {};
-    uint8_t channels[] = {1, 2}, blockChannels[2] = {};
-    for (const bool hasTimes : {true, false})
-        for (const bool hasChannels : {true, false}) {
-            uint64_t count = 0, done = 0;
-            blockTimes[1] = blockChannels[1] = 0;
-            const EventBlock block{hasTimes ? blockTimes : nullptr, hasChannels ? blockChannels : nullptr, 2,
-                                   &count};
-            EXPECT_EQ(placeEvents(block, {.MayWait = true}, {times, channels, 2}, done), Placed::All);
-            EXPECT_EQ(blockTimes[1], hasTimes ? 8u : 0u);
-            EXPECT_EQ(blockChannels[1], hasChannels ? 2u : 0u);
-            EXPECT_EQ(count, hasTimes || hasChannels ? 2u : 0u);
-            EXPECT_EQ(done, 2u);
-        }
-}
-
 } // namespace
