@@ -41,21 +41,6 @@ DictionaryState slowState()
 
 } // namespace
 
-TEST(Dictionary, RowsHoldTogether)
-{
-    std::set<std::pair<std::string_view, TagType>> seen;
-    for (uint32_t row = 0; row < tagRowCount; ++row) {
-        const TagRow &tag = TagDictionary[row];
-        SCOPED_TRACE(tag.Name);
-        // Only the parameter of a curve and that of the file share name and type.
-        EXPECT_TRUE(row == 250 || seen.emplace(tag.Name, tag.Type).second);
-        EXPECT_LT(tag.Name.size(), 40u);
-        EXPECT_EQ(tag.ExtensionKind != ExtensionKind::None, tag.Name.find('%') != tag.Name.npos);
-        EXPECT_TRUE(tag.IndexBound <= 0 || TagDictionary[static_cast<uint32_t>(tag.IndexBound)].SizeDefining);
-        EXPECT_TRUE(!tag.SizeDefining || tag.Type == TagType::Int8);
-    }
-}
-
 TEST(Dictionary, ValuesAndBlocksByType)
 {
     struct Case

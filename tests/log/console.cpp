@@ -65,15 +65,6 @@ void fill(const FileHandle &writer)
     fcntl(writer.descriptor(), F_SETFL, 0);
 }
 
-// The ends of each block of eight.
-TEST(Console, ColourNumbers)
-{
-    const std::pair<uint32_t, const char *> cases[] = {
-        {0, "\033[0m"},     {1, "\033[0;30m"},  {8, "\033[0;37m"}, {16, "\033[1;37m"},  {24, "\033[4;37m"},
-        {32, "\033[0;97m"}, {40, "\033[1;97m"}, {41, "\033[40m"},  {56, "\033[0;107m"}, {57, ""}};
-    for (const auto &[number, sequence] : cases) EXPECT_EQ(colourSequence(number), sequence) << number;
-}
-
 // Whatever standard output is, the file gets every line and the stop comes soon.
 TEST(Console, ABrokenOneHarmsNothing)
 {
@@ -129,21 +120,6 @@ TEST(Console, AllLinesReachAPipeThatIsRead)
     }
     EXPECT_LT(text.find("INF INIT"), text.find("INF Tessel v1\n"));
     EXPECT_LT(at, text.find("INF EXIT"));
-}
-
-TEST(Console, AMissingReaderRaisesNoSignalOnTheCallingThread)
-{
-    for (const bool sockets : {false, true}) {
-        const FileHandle left = makeChannel(sockets).writer;
-        bool written = true;
-        {
-            const StandardOutput redirected(left.descriptor());
-            errno = EDOM;
-            written = writeConsole("text\n"); // SIGPIPE would end the test here
-        }
-        EXPECT_FALSE(written);
-        EXPECT_EQ(errno, EDOM);
-    }
 }
 
 TEST(Console, AHungConsoleIsWaitedForOnce)

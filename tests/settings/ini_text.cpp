@@ -48,15 +48,6 @@ TEST(IniText, SectionsAndKeysInTheOrderOfTheText)
     for (const auto &c : cases) EXPECT_EQ(show(parseIni(c.text)), c.expected) << c.name;
 }
 
-TEST(IniText, JunkIsHarmless)
-{
-    std::mt19937 random(7);
-    std::string junk(200'000, ' ');
-    for (char &c : junk) c = static_cast<char>(random() | 1);
-    for (const std::string &text : {junk, std::string(1 << 20, '['), std::string(1 << 20, ';')})
-        EXPECT_TRUE(parseIni(text));
-}
-
 TEST(IniText, OnlyARegularFileOfBearableSizeIsRead)
 {
     const TempFolder folder;
