@@ -74,14 +74,6 @@ TEST_F(Chain, NumbersChannelsInTheOrderOfAdding)
     EXPECT_EQ(stage(5).Params2, std::vector<int32_t>{5}); // channels made ahead of the count rate
 }
 
-TEST_F(Chain, CoincidenceMakesOneChannel)
-{
-    EXPECT_EQ(addCoincidence(target, {.Channels = inputs, .WindowPs = 1000.4, .Keep = true}), 5);
-    EXPECT_EQ(stage(0).Name, "Coinc_5");
-    EXPECT_EQ(stage(0).InChans, (Bytes{1, 2, 3}));
-    EXPECT_EQ(stage(0).Params, std::vector<uint64_t>{1000});
-}
-
 TEST_F(Chain, RefusesMoreChannelsThanAStreamHas)
 {
     const std::vector<int32_t> many(125, 1);
@@ -95,21 +87,6 @@ TEST_F(Chain, RefusesMoreChannelsThanAStreamHas)
     EXPECT_EQ(addHerald(target, {.Herald = 1, .Gated = inputs, .Keep = false}), 1);
     EXPECT_EQ(target->context.Manis.size(), 3u);
     EXPECT_EQ(rows(), 255u);
-}
-
-// The record stays in its place; only the count of channels goes down by one.
-TEST_F(Chain, EndingAStageKeepsItsRecord)
-{
-    addDelay(target, 1, 10, true);
-    addDelay(target, 2, 10, true);
-    endStage(target, 7);
-    EXPECT_EQ(rows(), 7u);
-    endStage(target, 0);
-    EXPECT_EQ(rows(), 6u);
-    EXPECT_EQ(target->context.Manis.size(), 2u);
-    EXPECT_TRUE(stage(0).ThreadGone);
-    EXPECT_FALSE(stage(1).ThreadGone);
-    EXPECT_EQ(stage(1).OutChans, Bytes{6});
 }
 
 // Each ended stage takes a channel off, also one that made none, and also when it is ended again.

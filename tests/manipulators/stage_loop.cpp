@@ -1,5 +1,5 @@
-// The loop of a stage's thread between two small stores: a recorded file loses nothing, an instrument clears
-// what is full and goes on.
+// The loop of a stage's thread: between two small stores an instrument clears what is full and goes on, and an end
+// waits for no whole batch.
 #include "manipulators/chain.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
@@ -119,22 +119,6 @@ TEST(StageLoop, AnEndWaitsForNoWholeBatch)
     Interrupted state;
     StagePass(StageRef{chain.target, chain.first, chain.run}, StageWords{}, state).run();
     EXPECT_LT(state.Worked, batch / 10);
-}
-
-TEST(StageLoop, AFileLosesNothingWhereTheNextStoreIsSmall)
-{
-    SmallChain chain(DeviceType::File);
-    const Events in = members(1000);
-    chain.feed(in);
-    chain.start();
-    const Events expected = merge(in, {1}, 5, true);
-    Events got;
-    EXPECT_TRUE(eventually([&] {
-        for (const Event &event : chain.take()) got.push_back(event);
-        return got.size() >= expected.size();
-    }));
-    EXPECT_EQ(difference(got, expected, false), "");
-    EXPECT_EQ(chain.take(), Events());
 }
 
 TEST(StageLoop, AnInstrumentClearsAFullStoreAndGoesOn)

@@ -1,5 +1,5 @@
 // Random streams through every kind of stage, against the plain form: in random pieces, with a next stage that
-// is full again and again, in order and out of order.
+// is full again and again, in order and out of order; and what stages hold.
 #include "manipulators/coincidence.h"
 #include "manipulators/count_rate.h"
 #include "manipulators/delay.h"
@@ -226,4 +226,45 @@ TEST(RandomStreams, CountRate)
         EXPECT_EQ(show(workPass(state, stage, pieces, 1000)), show(expected));
         ASSERT_EQ(stage.record->Rates, std::get<ReferenceCountRate>(one).rates) << "round " << round;
     }
+}
+
+// Where time stands still nothing becomes due and nothing old; what is held stays bounded.
+TEST(HeldEvents, GoBeforeTheirTimeWhereThereAreTooMany)
+{
+    const Events still(1000, Event{5000, 1});
+    StageRef stage = stageOf({});
+    stage.record->InChans = {1};
+    stage.record->OutChans = {5};
+
+    DelayState delayed;
+    delayed.Delay = 10;
+    EXPECT_EQ(workPass(delayed, stage, {still}, 100), Events(1000 - 50, Event{5010, 1}));
+    EXPECT_EQ(delayed.Held.size(), 50u);
+
+    stage.record->InChans = {2};
+    CoincidenceState pending;
+    pending.Window = 10;
+    pending.Keep = true;
+    EXPECT_EQ(workPass(pending, stage, {still}, 100), still);
+}
+
+TEST(Clear, DropsWhatIsHeld)
+{
+    StageRef stage = stageOf({});
+    stage.record->InChans = {1};
+    stage.record->OutChans = {5};
+    DelayState delayed;
+    delayed.Delay = 10;
+    workPass(delayed, stage, {events("1@100")}, 100);
+    EXPECT_FALSE(delayed.Held.empty());
+    clear(delayed);
+    EXPECT_TRUE(delayed.Held.empty());
+
+    CoincidenceState pending;
+    pending.Window = 10;
+    pending.TimeMode = TimeMode::Average;
+    workPass(pending, stage, {events("2@100 2@101")}, 100);
+    EXPECT_FALSE(pending.Pending.empty());
+    clear(pending);
+    EXPECT_TRUE(pending.Pending.empty());
 }
