@@ -159,17 +159,6 @@ TEST(ChainChanges, AnEndedStageFailsTheRunAtOnce)
     EXPECT_EQ(host.logged("ERR Device: Could not start manipulator: Merge_3 @7@run.tgx"), 1u);
 }
 
-TEST(ChainChanges, ClosingTellsOfTheStagesThatItStops)
-{
-    Host host;
-    ASSERT_FALSE(host.open(writeT3(host)).empty());
-    addMMerge(nullptr, members, 1, 1);
-    closeDevice(0);
-    EXPECT_EQ(host.logged("INF stop manipulators 1 @7@run.tgx"), 1u);
-    EXPECT_EQ(host.logged("INF wait manipulator: Merge_3 @7@run.tgx stopped"), 1u);
-    EXPECT_EQ(host.logged("INF manipulator: Merge_3 @7@run.tgx stopped"), 1u);
-}
-
 TEST(ChainChanges, StagesThatNeverRanAreClearedQuicklyAlsoByTwoThreads)
 {
     Host host;

@@ -1,5 +1,6 @@
-// Recordings far larger than every buffer: each record is accounted for, with and without stages in the chain
-// and whatever time the host takes. TESSEL_TEST_RECORDS sets their size.
+// A recording far larger than every buffer, through stages of all kinds: each record is accounted for, whatever
+// time the host takes. TESSEL_TEST_RECORDS sets its size.
+#include "runs/kinds.h"
 #include "support/host.h"
 #include "support/words.h"
 #include "tessel.h"
@@ -17,8 +18,6 @@ using namespace TestSupport;
 namespace {
 
 constexpr int channels = 4;
-constexpr int mergeStages = 3;
-constexpr size_t columns = 32768;
 
 uint64_t recordCount()
 {
@@ -37,7 +36,7 @@ struct Order
     uint64_t hash = 0;
 };
 
-// Writes a recording of pseudo-random events and counts them on the way: rows of the sync and the inputs.
+// Writes a recording of pseudo-random events.
 class Source
 {
 public:
@@ -60,7 +59,6 @@ public:
         return tessel_recordingClose(recording) && good;
     }
 
-    std::vector<uint32_t> counts = std::vector<uint32_t>((channels + 1) * columns);
     Order order;
 
 private:
@@ -69,7 +67,6 @@ private:
         const uint32_t bits = random();
         if (bits % 16 == 0) return t3Overflow(1);
         const uint32_t channel = bits >> 30, dtime = bits >> 8 & 0x3FFF;
-        ++counts[(channel + 1) * columns + dtime];
         order.add(channel + 1, dtime);
         return t3Event(channel, bits & 0x3FF, dtime);
     }
@@ -77,43 +74,7 @@ private:
     std::mt19937 random{11};
 };
 
-// Eight stages of all kinds that leave what comes in as it is and add channels; the first `count` of them.
-void addStages(int count)
-{
-    const int32_t members[] = {1, 2, 3}, gated[] = {2};
-    for (int i = 0; i < std::min(count, mergeStages); ++i) addMMerge(nullptr, &members[i], 1, 1);
-    if (count > 3) addMDelay(nullptr, 4, 5000, 1);
-    if (count > 4) addMCoincidence(nullptr, members, 2, 1000, 1, 1, 1);
-    if (count > 5) addMHerald(nullptr, 1, gated, 1, 0, 100'000, 0, 1);
-    if (count > 6) addMSubStream(nullptr, 0, UINT64_MAX);
-    if (count > 7) addMCountRate(nullptr, 1e9);
-}
-
-class LargeReplay : public testing::TestWithParam<int>
-{
-};
-
 } // namespace
-
-TEST_P(LargeReplay, AccountsForEveryRecord)
-{
-    const int stages = GetParam();
-    Host host;
-    Source source;
-    const std::string path = host.folder().file("large.tgx");
-    ASSERT_TRUE(source.write(path, recordCount()));
-    ASSERT_FALSE(host.open(path).empty());
-    addStages(stages);
-    Counts counts(static_cast<size_t>(getNumAllChans(nullptr)), columns);
-    EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, counts.data.data(), nullptr));
-    EXPECT_TRUE(std::equal(source.counts.begin(), source.counts.end(), counts.data.begin()));
-    for (int input = 1; input <= std::min(stages, mergeStages); ++input) // a copy of its one member
-        EXPECT_EQ(counts.rowSum(size_t(channels + input)), counts.rowSum(size_t(input)));
-    EXPECT_EQ(described("NumRecs"), static_cast<double>(recordCount()));
-    EXPECT_EQ(host.logged("overrun"), 0u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Stages, LargeReplay, testing::Values(0, 3, 8));
 
 // The run stands still most of the time, with every store between the file and the block filled.
 TEST(LargeUnfold, WaitsForAHostThatTakesABlockNowAndThen)
@@ -125,7 +86,7 @@ TEST(LargeUnfold, WaitsForAHostThatTakesABlockNowAndThen)
     std::string path = host.folder().file("large.tgx");
     ASSERT_TRUE(source.write(path, recordCount()));
     ASSERT_FALSE(host.open(path).empty());
-    addStages(stages);
+    addEightStages();
 
     const size_t size = recordCount() / 25;
     std::vector<uint64_t> times(size), copyTimes(size);

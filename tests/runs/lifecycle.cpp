@@ -1,6 +1,7 @@
 // Runs that are stopped, overtaken, closed under way, refused or left alone: each ends, tells so by its
 // finished byte, and the next call works.
 #include "runs/curves.h"
+#include "runs/kinds.h"
 #include "support/host.h"
 #include "support/tgx_file.h"
 #include "support/words.h"
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <functional>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -171,20 +171,6 @@ TEST(Lifecycle, AStopBeforeTheFirstReadKeepsTheFirstChunk)
     EXPECT_EQ(counts.sum(), 50'000u);
 }
 
-TEST(Lifecycle, ASecondRunTakesOver)
-{
-    Host host;
-    ASSERT_FALSE(host.open(writeT3(host, 6'000'000)).empty());
-    Counts first(rows, columns), second(rows, columns);
-    Finished firstDone, secondDone;
-    ASSERT_TRUE(startHistogram(first, firstDone));
-    ASSERT_TRUE(eventually(isReading));
-    ASSERT_TRUE(getHistogram(nullptr, 0, 1, 0, second.data.data(), secondDone.get()));
-    EXPECT_TRUE(firstDone.isSet());
-    EXPECT_TRUE(secondDone.isSet());
-    EXPECT_EQ(second.sum(), 6'000'000u);
-}
-
 TEST(Lifecycle, EndsOfTheDeviceEndItsRun)
 {
     using End = void (*)(Host &);
@@ -219,57 +205,41 @@ TEST(Lifecycle, ARunOnNoDeviceIsOverAtOnceAndWritesNothing)
 {
     Host host;
     ASSERT_FALSE(host.open(writeT3(host, 1000)).empty());
-    std::vector<uint64_t> memory(1 << 20,
-                                 0xDEADBEEFDEADBEEF); // more than any result with the initial parameters
-    const auto before = memory;
-    auto *words = reinterpret_cast<uint32_t *>(memory.data());
-    auto *bytes = reinterpret_cast<uint8_t *>(memory.data());
-    auto *reals = reinterpret_cast<double *>(memory.data());
-    const auto id = u"no such device";
-    struct Call
-    {
-        const char *name;
-        std::function<bool(uint64_t *count, uint8_t *finished)> call;
-        bool counts = false, ends = true;
-    };
-    const Call calls[] = {
-        {"histogram", [&](auto, auto end) { return getHistogram(id, 0, 1, 0, words, end); }},
-        {"2d", [&](auto, auto end) { return get2dHistogram(id, 0, 1, 0, words, end); }},
-        {"trace", [&](auto, auto end) { return getTimeTrace(id, 0, 1, 0, words, memory.data() + 99, end); }},
-        {"g2", [&](auto, auto end) { return getCorrelation(id, 0, 1, 0, reals, reals + 9, end); }},
-        {"fcs set", [&](auto count, auto) { return setFCSParams(id, 1, 2, count, 1e4, 1e9, 40); }, true, false},
-        {"fcs", [&](auto, auto end) { return getCorrelation(id, 0, 1, 0, reals, reals + 9, end); }},
-        {"ffcs set", [&](auto count, auto) { return setFFCSParams(id, 1, 2, count, 1e4, 1e9, 9); }, true,
-         false},
-        {"raw", [&](auto count, auto end) { return rawMeasure(id, 0, 1, 0, words, count, 99, end); }, true},
-        {"raw block", [&](auto, auto end) { return rawStartBlock(id, 0, 0, words, 99, end); }},
-        {"raw get", [&](auto count, auto) { return rawGetBlock(id, words, count); }, true, false},
-        {"uf",
-         [&](auto count, auto end) { return ufMeasure(id, 0, 1, 0, memory.data(), bytes, count, 9, end); },
-         true},
-        {"uf block", [&](auto, auto end) { return ufStartBlock(id, 0, 0, memory.data(), bytes, 9, end); }},
-        {"uf get", [&](auto count, auto) { return ufGetBlock(id, memory.data(), bytes, count); }, true, false},
-        {"export", [&](auto, auto end) { return exportStreamMeasure(id, 0, 1, 0, end); }},
-        {"rates", [&](auto, auto) { return getMCountRates(id, 0, words) || true; }, false, false},
-        {"count rates",
-         [&](auto, auto) { return getCountRates(nullptr, reinterpret_cast<int32_t *>(words)) == 0; }, false,
-         false},
-    };
-    uint64_t runs = 0;
-    for (const Call &given : calls) {
-        SCOPED_TRACE(given.name);
-        uint64_t count = 77;
-        uint8_t finished = 5;
-        addMCountRate(id, 1000);
-        EXPECT_TRUE(given.call(&count, &finished));
-        EXPECT_EQ(finished, given.ends ? 1 : 5);
-        EXPECT_EQ(count, given.counts ? 0u : 77u);
-        EXPECT_TRUE(memory == before);
-        runs += given.ends;
-    }
-    EXPECT_EQ(host.logged("ERR Device: Can't do a measurement on a invalid device! @"), runs);
-    EXPECT_TRUE(stopMeasure(id));
+    stopMeasure(u"no such device"); // from here on none is the current one
     EXPECT_EQ(getNumAllChans(nullptr), 0);
+    Arrays memory;
+    std::ranges::fill(memory.counts, 77);
+    std::ranges::fill(memory.times, 77);
+    std::ranges::fill(memory.codes, 77);
+    std::ranges::fill(memory.x, 77);
+    std::ranges::fill(memory.y, 77);
+    const Arrays before = memory;
+    const auto expectUntouched = [&] {
+        EXPECT_TRUE(memory.counts == before.counts && memory.times == before.times &&
+                    memory.codes == before.codes && memory.x == before.x && memory.y == before.y);
+    };
+    memory.capacity = 99;
+    for (const RunKind &kind : runKinds) {
+        SCOPED_TRACE(kind.name);
+        memory.count = memory.points = memory.firstBin = 77;
+        Finished finished;
+        addMCountRate(nullptr, 1000);
+        EXPECT_TRUE(kind.start(memory, finished.get()));
+        EXPECT_TRUE(finished.isSet());
+        expectUntouched();
+        const std::string_view name = kind.name;
+        EXPECT_EQ(memory.count, name == "raw" || name == "unfold" ? 0u : 77u);
+        EXPECT_EQ(memory.points, name == "FCS" || name == "FFCS" ? 0u : 77u);
+        EXPECT_EQ(memory.firstBin, 77u);
+    }
+    EXPECT_EQ(host.logged("ERR Device: Can't do a measurement on a invalid device! @"), std::size(runKinds));
+    uint64_t words = 77, events = 77;
+    EXPECT_TRUE(rawGetBlock(nullptr, memory.counts.data(), &words));
+    EXPECT_TRUE(ufGetBlock(nullptr, memory.times.data(), memory.codes.data(), &events));
+    EXPECT_EQ(words + events, 0u);
+    getMCountRates(nullptr, 0, memory.counts.data());
+    EXPECT_EQ(getCountRates(nullptr, reinterpret_cast<int32_t *>(memory.counts.data())), 0);
+    expectUntouched();
     EXPECT_TRUE(getHistogram(nullptr, 0, 1, 0, nullptr, nullptr)); // no memory of the caller at all
 }
 

@@ -37,7 +37,7 @@ struct MeasureCase
     double overflowShare; // the smaller, the denser
     Measure measure;
     int merges = 0; // stages in the chain: 1 and 2 as channel 5, 2 and 3 as channel 6, ...
-    bool keep = true, ascending = true;
+    bool ascending = true;
 };
 
 void PrintTo(const MeasureCase &given, std::ostream *out)
@@ -140,8 +140,8 @@ TEST_P(Measurement, GivesWhatTheReferenceGives)
     for (int i = 0; i < given.merges; ++i) {
         const int32_t members[] = {1 + i, 2 + i};
         const auto output = static_cast<uint8_t>(channels + 1 + i);
-        EXPECT_EQ(addMMerge(nullptr, members, 2, given.keep), output);
-        events = merge(events, {uint8_t(1 + i), uint8_t(2 + i)}, output, given.keep);
+        EXPECT_EQ(addMMerge(nullptr, members, 2, 1), output);
+        events = merge(events, {uint8_t(1 + i), uint8_t(2 + i)}, output, true);
     }
     const auto rows = static_cast<size_t>(channels + 1 + given.merges);
     ASSERT_EQ(getNumAllChans(nullptr), int64_t(rows));
@@ -150,25 +150,20 @@ TEST_P(Measurement, GivesWhatTheReferenceGives)
     EXPECT_EQ(host.logged("overrun"), 0u);
 }
 
-constexpr bool t2 = false, t3 = true, keep = true, alone = false, mixed = false;
+constexpr bool t2 = false, t3 = true, mixed = false;
 constexpr double dense = 0.0005, burst = 0.05;
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Histograms, Measurement, testing::Values(
     MeasureCase{"t3Empty", t3, 0, 0, histogram()},
-    MeasureCase{"t3One", t3, 1, 0, histogram()},
-    MeasureCase{"t3Mixed", t3, 100'000, 0.07, histogram(), 0, keep, mixed},
-    MeasureCase{"t3Chunk", t3, 1'048'576, 0.002, histogram()},
-    MeasureCase{"t3Large", t3, 9'000'001, 0.07, histogram(), 0, keep, mixed},
+    MeasureCase{"t3Mixed", t3, 100'000, 0.07, histogram(), 0, mixed},
+    MeasureCase{"t3Large", t3, 9'000'001, 0.07, histogram(), 0, mixed},
     MeasureCase{"t3Merged", t3, 1'500'000, 0.07, histogram(), 3},
-    MeasureCase{"t3OnlyMerged", t3, 100'000, 0.3, histogram(), 3, alone},
-    MeasureCase{"t2Mixed", t2, 100'000, 0.07, histogram(), 0, keep, mixed},
-    MeasureCase{"t2Chunks", t2, 1'200'000, 0.002, histogram(), 0, keep, mixed},
+    MeasureCase{"t2Chunks", t2, 1'200'000, 0.002, histogram(), 0, mixed},
     MeasureCase{"t2Merged", t2, 1'500'000, 0.36, histogram(), 3}),
     [](const auto &given) { return given.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(Pairs, Measurement, testing::Values(
-    MeasureCase{"t2", t2, 300'000, 0.07, pairs({.widthX = 20'000'000, .widthY = 30'000'000})},
     MeasureCase{"t2Sheared", t2, 300'000, 0.07, pairs({.start = 3, .offsetX = 1000, .widthX = 10'000'000,
                                                        .widthY = 30'000'000, .binsX = 50, .slope = 0.3})},
     MeasureCase{"t2OverThresholdInChunks", t2, 1'500'000, 0.07, pairs({.tot = true, .widthX = 20'000'000,
@@ -176,59 +171,31 @@ INSTANTIATE_TEST_SUITE_P(Pairs, Measurement, testing::Values(
     MeasureCase{"t2InRecovery", t2, 300'000, 0.07, pairs({.widthX = 20'000'000, .widthY = 30'000'000,
                                                           .recoveryMin = 50'000'000, .recoveryOffsetX = 3'000'000,
                                                           .recoverySlope = -0.1})},
-    MeasureCase{"t3", t3, 300'000, 0.02, pairs({.widthX = 1640, .widthY = 1250, .binsY = 132})},
     MeasureCase{"t3OverThresholdSheared", t3, 1'500'000, 0.02, pairs({.tot = true, .widthX = 700, .widthY = 900,
                                                                       .slope = 0.5})},
     MeasureCase{"empty", t3, 0, 0, pairs({})}),
     [](const auto &given) { return given.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(Traces, Measurement, testing::Values(
-    MeasureCase{"t2", t2, 300'000, 0.07, trace(997, 16)},
     MeasureCase{"t2Merged", t2, 300'000, 0.07, trace(20'000, 16), 1},
     MeasureCase{"t2InChunks", t2, 1'500'000, 0.07, trace(500, 60)},
-    MeasureCase{"t3", t3, 300'000, 0.07, trace(997, 1.3)},
     MeasureCase{"t3Merged", t3, 300'000, 0.07, trace(30, 1.3), 1},
     MeasureCase{"empty", t3, 0, 0, trace(10, 1)}),
     [](const auto &given) { return given.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(Correlations, Measurement, testing::Values(
     MeasureCase{"g2", t2, 150'000, dense, correlation({.windowPs = 50'000, .binWidthPs = 50})},
-    MeasureCase{"g2Counts", t2, 150'000, dense, correlation({.windowPs = 5000, .binWidthPs = 5, .normalize = false})},
-    MeasureCase{"g2Auto", t2, 150'000, dense, correlation({.chan1 = 3, .chan2 = 3, .windowPs = 20'000, .binWidthPs = 30})},
     MeasureCase{"g2AutoCounts", t3, 150'000, burst, correlation({.chan2 = 1, .windowPs = 200'000, .binWidthPs = 500,
                                                                  .normalize = false})},
     MeasureCase{"g2Sync", t2, 150'000, dense, correlation({.chan1 = 0, .windowPs = 20'000, .binWidthPs = 20})},
-    MeasureCase{"g2T3", t3, 150'000, burst, correlation({.windowPs = 300'000, .binWidthPs = 100})},
     MeasureCase{"g2Merged", t3, 150'000, burst, correlation({.chan1 = 5, .windowPs = 300'000, .binWidthPs = 100}), 1},
     MeasureCase{"fcs", t2, 150'000, dense, correlation({.mode = Mode::FCS, .windowPs = 10'000'000, .minLagPs = 100})},
-    MeasureCase{"fcsAuto", t2, 150'000, dense, correlation({.mode = Mode::FCS, .chan2 = 1, .windowPs = 3'000'000,
-                                                            .minLagPs = 1000, .steps = 25})},
     MeasureCase{"fcsMerged", t3, 150'000, burst, correlation({.mode = Mode::FCS, .chan1 = 5, .chan2 = 3,
                                                               .windowPs = 30'000'000, .minLagPs = 5000}), 1},
-    MeasureCase{"ffcs", t2, 150'000, dense, correlation({.mode = Mode::FFCS, .windowPs = 10'000'000, .minLagPs = 100})},
     MeasureCase{"ffcsMerged", t3, 150'000, burst, correlation({.mode = Mode::FFCS, .chan1 = 5, .chan2 = 5,
                                                                .windowPs = 30'000'000, .minLagPs = 5000}), 1}),
     [](const auto &given) { return given.param.name; });
 // clang-format on
-
-TEST(TimeTraceRun, KeepsTheNewestOfALongerRecording)
-{
-    Host host;
-    constexpr size_t bins = 50, events = 3000; // one event a bin of 1 us
-    std::vector<uint32_t> words(events);
-    for (size_t i = 0; i < events; ++i) words[i] = t2Event(i % channels, static_cast<uint32_t>(i * 1000 + 500));
-    ASSERT_FALSE(host.open(TgxFile::t2(channels, 1000), words).empty());
-    setTimeTraceNumBins(nullptr, bins);
-    setTimeTraceHistorySize(nullptr, bins * 1e-6);
-    Counts counts(channels + 1, bins);
-    uint64_t firstBin = 0;
-    getTimeTrace(nullptr, 0, 1, 0, counts.data.data(), &firstBin, nullptr);
-    EXPECT_EQ(firstBin, events);
-    for (size_t i = 0; i < counts.data.size(); ++i) {
-        const uint64_t bin = firstBin - bins + i % bins;
-        ASSERT_EQ(counts.data[i], i / bins == bin % channels + 1 ? 1u : 0u) << i;
-    }
-}
 
 TEST(CorrelationRun, WithoutAResultTheArraysStayAsTheyAre)
 {

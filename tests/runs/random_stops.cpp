@@ -2,6 +2,7 @@
 // with 0 to 8 stages: each end takes no longer than the waits that are told and the counting of what was
 // read, and nothing is left behind.
 // TESSEL_TEST_RUNS sets how many; then the machine is to have nothing else to do.
+#include "runs/kinds.h"
 #include "support/host.h"
 #include "support/random_words.h"
 #include "support/tgx_file.h"
@@ -43,74 +44,6 @@ std::chrono::milliseconds grace()
     return slowness * (isSoak() ? 50ms : 1000ms);
 }
 
-// Memory of the host, as long as its longest run.
-struct Arrays
-{
-    std::vector<uint32_t> counts = std::vector<uint32_t>(32 * 65536);
-    std::vector<uint64_t> times = std::vector<uint64_t>(2'000'000);
-    std::vector<uint8_t> codes = std::vector<uint8_t>(times.size());
-    std::vector<double> x = std::vector<double>(100'000), y = x;
-    uint64_t count = 0, firstBin = 0, points = 0, capacity = 0; // of a block
-};
-
-void correlate(Arrays &host, uint8_t *finished)
-{
-    getCorrelation(nullptr, 0, 0, 0, host.y.data(), host.x.data(), finished);
-}
-
-struct Measurement
-{
-    const char *name;
-    bool settles; // before data flow
-    bool isBlock; // that a reader empties
-    void (*start)(Arrays &, uint8_t *finished);
-};
-
-const Measurement measurements[] = {
-    {"histogram", true, false,
-     [](Arrays &host, uint8_t *finished) { getHistogram(nullptr, 0, 0, 0, host.counts.data(), finished); }},
-    {"histogram 2d", true, false,
-     [](Arrays &host, uint8_t *finished) { get2dHistogram(nullptr, 0, 0, 0, host.counts.data(), finished); }},
-    {"time trace", true, false,
-     [](Arrays &host, uint8_t *finished) {
-         getTimeTrace(nullptr, 0, 0, 0, host.counts.data(), &host.firstBin, finished);
-     }},
-    {"g2", true, false,
-     [](Arrays &host, uint8_t *finished) {
-         setG2Params(nullptr, 1, 2, 100'000, 1000, 1);
-         correlate(host, finished);
-     }},
-    {"FCS", true, false,
-     [](Arrays &host, uint8_t *finished) {
-         setFCSParams(nullptr, 1, 2, &host.points, 1000, 1e6, 20);
-         correlate(host, finished);
-     }},
-    {"FFCS", true, false,
-     [](Arrays &host, uint8_t *finished) {
-         setFFCSParams(nullptr, 1, 2, &host.points, 1000, 1e6, 20);
-         correlate(host, finished);
-     }},
-    {"export", false, false,
-     [](Arrays &, uint8_t *finished) { exportStreamMeasure(nullptr, 0, 0, 0, finished); }},
-    {"raw", false, true,
-     [](Arrays &host, uint8_t *finished) {
-         rawMeasure(nullptr, 0, 0, 0, host.counts.data(), &host.count, host.capacity, finished);
-     }},
-    {"raw block", false, true,
-     [](Arrays &host, uint8_t *finished) {
-         rawStartBlock(nullptr, 0, 0, host.counts.data(), host.capacity, finished);
-     }},
-    {"unfold", false, true,
-     [](Arrays &host, uint8_t *finished) {
-         ufMeasure(nullptr, 0, 0, 0, host.times.data(), host.codes.data(), &host.count, host.capacity,
-                   finished);
-     }},
-    {"unfold block", false, true,
-     [](Arrays &host, uint8_t *finished) {
-         ufStartBlock(nullptr, 0, 0, host.times.data(), host.codes.data(), host.capacity, finished);
-     }},
-};
-
 // Of all threads of this process.
 Milliseconds processorTime()
 {
@@ -137,7 +70,7 @@ public:
     void run()
     {
         if (!isOpen || oneIn(8)) open();
-        const Measurement &chosen = measurements[random() % std::size(measurements)];
+        const RunKind &chosen = runKinds[random() % std::size(runKinds)];
         const bool isLeftAlone = isSoak() && oneIn(50); // its host takes nothing
         memory.capacity = isLeftAlone ? 5 : memory.times.size();
         if (isLeftAlone && !chosen.isBlock) setSequenceMode(2, 1, 1);

@@ -122,17 +122,6 @@ TEST_F(Recordings, TraceOfABlinkingMolecule)
     EXPECT_EQ(counts.sum(), data->times.size());
 }
 
-// Ticks of 2^-20 s: a time in ns is cut, a bin of 60 s isn't.
-TEST_F(Recordings, TraceOfAPulsar)
-{
-    openT2("xray-pulsar-b1509", 1, 1000, onlyInput,
-           [](uint64_t ticks) { return (ticks * 1'000'000'000) >> 20; });
-    if (IsSkipped()) return;
-    const auto bins = integers(known("trace_60s"));
-    uint64_t firstBin = 0;
-    EXPECT_EQ(binned(trace(2, bins.size() + 1, 60, firstBin), 1, 1, bins.size()), bins);
-}
-
 TEST_F(Recordings, PairsOfASinglePhotonEmitter)
 {
     openT2("qd-hbt-320mhz", 2, 1.0, syncAndTwo, later);

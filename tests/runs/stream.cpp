@@ -158,19 +158,6 @@ INSTANTIATE_TEST_SUITE_P(Blocks, Stream,
                                          StreamCase{"Empty", Form::T3, 0, 10, 0ms}),
                          [](const auto &given) { return given.param.name; });
 
-TEST_P(OfBothKinds, FillABlockThatTakesAll)
-{
-    Host host;
-    const Events expected = openRecording(host, GetParam(), 200'000);
-    for (int run = 0; run < 2; ++run) { // the count starts at 0 again
-        Block block(GetParam(), expected.size());
-        block.measure(1);
-        EXPECT_TRUE(block.finished.isSet());
-        block.take();
-        expectSameEvents(block.got, expected);
-    }
-}
-
 TEST_P(OfBothKinds, StandStillWithoutAReaderUntilTheyAreStopped)
 {
     Host host;

@@ -1,5 +1,6 @@
 // Calls and runs that get no memory: each ends, says so by its finished byte, changes all or nothing, and the
 // next good call works.
+#include "runs/kinds.h"
 #include "support/host.h"
 #include "support/refused_memory.h"
 #include "support/tgx_file.h"
@@ -59,28 +60,19 @@ protected:
 
 TEST_F(WithoutMemory, EveryStartLeavesTheFinishedByteAtOne)
 {
-    Counts counts(3, 65536);
-    std::vector<double> curve(100'000);
-    uint64_t filled = 0;
-    const std::function<bool(uint8_t *)> starts[] = {
-        [&](auto end) { return getHistogram(nullptr, 0, 1, 0, counts.data.data(), end); },
-        [&](auto end) { return get2dHistogram(nullptr, 0, 1, 0, counts.data.data(), end); },
-        [&](auto end) { return getTimeTrace(nullptr, 0, 1, 0, counts.data.data(), nullptr, end); },
-        [&](auto end) { return getCorrelation(nullptr, 0, 1, 0, curve.data(), curve.data(), end); },
-        [&](auto end) { return rawMeasure(nullptr, 0, 1, 0, counts.data.data(), &filled, 1000, end); },
-        [&](auto end) { return rawStartBlock(nullptr, 0, 0, counts.data.data(), 1000, end); },
-        [&](auto end) {
-            return ufMeasure(nullptr, 0, 1, 0, times.data(), channels.data(), &filled, 1000, end);
-        },
-        [&](auto end) { return ufStartBlock(nullptr, 0, 0, times.data(), channels.data(), 1000, end); },
-        [&](auto end) { return exportStreamMeasure(nullptr, 0, 1, 0, end); },
-        [&](auto end) { return exportStreamMeasure(u"an id that is longer than a string", 0, 1, 0, end); },
+    Arrays memory;
+    memory.capacity = 1000;
+    const auto onNoDevice = [](Arrays &, uint8_t *end) {
+        return exportStreamMeasure(u"an id that is longer than a string", 0, 1, 0, end);
     };
-    for (const auto &start : starts)
+    std::vector<RunKind> kinds(std::begin(runKinds), std::end(runKinds));
+    kinds.push_back({"no device", false, false, onNoDevice});
+    for (const RunKind &kind : kinds)
         for (const uint64_t first : {1, 2, 3}) {
+            SCOPED_TRACE(kind.name);
             Finished finished;
             const RefusedMemory refused(first);
-            EXPECT_TRUE(start(finished.get()));
+            EXPECT_TRUE(kind.start(memory, finished.get()));
             EXPECT_TRUE(finished.wait());
         }
 }
@@ -132,21 +124,4 @@ TEST_F(WithoutMemory, AStageIsAddedOrNot)
         clearManis(nullptr);
     }
     EXPECT_EQ(measured(), 1000u);
-}
-
-TEST_F(WithoutMemory, TheEndClosesEveryFile)
-{
-    Finished finished;
-    addMMerge(nullptr, members, 2, 1);
-    ufStartBlock(nullptr, 0, 0, times.data(), channels.data(), 10, finished.get()); // stands still
-    ASSERT_TRUE(eventually([] { return described("NumRecs") > 0; }));
-    const std::string last = host.open(TgxFile::t2(), {t2Event(0, 1)});
-    {
-        const RefusedMemory refused;
-        exitAPI();
-    }
-    EXPECT_TRUE(finished.isSet());
-    char ids[8192] = "";
-    getDeviceIDs(ids);
-    EXPECT_FALSE(std::string_view(ids).find(last) != std::string_view::npos) << ids;
 }
