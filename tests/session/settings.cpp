@@ -1,6 +1,5 @@
 // The parameter exports against fake libraries: what reaches the library, what is remembered, what is refused.
 #include "devices/acquisition.h"
-#include "devices/inputs.h"
 #include "support/instrument.h"
 #include "tessel.h"
 
@@ -411,83 +410,6 @@ TEST(Settings, TriggerModeSendsItsLevelsAgain)
     }
 }
 
-TEST(Settings, TriggerModeOfAllInputs)
-{
-    Instrument instrument(CD90);
-    Device &device = instrument.device;
-    ChannelRow all;
-    all.Index = -1;
-    for (ChannelRow &row : device.ChansCfg)
-        row.TrigLvl = -21, row.TrigEdge = 1, row.DiscrLvl = -22, row.ZeroXLvl = -23;
-    EXPECT_TRUE(SetInputTrgMode(device, all, 1));
-    EXPECT_EQ(instrument.fake.newCalls(), "SetInputTrgMode 0 -1 1; SetInputCFD 0 -1 -22 -23");
-    for (const ChannelRow &row : device.ChansCfg) EXPECT_EQ(row.TrigMode, TrigMode::CFD);
-    device.ChansCfg[2].TrigEdge = 0;
-    instrument.fake->answer("SetInputEdgeTrg", 1, -1);
-    EXPECT_TRUE(SetInputTrgMode(device, all, 0)) << "the last answer counts";
-    EXPECT_EQ(
-        instrument.fake.newCalls(),
-        "SetInputTrgMode 0 -1 0; SetInputEdgeTrg 0 0 -21 1; GetErrorString -1; SetInputEdgeTrg 0 1 -21 1; "
-        "SetInputEdgeTrg 0 2 -21 0; SetInputEdgeTrg 0 3 -21 1");
-    device.ChansCfg.clear();
-    EXPECT_FALSE(SetInputTrgMode(device, all, 0));
-}
-
-TEST(Settings, AllInputsAtOnce)
-{
-    using Set = bool (*)(Device &, ChannelRow &);
-    const std::pair<Set, std::string> cases[] = {
-        {[](Device &d, ChannelRow &r) { return SetInputEdgeTrig(d, r, -5, 1); }, "SetInputEdgeTrg 0 -1 -5 1"},
-        {[](Device &d, ChannelRow &r) { return SetInputChannelOffset(d, r, 6); },
-         "SetInputChannelOffset 0 -1 6"},
-        {[](Device &d, ChannelRow &r) { return SetInputChannelEnable(d, r, 0); },
-         "SetInputChannelEnable 0 -1 0"},
-        {[](Device &d, ChannelRow &r) { return SetInputDeadTime(d, r, 900); }, "SetInputDeadTime 0 -1 1 900"},
-    };
-    for (LibType family : fiveFamilies) {
-        Instrument instrument(family);
-        Device &device = instrument.device;
-        const bool takesAll = family == ZP || family == CD90;
-        for (const auto &[set, sent] : cases)
-            for (int32_t index : {-1, -2}) {
-                ChannelRow row;
-                row.Index = index;
-                const bool expected = takesAll && index == -1;
-                EXPECT_EQ(set(device, row), expected) << libTypeText(family) << sent;
-                EXPECT_EQ(instrument.fake.newCalls(), expected ? sent : "");
-            }
-        for (const ChannelRow &row : device.ChansCfg)
-            EXPECT_EQ(row.TrigLvl == -5 && row.TrigEdge == 1 && row.ChanOffs == 6 && row.ChanEna == 0 &&
-                          row.DeadTime == 900 && row.DeadTimeOn == 1,
-                      takesAll);
-    }
-}
-
-// Locations that differ from the pattern, and one that doesn't.
-TEST(Settings, LocationsOfFailedCalls)
-{
-    using Set = bool (*)();
-    const Set edge = [] { return setSyncEdgeTrig(nullptr, -5, 1); };
-    const Set cfd = [] { return setSyncCFD(nullptr, 0, 0); };
-    const std::tuple<LibType, const char *, Set, std::string> cases[] = {
-        {ZP, "SetSyncEdgeTrg", edge, "ZPlib error in ZP_SetSyncEdgeTrg @77 (-7): as told @77"},
-        {LM70, "SetSyncEdgeTrg", edge, "LM70lib error in LM70_SetSyncEdgeTrg: 0 -5 1 (-7): as told @77"},
-        {CD90, "SetSyncEdgeTrg", edge, "CD90lib error in CD90_SetSyncEdgeTrg: 0 -5 1 (-7): as told @77"},
-        {CD, "SetSyncCFD", cfd, "CDlib error in CD_SetSyncEdgeTrg @77 (-7): as told @77"},
-        {SV40, "SetSyncCFD", cfd, "SV40lib error in SV40_SetSyncCFD: 0 0 0 (-7): as told @77"},
-        {LM70, "SetSyncCFD", cfd, "LM70lib error in LM70_SetSyncCFD: 0 0 0 (-7): as told @77"},
-        {CD90, "SetSyncCFD", cfd, "CD90lib error in CD90_SetSyncCFD: 0 0 0 (-7): as told @77"},
-    };
-    for (const auto &[family, operation, set, text] : cases) {
-        Instrument instrument(family);
-        instrument.fake->answer(operation, 1, -7);
-        LogCapture log;
-        EXPECT_FALSE(set());
-        EXPECT_EQ(log.count("ERR Device: " + text), 1u) << text;
-        EXPECT_TRUE(set()) << "the next good call works";
-    }
-}
-
 TEST(Settings, TracesThatDifferFromThePattern)
 {
     Instrument sarvex(SV40, MeasMode::Histogramming);
@@ -497,15 +419,6 @@ TEST(Settings, TracesThatDifferFromThePattern)
     EXPECT_EQ(linesOf(log, "DEV"),
               (std::vector<std::string>{"DEV SV40_SetInputDeadTime: 0 1 50000 1 (44000) @77",
                                         "DEV SV40_SetHistoLen: 0 3 8192 @77"}));
-}
-
-TEST(Settings, LostInTheMiddleOfATriggerMode)
-{
-    Instrument instrument(CD90);
-    instrument.fake->answer("SetSyncCFD", 1, -36);
-    EXPECT_FALSE(setSyncTrigMode(nullptr, 1));
-    EXPECT_FALSE(instrument.device.IsOpen);
-    EXPECT_EQ(instrument.device.Error, -36);
 }
 
 TEST(Settings, Channels)
