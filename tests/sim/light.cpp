@@ -111,19 +111,6 @@ TEST(QuickDraws, HaveTheirDistributions)
     EXPECT_NEAR(beyond / tails, 1, 5 / std::sqrt(tails));
 }
 
-TEST(PulsedLight, HasTheWidthOfItsResponse)
-{
-    const auto photons = allPhotons({25000, 100, 200, 8000000, {{1e6, 0, 0}}, 6});
-    const auto count = static_cast<double>(photons.size());
-    double mean = 0, variance = 0;
-    for (const PulsedPhoton &photon : photons) {
-        const double shift = (photon.DelayPs > 12500 ? photon.DelayPs - 25000 : photon.DelayPs) - 100;
-        mean += shift / count, variance += shift * shift / count;
-    }
-    EXPECT_NEAR(mean, 0, 5 * 200 / std::sqrt(count));
-    EXPECT_NEAR(variance, 40000, 5 * 40000 * std::sqrt(2 / count));
-}
-
 TEST(CwLight, HasItsRatesAndIsInOrder)
 {
     for (const CwKind kind : {CwKind::Poissonian, CwKind::Antibunched})

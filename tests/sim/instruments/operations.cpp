@@ -1,5 +1,4 @@
-// Which operations the libraries have, what they refuse, what instruments the description makes, and the script
-// of its faults.
+// What the libraries refuse, what instruments the description makes, and the script of its faults.
 #include "loaded.h"
 
 #include <boost/json.hpp>
@@ -8,7 +7,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <sstream>
 #include <thread>
 
 using namespace SimTest;
@@ -16,7 +14,6 @@ using namespace SimTest;
 namespace {
 
 const FamilyLibrary &zp = families[0];
-constexpr int all = 31, onZp = 1, onCd = 2, onSv40 = 4, onLm70 = 8, onCd90 = 16;
 
 // A host's patience in a test of real time.
 bool soon(const std::function<bool()> &is)
@@ -30,54 +27,6 @@ bool soon(const std::function<bool()> &is)
 }
 
 } // namespace
-
-TEST(SimulatedLibrary, HasTheOperationsOfItsFamilyAndNoOther)
-{
-    const struct
-    {
-        int Families;
-        const char *Names;
-    } rows[] = {
-        {all,
-         "GetLibraryVersion GetErrorString OpenDevice CloseDevice Initialize GetHardwareInfo GetFeatures "
-         "GetBaseResolution GetResolution GetNumOfInputChannels StartMeas StopMeas CTCStatus ReadFiFo "
-         "ClearHistMem GetFlags GetWarnings GetWarningsText GetElapsedMeasTime GetSyncPeriod GetSyncRate "
-         "SetSyncDiv SetSyncChannelOffset SetStopOverflow SetBinning SetOffset SetHistoLen SetMeasControl "
-         "SetMarkerEdges SetMarkerEnable SetMarkerHoldoffTime SetInputChannelOffset SetInputChannelEnable"},
-        {onCd, "Calibrate"},
-        {onCd90, "GetSyncFeatures GetInputFeatures SetLEDBrightness EnableGroupEventFilter SetGroupEventFilter "
-                 "GetGroupFilteredRates"},
-        {onZp | onCd | onCd90, "GetNumOfModules GetModuleInfo"},
-        {onCd | onSv40, "GetHardwareDebugInfo GetHistogram GetCountRate"},
-        {onZp | onLm70 | onCd90,
-         "GetDebugInfo SaveDebugDump GetAllHistograms GetAllCountRates SetSyncChannelEnable "
-         "SetSyncDeadTime SetInputHysteresis SetOflCompression SetFilterTestMode"},
-        {all & ~onCd, "SetSyncEdgeTrg SetTriggerOutput SetInputEdgeTrg SetInputDeadTime"},
-        {all & ~onZp, "SetSyncCFD SetInputCFD"},
-        {onSv40, "SetTimingMode"},
-        {onLm70 | onCd90, "SetSyncTrgMode SetInputTrgMode"},
-        {onLm70, "EnableEventFilter SetEventFilterChannels SetEventFilterParams GetFilterOutputRates "
-                 "GetFilterInputRates"},
-        {onZp, "EnableRowEventFilter SetRowEventFilter GetRowFilteredRates"},
-        {onZp | onCd90,
-         "GetStartTime EnableMainEventFilter SetMainEventFilterChannels SetMainEventFilterParams "
-         "GetMainFilteredRates WRabbitGetMAC WRabbitSetMAC WRabbitGetInitScript "
-         "WRabbitSetInitScript WRabbitSetSFPData WRabbitInitLink WRabbitSetMode WRabbitSetTime "
-         "WRabbitGetTime WRabbitGetStatus WRabbitGetTermOutput"},
-    };
-    int count = 0;
-    for (int family = 0; family < 5; ++family) {
-        const Loaded library(families[family]);
-        count = 0;
-        for (const auto &row : rows) {
-            std::istringstream names(row.Names);
-            for (std::string name; names >> name; ++count)
-                EXPECT_EQ(library.symbol(name) != nullptr, (row.Families >> family & 1) == 1)
-                    << families[family].Prefix << " " << name;
-        }
-    }
-    EXPECT_EQ(count, 87);
-}
 
 TEST(SimulatedLibrary, FindsTheInstrumentsOfItsDescription)
 {
