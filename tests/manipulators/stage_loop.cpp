@@ -1,5 +1,5 @@
-// The loop of a stage's thread: between two small stores an instrument clears what is full and goes on, and an end
-// waits for no whole batch.
+// The loop of a stage's thread: between two small stores an instrument clears what is full and goes on, and an
+// end waits for no whole batch.
 #include "manipulators/chain.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"

@@ -13,26 +13,12 @@
 #include <memory>
 #include <sstream>
 #include <string>
-#include <string_view>
 
 namespace TestSupport {
 
 using namespace Plain;
 
 // "1@100 2@250" in T2, "1@3:20" (sync:dtime) in T3.
-inline Events events(std::string_view text)
-{
-    Events result;
-    std::istringstream words{std::string(text)};
-    uint64_t channel = 0, time = 0, dtime = 0;
-    char at = 0;
-    while (words >> channel >> at >> time) {
-        if (words.peek() == ':') words >> at >> dtime, time = time << 15 | dtime;
-        result.push_back({time, static_cast<uint8_t>(channel)});
-    }
-    return result;
-}
-
 inline std::string show(const Events &given, bool t3 = false)
 {
     std::ostringstream text;

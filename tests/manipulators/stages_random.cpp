@@ -255,7 +255,7 @@ TEST(Clear, DropsWhatIsHeld)
     stage.record->OutChans = {5};
     DelayState delayed;
     delayed.Delay = 10;
-    workPass(delayed, stage, {events("1@100")}, 100);
+    workPass(delayed, stage, {{{100, 1}}}, 100);
     EXPECT_FALSE(delayed.Held.empty());
     clear(delayed);
     EXPECT_TRUE(delayed.Held.empty());
@@ -263,7 +263,7 @@ TEST(Clear, DropsWhatIsHeld)
     CoincidenceState pending;
     pending.Window = 10;
     pending.TimeMode = TimeMode::Average;
-    workPass(pending, stage, {events("2@100 2@101")}, 100);
+    workPass(pending, stage, {{{100, 2}, {101, 2}}}, 100);
     EXPECT_FALSE(pending.Pending.empty());
     clear(pending);
     EXPECT_TRUE(pending.Pending.empty());

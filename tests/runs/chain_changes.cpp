@@ -175,17 +175,6 @@ TEST(ChainChanges, StagesThatNeverRanAreClearedQuicklyAlsoByTwoThreads)
     EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
-// A file that can't be opened leaves "no device" current, and open.
-TEST(ChainChanges, ARestartEndsARunOnNoDevice)
-{
-    Host host;
-    EXPECT_TRUE(host.open(host.folder().file("none.tgx")).empty());
-    Finished finished;
-    getHistogram(nullptr, 0, 0, 0, nullptr, finished.get());
-    initAPI(host.iniPath().c_str());
-    EXPECT_TRUE(finished.isSet());
-}
-
 // The coincidence takes two seconds to go, in which the import's thread is gone already.
 TEST(ChainChanges, AChainThatIsClearedBeforeARunHasItsStagesIsMissedByNobody)
 {

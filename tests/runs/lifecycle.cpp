@@ -111,51 +111,37 @@ TEST(Lifecycle, AStopEndsEveryMeasurementAfterAChainWithAPart)
     addMDelay(nullptr, 1, 500, 1);
     addMCoincidence(nullptr, members, 1, 1000, 0, 1, 1);
     addMHerald(nullptr, 1, members, 1, 0, 1000, 0, 1);
-    std::vector<uint32_t> counts;
-    std::vector<uint64_t> times(100'000);
-    std::vector<uint8_t> channels(times.size());
-    const struct
-    {
-        const char *name;
-        int32_t kind; // of a result; 0: a block
-        std::function<bool(uint8_t *)> start;
-        std::function<void(uint64_t &)> fetch = [](uint64_t &) {};
-    } cases[] = {
-        {"histogram", 8, [&](auto end) { return getHistogram(nullptr, 0, 0, 0, counts.data(), end); }},
-        {"2d", 64, [&](auto end) { return get2dHistogram(nullptr, 0, 0, 0, counts.data(), end); }},
-        {"trace", 4, [&](auto end) { return getTimeTrace(nullptr, 0, 0, 0, counts.data(), nullptr, end); }},
-        {"unfold", 0,
-         [&](auto end) {
-             return ufStartBlock(nullptr, 0, 0, times.data(), channels.data(), times.size(), end);
-         },
-         [&](uint64_t &count) { ufGetBlock(nullptr, nullptr, nullptr, &count); }},
-        {"raw", 0, [&](auto end) { return rawStartBlock(nullptr, 0, 0, counts.data(), counts.size(), end); },
-         [&](uint64_t &count) { rawGetBlock(nullptr, nullptr, &count); }},
-    };
-    for (const auto &row : cases) {
-        SCOPED_TRACE(row.name);
-        uint64_t height = 1, width = 100'000, bytes = 0, fetched = 0;
-        if (row.kind) tessel_getResultShape(nullptr, row.kind, &height, &width, &bytes);
-        counts.assign(height * width, 0);
+    for (const std::string_view name :
+         {"histogram", "histogram 2d", "time trace", "unfold block", "raw block"}) {
+        SCOPED_TRACE(name);
+        Arrays memory;
+        memory.capacity = 100'000;
+        uint64_t fetched = 0;
+        const auto fetch = [&] {
+            uint64_t count = 0;
+            rawGetBlock(nullptr, nullptr, &count);
+            fetched += count, count = 0;
+            ufGetBlock(nullptr, nullptr, nullptr, &count);
+            fetched += count;
+        };
         Finished finished;
-        row.start(finished.get());
+        const RunKind &kind = *std::ranges::find(runKinds, name, &RunKind::name);
+        kind.start(memory, finished.get());
         ASSERT_TRUE(eventually([&] {
-            row.fetch(fetched);
+            fetch();
             return described("NumRecs") > 4e6;
         }));
         const auto start = std::chrono::steady_clock::now();
         stopMeasure(nullptr);
         ASSERT_TRUE(eventually([&] {
-            row.fetch(fetched);
+            fetch();
             return finished.isSet();
         }));
         EXPECT_LT(std::chrono::steady_clock::now() - start, stopsWithin);
         EXPECT_EQ(describedText("StopReason"), "Manual");
         EXPECT_LT(described("NumRecs"), 1e9);
-        if (row.kind)
-            EXPECT_TRUE(std::ranges::any_of(counts, [](uint32_t count) { return count > 0; }));
-        else
-            EXPECT_GT(fetched, 0u);
+        const bool isCounted = std::ranges::any_of(memory.counts, [](uint32_t count) { return count > 0; });
+        EXPECT_TRUE(kind.isBlock ? fetched > 0 : isCounted);
     }
 }
 

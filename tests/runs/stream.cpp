@@ -23,20 +23,6 @@ constexpr uint64_t resolution = 5;
 
 enum class Form { Raw, T2, T3 }; // words of a T3 file, or events
 
-struct StreamCase
-{
-    const char *name;
-    Form form;
-    size_t words, blockSize;
-    std::chrono::milliseconds readerSleeps;
-    bool merged = false;
-};
-
-void PrintTo(const StreamCase &given, std::ostream *out)
-{
-    *out << given.name;
-}
-
 // Opens a recording and gives what a run of it has to hand out; a word stands as the time of an event.
 Events openRecording(Host &host, Form form, size_t count)
 {
@@ -110,53 +96,57 @@ private:
     }
 };
 
-class Stream : public testing::TestWithParam<StreamCase>
-{
-};
-
 class OfBothKinds : public testing::TestWithParam<Form>
 {
 };
 
 } // namespace
 
-TEST_P(Stream, GivesAllOnceAndInOrder)
+TEST(Stream, GivesAllOnceAndInOrder)
 {
-    const StreamCase &given = GetParam();
-    Host host;
-    Events expected = openRecording(host, given.form, given.words);
-    if (given.merged) {
-        const int32_t members[] = {1, 3};
-        ASSERT_EQ(addMMerge(nullptr, members, 2, 1), int32_t{channels + 1});
-        expected = merge(expected, {1, 3}, channels + 1, true);
-    }
-    Block block(given.form, given.blockSize);
-    block.start();
-    for (bool last = false; !last;) {
-        last = block.finished.isSet();
-        while (block.fetch() > 0 && given.readerSleeps == 0ms) {
+    const struct
+    {
+        const char *name;
+        Form form;
+        size_t words, blockSize;
+        std::chrono::milliseconds readerSleeps;
+        bool merged = false;
+    } cases[] = {
+        {"raw, one word", Form::Raw, 1500, 1, 0ms},
+        {"raw, slow", Form::Raw, 100'000, 9999, 20ms},
+        {"raw, chunk", Form::Raw, 3'000'000, 1'048'576, 1ms},
+        {"raw, beyond the store", Form::Raw, 9'000'000, 9'000'000, 50ms},
+        {"raw, empty", Form::Raw, 0, 10, 0ms},
+        {"one event, merged", Form::T3, 1000, 1, 0ms, true},
+        {"few", Form::T2, 20'000, 7, 0ms},
+        {"slow, merged", Form::T2, 300'000, 50'000, 30ms, true},
+        {"chunks", Form::T2, 3'000'000, 1'000'003, 1ms},
+        {"store", Form::T3, 3'000'000, 8'388'608, 5ms},
+        {"beyond the store", Form::T3, 3'000'000, 9'000'000, 50ms, true},
+        {"empty", Form::T3, 0, 10, 0ms},
+    };
+    for (const auto &given : cases) {
+        SCOPED_TRACE(given.name);
+        Host host;
+        Events expected = openRecording(host, given.form, given.words);
+        if (given.merged) {
+            const int32_t members[] = {1, 3};
+            ASSERT_EQ(addMMerge(nullptr, members, 2, 1), int32_t{channels + 1});
+            expected = merge(expected, {1, 3}, channels + 1, true);
         }
-        std::this_thread::sleep_for(given.readerSleeps); // a slow host
+        Block block(given.form, given.blockSize);
+        block.start();
+        for (bool last = false; !last;) {
+            last = block.finished.isSet();
+            while (block.fetch() > 0 && given.readerSleeps == 0ms) {
+            }
+            std::this_thread::sleep_for(given.readerSleeps); // a slow host
+        }
+        expectSameEvents(block.got, expected);
+        EXPECT_EQ(host.logged("overrun"), 0u);
+        EXPECT_EQ(described("NumRecs"), static_cast<double>(given.words));
     }
-    expectSameEvents(block.got, expected);
-    EXPECT_EQ(host.logged("overrun"), 0u);
-    EXPECT_EQ(described("NumRecs"), static_cast<double>(given.words));
 }
-
-INSTANTIATE_TEST_SUITE_P(Blocks, Stream,
-                         testing::Values(StreamCase{"RawOneWord", Form::Raw, 1500, 1, 0ms},
-                                         StreamCase{"RawSlow", Form::Raw, 100'000, 9999, 20ms},
-                                         StreamCase{"RawChunk", Form::Raw, 3'000'000, 1'048'576, 1ms},
-                                         StreamCase{"RawBeyondStore", Form::Raw, 9'000'000, 9'000'000, 50ms},
-                                         StreamCase{"RawEmpty", Form::Raw, 0, 10, 0ms},
-                                         StreamCase{"OneEventMerged", Form::T3, 1000, 1, 0ms, true},
-                                         StreamCase{"Few", Form::T2, 20'000, 7, 0ms},
-                                         StreamCase{"SlowMerged", Form::T2, 300'000, 50'000, 30ms, true},
-                                         StreamCase{"Chunks", Form::T2, 3'000'000, 1'000'003, 1ms},
-                                         StreamCase{"Store", Form::T3, 3'000'000, 8'388'608, 5ms},
-                                         StreamCase{"BeyondStore", Form::T3, 3'000'000, 9'000'000, 50ms, true},
-                                         StreamCase{"Empty", Form::T3, 0, 10, 0ms}),
-                         [](const auto &given) { return given.param.name; });
 
 TEST_P(OfBothKinds, StandStillWithoutAReaderUntilTheyAreStopped)
 {

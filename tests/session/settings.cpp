@@ -466,12 +466,3 @@ TEST(Settings, Channels)
                   c.Refusal.find('4') == std::string::npos ? 4 : 1);
     }
 }
-
-TEST(Settings, OfTheDeviceWithTheId)
-{
-    Instrument instrument(ZP);
-    EXPECT_FALSE(setSyncDiv(u"nobody", 2));
-    EXPECT_FALSE(setSyncDiv(nullptr, 2)) << "nobody is current now";
-    EXPECT_TRUE(setInputEdgeTrig(u"77", 3, -5, 1));
-    EXPECT_EQ(instrument.fake.newCalls(), "SetInputEdgeTrg 0 3 -5 1");
-}
