@@ -111,6 +111,7 @@ TEST(Lifecycle, AStopEndsEveryMeasurementAfterAChainWithAPart)
     addMDelay(nullptr, 1, 500, 1);
     addMCoincidence(nullptr, members, 1, 1000, 0, 1, 1);
     addMHerald(nullptr, 1, members, 1, 0, 1000, 0, 1);
+    size_t cutShortBefore = 0;
     for (const std::string_view name :
          {"histogram", "histogram 2d", "time trace", "unfold block", "raw block"}) {
         SCOPED_TRACE(name);
@@ -140,8 +141,11 @@ TEST(Lifecycle, AStopEndsEveryMeasurementAfterAChainWithAPart)
         EXPECT_LT(std::chrono::steady_clock::now() - start, stopsWithin);
         EXPECT_EQ(describedText("StopReason"), "Manual");
         EXPECT_LT(described("NumRecs"), 1e9);
+        // On a busy machine half a second may be too short for the first event to pass the chain.
+        const size_t cutShort = host.logged("The time is over for the data");
         const bool isCounted = std::ranges::any_of(memory.counts, [](uint32_t count) { return count > 0; });
-        EXPECT_TRUE(kind.isBlock ? fetched > 0 : isCounted);
+        EXPECT_TRUE(kind.isBlock ? fetched > 0 : isCounted || cutShort > cutShortBefore);
+        cutShortBefore = cutShort;
     }
 }
 
