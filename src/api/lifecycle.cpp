@@ -57,18 +57,14 @@ void start(const std::string &iniPath)
 }
 
 // The library starts and stops on one thread at a time.
-std::mutex &startStopLock()
-{
-    static std::mutex &lock = *new std::mutex;
-    return lock;
-}
+constinit std::mutex startStopLock;
 
 } // namespace
 
 bool initAPI(const char *systemIniPath)
 {
     return guarded("initAPI", true, [&] {
-        std::lock_guard oneAtATime(startStopLock());
+        std::lock_guard oneAtATime(startStopLock);
         start(std::string(textOf(systemIniPath)));
         return true;
     });
@@ -77,7 +73,7 @@ bool initAPI(const char *systemIniPath)
 void exitAPI(void)
 {
     guarded("exitAPI", [] {
-        std::lock_guard oneAtATime(startStopLock());
+        std::lock_guard oneAtATime(startStopLock);
         guarded("exitAPI", [] {
             traceApi("API exit");
             closeForGood();
