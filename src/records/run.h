@@ -4,6 +4,7 @@
 
 #include "records/event_store.h"
 #include "records/facts.h"
+#include "records/losses.h"
 #include "records/params.h"
 #include "records/run_control.h"
 
@@ -86,6 +87,7 @@ struct Run
     const uint64_t NumBins = 0; // columns of a histogram
 
     RunControl Control{};
+    Losses Ledger{};
 
     // What Request asks for: the result of its kind, made with the run. Each kind says its guard.
     std::shared_ptr<MeasResult> Result{};
