@@ -65,7 +65,9 @@ TEST(Lifecycle, AStoppedRunEndsAtOnce)
     ASSERT_TRUE(finished.wait());
     EXPECT_LT(std::chrono::steady_clock::now() - start, isSanitized ? 5s : 1s);
     EXPECT_LT(described("NumRecs"), records); // in its midst
-    EXPECT_EQ(counts.rowSum(3), counts.rowSum(1));
+    // Where other programs hold the cores, it is cut short instead.
+    if (host.logged("The time is over for the data of a stopped measurement") == 0)
+        EXPECT_EQ(counts.rowSum(3), counts.rowSum(1));
 }
 
 // Each event has up to a million pairs or lags: the whole recording would take minutes.
