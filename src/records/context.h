@@ -8,6 +8,7 @@
 #include "records/custom_tag.h"
 #include "records/description.h"
 #include "records/event_filter.h"
+#include "records/links.h"
 #include "records/manipulator.h"
 #include "records/params.h"
 #include "records/run.h"
@@ -52,6 +53,8 @@ struct MeasContext
     std::atomic<int> Removals{0};    // calls that clear the chain: a stage that is gone may still stand in it
     std::mutex EndLock;              // one thread at a time ends and removes stages
     std::atomic<bool> Closed{false}; // set with StartLock: no run starts and no stage is added any more
+
+    Tessel::Links Links; // what serves the device, and what reaches it
 };
 
 } // namespace Tessel

@@ -18,7 +18,9 @@ inline constexpr auto instrumentPass = 1ms; // between two reads of an instrumen
 inline constexpr auto lastData = 10ms;      // the same, once its acquisition timer has run out
 inline constexpr auto publish = 1ms;        // between two looks for new data to give out
 inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
-inline constexpr auto lastWords = 1s;       // before each of the last two lines of a Coincidence
+inline constexpr auto afterFailure =
+    100ms;                            // of an I/O thread, or of its next connection, when there is no room
+inline constexpr auto lastWords = 1s; // before each of the last two lines of a Coincidence
 
 // How long is waited for what may never come.
 inline constexpr auto stagesEnter = 10s;    // every stage of a run
@@ -32,7 +34,9 @@ inline constexpr auto draining = 2s;        // of a run that is in the way, at m
 inline constexpr auto aborting = 10s;       // an aborted run; an instrument that is closed
 inline constexpr auto hungCloses = 500ms;   // an instrument whose run hangs; a run after others took all time
 inline constexpr auto libraryAnswers =
-    10s; // a scan or an opening, for a device that is in a call of its library
+    10s;                                 // a scan or an opening, for a device that is in a call of its library
+inline constexpr auto peerAnswers = 30s; // a peer, for the end of a line and with taking one
+inline constexpr auto lingering = 1s;    // a peer that is turned out, until it has read why
 
 inline constexpr int32_t longestAcquisitionMs = 360'000'000; // 100 hours; an endless run is capped here
 

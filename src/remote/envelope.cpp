@@ -1,0 +1,139 @@
+#include "remote/envelope.h"
+
+#include "log/log.h"
+#include "log/text.h"
+
+#include <exception>
+#include <new>
+
+namespace Tessel {
+
+namespace {
+
+using boost::json::object;
+
+constexpr size_t deepestNesting = 32;
+constexpr size_t lineMemory =
+    8 << 20; // of one line, opened: some lines are small only as long as they are text
+
+// Memory of one line, which has a limit.
+class LineMemory final : public boost::json::memory_resource
+{
+    size_t left = lineMemory;
+
+    void *do_allocate(size_t size, size_t alignment) override
+    {
+        if (size > left) throw std::bad_alloc();
+        void *memory = ::operator new(size, std::align_val_t(alignment));
+        left -= size;
+        return memory;
+    }
+    void do_deallocate(void *memory, size_t size, size_t alignment) override
+    {
+        ::operator delete(memory, std::align_val_t(alignment));
+        left += size;
+    }
+    bool do_is_equal(const memory_resource &other) const noexcept override { return this == &other; }
+};
+
+boost::json::value parsed(std::string_view line)
+{
+    const auto memory = boost::json::make_shared_resource<LineMemory>();
+    boost::json::parse_options limits;
+    limits.max_depth = deepestNesting;
+    boost::json::parser parser(memory, limits);
+    parser.reset(memory);
+    parser.write(line);
+    return parser.release();
+}
+
+object addressText(const Address &address)
+{
+    return {{"type", address.Type}, {"id", address.Id}};
+}
+
+Address addressOf(const boost::json::value &text)
+{
+    const object &address = text.as_object();
+    return {.Type = std::string(std::string_view(address.at("type").as_string())),
+            .Id = std::string(std::string_view(address.at("id").as_string()))};
+}
+
+Envelope opened(std::string_view line)
+{
+    boost::json::value text = parsed(line);
+    object &message = text.as_object();
+    return {.Index = message.at("index").to_number<uint64_t>(),
+            .Sender = addressOf(message.at("sender")),
+            .Receiver = addressOf(message.at("receiver")),
+            .Content = std::move(message.at("content"))};
+}
+
+} // namespace
+
+std::string shownText(std::string_view fromPeer)
+{
+    std::string shown = visible(cutTo(fromPeer, longestShown));
+    shown.resize(cutTo(shown, longestShown).size());
+    return shown;
+}
+
+Envelope deviceEnvelope(const Device &device, boost::json::value content)
+{
+    const Address address{.Type = std::string(kestType), .Id = device.ID};
+    return {.Sender = address, .Receiver = address, .Content = std::move(content)};
+}
+
+Envelope linkEnvelope(std::string_view sender, std::string_view receiver, boost::json::value content)
+{
+    return {.Sender = {.Type = std::string(sender)},
+            .Receiver = {.Type = std::string(receiver)},
+            .Content = std::move(content)};
+}
+
+object commandContent(std::string_view command)
+{
+    return {{"command", command}};
+}
+
+object commandContent(std::string_view command, boost::json::value data)
+{
+    object content = commandContent(command);
+    content["data"] = std::move(data);
+    return content;
+}
+
+std::string lineOf(const Envelope &envelope)
+{
+    const object message = {{"version", envelope.Version},
+                            {"index", envelope.Index},
+                            {"sender", addressText(envelope.Sender)},
+                            {"receiver", addressText(envelope.Receiver)},
+                            {"content", envelope.Content}};
+    return boost::json::serialize(message) + '\n'; // the text itself has none
+}
+
+Envelope OpenEnvelope(std::string_view line)
+{
+    try {
+        return opened(line);
+    } catch (const std::exception &failure) {
+        logErr(LogCategory::General, "Remote: OpenEnvelope failed: {} '{}'", failure.what(), shownText(line));
+        return {};
+    }
+}
+
+std::optional<std::string_view> commandOf(const Envelope &envelope)
+{
+    const object *content = envelope.Content.if_object();
+    const boost::json::value *command = content ? content->if_contains("command") : nullptr;
+    if (!command) return std::nullopt;
+    return std::string_view(command->as_string());
+}
+
+const boost::json::value &dataOf(const Envelope &envelope)
+{
+    return envelope.Content.as_object().at("data");
+}
+
+} // namespace Tessel
