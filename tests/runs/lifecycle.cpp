@@ -66,8 +66,9 @@ TEST(Lifecycle, AStoppedRunEndsAtOnce)
     EXPECT_LT(std::chrono::steady_clock::now() - start, isSanitized ? 5s : 1s);
     EXPECT_LT(described("NumRecs"), records); // in its midst
     // Where other programs hold the cores, it is cut short instead.
-    if (host.logged("The time is over for the data of a stopped measurement") == 0)
-        EXPECT_EQ(counts.rowSum(3), counts.rowSum(1));
+    const bool isCutShort = host.logged("The time is over for the data of a stopped measurement") > 0;
+    EXPECT_TRUE(isCutShort || counts.rowSum(3) == counts.rowSum(1))
+        << counts.rowSum(3) << " of " << counts.rowSum(1);
 }
 
 // Each event has up to a million pairs or lags: the whole recording would take minutes.
