@@ -4,12 +4,17 @@
 #include "records/device.h"
 
 #include <string>
+#include <string_view>
 
 namespace Tessel {
 
 DeviceState stateOf(const Device &device);
 
 std::string stringifyJsonDevConfig(const DeviceConfig &config, const DeviceState &state);
+
+// Fills the device from such a text. A key that is missing or wrong is logged and keeps its field. DeviceType
+// isn't read, and an id that the device has stays. The device's mutex is held.
+void parseJsonDevConfig(Device &device, std::string_view text);
 
 // The ids of all devices, in table order.
 std::string stringifyDeviceIDs();

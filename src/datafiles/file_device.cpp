@@ -20,7 +20,7 @@ namespace Tessel {
 
 namespace {
 
-constexpr int32_t entryLimit = 4096; // of rows, markers and counts, far above what any instrument has
+constexpr int32_t entryLimit = mostInputs + 1; // of rows, markers and counts
 constexpr double psPerSecond = 1e12;
 
 struct Reading

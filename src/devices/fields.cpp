@@ -1,5 +1,7 @@
 #include "devices/fields.h"
 
+#include "devices/families.h"
+
 #include <algorithm>
 
 namespace Tessel {
@@ -37,6 +39,8 @@ constexpr FamilyRanges zeroCrossLevels{{none, {0, 40}, {-40, 0}, {-100, 0}, {-10
 constexpr FamilyRanges channelOffsets = all({-99999, 99999});
 constexpr FamilyRanges deadTimes{{{800, 160000}, none, {24000, 180000}, {800, 160000}, {800, 160000}}};
 
+constexpr Range inputCounts{0, mostInputs};
+
 constexpr DeviceField devices[] = {
     {.Name = "DeviceType", .Member = &Config::DeviceType},
     {.Name = "FileDevicePath", .Member = &Config::FileDevicePath},
@@ -57,8 +61,8 @@ constexpr DeviceField devices[] = {
      .Ini = {"Binning", "0"},
      .Setter = "SetBinning",
      .Limits = {.By = Limits::Rule::BinSteps, .Text = "binning"}},
-    {.Name = "NumChans", .Member = &Config::NumChans, .Tag = {"HW_InpChannels"}},
-    {.Name = "NumMods", .Member = &Config::NumMods},
+    {.Name = "NumChans", .Member = &Config::NumChans, .Holds = inputCounts, .Tag = {"HW_InpChannels"}},
+    {.Name = "NumMods", .Member = &Config::NumMods, .Holds = inputCounts},
 
     {.Name = "SyncDiv",
      .Setting = "sync.divider",
@@ -174,7 +178,7 @@ constexpr DeviceField devices[] = {
      .Ini = {"LengthCode", "-1"},
      .Setter = "SetHistoLength",
      .Limits = checked("lengthCode", {{{0, 6}, {0, 6}, {0, 5}, {0, 9}, {0, 7}}})},
-    {.Name = "NumBins", .Member = &Config::NumBins},
+    {.Name = "NumBins", .Member = &Config::NumBins, .Holds = Range{0, mostBins}},
     {.Name = "MeasControl",
      .Setting = "control.mode",
      .Member = &Config::MeasControl,

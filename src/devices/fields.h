@@ -88,6 +88,7 @@ struct Field
     bool ZeroIsOff = false;            // 0 switches it off, though it is below the range
     std::optional<TrigMode> OnlyIn{};  // written in this trigger mode only
     bool IsInJson = true;
+    std::optional<Range> Holds{}; // what is taken from a text, where the type would hold more
     TagKey Tag{};
     IniKey Ini{};
     std::string_view Setter{};       // of fields with one setter, the table has the order of its arguments
