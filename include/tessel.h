@@ -746,6 +746,22 @@ TESSEL_API bool tessel_recordingClose(tessel_recording *recording);
  * `needed`, or, with `needed` 0, the file can't be read. */
 TESSEL_API bool tessel_getFileTags(const char *path, char *buffer, uint64_t size, uint64_t *needed);
 
+/* ------------------------------------------------------------------------------------------------- remote
+ * A device of this process can be served to other computers, and the instruments that another one serves are
+ * devices here. The two speak lines of JSON over TCP. There is no authentication, and nothing is encrypted. */
+
+/* Asks the server at `host` (a name or an address; null or empty: this computer) and `port` (0: 55000) for its
+ * instruments and makes a device of each that isn't known here. The current device stays. A device that the
+ * server gives has the server's configuration; a second call asks for it again, and connects anew what was
+ * lost. Blocks until all that has come, up to 5 s. False: the server can't be reached or doesn't answer like
+ * one (an error in the log). A device that this port doesn't give is an error in the log too; it is known, but
+ * isn't connected.
+ *
+ * Of such a device only setInputEdgeTrig() has an effect, and the start of a measurement, which then goes on at
+ * the server: the run here ends at once, without events. Both are true whatever becomes of them there. A device
+ * of the server with the id of a local one is a device of its own: an id means the one that was known first. */
+TESSEL_API bool tessel_connect(const char *host, uint16_t port);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,6 +5,7 @@
 #include "devices/families.h"
 #include "devices/libs/all.h"
 #include "devices/limits.h"
+#include "devices/primitives.h"
 #include "devices/setting.h"
 
 #include <algorithm>
@@ -32,6 +33,22 @@ void remember(Device &device, ChannelRow &row, Set set)
 {
     if (row.Index >= 0) return set(row);
     for (ChannelRow &each : device.ChansCfg) set(each);
+}
+
+void rememberEdge(Device &device, ChannelRow &row, int32_t level, int32_t edge)
+{
+    remember(device, row, [&](ChannelRow &each) {
+        each.TrigLvl = level;
+        each.TrigEdge = edge;
+    });
+}
+
+// The server forces the level into its range, and nobody waits for its answer.
+bool sendEdgeToServer(Device &device, ChannelRow &row, int32_t level, int32_t edge)
+{
+    if (device.Remote.SetInputEdgeTrig) device.Remote.SetInputEdgeTrig(row.Index, level, edge);
+    rememberEdge(device, row, level, edge);
+    return true;
 }
 
 bool sendTrigger(Device &device, ChannelRow &row, TrigMode mode, const ChannelRow &levels)
@@ -105,6 +122,7 @@ bool SetInputTrgMode(Device &device, ChannelRow &row, int32_t mode)
 
 bool SetInputEdgeTrig(Device &device, ChannelRow &row, int32_t level, int32_t edge, bool alreadyLocked)
 {
+    if (isRemote(device)) return sendEdgeToServer(device, row, level, edge);
     if (auto answer = settingWithoutLibrary(device)) return *answer;
     checkLimits(device, &ChannelRow::TrigLvl, level);
     LockedDevice locked(device, alreadyLocked);
@@ -118,11 +136,7 @@ bool SetInputEdgeTrig(Device &device, ChannelRow &row, int32_t level, int32_t ed
     default:
         return notSupported(device, "SetInputEdgeTrig"); // its own name, not the library's: hosts know it so
     }
-    if (ok)
-        remember(device, row, [&](ChannelRow &each) {
-            each.TrigLvl = level;
-            each.TrigEdge = edge;
-        });
+    if (ok) rememberEdge(device, row, level, edge);
     return ok;
 }
 

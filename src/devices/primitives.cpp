@@ -27,6 +27,10 @@ bool callTraced(LockedDevice &locked, const Operation<int32_t(int32_t idx)> &ope
 
 bool StartMeasure(Device &device, int32_t acqTimeMs, bool trace)
 {
+    if (isRemote(device)) {
+        if (device.Remote.StartMeasure) device.Remote.StartMeasure(acqTimeMs);
+        return true;
+    }
     if (auto answer = settingWithoutLibrary(device)) return *answer;
     LockedDevice locked(device);
     switch (device.LibType) {

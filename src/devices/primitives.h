@@ -23,6 +23,18 @@ inline bool isInstrument(const Device &device)
     return device.DeviceType == DeviceType::Instrument;
 }
 
+inline bool isRemote(const Device &device)
+{
+    return device.DeviceType == DeviceType::Remote;
+}
+
+// A remote device is ready for a run as long as its server is there.
+inline bool isReady(const Device &device)
+{
+    return !isRemote(device) || (device.Remote.IsConnected && device.Remote.IsConnected());
+}
+
+// On a remote device a command to its server, of which nobody knows what becomes: true.
 bool StartMeasure(Device &device, int32_t acqTimeMs, bool trace);
 bool StopMeasure(Device &device, bool trace);
 

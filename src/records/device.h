@@ -6,9 +6,18 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 
 namespace Tessel {
+
+// What a remote device can be asked for. remote/ hands it down with the device, and it stays.
+struct RemoteCalls
+{
+    std::function<bool()> IsConnected;
+    std::function<void(int32_t acqTimeMs)> StartMeasure;
+    std::function<void(int32_t channel, int32_t level, int32_t edge)> SetInputEdgeTrig;
+};
 
 // The configuration, and what a copy of it must not have: the connection, and what a run writes.
 struct Device : DeviceConfig
@@ -25,6 +34,7 @@ struct Device : DeviceConfig
     std::timed_mutex Mutex;        // held around every call into the instrument's library
     // session/ is told that the instrument was lost, so that it isn't the current device any more; constant.
     void (*Lost)(const Device &device) = nullptr;
+    RemoteCalls Remote; // empty on any other device; constant
 };
 
 } // namespace Tessel

@@ -7,6 +7,7 @@
 // acknowledgement and error, between "server" and "client" with empty ids.
 #pragma once
 
+#include "config/json_values.h"
 #include "records/device.h"
 
 #include <boost/json.hpp>
@@ -32,8 +33,6 @@ struct Envelope
 };
 
 inline constexpr std::string_view kestType = "kest", serverType = "server", clientType = "client";
-
-inline constexpr size_t longestShown = 4096;
 
 // What a peer has sent, as it stands in the log and in answers: visible, and of a long text the beginning.
 std::string shownText(std::string_view fromPeer);

@@ -29,6 +29,11 @@ inline constexpr size_t longestLine = 1 << 20; // bytes, without its line feed
 
 struct IoThread
 {
+    ~IoThread() // one that nobody awaits is the last to know its end
+    {
+        if (Thread.joinable()) Thread.detach();
+    }
+
     boost::asio::io_context Context{1};
     std::optional<boost::asio::executor_work_guard<boost::asio::io_context::executor_type>> Work{};
     std::future<void> Over{}; // ready once the thread has nothing left to do

@@ -18,7 +18,7 @@ namespace {
 
 bool isUsable(const Device &source)
 {
-    return source.IsInitialized && source.IsOpen && source.LibType != LibType::Undefined;
+    return source.IsInitialized && source.IsOpen && source.LibType != LibType::Undefined && isReady(source);
 }
 
 void initImportSource(const DeviceRef &source, const DeviceLookUp &devices)

@@ -1,5 +1,6 @@
 #include "run/requests.h"
 
+#include "devices/primitives.h"
 #include "devices/result.h"
 #include "devices/source.h"
 #include "manipulators/chain.h"
@@ -78,7 +79,7 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
     writeFinished(request.FinishedFlag, 0); // again: the run before may have had the same byte
     if (!free) {                            // the run that can't be stopped keeps the device
         endBeforeBegin(context, *run);
-    } else if (target->device.Index < 0 || context.Closed) {
+    } else if (target->device.Index < 0 || !isReady(target->device) || context.Closed) {
         reportDeviceError(target->device, LogCategory::General,
                           "Device: Can't do a measurement on a invalid device! @{}", target->device.ID);
         endBeforeBegin(context, *run);

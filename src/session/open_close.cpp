@@ -88,10 +88,21 @@ bool initDevice(const DeviceRef &target, int32_t measMode, int32_t refSource)
     return initDevice(target);
 }
 
+namespace {
+
+void leaveUninitialised(const DeviceRef &target)
+{
+    target->device.IsInitialized = false;
+    for (auto &rate : target->context.CountRates) rate = 0;
+}
+
+} // namespace
+
 bool initDevice(const DeviceRef &target)
 {
     if (LogLevel.Device) logDev(LogCategory::Progress, "initDevice");
     if (isInstrument(target->device) && endRun(target)) initInstrument(target);
+    if (isRemote(target->device)) leaveUninitialised(target); // its server initialises it
     ChainLocks locks(target->context);
     rearrange(target->device, target->context);
     return target->device.IsInitialized;
@@ -119,14 +130,14 @@ void closeFile(const DeviceRef &target, bool isFree)
     removeDevice(target);
 }
 
-// `isFree`: no run works on it. The run of an instrument that isn't hangs in the library, and gets its end by
-// the close, if at all.
+// A remote device stays as it is. `isFree`: no run works on it. The run of an instrument that isn't hangs in
+// the library, and gets its end by the close, if at all.
 void closeEnded(const DeviceRef &target, bool isFree)
 {
     if (currentDevice()->device.ID == target->device.ID) makeCurrent(noDevice());
     if (isFile(target->device))
         closeFile(target, isFree);
-    else
+    else if (isInstrument(target->device))
         closeInTime(target, isFree ? Pace::aborting : Pace::hungCloses);
 }
 

@@ -34,9 +34,11 @@ inline constexpr auto draining = 2s;        // of a run that is in the way, at m
 inline constexpr auto aborting = 10s;       // an aborted run; an instrument that is closed
 inline constexpr auto hungCloses = 500ms;   // an instrument whose run hangs; a run after others took all time
 inline constexpr auto libraryAnswers =
-    10s;                                 // a scan or an opening, for a device that is in a call of its library
-inline constexpr auto peerAnswers = 30s; // a peer, for the end of a line and with taking one
-inline constexpr auto lingering = 1s;    // a peer that is turned out, until it has read why
+    10s;                                  // a scan or an opening, for a device that is in a call of its library
+inline constexpr auto peerAnswers = 30s;  // a peer, for the end of a line and with taking one
+inline constexpr auto lingering = 1s;     // a peer that is turned out, until it has read why
+inline constexpr auto serverReached = 5s; // a server, with the configurations of its devices
+inline constexpr auto serverAnswers = 1s; // a server, before the next message goes out
 
 inline constexpr int32_t longestAcquisitionMs = 360'000'000; // 100 hours; an endless run is capped here
 
