@@ -2,7 +2,7 @@
 
 #include "devices/acquisition.h"
 #include "devices/families.h"
-#include "devices/primitives.h"
+#include "devices/rates.h"
 #include "devices/result.h"
 #include "manipulators/chain.h"
 #include "manipulators/store.h"
@@ -100,6 +100,15 @@ void endInput(RunRef &ref)
     Run &run = *ref.run;
     if (!hasReached(run, RunPhase::Measuring)) run.Control.Aborted = true;
     advance(ref.context, run, RunPhase::InputDone);
+}
+
+void takeElapsedTime(RunRef &ref)
+{
+    if (!ref.run->Facts.IsLive || !ref.device.IsOpen) return;
+    double elapsed = ref.context.Description.StopAfter;
+    if (getElapsedMeasTime(ref.device, elapsed)) ref.context.Description.StopAfter = elapsed;
+    if (ref.context.SequenceCount != 0 && ref.device.IsOpen)
+        SetStopOverflow(ref.device, ref.context, ref.device.StopCount, false);
 }
 
 namespace {

@@ -59,6 +59,8 @@ void beginMeasuring(RunRef &ref);
 
 // Nothing more is read. A run that never measured is aborted: no stage is to enter it now.
 void endInput(RunRef &ref);
+// How long the instrument has measured, once it has ended; its stop count is the device's again.
+void takeElapsedTime(RunRef &ref);
 // End the stages, then the measurement, and take `Store` off the chain. After both no thread of the run but
 // this one is left.
 void endStages(RunRef &ref);

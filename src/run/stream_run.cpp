@@ -181,22 +181,15 @@ void readRecords(RunRef &ref, RecordSource &source)
     }
 }
 
-// What the instrument says of the run, once it has ended.
-void takeTimes(RunRef &ref)
-{
-    if (!ref.run->Facts.IsLive || !ref.device.IsOpen) return;
-    double elapsed = ref.context.Description.StopAfter;
-    if (getElapsedMeasTime(ref.device, elapsed)) ref.context.Description.StopAfter = elapsed;
-    if (ref.context.SequenceCount != 0) SetStopOverflow(ref.device, ref.context, ref.device.StopCount, false);
-    GetStartTime(ref.device, ref.context);
-}
-
 void tearDownStream(RunRef &ref)
 {
     Run &run = *ref.run;
     endInput(ref);
     if (LogLevel.Api) logInf(LogCategory::Progress, "MeasureTTTR finished @{}", ref.device.ID);
-    attempt(ref, [&ref] { takeTimes(ref); });
+    attempt(ref, [&] {
+        takeElapsedTime(ref);
+        if (run.Facts.IsLive && ref.device.IsOpen) GetStartTime(ref.device, ref.context);
+    });
     requestStop(run);
     joinWatched(ref, run.Process, run.ProcessDone);
     // From here on nobody writes to the first store.

@@ -15,6 +15,7 @@ inline constexpr auto importStep = 50ms;    // before each step with an import s
 inline constexpr auto importSearch = 10ms;  // between two looks for a source that a host may still start
 inline constexpr auto liveRoom = 1ms;       // of a full store, for a stage with live data
 inline constexpr auto instrumentPass = 1ms; // between two reads of an instrument
+inline constexpr auto shortPass = 10ms;     // beside it in histogramming for less than a second
 inline constexpr auto lastData = 10ms;      // the same, once its acquisition timer has run out
 inline constexpr auto publish = 1ms;        // between two looks for new data to give out
 inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
