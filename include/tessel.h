@@ -677,6 +677,52 @@ enum tessel_text {
 TESSEL_API bool tessel_getText(const char16_t *id, int32_t which, char *text, uint64_t capacity,
                                uint64_t *needed);
 
+/* ------------------------------------------------------------------------------------------ what was lost
+ * Every run keeps a ledger of what it lost. Nothing of a recorded file is lost but words that mean nothing;
+ * live data get lost where somebody is too slow for them. What the host does without is no loss: an array that
+ * it doesn't give, a stage that it ends, and what a run doesn't count any more once it was stopped and its time
+ * is over, whose result is that of a run stopped earlier. */
+
+enum tessel_loss_place {
+    TESSEL_LOSS_FIFO = 0,        /* the instrument's FIFO was full, which ends the run; nobody knows how many */
+    TESSEL_LOSS_DROPPED = 1,     /* the instrument says that it dropped counts; nobody knows how many */
+    TESSEL_LOSS_READ_BUFFER = 2, /* words that were read, and dropped undecoded */
+    TESSEL_LOSS_INVALID = 3,     /* words that mean nothing, and are no event */
+    TESSEL_LOSS_STORE = 4,     /* events before the first stage, or, without a chain, before the measurement */
+    TESSEL_LOSS_STAGE = 5,     /* events after a stage */
+    TESSEL_LOSS_RAW_BLOCK = 6, /* words that the host hadn't fetched */
+    TESSEL_LOSS_UNFOLD_BLOCK = 7, /* events that the host hadn't fetched */
+    TESSEL_LOSS_IMPORT = 8,       /* events at or after an import stage, and what other devices had for one */
+    TESSEL_LOSS_FILE = 9,         /* words that are missing from the recording, but not from the result */
+    TESSEL_LOSS_PLACES = 10
+};
+
+enum tessel_verdict {
+    TESSEL_CLEAN = 0,  /* nothing was lost */
+    TESSEL_LOSSY = 1,  /* something is missing; the times of all else are right */
+    TESSEL_INVALID = 2 /* overflows of the time tag are missing, or may be: times after them are too early */
+};
+
+typedef struct tessel_loss
+{
+    uint64_t occasions; /* how often something was lost here; 0: never, and all else is 0 */
+    uint64_t lost;      /* words or events, markers and overflows included; of FIFO and DROPPED always 0 */
+    double first;       /* s since the run began to measure */
+    double last;
+} tessel_loss;
+
+typedef struct tessel_losses
+{
+    size_t size;              /* sizeof(tessel_losses), set by the caller */
+    int32_t verdict;          /* of the run's result; a tessel_verdict */
+    int32_t recordingVerdict; /* of the recording that the run reads or writes; without one TESSEL_CLEAN */
+    tessel_loss places[16];   /* by tessel_loss_place; from TESSEL_LOSS_PLACES on 0 */
+} tessel_losses;
+
+/* What the live run of the device has lost so far, or its last run in all. Before the first run nothing is
+ * lost. Never waits for the run. False: there is no such device, or `losses` is null or of another version. */
+TESSEL_API bool tessel_getLosses(const char16_t *id, tessel_losses *losses);
+
 /* ---------------------------------------------------------------------------------------- what went wrong
  * For hosts that want to know at once what otherwise only the log says. */
 

@@ -5,6 +5,8 @@
 #include "measurements/clear.h"
 #include "run/requests.h"
 #include "session/open_close.h"
+#include "threads/losses.h"
+#include "threads/run_control.h"
 
 #include <algorithm>
 
@@ -71,6 +73,41 @@ bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t *rows, uin
     handOutShape({});
     return guarded("tessel_getResultShape", false, [&] {
         return handOutShape(resultShape(deviceOf(id), static_cast<MeasKind>(kind), deviceLookUp));
+    });
+}
+
+namespace {
+
+static_assert(lossPlaces == TESSEL_LOSS_PLACES);
+
+void copyLosses(const LossReport &report, tessel_losses &losses)
+{
+    losses = {.size = losses.size,
+              .verdict = static_cast<int32_t>(report.Verdict),
+              .recordingVerdict = static_cast<int32_t>(report.OfRecording),
+              .places = {}};
+    std::ranges::transform(report.Places, losses.places, [](const Loss &loss) {
+        return tessel_loss{.occasions = loss.Occasions,
+                           .lost = loss.Lost,
+                           .first = static_cast<double>(loss.FirstNs) / 1e9,
+                           .last = static_cast<double>(loss.LastNs) / 1e9};
+    });
+}
+
+} // namespace
+
+bool tessel_getLosses(const char16_t *id, tessel_losses *losses)
+{
+    return guarded("tessel_getLosses", false, [&] {
+        if (!losses || losses->size < sizeof(tessel_losses)) {
+            logErr(LogCategory::General,
+                   "API tessel_getLosses: no place for the losses, or of another version");
+            return false;
+        }
+        DeviceRef target = deviceOf(id);
+        auto run = currentRun(target->context);
+        copyLosses(run ? lossesOf(*run) : LossReport(), *losses);
+        return !target->device.ID.empty();
     });
 }
 

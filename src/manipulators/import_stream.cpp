@@ -11,6 +11,7 @@
 #include "manipulators/stages.h"
 #include "stream/run_copy.h"
 #include "stream/times.h"
+#include "threads/losses.h"
 
 #include <algorithm>
 #include <array>
@@ -149,6 +150,7 @@ void beforeTurn(ImportState &import, const StageRef &stage)
     uint64_t room = roomOf(import.Imported);
     if (offered > room && !stage.run->Facts.MayWait) {
         warnSourceOverrun(stage, offered, held);
+        noteLoss(*stage.run, LossPlace::Import, held);
         import.Imported.Count = import.Cursor = 0;
         room = import.Imported.Capacity;
     }

@@ -31,6 +31,7 @@
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
 #include "stream/piece.h"
+#include "threads/losses.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
 #include "threads/thread_name.h"
@@ -208,6 +209,8 @@ private:
         }
         if (fill == Fill::Overrun) {
             tellOverrun(next);
+            // What this stage hasn't handed on of its batch goes too.
+            noteLoss(*stage.run, lossPlace, next.Events.Count + batch.Count - window.Cursor - piece.Count);
             next.Events.Count = 0;
         }
         const uint64_t enough = enoughRoom(next);
@@ -263,6 +266,8 @@ private:
         else // a store that is still full then is cleared
             next.Changed.wait_for(nextLock, Pace::liveRoom, goesOn);
     }
+
+    static constexpr LossPlace lossPlace = uses<State, Hook::Overrun> ? LossPlace::Import : LossPlace::Stage;
 
     void tellOverrun(const Manipulator &next)
     {

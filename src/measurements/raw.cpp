@@ -2,6 +2,7 @@
 
 #include "log/log.h"
 #include "measurements/measurement.h"
+#include "threads/losses.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
 
@@ -16,9 +17,15 @@ bool hasMemory(const RawWords &block)
     return block.Capacity > 0 && block.Words;
 }
 
+// The count is the host's to write, too.
+uint64_t heldIn(const RawWords &block)
+{
+    return std::min(*block.Count, block.Capacity);
+}
+
 uint64_t roomOf(const RawWords &block)
 {
-    return block.Capacity - std::min(*block.Count, block.Capacity);
+    return block.Capacity - heldIn(block);
 }
 
 } // namespace
@@ -32,9 +39,11 @@ uint64_t appendToRawBlock(RunRef &ref, std::span<const uint32_t> words)
     uint64_t room = roomOf(block);
     if (room < words.size() && !run.Facts.MayWait) {
         logWrn(LogCategory::Device, "Device: Raw Buffer overrun - clearing! @{}", ref.device.ID);
+        const bool isTooLarge = words.size() > block.Capacity;
+        noteLoss(run, LossPlace::RawBlock, heldIn(block) + (isTooLarge ? words.size() : 0));
         *block.Count = 0;
         room = block.Capacity;
-        if (room < words.size()) return words.size();
+        if (isTooLarge) return words.size();
     }
     bool inPieces = words.size() > block.Capacity;
     if (room < words.size() && !inPieces) return 0;
@@ -49,7 +58,9 @@ void clearRawBlock(Run &run)
     if (run.Request.Kind != MeasKind::Raw) return;
     const auto &block = resultAs<RawWords>(run);
     std::lock_guard lock(run.RawLock);
-    if (hasMemory(block)) *block.Count = 0;
+    if (!hasMemory(block)) return;
+    if (heldIn(block) > 0) noteLoss(run, LossPlace::RawBlock, heldIn(block));
+    *block.Count = 0;
 }
 
 void waitForRawBlock(Run &run, uint64_t words)
@@ -73,7 +84,7 @@ void takeRawBlock(MeasContext &context, uint32_t *words, uint64_t *count)
     const auto &block = resultAs<RawWords>(*run);
     if (!hasMemory(block)) return;
     std::unique_lock lock(run->RawLock);
-    const uint64_t held = std::min(*block.Count, block.Capacity);
+    const uint64_t held = heldIn(block);
     if (held == 0) return;
     if (words) std::copy_n(block.Words, held, words);
     if (count) *count = held;

@@ -5,6 +5,7 @@
 
 #include "devices/result.h"
 #include "measurements/measurement.h"
+#include "threads/losses.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
 
@@ -37,9 +38,15 @@ bool takesEvents(const EventBlock &block)
     return block.Capacity > 0 && (block.Times || block.Channels);
 }
 
+// The count is the host's to write, too.
+uint64_t heldIn(const EventBlock &block)
+{
+    return std::min(*block.Count, block.Capacity);
+}
+
 uint64_t roomOf(const EventBlock &block)
 {
-    return block.Capacity - std::min(*block.Count, block.Capacity);
+    return block.Capacity - heldIn(block);
 }
 
 void append(const EventBlock &block, EventBatch batch, uint64_t first, uint64_t size)
@@ -78,7 +85,7 @@ void takeUnfoldBlock(MeasContext &context, uint64_t *times, uint8_t *channels, u
     if (!run || run->Request.Kind != MeasKind::Unfold) return;
     std::unique_lock lock(context.ManisLock);
     const EventBlock &block = resultAs<UnfoldEvents>(*run).Block;
-    const uint64_t held = std::min(*block.Count, block.Capacity);
+    const uint64_t held = heldIn(block);
     if (held == 0) return;
     if (times && block.Times) std::copy_n(block.Times, held, times);
     if (channels && block.Channels) std::copy_n(block.Channels, held, channels);
@@ -141,10 +148,12 @@ public:
     {
         Run &run = *ref.run;
         for (uint64_t done = 0; !isAborted(run);) {
-            const uint64_t before = done;
+            const uint64_t before = done, held = heldIn(block);
             const Placed placed = placeEvents(block, run.Facts, batch, done);
+            if (placed == Placed::Overwritten || placed == Placed::LastOnly)
+                tellOverrun(ref, placed, held + (done - before) - heldIn(block));
             if (done > before) tellTakers(ref, manis);
-            if (placed != Placed::Some) return reportOverrun(ref.device, placed);
+            if (placed != Placed::Some) return;
             if (!waitForRoom(ref, manis, batch.Count - done)) return;
         }
     }
@@ -167,12 +176,11 @@ private:
         run.run->Offered = blockOn(kept);
     }
 
-    static void reportOverrun(const Device &device, Placed placed)
+    void tellOverrun(RunRef &ref, Placed placed, uint64_t lost) const
     {
-        if (placed == Placed::Overwritten)
-            logWrn(LogCategory::Device, "Device: Unfold1 buffer overrun - clearing! @{}", device.ID);
-        if (placed == Placed::LastOnly)
-            logWrn(LogCategory::Device, "Device: Unfold2 buffer overrun - clearing! @{}", device.ID);
+        logWrn(LogCategory::Device, "Device: Unfold{} buffer overrun - clearing! @{}",
+               placed == Placed::Overwritten ? 1 : 2, ref.device.ID);
+        noteLoss(*ref.run, block.IsHosts ? LossPlace::UnfoldBlock : LossPlace::Import, lost);
     }
 
     // No lock of this device is held while stages of others are woken.

@@ -113,6 +113,7 @@ struct Run
     std::condition_variable ReadChanged{}; // words came or were taken, or the run is to end
     PageArray<uint32_t> ReadBuffer{};      // guarded by ReadGate; MeasureThread appends, allocates and frees
     uint64_t ReadCount = 0;                // words in ReadBuffer; guarded by ReadGate
+    uint64_t DroppedOverflows = 0;         // of words dropped before those in ReadBuffer; guarded by ReadGate
     PageArray<uint32_t> ProcessBuffer{};   // ProcessThread's
     uint64_t OverflowBase = 0;             // ProcessThread's
     uint32_t InvalidRecordCount = 0;       // ProcessThread's

@@ -8,10 +8,14 @@
 #include "measurements/raw.h"
 #include "settings/system_ini.h"
 #include "stream/rounding.h"
+#include "stream/words.h"
+#include "threads/losses.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
 
 #include <algorithm>
+#include <span>
+#include <utility>
 
 namespace Tessel {
 
@@ -57,9 +61,13 @@ bool tellFlags(RunRef &ref, int32_t flags)
         if (!(flags & bit)) continue;
         ref.context.Description.StopReason = reason; // of several the last
         reportDeviceError(ref.device, LogCategory::Device, "Device: {} @{}", text, ref.device.ID);
+        if (reason == StopReason::FiFoOverrun) noteLoss(*ref.run, LossPlace::Fifo, 0);
         ends = true;
     }
-    if (flags & countsDropped) logWrn(LogCategory::Device, "Device: TTTR: Cnts_Dropped @{}", ref.device.ID);
+    if (flags & countsDropped) {
+        logWrn(LogCategory::Device, "Device: TTTR: Cnts_Dropped @{}", ref.device.ID);
+        noteLoss(*ref.run, LossPlace::Dropped, 0);
+    }
     return ends;
 }
 
@@ -137,17 +145,31 @@ bool readLastWords(RunRef &ref, RecordSource &source)
     return true;
 }
 
+namespace {
+
+// The overflows are kept for ProcessThread, so that the times of what comes later stay right.
+void dropWords(Run &run)
+{
+    std::lock_guard gate(run.ReadGate);
+    const std::span words(run.ReadBuffer.get(), std::exchange(run.ReadCount, 0));
+    const uint64_t overflows = overflowsIn(words, run.Facts.Mode);
+    run.DroppedOverflows += overflows;
+    noteLoss(run, LossPlace::ReadBuffer, words.size(), overflows > 0);
+}
+
+} // namespace
+
 void dropWaiting(RunRef &ref)
 {
     Run &run = *ref.run;
     ref.context.Description.StopReason = StopReason::QueueOverrun;
     logWrn(LogCategory::Device, "Device: TTRead buffer overrun - clearing! @{}", ref.device.ID);
-    {
-        std::lock_guard gate(run.ReadGate);
-        run.ReadCount = 0;
-    }
+    dropWords(run);
     clearRawBlock(run);
-    if (auto first = lockFirst(ref.context); first.record) first.record->Events.Count = 0;
+    if (auto first = lockFirst(ref.context); first.record) {
+        const uint64_t events = std::exchange(first.record->Events.Count, 0);
+        if (events > 0) noteLoss(run, LossPlace::Store, events);
+    }
 }
 
 } // namespace Tessel

@@ -6,6 +6,7 @@
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
 #include "stream/words.h"
+#include "threads/losses.h"
 #include "threads/run_control.h"
 #include "threads/thread_name.h"
 
@@ -51,6 +52,8 @@ private:
         if (run.ReadCount == 0) return false;
         std::swap(run.ReadBuffer, run.ProcessBuffer);
         pending = std::exchange(run.ReadCount, 0);
+        run.OverflowBase += std::exchange(run.DroppedOverflows, 0);
+        run.OverflowBase += std::exchange(run.DroppedOverflows, 0);
         rawDone = 0;
         context.Description.NumRecs += pending;
         gate.unlock();
@@ -82,6 +85,7 @@ private:
         }
         logWrn(LogCategory::Device, "Device: {} Input Buffer overrun - clearing! @{}", target.record->Name,
                facts.ID);
+        noteLoss(run, LossPlace::Store, store.Count);
         store.Count = 0;
         return true;
     }
@@ -103,8 +107,12 @@ private:
                                    .IgnoresCode18 = facts.IgnoresCode18};
         InvalidWords invalid{.Room = loggedInvalidWords - run.InvalidRecordCount};
         const uint64_t words = std::min(pending, store.Capacity - store.Count);
-        store.Count += decode({run.ProcessBuffer.get(), words}, rules, run.OverflowBase,
-                              store.Times.get() + store.Count, store.Channels.get() + store.Count, invalid);
+        const std::span batch(run.ProcessBuffer.get(), words);
+        const uint64_t events = decode(batch, rules, run.OverflowBase, store.Times.get() + store.Count,
+                                       store.Channels.get() + store.Count, invalid);
+        store.Count += events;
+        if (const uint64_t lost = invalidAmong(batch, events, rules); lost > 0)
+            noteLoss(run, LossPlace::InvalidWords, lost);
         run.InvalidRecordCount += invalid.Count;
         for (uint32_t i = 0; i < invalid.Count; ++i)
             logWrn(LogCategory::Device, "{}", invalidWordText(facts.Mode, invalid.Words[i], facts.ID));

@@ -9,6 +9,7 @@
 #include "measurements/measurement.h"
 #include "measurements/publish.h"
 #include "settings/system_ini.h"
+#include "threads/losses.h"
 
 #include <algorithm>
 #include <limits>
@@ -92,6 +93,7 @@ bool initStore(RunRef &ref)
 void beginMeasuring(RunRef &ref)
 {
     if (auto last = lockLast(ref.context); last.record) last.record->StartedFlag = true;
+    startLedger(*ref.run);
     advance(ref.context, *ref.run, RunPhase::Measuring);
 }
 

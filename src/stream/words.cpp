@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace Tessel {
 
 namespace {
@@ -30,10 +32,30 @@ constexpr uint32_t markerCode(uint32_t channel)
     return channel | ChannelCode::Special;
 }
 
+bool isIgnored(uint32_t word)
+{
+    return Word::special(word) && Word::channel(word) == Word::IgnoredChannel;
+}
+
 void dropInvalid(uint32_t word, const DecodeRules &rules, InvalidWords &invalid)
 {
-    if (rules.IgnoresCode18 && Word::special(word) && Word::channel(word) == Word::IgnoredChannel) return;
+    if (rules.IgnoresCode18 && isIgnored(word)) return;
     invalid.add(word);
+}
+
+bool isOverflow(uint32_t word)
+{
+    return Word::special(word) && Word::channel(word) == Word::OverflowChannel;
+}
+
+uint64_t overflowOfT2(uint32_t word)
+{
+    return uint64_t{Word::timetag(word)} << 25;
+}
+
+uint64_t overflowOfT3(uint32_t word)
+{
+    return uint64_t{Word::nsync(word)} << 10;
 }
 
 void decodeT2(uint32_t word, const DecodeRules &rules, uint64_t &overflowBase, Output &out,
@@ -51,7 +73,7 @@ void decodeT2(uint32_t word, const DecodeRules &rules, uint64_t &overflowBase, O
     } else if (channel <= Word::MaxMarker) {
         out.append(time, markerCode(channel));
     } else if (channel == Word::OverflowChannel) {
-        overflowBase += uint64_t{Word::timetag(word)} << 25;
+        overflowBase += overflowOfT2(word);
         out.append(overflowBase * rules.SyncPeriodPs, ChannelCode::Overflow);
     } else {
         dropInvalid(word, rules, invalid);
@@ -71,7 +93,7 @@ void decodeT3(uint32_t word, const DecodeRules &rules, uint64_t &overflowBase, O
     } else if (channel >= 1 && channel <= Word::MaxMarker) {
         out.append(time, markerCode(channel));
     } else if (channel == Word::OverflowChannel) {
-        overflowBase += uint64_t{Word::nsync(word)} << 10;
+        overflowBase += overflowOfT3(word);
         out.append(overflowBase << dtimeBits | Word::dtime(word), ChannelCode::Overflow);
     } else {
         dropInvalid(word, rules, invalid);
@@ -94,6 +116,21 @@ uint64_t decodePlain(std::span<const uint32_t> words, const DecodeRules &rules, 
     case MeasMode::Histogramming: break;
     }
     return out.Count;
+}
+
+uint64_t invalidAmong(std::span<const uint32_t> words, uint64_t events, const DecodeRules &rules)
+{
+    const uint64_t dropped = words.size() - events;
+    if (dropped == 0 || !rules.IgnoresCode18) return dropped;
+    return dropped - static_cast<uint64_t>(std::ranges::count_if(words, isIgnored));
+}
+
+uint64_t overflowsIn(std::span<const uint32_t> words, MeasMode mode)
+{
+    uint64_t sum = 0;
+    for (const uint32_t word : words)
+        if (isOverflow(word)) sum += mode == MeasMode::T2 ? overflowOfT2(word) : overflowOfT3(word);
+    return sum;
 }
 
 std::string invalidWordText(MeasMode mode, uint32_t word, std::string_view deviceId)

@@ -79,6 +79,12 @@ uint64_t decode(std::span<const uint32_t> words, const DecodeRules &rules, uint6
 uint64_t decodePlain(std::span<const uint32_t> words, const DecodeRules &rules, uint64_t &overflowBase,
                      uint64_t *times, uint8_t *channels, InvalidWords &invalid);
 
+// How many of `words`, which decoded to `events` events, were invalid.
+uint64_t invalidAmong(std::span<const uint32_t> words, uint64_t events, const DecodeRules &rules);
+
+// By how much decoding these words would have moved the overflow base on.
+uint64_t overflowsIn(std::span<const uint32_t> words, MeasMode mode);
+
 // The log line of an invalid word.
 std::string invalidWordText(MeasMode mode, uint32_t word, std::string_view deviceId);
 

@@ -5,6 +5,7 @@
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
 #include "support/words.h"
+#include "threads/losses.h"
 #include "threads/run_control.h"
 
 #include <gtest/gtest.h>
@@ -21,6 +22,11 @@ std::shared_ptr<Run> liveRunOf(const RunRequest &request)
     return std::shared_ptr<Run>(new Run{.Request = request,
                                         .Facts = {.Mode = MeasMode::T2, .NumChans = 4, .IsLive = true},
                                         .Result = resultOf(request)});
+}
+
+uint64_t lostAt(Run &run, LossPlace place)
+{
+    return lossesOf(run).Places[static_cast<size_t>(place)].Lost;
 }
 
 } // namespace
@@ -47,6 +53,7 @@ TEST(LiveOverrun, TheDecodedStreamClearsAFullStoreAndGoesOn)
         EXPECT_EQ(store.Count, first + words.size());
         EXPECT_EQ(store.Times[first], 7u);
         EXPECT_EQ(store.Channels[first + 2], 3u);
+        EXPECT_EQ(lostAt(*run, LossPlace::Store), isFull ? held : 0);
     }
 }
 
@@ -74,6 +81,7 @@ TEST(LiveOverrun, ARawBlockIsClearedForWhatIsNewer)
         EXPECT_EQ(appendToRawBlock(ref, words), row.words); // live data never waits
         EXPECT_EQ(count, row.heldAfter);
         EXPECT_EQ(block[0], row.first);
+        EXPECT_EQ(row.held + row.words, count + lostAt(*ref.run, LossPlace::RawBlock));
         if (count > row.held) {
             EXPECT_EQ(block[count - 1], row.words - 1);
         }
