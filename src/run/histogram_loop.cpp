@@ -198,12 +198,13 @@ void beginStep(HistogramLoop &loop)
 // is fetched for the last time.
 bool passSingle(RunRef &ref, HistogramLoop &loop)
 {
-    const int32_t flags = endingFlags(ref, loop);
-    if (flags & ~CountReached) return true;
-    if (flags) endWithReason(ref, StopReason::OverFlow);
-    bool ended = askTimer(ref, loop) || flags;
-    if (!ended && timerRanOut(loop) && !isStillActive(ref, loop))
+    if (endingFlags(ref, loop) & ~CountReached) return true;
+    bool ended = askTimer(ref, loop);
+    if (!ended && timerRanOut(loop) && !isStillActive(ref, loop)) {
         ended = endWithReason(ref, StopReason::TimeOver);
+        if (ref.run->Facts.StopCount != 0) askFlags(ref, loop); // was it the count?
+    }
+    if (endingFlags(ref, loop) & CountReached) ended = endWithReason(ref, StopReason::OverFlow);
     waitShort(ref);
     if (loop.TimerStatus != 1) loop.TimerRunning = true;
     return takeHistograms(ref, loop, false) || ended;

@@ -21,6 +21,11 @@ protected:
         ASSERT_TRUE(tessel_getResultShape(nullptr, 8, &rows, &columns, &bytes));
         counts = Counts(rows, columns);
     }
+    // That the instrument says of an input.
+    uint64_t recorded(size_t input)
+    {
+        return host.truth().at("inputs").at(input).at("recorded").to_number<uint64_t>();
+    }
     uint32_t highest() const { return *std::max_element(counts.data.begin(), counts.data.end()); }
 
     SimHost host;
@@ -38,9 +43,8 @@ TEST_P(HardwareHistogram, HoldsWhatTheInstrumentHasCounted)
     EXPECT_EQ(describedText("StopReason"), "TimeOver");
     EXPECT_DOUBLE_EQ(described("StopAfter"), 200);
     EXPECT_EQ(counts.rowSum(0), 0u);
-    const auto truth = host.truth();
     for (size_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(counts.rowSum(i + 1), truth.at("inputs").at(i).at("recorded").to_number<uint64_t>());
+        EXPECT_EQ(counts.rowSum(i + 1), recorded(i));
         EXPECT_GT(counts.rowSum(i + 1), inputCps / 10);
     }
 }
@@ -50,13 +54,13 @@ TEST_P(HardwareHistogram, GrowsUntilItIsStopped)
     init();
     getHistogram(nullptr, 0, 1, 0, counts.data.data(), finished.get());
     EXPECT_FALSE(finished.isSet());
-    ASSERT_TRUE(eventually([&] { return counts.rowSum(0) == 0 && counts.rowSum(4) > inputCps / 4; }));
+    ASSERT_TRUE(eventually([&] { return counts.rowSum(0) == 0 && counts.rowSum(4) > inputCps / 10; }));
+    const uint64_t before = counts.rowSum(4);
     clearMeasure(nullptr);
-    const uint64_t cleared = counts.rowSum(4);
-    EXPECT_LT(cleared, inputCps / 4);
-    ASSERT_TRUE(eventually([&] { return counts.rowSum(4) > cleared + 100; }));
+    ASSERT_TRUE(eventually([&] { return counts.rowSum(4) > 100; }));
     stopMeasure(nullptr);
-    ASSERT_TRUE(finished.wait(std::chrono::seconds(2)));
+    ASSERT_TRUE(finished.wait());
+    EXPECT_LE(counts.rowSum(4) + before, recorded(3));
     EXPECT_EQ(describedText("StopReason"), "Manual");
 }
 
@@ -70,7 +74,7 @@ TEST_P(HardwareHistogram, InStepsOfTime)
         if (--left == 0) stopMeasure(nullptr);
     });
     EXPECT_EQ(steps, 3u);
-    EXPECT_TRUE(finished.wait(std::chrono::seconds(2)));
+    EXPECT_TRUE(finished.wait());
 }
 
 TEST_P(HardwareHistogram, InStepsOfCounts)
@@ -84,7 +88,7 @@ TEST_P(HardwareHistogram, InStepsOfCounts)
         if (--left == 0) stopMeasure(nullptr);
     });
     EXPECT_EQ(steps, 3u);
-    ASSERT_TRUE(finished.wait(std::chrono::seconds(2)));
+    ASSERT_TRUE(finished.wait());
     setSequenceMode(0, 0, 0); // the device's own count holds again
     getHistogram(nullptr, 60'000, 1, 0, counts.data.data(), finished.get());
     EXPECT_EQ(highest(), 400u);
