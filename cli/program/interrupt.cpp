@@ -2,6 +2,7 @@
 #include "program/interrupt.h"
 
 #include "program/output_file.h"
+#include "program/terminal.h"
 
 #include <atomic>
 #include <cerrno>
@@ -15,12 +16,19 @@ std::atomic<bool> watching{false};
 std::atomic<int> noted{0};
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
+// True: the step that goes on will end. Each write to a reader that is gone brings its signal again.
+bool isNoted(int signal)
+{
+    int before = 0;
+    if (!watching || signal == SIGQUIT) return false;
+    return noted.compare_exchange_strong(before, signal) || signal == SIGPIPE;
+}
+
 void onSignal(int signal)
 {
     const int errorBefore = errno;
-    const bool isRequest = signal == SIGINT || signal == SIGTERM;
-    int none = 0;
-    if (!isRequest || !watching || !noted.compare_exchange_strong(none, signal)) {
+    if (!isNoted(signal)) {
+        leaveScreen();
         removeWorkFiles();
         std::signal(signal, SIG_DFL);
         raise(signal); // is delivered when the handler returns
@@ -28,19 +36,32 @@ void onSignal(int signal)
     errno = errorBefore;
 }
 
+void onStop(int)
+{
+    const int errorBefore = errno;
+    const bool wasShown = leaveScreen();
+    raise(SIGSTOP);
+    if (wasShown) enterScreen(); // the user has let the program go on
+    errno = errorBefore;
+}
+
+void handle(int signal, void (*handler)(int))
+{
+    struct sigaction before = {};
+    sigaction(signal, nullptr, &before);
+    if (before.sa_handler == SIG_IGN) return; // so wished by what started the program
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigaction(signal, &action, nullptr);
+}
+
 } // namespace
 
 void catchSignals()
 {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
-        struct sigaction before = {};
-        sigaction(signal, nullptr, &before);
-        if (before.sa_handler == SIG_IGN) continue; // so wished by what started the program
-        struct sigaction action = {};
-        action.sa_handler = onSignal;
-        action.sa_flags = SA_RESTART;
-        sigaction(signal, &action, nullptr);
-    }
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) handle(signal, onSignal);
+    handle(SIGTSTP, onStop);
 }
 
 InterruptWatch::InterruptWatch()

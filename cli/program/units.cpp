@@ -26,6 +26,8 @@ constexpr Unit rateUnits[] = {{"Hz", 1},  {"kHz", 1e3},  {"MHz", 1e6},  {"GHz", 
                               {"cps", 1}, {"kcps", 1e3}, {"Mcps", 1e6}, {"Gcps", 1e9}};
 constexpr Unit voltageUnits[] = {{"uV", 1e-3}, {"µV", 1e-3}, {"mV", 1}, {"V", 1e3}};
 constexpr Unit noUnits[] = {{"", 1}};
+constexpr Unit countUnits[] = {{"", 1}, {"k", 1e3}, {"M", 1e6}, {"G", 1e9}};
+constexpr Unit byteUnits[] = {{"B", 1}, {"kB", 1e3}, {"MB", 1e6}, {"GB", 1e9}, {"TB", 1e12}};
 
 bool isBlank(char c)
 {
@@ -46,9 +48,10 @@ const Unit *find(std::span<const Unit> units, std::string_view name)
 
 std::string names(std::span<const Unit> units)
 {
-    if (units.front().Name.empty()) return "none";
+    if (units.size() == 1 && units.front().Name.empty()) return "none";
     std::string text;
-    for (const Unit &unit : units) text += (text.empty() ? "" : ", ") + std::string(unit.Name);
+    for (const Unit &unit : units)
+        if (!unit.Name.empty()) text += (text.empty() ? "" : ", ") + std::string(unit.Name);
     return text;
 }
 
@@ -132,6 +135,16 @@ std::vector<double> parseRatesHz(std::string_view text, std::string_view default
     return parseList(text, rateUnits, defaultUnit);
 }
 
+double parseCount(std::string_view text)
+{
+    return parseUnsigned(text, 0, text.size(), countUnits, "");
+}
+
+double parseBytes(std::string_view text)
+{
+    return parseUnsigned(text, 0, text.size(), byteUnits, "B");
+}
+
 double parseQuantity(std::string_view text, std::string_view unit)
 {
     std::span<const Unit> units = timeUnits;
@@ -161,6 +174,12 @@ std::string countText(double count)
 {
     static constexpr Scale scales[] = {{1, ""}, {1e3, "k"}, {1e6, "M"}, {1e9, "G"}};
     return scaled(count, scales);
+}
+
+std::string countRateText(double cps)
+{
+    static constexpr Scale scales[] = {{1, "cps"}, {1e3, "kcps"}, {1e6, "Mcps"}, {1e9, "Gcps"}};
+    return scaled(cps, scales);
 }
 
 std::string byteText(double bytes)

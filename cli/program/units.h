@@ -25,6 +25,10 @@ double parseRateHz(std::string_view text, std::string_view defaultUnit);
 std::vector<double> parseTimesPs(std::string_view text, std::string_view defaultUnit);
 std::vector<double> parseRatesHz(std::string_view text, std::string_view defaultUnit);
 
+// "500k", "1e9"; "2GB", without a unit bytes.
+double parseCount(std::string_view text);
+double parseBytes(std::string_view text);
+
 // A number of either sign in `unit`: "mV", a unit of time, or none ("", then none is taken). Another unit of
 // the same kind is converted; a number without one is in `unit`.
 double parseQuantity(std::string_view text, std::string_view unit);
@@ -33,6 +37,7 @@ double parseQuantity(std::string_view text, std::string_view unit);
 std::string timeText(double ps);
 std::string rateText(double hz);
 std::string countText(double count); // "12.3 M"
+std::string countRateText(double cps);
 std::string byteText(double bytes);
 
 // The unit in which a time axis is drawn that reaches from 0 to `rangePs`, and what a ps is in it.
