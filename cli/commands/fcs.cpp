@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/measure.h"
 #include "program/exit_codes.h"
+#include "program/growing.h"
 #include "program/output.h"
 #include "program/units.h"
 #include "tessel.h"
@@ -118,15 +119,17 @@ Plot asPlot(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
 int runFcs(const FcsOptions &options, const HostOptions &host)
 {
     Fcs fcs;
+    Growing<double> values;
     return measure(options.Measure, host,
                    {.Prepare = [&](const Recording &recording) { fcs = prepared(options, recording); },
                     .Start =
-                        [&](int32_t acqTimeMs, uint8_t *finished) {
+                        [&](const RunStart &run) {
                             // The lags are there before the run starts.
-                            getCorrelation(nullptr, acqTimeMs, 0, 0, fcs.Values.data(), fcs.LagsPs.data(),
-                                           finished);
+                            getCorrelation(nullptr, run.AcqTimeMs, 0, run.Save, values.begin(fcs.Values),
+                                           fcs.LagsPs.data(), run.Finished);
                             toPicoseconds(fcs.LagsPs);
                         },
+                    .Take = [&](bool hasEnded) { values.take(fcs.Values, hasEnded); },
                     .IsEmpty = [&] { return isAllZero(fcs.Values); },
                     .Needs = "a recording longer than --max-lag with events on --chan1 and --chan2",
                     .Csv = [&](const Measured &measured) { return asCsv(options, fcs, measured); },
@@ -161,6 +164,7 @@ Command addFcs(CLI::App &program)
     const auto options = std::make_shared<FcsOptions>();
     CLI::App *command = program.add_subcommand("fcs", "Correlate two channels in logarithmic bins");
     addMeasureOptions(*command, options->Measure);
+    addUpdateOptions(*command, options->Measure.Updates);
     addChannelPair(*command, options->Channels);
     asTime(command->add_option("--min-lag", options->MinLag, "Shortest lag, at least the base resolution"));
     asTime(command->add_option("--max-lag", options->MaxLag, "Longest lag"));

@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/measure.h"
 #include "program/exit_codes.h"
+#include "program/growing.h"
 #include "program/output.h"
 #include "program/units.h"
 #include "tessel.h"
@@ -111,6 +112,7 @@ Plot asPlot(const G2Options &options, const G2 &g2, const Measured &measured)
 int runG2(const G2Options &options, const HostOptions &host)
 {
     G2 g2;
+    Growing<double> values;
     std::vector<double> axis; // in seconds, for the library; LagsPs are the same without rounding
     return measure(options.Measure, host,
                    {.Prepare =
@@ -119,9 +121,11 @@ int runG2(const G2Options &options, const HostOptions &host)
                             axis.resize(g2.Values.size());
                         },
                     .Start =
-                        [&](int32_t acqTimeMs, uint8_t *finished) {
-                            getCorrelation(nullptr, acqTimeMs, 0, 0, g2.Values.data(), axis.data(), finished);
+                        [&](const RunStart &run) {
+                            getCorrelation(nullptr, run.AcqTimeMs, 0, run.Save, values.begin(g2.Values),
+                                           axis.data(), run.Finished);
                         },
+                    .Take = [&](bool hasEnded) { values.take(g2.Values, hasEnded); },
                     .IsEmpty = [&] { return isAllZero(g2.Values); },
                     .Needs = "events on --chan1 and --chan2 within --window of each other",
                     .Csv = [&](const Measured &measured) { return asCsv(options, g2, measured); },
@@ -154,6 +158,7 @@ Command addG2(CLI::App &program)
     const auto options = std::make_shared<G2Options>();
     CLI::App *command = program.add_subcommand("g2", "Correlate two channels in linear bins");
     addMeasureOptions(*command, options->Measure);
+    addUpdateOptions(*command, options->Measure.Updates);
     addChannelPair(*command, options->Channels);
     asTime(command->add_option("--window", options->Window, "Longest lag"));
     asTime(command->add_option("--bin-width", options->BinWidth,

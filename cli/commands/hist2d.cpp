@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/measure.h"
 #include "program/exit_codes.h"
+#include "program/growing.h"
 #include "program/output.h"
 #include "program/units.h"
 #include "tessel.h"
@@ -213,12 +214,15 @@ Plot asPlot(const Hist2dOptions &options, const Hist2d &histogram, const Measure
 int runHist2d(const Hist2dOptions &options, const HostOptions &host)
 {
     Hist2d histogram;
+    Growing<uint32_t> counts;
     return measure(options.Measure, host,
                    {.Prepare = [&](const Recording &recording) { histogram = prepared(options, recording); },
                     .Start =
-                        [&](int32_t acqTimeMs, uint8_t *finished) {
-                            get2dHistogram(nullptr, acqTimeMs, 0, 0, histogram.Counts.data(), finished);
+                        [&](const RunStart &run) {
+                            get2dHistogram(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
+                                           counts.begin(histogram.Counts), run.Finished);
                         },
+                    .Take = [&](bool hasEnded) { counts.take(histogram.Counts, hasEnded); },
                     .IsEmpty = [&] { return isAllZero(histogram.Counts); },
                     .Needs = "events on --chan-x and --chan-y inside the bins, in T2 after one on --start-chan",
                     .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
@@ -279,6 +283,7 @@ Command addHist2d(CLI::App &program)
     const auto options = std::make_shared<Hist2dOptions>();
     CLI::App *command = program.add_subcommand("hist2d", "Count pairs of events by the times of both");
     addMeasureOptions(*command, options->Measure);
+    addUpdateOptions(*command, options->Measure.Updates);
     asChannel(command->add_option("--start-chan", options->StartChan, "T2: reference channel"))
         ->capture_default_str();
     addAxisOptions(*command, options->X, "x");

@@ -4,6 +4,7 @@
 #include "commands/commands.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/growing.h"
 #include "program/output.h"
 #include "program/plot.h"
 #include "program/units.h"
@@ -149,12 +150,15 @@ Plot asPlot(const Recording &recording, const Histogram &histogram)
 int runHistogram(const HistogramOptions &options, const HostOptions &host)
 {
     Histogram histogram;
+    Growing<uint32_t> counts;
     return measure(options.Measure, host,
                    {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
                     .Start =
-                        [&](int32_t acqTimeMs, uint8_t *finished) {
-                            getHistogram(nullptr, acqTimeMs, 0, 0, histogram.Counts.data(), finished);
+                        [&](const RunStart &run) {
+                            getHistogram(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
+                                         counts.begin(histogram.Counts), run.Finished);
                         },
+                    .Take = [&](bool hasEnded) { counts.take(histogram.Counts, hasEnded); },
                     .IsEmpty = [&] { return isAllZero(histogram.Counts); },
                     .Needs = "events, in T2 after one on --ref-chan",
                     .Csv = [&](const Measured &measured) { return histogramCsv(histogram, measured); },
@@ -184,6 +188,7 @@ Command addHistogram(CLI::App &program)
     CLI::App *command = program.add_subcommand(
         "histogram", "Count the events of each channel by time since the sync or a reference");
     addMeasureOptions(*command, options->Measure);
+    addUpdateOptions(*command, options->Measure.Updates);
     asChannel(
         command->add_option("--ref-chan", options->RefChan, "T2: reference channel; by default 0 (sync)"));
     asTime(command->add_option("--bin-width", options->BinWidth, "T2: width of a bin; by default 100ps"));

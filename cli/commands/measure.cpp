@@ -1,10 +1,12 @@
 // The frame of the measuring commands. The main thread's.
 #include "commands/measure.h"
 
+#include "commands/live_view.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
 #include "program/output.h"
+#include "program/output_file.h"
 #include "program/settings.h"
 #include "program/units.h"
 #include "program/visible_text.h"
@@ -16,13 +18,16 @@
 #include <cmath>
 #include <filesystem>
 #include <numeric>
+#include <unistd.h>
 
 namespace Tessel::Cli {
 
 void addMeasureOptions(CLI::App &command, MeasureOptions &options)
 {
     addRecordingArgument(command, options.File);
-    command.add_option("--for", options.For, "How long an instrument measures (default 1s) [ps]")
+    command
+        .add_option("--for", options.For,
+                    "How long an instrument measures (default 1s, with --live until Ctrl-C) [ps]")
         ->type_name("TIME");
     asOneOf(command.add_option("--mode", options.Mode, "Mode of an instrument (default t3)"), {"t2", "t3"});
     addSettingOption(command, options.Assignments);
@@ -53,18 +58,19 @@ void checkFiles(const MeasureOptions &options, const HostOptions &host, const st
 namespace {
 
 // Whole ms, as the library takes it.
-int32_t acqTimeMs(const MeasureOptions &options)
+int32_t acqTimeMs(const MeasureOptions &options, const HostOptions &host)
 {
-    constexpr double psPerMs = 1e9, longestMs = 360000000; // 100 hours
+    constexpr double psPerMs = 1e9;
+    if (options.For.empty() && drawsLive(options.Updates, host)) return longestRunMs;
     const std::string text = options.For.empty() ? "1s" : options.For;
     const double ms = std::round(optionValue("--for", [&] { return parseTimePs(text, "ps"); }) / psPerMs);
-    if (ms < 1 || ms > longestMs) throw Failure(Exit::Usage, "--for: from 1ms to 100h");
+    if (ms < 1 || ms > longestRunMs) throw Failure(Exit::Usage, "--for: from 1ms to 100h");
     return static_cast<int32_t>(ms);
 }
 
 Recording openLive(const MeasureOptions &options, const HostOptions &host)
 {
-    const int32_t runForMs = acqTimeMs(options);
+    const int32_t runForMs = acqTimeMs(options, host);
     const std::string id = openInstrument(host);
     initInstrument(id, options.Mode == "t2" ? 2 : 3, 0);
     for (const std::string &assignment : options.Assignments)
@@ -94,17 +100,73 @@ Measured openForMeasuring(const MeasureOptions &options, const HostOptions &host
     return measured;
 }
 
+namespace {
+
+boost::json::object ratesJson(const CountRates &rates)
+{
+    return {{"sync", rates.Sync}, {"inputs", boost::json::array(rates.Inputs.begin(), rates.Inputs.end())}};
+}
+
+// The result so far.
+boost::json::object updateLine(const Measurement &measurement, const Measured &measured,
+                               const CountRates &rates)
+{
+    boost::json::object line = measurement.Json(measured);
+    line["seconds"] = measured.Run.Seconds;
+    line["rates"] = nullptr;
+    if (measured.From.isLive()) line["rates"] = ratesJson(rates);
+    return line;
+}
+
+// Runs it to its end, with what is shown meanwhile; the result is taken after that.
+Outcome runMeasurement(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement,
+                       Measured &measured)
+{
+    LiveState state{.Rates = {}, .Past = {}, .RecordFile = options.RecordFile};
+    const auto takePresent = [&](double seconds) {
+        measurement.Take(false);
+        refresh(state, measured, seconds);
+    };
+    const auto draw = [&](Frame &frame) { drawMeasuring(frame, state, measured, measurement.Plot(measured)); };
+    Updates updates(options.Updates, host, {.Refresh = takePresent, .Draw = draw, .Line = [&] {
+                                                return updateLine(measurement, measured, state.Rates);
+                                            }});
+    const auto start = [&](int32_t acqTimeMs, uint8_t *finished) {
+        measurement.Start({acqTimeMs, !options.RecordFile.empty(), finished});
+    };
+    const auto step = [&] {
+        update(updates);
+        return false;
+    };
+    measured.Run = replay(measured.From, start, step, !updates.Picture);
+    measurement.Take(true);
+    finish(updates);
+    return measured.Run;
+}
+
+// A picture that stays on the terminal stands for the text that would follow it there.
+bool writesText(const MeasureOptions &options, const HostOptions &host)
+{
+    const bool toOutput = isStandardOutput(options.Result.File);
+    if (toOutput && options.Updates.JsonLines) return false;
+    if (toOutput && drawsLive(options.Updates, host) && isatty(standardOutput())) return false;
+    return wantsText(options.Result);
+}
+
+} // namespace
+
 int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
 {
     checkPlotName(options.Result.PlotFile);
+    checkUpdateOptions(options.Updates);
     const Session session(host);
     checkFiles(options, host);
     Measured measured = openForMeasuring(options, host);
     measurement.Prepare(measured.From);
-    measured.Run = replay(measured.From, measurement.Start);
+    measured.Run = runMeasurement(options, host, measurement, measured);
     noteSpeed(measured.Run);
     if (measurement.IsEmpty()) warn(fmt::format("nothing was counted: that needs {}", measurement.Needs));
-    if (wantsText(options.Result))
+    if (writesText(options, host))
         writeResult(options.Result.File,
                     options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
     if (!options.Result.PlotFile.empty()) drawResult(options.Result, measurement.Plot(measured));
@@ -124,14 +186,21 @@ void drawResult(const ResultOptions &options, const Plot &plot)
 
 std::string helpText(const ResultHelp &help)
 {
+    constexpr std::string_view updates =
+        "\n\n--live shows rates and result in the terminal as they grow, at any width, with braille where\n"
+        "LC_ALL, LC_CTYPE or LANG ask for UTF-8 and NO_COLOR isn't set, else in ASCII. What it shows last\n"
+        "stays there in place of the CSV. It is off where standard error is no terminal, or TERM is dumb.\n\n"
+        "--json-lines writes the JSON below at each update, one line each, with update (from 1), final,\n"
+        "seconds, and of an instrument rates {sync, inputs} in counts per second; the last line, where\n"
+        "final is true, has the result. While the run goes on, run.stopReason is null.";
     return fmt::format(
-        "{}\n\n"
+        "{}{}\n\n"
         "CSV: comment lines with '#', a line of names, {}\n\n"
         "JSON: schema ({}), file, device, mode, chain (if there is one),\n"
         "run {{recordsRead, recordsInFile, recording (closed, not closed, cut short), complete,\n"
         "stopReason}} (of an instrument file, recordsInFile and recording are null), and\n{}\n\n"
         "Examples:\n{}",
-        help.About, help.Csv, help.Schema, help.Keys, help.Examples);
+        help.About, help.HasUpdates ? updates : "", help.Csv, help.Schema, help.Keys, help.Examples);
 }
 
 void noteSpeed(const Outcome &outcome)

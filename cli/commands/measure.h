@@ -3,6 +3,7 @@
 #pragma once
 
 #include "chain/placed_chain.h"
+#include "commands/updates.h"
 #include "program/options.h"
 #include "program/plot.h"
 #include "program/replay.h"
@@ -25,6 +26,8 @@ struct MeasureOptions
     std::string For, Mode;                // of an instrument; empty: as --help says
     std::vector<std::string> Assignments; // of its settings
     ChainOptions Chain;
+    std::string RecordFile; // empty: what an instrument sends isn't recorded
+    UpdateOptions Updates;
     ResultOptions Result;
 };
 
@@ -49,14 +52,23 @@ struct Measured
     Outcome Run;
 };
 
-// What a command does, in the order in which it is called. The last three give one form of the result each and
-// are called only if it is wanted.
+// What a measurement function of the library takes beside its result.
+struct RunStart
+{
+    int32_t AcqTimeMs;
+    uint8_t Save; // 1: what the instrument sends is recorded
+    uint8_t *Finished;
+};
+
+// What a command does, in the order in which it is called. The last three give one form of the result each,
+// that of the last Take, and are called only if it is wanted.
 struct Measurement
 {
     std::function<void(const Recording &)> Prepare; // parameters and memory
-    std::function<void(int32_t acqTimeMs, uint8_t *finished)> Start;
-    std::function<bool()> IsEmpty; // nothing was counted
-    std::string_view Needs;        // what there must be to count, for the warning if so
+    std::function<void(const RunStart &)> Start;
+    std::function<void(bool hasEnded)> Take; // the present result: also while the run goes on
+    std::function<bool()> IsEmpty;           // nothing was counted
+    std::string_view Needs;                  // what there must be to count, for the warning if so
     std::function<std::string(const Measured &)> Csv;
     std::function<boost::json::object(const Measured &)> Json;
     std::function<Cli::Plot(const Measured &)> Plot;
@@ -80,6 +92,7 @@ void drawResult(const ResultOptions &options, const Plot &plot);
 struct ResultHelp
 {
     std::string_view About, Csv, Schema, Keys, Examples;
+    bool HasUpdates = true; // --live and --json-lines
 };
 std::string helpText(const ResultHelp &help);
 

@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/measure.h"
 #include "program/exit_codes.h"
+#include "program/growing.h"
 #include "program/output.h"
 #include "program/units.h"
 #include "tessel.h"
@@ -113,12 +114,19 @@ Plot asPlot(const Trace &trace, const Measured &measured)
 int runTrace(const TraceOptions &options, const HostOptions &host)
 {
     Trace trace;
+    Growing<uint32_t> counts;
+    uint64_t endBin = 0;
     return measure(options.Measure, host,
                    {.Prepare = [&](const Recording &recording) { trace = prepared(options, recording); },
                     .Start =
-                        [&](int32_t acqTimeMs, uint8_t *finished) {
-                            getTimeTrace(nullptr, acqTimeMs, 0, 0, trace.Counts.data(), &trace.EndBin,
-                                         finished);
+                        [&](const RunStart &run) {
+                            getTimeTrace(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
+                                         counts.begin(trace.Counts), &endBin, run.Finished);
+                        },
+                    .Take =
+                        [&](bool hasEnded) {
+                            trace.EndBin = readGrowing(endBin);
+                            counts.take(trace.Counts, hasEnded);
                         },
                     .IsEmpty = [&] { return isAllZero(trace.Counts); },
                     .Needs = "events within --history",
@@ -147,6 +155,7 @@ Command addTrace(CLI::App &program)
     const auto options = std::make_shared<TraceOptions>();
     CLI::App *command = program.add_subcommand("trace", "Count the events of each channel in bins of time");
     addMeasureOptions(*command, options->Measure);
+    addUpdateOptions(*command, options->Measure.Updates);
     asNumber(command->add_option("--bins", options->Bins, "Number of bins"), 1, 1 << 28)->capture_default_str();
     asTime(command->add_option("--history", options->History, "Time that all bins span"));
     command->footer(helpText(traceHelp));

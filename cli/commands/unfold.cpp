@@ -205,7 +205,8 @@ eventBytes, byteOrder, fields, time. In Python:
   columns  names of the numbers of an event
   events   [[a number per column], ...])",
     .Examples = R"(  tessel unfold emitter.tgx -o events.csv
-  tessel unfold emitter.tgx --binary -o events.bin)"};
+  tessel unfold emitter.tgx --binary -o events.bin)",
+    .HasUpdates = false};
 
 } // namespace
 

@@ -105,4 +105,12 @@ void initInstrument(const std::string &id, int32_t measMode, int32_t refSource)
                   withReason(fmt::format("{}: the instrument can't be initialised", visibleText(id))));
 }
 
+CountRates countRates(const Recording &recording)
+{
+    CountRates rates;
+    rates.Inputs.resize(recording.Config.at("NumChans").to_number<size_t>());
+    getCountRates(&rates.Sync, rates.Inputs.data());
+    return rates;
+}
+
 } // namespace Tessel::Cli

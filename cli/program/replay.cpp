@@ -5,12 +5,14 @@
 #include "program/exit_codes.h"
 #include "program/interrupt.h"
 #include "program/progress.h"
+#include "program/terminal.h"
 #include "program/visible_text.h"
 #include "tessel.h"
 
 #include <fmt/format.h>
 
 #include <atomic>
+#include <csignal>
 #include <exception>
 #include <thread>
 
@@ -28,7 +30,7 @@ struct ReplayShown
 
 void show(ReplayShown &shown)
 {
-    if (quiet() || !onTerminal()) return;
+    if (quiet() || !canDraw()) return;
     const auto read = runDescription().at("NumRecs").to_number<uint64_t>();
     const auto before = shown.From.Description.at("NumRecs").to_number<uint64_t>();
     shown.HasBegun = shown.HasBegun || read != before;
@@ -70,7 +72,7 @@ bool doStep(SideWork &work)
 
 Outcome replay(const Recording &recording,
                const std::function<void(int32_t acqTimeMs, uint8_t *finished)> &start,
-               const std::function<bool()> &meanwhile)
+               const std::function<bool()> &meanwhile, bool showsProgress)
 {
     alignas(std::atomic_ref<uint8_t>::required_alignment) uint8_t finished = 0;
     const std::atomic_ref<uint8_t> isFinished(finished);
@@ -87,15 +89,25 @@ Outcome replay(const Recording &recording,
             outcome.Signal = interruptSignal();
             stopMeasure(nullptr);
         }
-        show(shown);
+        if (showsProgress) show(shown);
     }
     doStep(work);
-    if (work.Failure) std::rethrow_exception(work.Failure);
+    // Who read the output is gone: a result in a file is still wanted.
+    if (work.Failure && outcome.Signal != SIGPIPE) std::rethrow_exception(work.Failure);
     if (!refusal.empty()) throw Failure(Exit::Failed, visibleText(refusal));
     outcome.Seconds = secondsSince(progress.Start);
     const boost::json::object description = runDescription();
     outcome.NumRead = description.at("NumRecs").to_number<uint64_t>();
     outcome.StopReason = description.at("StopReason").as_string();
+    outcome.Ended = true;
+    return outcome;
+}
+
+Outcome outcomeSoFar(double seconds)
+{
+    Outcome outcome;
+    outcome.NumRead = runDescription().at("NumRecs").to_number<uint64_t>();
+    outcome.Seconds = seconds;
     return outcome;
 }
 
@@ -142,18 +154,20 @@ int reportOutcome(const Recording &recording, const Outcome &outcome)
 
 boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome)
 {
+    boost::json::value stopReason; // null while the run goes on
+    if (outcome.Ended) stopReason = outcome.StopReason;
     if (recording.isLive())
         return {{"recordsRead", outcome.NumRead},
                 {"recordsInFile", nullptr},
                 {"recording", nullptr},
                 {"complete", outcome.Signal == 0 && outcome.StopReason == wholeLiveRun},
-                {"stopReason", outcome.StopReason}};
-    const bool isWhole = outcome.Signal == 0 && outcome.NumRead == recording.NumRecords;
+                {"stopReason", stopReason}};
+    const bool isWhole = outcome.Ended && outcome.Signal == 0 && outcome.NumRead == recording.NumRecords;
     return {{"recordsRead", outcome.NumRead},
             {"recordsInFile", recording.NumRecords},
             {"recording", endingText(recording.Ending)},
             {"complete", isWhole && recording.Ending == Ending::Closed},
-            {"stopReason", outcome.StopReason}};
+            {"stopReason", stopReason}};
 }
 
 } // namespace Tessel::Cli

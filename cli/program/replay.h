@@ -17,6 +17,7 @@ struct Outcome
     uint64_t NumRead = 0; // records
     double Seconds = 0;
     int Signal = 0; // that stopped the run; 0: none
+    bool Ended = false;
 };
 
 // Calls `start` with the finished byte, then waits for it, shows the progress, and stops the run on Ctrl-C (a
@@ -25,7 +26,10 @@ struct Outcome
 // something to do.
 Outcome replay(const Recording &recording,
                const std::function<void(int32_t acqTimeMs, uint8_t *finished)> &start,
-               const std::function<bool()> &meanwhile = nullptr);
+               const std::function<bool()> &meanwhile = nullptr, bool showsProgress = true);
+
+// Of the run that goes on, after this time.
+Outcome outcomeSoFar(double seconds);
 
 // Says on standard error what is missing, and returns the exit code.
 int reportOutcome(const Recording &recording, const Outcome &outcome);

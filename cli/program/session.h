@@ -47,11 +47,13 @@ enum class Ending {
     CutShort,  // it counts more records than there are
 };
 
+constexpr int32_t longestRunMs = 360'000'000; // 100 hours
+
 // What is measured: a recording, or an instrument for a time.
 struct Recording
 {
     std::string Path;                         // of an instrument its id
-    int32_t RunForMs = 0;                     // 0: a recording, to its end
+    int32_t RunForMs = 0;                     // 0: a recording, to its end; the longest: until it is stopped
     std::shared_ptr<const LibraryPath> Known; // Path as the library has it
     boost::json::object Header;               // as tessel_getFileTags gives it
     boost::json::object Config;               // as getDeviceConfig gives it
