@@ -667,7 +667,14 @@ enum tessel_text {
     /* How the last look for each instrument library ended, whatever `id` is: [{"family", "file", "places"
      * (where it was looked for; empty: not yet), "loaded", "path", "missing" (an operation that it lacks),
      * "why" (it isn't loaded), "version"}, ...]. What there is none of is null. */
-    TESSEL_TEXT_LIBRARIES = 5
+    TESSEL_TEXT_LIBRARIES = 5,
+
+    /* What was lost, as tessel_getLosses(): {"verdict" ("clean", "lossy" or "invalid"), "losses": {place:
+     * {"unit" ("counts", "words" or "events"), "occasions", "lost" (null where nobody knows), "first", "last"},
+     * ...}, "recording": {"verdict", "losses"} of the recording that the run reads or writes, or null}. The
+     * places are "fifo", "dropped", "readBuffer", "invalidWords", "store", "stage", "rawBlock", "unfoldBlock",
+     * "import", "file"; those where nothing was lost aren't there. */
+    TESSEL_TEXT_LOSSES = 6
 };
 
 /* Writes a text of the device with its zero. `which`: a tessel_text. `text`: `capacity` bytes; null, or a
@@ -681,7 +688,10 @@ TESSEL_API bool tessel_getText(const char16_t *id, int32_t which, char *text, ui
  * Every run keeps a ledger of what it lost. Nothing of a recorded file is lost but words that mean nothing;
  * live data get lost where somebody is too slow for them. What the host does without is no loss: an array that
  * it doesn't give, a stage that it ends, and what a run doesn't count any more once it was stopped and its time
- * is over, whose result is that of a run stopped earlier. */
+ * is over, whose result is that of a run stopped earlier.
+ *
+ * A recording that lost something has a side file NAME.losses.json beside NAME.tgx, written before the run's
+ * finished byte. Opening the recording takes it up; one that says nothing is a warning in the log. */
 
 enum tessel_loss_place {
     TESSEL_LOSS_FIFO = 0,        /* the instrument's FIFO was full, which ends the run; nobody knows how many */

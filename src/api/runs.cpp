@@ -6,7 +6,6 @@
 #include "run/requests.h"
 #include "session/open_close.h"
 #include "threads/losses.h"
-#include "threads/run_control.h"
 
 #include <algorithm>
 
@@ -80,18 +79,26 @@ namespace {
 
 static_assert(lossPlaces == TESSEL_LOSS_PLACES);
 
-void copyLosses(const LossReport &report, tessel_losses &losses)
+tessel_loss toldLoss(const Loss &loss)
 {
-    losses = {.size = losses.size,
-              .verdict = static_cast<int32_t>(report.Verdict),
-              .recordingVerdict = static_cast<int32_t>(report.OfRecording),
-              .places = {}};
-    std::ranges::transform(report.Places, losses.places, [](const Loss &loss) {
-        return tessel_loss{.occasions = loss.Occasions,
-                           .lost = loss.Lost,
-                           .first = static_cast<double>(loss.FirstNs) / 1e9,
-                           .last = static_cast<double>(loss.LastNs) / 1e9};
-    });
+    return {.occasions = loss.Occasions,
+            .lost = loss.Lost,
+            .first = static_cast<double>(loss.FirstNs) / 1e9,
+            .last = static_cast<double>(loss.LastNs) / 1e9};
+}
+
+tessel_losses toldLosses(const DeviceLosses &of, bool isLive)
+{
+    tessel_losses told = {.size = sizeof(tessel_losses),
+                          .verdict = static_cast<int32_t>(of.Result.Verdict),
+                          .recordingVerdict = 0,
+                          .places = {}};
+    std::ranges::transform(of.Result.Places, told.places, toldLoss);
+    if (!of.Recording) return told;
+    told.recordingVerdict = static_cast<int32_t>(of.Recording->Verdict);
+    constexpr auto file = static_cast<size_t>(LossPlace::File);
+    if (isLive) told.places[file] = toldLoss(of.Recording->Places[file]);
+    return told;
 }
 
 } // namespace
@@ -105,8 +112,9 @@ bool tessel_getLosses(const char16_t *id, tessel_losses *losses)
             return false;
         }
         DeviceRef target = deviceOf(id);
-        auto run = currentRun(target->context);
-        copyLosses(run ? lossesOf(*run) : LossReport(), *losses);
+        const size_t size = losses->size;
+        *losses = toldLosses(lossesOf(target), isInstrument(target->device));
+        losses->size = size;
         return !target->device.ID.empty();
     });
 }

@@ -1,6 +1,7 @@
 #include "api/exports.h"
 #include "config/description_json.h"
 #include "config/device_json.h"
+#include "config/losses_json.h"
 #include "config/manipulators_json.h"
 #include "config/settings_json.h"
 
@@ -59,6 +60,7 @@ std::optional<std::string> textOfKind(const char16_t *id, int32_t which)
     case TESSEL_TEXT_DEVICE: return stringifyJsonDevConfig(target->device, stateOf(target->device));
     case TESSEL_TEXT_DESCRIPTION: return stringifyMeasDescription(target->context.Description);
     case TESSEL_TEXT_CHAIN: return stringifyManisConfig(target->context);
+    case TESSEL_TEXT_LOSSES: return stringifyLosses(lossesOf(target));
     case TESSEL_TEXT_SETTINGS: return stringifySettings(target->device);
     default: return std::nullopt;
     }

@@ -1,5 +1,6 @@
 #include "datafiles/file_device.h"
 
+#include "datafiles/losses_file.h"
 #include "datafiles/tag_reader.h"
 #include "devices/families.h"
 #include "devices/fields.h"
@@ -363,6 +364,7 @@ bool readTgxFile(std::string_view path, Device &device, MeasContext &context, bo
                     .image = std::string_view(head->Image).substr(0, length),
                     .fileName = toUtf8(toUtf16(normal.substr(normal.rfind('\\') + 1)))};
     walk(reading);
+    context.FileLosses = readLosses(normal, guidOf(reading.image));
     device.IsConfigured = true;
     return true;
 }

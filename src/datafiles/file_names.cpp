@@ -1,5 +1,6 @@
 #include "datafiles/file_names.h"
 
+#include "datafiles/losses_file.h"
 #include "log/folder.h"
 #include "log/log.h"
 #include "log/text.h"
@@ -60,12 +61,18 @@ std::string nextName(std::string_view name)
 }
 
 // If the system can't say, that is logged and counts as no.
-bool isTaken(std::string_view path)
+bool isThere(std::string_view path)
 {
     std::error_code error;
     bool exists = std::filesystem::exists(nativePath(path), error);
     if (error) logLastError(fmt::format("exists \"{}\":", path), error.value());
     return exists;
+}
+
+// What is left beside a recording that was moved away keeps its name, too.
+bool isTaken(std::string_view path)
+{
+    return isThere(path) || isThere(lossesPath(path));
 }
 
 } // namespace

@@ -152,6 +152,12 @@ std::string wideTextOf(const TagRecord &tag, std::string_view image)
     return toUtf8(std::u16string_view(text).substr(0, text.find(u'\0')));
 }
 
+std::string guidOf(std::string_view image)
+{
+    const TagRecord tag = readTag(image, "File_GUID", 0);
+    return tag.Name.empty() ? std::string() : textOf(tag, image);
+}
+
 std::string_view magicOf(std::string_view image)
 {
     return upToZero(image.substr(0, 8));

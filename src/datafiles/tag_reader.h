@@ -54,6 +54,9 @@ std::string textOf(const TagRecord &tag, std::string_view image);
 // Text of a WideString tag up to its first zero character.
 std::string wideTextOf(const TagRecord &tag, std::string_view image);
 
+// The recording's own id, by its tag File_GUID; empty: it has none.
+std::string guidOf(std::string_view image);
+
 // Bytes 0 to 7 and 8 to 15 of a file, each up to the first zero.
 std::string_view magicOf(std::string_view image);
 std::string_view versionOf(std::string_view image);

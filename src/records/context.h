@@ -42,6 +42,8 @@ struct MeasContext
     std::atomic<uint64_t> ResolutionPs{1};              // as the opened file says
     std::vector<CustomTag> CustomTags;                  // the host's thread
 
+    LossReport FileLosses; // of a recorded file, as it says beside itself; constant after opening
+
     MeasParams Params; // the host's thread; a run goes by a copy
 
     MainFilter Filter; // the host's thread

@@ -37,6 +37,12 @@ enum class Verdict : int32_t {
     Invalid, // overflows are missing, or may be: times after them are too early
 };
 
+struct LossReport
+{
+    Tessel::Verdict Verdict = Verdict::Clean;
+    LossList Places{};
+};
+
 struct Losses
 {
     std::mutex Lock;     // nothing is taken under it; guards all below

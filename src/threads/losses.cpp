@@ -1,10 +1,9 @@
 #include "threads/losses.h"
 
-#include "records/run.h"
 #include "threads/run_control.h"
 
 #include <algorithm>
-#include <initializer_list>
+#include <span>
 
 namespace Tessel {
 
@@ -30,16 +29,20 @@ namespace {
 
 using enum LossPlace;
 
-template <class Condition>
-bool anyOf(const LossList &losses, std::initializer_list<LossPlace> places, Condition condition)
-{
-    return std::ranges::any_of(places,
-                               [&](LossPlace place) { return condition(losses[static_cast<size_t>(place)]); });
-}
+constexpr LossPlace ofResult[] = {Fifo,  Dropped,  ReadBuffer,  InvalidWords, Store,
+                                  Stage, RawBlock, UnfoldBlock, Import};
+constexpr LossPlace ofRecording[] = {Fifo, Dropped, ReadBuffer, File};
 
-bool isLost(const Loss &loss)
+LossReport reportOf(Losses &ledger, std::span<const LossPlace> places)
 {
-    return loss.Occasions > 0;
+    LossReport report;
+    std::lock_guard lock(ledger.Lock);
+    for (const LossPlace place : places) {
+        const Loss &loss = report.Places[static_cast<size_t>(place)] =
+            ledger.Places[static_cast<size_t>(place)];
+        if (loss.Occasions > 0) report.Verdict = std::max(report.Verdict, Verdict::Lossy);
+    }
+    return report;
 }
 
 bool hadOverflows(const Loss &loss)
@@ -47,30 +50,33 @@ bool hadOverflows(const Loss &loss)
     return loss.HadOverflows;
 }
 
-// Overflows that the read buffer lost are made good in the run, but not in its recording.
-Verdict verdictOfResult(const LossList &losses)
-{
-    if (anyOf(losses, {InvalidWords}, isLost)) return Verdict::Invalid;
-    const bool lost =
-        anyOf(losses, {Fifo, Dropped, ReadBuffer, Store, Stage, RawBlock, UnfoldBlock, Import}, isLost);
-    return lost ? Verdict::Lossy : Verdict::Clean;
-}
-
-Verdict verdictOfRecording(const LossList &losses)
-{
-    if (anyOf(losses, {ReadBuffer, File}, hadOverflows)) return Verdict::Invalid;
-    return anyOf(losses, {Fifo, Dropped, ReadBuffer, File}, isLost) ? Verdict::Lossy : Verdict::Clean;
-}
-
 } // namespace
 
+// Overflows that the read buffer lost are made good in the run, but not in its recording.
 LossReport lossesOf(Run &run)
 {
-    std::lock_guard lock(run.Ledger.Lock);
-    LossReport report{.Places = run.Ledger.Places};
-    report.Verdict = verdictOfResult(report.Places);
-    if (run.Request.SaveToFile) report.OfRecording = verdictOfRecording(report.Places);
+    LossReport report = reportOf(run.Ledger, ofResult);
+    if (report.Places[static_cast<size_t>(InvalidWords)].Occasions > 0) report.Verdict = Verdict::Invalid;
     return report;
+}
+
+LossReport lossesOfRecording(Run &run)
+{
+    LossReport report = reportOf(run.Ledger, ofRecording);
+    if (std::ranges::any_of(report.Places, hadOverflows)) report.Verdict = Verdict::Invalid;
+    return report;
+}
+
+DeviceLosses lossesOf(const DeviceRef &target)
+{
+    DeviceLosses losses;
+    auto run = currentRun(target->context);
+    if (run) losses.Result = lossesOf(*run);
+    if (target->device.DeviceType == DeviceType::File)
+        losses.Recording = target->context.FileLosses;
+    else if (run && run->Facts.IsLive && run->Request.SaveToFile)
+        losses.Recording = lossesOfRecording(*run);
+    return losses;
 }
 
 } // namespace Tessel

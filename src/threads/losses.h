@@ -3,11 +3,11 @@
 // has stopped doesn't count any more.
 #pragma once
 
-#include "records/losses.h"
+#include "records/refs.h"
+
+#include <optional>
 
 namespace Tessel {
-
-struct Run;
 
 // `lost`: words or events; 0 where nobody can know. `hadOverflows`: overflow words are among them. Any thread,
 // any lock may be held; allocates nothing.
@@ -16,12 +16,16 @@ void noteLoss(Run &run, LossPlace place, uint64_t lost, bool hadOverflows = fals
 // Times of the ledger count from now on.
 void startLedger(Run &run) noexcept;
 
-struct LossReport
-{
-    Tessel::Verdict Verdict = Verdict::Clean;     // of the result
-    Tessel::Verdict OfRecording = Verdict::Clean; // of the recording that the run writes, if it does
-    LossList Places{};
-};
+// What the result lacks.
 LossReport lossesOf(Run &run);
+// What a recording of the run lacks, whether or not it is recorded.
+LossReport lossesOfRecording(Run &run);
+
+struct DeviceLosses
+{
+    LossReport Result{};                   // of the live run, or the last
+    std::optional<LossReport> Recording{}; // that the device is, or that the run writes
+};
+DeviceLosses lossesOf(const DeviceRef &target);
 
 } // namespace Tessel
