@@ -802,9 +802,28 @@ TESSEL_API bool tessel_recordingClose(tessel_recording *recording);
  * `needed`, or, with `needed` 0, the file can't be read. */
 TESSEL_API bool tessel_getFileTags(const char *path, char *buffer, uint64_t size, uint64_t *needed);
 
-/* ------------------------------------------------------------------------------------------------- remote
+/* -------------------------------------------------------------------------------------------------- remote
  * A device of this process can be served to other computers, and the instruments that another one serves are
- * devices here. The two speak lines of JSON over TCP. There is no authentication, and nothing is encrypted. */
+ * devices here. The two speak lines of JSON over TCP. There is no authentication and no encryption: whoever
+ * reaches the port reads the configuration of the device, sets its inputs and starts its measurement. So a
+ * device is served on this computer alone unless an address is given; let others reach the port only through a
+ * network that you trust, or a tunnel.
+ *
+ * What a peer asks for acts on the device that is served, on a thread of the library. It doesn't change the
+ * current device. At most 256 peers are connected to a device at a time. */
+
+/* Serves the device. `address`: the address of this computer, in numbers, at which it listens ("127.0.0.1",
+ * "::1", "192.168.1.5"; "0.0.0.0" and "::" are all of them); null or empty: 127.0.0.1. `port`: 0 means 55000; a
+ * device has a port of its own. Returns at once; peers are served until tessel_stopServing(), closeDevice() of
+ * this device, or exitAPI(). A measurement that a peer starts while this process measures with the instrument
+ * is refused, with an error in the log. False, with an error in the log: there is no such device, it is served
+ * already, or the address and port can't be had. */
+TESSEL_API bool tessel_serve(const char16_t *id, const char *address, uint16_t port);
+
+/* Closes the port and every connection to it. On return no peer reaches the device any more. Blocks while a
+ * peer's call is in the instrument's library, ten seconds at most. A device that isn't served stays as it
+ * is. */
+TESSEL_API void tessel_stopServing(const char16_t *id);
 
 /* Asks the server at `host` (a name or an address; null or empty: this computer) and `port` (0: 55000) for its
  * instruments and makes a device of each that isn't known here. The current device stays. A device that the

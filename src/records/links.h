@@ -3,10 +3,13 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
 namespace Tessel {
+
+inline constexpr uint16_t defaultPort = 55000;
 
 // One end of TCP connections, with a thread of its own. remote/ sets the functions.
 struct LinkEnd
@@ -18,7 +21,7 @@ struct LinkEnd
 
 struct Links
 {
-    std::mutex Lock;                 // guards the rest; last of all locks, and nothing is taken under it
+    std::mutex Lock;                 // guards the rest; held for a look, a change, or the start of one
     std::shared_ptr<LinkEnd> Server; // null: the device isn't served
     std::shared_ptr<LinkEnd> Client; // null: the device isn't a remote one, or its link was ended
     bool Closed = false;             // the device is closed for good: it gets no link any more

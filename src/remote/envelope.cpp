@@ -3,8 +3,11 @@
 #include "log/log.h"
 #include "log/text.h"
 
+#include <fmt/format.h>
+
 #include <exception>
 #include <new>
+#include <stdexcept>
 
 namespace Tessel {
 
@@ -43,7 +46,9 @@ boost::json::value parsed(std::string_view line)
     limits.max_depth = deepestNesting;
     boost::json::parser parser(memory, limits);
     parser.reset(memory);
-    parser.write(line);
+    boost::system::error_code why;
+    parser.write(line, why);
+    if (why) throw std::runtime_error(why.message());
     return parser.release();
 }
 
@@ -54,19 +59,19 @@ object addressText(const Address &address)
 
 Address addressOf(const boost::json::value &text)
 {
-    const object &address = text.as_object();
-    return {.Type = std::string(std::string_view(address.at("type").as_string())),
-            .Id = std::string(std::string_view(address.at("id").as_string()))};
+    const auto textOf = [&](const char *key) {
+        return std::string(std::string_view(memberOf(text, key).as_string()));
+    };
+    return {.Type = textOf("type"), .Id = textOf("id")};
 }
 
 Envelope opened(std::string_view line)
 {
-    boost::json::value text = parsed(line);
-    object &message = text.as_object();
-    return {.Index = message.at("index").to_number<uint64_t>(),
-            .Sender = addressOf(message.at("sender")),
-            .Receiver = addressOf(message.at("receiver")),
-            .Content = std::move(message.at("content"))};
+    const boost::json::value message = parsed(line);
+    return {.Index = memberOf(message, "index").to_number<uint64_t>(),
+            .Sender = addressOf(memberOf(message, "sender")),
+            .Receiver = addressOf(memberOf(message, "receiver")),
+            .Content = memberOf(message, "content")};
 }
 
 } // namespace
@@ -123,6 +128,13 @@ Envelope OpenEnvelope(std::string_view line)
     }
 }
 
+const boost::json::value &memberOf(const boost::json::value &text, std::string_view key)
+{
+    const boost::json::value *member = text.as_object().if_contains(key);
+    if (!member) throw std::runtime_error(fmt::format("there is no \"{}\"", key));
+    return *member;
+}
+
 std::optional<std::string_view> commandOf(const Envelope &envelope)
 {
     const object *content = envelope.Content.if_object();
@@ -133,7 +145,7 @@ std::optional<std::string_view> commandOf(const Envelope &envelope)
 
 const boost::json::value &dataOf(const Envelope &envelope)
 {
-    return envelope.Content.as_object().at("data");
+    return memberOf(envelope.Content, "data");
 }
 
 } // namespace Tessel

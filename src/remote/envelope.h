@@ -52,6 +52,9 @@ std::string lineOf(const Envelope &envelope);
 // Reads a line. One that is no envelope is logged and gives an empty one.
 Envelope OpenEnvelope(std::string_view line);
 
+// A key of an object that a peer has sent. Throws where it is no object, or has no such key.
+const boost::json::value &memberOf(const boost::json::value &text, std::string_view key);
+
 // The command of the content; none: the content is no object, or has none. Throws where it isn't a text.
 std::optional<std::string_view> commandOf(const Envelope &envelope);
 // The command's argument or answer. Throws where there is none.

@@ -66,8 +66,8 @@ bool awaitIo(IoThread &io, std::chrono::milliseconds patience)
 namespace {
 
 constexpr size_t readStep = 16384;
-constexpr size_t mostHeld = 16 << 20; // bytes of lines that have begun, of all links of an end
-constexpr size_t keptRoom = 65536;    // of a link between two lines
+constexpr size_t mostHeld = 8 << 20; // bytes of lines that have begun, of all links of an end
+constexpr size_t keptRoom = 65536;   // of a link between two lines
 constexpr auto never = asio::steady_timer::time_point::max();
 
 constexpr int keepAliveIdle = 60, keepAliveInterval = 10, keepAliveCount = 3; // s, s, probes
@@ -87,10 +87,11 @@ void setOptions(asio::ip::tcp::socket &socket)
 }
 
 // A timer whose time comes closes the link, and so ends its operation.
-void limitTime(const LinkRef &link, asio::steady_timer LineLink::*timer)
+void limitTime(const LinkRef &link, asio::steady_timer LineLink::*timer,
+               std::chrono::milliseconds span = Pace::peerAnswers)
 {
     asio::steady_timer &limit = (*link).*timer;
-    limit.expires_after(Pace::peerAnswers);
+    limit.expires_after(span);
     limit.async_wait([link, &limit](const NetworkError &) {
         if (limit.expiry() > asio::steady_timer::clock_type::now()) return; // it was set back
         link->TimedOut = true;
@@ -162,6 +163,16 @@ void receive(const LinkRef &link, LineDone done)
                                  });
 }
 
+void dropWhatComes(const LinkRef &link, std::function<void()> done)
+{
+    link->Socket.async_read_some(asio::buffer(link->Received),
+                                 [link, done = std::move(done)](const NetworkError &error, size_t) mutable {
+                                     if (!error) return dropWhatComes(link, std::move(done));
+                                     link->ReadTime.expires_at(never);
+                                     done();
+                                 });
+}
+
 } // namespace
 
 LinkRef makeLink(asio::ip::tcp::socket socket, std::shared_ptr<size_t> held)
@@ -195,6 +206,18 @@ void writeLine(const LinkRef &link, std::string line, std::function<void(const N
                       [link, done = std::move(done)](const NetworkError &error, size_t) {
                           done(ended(*link, link->WriteTime, error));
                       });
+}
+
+// A connection that is closed with unread data would take with it what was written.
+void lingerLink(const LinkRef &link, std::function<void()> done)
+{
+    NetworkError ignored;
+    link->Socket.shutdown(asio::socket_base::shutdown_send, ignored);
+    link->Taken = link->Searched = link->Received.size();
+    dropTaken(*link);
+    growRoom(*link);
+    limitTime(link, &LineLink::ReadTime, Pace::lingering);
+    dropWhatComes(link, std::move(done));
 }
 
 void closeLink(LineLink &link) noexcept

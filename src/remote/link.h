@@ -24,7 +24,6 @@ namespace Tessel {
 
 using NetworkError = boost::system::error_code;
 
-inline constexpr uint16_t defaultPort = 55000;
 inline constexpr size_t longestLine = 1 << 20; // bytes, without its line feed
 
 struct IoThread
@@ -69,6 +68,9 @@ LinkRef makeLink(boost::asio::ip::tcp::socket socket, std::shared_ptr<size_t> he
 void readLine(const LinkRef &link, std::function<void(const NetworkError &, std::string_view)> done);
 // One write at a time. timed_out: the peer doesn't take it.
 void writeLine(const LinkRef &link, std::string line, std::function<void(const NetworkError &)> done);
+// For a peer that is turned out: it is told the end, and has a moment to read what was written to it, while
+// what it still sends is dropped.
+void lingerLink(const LinkRef &link, std::function<void()> done);
 // What is pending ends with operation_aborted. May be called again.
 void closeLink(LineLink &link) noexcept;
 

@@ -58,7 +58,7 @@ DeviceRef makeRemoteDevice(std::string id)
 namespace {
 
 // A server, and until when it is waited for.
-struct Server
+struct ServerAddress
 {
     std::string Host;
     uint16_t Port;
@@ -66,7 +66,7 @@ struct Server
     Endpoints Addresses{};
 };
 
-bool refuse(const Server &server, std::string_view why)
+bool refuse(const ServerAddress &server, std::string_view why)
 {
     logErr(LogCategory::General, "Remote: {}:{} can't be reached: {}", server.Host, server.Port, why);
     return false;
@@ -74,7 +74,7 @@ bool refuse(const Server &server, std::string_view why)
 
 // The system's look-up can't be ended, so it has a thread of its own; one that takes too long is left to
 // itself.
-bool resolve(Server &server)
+bool resolve(ServerAddress &server)
 {
     std::packaged_task<Endpoints()> lookUp([host = server.Host, port = server.Port] {
         boost::asio::io_context context;
@@ -96,7 +96,7 @@ bool resolve(Server &server)
     }
 }
 
-std::shared_ptr<Client> start(const Server &server, const DeviceRef *target)
+std::shared_ptr<Client> start(const ServerAddress &server, const DeviceRef *target)
 {
     return startClient(target, server.Host, server.Port, server.Addresses);
 }
@@ -108,14 +108,14 @@ struct Stopping
     ~Stopping() { stopClient(*Asks); }
 };
 
-bool awaitConnection(const Server &server, Client &client)
+bool awaitConnection(const ServerAddress &server, Client &client)
 {
     if (waitConnected(client, server.Deadline)) return true;
     const std::lock_guard lock(client.Lock);
     return refuse(server, client.Failure ? client.Failure.message() : "no connection in time");
 }
 
-std::optional<std::vector<DeviceRef>> askNames(const Server &server)
+std::optional<std::vector<DeviceRef>> askNames(const ServerAddress &server)
 {
     const Stopping asking{start(server, nullptr)};
     Client &client = *asking.Asks;
@@ -159,7 +159,7 @@ struct Reached
 };
 
 // It reaches the device, and everything that was sent has its answer.
-bool isFree(Client &client, const Server &server)
+bool isFree(Client &client, const ServerAddress &server)
 {
     uint64_t last = 0;
     {
@@ -171,7 +171,7 @@ bool isFree(Client &client, const Server &server)
 }
 
 // A device that is reached already stays where it is.
-std::optional<Reached> reach(const Server &server, const DeviceRef &target)
+std::optional<Reached> reach(const ServerAddress &server, const DeviceRef &target)
 {
     if (const auto known = clientOf(target->context); known && isFree(*known, server))
         return Reached{target, known};
@@ -180,7 +180,7 @@ std::optional<Reached> reach(const Server &server, const DeviceRef &target)
     return Reached{target, fresh};
 }
 
-void askConfig(const Server &server, Reached &reached)
+void askConfig(const ServerAddress &server, Reached &reached)
 {
     Client &client = *reached.Link;
     if (!waitConnected(client, server.Deadline)) return;
@@ -194,7 +194,7 @@ void askConfig(const Server &server, Reached &reached)
 }
 
 // A device that isn't given stays in the table without a client.
-void takeConfig(const Server &server, const Reached &reached)
+void takeConfig(const ServerAddress &server, const Reached &reached)
 {
     waitAnswered(*reached.Link, reached.Question, server.Deadline);
     {
@@ -212,7 +212,7 @@ bool connectTo(const std::string &host, uint16_t port)
 {
     static std::mutex &oneAtATime = *new std::mutex; // so that no device is made twice
     const std::lock_guard lock(oneAtATime);
-    Server server{.Host = host, .Port = port, .Deadline = steady_clock::now() + Pace::serverReached};
+    ServerAddress server{.Host = host, .Port = port, .Deadline = steady_clock::now() + Pace::serverReached};
     if (!resolve(server)) return false;
     const auto named = askNames(server);
     if (!named) return false;

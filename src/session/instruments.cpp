@@ -23,11 +23,13 @@ namespace {
 
 constexpr int32_t busy = -2; // somebody else has the instrument open
 
-// An open device keeps its id, and so does one that a run still works on.
+// An open device keeps its id, and so does one that a run still works on, or that is served.
 void rename(const DeviceRef &target, std::string id)
 {
     std::unique_lock noStart(target->context.StartLock, std::try_to_lock);
-    if (noStart && !liveRun(target->context)) setId(target->device, std::move(id));
+    if (!noStart || liveRun(target->context)) return;
+    std::lock_guard noLink(target->context.Links.Lock);
+    if (!target->context.Links.Server) setId(target->device, std::move(id));
 }
 
 bool openLocked(const DeviceRef &target, LockedDevice &locked, bool quiet)

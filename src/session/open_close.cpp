@@ -6,6 +6,7 @@
 #include "manipulators/chain.h"
 #include "run/end_run.h"
 #include "session/instruments.h"
+#include "session/links.h"
 #include "settings/system_ini.h"
 #include "threads/run_control.h"
 
@@ -141,6 +142,24 @@ void closeEnded(const DeviceRef &target, bool isFree)
         closeInTime(target, isFree ? Pace::aborting : Pace::hungCloses);
 }
 
+// So the links of the first `count` devices end side by side.
+void askFirst(size_t count, bool forGood)
+{
+    for (size_t i = 0; i < count; ++i)
+        if (const DeviceRef target = deviceAt(i); target != noDevice()) askLinks(target, forGood);
+}
+
+// Those that hang have one time together.
+void endFirstLinks(size_t count)
+{
+    using namespace std::chrono;
+    const auto deadline = steady_clock::now() + Pace::aborting;
+    askFirst(count, true);
+    for (size_t i = 0; i < count; ++i)
+        if (const DeviceRef target = deviceAt(i); target != noDevice())
+            awaitLinks(target, std::max(duration_cast<milliseconds>(deadline - steady_clock::now()), 0ms));
+}
+
 void traceCloseDevices()
 {
     if (LogLevel.Device) logDev(LogCategory::Progress, "closeDevices");
@@ -157,6 +176,7 @@ void stopFirst(size_t count)
 
 void closeDevice(const DeviceRef &target)
 {
+    endLinks(target, isFile(target->device));
     if (isFile(target->device)) refuseRuns(target);
     closeEnded(target, endRun(target));
 }
@@ -165,6 +185,7 @@ void closeDevices()
 {
     traceCloseDevices();
     size_t left = deviceCount();
+    askFirst(left, false);
     stopFirst(left);
     while (left-- > 0)
         if (const DeviceRef target = deviceAt(left); target != noDevice()) closeDevice(target);
@@ -191,12 +212,13 @@ void closeIfEnded(const DeviceRef &target)
 void closeAllThere()
 {
     using namespace std::chrono;
+    size_t left = deviceCount();
+    endFirstLinks(left);
     const auto deadline = steady_clock::now() + Pace::aborting - Pace::firstBatch; // which comes before it
     const auto patience = [&] {
         return std::max<milliseconds>(duration_cast<milliseconds>(deadline - steady_clock::now()),
                                       Pace::hungCloses);
     };
-    size_t left = deviceCount();
     stopFirst(left);
     for (size_t i = 0; i < left; ++i)
         if (const DeviceRef target = deviceAt(i); target != noDevice()) endWork(target, patience());

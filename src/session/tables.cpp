@@ -107,6 +107,12 @@ DeviceRef findInstrument(LibType type, int32_t port)
     return nullptr;
 }
 
+std::string idOf(const Device &device)
+{
+    std::lock_guard lock(library().TableLock);
+    return device.ID;
+}
+
 void setId(Device &device, std::string id)
 {
     std::lock_guard lock(library().TableLock);
