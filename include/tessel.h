@@ -802,6 +802,34 @@ TESSEL_API bool tessel_recordingClose(tessel_recording *recording);
  * `needed`, or, with `needed` 0, the file can't be read. */
 TESSEL_API bool tessel_getFileTags(const char *path, char *buffer, uint64_t size, uint64_t *needed);
 
+/* --------------------------------------------------------------------------------- checking a recorded file
+ * Neither needs a device or a run. Both read the whole file, some hundred million records a second, and block
+ * that long. */
+
+/* Writes as JSON what is wrong with a recorded file: {"verdict" ("clean"; "lossy": it replays, but something is
+ * missing or unsure; "invalid": a replay isn't what was measured), "faults": [{"fault", "text"}, ...],
+ * "fileSize", "headerSize", "crc" (of the header: true, it is right), "mode" (2, 3), "records" (whole ones in
+ * the file), "recordsByHeader", "partBytes" (after the last whole record), "emptyRecords" (zeros after the last
+ * one), "events": {"sync", "inputs" (up to the last that has any), "markers", "overflows", "invalid" (records
+ * of channels or kinds that the device hasn't got), "ignored"}, "stepsBack" (events earlier than the one
+ * before; in T3 by the sync number), "idleOverflows" (overflow records that don't move time on),
+ * "firstFaultyRecord" (from 0), "timeTagPs" or "syncPeriodPs", "durationMs" (to the last event), "runMs"}. What
+ * is unknown is null. The faults, by verdict:
+ *    invalid  header, mode, foreign (most records are of no channel of the device)
+ *    lossy    crc, notClosed, cutShort, tooLong (the header counts fewer records), partRecord, emptyEnd,
+ *             timeUnit, invalid, order, overflows, fileError (by the stop reason)
+ * `size`: bytes of `buffer`; 16384 hold any text. `needed` receives the length of the text with its zero. True:
+ * the text was written. False: `size` is below `needed`, or, with `needed` 0, the file can't be read. */
+TESSEL_API bool tessel_verifyFile(const char *path, char *buffer, uint64_t size, uint64_t *needed);
+
+/* Writes to `repaired`, over a file that is there, a whole recording of one that a crash cut off or that is cut
+ * short: its whole records, without an empty end, and its header with their number and a CRC. Of a recording
+ * that was never closed the header also tells the length of the run and the rates of the inputs, by its
+ * records, and "Unknown" as its stop reason; of one that is cut short "FileError". Other faults stay. `path` is
+ * only read. False, with an error in the log: nothing was cut off, the fault is beyond repair, `repaired` is
+ * the same file, or it can't be written and isn't there. */
+TESSEL_API bool tessel_repairFile(const char *path, const char *repaired);
+
 /* -------------------------------------------------------------------------------------------------- remote
  * A device of this process can be served to other computers, and the instruments that another one serves are
  * devices here. The two speak lines of JSON over TCP. There is no authentication and no encryption: whoever

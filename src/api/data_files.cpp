@@ -3,8 +3,12 @@
 #include "datafiles/file_names.h"
 #include "datafiles/header_listing.h"
 #include "datafiles/recording.h"
+#include "datafiles/repair.h"
+#include "datafiles/verification.h"
 
+#include <optional>
 #include <span>
+#include <string>
 
 using namespace Tessel;
 
@@ -40,6 +44,15 @@ RecordingParams paramsOf(const tessel_recording_params &given)
     params.Serial = textOf(given.serial);
     params.Comment = textOf(given.comment);
     return params;
+}
+
+// No text: the file can't be read.
+bool handOutOfAnyLength(const std::optional<std::string> &text, char *buffer, uint64_t size, uint64_t *needed)
+{
+    if (needed) *needed = text ? text->size() + 1 : 0;
+    if (!text || !buffer || text->size() + 1 > size) return false;
+    copyText(*text, buffer);
+    return true;
 }
 
 } // namespace
@@ -135,13 +148,20 @@ bool tessel_recordingClose(tessel_recording *recording)
 
 bool tessel_getFileTags(const char *path, char *buffer, uint64_t size, uint64_t *needed)
 {
-    return guarded("tessel_getFileTags", false, [&] {
-        if (needed) *needed = 0;
-        auto text = headerTagsAsJson(textOf(path));
-        if (!text) return false;
-        if (needed) *needed = text->size() + 1;
-        if (!buffer || text->size() + 1 > size) return false;
-        copyText(*text, buffer);
-        return true;
+    return guarded("tessel_getFileTags", false,
+                   [&] { return handOutOfAnyLength(headerTagsAsJson(textOf(path)), buffer, size, needed); });
+}
+
+bool tessel_verifyFile(const char *path, char *buffer, uint64_t size, uint64_t *needed)
+{
+    return guarded("tessel_verifyFile", false, [&] {
+        const auto verified = verifyFile(textOf(path));
+        const auto text = verified ? std::optional(verificationAsJson(*verified)) : std::nullopt;
+        return handOutOfAnyLength(text, buffer, size, needed);
     });
+}
+
+bool tessel_repairFile(const char *path, const char *repaired)
+{
+    return guarded("tessel_repairFile", false, [&] { return repairFile(textOf(path), textOf(repaired)); });
 }

@@ -255,15 +255,6 @@ bool writeFinal(HeaderInWork &header, std::FILE *file, const DeviceConfig &confi
     return good;
 }
 
-// CRC-32 of the header up to its last four bytes, with 2 and 4 in place of the first two.
-uint32_t crcOf(std::string header)
-{
-    header[0] = 0x02;
-    header[1] = 0x04;
-    return static_cast<uint32_t>(
-        crc32(0, reinterpret_cast<const Bytef *>(header.data()), static_cast<uInt>(header.size())));
-}
-
 } // namespace
 
 bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasContext &context, bool update)
@@ -288,6 +279,14 @@ bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasCon
     return closed;
 }
 
+uint32_t headerCrc(std::string header)
+{
+    header[0] = 0x02;
+    header[1] = 0x04;
+    return static_cast<uint32_t>(crc32(0, reinterpret_cast<const Bytef *>(header.data()),
+                                       static_cast<uInt>(header.size() - sizeof(uint32_t))));
+}
+
 bool sealHeader(std::string_view path)
 {
     std::optional<FileHead> head = readHead(path, sealImageLimit);
@@ -296,8 +295,8 @@ bool sealHeader(std::string_view path)
         logErr(LogCategory::General, "File: failed to create");
         return false;
     }
-    head->Image.resize(length - sizeof(uint32_t));
-    uint32_t crc = crcOf(std::move(head->Image));
+    head->Image.resize(length);
+    uint32_t crc = headerCrc(std::move(head->Image));
     FileStream file = openStream(path, "rb+");
     bool written = file && fseeko(file.get(), static_cast<off_t>(length - sizeof crc), SEEK_SET) == 0 &&
                    std::fwrite(&crc, sizeof crc, 1, file.get()) == 1;

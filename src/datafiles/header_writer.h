@@ -40,6 +40,9 @@ struct HeaderInWork
 // logged; `Complete` is false then.
 bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasContext &context, bool update);
 
+// CRC-32 of a whole header up to its last four bytes, where it stands, with 2 and 4 in place of the first two.
+uint32_t headerCrc(std::string header);
+
 // Puts the CRC of the header into its `Header_End`. False, with an error in the log, if there is none.
 bool sealHeader(std::string_view path);
 

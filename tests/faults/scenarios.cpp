@@ -132,6 +132,7 @@ void texts(FaultHost &host)
     heard(host, getMeasDescription(text += textSize));
     heard(host, getManisConfig(text += textSize));
     heard(host, tessel_getFileTags(host.Recording.c_str(), text += textSize, textSize, &host.Count));
+    heard(host, tessel_verifyFile(host.Recording.c_str(), text += textSize, textSize, &host.Count));
 }
 
 // A run that stands still, since nobody fetches its block.
@@ -164,7 +165,7 @@ FaultHost::FaultHost(const std::string &folder, const std::string &recordingPath
       Copy(folder + "/copy.tgx"),
       Words(recordedWords()),
       Id(8192),
-      Text(5 * textSize),
+      Text(6 * textSize),
       Counts(mostRows * columns),
       X(columns),
       Y(columns),
