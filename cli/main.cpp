@@ -27,7 +27,7 @@ brackets: [ps].
 
 Exit codes:
   0    success
-  1    failure
+  1    failure, or a recording that verify finds invalid
   2    wrong usage
   3    no such file or instrument, or one that can't be opened
   4    finished, but part of the data is missing, or the recording was not closed
@@ -113,10 +113,10 @@ int run(int argc, char **argv)
     program.require_subcommand(1);
     program.fallthrough();
     program.footer(programFooter);
-    const std::vector<Command> commands = {addInfo(program),    addSimulate(program), addHistogram(program),
-                                           addG2(program),      addFcs(program),      addTrace(program),
-                                           addHist2d(program),  addUnfold(program),   addChain(program),
-                                           addDevices(program), addConfig(program)};
+    const std::vector<Command> commands = {
+        addInfo(program),   addSimulate(program), addHistogram(program), addG2(program),    addFcs(program),
+        addTrace(program),  addHist2d(program),   addUnfold(program),    addChain(program), addVerify(program),
+        addRepair(program), addDevices(program),  addConfig(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &thrown) {

@@ -28,5 +28,7 @@ Command addFcs(CLI::App &program);
 Command addTrace(CLI::App &program);
 Command addHist2d(CLI::App &program);
 Command addUnfold(CLI::App &program);
+Command addVerify(CLI::App &program);
+Command addRepair(CLI::App &program);
 
 } // namespace Tessel::Cli

@@ -20,9 +20,8 @@ constexpr size_t idsSize = 8192; // what getDeviceIDs writes at most
 // Its first line, without the id of a device that has none.
 std::string lastErrorText()
 {
-    std::string text(static_cast<size_t>(tessel_lastError(nullptr, 0)) + 1, '\0');
-    tessel_lastError(text.data(), text.size());
-    text.resize(std::min(text.size() - 1, text.find('\n')));
+    std::string text = libraryError();
+    text.resize(std::min(text.size(), text.find('\n')));
     if (text.ends_with(" @")) text.resize(text.size() - 2);
     return visibleText(text);
 }

@@ -47,14 +47,6 @@ struct SideWork
     std::exception_ptr Failure;
 };
 
-// What the library said of the call before; empty: nothing.
-std::string lastError()
-{
-    std::string text(static_cast<size_t>(tessel_lastError(nullptr, 0)), '\0');
-    tessel_lastError(text.data(), text.size() + 1);
-    return text;
-}
-
 // True if there was something to do.
 bool doStep(SideWork &work)
 {
@@ -82,7 +74,7 @@ Outcome replay(const Recording &recording,
     SideWork work{meanwhile, nullptr};
     ReplayShown shown{progress, recording};
     start(recording.RunForMs, &finished);
-    const std::string refusal = lastError(); // the run may have begun all the same
+    const std::string refusal = libraryError(); // the run may have begun all the same
     while (isFinished.load(std::memory_order_acquire) == 0) {
         if (!doStep(work)) std::this_thread::sleep_for(std::chrono::milliseconds(2));
         if (outcome.Signal == 0 && interruptSignal() != 0) {

@@ -33,15 +33,6 @@ std::string ownSettings(bool verbose)
     throw Failure(Exit::NoDevice, fmt::format("{}: {}", visibleText(path), why));
 }
 
-void checkFile(const std::string &path)
-{
-    std::error_code problem;
-    const auto status = std::filesystem::status(path, problem);
-    if (!std::filesystem::exists(status)) refuse(path, "no such file");
-    if (std::filesystem::is_directory(status)) refuse(path, "a folder, not a recording");
-    if (access(path.c_str(), R_OK) != 0) refuse(path, std::strerror(errno));
-}
-
 uint64_t dataBytes(const boost::json::object &header)
 {
     return header.at("fileSize").to_number<uint64_t>() - header.at("dataStart").to_number<uint64_t>();
@@ -97,6 +88,22 @@ Session::Session(const HostOptions &options)
 Session::~Session()
 {
     exitAPI();
+}
+
+void checkFile(const std::string &path)
+{
+    std::error_code problem;
+    const auto status = std::filesystem::status(path, problem);
+    if (!std::filesystem::exists(status)) refuse(path, "no such file");
+    if (std::filesystem::is_directory(status)) refuse(path, "a folder, not a recording");
+    if (access(path.c_str(), R_OK) != 0) refuse(path, std::strerror(errno));
+}
+
+std::string libraryError()
+{
+    std::string text(static_cast<size_t>(tessel_lastError(nullptr, 0)), '\0');
+    tessel_lastError(text.data(), text.size() + 1);
+    return text;
 }
 
 boost::json::value libraryText(int32_t which, const std::string &id)

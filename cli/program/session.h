@@ -72,6 +72,12 @@ struct Recording
     bool isLive() const { return RunForMs > 0; }
 };
 
+// Throws Failure NoDevice if there is no file, or none that may be read.
+void checkFile(const std::string &path);
+
+// What the library said of the call before; empty: nothing.
+std::string libraryError();
+
 // Opens the file as the current device. Throws Failure NoDevice if it can't be one.
 Recording openRecording(const std::string &path);
 

@@ -42,6 +42,10 @@ TEST(Answers, RefuseWhatIsWrong)
         {3, "info text.tgx", "text.tgx: not a recording"},
         {3, "unfold empty.tgx", "empty.tgx: "},
         {3, "histogram .", "a folder"},
+        {3, "verify missing.tgx", "missing.tgx: no such file"},
+        {1, "repair t3.tgx x.tgx", "nothing was cut off"},
+        {1, "repair text.tgx x.tgx", "text.tgx can't be repaired: not a recording"},
+        {1, "repair t3.tgx no/such/x.tgx", "no/such/x.tgx: No such file"},
         {3, "info t3.tgx --ini missing.ini", "missing.ini: no such settings file"},
         {2, "histogram t3.tgx --bins 5", "--bins is for T2"},
         {2, "histogram t3.tgx --plot x.pdf", ".png or .svg"},
@@ -78,6 +82,35 @@ TEST(Answers, RefuseWhatIsWrong)
         EXPECT_EQ(ended.Out, "") << row.Line;
     }
     EXPECT_FALSE(std::filesystem::exists(folder.file("x.tgx")));
+}
+
+TEST(Answers, AVerdictIsAnExitCode)
+{
+    const TempFolder folder;
+    writeFiles(folder);
+    std::filesystem::copy(folder.file("t3.tgx"), folder.file("cut.tgx"));
+    std::filesystem::resize_file(folder.file("cut.tgx"),
+                                 std::filesystem::file_size(folder.file("cut.tgx")) - 5);
+    const struct
+    {
+        int Code;
+        const char *Line, *Out, *Err;
+    } cases[] = {
+        {0, "verify t3.tgx", "t3.tgx: clean\n  records ", ""},
+        {0, "verify t2.tgx --json", "{\"schema\":\"tessel.verify/1\",\"file\":\"t2.tgx\",\"verdict\":\"clean\"",
+         ""},
+        {4, "verify cut.tgx", "cut.tgx: lossy\n  cutShort           the file is cut short", ""},
+        {1, "verify text.tgx", "text.tgx: invalid\n  header             not a recording", ""},
+        {4, "repair cut.tgx whole.tgx", "", "whole.tgx: records are missing, by the stop reason of its run"},
+        {4, "verify whole.tgx", "whole.tgx: lossy\n  fileError ", ""},
+        {0, "info whole.tgx", "File\n", ""}, // it is whole, and replays without a warning
+    };
+    for (const auto &row : cases) {
+        const Ended ended = run(folder, std::string(row.Line));
+        EXPECT_EQ(ended.Code, row.Code) << row.Line << "\n" << ended.Err;
+        EXPECT_TRUE(ended.Out.starts_with(row.Out)) << row.Line << "\n" << ended.Out;
+        EXPECT_TRUE(contains(ended.Err, row.Err)) << row.Line << "\n" << ended.Err;
+    }
 }
 
 TEST(Answers, WarnOfWhatHasNoEffect)

@@ -68,6 +68,9 @@ TEST(Files, ThatAreReadOrRecordedStay)
         {"histogram other --plot picture.png", "a recording, which only --force replaces"},
         {"simulate s.tgx", "s.tgx: is there already; --force replaces it"},
         {"simulate link", "link: is there already; --force replaces it"},
+        {"repair s.tgx hard --force", "OUT hard: the command reads this file"},
+        {"repair hard link --force", "OUT link: the command reads this file"},
+        {"repair s.tgx other", "OUT other: a recording, which only --force replaces"},
     };
     for (const auto &row : cases) {
         const Ended ended = run(folder, std::string(row.Line));
@@ -160,6 +163,7 @@ TEST(Files, HaveNamesThatAreNothingElse)
         EXPECT_EQ(drawn.Code, 0) << name << drawn.Err;
         EXPECT_EQ(namesIn(folder), expected);
         const Ended info = run(folder, std::vector<std::string>{"info", file});
+        EXPECT_EQ(run(folder, std::vector<std::string>{"verify", file, "-q"}).Code, 0);
         for (const std::string &text : {contents(folder.file(csv)), drawn.Err, info.Out})
             for (std::istringstream lines(text); std::getline(lines, line[0]);)
                 EXPECT_EQ(Tessel::Cli::visibleText(line[0]), line[0]);
