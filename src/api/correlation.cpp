@@ -95,8 +95,8 @@ bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, u
     return guardedStart("getCorrelation", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API getCorrelation {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
+            logInf(LogCategory::Progress, "API getCorrelation {} {} {} @{}", acqTime, modeOf(target->device),
+                   waitFinished, target->device.ID);
         const auto acqTimeMs = static_cast<uint32_t>(acqTime);
         if (target != noDevice()) fillLagAxis(factsOf(target->device), target->context.Params.Correlation, x);
         RunRequest request =

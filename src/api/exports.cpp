@@ -1,5 +1,6 @@
 #include "api/exports.h"
 
+#include "devices/locked_device.h"
 #include "log/text.h"
 
 #include <cstring>
@@ -17,6 +18,11 @@ DeviceRef deviceOf(const char16_t *id)
     DeviceRef found = findDevice(toUtf8(textOf(id)));
     makeCurrent(found);
     return found;
+}
+
+int32_t modeOf(const Device &device)
+{
+    return static_cast<int32_t>(valueOf(device, &DeviceConfig::MeasMode));
 }
 
 void copyText(std::string_view text, char *buffer)

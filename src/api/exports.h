@@ -67,6 +67,9 @@ inline std::u16string_view textOf(const char16_t *text)
 // current one.
 DeviceRef deviceOf(const char16_t *id);
 
+// The measurement mode, as log lines say it.
+int32_t modeOf(const Device &device);
+
 // How a text is handed to the caller.
 struct TextRule
 {

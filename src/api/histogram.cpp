@@ -1,4 +1,5 @@
 #include "api/exports.h"
+#include "devices/locked_device.h"
 #include "run/requests.h"
 #include "session/open_close.h"
 
@@ -10,8 +11,8 @@ bool getHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, ui
     return guardedStart("getHistogram", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API getHistogram {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
+            logInf(LogCategory::Progress, "API getHistogram {} {} {} @{}", acqTime, modeOf(target->device),
+                   waitFinished, target->device.ID);
         RunRequest request =
             requestOf(MeasKind::Histogram, target->device, acqTime, waitFinished, save, finished);
         request.HistoData = data;
@@ -24,6 +25,7 @@ bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
     return guarded("setHistoT2NumBins", false, [&] {
         DeviceRef target = deviceOf(id);
         Device &device = target->device;
+        LockedDevice locked(device);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setHistoT2NumBins {} {} {} @{}", device.NumBins, numBins,
                    static_cast<int32_t>(device.MeasMode), device.ID);
@@ -31,7 +33,7 @@ bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
             logErr(LogCategory::General, "Tessel_DLL: To set the number of bins is only allowed in T2 mode!");
             return false;
         }
-        device.NumBins = numBins;
+        remember(locked, [&] { device.NumBins = numBins; });
         return true;
     });
 }

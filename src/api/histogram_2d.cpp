@@ -10,8 +10,8 @@ bool get2dHistogram(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, 
     return guardedStart("get2dHistogram", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API get2dHistogram {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
+            logInf(LogCategory::Progress, "API get2dHistogram {} {} {} @{}", acqTime, modeOf(target->device),
+                   waitFinished, target->device.ID);
         RunRequest request =
             requestOf(MeasKind::Histo2d, target->device, acqTime, waitFinished, save, finished);
         request.HistoData = data;

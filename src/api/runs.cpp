@@ -51,7 +51,7 @@ int32_t getCountRates(int32_t *syncRate, int32_t *rates)
     return guarded("getCountRates", 0, [&] {
         DeviceRef target = currentDevice();
         if (target->device.DeviceType != DeviceType::None) readCountRates(target->device, target->context);
-        int32_t channels = target->device.NumChans;
+        const int32_t channels = valueOf(target->device, &DeviceConfig::NumChans);
         if (syncRate) *syncRate = target->context.SyncRate;
         const auto &known = target->context.CountRates;
         const auto inputs = static_cast<size_t>(std::max(channels, 0));

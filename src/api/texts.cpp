@@ -4,6 +4,7 @@
 #include "config/losses_json.h"
 #include "config/manipulators_json.h"
 #include "config/settings_json.h"
+#include "devices/locked_device.h"
 
 #include <optional>
 #include <string>
@@ -25,7 +26,7 @@ bool getDeviceConfig(char *buffer)
 {
     return guarded("getDeviceConfig", false, [&] {
         DeviceRef target = currentDevice();
-        std::string text = stringifyJsonDevConfig(target->device, stateOf(target->device));
+        std::string text = stringifyJsonDevConfig(target->device);
         if (LogLevel.Api) logInf(LogCategory::Progress, "API getDeviceConfig {}", text.size() + 1);
         return handOut(text, buffer, deviceConfigRule);
     });
@@ -57,11 +58,11 @@ std::optional<std::string> textOfKind(const char16_t *id, int32_t which)
     if (which == TESSEL_TEXT_LIBRARIES) return stringifyLibraries();
     DeviceRef target = deviceOf(id);
     switch (which) {
-    case TESSEL_TEXT_DEVICE: return stringifyJsonDevConfig(target->device, stateOf(target->device));
+    case TESSEL_TEXT_DEVICE: return stringifyJsonDevConfig(target->device);
     case TESSEL_TEXT_DESCRIPTION: return stringifyMeasDescription(target->context.Description);
     case TESSEL_TEXT_CHAIN: return stringifyManisConfig(target->context);
     case TESSEL_TEXT_LOSSES: return stringifyLosses(lossesOf(target));
-    case TESSEL_TEXT_SETTINGS: return stringifySettings(target->device);
+    case TESSEL_TEXT_SETTINGS: return stringifySettings(configOf(target->device));
     default: return std::nullopt;
     }
 }

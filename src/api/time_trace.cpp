@@ -11,8 +11,8 @@ bool getTimeTrace(const char16_t *id, uint32_t acqTime, uint8_t waitFinished, ui
     return guardedStart("getTimeTrace", finished, [&] {
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
-            logInf(LogCategory::Progress, "API getTimeTrace {} {} {} @{}", acqTime,
-                   static_cast<int32_t>(target->device.MeasMode), waitFinished, target->device.ID);
+            logInf(LogCategory::Progress, "API getTimeTrace {} {} {} @{}", acqTime, modeOf(target->device),
+                   waitFinished, target->device.ID);
         RunRequest request =
             requestOf(MeasKind::TimeTrace, target->device, acqTime, waitFinished, save, finished);
         request.HistoData = data;

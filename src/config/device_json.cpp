@@ -1,6 +1,7 @@
 #include "config/device_json.h"
 
 #include "devices/fields.h"
+#include "devices/locked_device.h"
 #include "log/log.h"
 #include "session/tables.h"
 
@@ -97,10 +98,15 @@ std::string stringifyJsonDevConfig(const DeviceConfig &config, const DeviceState
     return boost::json::serialize(text);
 }
 
+std::string stringifyJsonDevConfig(const Device &device)
+{
+    return stringifyJsonDevConfig(configOf(device), stateOf(device));
+}
+
 std::string stringifyDeviceIDs()
 {
     array ids;
-    for (const DeviceRef &target : allDevices()) ids.emplace_back(target->device.ID);
+    for (const DeviceRef &target : allDevices()) ids.emplace_back(valueOf(target->device, &DeviceConfig::ID));
     return boost::json::serialize(ids);
 }
 

@@ -4,6 +4,7 @@
 #include "config/json_values.h"
 #include "devices/families.h"
 #include "devices/fields.h"
+#include "devices/locked_device.h"
 #include "log/log.h"
 #include "log/text.h"
 #include "session/tables.h"
@@ -205,11 +206,9 @@ void readState(const JsonObject &from, std::atomic<bool> &value, std::string_vie
     if (const auto flag = JSONparseBool(from, key)) value = *flag;
 }
 
-// The keys in the order of the text that is written. DeviceType isn't read: the caller knows it.
-void readConfig(const JsonObject &from, Device &device)
+// All behind the id, in the order of the text that is written.
+void readRest(const JsonObject &from, Device &device)
 {
-    readField(from, static_cast<Config &>(device), fieldOf(&Config::FileDevicePath));
-    readId(from, device);
     readState(from, device.Index, "Index");
     readFields(from, device, fieldsOf(&Config::Model, &Config::SyncDiv));
     readSyncTrigger(from, device);
@@ -232,7 +231,12 @@ void parseJsonDevConfig(Device &device, std::string_view text)
     if (text.empty()) return logErr(LogCategory::General, "Config: Can't parse empty string to device config!");
     if (LogLevel.Config) logInf(LogCategory::Progress, "parseJsonDevConfig: {}", cutTo(text, longestShown));
     boost::json::value value;
-    readConfig(parseJsonObject(text, value), device);
+    const JsonObject from = parseJsonObject(text, value);
+    LockedDevice locked(device);
+    remember(locked,
+             [&] { readFields(from, device, fieldsOf(&Config::FileDevicePath, &Config::FileDevicePath)); });
+    readId(from, device);
+    remember(locked, [&] { readRest(from, device); });
 }
 
 } // namespace Tessel

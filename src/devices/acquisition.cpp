@@ -17,9 +17,9 @@ namespace {
 constexpr int32_t sequenceByCount = 2;
 constexpr int32_t largestNumBins = 1048576;
 
-bool sendBinning(Device &device, int32_t binning)
+bool sendBinning(LockedDevice &locked, int32_t binning)
 {
-    LockedDevice locked(device);
+    Device &device = locked.device;
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetBinning, binning); break;
@@ -29,7 +29,7 @@ bool sendBinning(Device &device, int32_t binning)
     case LibType::CD90: ok = call(locked, cd90.SetBinning, binning); break;
     default: return notSupported(device, "SetBinning");
     }
-    if (ok) device.Binning = binning;
+    if (ok) remember(locked, [&] { device.Binning = binning; });
     return ok;
 }
 
@@ -49,8 +49,11 @@ bool sendHistoLength(LockedDevice &locked, int32_t code)
     }
     if (!ok) return false;
     traceCall(device, libraryOf(device.LibType)->SetHistoLen, code, numBins);
-    device.LengthCode = code;
-    device.NumBins = static_cast<uint64_t>(trusted(device, numBins, 1, largestNumBins, "as number of bins"));
+    const int32_t bins = trusted(device, numBins, 1, largestNumBins, "as number of bins");
+    remember(locked, [&] {
+        device.LengthCode = code;
+        device.NumBins = static_cast<uint64_t>(bins);
+    });
     return true;
 }
 
@@ -79,22 +82,22 @@ std::optional<int32_t> measControlOf(const Device &device, int32_t control)
 bool SetTimingMode(Device &device, int32_t mode)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (device.LibType != LibType::SV40 || !(device.Features & Feature::LowRes))
         return notSupportedByModel(device, "SetTimingMode");
     checkLimits(device, &DeviceConfig::TimingMode, mode);
-    LockedDevice locked(device);
     if (!call(locked, sv40.SetTimingMode, mode)) return false;
-    device.TimingMode = mode;
+    remember(locked, [&] { device.TimingMode = mode; });
     return true;
 }
 
 bool SetStopOverflow(Device &device, const MeasContext &context, uint32_t stopCount, bool trace)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     const int32_t stops = stopCount != 0;
     uint32_t count = std::max(stopCount, 1u);
     checkLimits(device, &DeviceConfig::StopCount, count);
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = callQuietly(locked, zp.SetStopOverflow, stops, count); break;
@@ -105,7 +108,7 @@ bool SetStopOverflow(Device &device, const MeasContext &context, uint32_t stopCo
     default: return notSupported(device, "SetStopOverflow");
     }
     if (!ok || context.SequenceMode == sequenceByCount) return ok;
-    device.StopCount = stopCount;
+    remember(locked, [&] { device.StopCount = stopCount; });
     if (trace) traceCall(device, libraryOf(device.LibType)->SetStopOverflow, stops, count);
     return true;
 }
@@ -113,9 +116,10 @@ bool SetStopOverflow(Device &device, const MeasContext &context, uint32_t stopCo
 bool SetBinning(Device &device, int32_t binning)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    if (device.MaxBinSteps < 1) device.MaxBinSteps = 1; // mostly it isn't written, so that calls may overlap
+    LockedDevice locked(device);
+    remember(locked, [&] { device.MaxBinSteps = std::max(device.MaxBinSteps, 1); });
     checkLimits(device, &DeviceConfig::Binning, binning);
-    const bool ok = hasTimeBins(device) && sendBinning(device, binning);
+    const bool ok = hasTimeBins(device) && sendBinning(locked, binning);
     GetResolution(device);
     return ok;
 }
@@ -123,9 +127,9 @@ bool SetBinning(Device &device, int32_t binning)
 bool SetOffset(Device &device, int32_t offset)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     checkLimits(device, &DeviceConfig::Offset, offset);
     if (!hasTimeBins(device)) return false;
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetOffset, offset); break;
@@ -135,24 +139,27 @@ bool SetOffset(Device &device, int32_t offset)
     case LibType::CD90: ok = call(locked, cd90.SetOffset, offset); break;
     default: return notSupported(device, "SetOffset");
     }
-    if (ok) device.Offset = offset;
+    if (ok) remember(locked, [&] { device.Offset = offset; });
     return ok;
 }
 
 bool SetHistoLength(Device &device, int32_t code)
 {
-    if (code == -1) code = static_cast<int32_t>(limitsOf(device, &DeviceConfig::LengthCode).Max);
     if (auto answer = settingWithoutLibrary(device)) return *answer;
     LockedDevice locked(device);
+    if (code == -1) code = static_cast<int32_t>(limitsOf(device, &DeviceConfig::LengthCode).Max);
     switch (device.MeasMode) {
     case MeasMode::Histogramming: return sendHistoLength(locked, code);
     case MeasMode::T2:
-        if (device.Index >= 0) device.NumBins = uint64_t{1024} << std::clamp(code, 0, 6);
+        if (device.Index >= 0)
+            remember(locked, [&] { device.NumBins = uint64_t{1024} << std::clamp(code, 0, 6); });
         return false;
     case MeasMode::T3:
         if (device.Index < 0) return false;
-        device.NumBins = 32768;
-        if (device.LibType == LibType::ZP) device.LengthCode = 5;
+        remember(locked, [&] {
+            device.NumBins = 32768;
+            if (device.LibType == LibType::ZP) device.LengthCode = 5;
+        });
         return false;
     }
     return false;
@@ -161,9 +168,9 @@ bool SetHistoLength(Device &device, int32_t code)
 bool SetMeasControl(Device &device, int32_t control, int32_t startEdge, int32_t stopEdge)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     const auto sent = measControlOf(device, control);
     if (!sent) return false;
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetMeasControl, *sent, startEdge, stopEdge); break;
@@ -173,20 +180,21 @@ bool SetMeasControl(Device &device, int32_t control, int32_t startEdge, int32_t 
     case LibType::CD90: ok = call(locked, cd90.SetMeasControl, *sent, startEdge, stopEdge); break;
     default: return notSupported(device, "SetMeasControl");
     }
-    if (ok) {
-        device.MeasControl = *sent; // on CD the library's number, which isn't the one that was asked for
-        device.StartEdge = startEdge;
-        device.StopEdge = stopEdge;
-    }
+    if (ok)
+        remember(locked, [&] {
+            device.MeasControl = *sent; // on CD the library's number, which isn't the one that was asked for
+            device.StartEdge = startEdge;
+            device.StopEdge = stopEdge;
+        });
     return ok;
 }
 
 bool SetTriggerOutput(Device &device, int32_t period)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!(device.Features & Feature::TrigOut)) return false;
     checkLimits(device, &DeviceConfig::TriggerOutput, period);
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetTriggerOutput, period); break;
@@ -195,27 +203,27 @@ bool SetTriggerOutput(Device &device, int32_t period)
     case LibType::CD90: ok = call(locked, cd90.SetTriggerOutput, period); break;
     default: return notSupported(device, "SetTriggerOutput");
     }
-    if (ok) device.TriggerOutput = period;
+    if (ok) remember(locked, [&] { device.TriggerOutput = period; });
     return ok;
 }
 
 bool SetLEDBrightness(Device &device, int32_t level)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    checkLimits(device, &DeviceConfig::LedBrightness, level);
     LockedDevice locked(device);
+    checkLimits(device, &DeviceConfig::LedBrightness, level);
     if (device.LibType != LibType::CD90) return notSupported(device, "SetLEDBrightness");
     if (!call(locked, cd90.SetLEDBrightness, level)) return false;
-    device.LedBrightness = level;
+    remember(locked, [&] { device.LedBrightness = level; });
     return true;
 }
 
 bool SetOflCompression(Device &device, int32_t holdTime)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     checkLimits(device, &DeviceConfig::HoldTime, holdTime);
     if (device.MeasMode == MeasMode::Histogramming) return false;
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetOflCompression, holdTime); break;
@@ -223,7 +231,7 @@ bool SetOflCompression(Device &device, int32_t holdTime)
     case LibType::CD90: ok = call(locked, cd90.SetOflCompression, holdTime); break;
     default: return notSupported(device, "SetOflCompression");
     }
-    if (ok) device.HoldTime = holdTime;
+    if (ok) remember(locked, [&] { device.HoldTime = holdTime; });
     return ok;
 }
 

@@ -119,8 +119,8 @@ bool sendChannels(LockedDevice &locked, const Operation<int32_t(int32_t, int32_t
 bool EnableMainEventFilter(Device &device, MainFilter &filter, uint8_t enable)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    if (!hasFilter(device)) return false;
     LockedDevice locked(device);
+    if (!hasFilter(device)) return false;
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.EnableMainEventFilter, enable); break;
@@ -135,9 +135,9 @@ bool EnableMainEventFilter(Device &device, MainFilter &filter, uint8_t enable)
 bool SetMainEventFilterChannels(Device &device, MainFilter &filter, int32_t row, FilterMasks masks)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!hasFilter(device)) return false;
     row = rowOf(row);
-    LockedDevice locked(device);
     const uint32_t allowed =
         device.LibType == LibType::LM70 && device.MeasMode == MeasMode::T3 ? rowMask : mainMask;
     const Masks sent = cut(masks, allowed);
@@ -158,11 +158,11 @@ bool SetMainEventFilterChannels(Device &device, MainFilter &filter, int32_t row,
 bool SetMainEventFilterParams(Device &device, MainFilter &filter, FilterParams params)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!hasFilter(device)) return false;
     auto [range, count, inverse] = params;
     checkLimits(rangeOf(device, mainTimeRanges), range, "HWFilter TimeRange", "SetMainEventFilterParams");
     checkLimits(rangeOf(device, mainMatchCounts), count, "HWFilter MatchCnt", "SetMainEventFilterParams");
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetMainEventFilterParams, range, count, inverse); break;
@@ -181,9 +181,9 @@ bool SetMainEventFilterParams(Device &device, MainFilter &filter, FilterParams p
 bool EnableRowEventFilter(Device &device, int32_t row, uint8_t enable)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!hasFilter(device)) return false;
     row = rowOf(row);
-    LockedDevice locked(device);
     switch (device.LibType) {
     case LibType::ZP: return call(locked, zp.EnableRowEventFilter, row, enable);
     case LibType::CD90: return call(locked, cd90.EnableGroupEventFilter, row, enable);
@@ -194,13 +194,13 @@ bool EnableRowEventFilter(Device &device, int32_t row, uint8_t enable)
 bool SetRowEventFilter(Device &device, int32_t row, FilterParams params, FilterMasks masks)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!hasFilter(device)) return false;
     auto [range, count, inverse] = params;
     checkLimits(rangeOf(device, rowTimeRanges), range, "HWFilter TimeRange", "SetRowEventFilter");
     checkLimits(rangeOf(device, rowMatchCounts), count, "HWFilter MatchCnt", "SetRowEventFilter");
     row = rowOf(row);
     const auto [first, second] = cut(masks, rowMask);
-    LockedDevice locked(device);
     switch (device.LibType) {
     case LibType::ZP: return call(locked, zp.SetRowEventFilter, row, range, count, inverse, first, second);
     case LibType::CD90:
@@ -212,8 +212,8 @@ bool SetRowEventFilter(Device &device, int32_t row, FilterParams params, FilterM
 bool SetFilterTestMode(Device &device, uint8_t testMode)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    if (!hasFilter(device)) return false;
     LockedDevice locked(device);
+    if (!hasFilter(device)) return false;
     switch (device.LibType) {
     case LibType::ZP: return call(locked, zp.SetFilterTestMode, testMode);
     case LibType::LM70: return call(locked, lm70.SetFilterTestMode, testMode);
@@ -225,8 +225,8 @@ bool SetFilterTestMode(Device &device, uint8_t testMode)
 bool GetMainFilteredRates(Device &device, int32_t *syncRate, int32_t *rates)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    if (!hasFilter(device)) return false;
     LockedDevice locked(device);
+    if (!hasFilter(device)) return false;
     switch (device.LibType) {
     case LibType::ZP: return readRates(locked, zp.GetMainFilteredRates, syncRate, rates);
     case LibType::LM70: return readRates(locked, lm70.GetFilterOutputRates, syncRate, rates);
@@ -238,8 +238,8 @@ bool GetMainFilteredRates(Device &device, int32_t *syncRate, int32_t *rates)
 bool GetRowFilteredRates(Device &device, int32_t *syncRate, int32_t *rates)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    if (!hasFilter(device)) return false;
     LockedDevice locked(device);
+    if (!hasFilter(device)) return false;
     switch (device.LibType) {
     case LibType::ZP: return readRates(locked, zp.GetRowFilteredRates, syncRate, rates);
     case LibType::LM70: return readRates(locked, lm70.GetFilterInputRates, syncRate, rates);

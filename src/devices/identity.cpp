@@ -20,9 +20,11 @@ bool readHardware(LockedDevice &locked, const decltype(CommonOperations::GetHard
     Device &device = locked.device;
     TextRoom<32> model, partNo, version;
     if (!callQuietly(locked, operation, model.Bytes, partNo.Bytes, version.Bytes)) return false;
-    device.Model = visible(model.text());
-    device.PartNo = visible(partNo.text());
-    device.Version = visible(version.text());
+    remember(locked, [&] {
+        device.Model = visible(model.text());
+        device.PartNo = visible(partNo.text());
+        device.Version = visible(version.text());
+    });
     if (LogLevel.Device)
         logDev(LogCategory::Progress, "{}GetHardwareInfo: m:{} p:{} v:{} @{}", operation.Library->Prefix,
                device.Model, device.PartNo, device.Version, device.ID);
@@ -55,7 +57,7 @@ bool readFeatures(LockedDevice &locked, const decltype(CommonOperations::GetFeat
     if (LogLevel.Device)
         logDev(LogCategory::Progress, "{}GetFeature: 0x{:X} @{}", operation.Library->Prefix, bits, device.ID);
     if (!callQuietly(locked, operation, &bits)) return false;
-    device.Features = static_cast<uint32_t>(bits) | always;
+    remember(locked, [&] { device.Features = static_cast<uint32_t>(bits) | always; });
     if (LogLevel.Device) logDev(LogCategory::Progress, "Features: {}", featuresText(device.Features));
     return true;
 }
@@ -85,9 +87,9 @@ bool readBaseResolution(LockedDevice &locked, const decltype(CommonOperations::G
     double ps = device.BaseResolution;
     int32_t binSteps = 0;
     if (!callQuietly(locked, operation, &ps, &binSteps)) return false;
-    storeFinite(device, ps, device.BaseResolution, "as base resolution");
-    device.MaxBinSteps =
-        trusted(device, binSteps, 0, std::numeric_limits<int32_t>::max(), "as number of binning steps");
+    if (isFinite(device, ps, "as base resolution")) remember(locked, [&] { device.BaseResolution = ps; });
+    binSteps = trusted(device, binSteps, 0, std::numeric_limits<int32_t>::max(), "as number of binning steps");
+    remember(locked, [&] { device.MaxBinSteps = binSteps; });
     device.SyncPeriodPs = std::max(nearest<int64_t>(device.BaseResolution), int64_t{1});
     context.ResolutionPs = truncated<uint64_t>(device.BaseResolution);
     if (LogLevel.Device)
@@ -101,7 +103,7 @@ bool readResolution(LockedDevice &locked, const decltype(CommonOperations::GetRe
     Device &device = locked.device;
     double ps = device.Resolution;
     if (!callQuietly(locked, operation, &ps)) return false;
-    storeFinite(device, ps, device.Resolution, "as resolution");
+    if (isFinite(device, ps, "as resolution")) remember(locked, [&] { device.Resolution = ps; });
     if (LogLevel.Device)
         logDev(LogCategory::Progress, "{}GetResolution: {} @{}", operation.Library->Prefix, device.Resolution,
                device.ID);
@@ -145,14 +147,17 @@ bool readInputs(LockedDevice &locked, const decltype(CommonOperations::GetNumOfI
     Device &device = locked.device;
     int32_t count = 0;
     if (!callQuietly(locked, operation, &count)) return false;
-    device.NumChans = trusted(device, count, 0, mostInputs, "inputs");
+    count = trusted(device, count, 0, mostInputs, "inputs");
     ChannelRow fresh;
     fresh.TrigMode = fixedTrigger(device).value_or(fresh.TrigMode);
-    device.ChansCfg.resize(static_cast<size_t>(device.NumChans), fresh);
-    for (int32_t i = 0; ChannelRow & row : device.ChansCfg) {
-        row.Index = i++;
-        row.Name = fmt::format("Channel {}", i);
-    }
+    remember(locked, [&] {
+        device.NumChans = count;
+        device.ChansCfg.resize(static_cast<size_t>(count), fresh);
+        for (int32_t i = 0; ChannelRow & row : device.ChansCfg) {
+            row.Index = i++;
+            row.Name = fmt::format("Channel {}", i);
+        }
+    });
     if (LogLevel.Device)
         logDev(LogCategory::Progress, "{}GetNumOfInputChannels: {} @{}", operation.Library->Prefix,
                device.NumChans, device.ID);
@@ -197,12 +202,15 @@ bool readModules(LockedDevice &locked, const CountOfModules &countOf, const Info
     Device &device = locked.device;
     int32_t count = 0;
     if (!callQuietly(locked, countOf, &count)) return false;
-    device.NumMods = trusted(device, count, 0, mostInputs, "modules");
-    device.ModsCfg.resize(static_cast<size_t>(device.NumMods));
+    count = trusted(device, count, 0, mostInputs, "modules");
+    remember(locked, [&] {
+        device.NumMods = count;
+        device.ModsCfg.resize(static_cast<size_t>(count));
+    });
     for (int32_t i = 0; i < device.NumMods; ++i) {
         ModuleRow read{.Index = i};
         if (!callQuietly(locked, infoOf, i, &read.ModelCode, &read.VersionCode)) continue;
-        device.ModsCfg[static_cast<size_t>(i)] = read;
+        remember(locked, [&] { device.ModsCfg[static_cast<size_t>(i)] = read; });
         traceModule(device, read);
     }
     if (LogLevel.Device)

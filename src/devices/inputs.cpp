@@ -29,15 +29,17 @@ bool isAddressed(const Device &device, const ChannelRow &row)
 
 // Sets what was sent to `row` in the rows that it stands for.
 template <class Set>
-void remember(Device &device, ChannelRow &row, Set set)
+void rememberIn(LockedDevice &locked, ChannelRow &row, Set set)
 {
-    if (row.Index >= 0) return set(row);
-    for (ChannelRow &each : device.ChansCfg) set(each);
+    remember(locked, [&] {
+        if (row.Index >= 0) return set(row);
+        for (ChannelRow &each : locked.device.ChansCfg) set(each);
+    });
 }
 
-void rememberEdge(Device &device, ChannelRow &row, int32_t level, int32_t edge)
+void rememberEdge(LockedDevice &locked, ChannelRow &row, int32_t level, int32_t edge)
 {
-    remember(device, row, [&](ChannelRow &each) {
+    rememberIn(locked, row, [&](ChannelRow &each) {
         each.TrigLvl = level;
         each.TrigEdge = edge;
     });
@@ -47,15 +49,16 @@ void rememberEdge(Device &device, ChannelRow &row, int32_t level, int32_t edge)
 bool sendEdgeToServer(Device &device, ChannelRow &row, int32_t level, int32_t edge)
 {
     if (device.Remote.SetInputEdgeTrig) device.Remote.SetInputEdgeTrig(row.Index, level, edge);
-    rememberEdge(device, row, level, edge);
+    LockedDevice locked(device);
+    rememberEdge(locked, row, level, edge);
     return true;
 }
 
 bool sendTrigger(Device &device, ChannelRow &row, TrigMode mode, const ChannelRow &levels)
 {
     switch (mode) {
-    case TrigMode::Edge: return SetInputEdgeTrig(device, row, levels.TrigLvl, levels.TrigEdge, true);
-    case TrigMode::CFD: return SetInputCFD(device, row, levels.DiscrLvl, levels.ZeroXLvl, true);
+    case TrigMode::Edge: return SetInputEdgeTrig(device, row, levels.TrigLvl, levels.TrigEdge);
+    case TrigMode::CFD: return SetInputCFD(device, row, levels.DiscrLvl, levels.ZeroXLvl);
     }
     return false;
 }
@@ -95,8 +98,10 @@ bool setCodedDeadTime(LockedDevice &locked, ChannelRow &row, int32_t deadTime)
         logDev(LogCategory::Progress, "SV40_SetInputDeadTime: {} {} {} {} ({}) @{}", locked.device.Index.load(),
                row.Index, deadTime, code, coded, locked.device.ID);
     if (!callQuietly(locked, sv40.SetInputDeadTime, row.Index, code)) return false;
-    row.DeadTimeOn = 1;
-    row.DeadTime = coded;
+    remember(locked, [&] {
+        row.DeadTimeOn = 1;
+        row.DeadTime = coded;
+    });
     return true;
 }
 
@@ -105,8 +110,8 @@ bool setCodedDeadTime(LockedDevice &locked, ChannelRow &row, int32_t deadTime)
 bool SetInputTrgMode(Device &device, ChannelRow &row, int32_t mode)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    if (!(device.Features & Feature::InputMode)) return false;
     LockedDevice locked(device);
+    if (!(device.Features & Feature::InputMode)) return false;
     if (!isAddressed(device, row)) return false;
     bool ok = false;
     switch (device.LibType) {
@@ -116,16 +121,16 @@ bool SetInputTrgMode(Device &device, ChannelRow &row, int32_t mode)
     }
     if (!ok) return false;
     const auto trigger = static_cast<TrigMode>(mode); // an unknown one is remembered all the same
-    remember(device, row, [&](ChannelRow &each) { each.TrigMode = trigger; });
+    rememberIn(locked, row, [&](ChannelRow &each) { each.TrigMode = trigger; });
     return row.Index < 0 ? sendTriggerToAll(device, row, trigger) : sendTrigger(device, row, trigger, row);
 }
 
-bool SetInputEdgeTrig(Device &device, ChannelRow &row, int32_t level, int32_t edge, bool alreadyLocked)
+bool SetInputEdgeTrig(Device &device, ChannelRow &row, int32_t level, int32_t edge)
 {
     if (isRemote(device)) return sendEdgeToServer(device, row, level, edge);
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     checkLimits(device, &ChannelRow::TrigLvl, level);
-    LockedDevice locked(device, alreadyLocked);
     if (!isAddressed(device, row)) return false;
     bool ok = false;
     switch (device.LibType) {
@@ -136,16 +141,16 @@ bool SetInputEdgeTrig(Device &device, ChannelRow &row, int32_t level, int32_t ed
     default:
         return notSupported(device, "SetInputEdgeTrig"); // its own name, not the library's: hosts know it so
     }
-    if (ok) rememberEdge(device, row, level, edge);
+    if (ok) rememberEdge(locked, row, level, edge);
     return ok;
 }
 
-bool SetInputCFD(Device &device, ChannelRow &row, int32_t discriminator, int32_t zeroCross, bool alreadyLocked)
+bool SetInputCFD(Device &device, ChannelRow &row, int32_t discriminator, int32_t zeroCross)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     checkLimits(device, &ChannelRow::DiscrLvl, discriminator);
     checkLimits(device, &ChannelRow::ZeroXLvl, zeroCross);
-    LockedDevice locked(device, alreadyLocked);
     if (!isAddressed(device, row)) return false;
     bool ok = false;
     switch (device.LibType) {
@@ -159,7 +164,7 @@ bool SetInputCFD(Device &device, ChannelRow &row, int32_t discriminator, int32_t
     default: return notSupported(device, "SetInputCFD");
     }
     if (ok)
-        remember(device, row, [&](ChannelRow &each) {
+        rememberIn(locked, row, [&](ChannelRow &each) {
             each.DiscrLvl = discriminator;
             each.ZeroXLvl = zeroCross;
         });
@@ -169,8 +174,8 @@ bool SetInputCFD(Device &device, ChannelRow &row, int32_t discriminator, int32_t
 bool SetInputChannelOffset(Device &device, ChannelRow &row, int32_t offset)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    checkLimits(device, &ChannelRow::ChanOffs, offset);
     LockedDevice locked(device);
+    checkLimits(device, &ChannelRow::ChanOffs, offset);
     if (!isAddressed(device, row)) return false;
     bool ok = false;
     switch (device.LibType) {
@@ -184,7 +189,7 @@ bool SetInputChannelOffset(Device &device, ChannelRow &row, int32_t offset)
                libTypeText(device.LibType), device.ID);
         return false;
     }
-    if (ok) remember(device, row, [&](ChannelRow &each) { each.ChanOffs = offset; });
+    if (ok) rememberIn(locked, row, [&](ChannelRow &each) { each.ChanOffs = offset; });
     return ok;
 }
 
@@ -202,16 +207,16 @@ bool SetInputChannelEnable(Device &device, ChannelRow &row, int32_t enable)
     case LibType::CD90: ok = call(locked, cd90.SetInputChannelEnable, row.Index, enable); break;
     default: return notSupported(device, "SetInputChannelEnable");
     }
-    if (ok) remember(device, row, [&](ChannelRow &each) { each.ChanEna = enable; });
+    if (ok) rememberIn(locked, row, [&](ChannelRow &each) { each.ChanEna = enable; });
     return ok;
 }
 
 bool SetInputDeadTime(Device &device, ChannelRow &row, int32_t deadTime)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!(device.Features & Feature::ProgTd)) return false;
     const auto [on, sent] = deadTimeSent(device, &ChannelRow::DeadTime, deadTime);
-    LockedDevice locked(device);
     if (!isAddressed(device, row)) return false;
     bool ok = false;
     switch (device.LibType) {
@@ -222,7 +227,7 @@ bool SetInputDeadTime(Device &device, ChannelRow &row, int32_t deadTime)
     default: return notSupported(device, "SetInputDeadTime");
     }
     if (ok)
-        remember(device, row, [&, switchedOn = on](ChannelRow &each) {
+        rememberIn(locked, row, [&, switchedOn = on](ChannelRow &each) {
             each.DeadTimeOn = switchedOn;
             each.DeadTime = deadTime;
         });
@@ -232,9 +237,9 @@ bool SetInputDeadTime(Device &device, ChannelRow &row, int32_t deadTime)
 bool SetInputHysteresis(Device &device, int32_t code)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!(device.Features & Feature::ProgHyst)) return false;
     checkLimits(device, &DeviceConfig::HystCode, code);
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetInputHysteresis, code); break;
@@ -242,7 +247,7 @@ bool SetInputHysteresis(Device &device, int32_t code)
     case LibType::CD90: ok = call(locked, cd90.SetInputHysteresis, code); break;
     default: return notSupported(device, "SetInputHysteresis");
     }
-    if (ok) device.HystCode = code;
+    if (ok) remember(locked, [&] { device.HystCode = code; });
     return ok;
 }
 

@@ -19,10 +19,10 @@ bool hasMarkers(const Device &device)
 bool SetMarkerEdges(Device &device, FourMarkers edges)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!hasMarkers(device) || device.MeasMode == MeasMode::Histogramming) return false;
     for (int32_t &edge : edges) checkLimits(device, &DeviceConfig::MarkerEdges, edge);
     const auto [a, b, c, d] = edges;
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetMarkerEdges, a, b, c, d); break;
@@ -32,17 +32,17 @@ bool SetMarkerEdges(Device &device, FourMarkers edges)
     case LibType::CD90: ok = call(locked, cd90.SetMarkerEdges, a, b, c, d); break;
     default: return notSupported(device, "SetMarkerEdges");
     }
-    if (ok) device.MarkerEdges.assign(edges.begin(), edges.end());
+    if (ok) remember(locked, [&] { device.MarkerEdges.assign(edges.begin(), edges.end()); });
     return ok;
 }
 
 bool SetMarkerEnable(Device &device, FourMarkers enables)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!hasMarkers(device) || device.MeasMode == MeasMode::Histogramming) return false;
     for (int32_t &enable : enables) checkLimits(device, &DeviceConfig::MarkerEna, enable);
     const auto [a, b, c, d] = enables;
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetMarkerEnable, a, b, c, d); break;
@@ -52,17 +52,17 @@ bool SetMarkerEnable(Device &device, FourMarkers enables)
     case LibType::CD90: ok = call(locked, cd90.SetMarkerEnable, a, b, c, d); break;
     default: return notSupported(device, "SetMarkerEnable");
     }
-    if (ok) device.MarkerEna.assign(enables.begin(), enables.end());
+    if (ok) remember(locked, [&] { device.MarkerEna.assign(enables.begin(), enables.end()); });
     return ok;
 }
 
 bool SetMarkerHoldoffTime(Device &device, int32_t time)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     if (!hasMarkers(device)) return false;
     checkLimits(device, &DeviceConfig::MarkerHoldoffTime, time);
     if (device.MeasMode != MeasMode::T2 && device.MeasMode != MeasMode::T3) return false;
-    LockedDevice locked(device);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetMarkerHoldoffTime, time); break;
@@ -72,7 +72,7 @@ bool SetMarkerHoldoffTime(Device &device, int32_t time)
     case LibType::CD90: ok = call(locked, cd90.SetMarkerHoldoffTime, time); break;
     default: return notSupported(device, "SetMarkerHoldoffTime");
     }
-    if (ok) device.MarkerHoldoffTime = time;
+    if (ok) remember(locked, [&] { device.MarkerHoldoffTime = time; });
     return ok;
 }
 

@@ -105,9 +105,9 @@ bool readEach(LockedDevice &locked,
 
 bool getHistograms(Device &device, std::span<uint32_t> rows, bool clear, bool traceClear)
 {
+    LockedDevice locked(device);
     if (rows.size() < (device.ChansCfg.size() + 1) * device.NumBins) return false;
     uint32_t *counts = rows.data() + device.NumBins;
-    LockedDevice locked(device);
     switch (device.LibType) {
     case LibType::ZP: return readAll(locked, zp.GetAllHistograms, zp.ClearHistMem, counts, clear, traceClear);
     case LibType::CD: return readEach(locked, cd.GetHistogram, counts, clear);
@@ -123,8 +123,8 @@ bool getHistograms(Device &device, std::span<uint32_t> rows, bool clear, bool tr
 bool clearHistMem(Device &device, bool trace)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    if (device.MeasMode != MeasMode::Histogramming) return false;
     LockedDevice locked(device);
+    if (device.MeasMode != MeasMode::Histogramming) return false;
     switch (device.LibType) {
     case LibType::ZP: return callTraced(locked, zp.ClearHistMem, trace);
     case LibType::CD: return callTraced(locked, cd.ClearHistMem, trace);

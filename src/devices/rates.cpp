@@ -28,7 +28,7 @@ bool getElapsedMeasTime(Device &device, double &elapsed)
     };
     LockedDevice locked(device);
     if (!read(locked)) return false;
-    storeFinite(device, value, elapsed, "as elapsed time");
+    if (isFinite(device, value, "as elapsed time")) elapsed = value;
     return true;
 }
 
@@ -82,7 +82,7 @@ bool getSyncPeriod(Device &device, MeasContext &context, double &seconds)
     };
     LockedDevice locked(device);
     if (!read(locked)) return false;
-    storeFinite(device, value, seconds, "as sync period");
+    if (isFinite(device, value, "as sync period")) seconds = value;
     context.Description.AveSyncPeriod = seconds;
     return true;
 }
@@ -110,11 +110,11 @@ bool readSyncRate(LockedDevice &locked, const decltype(CommonOperations::GetSync
 
 } // namespace
 
-bool getSyncRate(Device &device, MeasContext &context, int32_t &rate, bool alreadyLocked)
+bool getSyncRate(Device &device, MeasContext &context, int32_t &rate)
 {
     rate = isFile(device) ? std::max(nearest<int32_t>(context.Description.AveSyncRate), 0) : 0;
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    LockedDevice locked(device, alreadyLocked);
+    LockedDevice locked(device);
     switch (device.LibType) {
     case LibType::ZP: return readSyncRate(locked, zp.GetSyncRate, context, rate);
     case LibType::CD: return readSyncRate(locked, cd.GetSyncRate, context, rate);
@@ -146,15 +146,15 @@ bool readEachRate(LockedDevice &locked,
                   MeasContext &context, RateArray &rates)
 {
     int32_t syncRate = 0;
-    bool good = getSyncRate(locked.device, context, syncRate, true);
+    bool good = getSyncRate(locked.device, context, syncRate);
     for (size_t i = 0; i < locked.device.ChansCfg.size(); ++i)
         good = callQuietly(locked, operation, locked.device.ChansCfg[i].Index, &rates[i]);
     return good;
 }
 
-bool readRates(Device &device, MeasContext &context, RateArray &rates)
+bool readRates(LockedDevice &locked, MeasContext &context, RateArray &rates)
 {
-    LockedDevice locked(device);
+    const Device &device = locked.device;
     switch (device.LibType) {
     case LibType::ZP: return readAllRates(locked, zp.GetAllCountRates, context, rates);
     case LibType::CD: return readEachRate(locked, cd.GetCountRate, context, rates);
@@ -170,9 +170,10 @@ bool readRates(Device &device, MeasContext &context, RateArray &rates)
 bool readCountRates(Device &device, MeasContext &context)
 {
     if (device.DeviceType == DeviceType::File || device.DeviceType == DeviceType::Remote) return false;
+    LockedDevice locked(device);
     RateArray rates{};
     for (size_t i = 0; i < context.CountRates.size(); ++i) rates[i] = context.CountRates[i];
-    const bool good = readRates(device, context, rates);
+    const bool good = readRates(locked, context, rates);
     std::string text;
     int64_t sum = context.SyncRate;
     for (size_t i = 0; i < device.ChansCfg.size(); ++i) {

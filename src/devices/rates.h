@@ -13,7 +13,7 @@ bool getElapsedMeasTime(Device &device, double &elapsed);
 // Into the description. Of the instruments ZP and CD90 alone have it.
 bool GetStartTime(Device &device, MeasContext &context);
 bool getSyncPeriod(Device &device, MeasContext &context, double &seconds);
-bool getSyncRate(Device &device, MeasContext &context, int32_t &rate, bool alreadyLocked = false);
+bool getSyncRate(Device &device, MeasContext &context, int32_t &rate);
 // Of the sync and all inputs, into the context. False, without effect, on a file.
 bool readCountRates(Device &device, MeasContext &context);
 

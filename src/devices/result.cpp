@@ -82,12 +82,11 @@ int32_t trusted(const Device &device, int32_t value, int32_t least, int32_t most
     return taken;
 }
 
-void storeFinite(const Device &device, double value, double &field, std::string_view what)
+bool isFinite(const Device &device, double value, std::string_view what)
 {
-    if (std::isfinite(value))
-        field = value;
-    else
-        logWrn(LogCategory::Device, "Device: The instrument gives {} {}, left out @{}", value, what, device.ID);
+    if (std::isfinite(value)) return true;
+    logWrn(LogCategory::Device, "Device: The instrument gives {} {}, left out @{}", value, what, device.ID);
+    return false;
 }
 
 } // namespace Tessel

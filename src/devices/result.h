@@ -57,8 +57,8 @@ bool notSupported(const Device &device, std::string_view operation);
 
 // A number of a library, forced into a range. One that lies outside is logged.
 int32_t trusted(const Device &device, int32_t value, int32_t least, int32_t most, std::string_view what);
-// Leaves the field as it is where the number isn't finite.
-void storeFinite(const Device &device, double value, double &field, std::string_view what);
+// False, with a line in the log: the number of a library is none.
+bool isFinite(const Device &device, double value, std::string_view what);
 
 // Room for a text of a library. It ends with the room where the library writes no zero.
 template <size_t size>

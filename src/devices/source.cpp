@@ -12,6 +12,7 @@ namespace Tessel {
 
 StreamFacts factsOf(const Device &device)
 {
+    std::lock_guard look(device.ConfigLock);
     return {.ID = device.ID,
             .Mode = device.MeasMode,
             .SyncPeriodPs = device.SyncPeriodPs,

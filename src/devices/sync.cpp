@@ -11,8 +11,8 @@ namespace Tessel {
 bool SetSyncDiv(Device &device, int32_t divider)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    checkLimits(device, &DeviceConfig::SyncDiv, divider);
     LockedDevice locked(device);
+    checkLimits(device, &DeviceConfig::SyncDiv, divider);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetSyncDiv, divider); break;
@@ -22,7 +22,7 @@ bool SetSyncDiv(Device &device, int32_t divider)
     case LibType::CD90: ok = call(locked, cd90.SetSyncDiv, divider); break;
     default: return notSupported(device, "SetSyncDiv");
     }
-    if (ok) device.SyncDiv = divider;
+    if (ok) remember(locked, [&] { device.SyncDiv = divider; });
     return ok;
 }
 
@@ -37,19 +37,19 @@ bool SetSyncTrgMode(Device &device, int32_t mode)
     default: return notSupported(device, "SetSyncTrgMode");
     }
     if (!ok) return false;
-    device.SyncTrigMode = static_cast<TrigMode>(mode);
+    remember(locked, [&] { device.SyncTrigMode = static_cast<TrigMode>(mode); });
     switch (device.SyncTrigMode) {
-    case TrigMode::Edge: return SetSyncEdgeTrig(device, device.SyncTrigLvl, device.SyncTrigEdge, true);
-    case TrigMode::CFD: return SetSyncCFD(device, device.SyncDiscrLvl, device.SyncZeroxLvL, true);
+    case TrigMode::Edge: return SetSyncEdgeTrig(device, device.SyncTrigLvl, device.SyncTrigEdge);
+    case TrigMode::CFD: return SetSyncCFD(device, device.SyncDiscrLvl, device.SyncZeroxLvL);
     }
     return false; // an unknown mode is remembered all the same
 }
 
-bool SetSyncEdgeTrig(Device &device, int32_t level, int32_t edge, bool alreadyLocked)
+bool SetSyncEdgeTrig(Device &device, int32_t level, int32_t edge)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     checkLimits(device, &DeviceConfig::SyncTrigLvl, level);
-    LockedDevice locked(device, alreadyLocked);
     // The location of two families has the arguments and no id: hosts know it so.
     const auto location = [&](std::string_view operation) {
         return fmt::format("{}: {} {} {}", operation, device.Index.load(), level, edge);
@@ -66,19 +66,20 @@ bool SetSyncEdgeTrig(Device &device, int32_t level, int32_t edge, bool alreadyLo
         break;
     default: return notSupported(device, "SetSyncEdgeTrg");
     }
-    if (ok) {
-        device.SyncTrigLvl = level;
-        device.SyncTrigEdge = edge;
-    }
+    if (ok)
+        remember(locked, [&] {
+            device.SyncTrigLvl = level;
+            device.SyncTrigEdge = edge;
+        });
     return ok;
 }
 
-bool SetSyncCFD(Device &device, int32_t discriminator, int32_t zeroCross, bool alreadyLocked)
+bool SetSyncCFD(Device &device, int32_t discriminator, int32_t zeroCross)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
+    LockedDevice locked(device);
     checkLimits(device, &DeviceConfig::SyncDiscrLvl, discriminator);
     checkLimits(device, &DeviceConfig::SyncZeroxLvL, zeroCross);
-    LockedDevice locked(device, alreadyLocked);
     // The location of three families has the arguments and no id: hosts know it so.
     const auto location = [&](std::string_view operation) {
         return fmt::format("{}: {} {} {}", operation, device.Index.load(), discriminator, zeroCross);
@@ -101,18 +102,19 @@ bool SetSyncCFD(Device &device, int32_t discriminator, int32_t zeroCross, bool a
         break;
     default: return notSupported(device, "SetSyncCFD");
     }
-    if (ok) {
-        device.SyncDiscrLvl = discriminator;
-        device.SyncZeroxLvL = zeroCross;
-    }
+    if (ok)
+        remember(locked, [&] {
+            device.SyncDiscrLvl = discriminator;
+            device.SyncZeroxLvL = zeroCross;
+        });
     return ok;
 }
 
 bool SetSyncChannelOffset(Device &device, int32_t offset)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    checkLimits(device, &DeviceConfig::SyncChannelOffset, offset);
     LockedDevice locked(device);
+    checkLimits(device, &DeviceConfig::SyncChannelOffset, offset);
     bool ok = false;
     switch (device.LibType) {
     case LibType::ZP: ok = call(locked, zp.SetSyncChannelOffset, offset); break;
@@ -122,7 +124,7 @@ bool SetSyncChannelOffset(Device &device, int32_t offset)
     case LibType::CD90: ok = call(locked, cd90.SetSyncChannelOffset, offset); break;
     default: return notSupported(device, "SetSyncChannelOffset");
     }
-    if (ok) device.SyncChannelOffset = offset;
+    if (ok) remember(locked, [&] { device.SyncChannelOffset = offset; });
     return ok;
 }
 
@@ -137,15 +139,15 @@ bool SetSyncChannelEnable(Device &device, int32_t enable)
     case LibType::CD90: ok = call(locked, cd90.SetSyncChannelEnable, enable); break;
     default: return notSupported(device, "SetSyncChannelEnable");
     }
-    if (ok) device.SyncChannelEnable = enable;
+    if (ok) remember(locked, [&] { device.SyncChannelEnable = enable; });
     return ok;
 }
 
 bool SetSyncDeadTime(Device &device, int32_t deadTime)
 {
     if (auto answer = settingWithoutLibrary(device)) return *answer;
-    const auto [on, sent] = deadTimeSent(device, &DeviceConfig::SyncDeadTime, deadTime);
     LockedDevice locked(device);
+    const auto [on, sent] = deadTimeSent(device, &DeviceConfig::SyncDeadTime, deadTime);
     const bool isProgrammable = device.Features & Feature::ProgTd;
     bool ok = false;
     switch (device.LibType) {
@@ -154,10 +156,11 @@ bool SetSyncDeadTime(Device &device, int32_t deadTime)
     case LibType::CD90: ok = isProgrammable && call(locked, cd90.SetSyncDeadTime, on, sent); break;
     default: return notSupported(device, "SetSyncDeadTime");
     }
-    if (ok) {
-        device.SyncDeadTimeOn = on;
-        device.SyncDeadTime = static_cast<uint32_t>(deadTime);
-    }
+    if (ok)
+        remember(locked, [&, switchedOn = on] {
+            device.SyncDeadTimeOn = switchedOn;
+            device.SyncDeadTime = static_cast<uint32_t>(deadTime);
+        });
     return ok;
 }
 

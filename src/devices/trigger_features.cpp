@@ -16,12 +16,14 @@ uint32_t featureOf(TrigMode mode)
 }
 
 // Sets a trigger that can't be chosen and what is offered with it.
-void setFixed(const Device &device, TrigMode &mode, uint32_t &feature)
+void setFixed(LockedDevice &locked, TrigMode &mode, uint32_t &feature)
 {
-    const auto fixed = fixedTrigger(device);
+    const auto fixed = fixedTrigger(locked.device);
     if (!fixed) return;
-    mode = *fixed;
-    feature = featureOf(*fixed);
+    remember(locked, [&] {
+        mode = *fixed;
+        feature = featureOf(*fixed);
+    });
 }
 
 // "ZP_GetFeature: 0x1 @1010101", "SyncTrigFeatures: Edge  @1010101". `call`: the families' own word.
@@ -44,17 +46,17 @@ bool GetSyncFeatures(Device &device)
     switch (device.LibType) {
     case LibType::ZP:
     case LibType::CD:
-        setFixed(device, device.SyncTrigMode, device.SyncTrigFeature);
+        setFixed(locked, device.SyncTrigMode, device.SyncTrigFeature);
         return traceTriggers(device, "GetFeature", "Sync", device.SyncTrigFeature);
     case LibType::SV40:
-        setFixed(device, device.SyncTrigMode, device.SyncTrigFeature);
+        setFixed(locked, device.SyncTrigMode, device.SyncTrigFeature);
         return traceTriggers(device, "GetSyncFeatures", "Sync", device.SyncTrigFeature);
     case LibType::LM70:
-        device.SyncTrigFeature = TrigFeature::Both;
+        remember(locked, [&] { device.SyncTrigFeature = TrigFeature::Both; });
         return traceTriggers(device, "GetSyncFeature", "Sync", device.SyncTrigFeature);
     case LibType::CD90:
         if (!callQuietly(locked, cd90.GetSyncFeatures, &bits)) return false;
-        device.SyncTrigFeature = static_cast<uint32_t>(bits);
+        remember(locked, [&] { device.SyncTrigFeature = static_cast<uint32_t>(bits); });
         return traceTriggers(device, "GetSyncFeature", "Sync", device.SyncTrigFeature);
     default: return notSupported(device, "GetFeatures");
     }
@@ -62,23 +64,24 @@ bool GetSyncFeatures(Device &device)
 
 bool GetInputFeatures(Device &device, ChannelRow &row)
 {
-    if (!isInstrument(device) || row.Index < 0) return false;
+    if (!isInstrument(device)) return false;
     LockedDevice locked(device);
+    if (row.Index < 0) return false;
     int32_t bits = 0;
     switch (device.LibType) {
     case LibType::ZP:
     case LibType::CD:
-        setFixed(device, row.TrigMode, row.TrigFeature);
+        setFixed(locked, row.TrigMode, row.TrigFeature);
         return traceTriggers(device, "GetFeature", "Input", row.TrigFeature);
     case LibType::SV40:
-        setFixed(device, row.TrigMode, row.TrigFeature);
+        setFixed(locked, row.TrigMode, row.TrigFeature);
         return traceTriggers(device, "GetInputFeatures", "Input", row.TrigFeature);
     case LibType::LM70:
-        row.TrigFeature = TrigFeature::Both;
+        remember(locked, [&] { row.TrigFeature = TrigFeature::Both; });
         return traceTriggers(device, "GetInputFeature", "Input", row.TrigFeature);
     case LibType::CD90:
         if (!callQuietly(locked, cd90.GetInputFeatures, row.Index, &bits)) return false;
-        row.TrigFeature = static_cast<uint32_t>(bits);
+        remember(locked, [&] { row.TrigFeature = static_cast<uint32_t>(bits); });
         return traceTriggers(device, "GetInputFeature", "Input", row.TrigFeature);
     default: return notSupported(device, "GetFeatures");
     }

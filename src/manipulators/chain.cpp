@@ -1,5 +1,6 @@
 #include "manipulators/chain.h"
 
+#include "devices/locked_device.h"
 #include "log/log.h"
 #include "manipulators/numbering.h"
 #include "settings/system_ini.h"
@@ -139,7 +140,8 @@ uint64_t numberInName(const Device &device, const MeasContext &context, const Ma
 {
     switch (record.Type) {
     case ManisType::CountRate:
-    case ManisType::SubStream: return static_cast<uint64_t>(record.Index.load() + device.NumChans + 1);
+    case ManisType::SubStream:
+        return static_cast<uint64_t>(record.Index.load() + valueOf(device, &DeviceConfig::NumChans) + 1);
     default: return numAllChans(device, context);
     }
 }

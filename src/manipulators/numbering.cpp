@@ -1,5 +1,6 @@
 #include "manipulators/numbering.h"
 
+#include "devices/locked_device.h"
 #include "log/log.h"
 #include "manipulators/chain.h"
 #include "threads/run_control.h"
@@ -11,6 +12,7 @@ namespace Tessel {
 int64_t toldChans(const Device &device, const MeasContext &context)
 {
     if (!device.IsInitialized) return 0;
+    std::lock_guard look(device.ConfigLock);
     bool isStream = device.MeasMode == MeasMode::T2 || device.MeasMode == MeasMode::T3;
     return int64_t{device.NumChans} + 1 + (isStream ? static_cast<int64_t>(context.ManisChans.load()) : 0);
 }
@@ -91,7 +93,7 @@ void linkRecords(std::vector<std::shared_ptr<Manipulator>> &chain)
 
 uint64_t channelsMade(const Device &device, const std::vector<std::shared_ptr<Manipulator>> &chain)
 {
-    uint64_t made = static_cast<uint64_t>(device.NumChans) + 1;
+    uint64_t made = static_cast<uint64_t>(valueOf(device, &DeviceConfig::NumChans)) + 1;
     for (const auto &record : chain) made += newChannels(*record);
     return made;
 }
@@ -100,11 +102,12 @@ Numbering numberingOf(const Device &device, MeasContext &context,
                       const std::vector<std::shared_ptr<Manipulator>> &chain)
 {
     if (LogLevel.Manipulators) logInf(LogCategory::Progress, "rearrange manipulators @{}", device.ID);
-    Numbering numbering{.Inputs = static_cast<uint64_t>(device.NumChans) + 1};
+    const int32_t numChans = valueOf(device, &DeviceConfig::NumChans);
+    Numbering numbering{.Inputs = static_cast<uint64_t>(numChans) + 1};
     numbering.Channels = numbering.Inputs;
     numbering.Stages.reserve(chain.size());
     for (const auto &record : chain)
-        numbering.Stages.push_back(numbersOf(*record, numbering.Channels, device.NumChans));
+        numbering.Stages.push_back(numbersOf(*record, numbering.Channels, numChans));
     numbering.Grown = runWithoutRoom(context, numbering.Channels);
     if (numbering.Grown) numbering.Counts.assign(numbering.Channels * numbering.Grown->ChannelRows->Columns, 0);
     return numbering;

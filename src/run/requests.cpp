@@ -27,7 +27,7 @@ std::shared_ptr<Run> makeRun(const DeviceRef &target, const RunRequest &request,
                                         .Devices = &devices,
                                         .Facts = factsOf(device),
                                         .NumRows = numAllChans(device, target->context),
-                                        .NumBins = device.NumBins,
+                                        .NumBins = valueOf(device, &DeviceConfig::NumBins),
                                         .Result = resultOf(request)});
 }
 

@@ -52,11 +52,14 @@ int32_t controlOf(RunRef &ref)
 void decideMeasControl(RunRef &ref)
 {
     Device &device = ref.device;
+    LockedDevice locked(device);
     const int32_t control = device.MeasControl, startEdge = device.StartEdge, stopEdge = device.StopEdge;
     SetMeasControl(device, controlOf(ref), startEdge, stopEdge);
-    device.MeasControl = control;
-    device.StartEdge = startEdge;
-    device.StopEdge = stopEdge;
+    remember(locked, [&] {
+        device.MeasControl = control;
+        device.StartEdge = startEdge;
+        device.StopEdge = stopEdge;
+    });
 }
 
 bool initResult(RunRef &ref)

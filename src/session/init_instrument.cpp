@@ -1,4 +1,5 @@
-// The one place that knows in which order an instrument is told its parameters.
+// The one place that knows in which order an instrument is told its parameters. The device's mutex is held over
+// all of it, so that nobody sets a parameter between what is remembered and what is sent.
 #include "devices/acquisition.h"
 #include "devices/identity.h"
 #include "devices/inputs.h"
@@ -100,14 +101,15 @@ uint32_t filterRowWidth(const Device &device)
 }
 
 // An instrument that is lost on the way is asked no further.
-void configure(Device &device, MeasContext &context)
+void configure(LockedDevice &locked, MeasContext &context)
 {
+    Device &device = locked.device;
     readIdentity(device, context);
     if (device.IsOpen) sendSync(device);
     if (device.IsOpen) sendAcquisition(device, context);
     for (ChannelRow &row : device.ChansCfg)
         if (device.IsOpen) sendInput(device, row);
-    device.HwFilteRowWidth = filterRowWidth(device);
+    remember(locked, [&] { device.HwFilteRowWidth = filterRowWidth(device); });
     if (device.LibType == LibType::CD90 && device.IsOpen) SetLEDBrightness(device, device.LedBrightness);
 }
 
@@ -119,7 +121,10 @@ bool initInstrument(const DeviceRef &target)
     device.IsInitialized = false;
     if (device.Index < 0) return false;
     if (!device.IsOpen) openInstrument(target, false);
-    if (device.IsOpen && Initialize(device)) configure(device, target->context);
+    {
+        LockedDevice locked(device);
+        if (device.IsOpen && Initialize(device)) configure(locked, target->context);
+    }
     for (auto &rate : target->context.CountRates) rate = 0;
     return device.IsInitialized;
 }

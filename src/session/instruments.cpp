@@ -51,7 +51,7 @@ std::chrono::system_clock::time_point afterLibraryAnswers()
 }
 
 // The device's lock; without it the device is in a call that doesn't come back.
-std::unique_lock<std::timed_mutex> lockInTime(Device &device)
+std::unique_lock<std::recursive_timed_mutex> lockInTime(Device &device)
 {
     std::unique_lock lock(device.Mutex, afterLibraryAnswers());
     if (!lock)

@@ -83,8 +83,11 @@ bool initDevice(const DeviceRef &target, int32_t measMode, int32_t refSource)
     Device &device = target->device;
     if (isInstrument(device)) {
         if (!endRun(target)) return false;
-        device.MeasMode = static_cast<MeasMode>(measMode);
-        device.RefSource = refSource;
+        LockedDevice locked(device);
+        remember(locked, [&] {
+            device.MeasMode = static_cast<MeasMode>(measMode);
+            device.RefSource = refSource;
+        });
     }
     return initDevice(target);
 }

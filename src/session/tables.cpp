@@ -1,5 +1,6 @@
 #include "session/tables.h"
 
+#include "devices/locked_device.h"
 #include "devices/primitives.h"
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace {
 
 struct Library
 {
-    std::mutex TableLock;         // guards the rest; held for a look or a change, and nothing is taken under it
+    std::mutex TableLock;         // guards the rest; held for a look or a change
     std::vector<DeviceRef> Table; // in the order of finding or opening
     DeviceRef Current;            // one of the table; null: none
     const DeviceRef None = std::make_shared<DeviceEntry>();
@@ -115,8 +116,10 @@ std::string idOf(const Device &device)
 
 void setId(Device &device, std::string id)
 {
+    LockedDevice locked(device);
     std::lock_guard lock(library().TableLock);
-    if (device.ID != id) device.ID = std::move(id); // one that stays may be read meanwhile
+    if (device.ID != id) // one that stays may be read meanwhile
+        remember(locked, [&] { device.ID = std::move(id); });
 }
 
 void removeDevice(const DeviceRef &device)
