@@ -155,7 +155,7 @@ bool showFetched(RunRef &ref, const HistogramLoop &loop)
 bool fetch(RunRef &ref, HistogramLoop &loop, bool clear)
 {
     Run &run = *ref.run;
-    if (ref.device.NumBins != run.NumBins)
+    if (valueOf(ref.device, &DeviceConfig::NumBins) != run.NumBins)
         return refuse(ref.device, "The number of bins has changed during the measurement!");
     do {
         run.ClearRequested = false;

@@ -21,7 +21,7 @@ bool setUpHistogramming(RunRef &ref, HistogramLoop &loop)
     if (!initResult(ref) || !checkParams(ref)) return false;
     addStore(ref);
     if (!initStore(ref)) return false;
-    loop.Size = (ref.device.ChansCfg.size() + 1) * ref.run->NumBins;
+    loop.Size = (valueOf(ref.device, &DeviceConfig::ChansCfg).size() + 1) * ref.run->NumBins;
     if (!allocatePages(loop.Fetched, loop.Size)) return refuse(ref.device, "No memory for the histograms!");
     beginMeasuring(ref);
     return true;

@@ -112,6 +112,7 @@ void takeElapsedTime(RunRef &ref)
     if (!ref.run->Facts.IsLive || !ref.device.IsOpen) return;
     double elapsed = ref.context.Description.StopAfter;
     if (getElapsedMeasTime(ref.device, elapsed)) ref.context.Description.StopAfter = elapsed;
+    LockedDevice locked(ref.device);
     if (ref.context.SequenceCount != 0 && ref.device.IsOpen)
         SetStopOverflow(ref.device, ref.context, ref.device.StopCount, false);
 }
