@@ -813,11 +813,12 @@ TESSEL_API bool tessel_getFileTags(const char *path, char *buffer, uint64_t size
  * one), "events": {"sync", "inputs" (up to the last that has any), "markers", "overflows", "invalid" (records
  * of channels or kinds that the device hasn't got), "ignored"}, "stepsBack" (events earlier than the one
  * before; in T3 by the sync number), "idleOverflows" (overflow records that don't move time on),
- * "firstFaultyRecord" (from 0), "timeTagPs" or "syncPeriodPs", "durationMs" (to the last event), "runMs"}. What
- * is unknown is null. The faults, by verdict:
+ * "firstFaultyRecord" (from 0), "timeTagPs" or "syncPeriodPs", "durationMs" (to the last event), "runMs",
+ * "losses" (as the side file NAME.losses.json says)}. What is unknown is null. The faults, by verdict:
  *    invalid  header, mode, foreign (most records are of no channel of the device)
  *    lossy    crc, notClosed, cutShort, tooLong (the header counts fewer records), partRecord, emptyEnd,
- *             timeUnit, invalid, order, overflows, fileError (by the stop reason)
+ *             timeUnit, invalid, order, overflows, fileError (by the stop reason), losses (lossy or
+ *             invalid, as the side file says)
  * `size`: bytes of `buffer`; 16384 hold any text. `needed` receives the length of the text with its zero. True:
  * the text was written. False: `size` is below `needed`, or, with `needed` 0, the file can't be read. */
 TESSEL_API bool tessel_verifyFile(const char *path, char *buffer, uint64_t size, uint64_t *needed);
@@ -825,9 +826,9 @@ TESSEL_API bool tessel_verifyFile(const char *path, char *buffer, uint64_t size,
 /* Writes to `repaired`, over a file that is there, a whole recording of one that a crash cut off or that is cut
  * short: its whole records, without an empty end, and its header with their number and a CRC. Of a recording
  * that was never closed the header also tells the length of the run and the rates of the inputs, by its
- * records, and "Unknown" as its stop reason; of one that is cut short "FileError". Other faults stay. `path` is
- * only read. False, with an error in the log: nothing was cut off, the fault is beyond repair, `repaired` is
- * the same file, or it can't be written and isn't there. */
+ * records, and "Unknown" as its stop reason; of one that is cut short "FileError". Other faults stay, and a
+ * side file is written anew. `path` is only read. False, with an error in the log: nothing was cut off, the
+ * fault is beyond repair, `repaired` is the same file, or it can't be written and isn't there. */
 TESSEL_API bool tessel_repairFile(const char *path, const char *repaired);
 
 /* -------------------------------------------------------------------------------------------------- remote

@@ -16,6 +16,8 @@
 #include <boost/json/parse.hpp>
 #include <fmt/format.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 
@@ -115,6 +117,12 @@ int runVerify(const VerifyOptions &options, const HostOptions &host)
     return static_cast<int>(exitCodeOfVerdict(found));
 }
 
+// What the library writes beside a recording that lost something.
+std::string sideFileOf(const std::string &recording)
+{
+    return std::filesystem::path(recording).replace_extension(".losses.json").string();
+}
+
 // The copy is verified before it takes its place.
 int runRepair(const RepairOptions &options, const HostOptions &host)
 {
@@ -126,7 +134,9 @@ int runRepair(const RepairOptions &options, const HostOptions &host)
     if (!tessel_repairFile(LibraryPath(options.File).Text.c_str(), LibraryPath(out.WorkName).Text.c_str()))
         throw Failure(Exit::Failed, visibleText(libraryError()));
     const object found = verified(out.WorkName, options.Repaired);
+    const std::string side = sideFileOf(out.WorkName);
     complete(out);
+    std::rename(side.c_str(), sideFileOf(out.Target).c_str()); // if there is one
     note(fmt::format("{}: {} records", out.Shown, found.at("records").to_number<uint64_t>()));
     for (const value &fault : found.at("faults").as_array())
         warn(fmt::format("{}: {}", out.Shown, visibleText(fault.at("text").as_string())));
@@ -141,12 +151,13 @@ constexpr const char *verifyFooter =
 
 What is looked at: the header's CRC, the number of records against the header, empty or broken
 records at the end, sync period or resolution, channels that the device hasn't got, times that go
-back, overflow records that don't move time on or move it beyond the end of the run.
+back, overflow records that don't move time on or move it beyond the end of the run, and what the
+side file NAME.losses.json says.
 
 JSON: schema (tessel.verify/1), file, verdict, faults [{fault, text}], fileSize, headerSize, crc,
 mode, records, recordsByHeader, partBytes, emptyRecords, events {sync, inputs, markers, overflows,
 invalid, ignored}, stepsBack, idleOverflows, firstFaultyRecord (from 0), timeTagPs or
-syncPeriodPs, durationMs, runMs. What is unknown is null.
+syncPeriodPs, durationMs, runMs, losses. What is unknown is null.
 
 Examples:
   tessel verify decay.tgx

@@ -1,6 +1,7 @@
 #include "datafiles/repair.h"
 
 #include "datafiles/header_writer.h"
+#include "datafiles/losses_file.h"
 #include "datafiles/verification.h"
 #include "log/file_handle.h"
 #include "log/log.h"
@@ -118,7 +119,7 @@ bool repairFile(std::string_view path, std::string_view repaired)
     const std::optional<Verification> file = verifyFile(path);
     if (!file) return false;
     if (const std::string_view why = faultBeyondRepair(*file); !why.empty()) return refuseRepair(path, why);
-    if (writeCopy(*file, repaired)) return true;
+    if (writeCopy(*file, repaired)) return writeLosses(repaired, file->Losses);
     const int error = errno;
     std::filesystem::remove(nativePath(repaired), problem);
     logLastError(fmt::format("File: {} can't be written:", repaired), error);

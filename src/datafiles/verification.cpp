@@ -2,6 +2,7 @@
 
 #include "datafiles/file_device.h"
 #include "datafiles/header_writer.h"
+#include "datafiles/losses_file.h"
 #include "devices/source.h"
 #include "log/file_handle.h"
 #include "log/log.h"
@@ -188,6 +189,11 @@ bool verifyContent(Verification &file, const FileHandle &handle, const std::vect
     judgeRecords(file);
     if (stopReason == StopReason::FileError)
         add(file, FileFault::FileError, "records are missing, by the stop reason of its run");
+    file.Losses = context.FileLosses;
+    if (file.Losses.Verdict != Verdict::Clean)
+        add(file, FileFault::Losses,
+            fmt::format("its run lost something, the recording is {}: {}", verdictText(file.Losses.Verdict),
+                        json::serialize(lossesJson(file.Losses).at("losses"))));
     return true;
 }
 
@@ -208,6 +214,7 @@ std::string_view nameOf(FileFault kind)
     case FileFault::Order: return "order";
     case FileFault::Overflows: return "overflows";
     case FileFault::FileError: return "fileError";
+    case FileFault::Losses: return "losses";
     }
     return "";
 }
@@ -262,6 +269,7 @@ bool hasFault(const Verification &file, FileFault kind)
 Verdict verdictOf(const Verification &file)
 {
     if (file.Faults.empty()) return Verdict::Clean;
+    if (file.Losses.Verdict == Verdict::Invalid) return Verdict::Invalid;
     const bool isUsable =
         std::ranges::all_of(file.Faults, [](const Fault &fault) { return fault.Kind > FileFault::Foreign; });
     return isUsable ? Verdict::Lossy : Verdict::Invalid;
@@ -274,14 +282,13 @@ double durationPs(const Verification &file)
 
 std::string verificationAsJson(const Verification &file)
 {
-    static constexpr std::string_view verdicts[] = {"clean", "lossy", "invalid"};
     const bool isT3 = file.Mode == MeasMode::T3, hasHeader = !file.Header.empty();
     json::array faults;
     for (const Fault &fault : file.Faults)
         faults.push_back(json::object{{"fault", nameOf(fault.Kind)}, {"text", fault.Text}});
     const bool hasFirst = file.Words.FirstFault != WordScan::none;
     return json::serialize(
-        json::object{{"verdict", verdicts[static_cast<size_t>(verdictOf(file))]},
+        json::object{{"verdict", verdictText(verdictOf(file))},
                      {"faults", faults},
                      {"fileSize", file.FileSize},
                      {"headerSize", file.Header.size()},
@@ -297,7 +304,8 @@ std::string verificationAsJson(const Verification &file)
                      {"firstFaultyRecord", orNull(hasFirst, file.Words.FirstFault)},
                      {isT3 ? "syncPeriodPs" : "timeTagPs", orNull(file.UnitPs > 0, file.UnitPs)},
                      {"durationMs", orNull(file.UnitPs > 0, durationPs(file) / 1e9)},
-                     {"runMs", orNull(file.RunMs > 0, file.RunMs)}});
+                     {"runMs", orNull(file.RunMs > 0, file.RunMs)},
+                     {"losses", lossesJson(file.Losses).at("losses")}});
 }
 
 std::optional<std::vector<PlacedTag>> tagsOf(std::string_view header)

@@ -30,6 +30,7 @@ enum class FileFault {
     Order,      // events earlier than those before them
     Overflows,  // overflow records that don't move time on, or move it beyond the run's end
     FileError,  // the run that recorded it says that records are missing
+    Losses,     // its side file says what else the run lost
 };
 
 struct Fault
@@ -52,6 +53,7 @@ struct Verification
     double UnitPs = 0; // of a T2 time tag; T3: the sync period; 0: unknown
     double RunMs = 0;  // as long as the run took or was to take; 0: unknown
     WordScan Words{};
+    LossReport Losses{};         // by the side file
     std::vector<Fault> Faults{}; // in the order of FileFault
 };
 

@@ -14,13 +14,6 @@ bool isNegative(uint64_t difference)
     return static_cast<int64_t>(difference) < 0;
 }
 
-uint64_t ignoredIn(std::span<const uint32_t> words)
-{
-    return static_cast<uint64_t>(std::ranges::count_if(words, [](uint32_t word) {
-        return Word::special(word) && Word::channel(word) == Word::IgnoredChannel;
-    }));
-}
-
 } // namespace
 
 WordScanner::WordScanner(DecodeRules wanted)
@@ -43,15 +36,14 @@ void WordScanner::scanPiece(std::span<const uint32_t> words)
     const uint64_t baseBefore = overflowBase;
     InvalidWords unlisted{.Words = {}, .Count = 0, .Room = 0};
     const uint64_t count = decode(words, rules, overflowBase, times.get(), channels.get(), unlisted);
-    const uint64_t ignored = count < words.size() && rules.IgnoresCode18 ? ignoredIn(words) : 0;
-    const uint64_t invalid = words.size() - count - ignored;
+    const uint64_t invalid = invalidAmong(words, count, rules);
     const bool isBack = hasStepBack(count);
     if ((invalid > 0 || isBack) && scanned.FirstFault == WordScan::none)
         scanned.FirstFault = scanned.Words + firstFaultIn(words, baseBefore);
     if (isBack) countStepsBack(count);
     countEvents(count);
     scanned.Invalid += invalid;
-    scanned.Ignored += ignored;
+    scanned.Ignored += words.size() - count - invalid;
     scanned.Words += words.size();
     if (count == 0) return;
     lastTime = timeOf(times[count - 1]);

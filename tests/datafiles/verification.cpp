@@ -2,6 +2,7 @@
 #include "datafiles/verification.h"
 
 #include "datafiles/header_writer.h"
+#include "datafiles/losses_file.h"
 #include "datafiles/repair.h"
 #include "opened.h"
 #include "support/words.h"
@@ -139,4 +140,19 @@ TEST(Verification, ARepairTellsTheRun)
     EXPECT_EQ(repaired->context.CountRates[0], 2);
     EXPECT_EQ(repaired->context.CountRates[1], 1);
     EXPECT_EQ(repaired->device.SyncPeriodPs, 1000000);
+}
+
+// What the side file says stays with the records.
+TEST(Verification, LossesOfTheRunStayWithACopy)
+{
+    const TempFolder folder;
+    const std::string path = t2(900).write(folder.file("a.tgx"));
+    sealHeader(path);
+    LossReport losses{.Verdict = Verdict::Invalid};
+    losses.Places[static_cast<size_t>(LossPlace::ReadBuffer)] = {.Occasions = 1, .Lost = 77};
+    ASSERT_TRUE(writeLosses(path, losses));
+    EXPECT_EQ(faultsOf(path), "invalid: cutShort losses");
+    ASSERT_TRUE(repairFile(path, folder.file("b.tgx")));
+    EXPECT_EQ(faultsOf(folder.file("b.tgx")), "invalid: fileError losses");
+    EXPECT_EQ(verifyFile(folder.file("b.tgx"))->Losses.Places[2].Lost, 77u);
 }
