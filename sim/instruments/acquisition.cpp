@@ -89,6 +89,7 @@ int32_t startMeas(Instrument &instrument, int32_t acqTimeMs)
     // The histogram memory is cleared by ClearHistMem alone.
     std::vector<uint32_t> &fresh = instrument.Run->Recorder.Histograms.Counts;
     if (counts.size() == fresh.size()) fresh = std::move(counts);
+    if (!instrument.What.WordsPath.empty()) instrument.Run->WordsFile.open(instrument.What.WordsPath);
     keepStartTime(instrument);
     return ok;
 }
@@ -132,6 +133,9 @@ int32_t readFifo(Instrument &instrument, std::span<uint32_t> room, int32_t &coun
     if (instrument.What.Pace == 0) advanceTo(run, UINT64_MAX, room.size(), windowsPerRead);
     const size_t read = readWords(run.Recorder.Fifo, room.data(), room.size());
     run.Truth.WordsRead += read;
+    if (run.WordsFile.is_open())
+        run.WordsFile.write(reinterpret_cast<const char *>(room.data()),
+                            static_cast<std::streamsize>(read * sizeof(uint32_t)));
     count = static_cast<int32_t>(read);
     return ok;
 }

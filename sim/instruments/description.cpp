@@ -202,6 +202,7 @@ void readInstrument(JsonNode &node, InstrumentDescription &instrument)
     readInteger(node, "seed", instrument.Seed, 0, 9e15);
     readInteger(node, "fifoRecords", instrument.FifoRecords, 1024, 1 << 26);
     readText(node, "truth", instrument.TruthPath);
+    readText(node, "words", instrument.WordsPath);
     readInteger(node, "triggers", instrument.Triggers, 1, 3);
     readInteger(node, "warnings", instrument.Warnings, 0, INT32_MAX);
     readMeasuring(node, instrument);
@@ -224,11 +225,12 @@ void readEntry(JsonNode &node, std::vector<InstrumentDescription> &all)
     if (serial.size() > 48) failAt(node.Path + "serial", "is longer than 48 characters");
     readInstrument(node, instrument);
     readFaults(node, instrument.Faults, instrument.Flags);
-    const std::string truth = instrument.TruthPath;
+    const std::string truth = instrument.TruthPath, words = instrument.WordsPath;
     for (int32_t i = 0; i < number; ++i, ++instrument.Port, ++instrument.Seed) {
         const std::string end = i > 0 ? "-" + std::to_string(i + 1) : "";
         setIdentity(instrument, serial.empty() ? serial : serial + end);
         if (!truth.empty()) instrument.TruthPath = truth + end;
+        if (!words.empty()) instrument.WordsPath = words + end;
         for (const InstrumentDescription &other : all)
             if (other.Family == *id && other.Port == instrument.Port) failAt(node.Path + "port", "is taken");
         all.push_back(instrument);

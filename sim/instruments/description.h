@@ -106,9 +106,9 @@ struct InstrumentDescription
     uint64_t Seed = 1;
     double Pace = 1; // of its clock; 0: as fast as it is read
     uint32_t FifoRecords = 0;
-    std::string TruthPath; // empty: none
-    uint32_t Triggers = 3; // CD90: 1 edge, 2 CFD
-    int32_t Warnings = 0;  // besides those that it finds
+    std::string TruthPath, WordsPath; // empty: none
+    uint32_t Triggers = 3;            // CD90: 1 edge, 2 CFD
+    int32_t Warnings = 0;             // besides those that it finds
     uint8_t Mac[6] = {};
     SyncDescription Sync;
     LightDescription Light;

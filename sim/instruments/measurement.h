@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <fstream>
 #include <vector>
 
 namespace Tessel::Sim {
@@ -42,6 +43,7 @@ struct Measurement
     Sim::EventFilter Filter;
     Sim::Recorder Recorder;
     Sim::Truth Truth;
+    std::ofstream WordsFile;                // what is read, if that is wished
     uint64_t NextSync = 0, SyncDivider = 1; // T2: number of the next sync record
     Reorder Arrivals, Counted;
     std::vector<Event> Passed, Taken, Mixed, Work; // of one window
