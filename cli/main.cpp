@@ -116,7 +116,7 @@ int run(int argc, char **argv)
     const std::vector<Command> commands = {
         addInfo(program),   addSimulate(program), addHistogram(program), addG2(program),    addFcs(program),
         addTrace(program),  addHist2d(program),   addUnfold(program),    addChain(program), addVerify(program),
-        addRepair(program), addDevices(program),  addConfig(program)};
+        addRepair(program), addDevices(program),  addConfig(program),    addServe(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &thrown) {

@@ -30,5 +30,6 @@ Command addHist2d(CLI::App &program);
 Command addUnfold(CLI::App &program);
 Command addVerify(CLI::App &program);
 Command addRepair(CLI::App &program);
+Command addServe(CLI::App &program);
 
 } // namespace Tessel::Cli

@@ -23,9 +23,11 @@ namespace Tessel::Cli {
 namespace {
 
 // The program's own: no log file, the log to the console only if it is to be seen.
-std::string ownSettings(bool verbose)
+std::string ownSettings(const HostOptions &options)
 {
-    return fmt::format("[Log]\nFile=false\nConsole={}\n[Params]\nBufferSize=8\n", verbose);
+    return fmt::format("[Log]\nFile=false\nConsole={0}\n[LogLevel]\nApi={1}\nDevice={1}\nDataFile={1}\n"
+                       "[Params]\nBufferSize=8\n",
+                       options.Verbose || options.LogsPeers, options.Verbose);
 }
 
 [[noreturn]] void refuse(const std::string &path, std::string_view why)
@@ -73,7 +75,7 @@ void nameAs(boost::json::object &config, const std::string &path)
 
 Session::Session(const HostOptions &options)
 {
-    if (options.Verbose) showLog();
+    if (options.Verbose || options.LogsPeers) showLog();
     if (options.Simulated) chooseSimulatedInstruments(options.SimulationPath);
     if (!options.IniPath.empty()) {
         if (!std::filesystem::is_regular_file(options.IniPath))
@@ -81,7 +83,7 @@ Session::Session(const HostOptions &options)
                           fmt::format("{}: no such settings file", visibleText(options.IniPath)));
         initAPI(LibraryPath(options.IniPath).Text.c_str());
     } else {
-        initAPI(MemoryFile(ownSettings(options.Verbose)).path().c_str());
+        initAPI(MemoryFile(ownSettings(options)).path().c_str());
     }
 }
 
