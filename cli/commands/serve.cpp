@@ -28,7 +28,7 @@ struct ServeOptions
     std::vector<std::string> Assignments;
 };
 
-constexpr auto signalPace = std::chrono::milliseconds(50); // between two looks for Ctrl-C
+constexpr auto signalPace = std::chrono::milliseconds(50); // between two looks for Ctrl-C; the log takes less
 
 std::string openServed(const ServeOptions &options, const HostOptions &host)
 {
@@ -53,6 +53,8 @@ int runServe(const ServeOptions &options, const HostOptions &given)
     const Session session(host);
     const std::string id = openServed(options, host);
     const InterruptWatch watch;
+    std::this_thread::sleep_for(signalPace); // what the log has up to here leads nowhere
+    if (host.LogsPeers) showLog();
     if (!tessel_serve(nullptr, options.Address.c_str(), options.Port))
         throw Failure(Exit::Failed, withReason(fmt::format("{}: can't be served", visibleText(id))));
     const bool hasColons = options.Address.find(':') != std::string::npos;

@@ -75,7 +75,7 @@ void nameAs(boost::json::object &config, const std::string &path)
 
 Session::Session(const HostOptions &options)
 {
-    if (options.Verbose || options.LogsPeers) showLog();
+    if (options.Verbose) showLog();
     if (options.Simulated) chooseSimulatedInstruments(options.SimulationPath);
     if (!options.IniPath.empty()) {
         if (!std::filesystem::is_regular_file(options.IniPath))

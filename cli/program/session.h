@@ -17,7 +17,7 @@ struct HostOptions
 {
     bool Verbose = false;
     bool Quiet = false;
-    bool LogsPeers = false;     // show the log without its traces: what comes from other computers
+    bool LogsPeers = false;     // the log without its traces, seen from showLog() on
     std::string IniPath;        // empty: settings of the program's own
     bool Simulated = false;     // the simulated instruments beside the program, no others
     std::string SimulationPath; // what they are; empty: the standard one, or what the environment says

@@ -125,11 +125,14 @@ void dropTaken(LineLink &link)
     *link.Held -= before - link.Received.capacity();
 }
 
-// Room for `readStep` bytes more. False: all links together have too much.
+// Room for `readStep` bytes more: a longer line gets all at once, of which it uses what it fills. False: all
+// links together have too much.
 bool growRoom(LineLink &link)
 {
     const size_t before = link.Received.capacity(), needed = link.Received.size() + readStep;
-    if (needed > before && needed > keptRoom && *link.Held + needed > mostHeld) return false;
+    const size_t room = needed > keptRoom ? longestLine + readStep : needed;
+    if (needed > before && room > keptRoom && *link.Held + room > mostHeld) return false;
+    if (needed > before) link.Received.reserve(room);
     link.Received.resize(needed);
     *link.Held += link.Received.capacity() - before;
     return true;

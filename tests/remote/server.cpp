@@ -78,7 +78,7 @@ size_t peakKiB(bool isNew = false)
 // that does nothing else.
 TEST_F(Served, AnswersAnyPeerWhileARunGoesOn)
 {
-    const auto words = randomWords({.count = 300'000, .channels = 2});
+    const auto words = randomWords({.count = 50'000, .channels = 2});
     std::vector<char> file(8192);
     const std::string path = TgxFile::t3(2).records(words).write(host.folder().path() / "a.tgx");
     ASSERT_TRUE(tessel_openFile(path.c_str(), file.data(), file.size()));
@@ -90,7 +90,7 @@ TEST_F(Served, AnswersAnyPeerWhileARunGoesOn)
     };
     const auto expected = count();
     peakKiB(true);
-    count();
+    for (int run = 0; run < 10; ++run) count();
     const size_t before = peakKiB();
     const char *seconds = std::getenv("TESSEL_TEST_SECONDS");
     std::atomic<bool> isOver{false};
@@ -108,7 +108,7 @@ TEST_F(Served, AnswersAnyPeerWhileARunGoesOn)
     EXPECT_EQ(result, 0);
     EXPECT_EQ(wrong, 0u);
     if (!isSanitized) {
-        EXPECT_LT(peakKiB(), before + 32 * 1024);
+        EXPECT_LT(peakKiB() - before, 32 * 1024u);
     }
     char current[8192];
     EXPECT_TRUE(getDeviceConfig(current));
