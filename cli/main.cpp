@@ -39,7 +39,8 @@ Examples:
   tessel histogram decay.tgx --plot decay.png
   tessel histogram decay.tgx --json | jq '.channels[].total'
   tessel devices --sim
-  tessel histogram --sim --for 10s --plot decay.png
+  tessel histogram --sim --live
+  tessel record run.tgx --sim --for 10s
 
 tessel COMMAND --help shows the options of a command.)";
 
@@ -114,9 +115,10 @@ int run(int argc, char **argv)
     program.fallthrough();
     program.footer(programFooter);
     const std::vector<Command> commands = {
-        addInfo(program),   addSimulate(program), addHistogram(program), addG2(program),    addFcs(program),
-        addTrace(program),  addHist2d(program),   addUnfold(program),    addChain(program), addVerify(program),
-        addRepair(program), addDevices(program),  addConfig(program),    addServe(program)};
+        addInfo(program),   addSimulate(program), addHistogram(program), addG2(program),
+        addFcs(program),    addTrace(program),    addHist2d(program),    addUnfold(program),
+        addChain(program),  addVerify(program),   addRepair(program),    addDevices(program),
+        addConfig(program), addServe(program),    addRates(program),     addRecord(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &thrown) {

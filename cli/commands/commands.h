@@ -25,6 +25,8 @@ Command addConfig(CLI::App &program);
 Command addDevices(CLI::App &program);
 Command addG2(CLI::App &program);
 Command addFcs(CLI::App &program);
+Command addRates(CLI::App &program);
+Command addRecord(CLI::App &program);
 Command addTrace(CLI::App &program);
 Command addHist2d(CLI::App &program);
 Command addUnfold(CLI::App &program);

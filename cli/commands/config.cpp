@@ -47,16 +47,6 @@ HostOptions withInstrument(HostOptions host, const std::string &argument)
     return host;
 }
 
-int32_t modeNumber(const std::string &mode)
-{
-    return mode == "t2" ? 2 : mode == "t3" ? 3 : 0;
-}
-
-std::string modeText(int64_t mode)
-{
-    return mode == 0 ? "histogram" : fmt::format("T{}", mode);
-}
-
 void addInstrument(fmt::memory_buffer &text, const object &config)
 {
     const auto textOf = [&](const char *key) { return visibleText(std::string(config.at(key).as_string())); };
@@ -151,7 +141,7 @@ Command addConfig(CLI::App &program)
     command->add_option("INSTRUMENT", options->Instrument, "Its id, or sim: the first simulated one")
         ->type_name("");
     addSettingOption(*command, options->Assignments);
-    asOneOf(command->add_option("--mode", options->Mode, "Measurement mode"), {"t2", "t3", "histogram"})
+    asOneOf(command->add_option("--mode", options->Mode, "Measurement mode"), {"t2", "t3", histogramMode})
         ->capture_default_str();
     asNumber(command->add_option("--ref-source", options->RefSource, "Reference clock; 0: internal"), 0, 100)
         ->capture_default_str();

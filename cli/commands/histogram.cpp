@@ -5,6 +5,7 @@
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"
+#include "program/instrument.h"
 #include "program/output.h"
 #include "program/plot.h"
 #include "program/units.h"
@@ -28,21 +29,28 @@ struct HistogramOptions
     std::optional<int> RefChan;
     std::string BinWidth; // empty: as the recording has it
     std::optional<uint64_t> Bins;
+    bool Hardware = false;
 };
 
 constexpr const char *histogramSchema = "tessel.histogram/1";
 constexpr uint64_t defaultT2BinWidthPs = 100;
 constexpr uint64_t mostBins = uint64_t(1) << 28;
 
-void refuseInT3(const HistogramOptions &options)
+// What is for T2, elsewhere.
+void refuseT2Options(const HistogramOptions &options, const Recording &recording)
 {
     const char *given = options.RefChan             ? "--ref-chan"
                         : !options.BinWidth.empty() ? "--bin-width"
                         : options.Bins              ? "--bins"
                                                     : nullptr;
-    if (given)
-        throw Failure(Exit::Usage, fmt::format("{} is for T2, and {} is a T3 recording", given,
-                                               visibleText(options.Measure.File)));
+    if (!given) return;
+    if (options.Hardware)
+        throw Failure(Exit::Usage, fmt::format("{} is for T2: the bins of --hardware are those of the settings "
+                                               "binning and length-code",
+                                               given));
+    throw Failure(Exit::Usage,
+                  fmt::format("{} is for T2, and {} is a T3 {}", given, visibleText(recording.Path),
+                              recording.isLive() ? "instrument" : "recording"));
 }
 
 uint64_t binWidth(const HistogramOptions &options)
@@ -53,8 +61,8 @@ uint64_t binWidth(const HistogramOptions &options)
 Histogram shaped(const HistogramOptions &options, const Recording &recording)
 {
     Histogram histogram;
-    if (recording.MeasMode == 3) {
-        refuseInT3(options);
+    if (recording.MeasMode != 2) {
+        refuseT2Options(options, recording);
         histogram.BinWidthPs = recording.ResolutionPs;
         histogram.SyncPeriodPs = recording.SyncPeriodPs;
     } else {
@@ -133,7 +141,7 @@ Plot asPlot(const Recording &recording, const Histogram &histogram)
     Plot plot;
     plot.Title = plotTitle(recording);
     plot.XLabel =
-        fmt::format("Time since the {} ({})", recording.MeasMode == 3 ? "sync" : "reference", axis.Unit);
+        fmt::format("Time since the {} ({})", recording.MeasMode == 2 ? "reference" : "sync", axis.Unit);
     plot.YLabel = fmt::format("Counts per {}", timeText(histogram.BinWidthPs));
     plot.LogY = true;
     plot.XMax = static_cast<double>(bins) * histogram.BinWidthPs * axis.Factor;
@@ -147,11 +155,29 @@ Plot asPlot(const Recording &recording, const Histogram &histogram)
     return plot;
 }
 
+// The instrument builds the histograms; there is no stream.
+MeasureOptions forHardware(const HistogramOptions &options, const HostOptions &host)
+{
+    MeasureOptions measure = options.Measure;
+    const char *other = !host.namesInstrument()        ? "a recording"
+                        : !measure.Mode.empty()        ? "--mode"
+                        : !measure.Chain.Texts.empty() ? "--chain"
+                        : !measure.RecordFile.empty()  ? "--record"
+                                                       : nullptr;
+    if (other)
+        throw Failure(Exit::Usage, fmt::format("--hardware and {}: the instrument's own histograms have no "
+                                               "stream of events",
+                                               other));
+    measure.Mode = histogramMode;
+    return measure;
+}
+
 int runHistogram(const HistogramOptions &options, const HostOptions &host)
 {
+    const MeasureOptions source = options.Hardware ? forHardware(options, host) : options.Measure;
     Histogram histogram;
     Growing<uint32_t> counts;
-    return measure(options.Measure, host,
+    return measure(source, host,
                    {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
                     .Start =
                         [&](const RunStart &run) {
@@ -169,7 +195,9 @@ int runHistogram(const HistogramOptions &options, const HostOptions &host)
 constexpr ResultHelp histogramHelp = {
     .About =
         R"(T3: a bin is a dtime; there are 32768 bins, as wide as the recording's resolution.
-T2: an event counts in the bin of its time since the last event of the reference channel.)",
+T2: an event counts in the bin of its time since the last event of the reference channel.
+--hardware: the instrument counts by itself, in bins of its resolution; --set binning=2 makes them
+wider, --set length-code=3 sets how many there are, --set stop-count=65535 ends at a full bin.)",
     .Csv = "a line per bin: time_ps (its start), then\nthe counts of sync, ch1, ch2, ...; empty bins too",
     .Schema = histogramSchema,
     .Keys = R"(  bins          number of bins of a channel
@@ -178,7 +206,9 @@ T2: an event counts in the bin of its time since the last event of the reference
   refChan       T2: reference channel; T3: null
   channels      [{row, name, total, counts [bins]}]; row 0 is the sync, row n input n)",
     .Examples = R"(  tessel histogram decay.tgx -o decay.csv --plot decay.png
-  tessel histogram emitter.tgx --ref-chan 1 --bin-width 500ps --bins 400)"};
+  tessel histogram emitter.tgx --ref-chan 1 --bin-width 500ps --bins 400
+  tessel histogram --sim --live
+  tessel histogram --sim --hardware --for 10s --set binning=3 -o decay.csv)"};
 
 } // namespace
 
@@ -193,6 +223,7 @@ Command addHistogram(CLI::App &program)
         command->add_option("--ref-chan", options->RefChan, "T2: reference channel; by default 0 (sync)"));
     asTime(command->add_option("--bin-width", options->BinWidth, "T2: width of a bin; by default 100ps"));
     asNumber(command->add_option("--bins", options->Bins, "T2: number of bins; by default 65536"), 1, mostBins);
+    command->add_flag("--hardware", options->Hardware, "Let the instrument build the histograms");
     command->footer(helpText(histogramHelp));
     return {command, [options](const HostOptions &host) { return runHistogram(*options, host); }};
 }

@@ -3,6 +3,7 @@
 #include "program/text_plot.h"
 #include "program/units.h"
 #include "program/visible_text.h"
+#include "tessel.h"
 
 #include <fmt/format.h>
 
@@ -22,12 +23,17 @@ std::string timePassed(const Measured &measured)
     return fmt::format("{} of {}", passed, timeText(runForMs * 1e9));
 }
 
-std::string fileText(const std::string &path)
+// Words and events; of what an instrument has dropped itself nobody knows how many.
+std::string lostText()
 {
-    std::error_code problem;
-    const auto bytes = std::filesystem::file_size(path, problem);
-    const std::string name = visibleText(std::filesystem::path(path).filename().string());
-    return problem ? name : fmt::format("{} {}", name, byteText(static_cast<double>(bytes)));
+    tessel_losses losses = {};
+    losses.size = sizeof losses;
+    if (!tessel_getLosses(nullptr, &losses)) return "";
+    const auto &places = losses.places;
+    if (places[TESSEL_LOSS_FIFO].occasions || places[TESSEL_LOSS_DROPPED].occasions) return "events lost";
+    uint64_t lost = 0;
+    for (const tessel_loss &place : places) lost += place.lost;
+    return fmt::format("{} lost", lost);
 }
 
 double recordsPerSecond(const LiveState &state)
@@ -63,20 +69,29 @@ void refresh(LiveState &state, Measured &measured, double seconds)
     measured.Run = outcomeSoFar(seconds);
     state.Past.emplace_back(seconds, measured.Run.NumRead);
     while (state.Past.size() > 2 && seconds - state.Past[1].first >= span) state.Past.pop_front();
-    if (measured.From.isLive()) state.Rates = countRates(measured.From);
+    if (!measured.From.isLive()) return;
+    state.Rates = countRates(measured.From);
+    state.Lost = lostText();
 }
 
 std::vector<FrameItem> statusItems(const LiveState &state, const Measured &measured)
 {
     const Outcome &run = measured.Run;
-    std::vector<FrameItem> items = {
-        {.Text = plotTitle(measured.From)},
-        {.Text = timePassed(measured)},
-        {.Text = fmt::format("{} records", countText(static_cast<double>(run.NumRead)))},
-        {.Text = fmt::format("{}/s", countText(recordsPerSecond(state)))}};
-    if (!measured.From.isLive())
-        items[2].Text += fmt::format(" of {}", countText(static_cast<double>(measured.From.NumRecords)));
-    if (!state.RecordFile.empty()) items.push_back({.Text = fileText(state.RecordFile)});
+    std::vector<FrameItem> items = {{.Text = plotTitle(measured.From)}, {.Text = timePassed(measured)}};
+    if (measured.From.MeasMode != 0) {
+        const std::string all = countText(static_cast<double>(measured.From.NumRecords));
+        items.push_back({.Text = fmt::format("{} records{}", countText(static_cast<double>(run.NumRead)),
+                                             measured.From.isLive() ? "" : " of " + all)});
+        items.push_back({.Text = fmt::format("{}/s", countText(recordsPerSecond(state)))});
+    }
+    if (measured.Into) {
+        const std::string name = visibleText(std::filesystem::path(measured.Into->Path).filename().string());
+        const auto bytes = static_cast<double>(fileBytes(measured.Into->Path));
+        items.push_back({.Text = fmt::format("{} {}", name, byteText(bytes))});
+    }
+    if (!state.Lost.empty())
+        items.push_back(
+            {.Text = state.Lost, .TextColour = state.Lost.starts_with("0 ") ? Shade::Quiet : Shade::Bad});
     return items;
 }
 

@@ -18,7 +18,7 @@ struct LiveState
 {
     CountRates Rates;
     std::deque<std::pair<double, uint64_t>> Past; // s since the start and records, of about the last second
-    std::string RecordFile;                       // empty: none
+    std::string Lost;                             // of an instrument: how much, in words
 };
 
 // What the run on the current device has come to after this time.

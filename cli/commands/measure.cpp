@@ -2,6 +2,7 @@
 #include "commands/measure.h"
 
 #include "commands/live_view.h"
+#include "commands/shown_run.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
@@ -22,20 +23,6 @@
 
 namespace Tessel::Cli {
 
-void addMeasureOptions(CLI::App &command, MeasureOptions &options)
-{
-    addRecordingArgument(command, options.File);
-    command
-        .add_option("--for", options.For,
-                    "How long an instrument measures (default 1s, with --live until Ctrl-C) [ps]")
-        ->type_name("TIME");
-    asOneOf(command.add_option("--mode", options.Mode, "Mode of an instrument (default t3)"), {"t2", "t3"});
-    addSettingOption(command, options.Assignments);
-    addChainOption(command, options.Chain);
-    addOutputOptions(command, options.Result, "CSV");
-    addPlotOption(command, options.Result);
-}
-
 void addChannelPair(CLI::App &command, ChannelPair &channels)
 {
     asChannel(command.add_option("--chan1", channels.First,
@@ -46,103 +33,7 @@ void addChannelPair(CLI::App &command, ChannelPair &channels)
         ->capture_default_str();
 }
 
-void checkFiles(const MeasureOptions &options, const HostOptions &host, const std::string &beside)
-{
-    std::vector<std::string> inputs = chainFiles(options.Chain);
-    inputs.insert(inputs.end(), {options.File, host.IniPath, host.SimulationPath});
-    std::vector<Output> outputs = outputsOf(options.Result);
-    if (!beside.empty()) outputs.push_back({"-o", beside});
-    checkOutputs(inputs, outputs, options.Result.Force);
-}
-
 namespace {
-
-// Whole ms, as the library takes it.
-int32_t acqTimeMs(const MeasureOptions &options, const HostOptions &host)
-{
-    constexpr double psPerMs = 1e9;
-    if (options.For.empty() && drawsLive(options.Updates, host)) return longestRunMs;
-    const std::string text = options.For.empty() ? "1s" : options.For;
-    const double ms = std::round(optionValue("--for", [&] { return parseTimePs(text, "ps"); }) / psPerMs);
-    if (ms < 1 || ms > longestRunMs) throw Failure(Exit::Usage, "--for: from 1ms to 100h");
-    return static_cast<int32_t>(ms);
-}
-
-Recording openLive(const MeasureOptions &options, const HostOptions &host)
-{
-    const int32_t runForMs = acqTimeMs(options, host);
-    const std::string id = openInstrument(host);
-    initInstrument(id, options.Mode == "t2" ? 2 : 3, 0);
-    for (const std::string &assignment : options.Assignments)
-        for (const Clamped &clamped : applySetting(assignment)) warnOf(clamped);
-    return liveRecording(runForMs);
-}
-
-Recording openSource(const MeasureOptions &options, const HostOptions &host)
-{
-    if (host.namesInstrument()) return openLive(options, host);
-    if (!options.For.empty() || !options.Mode.empty() || !options.Assignments.empty())
-        throw Failure(Exit::Usage, "--for, --mode and --set are for instruments");
-    return openRecording(options.File);
-}
-
-} // namespace
-
-Measured openForMeasuring(const MeasureOptions &options, const HostOptions &host)
-{
-    const std::vector<ChainStage> stages = readChain(options.Chain);
-    Measured measured{.From = openSource(options, host), .Chain = {}, .Run = {}};
-    Recording &recording = measured.From;
-    if (recording.MeasMode != 2 && recording.MeasMode != 3)
-        throw Failure(Exit::Failed, fmt::format("{}: a recording of mode {} has no events to count",
-                                                visibleText(recording.Path), recording.MeasMode));
-    measured.Chain = placeChain(recording, stages);
-    return measured;
-}
-
-namespace {
-
-boost::json::object ratesJson(const CountRates &rates)
-{
-    return {{"sync", rates.Sync}, {"inputs", boost::json::array(rates.Inputs.begin(), rates.Inputs.end())}};
-}
-
-// The result so far.
-boost::json::object updateLine(const Measurement &measurement, const Measured &measured,
-                               const CountRates &rates)
-{
-    boost::json::object line = measurement.Json(measured);
-    line["seconds"] = measured.Run.Seconds;
-    line["rates"] = nullptr;
-    if (measured.From.isLive()) line["rates"] = ratesJson(rates);
-    return line;
-}
-
-// Runs it to its end, with what is shown meanwhile; the result is taken after that.
-Outcome runMeasurement(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement,
-                       Measured &measured)
-{
-    LiveState state{.Rates = {}, .Past = {}, .RecordFile = options.RecordFile};
-    const auto takePresent = [&](double seconds) {
-        measurement.Take(false);
-        refresh(state, measured, seconds);
-    };
-    const auto draw = [&](Frame &frame) { drawMeasuring(frame, state, measured, measurement.Plot(measured)); };
-    Updates updates(options.Updates, host, {.Refresh = takePresent, .Draw = draw, .Line = [&] {
-                                                return updateLine(measurement, measured, state.Rates);
-                                            }});
-    const auto start = [&](int32_t acqTimeMs, uint8_t *finished) {
-        measurement.Start({acqTimeMs, !options.RecordFile.empty(), finished});
-    };
-    const auto step = [&] {
-        update(updates);
-        return false;
-    };
-    measured.Run = replay(measured.From, start, step, !updates.Picture);
-    measurement.Take(true);
-    finish(updates);
-    return measured.Run;
-}
 
 // A picture that stays on the terminal stands for the text that would follow it there.
 bool writesText(const MeasureOptions &options, const HostOptions &host)
@@ -163,14 +54,22 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
     checkFiles(options, host);
     Measured measured = openForMeasuring(options, host);
     measurement.Prepare(measured.From);
-    measured.Run = runMeasurement(options, host, measurement, measured);
-    noteSpeed(measured.Run);
+    runShown(options, host,
+             {.Start = measurement.Start,
+              .Take = measurement.Take,
+              .Draw =
+                  [&](Frame &frame, const LiveState &state) {
+                      drawMeasuring(frame, state, measured, measurement.Plot(measured));
+                  },
+              .Json = [&] { return measurement.Json(measured); }},
+             measured);
+    if (measured.From.MeasMode != 0) noteSpeed(measured.Run);
     if (measurement.IsEmpty()) warn(fmt::format("nothing was counted: that needs {}", measurement.Needs));
     if (writesText(options, host))
         writeResult(options.Result.File,
                     options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
     if (!options.Result.PlotFile.empty()) drawResult(options.Result, measurement.Plot(measured));
-    return reportOutcome(measured.From, measured.Run);
+    return reportRun(measured);
 }
 
 void drawResult(const ResultOptions &options, const Plot &plot)
@@ -214,16 +113,30 @@ std::vector<std::string> firstNotes(const Measured &measured, std::string_view s
     const Recording &recording = measured.From;
     std::vector<std::string> lines = {std::string(schema)};
     if (!recording.isLive()) lines.push_back(fmt::format("file: {}", visibleText(recording.Path)));
-    lines.push_back(fmt::format("device: {}, T{}", visibleText(recording.Id), recording.MeasMode));
+    lines.push_back(fmt::format("device: {}, {}", visibleText(recording.Id), modeText(recording.MeasMode)));
     for (std::string &stage : chainNotes(measured.Chain)) lines.push_back(std::move(stage));
     return lines;
 }
 
+namespace {
+
+std::string liveNote(const Measured &measured)
+{
+    const Outcome &run = measured.Run;
+    const int32_t runForMs = measured.From.RunForMs;
+    std::string text = measured.From.MeasMode == 0 ? std::string("counted by the instrument")
+                                                   : fmt::format("{} records", run.NumRead);
+    const bool wasCut = run.Signal != 0 || !run.Reached.empty();
+    if (runForMs != longestRunMs) text += fmt::format(" in {} ms{}", runForMs, wasCut ? " at most" : "");
+    if (!run.Reached.empty()) text += fmt::format(", ended at {}", visibleText(run.Reached));
+    return text + (run.Signal ? ", stopped by the user" : "");
+}
+
+} // namespace
+
 std::string lastNote(const Measured &measured)
 {
-    if (measured.From.isLive())
-        return fmt::format("{} records in {} ms{}", measured.Run.NumRead, measured.From.RunForMs,
-                           measured.Run.Signal ? " at most, stopped by the user" : "");
+    if (measured.From.isLive()) return liveNote(measured);
     return fmt::format("{} of {} records read{}", measured.Run.NumRead, measured.From.NumRecords,
                        measured.Run.Signal ? ", stopped by the user: a partial result" : "");
 }
@@ -234,16 +147,24 @@ boost::json::object recordingKeys(const Measured &measured, std::string_view sch
     boost::json::object keys = {{"schema", schema},
                                 {"file", jsonName(recording.Path)},
                                 {"device", recording.Id},
-                                {"mode", fmt::format("T{}", recording.MeasMode)}};
+                                {"mode", modeText(recording.MeasMode)}};
     if (recording.isLive()) keys["file"] = nullptr;
     if (!measured.Chain.empty()) keys["chain"] = chainJson(measured.Chain);
     return keys;
+}
+
+boost::json::object recordedJson(const Measured &measured)
+{
+    const std::string &path = measured.Run.Ended ? measured.Written.Path : measured.Into->Path;
+    const uint64_t bytes = measured.Run.Ended ? measured.Written.Bytes : fileBytes(path);
+    return {{"file", path}, {"bytes", bytes}, {"closed", measured.Written.IsClosed}};
 }
 
 boost::json::object firstKeys(const Measured &measured, std::string_view schema)
 {
     boost::json::object keys = recordingKeys(measured, schema);
     keys["run"] = outcomeJson(measured.From, measured.Run);
+    if (measured.Into) keys["recorded"] = recordedJson(measured);
     return keys;
 }
 
@@ -276,7 +197,7 @@ bool isAllZero(std::span<const double> values)
 std::string plotTitle(const Recording &recording)
 {
     const std::filesystem::path path(recording.Path);
-    return fmt::format("{}, T{}", path.filename().string(), recording.MeasMode);
+    return fmt::format("{}, {}", path.filename().string(), modeText(recording.MeasMode));
 }
 
 void checkChannel(const char *option, int channel, const Recording &recording)

@@ -4,6 +4,7 @@
 
 #include "chain/placed_chain.h"
 #include "commands/updates.h"
+#include "program/new_recording.h"
 #include "program/options.h"
 #include "program/plot.h"
 #include "program/replay.h"
@@ -13,6 +14,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -24,12 +26,17 @@ struct MeasureOptions
 {
     std::string File;
     std::string For, Mode;                // of an instrument; empty: as --help says
+    bool RunsOn = false;                  // without For: until it is stopped
     std::vector<std::string> Assignments; // of its settings
     ChainOptions Chain;
     std::string RecordFile; // empty: what an instrument sends isn't recorded
+    std::string RecordOption = "--record";
     UpdateOptions Updates;
     ResultOptions Result;
 };
+
+// --for, --mode and --set; `runsFor`: without --for.
+void addInstrumentOptions(CLI::App &command, MeasureOptions &options, const std::string &runsFor);
 
 // The recording or how long an instrument measures, the chain, and how to write: to standard output, to a file,
 // as JSON, as a plot.
@@ -50,6 +57,8 @@ struct Measured
     Recording From;
     PlacedChain Chain;
     Outcome Run;
+    std::optional<NewRecording> Into; // that the run writes
+    Recorded Written;                 // after the run, if it wrote one
 };
 
 // What a measurement function of the library takes beside its result.
@@ -106,8 +115,11 @@ std::string lastNote(const Measured &measured);
 // The keys that every result begins with: schema, file, device, mode, and chain if there is one.
 boost::json::object recordingKeys(const Measured &measured, std::string_view schema);
 
-// The same, and run.
+// The same, run, and recorded if the run writes a recording.
 boost::json::object firstKeys(const Measured &measured, std::string_view schema);
+
+// What is in the recording that the run writes: file, bytes, closed.
+boost::json::object recordedJson(const Measured &measured);
 
 uint64_t total(std::span<const uint32_t> counts);
 

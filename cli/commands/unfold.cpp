@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/event_plot.h"
 #include "commands/measure.h"
+#include "commands/shown_run.h"
 #include "program/exit_codes.h"
 #include "program/output.h"
 #include "program/output_file.h"
@@ -171,10 +172,11 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     measured.Run = replay(
         measured.From,
         [&](int32_t acqTimeMs, uint8_t *finished) {
-            ufStartBlock(nullptr, acqTimeMs, 0, unfolded.BlockTimes.data(), unfolded.BlockChannels.data(),
-                         capacity, finished);
+            ufStartBlock(nullptr, acqTimeMs, prepareRecording(measured), unfolded.BlockTimes.data(),
+                         unfolded.BlockChannels.data(), capacity, finished);
         },
         [&] { return writeBlock(unfolded, stream); });
+    lookAtRecording(measured);
     if (stream) {
         write(*stream, ending(unfolded, measured));
         complete(*stream);
@@ -182,7 +184,7 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     if (!side.empty()) writeResult(side, jsonText(sideFile(unfolded, measured)));
     noteSpeed(measured.Run);
     if (!result.PlotFile.empty()) drawResult(result, eventPlot(unfolded.First, measured.From));
-    return reportOutcome(measured.From, measured.Run);
+    return reportRun(measured);
 }
 
 constexpr ResultHelp unfoldHelp = {

@@ -55,10 +55,12 @@ void writeLine(Updates &updates, bool isLast)
 
 void addUpdateOptions(CLI::App &command, UpdateOptions &options, bool withLive)
 {
+    CLI::Option *lines =
+        command.add_flag("--json-lines", options.JsonLines,
+                         "Write one JSON object per update to standard output, the result last");
     if (withLive)
-        command.add_flag("--live", options.Live, "Show rates and result in the terminal while they grow");
-    command.add_flag("--json-lines", options.JsonLines,
-                     "Write one JSON object per update to standard output, the result last");
+        command.add_flag("--live", options.Live, "Show rates and result in the terminal while they grow")
+            ->excludes(lines);
     command.add_option("--interval", options.Interval, "Time between two updates")
         ->type_name("TIME")
         ->capture_default_str();
@@ -66,13 +68,12 @@ void addUpdateOptions(CLI::App &command, UpdateOptions &options, bool withLive)
 
 void checkUpdateOptions(const UpdateOptions &options)
 {
-    if (options.Live && options.JsonLines) throw Failure(Exit::Usage, "--live and --json-lines: choose one");
     intervalOf(options);
 }
 
 bool drawsLive(const UpdateOptions &options, const HostOptions &host)
 {
-    return options.Live && canDraw() && !host.Quiet && !host.Verbose;
+    return options.Live && !options.JsonLines && canDraw() && !host.Quiet && !host.Verbose;
 }
 
 Updates::Updates(const UpdateOptions &options, const HostOptions &host, Shown shown)

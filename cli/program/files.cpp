@@ -59,7 +59,8 @@ bool isSame(const Output &output, const Output &other)
     const auto place = [&](const Output &of) {
         return weakly_canonical(std::filesystem::absolute(behindLinks(of.Path)), problem);
     };
-    return !isStandardOutput(output.Path) && place(output) == place(other) && !problem;
+    if (isStandardOutput(output.Path) || isStandardOutput(other.Path)) return false;
+    return place(output) == place(other) && !problem;
 }
 
 // Also a damaged one, by its name.

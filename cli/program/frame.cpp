@@ -112,7 +112,7 @@ int putItems(Frame &frame, int row, int mostRows, const std::vector<FrameItem> &
         }
         const int at = row + used - 1;
         if (item.Mark) putSign(frame, at, column, item.Mark, item.MarkColour);
-        column = putText(frame, at, column + (item.Mark ? 2 : 0), item.Text) + 2;
+        column = putText(frame, at, column + (item.Mark ? 2 : 0), item.Text, item.TextColour) + 2;
     }
     return used;
 }

@@ -60,6 +60,7 @@ struct FrameItem
     char32_t Mark = 0; // 0: none
     Colour MarkColour = 0;
     std::string Text;
+    Colour TextColour = 0;
 };
 int putItems(Frame &frame, int row, int mostRows, const std::vector<FrameItem> &items);
 

@@ -97,6 +97,11 @@ std::string openInstrument(const HostOptions &options)
     throw Failure(Exit::NoDevice, why);
 }
 
+int32_t modeNumber(const std::string &mode)
+{
+    return mode == "t2" ? 2 : mode == histogramMode ? 0 : 3;
+}
+
 void initInstrument(const std::string &id, int32_t measMode, int32_t refSource)
 {
     if (initDevice(measMode, refSource)) return;

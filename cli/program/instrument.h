@@ -21,6 +21,10 @@ bool isBusy(const boost::json::object &config);
 // The instrument that the options name, open and the current device. Throws Failure NoDevice.
 std::string openInstrument(const HostOptions &options);
 
+// "t2", "t3" or histogramMode; empty: T3.
+constexpr const char *histogramMode = "histogram";
+int32_t modeNumber(const std::string &mode);
+
 // Brings the current device into a mode: 0 histograms, 2 T2, 3 T3. Throws Failure NoDevice.
 void initInstrument(const std::string &id, int32_t measMode, int32_t refSource);
 

@@ -105,15 +105,22 @@ Outcome outcomeSoFar(double seconds)
 
 namespace {
 
-constexpr const char *wholeLiveRun = "TimeOver"; // its stop reason
+// An instrument stops its own histogram also at a count that it was given.
+bool isWholeLiveRun(const Recording &recording, const Outcome &outcome)
+{
+    if (outcome.Signal != 0) return false;
+    const bool isFull = recording.MeasMode == 0 && outcome.StopReason == "OverFlow";
+    return !outcome.Reached.empty() || isFull || outcome.StopReason == "TimeOver";
+}
 
-int reportLive(const Outcome &outcome)
+int reportLive(const Recording &recording, const Outcome &outcome)
 {
     if (outcome.Signal != 0) {
         note(fmt::format("stopped after {} records; the result is partial", outcome.NumRead));
         return exitCodeOfSignal(outcome.Signal);
     }
-    if (outcome.StopReason == wholeLiveRun) return static_cast<int>(Exit::Success);
+    if (!outcome.Reached.empty()) note(fmt::format("ended at {}", visibleText(outcome.Reached)));
+    if (isWholeLiveRun(recording, outcome)) return static_cast<int>(Exit::Success);
     warn(fmt::format("the run ended with the stop reason {}", visibleText(outcome.StopReason)));
     return static_cast<int>(Exit::DataLost);
 }
@@ -122,7 +129,7 @@ int reportLive(const Outcome &outcome)
 
 int reportOutcome(const Recording &recording, const Outcome &outcome)
 {
-    if (recording.isLive()) return reportLive(outcome);
+    if (recording.isLive()) return reportLive(recording, outcome);
     const std::string fault = endingFault(recording);
     if (!fault.empty()) warn(fault);
     if (outcome.Signal != 0) {
@@ -152,7 +159,7 @@ boost::json::object outcomeJson(const Recording &recording, const Outcome &outco
         return {{"recordsRead", outcome.NumRead},
                 {"recordsInFile", nullptr},
                 {"recording", nullptr},
-                {"complete", outcome.Signal == 0 && outcome.StopReason == wholeLiveRun},
+                {"complete", outcome.Ended && isWholeLiveRun(recording, outcome)},
                 {"stopReason", stopReason}};
     const bool isWhole = outcome.Ended && outcome.Signal == 0 && outcome.NumRead == recording.NumRecords;
     return {{"recordsRead", outcome.NumRead},

@@ -18,6 +18,7 @@ struct Outcome
     double Seconds = 0;
     int Signal = 0; // that stopped the run; 0: none
     bool Ended = false;
+    std::string Reached; // what was to end the run, if that did
 };
 
 // Calls `start` with the finished byte, then waits for it, shows the progress, and stops the run on Ctrl-C (a

@@ -180,6 +180,11 @@ Recording liveRecording(int32_t runForMs)
     return recording;
 }
 
+std::string modeText(int64_t measMode)
+{
+    return measMode == 0 ? "histogram" : fmt::format("T{}", measMode);
+}
+
 std::string_view endingText(Ending ending)
 {
     switch (ending) {

@@ -85,6 +85,9 @@ Recording openRecording(const std::string &path);
 // The current device, an initialised instrument.
 Recording liveRecording(int32_t runForMs);
 
+// "T2", "T3", "histogram".
+std::string modeText(int64_t measMode);
+
 // "closed", "not closed", "cut short".
 std::string_view endingText(Ending ending);
 
