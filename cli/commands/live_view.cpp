@@ -106,7 +106,7 @@ std::vector<FrameItem> rateItems(const Recording &recording, const CountRates &r
 
 void drawMeasuring(Frame &frame, const LiveState &state, const Measured &measured, const Plot &plot)
 {
-    const int most = std::max(1, frame.Rows / 6);
+    const int most = std::max(1, frame.Rows / 5);
     int row = putItems(frame, 0, most, statusItems(state, measured));
     if (measured.From.isLive() && row < frame.Rows)
         row += putItems(frame, row, most, rateItems(measured.From, state.Rates));

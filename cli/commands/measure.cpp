@@ -97,7 +97,9 @@ std::string helpText(const ResultHelp &help)
         "CSV: comment lines with '#', a line of names, {}\n\n"
         "JSON: schema ({}), file, device, mode, chain (if there is one),\n"
         "run {{recordsRead, recordsInFile, recording (closed, not closed, cut short), complete,\n"
-        "stopReason}} (of an instrument file, recordsInFile and recording are null), and\n{}\n\n"
+        "stopReason}} (of an instrument file, recordsInFile and recording are null), of an instrument\n"
+        "live {{acquisitionMs, liveTimeMs, meanSyncRate [Hz], rates {{sync, inputs}} [cps], instrument (all\n"
+        "that is set on it)}}, with --record recorded {{file, bytes, closed}}, and\n{}\n\n"
         "Examples:\n{}",
         help.About, help.HasUpdates ? updates : "", help.Csv, help.Schema, help.Keys, help.Examples);
 }
@@ -153,6 +155,26 @@ boost::json::object recordingKeys(const Measured &measured, std::string_view sch
     return keys;
 }
 
+boost::json::object ratesJson(const CountRates &rates)
+{
+    return {{"sync", rates.Sync}, {"inputs", boost::json::array(rates.Inputs.begin(), rates.Inputs.end())}};
+}
+
+namespace {
+
+// With what a run on the same light can be repeated.
+boost::json::object liveJson(const Measured &measured)
+{
+    const boost::json::object run = runDescription();
+    return {{"acquisitionMs", run.at("AcqTime")},
+            {"liveTimeMs", run.at("StopAfter")},
+            {"meanSyncRate", run.at("AveSyncRate")},
+            {"rates", ratesJson(measured.Rates)},
+            {"instrument", measured.From.Config}};
+}
+
+} // namespace
+
 boost::json::object recordedJson(const Measured &measured)
 {
     const std::string &path = measured.Run.Ended ? measured.Written.Path : measured.Into->Path;
@@ -164,6 +186,7 @@ boost::json::object firstKeys(const Measured &measured, std::string_view schema)
 {
     boost::json::object keys = recordingKeys(measured, schema);
     keys["run"] = outcomeJson(measured.From, measured.Run);
+    if (measured.From.isLive() && measured.Run.Ended) keys["live"] = liveJson(measured);
     if (measured.Into) keys["recorded"] = recordedJson(measured);
     return keys;
 }

@@ -4,6 +4,7 @@
 
 #include "chain/placed_chain.h"
 #include "commands/updates.h"
+#include "program/instrument.h"
 #include "program/new_recording.h"
 #include "program/options.h"
 #include "program/plot.h"
@@ -59,6 +60,7 @@ struct Measured
     Outcome Run;
     std::optional<NewRecording> Into; // that the run writes
     Recorded Written;                 // after the run, if it wrote one
+    CountRates Rates;                 // after the run of an instrument
 };
 
 // What a measurement function of the library takes beside its result.
@@ -115,8 +117,10 @@ std::string lastNote(const Measured &measured);
 // The keys that every result begins with: schema, file, device, mode, and chain if there is one.
 boost::json::object recordingKeys(const Measured &measured, std::string_view schema);
 
-// The same, run, and recorded if the run writes a recording.
+// The same, run, of an instrument live, and recorded if the run writes a recording.
 boost::json::object firstKeys(const Measured &measured, std::string_view schema);
+
+boost::json::object ratesJson(const CountRates &rates);
 
 // What is in the recording that the run writes: file, bytes, closed.
 boost::json::object recordedJson(const Measured &measured);

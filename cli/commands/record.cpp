@@ -121,7 +121,7 @@ int runRecord(const RecordOptions &options, const HostOptions &host)
              }},
         measured);
     noteSpeed(measured.Run);
-    if (measure.Result.Json) writeResult("", jsonText(asJson(measured, counter)));
+    if (measure.Result.Json && !measure.Updates.JsonLines) writeResult("", jsonText(asJson(measured, counter)));
     return reportRun(measured);
 }
 

@@ -16,11 +16,6 @@ namespace Tessel::Cli {
 
 namespace {
 
-boost::json::object ratesJson(const CountRates &rates)
-{
-    return {{"sync", rates.Sync}, {"inputs", boost::json::array(rates.Inputs.begin(), rates.Inputs.end())}};
-}
-
 // The result so far.
 boost::json::object updateLine(const ShownRun &run, const Measured &measured, const CountRates &rates)
 {
@@ -72,7 +67,7 @@ void runShown(const MeasureOptions &options, const HostOptions &host, const Show
     measured.Run = replay(measured.From, start, step, !updates.Picture);
     measured.Run.Reached = watch.Reached;
     run.Take(true);
-    lookAtRecording(measured);
+    lookBack(measured);
     finish(updates);
 }
 
@@ -83,9 +78,10 @@ uint8_t prepareRecording(const Measured &measured)
     return 1;
 }
 
-void lookAtRecording(Measured &measured)
+void lookBack(Measured &measured)
 {
     if (measured.Into) measured.Written = recordedFile(*measured.Into);
+    if (measured.From.isLive()) measured.Rates = countRates(measured.From);
 }
 
 namespace {

@@ -26,8 +26,8 @@ void runShown(const MeasureOptions &options, const HostOptions &host, const Show
 // Just before a run: what it takes as `save`. The library then knows where the recording goes.
 uint8_t prepareRecording(const Measured &measured);
 
-// After the run: what stands in the file.
-void lookAtRecording(Measured &measured);
+// After the run: what it has left in the recording and in the instrument.
+void lookBack(Measured &measured);
 
 // Says on standard error what became of the run and of its recording, and returns the exit code.
 int reportRun(const Measured &measured);

@@ -176,7 +176,7 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
                          unfolded.BlockChannels.data(), capacity, finished);
         },
         [&] { return writeBlock(unfolded, stream); });
-    lookAtRecording(measured);
+    lookBack(measured);
     if (stream) {
         write(*stream, ending(unfolded, measured));
         complete(*stream);

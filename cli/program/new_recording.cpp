@@ -33,6 +33,12 @@ void checkName(const std::string &path)
         refuse("the name of a recording must be UTF-8 without backslashes");
 }
 
+// Where the library says what a recording has lost, if it did. It replaces none that is there.
+fs::path sideFile(const std::string &recording)
+{
+    return fs::path(recording).replace_extension(".losses.json");
+}
+
 // The library writes separators of its own.
 std::string nativePath(std::string path)
 {
@@ -48,24 +54,31 @@ NewRecording newRecording(const std::string &path, bool force)
     NewRecording recording{.Shown = visibleText(path),
                            .Path = fs::absolute(behindLinks(path)).lexically_normal()};
     checkName(recording.Path);
-    const auto fail = [&](Exit code, std::string_view why) {
-        throw Failure(code, fmt::format("{}: {}", recording.Shown, why));
+    const auto fail = [](Exit code, const std::string &shown, std::string_view why) {
+        throw Failure(code, fmt::format("{}: {}", shown, why));
     };
-    std::error_code problem;
-    const auto status = fs::symlink_status(recording.Path, problem);
-    if (fs::exists(status) && !fs::is_regular_file(status)) fail(Exit::Usage, "is there and is no file");
-    if (fs::exists(status) && !force) fail(Exit::Usage, "is there already; --force replaces it");
+    for (const fs::path &file : {fs::path(recording.Path), sideFile(recording.Path)}) {
+        std::error_code problem;
+        const auto status = fs::symlink_status(file, problem);
+        const std::string shown = file == recording.Path ? recording.Shown : visibleText(file.string());
+        if (fs::exists(status) && !fs::is_regular_file(status))
+            fail(Exit::Usage, shown, "is there and is no file");
+        if (fs::exists(status) && !force) fail(Exit::Usage, shown, "is there already; --force replaces it");
+    }
     const std::string folder = fs::path(recording.Path).parent_path();
     if (access(folder.c_str(), W_OK | X_OK) != 0)
-        fail(Exit::Failed, fmt::format("can't be created: {}", std::strerror(errno)));
+        fail(Exit::Failed, recording.Shown, fmt::format("can't be created: {}", std::strerror(errno)));
     return recording;
 }
 
 void giveToLibrary(const NewRecording &recording)
 {
-    std::error_code problem;
-    fs::remove(recording.Path, problem);
-    if (problem) throw Failure(Exit::Failed, fmt::format("{}: {}", recording.Shown, problem.message()));
+    for (const fs::path &file : {fs::path(recording.Path), sideFile(recording.Path)}) {
+        std::error_code problem;
+        fs::remove(file, problem);
+        if (problem)
+            throw Failure(Exit::Failed, fmt::format("{}: {}", visibleText(file.string()), problem.message()));
+    }
     setTGXFilePath(recording.Path.c_str());
 }
 

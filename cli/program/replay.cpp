@@ -69,7 +69,7 @@ Outcome replay(const Recording &recording,
     alignas(std::atomic_ref<uint8_t>::required_alignment) uint8_t finished = 0;
     const std::atomic_ref<uint8_t> isFinished(finished);
     const InterruptWatch watch;
-    Progress progress("replay");
+    Progress progress(recording.isLive() ? "run" : "replay");
     Outcome outcome;
     SideWork work{meanwhile, nullptr};
     ReplayShown shown{progress, recording};
