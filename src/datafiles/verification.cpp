@@ -3,7 +3,7 @@
 #include "datafiles/file_device.h"
 #include "datafiles/header_writer.h"
 #include "datafiles/losses_file.h"
-#include "devices/source.h"
+#include "devices/families.h"
 #include "log/file_handle.h"
 #include "log/log.h"
 #include "log/text.h"
@@ -63,7 +63,7 @@ std::optional<uint64_t> zerosAtEnd(BlockReader &reader, uint64_t words)
     return zeros;
 }
 
-bool scanRecords(Verification &file, const FileHandle &handle, const StreamFacts &facts)
+bool scanRecords(Verification &file, const FileHandle &handle, const Device &device)
 {
     const uint64_t bytes = file.FileSize - file.Header.size();
     file.PartBytes = bytes % wordBytes;
@@ -73,9 +73,9 @@ bool scanRecords(Verification &file, const FileHandle &handle, const StreamFacts
     if (!zeros) return false;
     if (*zeros >= emptyEndWords) file.EmptyRecords = *zeros;
     file.Records -= file.EmptyRecords;
-    WordScanner scanner({.Mode = facts.Mode,
-                         .NumChans = static_cast<uint32_t>(std::max(facts.NumChans, 0)),
-                         .IgnoresCode18 = facts.IgnoresCode18});
+    WordScanner scanner({.Mode = device.MeasMode,
+                         .NumChans = static_cast<uint32_t>(std::max(device.NumChans, 0)),
+                         .IgnoresCode18 = familyOf(device.LibType).IgnoresCode18});
     bool good = true;
     for (uint64_t done = 0; good && done < file.Records; done += blockWords) {
         const uint64_t count = std::min(file.Records - done, blockWords);
@@ -178,7 +178,7 @@ bool verifyContent(Verification &file, const FileHandle &handle, const std::vect
                         static_cast<int32_t>(file.Mode)));
         return true;
     }
-    if (!scanRecords(file, handle, factsOf(device))) {
+    if (!scanRecords(file, handle, device)) {
         logErr(LogCategory::General, "File: {} read Error!", file.Path);
         return false;
     }
