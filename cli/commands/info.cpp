@@ -1,6 +1,7 @@
 // `tessel info`: what a recording says about its device and its last run, and its header.
 #include "commands/commands.h"
 #include "program/console.h"
+#include "program/losses.h"
 #include "program/options.h"
 #include "program/output.h"
 #include "program/units.h"
@@ -61,6 +62,7 @@ void addFile(fmt::memory_buffer &text, const Recording &recording)
         static_cast<uint64_t>(recording.ClaimedRecords) != recording.NumRecords)
         row(text, "", fmt::format("(the header says {})", recording.ClaimedRecords));
     row(text, "Recording", endingText(recording.Ending));
+    for (const std::string &line : lossLines(lossesNow())) row(text, "Losses", line);
 }
 
 void addDevice(fmt::memory_buffer &text, const Recording &recording)
@@ -144,6 +146,7 @@ object asJson(const Recording &recording)
             {"file", jsonName(recording.Path)},
             {"recordsInFile", recording.NumRecords},
             {"recording", endingText(recording.Ending)},
+            {"losses", lossesNow().Losses.at("recording")},
             {"device", recording.Config},
             {"run", recording.Description},
             {"header", recording.Header}};
@@ -161,6 +164,7 @@ int runInfo(const InfoOptions &options, const HostOptions &host)
 constexpr const char *infoFooter =
     R"(JSON: schema (tessel.info/1), file, recordsInFile,
   recording (closed, not closed, cut short), and
+  losses  {verdict (clean, lossy, invalid), losses {place: ...}} of the recording
   device  state of the opened device
   run     the last run
   header  magic, version, sizes, and tags: all of them, in the order of the file

@@ -14,6 +14,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cmath>
@@ -97,9 +98,12 @@ std::string helpText(const ResultHelp &help)
         "CSV: comment lines with '#', a line of names, {}\n\n"
         "JSON: schema ({}), file, device, mode, chain (if there is one),\n"
         "run {{recordsRead, recordsInFile, recording (closed, not closed, cut short), complete,\n"
-        "stopReason}} (of an instrument file, recordsInFile and recording are null), of an instrument\n"
-        "live {{acquisitionMs, liveTimeMs, meanSyncRate [Hz], rates {{sync, inputs}} [cps], instrument (all\n"
-        "that is set on it)}}, with --record recorded {{file, bytes, closed}}, and\n{}\n\n"
+        "stopReason, verdict (clean, lossy: something is missing, invalid: times may be wrong too),\n"
+        "losses {{place: {{unit, occasions, lost (null: nobody knows), first, last [s]}}}},\n"
+        "recordingLosses (null, or {{verdict, losses}} of the recording that is read or written)}} (of an\n"
+        "instrument file, recordsInFile and recording are null), of an instrument live {{acquisitionMs,\n"
+        "liveTimeMs, meanSyncRate [Hz], startRates and rates (at the end) {{sync, inputs}} [cps], instrument\n"
+        "(all that is set on it)}}, with --record recorded {{file, bytes, closed}}, and\n{}\n\n"
         "Examples:\n{}",
         help.About, help.HasUpdates ? updates : "", help.Csv, help.Schema, help.Keys, help.Examples);
 }
@@ -134,13 +138,20 @@ std::string liveNote(const Measured &measured)
     return text + (run.Signal ? ", stopped by the user" : "");
 }
 
-} // namespace
-
-std::string lastNote(const Measured &measured)
+std::string readText(const Measured &measured)
 {
     if (measured.From.isLive()) return liveNote(measured);
     return fmt::format("{} of {} records read{}", measured.Run.NumRead, measured.From.NumRecords,
                        measured.Run.Signal ? ", stopped by the user: a partial result" : "");
+}
+
+} // namespace
+
+std::string lastNote(const Measured &measured)
+{
+    const std::vector<std::string> losses = lossLines(measured.Run.Losses);
+    return fmt::format("{}; {}", readText(measured),
+                       losses.empty() ? "clean" : fmt::format("{}", fmt::join(losses, "; ")));
 }
 
 boost::json::object recordingKeys(const Measured &measured, std::string_view schema)
@@ -166,11 +177,9 @@ namespace {
 boost::json::object liveJson(const Measured &measured)
 {
     const boost::json::object run = runDescription();
-    return {{"acquisitionMs", run.at("AcqTime")},
-            {"liveTimeMs", run.at("StopAfter")},
-            {"meanSyncRate", run.at("AveSyncRate")},
-            {"rates", ratesJson(measured.Rates)},
-            {"instrument", measured.From.Config}};
+    return {{"acquisitionMs", run.at("AcqTime")},    {"liveTimeMs", run.at("StopAfter")},
+            {"meanSyncRate", run.at("AveSyncRate")}, {"startRates", ratesJson(measured.From.Rates)},
+            {"rates", ratesJson(measured.Rates)},    {"instrument", measured.From.Config}};
 }
 
 } // namespace

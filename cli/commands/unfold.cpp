@@ -126,6 +126,7 @@ std::string opening(const Unfolded &unfolded, const Measured &measured)
 
 std::string ending(const Unfolded &unfolded, const Measured &measured)
 {
+    if (unfolded.As == Form::Csv) return fmt::format("# {}\n", lastNote(measured));
     if (unfolded.As != Form::Json) return {};
     return fmt::format("],\"run\":{}}}\n", boost::json::serialize(outcomeJson(measured.From, measured.Run)));
 }

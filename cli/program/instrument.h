@@ -28,12 +28,7 @@ int32_t modeNumber(const std::string &mode);
 // Brings the current device into a mode: 0 histograms, 2 T2, 3 T3. Throws Failure NoDevice.
 void initInstrument(const std::string &id, int32_t measMode, int32_t refSource);
 
-// Of the current device, in counts per second.
-struct CountRates
-{
-    int32_t Sync = 0;
-    std::vector<int32_t> Inputs;
-};
+// Of the current device, now.
 CountRates countRates(const Recording &recording);
 
 // The text with the error that the library's last call logged, if it logged one.

@@ -91,6 +91,7 @@ Outcome replay(const Recording &recording,
     const boost::json::object description = runDescription();
     outcome.NumRead = description.at("NumRecs").to_number<uint64_t>();
     outcome.StopReason = description.at("StopReason").as_string();
+    outcome.Losses = lossesNow();
     outcome.Ended = true;
     return outcome;
 }
@@ -100,6 +101,7 @@ Outcome outcomeSoFar(double seconds)
     Outcome outcome;
     outcome.NumRead = runDescription().at("NumRecs").to_number<uint64_t>();
     outcome.Seconds = seconds;
+    outcome.Losses = lossesNow();
     return outcome;
 }
 
@@ -113,14 +115,22 @@ bool isWholeLiveRun(const Recording &recording, const Outcome &outcome)
     return !outcome.Reached.empty() || isFull || outcome.StopReason == "TimeOver";
 }
 
+// True: something was lost.
+bool warnOfLosses(const Outcome &outcome)
+{
+    for (const std::string &line : lossLines(outcome.Losses)) warn(line);
+    return !outcome.Losses.isClean();
+}
+
 int reportLive(const Recording &recording, const Outcome &outcome)
 {
+    const bool lost = warnOfLosses(outcome);
     if (outcome.Signal != 0) {
         note(fmt::format("stopped after {} records; the result is partial", outcome.NumRead));
         return exitCodeOfSignal(outcome.Signal);
     }
     if (!outcome.Reached.empty()) note(fmt::format("ended at {}", visibleText(outcome.Reached)));
-    if (isWholeLiveRun(recording, outcome)) return static_cast<int>(Exit::Success);
+    if (isWholeLiveRun(recording, outcome)) return static_cast<int>(lost ? Exit::DataLost : Exit::Success);
     warn(fmt::format("the run ended with the stop reason {}", visibleText(outcome.StopReason)));
     return static_cast<int>(Exit::DataLost);
 }
@@ -132,12 +142,12 @@ int reportOutcome(const Recording &recording, const Outcome &outcome)
     if (recording.isLive()) return reportLive(recording, outcome);
     const std::string fault = endingFault(recording);
     if (!fault.empty()) warn(fault);
+    bool lost = warnOfLosses(outcome) || !fault.empty();
     if (outcome.Signal != 0) {
         note(fmt::format("stopped after {} of {} records; the result is partial", outcome.NumRead,
                          recording.NumRecords));
         return exitCodeOfSignal(outcome.Signal);
     }
-    bool lost = !fault.empty();
     if (outcome.NumRead < recording.NumRecords) {
         warn(fmt::format("only {} of {} records were read ({})", outcome.NumRead, recording.NumRecords,
                          visibleText(outcome.StopReason)));
@@ -153,20 +163,20 @@ int reportOutcome(const Recording &recording, const Outcome &outcome)
 
 boost::json::object outcomeJson(const Recording &recording, const Outcome &outcome)
 {
-    boost::json::value stopReason; // null while the run goes on
-    if (outcome.Ended) stopReason = outcome.StopReason;
-    if (recording.isLive())
-        return {{"recordsRead", outcome.NumRead},
-                {"recordsInFile", nullptr},
-                {"recording", nullptr},
-                {"complete", outcome.Ended && isWholeLiveRun(recording, outcome)},
-                {"stopReason", stopReason}};
-    const bool isWhole = outcome.Ended && outcome.Signal == 0 && outcome.NumRead == recording.NumRecords;
-    return {{"recordsRead", outcome.NumRead},
-            {"recordsInFile", recording.NumRecords},
-            {"recording", endingText(recording.Ending)},
-            {"complete", isWhole && recording.Ending == Ending::Closed},
-            {"stopReason", stopReason}};
+    boost::json::object keys = {{"recordsRead", outcome.NumRead},
+                                {"recordsInFile", nullptr},
+                                {"recording", nullptr},
+                                {"complete", outcome.Ended && isWholeLiveRun(recording, outcome)},
+                                {"stopReason", nullptr}};
+    if (outcome.Ended) keys["stopReason"] = outcome.StopReason; // null while the run goes on
+    if (!recording.isLive()) {
+        const bool isWhole = outcome.Ended && outcome.Signal == 0 && outcome.NumRead == recording.NumRecords;
+        keys["recordsInFile"] = recording.NumRecords;
+        keys["recording"] = endingText(recording.Ending);
+        keys["complete"] = isWhole && recording.Ending == Ending::Closed;
+    }
+    addLosses(keys, outcome.Losses);
+    return keys;
 }
 
 } // namespace Tessel::Cli

@@ -1,6 +1,7 @@
 // A run on a recording: its start, the wait for its end, and how it ended.
 #pragma once
 
+#include "program/losses.h"
 #include "program/session.h"
 
 #include <boost/json/object.hpp>
@@ -19,6 +20,7 @@ struct Outcome
     int Signal = 0; // that stopped the run; 0: none
     bool Ended = false;
     std::string Reached; // what was to end the run, if that did
+    LossTexts Losses;
 };
 
 // Calls `start` with the finished byte, then waits for it, shows the progress, and stops the run on Ctrl-C (a

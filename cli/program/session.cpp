@@ -173,10 +173,10 @@ Recording liveRecording(int32_t runForMs)
     recording.Config = deviceConfig();
     readConfig(recording);
     recording.Path = recording.Id;
-    int32_t syncRate = 0;
-    std::vector<int32_t> rates(recording.Config.at("NumChans").to_number<size_t>());
-    getCountRates(&syncRate, rates.data());
-    if (syncRate > 0) recording.SyncPeriodPs = 1e12 / syncRate;
+    CountRates &rates = recording.Rates;
+    rates.Inputs.resize(recording.Config.at("NumChans").to_number<size_t>());
+    getCountRates(&rates.Sync, rates.Inputs.data());
+    if (rates.Sync > 0) recording.SyncPeriodPs = 1e12 / rates.Sync;
     return recording;
 }
 

@@ -50,6 +50,13 @@ enum class Ending {
 
 constexpr int32_t longestRunMs = 360'000'000; // 100 hours
 
+// Counts per second.
+struct CountRates
+{
+    int32_t Sync = 0;
+    std::vector<int32_t> Inputs;
+};
+
 // What is measured: a recording, or an instrument for a time.
 struct Recording
 {
@@ -68,6 +75,7 @@ struct Recording
     int64_t ClaimedRecords = 0; // by its header; -1: it doesn't say
     Cli::Ending Ending = Ending::Closed;
     int64_t NumRows = 0;       // of a result: sync, inputs and what a chain makes
+    CountRates Rates;          // of an instrument, before it measures
     std::vector<MadeRow> Made; // the last of the rows: those of the chain
 
     bool isLive() const { return RunForMs > 0; }

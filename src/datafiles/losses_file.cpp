@@ -62,7 +62,9 @@ json::object lossesJson(const LossReport &report)
     for (size_t i = 0; i < lossPlaces; ++i)
         if (report.Places[i].Occasions > 0)
             losses[placeWords[i].Name] = lossJson(placeWords[i], report.Places[i]);
-    return {{"verdict", verdictText(report.Verdict)}, {"losses", std::move(losses)}};
+    json::object text = {{"verdict", verdictText(report.Verdict)}, {"losses", std::move(losses)}};
+    if (!report.Problem.empty()) text["problem"] = report.Problem;
+    return text;
 }
 
 std::string lossesPath(std::string_view recording)
@@ -147,7 +149,9 @@ LossReport parseLosses(std::string_view text, std::string_view guid)
 LossReport sayNothing(const std::string &path, std::string_view why)
 {
     logWrn(LogCategory::General, "File: {} says nothing of the recording's losses: {}", path, why);
-    return {};
+    LossReport nothing;
+    nothing.Problem = why;
+    return nothing;
 }
 
 } // namespace

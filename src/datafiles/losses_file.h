@@ -21,7 +21,7 @@ namespace Tessel {
 // "clean", "lossy", "invalid".
 std::string_view verdictText(Verdict verdict);
 
-// {"verdict", "losses"}
+// {"verdict", "losses"}, and "problem" if there is one.
 boost::json::object lossesJson(const LossReport &report);
 
 std::string lossesPath(std::string_view recording);

@@ -50,6 +50,7 @@ void joinImporters(ImportState &import, const StageRef &stage, const std::shared
 {
     if (import.SourceRun.lock() == run) return;
     import.SourceRun = run;
+    import.SourceLosses = {};
     run->Importers.push_back(stage.record);
     stage.record->SourceChanged = true;
 }
@@ -131,6 +132,19 @@ void warnSourceOverrun(const StageRef &stage, uint64_t count, uint64_t held)
         stage.record->SourceId);
 }
 
+// What the source's run has lost can't come here either. Its ManisLock may be held.
+void takeUpLosses(ImportState &import, Run &source, Run &run)
+{
+    Loss all;
+    for (const Loss &loss : lossesOf(source).Places) {
+        all.Occasions += loss.Occasions;
+        all.Lost += loss.Lost;
+    }
+    if (all.Occasions == import.SourceLosses.Occasions) return;
+    noteLoss(run, LossPlace::Import, all.Lost - import.SourceLosses.Lost);
+    import.SourceLosses = all;
+}
+
 } // namespace
 
 // A recorded file takes as much as it has room for. An instrument takes all; if that is too much, what it had
@@ -143,6 +157,7 @@ void beforeTurn(ImportState &import, const StageRef &stage)
     const bool done = isDone(*run); // looked at before the block
     std::unique_lock lock(context.ManisLock);
     joinImporters(import, stage, run);
+    takeUpLosses(import, *run, *stage.run);
     const EventBlock block = sourceBlock(context, *run);
     const uint64_t offered = block.Count ? *block.Count : 0;
     dropUsed(import, stage.run->Facts.MayWait ? 0 : offered);

@@ -18,6 +18,7 @@ struct ImportState
 
     DeviceRef Source{};             // from the moment it has a run for this stage
     std::weak_ptr<Run> SourceRun{}; // whose importers this stage is among
+    Loss SourceLosses{};            // what the source's run had lost when it was last looked at
     bool SourceOver = false;        // nothing more will come
     bool SourceFull = false;        // the source has more than there was room for
     EventStore Imported{};          // for a pass; times in ps, offset included, and channels of the source

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 namespace Tessel {
 
@@ -17,7 +18,7 @@ enum class LossPlace : int32_t {
     Stage,        // events in the store of a later stage, or in the last one
     RawBlock,     // words that the host didn't fetch
     UnfoldBlock,  // events that the host didn't fetch
-    Import,       // events of another device that found no room, there or here
+    Import,       // events of another device that found no room, or that its run lost before
     File,         // words that are missing from the recording
 };
 inline constexpr size_t lossPlaces = 10;
@@ -41,6 +42,7 @@ struct LossReport
 {
     Tessel::Verdict Verdict = Verdict::Clean;
     LossList Places{};
+    std::string Problem{}; // why a side file says nothing; empty: it does, or there is none
 };
 
 struct Losses

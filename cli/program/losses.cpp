@@ -1,0 +1,94 @@
+// Losses as the program tells them. The main thread's.
+#include "program/losses.h"
+
+#include "program/session.h"
+#include "tessel.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace Tessel::Cli {
+
+namespace {
+
+using boost::json::object;
+
+constexpr std::string_view verdicts[] = {"clean", "lossy", "invalid"}; // from good to bad
+
+// {"verdict", "losses"}; null: there is no recording.
+const object *ofRecording(const LossTexts &losses)
+{
+    const auto *recording = losses.Losses.if_contains("recording");
+    return recording ? recording->if_object() : nullptr;
+}
+
+std::string_view verdictOf(const object *report)
+{
+    const auto *verdict = report ? report->if_contains("verdict") : nullptr;
+    return verdict ? std::string_view(verdict->as_string()) : verdicts[0];
+}
+
+std::string_view worse(std::string_view one, std::string_view other)
+{
+    return std::max(std::ranges::find(verdicts, one), std::ranges::find(verdicts, other))[0];
+}
+
+std::string lossText(std::string_view place, const object &loss)
+{
+    const auto &lost = loss.at("lost");
+    const std::string count = lost.is_null() ? "" : fmt::format("{} ", lost.to_number<uint64_t>());
+    const auto occasions = loss.at("occasions").to_number<uint64_t>();
+    const double first = loss.at("first").to_number<double>(), last = loss.at("last").to_number<double>();
+    return fmt::format("{} lost {}{}, {}", place, count, std::string_view(loss.at("unit").as_string()),
+                       occasions == 1
+                           ? fmt::format("at {:.6g} s", first)
+                           : fmt::format("{} times from {:.6g} s to {:.6g} s", occasions, first, last));
+}
+
+void addLine(std::vector<std::string> &lines, std::string_view what, const object *report)
+{
+    const std::string_view verdict = verdictOf(report);
+    if (const auto *problem = report ? report->if_contains("problem") : nullptr)
+        lines.push_back(fmt::format("what the {} lost is unknown, its losses file says nothing: {}", what,
+                                    std::string_view(problem->as_string())));
+    if (verdict == verdicts[0]) return;
+    std::vector<std::string> places;
+    for (const auto &[place, loss] : report->at("losses").as_object())
+        places.push_back(lossText(place, loss.as_object()));
+    lines.push_back(fmt::format("the {} is {}: {}", what, verdict, fmt::join(places, "; ")));
+}
+
+} // namespace
+
+bool LossTexts::isClean() const
+{
+    return worse(verdictOf(&Losses), verdictOf(ofRecording(*this))) == verdicts[0];
+}
+
+LossTexts lossesNow()
+{
+    return {libraryText(TESSEL_TEXT_LOSSES).as_object()};
+}
+
+void addLosses(object &keys, const LossTexts &losses)
+{
+    const object *recording = ofRecording(losses);
+    keys["verdict"] = worse(verdictOf(&losses.Losses), verdictOf(recording));
+    const auto *places = losses.Losses.if_contains("losses");
+    keys["losses"] = places ? *places : boost::json::value(object());
+    keys["recordingLosses"] = nullptr;
+    if (recording) keys["recordingLosses"] = *recording;
+}
+
+std::vector<std::string> lossLines(const LossTexts &losses)
+{
+    std::vector<std::string> lines;
+    addLine(lines, "result", &losses.Losses);
+    addLine(lines, "recording", ofRecording(losses));
+    return lines;
+}
+
+} // namespace Tessel::Cli
