@@ -60,19 +60,14 @@ std::string nextName(std::string_view name)
     return number ? fmt::format("{}_{}.tgx", stem.substr(0, bar), *number) : stem + "_1.tgx";
 }
 
-// If the system can't say, that is logged and counts as no.
-bool isThere(std::string_view path)
-{
-    std::error_code error;
-    bool exists = std::filesystem::exists(nativePath(path), error);
-    if (error) logLastError(fmt::format("exists \"{}\":", path), error.value());
-    return exists;
-}
-
-// What is left beside a recording that was moved away keeps its name, too.
+// If the system can't say, that is logged and counts as no. What is left beside a recording that was moved away
+// keeps its name, too.
 bool isTaken(std::string_view path)
 {
-    return isThere(path) || isThere(lossesPath(path));
+    std::error_code error, unknown;
+    bool exists = std::filesystem::exists(nativePath(path), error);
+    if (error) logLastError(fmt::format("exists \"{}\":", path), error.value());
+    return exists || std::filesystem::exists(lossesPath(path), unknown);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // What the program answers: exit codes, and the message where something can't be done or has no effect.
 #include "run_program.h"
 #include "support/tgx_file.h"
+#include "support/words.h"
 
 #include <fmt/format.h>
 
@@ -211,6 +212,40 @@ TEST(Answers, SayThatARecordingWasNotClosedOrIsCutShort)
     };
     EXPECT_EQ(killed.interruptWhen(isWritten, {SIGKILL}).Code, 128 + SIGKILL);
     EXPECT_EQ(run(folder, "histogram killed.tgx").Code, 4);
+}
+
+TEST(Answers, SayWhatARecordingLost)
+{
+    const TempFolder folder;
+    TgxFile::t3()
+        .tag("File_GUID", "{1}")
+        .tag("TTResult_NumberOfRecords", 1)
+        .records({t3Event(0, 1, 5)})
+        .write(folder.file("x.tgx"));
+    const std::string losses =
+        R"({"readBuffer":{"unit":"words","occasions":2,"lost":7,"first":1.5E0,"last":2E0},)"
+        R"("dropped":{"unit":"counts","occasions":1,"lost":null,"first":1E0,"last":1E0}})";
+    std::ofstream(folder.file("x.losses.json"))
+        << R"({"schema":"tessel.losses/1","recording":"{1}","verdict":"invalid","losses":)" << losses << "}";
+    const char *line =
+        "the recording is invalid: dropped lost counts, at 1 s; readBuffer lost 7 words, 2 times "
+        "from 1.5 s to 2 s";
+    for (const char *command : {"histogram", "unfold"}) {
+        const Ended csv = run(folder, fmt::format("{} x.tgx", command));
+        EXPECT_EQ(csv.Code, 4);
+        EXPECT_TRUE(contains(csv.Out, line) && contains(csv.Err, line)) << csv.Out << csv.Err;
+        const auto ofRun =
+            boost::json::parse(run(folder, fmt::format("{} x.tgx --json", command)).Out).at("run");
+        EXPECT_EQ(ofRun.at("verdict"), "invalid");
+        EXPECT_EQ(ofRun.at("losses"), boost::json::object()); // the replay itself lost nothing
+        EXPECT_EQ(ofRun.at("recordingLosses").at("losses"), boost::json::parse(losses));
+    }
+    EXPECT_TRUE(contains(output(folder, "info x.tgx"), line));
+    EXPECT_EQ(json(folder, "info x.tgx").at("losses").at("verdict"), "invalid");
+    std::ofstream(folder.file("x.losses.json")) << "{"; // of which nobody can say what it is
+    const Ended unknown = run(folder, "histogram x.tgx");
+    EXPECT_EQ(unknown.Code, 0);
+    EXPECT_TRUE(contains(unknown.Err, "what the recording lost is unknown")) << unknown.Err;
 }
 
 TEST(Answers, GoOnWithoutAStandardErrorThatTakesThem)

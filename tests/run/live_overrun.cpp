@@ -1,6 +1,7 @@
 // Live data that nobody takes in time: what is full is cleared, and the stream goes on with what is newer.
 #include "manipulators/store.h"
 #include "measurements/measurement.h"
+#include "run/live_read.h"
 #include "run/process_thread.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
@@ -85,5 +86,47 @@ TEST(LiveOverrun, ARawBlockIsClearedForWhatIsNewer)
         if (count > row.held) {
             EXPECT_EQ(block[count - 1], row.words - 1);
         }
+    }
+}
+
+// What is dropped undecoded may hold overflows: the times of what comes after are right all the same, but a
+// recording can't have them.
+TEST(LiveOverrun, WordsThatAreDroppedUndecodedMoveTimeOn)
+{
+    const struct
+    {
+        const char *name;
+        std::vector<uint32_t> dropped;
+        uint64_t nextTime;
+        Verdict recording;
+    } rows[] = {{"events alone", {t2Event(0, 1), t2Event(1, 2)}, 7, Verdict::Lossy},
+                {"overflows",
+                 {t2Overflow(3), t2Event(0, 1), t2Overflow(1)},
+                 (uint64_t{4} << 25) + 7,
+                 Verdict::Invalid}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        const DeviceRef target = std::make_shared<DeviceEntry>();
+        RunRef ref{target, liveRunOf({.Kind = MeasKind::Histogram})};
+        Tessel::Run &run = *ref.run;
+        target->context.CurrentRun = ref.run;
+        EventStore &store = addManisStore(target, run)->Events;
+        ASSERT_TRUE(allocateFinalStore(target) && allocatePages(run.ReadBuffer, 10) &&
+                    allocatePages(run.ProcessBuffer, 10));
+        store.Count = 5;
+        std::copy(row.dropped.begin(), row.dropped.end(), run.ReadBuffer.get());
+        run.ReadCount = row.dropped.size();
+        dropWaiting(ref);
+        EXPECT_EQ(lostAt(run, LossPlace::ReadBuffer), row.dropped.size());
+        EXPECT_EQ(lostAt(run, LossPlace::Store), 5u);
+        EXPECT_EQ(lossesOf(run).Verdict, Verdict::Lossy);
+        EXPECT_EQ(lossesOfRecording(run).Verdict, row.recording);
+
+        run.ReadBuffer[0] = t2Event(0, 7);
+        run.ReadCount = 1;
+        run.Control.Phase = RunPhase::InputDone;
+        ProcessThread(ref);
+        ASSERT_EQ(store.Count, 1u);
+        EXPECT_EQ(store.Times[0], row.nextTime);
     }
 }

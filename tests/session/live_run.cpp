@@ -143,3 +143,50 @@ TEST_F(LiveRun, HistogramOfT3)
     EXPECT_EQ(counts.sum(), 3u);
     EXPECT_EQ(counts.rowSum(1), 2u);
 }
+
+// A host that fetches one of four batches, with a block that is smaller than a batch: every word is an event
+// that it got, or one that the ledger has.
+TEST_F(LiveRun, WhatGetsLostIsInTheLedgerToTheWord)
+{
+    constexpr uint32_t batches = 20, wordsOfBatch = 1000, blockSize = 700;
+    const struct
+    {
+        uint32_t invalid; // words of a batch
+        bool hasStage;
+        tessel_verdict verdict;
+    } rows[] = {{0, false, TESSEL_LOSSY}, {10, false, TESSEL_INVALID}, {0, true, TESSEL_LOSSY}};
+    std::vector<uint64_t> times(blockSize), taken(blockSize);
+    std::vector<uint8_t> channels(blockSize), takenChannels(blockSize);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.invalid + (row.hasStage ? 100 : 0));
+        fake->reset(1);
+        init(MeasMode::T2);
+        if (row.hasStage) addMCountRate(nullptr, 1e6);
+        std::vector<uint32_t> words(wordsOfBatch, t2Event(1, 5));
+        std::fill_n(words.begin() + 50, row.invalid, t2Marker(20, 5));
+        Finished ended;
+        uint64_t fetched = 0;
+        const auto fetch = [&] {
+            uint64_t got = 0;
+            ufGetBlock(nullptr, taken.data(), takenChannels.data(), &got);
+            fetched += got;
+        };
+        ufStartBlock(nullptr, 250, 0, times.data(), channels.data(), blockSize, ended.get());
+        for (uint32_t batch = 1; batch <= batches; ++batch) {
+            fake->words(words.data(), words.size());
+            ASSERT_TRUE(eventually([&] { return described("NumRecs") == batch * wordsOfBatch; }));
+            if (batch % 4 == 0) fetch();
+        }
+        fake->number("CTCStatus", 0, 1);
+        ASSERT_TRUE(ended.wait());
+        fetch();
+        tessel_losses losses = {.size = sizeof losses};
+        ASSERT_TRUE(tessel_getLosses(nullptr, &losses));
+        EXPECT_EQ(losses.verdict, row.verdict);
+        EXPECT_EQ(losses.places[TESSEL_LOSS_INVALID].lost, row.invalid * batches);
+        EXPECT_GT(losses.places[TESSEL_LOSS_UNFOLD_BLOCK].lost, 0u);
+        for (const tessel_loss &loss : losses.places) fetched += loss.lost;
+        EXPECT_EQ(fetched, batches * wordsOfBatch);
+        clearManis(nullptr);
+    }
+}
