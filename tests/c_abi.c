@@ -56,7 +56,9 @@ static void countRecording(const char *path)
     expect(finished == 1, "a waiting call returns with the finished byte set");
     expect(counts && counts[32768 + 100] == 1 && counts[2 * 32768 + 200] == 2, "each event is in its bin");
     expect(getMeasDescription(text) && strstr(text, "\"NumRecs\":4"), "the run read four records");
-    tessel_losses losses = {.size = sizeof losses, .verdict = TESSEL_INVALID};
+    tessel_losses losses;
+    memset(&losses, 0xFF, sizeof losses);
+    losses.size = sizeof losses;
     expect(tessel_getLosses(NULL, &losses) && losses.verdict == TESSEL_CLEAN, "nothing of it was lost");
     losses.size = 0;
     expect(!tessel_getLosses(NULL, &losses), "losses without a size are refused");

@@ -12,7 +12,6 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
-#include <stdexcept>
 
 namespace Tessel {
 
@@ -112,6 +111,11 @@ try {
 
 namespace {
 
+struct NoLosses // thrown: why the file says nothing
+{
+    const char *Why;
+};
+
 Loss lossIn(const json::object &from)
 {
     auto ns = [&from](std::string_view key) {
@@ -128,7 +132,7 @@ Loss lossIn(const json::object &from)
 LossReport reportIn(const json::object &from)
 {
     const auto verdict = std::ranges::find(verdicts, std::string_view(from.at("verdict").as_string()));
-    if (verdict == std::end(verdicts)) throw std::invalid_argument("no such verdict");
+    if (verdict == std::end(verdicts)) throw NoLosses{"no such verdict"};
     LossReport report{.Verdict = static_cast<Verdict>(verdict - std::begin(verdicts))};
     const json::object &losses = from.at("losses").as_object();
     for (size_t i = 0; i < lossPlaces; ++i)
@@ -141,8 +145,8 @@ LossReport parseLosses(std::string_view text, std::string_view guid)
 {
     const json::value parsed = json::parse(text);
     const json::object &from = parsed.as_object();
-    if (from.at("schema").as_string() != schema) throw std::invalid_argument("another schema");
-    if (from.at("recording").as_string() != guid) throw std::invalid_argument("of another recording");
+    if (from.at("schema").as_string() != schema) throw NoLosses{"another schema"};
+    if (from.at("recording").as_string() != guid) throw NoLosses{"of another recording"};
     return reportIn(from);
 }
 
@@ -163,11 +167,11 @@ LossReport readLosses(std::string_view recording, std::string_view guid)
     if (!std::filesystem::exists(path, unknown)) return {};
     try {
         const auto file = readHead(path, sizeLimit);
-        if (!file || file->IsUnread) throw std::invalid_argument("can't be read");
-        if (file->FileSize > sizeLimit) throw std::invalid_argument("too large");
+        if (!file || file->IsUnread) throw NoLosses{"can't be read"};
+        if (file->FileSize > sizeLimit) throw NoLosses{"too large"};
         return parseLosses(file->Image, guid);
-    } catch (const std::invalid_argument &why) {
-        return sayNothing(path, why.what());
+    } catch (const NoLosses &none) {
+        return sayNothing(path, none.Why);
     } catch (const std::exception &) {
         return sayNothing(path, "it isn't what it should be");
     }

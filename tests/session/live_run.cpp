@@ -180,7 +180,8 @@ TEST_F(LiveRun, WhatGetsLostIsInTheLedgerToTheWord)
         fake->number("CTCStatus", 0, 1);
         ASSERT_TRUE(ended.wait());
         fetch();
-        tessel_losses losses = {.size = sizeof losses};
+        tessel_losses losses{};
+        losses.size = sizeof losses;
         ASSERT_TRUE(tessel_getLosses(nullptr, &losses));
         EXPECT_EQ(losses.verdict, row.verdict);
         EXPECT_EQ(losses.places[TESSEL_LOSS_INVALID].lost, row.invalid * batches);
