@@ -202,7 +202,8 @@ event before (T2) each came.
 FILE.json says how to read them: schema, file, device, mode, dtimePs, run, events (their number),
 eventBytes, byteOrder, fields, time. In Python:
   numpy.fromfile(FILE, [('time', '<u8'), ('channel', 'u1')]))",
-    .Csv = "a line per event: time_ps,channel in T2,\nsync,dtime,channel in T3",
+    .Csv = "a line per event: time_ps,channel in T2,\nsync,dtime,channel in T3; after them how much was read "
+           "and lost, with '#'",
     .Schema = unfoldSchema,
     .Keys = R"(  dtimePs  T3: width of a dtime; T2: null
   columns  names of the numbers of an event
