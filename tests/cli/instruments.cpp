@@ -174,9 +174,10 @@ TEST(Instruments, Measure)
     const auto &ofRun = histogram.at("run");
     EXPECT_EQ(ofRun.at("verdict"), "clean");
     EXPECT_EQ(ofRun.at("recordingLosses"), nullptr);
-    EXPECT_NEAR(ofRun.at("liveSeconds").to_number<double>(), 0.5, 0.1);
-    EXPECT_EQ(histogram.at("config").at("ChansCfg").at(1).at("TrigLvl"), -1000);
-    EXPECT_EQ(histogram.at("startRates").at("inputs").as_array().size(), 4u);
+    const auto &live = histogram.at("live");
+    EXPECT_NEAR(live.at("liveTimeMs").to_number<double>(), 500, 100);
+    EXPECT_EQ(live.at("instrument").at("ChansCfg").at(1).at("TrigLvl"), -1000);
+    EXPECT_EQ(live.at("startRates").at("inputs").as_array().size(), 4u);
     EXPECT_EQ(json(folder, "trace --sim --for 100ms --mode t2").at("mode"), "T2");
     const Ended stopped = start(folder, "histogram --sim --for 1h --json --verbose").interruptWhen([&] {
         return contains(contents(folder.file("stderr")), "HistoThread");
