@@ -223,6 +223,8 @@ void control(Host &host)
     const std::u16string_view wanted = host.knownId();
     char *text = host.room<char>(65535);
     uint64_t needed = 0;
+    tessel_losses losses{};
+    losses.size = sizeof losses;
     switch (call) {
     case 0: stopMeasure(id); break;
     case 1: clearMeasure(id); break;
@@ -234,7 +236,7 @@ void control(Host &host)
     case 7: usleep(1000); break; // runs go on
     case 8: getDeviceConfig(text); break;
     case 9: getMeasDescription(text) && getDeviceIDs(text); break;
-    case 10: getManisConfig(text); break;
+    case 10: getManisConfig(text), tessel_getLosses(id, &losses); break;
     case 11: tessel_getFileTags(host.files[0]->path().c_str(), text, host.in.take<uint16_t>(), &needed); break;
     }
 }
