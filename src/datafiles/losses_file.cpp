@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <new>
 
 namespace Tessel {
 
@@ -163,8 +164,9 @@ LossReport sayNothing(const std::string &path, std::string_view why)
 LossReport readLosses(std::string_view recording, std::string_view guid)
 {
     const std::string path = lossesPath(recording);
-    std::error_code unknown;
-    if (!std::filesystem::exists(path, unknown)) return {};
+    std::error_code problem;
+    if (!std::filesystem::exists(path, problem))
+        return problem ? sayNothing(path, "can't be looked for") : LossReport();
     try {
         const auto file = readHead(path, sizeLimit);
         if (!file || file->IsUnread) throw NoLosses{"can't be read"};
@@ -172,6 +174,8 @@ LossReport readLosses(std::string_view recording, std::string_view guid)
         return parseLosses(file->Image, guid);
     } catch (const NoLosses &none) {
         return sayNothing(path, none.Why);
+    } catch (const std::bad_alloc &) {
+        throw;
     } catch (const std::exception &) {
         return sayNothing(path, "it isn't what it should be");
     }

@@ -2,6 +2,7 @@
 #include "manipulators/import_stream.h"
 #include "settings/system_ini.h"
 #include "stage_run.h"
+#include "threads/losses.h"
 
 using namespace Tessel;
 using namespace TestSupport;
@@ -75,6 +76,7 @@ TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
         EXPECT_EQ(offered.Count, 0u);
 
         append(offered, 7, 1);
+        noteLoss(*run, LossPlace::ReadBuffer, 5); // the source itself couldn't follow
         run->MeasurementDone = true;
         stage.record->SourceChanged = true;
         beforeTurn(import, stage);
@@ -82,5 +84,7 @@ TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
         EXPECT_EQ(offered.Count, holds ? 1u : 0u);
         EXPECT_EQ(import.Imported.Count - import.Cursor, holds ? streamRecords() : 1u);
         EXPECT_EQ(import.SourceOver, !holds);
+        const auto &loss = lossesOf(*stage.run).Places[static_cast<size_t>(LossPlace::Import)];
+        EXPECT_EQ(loss.Lost, 5 + (holds ? 0 : streamRecords()));
     }
 }
