@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <exception>
 #include <limits>
-#include <stdexcept>
 
 namespace Tessel {
 
@@ -38,14 +37,6 @@ int32_t anyNumber(const value &data, std::string_view key)
     return bounded(numberOf(data, key), Limits::min(), Limits::max());
 }
 
-// A library that hangs doesn't keep the thread that serves other peers.
-value configOf(Device &device)
-{
-    std::unique_lock lock(device.Mutex, std::chrono::system_clock::now() + Pace::configAnswers);
-    if (!lock) throw std::runtime_error("the instrument doesn't answer");
-    return boost::json::parse(stringifyJsonDevConfig(device, stateOf(device)));
-}
-
 // The instrument of a run that goes on isn't started again: the run would lose what it has measured.
 void startMeasure(const DeviceRef &target, const value &data)
 {
@@ -60,13 +51,15 @@ void startMeasure(const DeviceRef &target, const value &data)
 void setInputEdgeTrig(Device &device, const value &data)
 {
     const int64_t channel = numberOf(data, "chan");
-    const int64_t inputs = std::min<int64_t>(device.NumChans, static_cast<int64_t>(device.ChansCfg.size()));
-    if (channel < -1 || channel >= inputs) return;
+    if (channel < -1 || channel >= valueOf(device, &DeviceConfig::NumChans)) return;
+    const int32_t edge = anyNumber(data, "trigEdge"), level = anyNumber(data, "trigLvl");
+    const auto set = [&](ChannelRow &row) { return SetInputEdgeTrig(device, row, level, edge); };
     ChannelRow allInputs;
     allInputs.Index = -1;
-    ChannelRow &row = channel < 0 ? allInputs : device.ChansCfg[static_cast<size_t>(channel)];
-    const int32_t edge = anyNumber(data, "trigEdge");
-    SetInputEdgeTrig(device, row, anyNumber(data, "trigLvl"), edge);
+    if (channel < 0)
+        set(allInputs);
+    else
+        forInput(device, static_cast<size_t>(channel), set);
 }
 
 Envelope toClient(object content)
@@ -87,7 +80,9 @@ Envelope answerOfDevice(const DeviceRef &target, const Envelope &message)
                            fmt::format("Remote: DecodeMessage (Server): wrong receiver id: {} @{}",
                                        shownText(message.Receiver.Id), device.ID));
     const auto command = commandOf(message);
-    if (command == "getConfig") return deviceEnvelope(device, commandContent("getConfig", configOf(device)));
+    if (command == "getConfig")
+        return deviceEnvelope(device,
+                              commandContent("getConfig", boost::json::parse(stringifyJsonDevConfig(device))));
     if (command == "StartMeasure") startMeasure(target, dataOf(message));
     if (command == "SetInputEdgeTrig") setInputEdgeTrig(device, dataOf(message));
     return acknowledgement();
@@ -99,7 +94,7 @@ array deviceNames()
     for (const DeviceRef &each : allDevices()) {
         const Device &device = each->device;
         if (!isInstrument(device)) continue;
-        names.push_back({{"Name", idOf(device)},
+        names.push_back({{"Name", valueOf(device, &DeviceConfig::ID)},
                          {"libType", static_cast<int32_t>(device.LibType)},
                          {"isInitialized", device.IsInitialized.load()},
                          {"err", device.Error.load()}});

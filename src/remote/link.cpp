@@ -41,21 +41,22 @@ void runIo(asio::io_context &context, const std::function<void()> &resume) noexc
 
 void startIo(IoThread &io, std::shared_ptr<void> owner, const std::string &name, std::function<void()> resume)
 {
-    std::promise<void> over;
-    io.Over = over.get_future();
     io.Work.emplace(io.Context.get_executor());
-    io.Thread = std::thread(
-        [&io, name, owner = std::move(owner), resume = std::move(resume), over = std::move(over)]() mutable {
-            nameThread(name);
-            runIo(io.Context, resume);
-            over.set_value();
-        });
+    io.Thread = std::thread([&io, name, owner = std::move(owner), resume = std::move(resume)] {
+        nameThread(name);
+        runIo(io.Context, resume);
+        const std::lock_guard lock(io.Lock);
+        io.IsOver = true;
+        io.Ended.notify_all();
+    });
 }
 
 bool awaitIo(IoThread &io, std::chrono::milliseconds patience)
 {
     if (!io.Thread.joinable()) return true;
-    const bool isOver = io.Over.wait_for(patience) == std::future_status::ready;
+    std::unique_lock lock(io.Lock);
+    const bool isOver = io.Ended.wait_for(lock, patience, [&io] { return io.IsOver; });
+    lock.unlock();
     if (isOver)
         io.Thread.join();
     else

@@ -11,10 +11,11 @@
 #include <boost/system/error_code.hpp>
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <future>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,8 +36,10 @@ struct IoThread
 
     boost::asio::io_context Context{1};
     std::optional<boost::asio::executor_work_guard<boost::asio::io_context::executor_type>> Work{};
-    std::future<void> Over{}; // ready once the thread has nothing left to do
     std::thread Thread{};
+    std::mutex Lock{};               // guards IsOver
+    std::condition_variable Ended{}; // a promise would need memory to be given up
+    bool IsOver = false;             // the thread has nothing left to do
 };
 
 // Starts the thread, which keeps `owner` and ends once `Work` is reset and no operation is pending. `resume` is

@@ -108,12 +108,6 @@ DeviceRef findInstrument(LibType type, int32_t port)
     return nullptr;
 }
 
-std::string idOf(const Device &device)
-{
-    std::lock_guard lock(library().TableLock);
-    return device.ID;
-}
-
 void setId(Device &device, std::string id)
 {
     LockedDevice locked(device);

@@ -35,8 +35,6 @@ void addDevice(const DeviceRef &device);
 void addInstrument(const DeviceRef &device);
 // The instrument on this port of the family's library; null: it was never found.
 DeviceRef findInstrument(LibType type, int32_t port);
-// A copy of the id, which a scan may change while the instrument is closed.
-std::string idOf(const Device &device);
 // Nobody works on the device.
 void setId(Device &device, std::string id);
 // The devices after it move up.

@@ -36,7 +36,6 @@ inline constexpr auto aborting = 10s;       // an aborted run; an instrument tha
 inline constexpr auto hungCloses = 500ms;   // an instrument whose run hangs; a run after others took all time
 inline constexpr auto libraryAnswers =
     10s;                                  // a scan or an opening, for a device that is in a call of its library
-inline constexpr auto configAnswers = 2s; // a peer that asks for the configuration, for such a device
 inline constexpr auto peerAnswers = 30s;  // a peer, for the end of a line and with taking one
 inline constexpr auto lingering = 1s;     // a peer that is turned out, until it has read why
 inline constexpr auto serverReached = 5s; // a server, with the configurations of its devices

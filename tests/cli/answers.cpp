@@ -68,6 +68,8 @@ TEST(Answers, RefuseWhatIsWrong)
         {2, "simulate x.tgx --light bunched", "--light bunched is for T2"},
         {2, "simulate x.tgx --mode t2 --light antibunched --rate 1Gcps", "at most 50 MHz"},
         {2, "simulate x.tgx --mode t2 --light diffusing --molecules 0", "--molecules: from"},
+        {2, "serve --port 1234", "--device or --sim is required"},
+        {1, "serve --sim -q --address 1.2.3", "can't be served: Server: 1.2.3:55000 failed: Invalid argument"},
         {1, "simulate no/such/x.tgx", "no/such/x.tgx: can't be created"},
         {2, "g2 t2.tgx --chain merge(1", "tessel: --chain: ')' is missing\n  merge(1\n         ^\n"},
         {2, "chain t2.tgx --chain bad.json", "bad.json: chain[0].delay: unknown unit \"nx\""},

@@ -7,7 +7,10 @@
 #include <array>
 #include <cstring>
 #include <fstream>
+#include <netinet/in.h>
 #include <string_view>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace Faults {
 
@@ -149,11 +152,65 @@ void exitUnderRun(FaultHost &)
     exitAPI();
 }
 
+uint16_t port = 0; // one that was free
+
+sockaddr_in loopback(uint16_t at)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(at);
+    return address;
+}
+
+void startWithPort(FaultHost &host)
+{
+    startAndOpen(host);
+    const int link = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address = loopback(0);
+    socklen_t size = sizeof address;
+    bind(link, reinterpret_cast<sockaddr *>(&address), size);
+    getsockname(link, reinterpret_cast<sockaddr *>(&address), &size);
+    port = ntohs(address.sin_port);
+    close(link);
+}
+
+// A peer's question without memory of its own. The connection may be closed instead of an answer.
+void ask(FaultHost &host)
+{
+    constexpr std::string_view question =
+        R"({"index":1,"sender":{"type":"","id":""},"receiver":{"type":"server","id":""},"content":{"command":"x"}})"
+        "\n";
+    const int link = socket(AF_INET, SOCK_STREAM, 0);
+    const timeval patience{.tv_sec = 5, .tv_usec = 0};
+    setsockopt(link, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    const sockaddr_in address = loopback(port);
+    connect(link, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    send(link, question.data(), question.size(), MSG_NOSIGNAL);
+    const ssize_t got = recv(link, host.Text.data(), host.Text.size(), 0);
+    const std::string_view answer(host.Text.data(), got > 0 ? static_cast<size_t>(got) : 0);
+    host.Told = host.Told || answer.find("Unsupported Command: x in") == answer.npos || answer.back() != '\n';
+    close(link);
+}
+
+void serve(FaultHost &host)
+{
+    if (!heard(host, tessel_serve(nullptr, nullptr, port))) return;
+    ask(host);
+    ask(host);
+    tessel_stopServing(nullptr);
+}
+
 constexpr Scenario all[] = {
-    {"init", nothing, startAndExit, startAndOpen},       {"open", start, openTwice, open},
-    {"histogram", startAndOpen, histogram, nothing},     {"g2", startAndOpen, g2, nothing},
-    {"unfold", startAndOpen, unfoldWithStages, nothing}, {"trace", startAndOpen, trace, nothing},
-    {"record", startAndOpen, record, openCopy},          {"texts", startAndOpen, texts, nothing},
+    {"init", nothing, startAndExit, startAndOpen},
+    {"open", start, openTwice, open},
+    {"histogram", startAndOpen, histogram, nothing},
+    {"g2", startAndOpen, g2, nothing},
+    {"unfold", startAndOpen, unfoldWithStages, nothing},
+    {"trace", startAndOpen, trace, nothing},
+    {"record", startAndOpen, record, openCopy},
+    {"texts", startAndOpen, texts, nothing},
+    {"serve", startWithPort, serve, nothing},
     {"exit", startHeldRun, exitUnderRun, startAndOpen},
 };
 
