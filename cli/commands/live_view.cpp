@@ -15,12 +15,12 @@ namespace Tessel::Cli {
 namespace {
 
 // "12.3 s of 60 s".
-std::string timePassed(const Measured &measured)
+std::string timePassed(const LiveState &state, const Measured &measured)
 {
-    const std::string passed = fmt::format("{:.1f} s", measured.Run.Seconds);
+    const double passed = measured.Run.Seconds - state.Began;
     const int32_t runForMs = measured.From.RunForMs;
-    if (runForMs == 0 || runForMs == longestRunMs) return passed;
-    return fmt::format("{} of {}", passed, timeText(runForMs * 1e9));
+    if (runForMs == 0 || runForMs == longestRunMs) return fmt::format("{:.1f} s", passed);
+    return fmt::format("{:.1f} s of {}", std::min(passed, runForMs * 1e-3), timeText(runForMs * 1e9));
 }
 
 // Words and events; of what an instrument has dropped itself nobody knows how many.
@@ -67,6 +67,7 @@ void refresh(LiveState &state, Measured &measured, double seconds)
 {
     constexpr double span = 1;
     measured.Run = outcomeSoFar(seconds);
+    if (measured.Run.NumRead == 0 && measured.From.MeasMode != 0) state.Began = seconds;
     state.Past.emplace_back(seconds, measured.Run.NumRead);
     while (state.Past.size() > 2 && seconds - state.Past[1].first >= span) state.Past.pop_front();
     if (!measured.From.isLive()) return;
@@ -77,7 +78,7 @@ void refresh(LiveState &state, Measured &measured, double seconds)
 std::vector<FrameItem> statusItems(const LiveState &state, const Measured &measured)
 {
     const Outcome &run = measured.Run;
-    std::vector<FrameItem> items = {{.Text = plotTitle(measured.From)}, {.Text = timePassed(measured)}};
+    std::vector<FrameItem> items = {{.Text = plotTitle(measured.From)}, {.Text = timePassed(state, measured)}};
     if (measured.From.MeasMode != 0) {
         const std::string all = countText(static_cast<double>(measured.From.NumRecords));
         items.push_back({.Text = fmt::format("{} records{}", countText(static_cast<double>(run.NumRead)),

@@ -46,11 +46,15 @@ std::string reachedOf(const std::vector<Until> &all, const Reached &reached)
     return "";
 }
 
-Reached reachedNow(const EventCounter &counter, const Measured &measured, double seconds)
+// `start`: when nothing had been read yet, which is kept up.
+Reached reachedNow(const EventCounter &counter, const Measured &measured,
+                   std::chrono::steady_clock::time_point &start)
 {
-    return {.Records = outcomeSoFar(0).NumRead,
+    const uint64_t records = outcomeSoFar(0).NumRead;
+    if (records == 0) start = std::chrono::steady_clock::now();
+    return {.Records = records,
             .Bytes = static_cast<double>(fileBytes(measured.Into->Path)),
-            .Seconds = seconds,
+            .Seconds = secondsSince(start),
             .Events = counter.Totals};
 }
 
@@ -103,21 +107,17 @@ int runRecord(const RecordOptions &options, const HostOptions &host)
     for (const Until &until : ends) checkUntil(until, measured.From);
     if (!options.Comment.empty()) addStringTag("File_Comment", options.Comment.c_str(), noTagIndex);
     EventCounter counter;
-    std::chrono::steady_clock::time_point start;
+    auto start = std::chrono::steady_clock::now();
     runShown(
         measure, host,
-        {.Start =
-             [&](const RunStart &run) {
-                 start = std::chrono::steady_clock::now();
-                 startCounting(counter, measured.From, run);
-             },
+        {.Start = [&](const RunStart &run) { startCounting(counter, measured.From, run); },
          .Take = [&](bool hasEnded) { addNewBins(counter, hasEnded); },
          .Draw = [&](Frame &frame, const LiveState &state) { drawRecording(frame, state, measured, counter); },
          .Json = [&] { return asJson(measured, counter); },
          .EndsBy =
              [&] {
                  addNewBins(counter, false);
-                 return reachedOf(ends, reachedNow(counter, measured, secondsSince(start)));
+                 return reachedOf(ends, reachedNow(counter, measured, start));
              }},
         measured);
     noteSpeed(measured.Run);
@@ -135,7 +135,7 @@ what is recorded, but has its channels counted.
   records>1e9   records in the file; 500k, 2M and 1G can be written too
   ch1>1e6       events of a channel: ch1, ch2, ..., those of the chain too; in T2 also sync
   size>2GB      size of the file: B, kB, MB, GB, TB
-  time>60s      time since the start, without a unit in s
+  time>60s      time since the first records, without a unit in s
 Given several times, the first that is reached counts. --for is exact: the instrument's own clock.
 
 A file that is there is replaced only with --force, and goes when the run starts. To measure beside

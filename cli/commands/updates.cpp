@@ -22,6 +22,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr int lastLines = 4; // below the last picture: what is said of the run's end, and the prompt
+
 std::chrono::duration<double> intervalOf(const UpdateOptions &options)
 {
     constexpr double psPerSecond = 1e12, shortest = 0.01, longest = 3600;
@@ -106,7 +108,7 @@ void finish(Updates &updates)
     if (updates.Picture) {
         updates.Picture.reset();
         TerminalSize size = terminalSize();
-        --size.Rows; // for the prompt
+        size.Rows -= lastLines;
         Frame frame = emptyFrame(size);
         updates.Show.Draw(frame);
         showOnStandardError(frameText(frame));

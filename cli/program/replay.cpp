@@ -126,7 +126,9 @@ int reportLive(const Recording &recording, const Outcome &outcome)
 {
     const bool lost = warnOfLosses(outcome);
     if (outcome.Signal != 0) {
-        note(fmt::format("stopped after {} records; the result is partial", outcome.NumRead));
+        const bool hadEnd = recording.RunForMs != longestRunMs;
+        note(fmt::format("stopped after {} records{}", outcome.NumRead,
+                         hadEnd ? "; the result is partial" : ""));
         return exitCodeOfSignal(outcome.Signal);
     }
     if (!outcome.Reached.empty()) note(fmt::format("ended at {}", visibleText(outcome.Reached)));
