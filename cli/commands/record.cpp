@@ -50,7 +50,7 @@ std::string reachedOf(const std::vector<Until> &all, const Reached &reached)
 Reached reachedNow(const EventCounter &counter, const Measured &measured,
                    std::chrono::steady_clock::time_point &start)
 {
-    const uint64_t records = outcomeSoFar(0).NumRead;
+    const auto records = runDescription().at("NumRecs").to_number<uint64_t>();
     if (records == 0) start = std::chrono::steady_clock::now();
     return {.Records = records,
             .Bytes = static_cast<double>(fileBytes(measured.Into->Path)),
