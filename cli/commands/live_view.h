@@ -17,7 +17,7 @@ namespace Tessel::Cli {
 struct LiveState
 {
     CountRates Rates;
-    double Began = 0; // s since the start: when nothing had been read yet
+    double Began = 0;                             // s since the start: when nothing had been read yet
     std::deque<std::pair<double, uint64_t>> Past; // s since the start and records, of about the last second
     std::string Lost;                             // of an instrument: how much, in words
 };
