@@ -27,6 +27,7 @@ Command addG2(CLI::App &program);
 Command addFcs(CLI::App &program);
 Command addRates(CLI::App &program);
 Command addRecord(CLI::App &program);
+Command addStart(CLI::App &program);
 Command addTrace(CLI::App &program);
 Command addHist2d(CLI::App &program);
 Command addUnfold(CLI::App &program);

@@ -4,6 +4,7 @@
 #include "program/instrument.h"
 #include "program/options.h"
 #include "program/output.h"
+#include "program/remote.h"
 #include "program/settings.h"
 #include "program/units.h"
 #include "program/visible_text.h"
@@ -27,6 +28,7 @@ using boost::json::value;
 struct ConfigOptions
 {
     std::string Instrument; // an id, or "sim"
+    std::string Server;     // of another computer, which has it; empty: it is here
     std::string Mode = "t3";
     int32_t RefSource = 0;
     std::vector<std::string> Assignments;
@@ -88,17 +90,22 @@ object asJson(const object &config, const std::vector<Clamped> &clamped)
 
 int runConfig(const ConfigOptions &options, const HostOptions &given)
 {
-    const HostOptions host = withInstrument(given, options.Instrument);
+    const bool isRemote = !options.Server.empty();
+    if (isRemote && given.Simulated) throw Failure(Exit::Usage, "--sim and --host: choose one");
+    const HostOptions host = isRemote ? given : withInstrument(given, options.Instrument);
     const Session session(host);
     checkOutputs({host.IniPath, host.SimulationPath}, outputsOf(options.Result), options.Result.Force);
-    const std::string id = openInstrument(host);
-    initInstrument(id, modeNumber(options.Mode), options.RefSource);
+    if (isRemote)
+        openRemote(options.Server, options.Instrument.empty() ? given.DeviceId : options.Instrument);
+    else
+        initInstrument(openInstrument(host), modeNumber(options.Mode), options.RefSource);
     std::vector<Clamped> all;
     for (const std::string &assignment : options.Assignments)
         for (Clamped &clamped : applySetting(assignment)) {
             warnOf(clamped);
             all.push_back(std::move(clamped));
         }
+    if (isRemote && !options.Assignments.empty()) connectServer(options.Server); // what became of them there
     const object config = deviceConfig();
     writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(config, all)) : table(config));
     return 0;
@@ -121,6 +128,9 @@ below it off. Which settings there are depends on the instrument:
   control.mode, control.start-edge, control.stop-edge     what starts and stops a measurement
   marker1.edge, marker1.enable, marker.holdoff, trigger-output, overflow-hold
 
+With --host the instrument is one that another computer serves. It is shown as it is set there, and
+of the settings only level and edge of an input can be set.
+
 JSON: schema (tessel.config/1), family, features, and
   device    state of the instrument, as in tessel info
   settings  [{key, field (its key in device), operation, channel (from 0; inputs only), unit, min, max,
@@ -130,6 +140,7 @@ JSON: schema (tessel.config/1), family, features, and
 Examples:
   tessel config sim
   tessel config SIM-ZP-0 --sim --set sync.level=-100mV --set 'ch*.offset=1.5ns'
+  tessel config --host lab-pc --set ch1.level=-80mV
   tessel config sim --json | jq -c '.settings[] | [.key, .value, .unit]')";
 
 } // namespace
@@ -141,11 +152,14 @@ Command addConfig(CLI::App &program)
     command->add_option("INSTRUMENT", options->Instrument, "Its id, or sim: the first simulated one")
         ->type_name("");
     addSettingOption(*command, options->Assignments);
+    addHostOption(*command, options->Server);
     asOneOf(command->add_option("--mode", options->Mode, "Measurement mode"), {"t2", "t3", histogramMode})
         ->capture_default_str();
     asNumber(command->add_option("--ref-source", options->RefSource, "Reference clock; 0: internal"), 0, 100)
         ->capture_default_str();
     addOutputOptions(*command, options->Result, "a table");
+    for (const char *initialises : {"--mode", "--ref-source"})
+        command->get_option(initialises)->excludes(command->get_option("--host"));
     command->footer(configFooter);
     return {command, [options](const HostOptions &host) { return runConfig(*options, host); }};
 }

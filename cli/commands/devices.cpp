@@ -5,6 +5,7 @@
 #include "program/instrument.h"
 #include "program/options.h"
 #include "program/output.h"
+#include "program/remote.h"
 #include "program/visible_text.h"
 #include "tessel.h"
 
@@ -29,6 +30,7 @@ using boost::json::value;
 struct DevicesOptions
 {
     std::vector<std::string> Files;
+    std::string Server; // of another computer, whose instruments are to be listed
     ResultOptions Result;
 };
 
@@ -46,7 +48,9 @@ std::string initialise(const std::string &id)
 // Empty: it is to be looked at.
 std::string knownState(const object &config)
 {
-    if (config.at("DeviceType").to_number<int>() == 1) return "file";
+    const int type = config.at("DeviceType").to_number<int>();
+    if (type == 1) return "file";
+    if (type == 2) return config.at("Index").to_number<int>() < 0 ? "not served" : "remote";
     if (isBusy(config)) return "busy";
     return config.at("IsOpen").as_bool() ? "open" : "";
 }
@@ -142,11 +146,11 @@ void addLibraries(fmt::memory_buffer &text, const array &libraries)
     }
 }
 
-std::string table(const array &devices, const array &libraries)
+std::string table(const array &devices, const array &libraries, bool isRemote)
 {
     fmt::memory_buffer text;
     addDevices(text, devices);
-    addLibraries(text, libraries);
+    if (!isRemote) addLibraries(text, libraries);
     return fmt::to_string(text);
 }
 
@@ -157,14 +161,19 @@ int runDevices(const DevicesOptions &options, const HostOptions &host)
     inputs.insert(inputs.end(), {host.IniPath, host.SimulationPath});
     checkOutputs(inputs, outputsOf(options.Result), options.Result.Force);
     for (const std::string &file : options.Files) openRecording(file);
-    const std::string problem = findInstruments().Error;
+    std::string problem;
+    if (options.Server.empty())
+        problem = findInstruments().Error;
+    else
+        connectServer(options.Server);
     const value libraries = libraryText(TESSEL_TEXT_LIBRARIES), ids = libraryText(TESSEL_TEXT_DEVICE_IDS);
     array devices;
     for (const value &id : ids.as_array())
         devices.push_back(listedDevice(std::string(id.as_string()), libraries));
     const object all = {{"schema", "tessel.devices/1"}, {"devices", devices}, {"libraries", libraries}};
-    writeResult(options.Result.File,
-                options.Result.Json ? jsonText(all) : table(devices, libraries.as_array()));
+    writeResult(options.Result.File, options.Result.Json
+                                         ? jsonText(all)
+                                         : table(devices, libraries.as_array(), !options.Server.empty()));
     if (problem.empty()) return 0;
     error(problem);
     return static_cast<int>(Exit::NoDevice);
@@ -180,7 +189,8 @@ see what it is, which sends it the initial settings. A recording is listed like 
 light, or those that a JSON file describes.
 
 States: free; open (by this program); busy (by another one); file (a recording); failed (it can't be
-opened or initialised; a warning says why).
+opened or initialised; a warning says why). With --host the instruments are those of another
+computer: remote; not served (it has them, but not at this address).
 
 JSON: schema (tessel.devices/1), and
   devices    [{id, family, model, serial, partNumber, firmware, libraryVersion, channels, features,
@@ -191,6 +201,7 @@ JSON: schema (tessel.devices/1), and
 Examples:
   tessel devices
   tessel devices --sim
+  tessel devices --host lab-pc
   tessel devices --sim=lab.json --json | jq -r '.devices[].id')";
 
 } // namespace
@@ -200,6 +211,7 @@ Command addDevices(CLI::App &program)
     const auto options = std::make_shared<DevicesOptions>();
     CLI::App *command = program.add_subcommand("devices", "List instruments and their libraries");
     command->add_option("RECORDINGS", options->Files, "Recordings (.tgx) to list as well")->type_name("");
+    addHostOption(*command, options->Server);
     addOutputOptions(*command, options->Result, "a table");
     command->footer(devicesFooter);
     return {command, [options](const HostOptions &host) { return runDevices(*options, host); }};

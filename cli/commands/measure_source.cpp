@@ -49,10 +49,7 @@ int32_t acqTimeMs(const MeasureOptions &options, const HostOptions &host)
 {
     constexpr double psPerMs = 1e9;
     if (options.For.empty() && (options.RunsOn || drawsLive(options.Updates, host))) return longestRunMs;
-    const std::string text = options.For.empty() ? "1s" : options.For;
-    const double ms = std::round(optionValue("--for", [&] { return parseTimePs(text, "ps"); }) / psPerMs);
-    if (ms < 1 || ms > longestRunMs) throw Failure(Exit::Usage, "--for: from 1ms to 100h");
-    return static_cast<int32_t>(ms);
+    return acquisitionMs(options.For.empty() ? "1s" : options.For);
 }
 
 Recording openLive(const MeasureOptions &options, const HostOptions &host)

@@ -2,6 +2,7 @@
 #include "program/options.h"
 
 #include "program/exit_codes.h"
+#include "program/session.h"
 #include "program/units.h"
 
 #include <CLI/CLI.hpp>
@@ -94,6 +95,14 @@ uint64_t optionWholePs(const char *option, const std::string &text, uint64_t sma
     if (ps < static_cast<double>(smallest) || ps != std::floor(ps) || ps > 1e18)
         throw Failure(Exit::Usage, fmt::format("{}: whole picoseconds, at least {}ps", option, smallest));
     return static_cast<uint64_t>(ps);
+}
+
+int32_t acquisitionMs(const std::string &text)
+{
+    constexpr double psPerMs = 1e9;
+    const double ms = std::round(optionValue("--for", [&] { return parseTimePs(text, "ps"); }) / psPerMs);
+    if (ms < 1 || ms > longestRunMs) throw Failure(Exit::Usage, "--for: from 1ms to 100h");
+    return static_cast<int32_t>(ms);
 }
 
 std::vector<double> optionValues(const char *option, const std::function<std::vector<double>()> &convert)

@@ -50,4 +50,7 @@ std::vector<double> optionValues(const char *option, const std::function<std::ve
 // A time of whole picoseconds, without a unit in ps; anything else is a usage Failure.
 uint64_t optionWholePs(const char *option, const std::string &text, uint64_t smallest);
 
+// --for: how long an instrument measures, in whole ms as the library takes it.
+int32_t acquisitionMs(const std::string &text);
+
 } // namespace Tessel::Cli
