@@ -93,7 +93,8 @@ TESSEL_API bool initDevice(int32_t measMode, int32_t refSource);
 
 /* Closes the current device (`all` 0) or every device (`all` 1). Stops a run on it and blocks until the run has
  * ended; one that hangs in its instrument's library is given ten seconds, then the instrument is closed all the
- * same. The id of a file device means nothing after that; an instrument keeps its id and its parameters. */
+ * same. The id of a file device means nothing after that; an instrument keeps its id and its parameters, and
+ * a remote device (tessel_connect) all that it has. */
 TESSEL_API void closeDevice(uint8_t all);
 
 /* ------------------------------------------------------------------------------------------------ logging

@@ -7,6 +7,7 @@
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 
+#include <new>
 #include <utility>
 
 namespace Tessel {
@@ -93,7 +94,11 @@ void askEnd(LinkEnd &end)
 {
     auto &client = static_cast<Client &>(end);
     moveTo(client, ClientState::Stopped);
-    asio::post(client.Io.Context, [&client] { endConnection(client); });
+    try {
+        asio::post(client.Io.Context, [&client] { endConnection(client); });
+    } catch (const std::bad_alloc &) { // then the connection goes with the client
+        client.Io.Context.stop();
+    }
 }
 
 void awaitEnd(LinkEnd &end, std::chrono::milliseconds patience)

@@ -44,13 +44,13 @@ struct Client : LinkEnd
 
     std::atomic<ClientState> State{ClientState::Connecting}; // written with Lock
 
-    std::mutex Lock;                             // guards the rest up to `Failure`; nothing is taken under it
-    std::condition_variable Changed;             // an answer came, or the state changed
-    std::string Host;                            // empty once it has stopped
-    uint64_t SentIndex = 0;                      // of the last message
-    uint64_t AckIndex = 0;                       // of the last message that has an answer
-    std::string_view Asked;                      // the question that is open; what nobody asked for isn't taken
-    bool HasConfig = false;                      // the answer has filled the device's record
+    std::mutex Lock;                 // guards the rest up to `Failure`; nothing but the log's is taken under it
+    std::condition_variable Changed; // an answer came, or the state changed
+    std::string Host;                // empty once it has stopped
+    uint64_t SentIndex = 0;          // of the last message
+    uint64_t AckIndex = 0;           // of the last message that has an answer
+    std::string_view Asked;          // the question that is open; what nobody asked for isn't taken
+    bool HasConfig = false;          // the answer has filled the device's record
     std::optional<std::vector<DeviceRef>> Named; // the answer to "getDeviceNames"
     NetworkError Failure;                        // why it was lost
 

@@ -40,16 +40,9 @@ bool wasAsked(Client &client, std::string_view command)
 
 // ------------------------------------------------------------------------------------ about the device
 
-// The id stays, whatever the text says: hosts and this client find the device by it.
 void takeConfig(Client &client, const DeviceRef &target, const boost::json::value &data)
 {
-    Device &device = target->device;
-    object config = data.as_object();
-    config["ID"] = device.ID;
-    {
-        const LockedDevice locked(device);
-        parseJsonDevConfig(device, boost::json::serialize(config));
-    }
+    parseJsonDevConfig(target->device, boost::json::serialize(data.as_object()));
     const std::lock_guard lock(client.Lock);
     client.HasConfig = true;
 }

@@ -145,11 +145,14 @@ void closeEnded(const DeviceRef &target, bool isFree)
         closeInTime(target, isFree ? Pace::aborting : Pace::hungCloses);
 }
 
-// So the links of the first `count` devices end side by side.
+// So the links of the first `count` devices end side by side. A remote device keeps its link as long as it is
+// there.
 void askFirst(size_t count, bool forGood)
 {
-    for (size_t i = 0; i < count; ++i)
-        if (const DeviceRef target = deviceAt(i); target != noDevice()) askLinks(target, forGood);
+    for (size_t i = 0; i < count; ++i) {
+        const DeviceRef target = deviceAt(i);
+        if (target != noDevice() && (forGood || !isRemote(target->device))) askLinks(target, forGood);
+    }
 }
 
 // Those that hang have one time together.
@@ -179,7 +182,7 @@ void stopFirst(size_t count)
 
 void closeDevice(const DeviceRef &target)
 {
-    endLinks(target, isFile(target->device));
+    if (!isRemote(target->device)) endLinks(target, isFile(target->device));
     if (isFile(target->device)) refuseRuns(target);
     closeEnded(target, endRun(target));
 }
