@@ -24,7 +24,7 @@ namespace {
 constexpr int32_t entryLimit = mostInputs + 1; // of rows, markers and counts
 constexpr double psPerSecond = 1e12;
 
-struct Reading
+struct TagWalk
 {
     Device &device;
     MeasContext &context;
@@ -45,12 +45,12 @@ std::optional<double> picoseconds(const TagRecord &tag)
 }
 
 // Texts of a device are UTF-8, whatever is in the file.
-std::string text(const Reading &reading, const TagRecord &tag)
+std::string text(const TagWalk &reading, const TagRecord &tag)
 {
     return toUtf8(toUtf16(textOf(tag, reading.image)));
 }
 
-bool inRange(Reading &reading, const TagRecord &tag, int32_t number, int32_t limit, bool &warned)
+bool inRange(TagWalk &reading, const TagRecord &tag, int32_t number, int32_t limit, bool &warned)
 {
     if (number >= 0 && number < limit) return true;
     if (!warned)
@@ -60,12 +60,12 @@ bool inRange(Reading &reading, const TagRecord &tag, int32_t number, int32_t lim
     return false;
 }
 
-bool countInRange(Reading &reading, const TagRecord &tag)
+bool countInRange(TagWalk &reading, const TagRecord &tag)
 {
     return inRange(reading, tag, intOf(tag), entryLimit, reading.countWarned);
 }
 
-bool indexBelow(Reading &reading, const TagRecord &tag, size_t limit)
+bool indexBelow(TagWalk &reading, const TagRecord &tag, size_t limit)
 {
     return inRange(reading, tag, tag.Idx, static_cast<int32_t>(limit), reading.indexWarned);
 }
@@ -79,7 +79,7 @@ T *grownTo(std::vector<T> &entries, const TagRecord &tag)
 }
 
 // The row of the tag's channel; null if there can be none.
-ChannelRow *channelOf(Reading &reading, const TagRecord &tag)
+ChannelRow *channelOf(TagWalk &reading, const TagRecord &tag)
 {
     if (!indexBelow(reading, tag, entryLimit)) return nullptr;
     ChannelRow *row = grownTo(reading.device.ChansCfg, tag);
@@ -89,7 +89,7 @@ ChannelRow *channelOf(Reading &reading, const TagRecord &tag)
 
 // The value of a field in its regular form, by the type of its member.
 template <class Record>
-void setField(Reading &reading, const TagRecord &tag, Record &record, const Field<Record> &field)
+void setField(TagWalk &reading, const TagRecord &tag, Record &record, const Field<Record> &field)
 {
     std::visit(
         [&](auto member) {
@@ -117,14 +117,14 @@ const Field<Record> *readField(std::span<const Field<Record>> fields, const TagR
     return field == fields.end() ? nullptr : &*field;
 }
 
-void fileComment(Reading &reading, const TagRecord &tag)
+void fileComment(TagWalk &reading, const TagRecord &tag)
 {
     std::string comment = text(reading, tag);
     for (size_t at = 0; (at = comment.find("\\\\", at)) != comment.npos; ++at) comment.erase(at, 1);
     reading.device.Comment = comment;
 }
 
-void measurementMode(Reading &reading, const TagRecord &tag)
+void measurementMode(TagWalk &reading, const TagRecord &tag)
 {
     Device &device = reading.device;
     device.MeasMode = static_cast<MeasMode>(intOf(tag));
@@ -136,14 +136,14 @@ void measurementMode(Reading &reading, const TagRecord &tag)
 }
 
 // The record format follows from family and mode alone.
-void recordType(Reading &, const TagRecord &tag)
+void recordType(TagWalk &, const TagRecord &tag)
 {
     auto type = static_cast<uint32_t>(tag.TagValue);
     if (type == 0x00010203 || type == 0x00010303)
         logErr(LogCategory::General, "File: TTResultFormat_TTTRRecType {:08x} unsupported record type!", type);
 }
 
-void hardwareType(Reading &reading, const TagRecord &tag)
+void hardwareType(TagWalk &reading, const TagRecord &tag)
 {
     Device &device = reading.device;
     device.Model = text(reading, tag);
@@ -152,7 +152,7 @@ void hardwareType(Reading &reading, const TagRecord &tag)
     if (!family) logErr(LogCategory::Device, "File: Not supported HW_Type: {}!", device.Model);
 }
 
-void serialNumber(Reading &reading, const TagRecord &tag)
+void serialNumber(TagWalk &reading, const TagRecord &tag)
 {
     std::string serial;
     switch (tag.TagType) {
@@ -168,7 +168,7 @@ void serialNumber(Reading &reading, const TagRecord &tag)
     reading.device.ID = fmt::format("{}@{}", serial, reading.fileName);
 }
 
-void baseResolution(Reading &reading, const TagRecord &tag)
+void baseResolution(TagWalk &reading, const TagRecord &tag)
 {
     std::optional<double> resolution = picoseconds(tag);
     if (!resolution) return;
@@ -177,7 +177,7 @@ void baseResolution(Reading &reading, const TagRecord &tag)
     reading.context.ResolutionPs = truncated<uint64_t>(*resolution);
 }
 
-void inputChannels(Reading &reading, const TagRecord &tag)
+void inputChannels(TagWalk &reading, const TagRecord &tag)
 {
     if (!countInRange(reading, tag)) return;
     Device &device = reading.device;
@@ -190,7 +190,7 @@ void inputChannels(Reading &reading, const TagRecord &tag)
 }
 
 // A name makes no row, unlike the other tags of a channel.
-void channelName(Reading &reading, const TagRecord &tag)
+void channelName(TagWalk &reading, const TagRecord &tag)
 {
     if (!indexBelow(reading, tag, reading.device.ChansCfg.size())) return;
     ChannelRow &row = reading.device.ChansCfg[static_cast<size_t>(tag.Idx)];
@@ -199,7 +199,7 @@ void channelName(Reading &reading, const TagRecord &tag)
 }
 
 // Files of the SV40 family are taken to hold the code of a dead time.
-void channelDeadTime(Reading &reading, const TagRecord &tag)
+void channelDeadTime(TagWalk &reading, const TagRecord &tag)
 {
     ChannelRow *row = channelOf(reading, tag);
     if (!row) return;
@@ -209,18 +209,18 @@ void channelDeadTime(Reading &reading, const TagRecord &tag)
                         : value;
 }
 
-void binningFactor(Reading &reading, const TagRecord &tag)
+void binningFactor(TagWalk &reading, const TagRecord &tag)
 {
     if (intOf(tag) > 0) reading.device.Binning = nearest<int32_t>(std::log2(intOf(tag)));
 }
 
-void creatingTime(Reading &reading, const TagRecord &tag)
+void creatingTime(TagWalk &reading, const TagRecord &tag)
 {
     if (auto seconds = finite(std::trunc((doubleOf(tag) - dateTimeOf1970) * secondsOfDay)))
         reading.context.Description.CreatingTime = truncated<int64_t>(*seconds * 1e7);
 }
 
-void markerCount(Reading &reading, const TagRecord &tag)
+void markerCount(TagWalk &reading, const TagRecord &tag)
 {
     if (!countInRange(reading, tag)) return;
     auto count = static_cast<size_t>(intOf(tag));
@@ -228,7 +228,7 @@ void markerCount(Reading &reading, const TagRecord &tag)
     reading.device.MarkerEna.resize(count);
 }
 
-void globalResolution(Reading &reading, const TagRecord &tag)
+void globalResolution(TagWalk &reading, const TagRecord &tag)
 {
     Device &device = reading.device;
     std::optional<double> period = picoseconds(tag);
@@ -241,7 +241,7 @@ void globalResolution(Reading &reading, const TagRecord &tag)
     }
 }
 
-void syncRate(Reading &reading, const TagRecord &tag)
+void syncRate(TagWalk &reading, const TagRecord &tag)
 {
     MeasDescription &description = reading.context.Description;
     if (intOf(tag) != 0) {
@@ -252,13 +252,13 @@ void syncRate(Reading &reading, const TagRecord &tag)
     reading.context.SyncRate = nearest<int32_t>(description.AveSyncRate.load());
 }
 
-void inputRate(Reading &reading, const TagRecord &tag)
+void inputRate(TagWalk &reading, const TagRecord &tag)
 {
     if (indexBelow(reading, tag, reading.context.CountRates.size()))
         reading.context.CountRates[static_cast<size_t>(tag.Idx)] = intOf(tag);
 }
 
-void startTime(Reading &reading, const TagRecord &tag)
+void startTime(TagWalk &reading, const TagRecord &tag)
 {
     if (tag.Idx >= 0 && tag.Idx < 3)
         reading.context.Description.StartWords[static_cast<size_t>(tag.Idx)] =
@@ -268,7 +268,7 @@ void startTime(Reading &reading, const TagRecord &tag)
 struct Effect
 {
     std::string_view Name;
-    void (*Apply)(Reading &, const TagRecord &);
+    void (*Apply)(TagWalk &, const TagRecord &);
 };
 
 // The tags that do more than set a field, or set one in another form.
@@ -276,7 +276,7 @@ constexpr Effect effects[] = {
     {"File_Comment", fileComment},
     {"Measurement_Mode", measurementMode},
     {"Measurement_SubMode",
-     [](Reading &r, const TagRecord &t) { r.context.Description.MeasSubMode = intOf(t); }},
+     [](TagWalk &r, const TagRecord &t) { r.context.Description.MeasSubMode = intOf(t); }},
     {"TTResultFormat_TTTRRecType", recordType},
     {"HW_Type", hardwareType},
     {"HW_SerialNo", serialNumber},
@@ -286,13 +286,13 @@ constexpr Effect effects[] = {
     {"HWInpChan_TdCode", channelDeadTime},
     {"MeasDesc_BinningFactor", binningFactor},
     {"MeasDesc_AcquisitionTime",
-     [](Reading &r, const TagRecord &t) { r.context.Description.AcqTime = intOf(t); }},
-    {"TTResult_StopAfter", [](Reading &r, const TagRecord &t) { r.context.Description.StopAfter = intOf(t); }},
+     [](TagWalk &r, const TagRecord &t) { r.context.Description.AcqTime = intOf(t); }},
+    {"TTResult_StopAfter", [](TagWalk &r, const TagRecord &t) { r.context.Description.StopAfter = intOf(t); }},
     {"TTResult_MDescWarningFlags",
-     [](Reading &r, const TagRecord &t) { r.context.Description.WarningsFlag = intOf(t); }},
+     [](TagWalk &r, const TagRecord &t) { r.context.Description.WarningsFlag = intOf(t); }},
     {"File_CreatingTime", creatingTime},
     {"TTResult_StopReason",
-     [](Reading &r, const TagRecord &t) {
+     [](TagWalk &r, const TagRecord &t) {
          r.context.Description.StopReason = static_cast<StopReason>(intOf(t));
      }},
     {"HW_Markers", markerCount},
@@ -301,11 +301,11 @@ constexpr Effect effects[] = {
     {"TTResult_InputRate", inputRate},
     {"MeasDesc_StartTime", startTime},
     {"TTResult_NumberOfRecords",
-     [](Reading &r, const TagRecord &t) { r.context.Description.NumRecs = t.TagValue; }},
+     [](TagWalk &r, const TagRecord &t) { r.context.Description.NumRecs = t.TagValue; }},
 };
 
 // A tag of any other name has no effect; a name that occurs twice acts twice.
-void applyTag(Reading &reading, const TagRecord &tag)
+void applyTag(TagWalk &reading, const TagRecord &tag)
 {
     auto effect = std::ranges::find(effects, std::string_view(tag.Name), &Effect::Name);
     if (effect != std::end(effects)) return effect->Apply(reading, tag);
@@ -317,7 +317,7 @@ void applyTag(Reading &reading, const TagRecord &tag)
     if (row) setField(reading, tag, *row, *field);
 }
 
-void walk(Reading &reading)
+void walk(TagWalk &reading)
 {
     uint64_t offset = preambleSize;
     while (offset < reading.image.size()) {
@@ -359,7 +359,7 @@ bool readTgxFile(std::string_view path, Device &device, MeasContext &context, bo
     device.FileDevicePath = normal;
     device.DataStart = length;
     startDescription(context.Description);
-    Reading reading{.device = device,
+    TagWalk reading{.device = device,
                     .context = context,
                     .image = std::string_view(head->Image).substr(0, length),
                     .fileName = toUtf8(toUtf16(normal.substr(normal.rfind('\\') + 1)))};
