@@ -47,7 +47,6 @@ namespace {
 // Whole ms, as the library takes it.
 int32_t acqTimeMs(const MeasureOptions &options, const HostOptions &host)
 {
-    constexpr double psPerMs = 1e9;
     if (options.For.empty() && (options.RunsOn || drawsLive(options.Updates, host))) return longestRunMs;
     return acquisitionMs(options.For.empty() ? "1s" : options.For);
 }

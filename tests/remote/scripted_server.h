@@ -30,7 +30,8 @@ public:
             dup2(input[0], STDIN_FILENO);
             dup2(open(output.c_str(), O_CREAT | O_WRONLY, 0600), STDOUT_FILENO);
             const std::string wanted = std::to_string(onPort);
-            execlp("python3", "python3", TESSEL_PEERS "/scripted_server.py", behaviour.c_str(), wanted.c_str(), nullptr);
+            execlp("python3", "python3", TESSEL_PEERS "/scripted_server.py", behaviour.c_str(), wanted.c_str(),
+                   nullptr);
             _exit(127);
         }
         close(input[0]);
