@@ -34,6 +34,7 @@ bool hasNull(const Call &call)
         if (const auto *number = std::get_if<uint32_t *>(&out)) return !*number;
         if (const auto *number = std::get_if<double *>(&out)) return !*number;
         if (const auto *text = std::get_if<TextOut>(&out)) return !text->Text;
+        if (const auto *records = std::get_if<Records>(&out)) return !records->Words;
         if (const auto *pointer = std::get_if<Pointer>(&out)) return !pointer->Value;
         return false;
     });
@@ -91,6 +92,17 @@ void fill(const Out &out)
     if (const auto *text = std::get_if<TextOut>(&out)) std::memset(text->Text, 'x', text->Room);
 }
 
+// As many records as there is room for, all of the first input at the time 0.
+void flood(const Call &call)
+{
+    size_t room = 0;
+    for (const Out &out : call.Outs)
+        if (const auto *records = std::get_if<Records>(&out))
+            std::fill_n(records->Words, room = records->Room, 0u);
+    for (const Out &out : call.Outs)
+        if (const auto *count = std::get_if<int32_t *>(&out)) **count = static_cast<int32_t>(room);
+}
+
 void findLibraryFault(StartedCall &started, const Call &call)
 {
     started.Faults = libraryFaults();
@@ -140,6 +152,7 @@ int32_t endCall(const StartedCall &started, const Call &call, int32_t code)
         for (const Out &out : call.Outs) corrupt(out, *value);
     if (std::holds_alternative<Endless>(started.Fault->Action))
         for (const Out &out : call.Outs) fill(out);
+    if (std::holds_alternative<Flood>(started.Fault->Action)) flood(call);
     return code;
 }
 

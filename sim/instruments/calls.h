@@ -18,11 +18,16 @@ struct TextOut
     char *Text = nullptr;
     size_t Room = 0;
 };
+struct Records
+{
+    uint32_t *Words = nullptr;
+    size_t Room = 0;
+};
 struct Pointer // of which only null matters
 {
     const void *Value = nullptr;
 };
-using Out = std::variant<std::monostate, int32_t *, uint32_t *, double *, TextOut, Pointer>;
+using Out = std::variant<std::monostate, int32_t *, uint32_t *, double *, TextOut, Records, Pointer>;
 
 constexpr int32_t anyInstrument = INT32_MIN; // index of an operation that has none
 

@@ -85,7 +85,10 @@ struct Hang
 {
     double Ms = std::numeric_limits<double>::infinity();
 };
-using FaultAction = std::variant<int32_t /* code */, Hang, double /* out value */, Endless>;
+struct Flood
+{
+};
+using FaultAction = std::variant<int32_t /* code */, Hang, double /* out value */, Endless, Flood>;
 
 struct CallFault
 {

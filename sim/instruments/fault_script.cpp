@@ -49,6 +49,10 @@ bool readAction(JsonNode &node, FaultAction &action)
         readFlag(node, "endless", on);
         action = Endless{};
     }
+    if (bool on = false; find(node, "flood") && ++found) {
+        readFlag(node, "flood", on);
+        action = Flood{};
+    }
     return found == 1;
 }
 
@@ -64,7 +68,8 @@ CallFault callFault(JsonNode &node, const std::string &path)
     readInteger(node, "from", fault.From, 1, 9e15);
     if (find(node, "to")) readInteger(node, "to", fault.To = 0, 1, 9e15);
     readInteger(node, "every", fault.Every, 1, 9e15);
-    if (!readAction(node, fault.Action)) failAt(path, "needs one of code, hangMs, hang, value, endless");
+    if (find(node, "flood") && fault.Op != "ReadFiFo") failAt(path + ".flood", "is for ReadFiFo");
+    if (!readAction(node, fault.Action)) failAt(path, "needs one of code, hangMs, hang, value, endless, flood");
     return fault;
 }
 

@@ -140,15 +140,17 @@ bool readAllRates(LockedDevice &locked,
     return true;
 }
 
-// A failed call is reported, and its rate is stored all the same.
+// A failed call is reported, and its rate is stored all the same; of an instrument that it shows lost, no more.
 bool readEachRate(LockedDevice &locked,
                   const Operation<int32_t(int32_t idx, int32_t channel, int32_t *rate)> &operation,
                   MeasContext &context, RateArray &rates)
 {
     int32_t syncRate = 0;
+    const Device &device = locked.device;
+    const bool wasOpen = device.IsOpen;
     bool good = getSyncRate(locked.device, context, syncRate);
-    for (size_t i = 0; i < locked.device.ChansCfg.size(); ++i)
-        good = callQuietly(locked, operation, locked.device.ChansCfg[i].Index, &rates[i]);
+    for (size_t i = 0; i < device.ChansCfg.size() && device.IsOpen == wasOpen; ++i)
+        good = callQuietly(locked, operation, device.ChansCfg[i].Index, &rates[i]);
     return good;
 }
 

@@ -45,13 +45,15 @@ Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_
 {
     if (source.Kind == DeviceType::File) return readFile(source, device, room, waiting);
     Reading reading;
-    reading.Failed = !room || !readFifo(device, room, reading.Words);
+    if (source.Lost) return reading;
+    source.Lost = !room || !device.IsOpen || !readFifo(device, room, reading.Words);
+    reading.Failed = source.Lost;
     return reading;
 }
 
 void stopSource(RecordSource &source, Device &device)
 {
-    if (!source.Stopped) StopMeasure(device, true);
+    if (!source.Stopped && device.IsOpen) StopMeasure(device, true);
     source.Stopped = true;
 }
 

@@ -23,6 +23,7 @@ struct RecordSource
 
     // Of an instrument.
     PageArray<uint32_t> Fifo{}; // what one read gives
+    bool Lost = false;          // a read has failed: there is no other
     bool TimerRunning = false;  // the acquisition timer was seen running
     int32_t TimerStatus = 0;    // 1: it has run out
 

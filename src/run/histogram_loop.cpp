@@ -252,6 +252,7 @@ void stopHistogramming(RunRef &ref, HistogramLoop &loop)
 bool passHistogramLoop(RunRef &ref, HistogramLoop &loop)
 {
     if (std::exchange(loop.ClearPending, false)) clearHistMem(ref.device, isTraced(ref));
+    if (!ref.device.IsOpen) return endWithReason(ref, StopReason::DataXferFail);
     if (std::exchange(loop.StartPending, false) && !start(ref, loop))
         return endWithReason(ref, StopReason::SyncLost);
     askFlags(ref, loop);

@@ -1,7 +1,6 @@
 #include "run/histogram_run.h"
 
 #include "devices/primitives.h"
-#include "devices/rates.h"
 #include "devices/result.h"
 #include "measurements/measurement.h"
 #include "run/histogram_loop.h"
@@ -15,9 +14,7 @@ namespace {
 
 bool setUpHistogramming(RunRef &ref, HistogramLoop &loop)
 {
-    decideMeasControl(ref);
-    readCountRates(ref.device, ref.context);
-    GetWarnings(ref.device, ref.context);
+    prepareDevice(ref);
     if (!initResult(ref) || !checkParams(ref)) return false;
     addStore(ref);
     if (!initStore(ref)) return false;

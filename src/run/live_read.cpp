@@ -121,6 +121,19 @@ Reading readWords(RunRef &ref, RecordSource &source)
     return reading;
 }
 
+namespace {
+
+// The instrument keeps its last words so long. False: ProcessThread has taken nothing.
+bool waitForRoom(Run &run)
+{
+    std::unique_lock gate(run.ReadGate);
+    return run.ReadChanged.wait_for(gate, Pace::lastRoom, [&run] {
+        return run.ReadCount <= streamRecords() - chunkWords || isAborted(run);
+    });
+}
+
+} // namespace
+
 bool readLastWords(RunRef &ref, RecordSource &source)
 {
     constexpr int passes = 100, mostEmpty = 4;
@@ -128,6 +141,7 @@ bool readLastWords(RunRef &ref, RecordSource &source)
     ref.context.Description.StopReason = StopReason::TimeOver;
     if (LogLevel.Api) logInf(LogCategory::Progress, "ctc stopped @{}", ref.device.ID);
     for (int pass = 0, empty = 0; pass < passes && empty <= mostEmpty && !isAborted(run); ++pass) {
+        if (!waitForRoom(run)) break;
         const Reading reading = readWords(ref, source);
         if (reading.Failed) {
             ref.context.Description.StopReason = StopReason::DataXferFail;

@@ -2,6 +2,7 @@
 
 #include "devices/acquisition.h"
 #include "devices/families.h"
+#include "devices/primitives.h"
 #include "devices/rates.h"
 #include "devices/result.h"
 #include "manipulators/chain.h"
@@ -47,8 +48,6 @@ int32_t controlOf(RunRef &ref)
     return device.MeasControl;
 }
 
-} // namespace
-
 void decideMeasControl(RunRef &ref)
 {
     Device &device = ref.device;
@@ -60,6 +59,20 @@ void decideMeasControl(RunRef &ref)
         device.StartEdge = startEdge;
         device.StopEdge = stopEdge;
     });
+}
+
+} // namespace
+
+bool isLost(const RunRef &ref)
+{
+    return ref.run->Facts.IsLive && !ref.device.IsOpen;
+}
+
+void prepareDevice(RunRef &ref)
+{
+    decideMeasControl(ref);
+    if (!isLost(ref)) readCountRates(ref.device, ref.context);
+    GetWarnings(ref.device, ref.context);
 }
 
 bool initResult(RunRef &ref)

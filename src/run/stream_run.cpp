@@ -99,9 +99,7 @@ bool waitManipulators(RunRef &ref)
 // False: the run is refused.
 bool setUpStream(RunRef &ref)
 {
-    decideMeasControl(ref);
-    readCountRates(ref.device, ref.context);
-    GetWarnings(ref.device, ref.context);
+    prepareDevice(ref);
     if (!initResult(ref) || !checkParams(ref) || !allocateBuffers(ref)) return false;
     addStore(ref);
     if (!initStore(ref)) return false;
@@ -120,6 +118,7 @@ bool endWith(RunRef &ref, StopReason reason)
 bool startDevice(RunRef &ref, RecordSource &source)
 {
     Run &run = *ref.run;
+    if (isLost(ref)) return endWith(ref, StopReason::DataXferFail);
     if (!startSource(source, ref.device, std::clamp(run.AcqTimeMs, 1, Pace::longestAcquisitionMs)))
         return endWith(ref, StopReason::SyncLost);
     ref.context.Description.AcqTime = run.AcqTimeMs;
@@ -141,7 +140,7 @@ void waitTaken(RunRef &ref)
 bool askInstrument(RunRef &ref, RecordSource &source)
 {
     int32_t flags = 0;
-    if (!getFlags(ref.device, flags, true)) return endWith(ref, StopReason::DataXferFail);
+    if (isLost(ref) || !getFlags(ref.device, flags, true)) return endWith(ref, StopReason::DataXferFail);
     const bool isLost = tellFlags(ref, flags);
     if (!getCtcStatus(ref.device, source.TimerStatus, true)) return endWith(ref, StopReason::Unknown);
     return (timerRanOut(source) && readLastWords(ref, source)) || isLost;
@@ -161,7 +160,7 @@ bool passTttrLoop(RunRef &ref, RecordSource &source)
     const Reading reading = readWords(ref, source);
     if (reading.Failed) {
         stopSource(source, ref.device);
-        return endWith(ref, StopReason::DataXferFail);
+        ended = endWith(ref, StopReason::DataXferFail);
     }
     if (reading.AtEnd) requestStop(run);
     if (reading.IsFull && run.Facts.IsLive) dropWaiting(ref);

@@ -27,6 +27,7 @@ inline constexpr auto lastWords = 1s; // before each of the last two lines of a 
 inline constexpr auto stagesEnter = 10s;    // every stage of a run
 inline constexpr auto sourceMeasures = 10s; // the run of an import source
 inline constexpr auto stageLeaves = 100s;   // a stage that is deleted
+inline constexpr auto lastRoom = 1s;        // room for the last words of an instrument
 inline constexpr auto counting = 500ms;     // of what a stopped run has read; then it is aborted
 inline constexpr auto consumerTakes = 5s;   // a stopped run whose host fetches no block is aborted
 inline constexpr auto firstBatch = 1s;      // of a run that is in the way: until its first events come through

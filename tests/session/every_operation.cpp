@@ -16,6 +16,7 @@
 #include "session/open_close.h"
 #include "session/tables.h"
 #include "stream/event_store.h"
+#include "support/failing_call.h"
 #include "support/host.h"
 #include "support/instrument.h"
 #include "tessel.h"
@@ -75,19 +76,6 @@ protected:
         fake->text("GetHardwareInfo", 0, "Sarvex 40 P");
         fake->number("GetWarnings", 0, 1);
         fake->answer("SetSyncDiv", 1, -7); // brings the calls that only a failure brings
-    }
-
-    // How the line of its failure begins.
-    std::string lineOf(const std::string &operation, int32_t code)
-    {
-        if (operation == "SaveDebugDump") return "WRN SaveDebugDump failed: ";
-        const bool isTransient = code >= -2 && operation != "OpenDevice";
-        const std::string start =
-            fmt::format("{}{} error ", isTransient ? "DEB " : "ERR Device: ", familyOf(family).Library);
-        if (operation == "CTCStatus") return fmt::format("{}({}): as told @", start, code);
-        if (operation == "GetWarningsText") return start + "in " + prefix + "GetWarnings @";
-        if (operation == "SetSyncCFD" && family == LibType::CD) return start + "in CD_SetSyncEdgeTrg @";
-        return start + "in " + prefix + operation;
     }
 
     void setParameters()
@@ -228,7 +216,8 @@ TEST_P(EveryOperation, ThatFailsIsNamedAndTheNextCallWorks)
             EXPECT_FALSE(target->device.IsOpen);
             EXPECT_EQ(target->device.Error, 0);
         }
-        for (int32_t code : codes) EXPECT_GE(log.count(lineOf(operation, code)), isSilent(operation) ? 0u : 1u);
+        for (int32_t code : codes)
+            EXPECT_GE(log.count(failureLine(family, operation, code)), isSilent(operation) ? 0u : 1u);
     }
 }
 

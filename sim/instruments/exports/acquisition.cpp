@@ -29,10 +29,11 @@ OPERATION(ReadFiFo)(int32_t idx, uint32_t *records, int32_t *count)
 {
     const auto capacity = static_cast<int32_t>(factsOf(thisFamily).ReadRecords);
 #endif
-    return on("ReadFiFo", idx, {Pointer{records}, count}, [&](Instrument &instrument) {
-        if (capacity < 0) return badArgument;
-        return readFifo(instrument, {records, static_cast<size_t>(capacity)}, *count);
-    });
+    return on("ReadFiFo", idx, {Records{records, static_cast<size_t>(std::max(capacity, 0))}, count},
+              [&](Instrument &instrument) {
+                  if (capacity < 0) return badArgument;
+                  return readFifo(instrument, {records, static_cast<size_t>(capacity)}, *count);
+              });
 }
 
 #if ON_THESE(ON_ZP | ON_LM70 | ON_CD90)
