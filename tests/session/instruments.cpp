@@ -189,25 +189,29 @@ TEST_P(Instruments, ThatAreLostAreClosedAndNoLongerCurrent)
 // The run is left to itself, and the next start of the library works.
 TEST(InstrumentThatHangs, HoldsUpTheEndForTenSeconds)
 {
-    Fake fake(libraryOf(LibType::ZP)->FileName);
-    char id[8192] = "";
-    ASSERT_TRUE(getDevice(id));
-    ASSERT_TRUE(initDevice(2, 0));
-    fake->hang("ReadFiFo");
-    uint64_t count = 0;
-    uint8_t finished = 0;
-    rawMeasure(nullptr, 1000, 0, 0, nullptr, &count, 0, &finished);
-    ASSERT_TRUE(eventually([&] { return fake.newCalls().find("ReadFiFo") != std::string::npos; }));
-    const auto begin = std::chrono::steady_clock::now();
-    auto took = [&] { return std::chrono::steady_clock::now() - begin; };
-    stopMeasure(nullptr);
-    EXPECT_LT(took(), std::chrono::seconds(1));
-    exitAPI();
-    EXPECT_LT(took(), std::chrono::seconds(15));
-    fake->release();
-    ASSERT_TRUE(eventually([&] { return std::atomic_ref(finished).load() != 0; }));
-    EXPECT_TRUE(getDevice(id));
-    closeForGood();
+    const std::pair<int32_t, const char *> rows[] = {{2, "ReadFiFo"}, {0, "GetAllHistograms"}};
+    std::vector<uint32_t> counts(5 * 65536);
+    for (const auto &[mode, operation] : rows) {
+        SCOPED_TRACE(operation);
+        Fake fake(libraryOf(LibType::ZP)->FileName);
+        char id[8192] = "";
+        ASSERT_TRUE(getDevice(id));
+        ASSERT_TRUE(initDevice(mode, 0));
+        fake->hang(operation);
+        uint8_t finished = 0;
+        getHistogram(nullptr, 1000, 0, 0, counts.data(), &finished);
+        ASSERT_TRUE(eventually([&] { return fake.newCalls().find(operation) != std::string::npos; }));
+        const auto begin = std::chrono::steady_clock::now();
+        auto took = [&] { return std::chrono::steady_clock::now() - begin; };
+        stopMeasure(nullptr);
+        EXPECT_LT(took(), std::chrono::seconds(1));
+        exitAPI();
+        EXPECT_LT(took(), std::chrono::seconds(12));
+        fake->release();
+        ASSERT_TRUE(eventually([&] { return std::atomic_ref(finished).load() != 0; }));
+        EXPECT_TRUE(getDevice(id));
+        closeForGood();
+    }
 }
 
 TEST(InstrumentWithoutMemory, IsClosedAtTheEnd)

@@ -75,41 +75,6 @@ TEST_F(LiveRun, WithoutATimeEndsAtTheStop)
     EXPECT_EQ(currentDevice()->device.MeasControl, 0);
 }
 
-TEST_F(LiveRun, FailuresEndItWithTheirReason)
-{
-    const struct
-    {
-        const char *operation;
-        int32_t answer, value; // of its first number; -1: its own
-        StopReason reason;
-        const char *line;
-    } rows[] = {
-        {"StartMeas", -5, -1, StopReason::SyncLost, "in ZP_StartMeas devIdx:0 tAcq:0s (-5): as told"},
-        {"GetFlags", -5, -1, StopReason::DataXferFail, "in ZP_GetFlags @11000 (-5)"},
-        {"CTCStatus", -5, -1, StopReason::Unknown, "ZPlib error (-5): as told"},
-        {"ReadFiFo", -5, -1, StopReason::DataXferFail, "in ZP_ReadFiFo @11000 (-5)"},
-        {"GetSyncRate", -1, -1, StopReason::Unknown, "in ZP_GetSyncRate @11000 (-1)"},
-        {"GetSyncRate", 0, 0, StopReason::SyncLost, "ERR Device: No sync detected! @11000"},
-        {"GetFlags", 0, 2, StopReason::FiFoOverrun, "ERR Device: FIFOfull @11000"},
-        {"GetFlags", 0, 4 + 64, StopReason::SyncLost, "ERR Device: Sync_Lost @11000"},
-        {"GetFlags", 0, 8, StopReason::RefClkLost, "ERR Device: Ref_Lost @11000"},
-        {"GetFlags", 0, 2 + 16 + 32, StopReason::SysError, "ERR Device: SysError @11000"},
-    };
-    for (const auto &[operation, answer, value, expected, line] : rows) {
-        SCOPED_TRACE(line);
-        fake->reset(1);
-        init(MeasMode::T3);
-        fake->answer(operation, 0, answer);
-        if (value >= 0) fake->number(operation, 0, value);
-        LogCapture log;
-        Finished ended;
-        rawMeasure(nullptr, 250, 1, 0, block.data(), &count, block.size(), ended.get());
-        EXPECT_TRUE(ended.isSet());
-        EXPECT_EQ(reason(), expected);
-        EXPECT_EQ(log.count(line), 1u);
-    }
-}
-
 TEST_F(LiveRun, T3TakesTheSyncPeriodFromTheRateUnlessItIsLow)
 {
     const struct
@@ -127,21 +92,6 @@ TEST_F(LiveRun, T3TakesTheSyncPeriodFromTheRateUnlessItIsLow)
         rawMeasure(nullptr, 250, 1, 0, block.data(), &count, block.size(), nullptr);
         EXPECT_EQ(currentDevice()->device.SyncPeriodPs, periodPs);
     }
-}
-
-// What a file shows in the same words.
-TEST_F(LiveRun, HistogramOfT3)
-{
-    init(MeasMode::T3);
-    const std::vector<uint32_t> words = {t3Event(0, 10, 1), t3Event(0, 10, 2), t3Event(1, 20, 3)};
-    fake->words(words.data(), words.size());
-    Counts counts(5, 32768);
-    getHistogram(nullptr, 250, 0, 0, counts.data.data(), finished.get());
-    ASSERT_TRUE(eventually([&] { return described("NumRecs") == 3; }));
-    stopMeasure(nullptr);
-    ASSERT_TRUE(finished.wait());
-    EXPECT_EQ(counts.sum(), 3u);
-    EXPECT_EQ(counts.rowSum(1), 2u);
 }
 
 // A host that fetches one of four batches, with a block that is smaller than a batch: every word is an event

@@ -8,6 +8,7 @@
 #include <boost/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -18,16 +19,22 @@ class SimHost
 {
 public:
     // Describes the one instrument anew, and opens it in a mode. `rest`: its further keys; ' stands for ".
-    bool open(const std::string &family, int32_t mode, std::string rest = "")
+    bool open(const std::string &family, int32_t mode, const std::string &rest = "")
     {
-        closeDevice(0);
-        rest = "{'instruments':[{'family':'" + family + "','truth':'" + file("truth.json") + "'" +
-               (rest.empty() ? "" : ",") + rest + "}]}" +
-               std::string(++descriptions, ' '); // a new file each time
-        std::replace(rest.begin(), rest.end(), '\'', '"');
-        std::ofstream(file("sim.json")) << rest;
-        char text[8192] = "";
-        return getDevice(text) && (id = text, initDevice(mode, 0));
+        closeDevice(1);
+        std::string json = "{'instruments':[{'family':'" + family + "','truth':'" + file("truth.json") + "'" +
+                           (rest.empty() ? "" : ",") + rest + "}]}" +
+                           std::string(++descriptions, ' '); // another size
+        std::replace(json.begin(), json.end(), '\'', '"');
+        std::ofstream(file("sim.json")) << json;
+        return pick("SIM-" + family + "-0") && initDevice(mode, 0);
+    }
+
+    bool pick(const std::string &id)
+    {
+        std::array<char, 8192> text{};
+        std::copy(id.begin(), id.end(), text.begin());
+        return getDevice(text.data());
     }
 
     boost::json::object truth()
@@ -36,8 +43,6 @@ public:
     }
 
     std::string file(const std::string &name) { return host.folder().file(name); }
-
-    std::string id;
 
 private:
     static int setPaths(const TestSupport::TempFolder &folder)
