@@ -7,6 +7,7 @@
 #include "settings/system_ini.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <limits>
 #include <mutex>
@@ -60,14 +61,32 @@ std::string nextName(std::string_view name)
     return number ? fmt::format("{}_{}.tgx", stem.substr(0, bar), *number) : stem + "_1.tgx";
 }
 
-// If the system can't say, that is logged and counts as no. What is left beside a recording that was moved away
-// keeps its name, too.
-bool isTaken(std::string_view path)
+enum class Attempt { Made, Taken, Failed };
+
+// Nothing, with an error in the log, if the system can't say.
+std::optional<bool> isThere(const std::string &path)
 {
-    std::error_code error, unknown;
+    std::error_code error;
     bool exists = std::filesystem::exists(nativePath(path), error);
-    if (error) logLastError(fmt::format("exists \"{}\":", path), error.value());
-    return exists || std::filesystem::exists(lossesPath(path), unknown);
+    if (!error) return exists;
+    logLastError(fmt::format("exists \"{}\":", path), error.value());
+    return std::nullopt;
+}
+
+// A file that is there is never opened, and what is left beside a recording that was moved away keeps its name,
+// too. What fails is logged, once.
+Attempt makeFile(NewFile &made)
+{
+    for (const std::string &path : {made.Path, lossesPath(made.Path)}) {
+        std::optional<bool> there = isThere(path);
+        if (!there) return Attempt::Failed;
+        if (*there) return Attempt::Taken;
+    }
+    made.File = createToWrite(made.Path);
+    if (made.File.isOpen()) return Attempt::Made;
+    if (errno == EEXIST) return Attempt::Taken; // meanwhile, or by a link to nowhere
+    logLastError(fmt::format("Device: Create Data File \"{}", made.Path), errno);
+    return Attempt::Failed;
 }
 
 } // namespace
@@ -88,7 +107,7 @@ void setTgxFilePath(std::string_view path)
     if (LogLevel.Api) logInf(LogCategory::Progress, "(API setTGXFilePath '{}' '{}')", name, wish().TgxFolder);
 }
 
-std::string checkFilePath()
+NewFile checkFilePath()
 {
     std::lock_guard lock(wish().Lock);
     std::string folder = wish().TgxFolder;
@@ -97,17 +116,21 @@ std::string checkFilePath()
     std::string &wanted = wish().TgxFileName;
     if (wanted.empty()) wanted = defaultName;
     if (wanted.find('.') == wanted.npos) wanted += ".tgx";
-    createFolder(folder);
 
+    NewFile made;
     std::string name = wanted;
-    while (isTaken(fmt::format("{}\\{}", folder, name))) {
+    auto nameIt = [&] { made.Path = normalPath(fmt::format("{}\\{}", folder, name)); };
+    nameIt();
+    if (createFolder(folder) != 0) return made;
+    while (makeFile(made) == Attempt::Taken) {
         name = nextName(name);
         if (name.empty()) {
             logErr(LogCategory::General, "File: in checkFilePath {}", wanted);
             name = defaultName;
         }
+        nameIt();
     }
-    return normalPath(fmt::format("{}\\{}", folder, name));
+    return made;
 }
 
 } // namespace Tessel

@@ -2,6 +2,8 @@
 // that one. May be called on any thread.
 #pragma once
 
+#include "log/file_handle.h"
+
 #include <string>
 #include <string_view>
 
@@ -10,7 +12,13 @@ namespace Tessel {
 // A path without a folder keeps the folder; an empty name means default.tgx.
 void setTgxFilePath(std::string_view path);
 
-// Full path, in normal form, of a file that doesn't exist yet. Makes the folder if needed.
-std::string checkFilePath();
+struct NewFile
+{
+    std::string Path; // in full, normal form
+    FileHandle File;  // to write; not open: it couldn't be made, with one error in the log
+};
+
+// Makes a file that wasn't there, so no two callers get one name. Makes the folder if needed.
+NewFile checkFilePath();
 
 } // namespace Tessel

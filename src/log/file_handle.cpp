@@ -22,6 +22,11 @@ FileHandle openToRead(std::string_view path)
     return FileHandle(open(nativePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
 }
 
+FileHandle createToWrite(std::string_view path)
+{
+    return FileHandle(open(nativePath(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+}
+
 std::optional<uint64_t> sizeOf(const FileHandle &file)
 {
     struct stat status = {};
@@ -43,6 +48,30 @@ int64_t readAt(const FileHandle &file, char *bytes, uint64_t count, uint64_t off
         got += static_cast<uint64_t>(part);
     }
     return static_cast<int64_t>(got);
+}
+
+uint64_t writeAt(const FileHandle &file, const char *bytes, uint64_t count, uint64_t offset)
+{
+    uint64_t done = 0;
+    while (done < count) {
+        const ssize_t part =
+            pwrite(file.descriptor(), bytes + done, count - done, static_cast<off_t>(offset + done));
+        if (part < 0 && errno == EINTR) continue;
+        if (part == 0) errno = ENOSPC;
+        if (part <= 0) break;
+        done += static_cast<uint64_t>(part);
+    }
+    return done;
+}
+
+bool setSize(const FileHandle &file, uint64_t size)
+{
+    return ftruncate(file.descriptor(), static_cast<off_t>(size)) == 0;
+}
+
+bool close(FileHandle file)
+{
+    return ::close(file.release()) == 0;
 }
 
 FileStream openStream(std::string_view path, const char *mode)

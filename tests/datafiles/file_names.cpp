@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <set>
 #include <thread>
 
 using namespace Tessel;
@@ -36,8 +37,9 @@ TEST(FileNames, FirstFreeName)
         TempFolder folder;
         for (const std::string &name : given) {
             setTgxFilePath(folder.file(wanted));
-            EXPECT_EQ(checkFilePath(), normalPath(folder.file(name)));
-            std::ofstream(folder.file(name)) << "x";
+            const NewFile made = checkFilePath();
+            EXPECT_EQ(made.Path, normalPath(folder.file(name)));
+            EXPECT_TRUE(made.File.isOpen());
         }
     }
 }
@@ -47,9 +49,10 @@ TEST(FileNames, ANameWithoutStemEndsAtTheDefault)
     TempFolder folder;
     for (const char *name : {".tgx", "default.tgx", "default_1.tgx"}) std::ofstream(folder.file(name)) << "x";
     LogCapture log;
-    for (const char *name : {".tgx", ".", ".."}) {
+    for (const auto &[name, given] :
+         {std::pair(".tgx", "default_2.tgx"), {".", "default_3.tgx"}, {"..", "default_4.tgx"}}) {
         setTgxFilePath(folder.file(name));
-        EXPECT_EQ(checkFilePath(), normalPath(folder.file("default_2.tgx")));
+        EXPECT_EQ(checkFilePath().Path, normalPath(folder.file(given)));
     }
     EXPECT_EQ(log.count("ERR File: in checkFilePath .tgx"), 1u);
     EXPECT_EQ(log.count("ERR File: in checkFilePath"), 3u);
@@ -61,7 +64,7 @@ TEST(FileNames, FolderStaysUntilAnotherIsGiven)
     LogCapture log;
     setTgxFilePath(folder.file("sub//y.tgx"));
     setTgxFilePath("z");
-    EXPECT_EQ(checkFilePath(), normalPath(folder.file("sub/z.tgx")));
+    EXPECT_EQ(checkFilePath().Path, normalPath(folder.file("sub/z.tgx")));
     EXPECT_TRUE(std::filesystem::is_directory(folder.file("sub")));
     setTgxFilePath("C:/x/y.tgx");
     setTgxFilePath("/only_root.tgx");
@@ -69,28 +72,40 @@ TEST(FileNames, FolderStaysUntilAnotherIsGiven)
     EXPECT_EQ(log.count("INF (API setTGXFilePath 'only_root.tgx' '\\')"), 1u);
 }
 
-TEST(FileNames, AnUnanswerableQuestionIsLoggedAndEnds)
+TEST(FileNames, AFileThatCantBeMadeIsLoggedOnce)
 {
     TempFolder folder;
-    std::string name = std::string(300, 'n') + ".tgx";
-    LogCapture log;
-    setTgxFilePath(folder.file(name));
-    EXPECT_EQ(checkFilePath(), normalPath(folder.file(name)));
-    EXPECT_EQ(log.count("ERR exists \""), 1u);
+    std::ofstream(folder.file("file")) << "x";
+    const std::pair<std::string, std::string_view> cases[] = {
+        {std::string(300, 'n') + ".tgx", "ERR exists \""},
+        {"file/folder/a.tgx", "create_directories"},
+    };
+    for (const auto &[name, line] : cases) {
+        LogCapture log;
+        setTgxFilePath(folder.file(name));
+        const NewFile made = checkFilePath();
+        EXPECT_EQ(made.Path, normalPath(folder.file(name)));
+        EXPECT_FALSE(made.File.isOpen());
+        EXPECT_EQ(log.count(line), 1u);
+        EXPECT_EQ(log.count("ERR "), 1u);
+    }
 }
 
-TEST(FileNames, AskedFromTwoThreads)
+// A link to nowhere isn't followed.
+TEST(FileNames, EachCallerGetsItsOwn)
 {
     TempFolder folder;
-    LogLevel.Api = false;
-    auto ask = [&](const char *name) {
-        for (int i = 0; i < 200; ++i) {
-            setTgxFilePath(folder.file(name));
-            EXPECT_TRUE(checkFilePath().ends_with(".tgx"));
-        }
+    std::filesystem::create_symlink(folder.file("nowhere"), folder.file("a_3.tgx"));
+    setTgxFilePath(folder.file("a.tgx"));
+    std::set<std::string> names[3];
+    auto ask = [&names](size_t caller) {
+        for (int i = 0; i < 50; ++i) names[caller].insert(checkFilePath().Path);
     };
-    std::thread other(ask, "one");
-    ask("two");
-    other.join();
-    LogLevel.Api = true;
+    std::thread first(ask, 0), second(ask, 1);
+    first.join();
+    second.join();
+    for (int caller : {0, 1}) names[2].merge(names[caller]);
+    EXPECT_EQ(names[2].size(), 100u);
+    EXPECT_FALSE(names[2].contains(normalPath(folder.file("a_3.tgx"))));
+    EXPECT_FALSE(std::filesystem::exists(folder.file("nowhere")));
 }
