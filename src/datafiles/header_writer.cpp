@@ -158,6 +158,23 @@ void writeMeasurementTags(TagSink &sink, const DeviceConfig &config, const MeasC
     sink.fields(config, {&Config::MarkerEdges, &Config::MarkerEna, &Config::MarkerHoldoffTime});
 }
 
+// Bit 8 of a mask is the sync's, as instruments take it.
+void writeFilterTags(TagSink &sink, const DeviceConfig &config, const MainFilter &filter)
+{
+    constexpr int32_t syncBit = 8;
+    auto bit = [](uint32_t mask, int32_t at) { return at < 32 ? mask >> at & 1 : 0; };
+    sink.number(TagId::HW_MainFilt_Enabled, filter.FilterEnabled != 0);
+    sink.number(TagId::HW_MainFilt_Inverse, filter.FilterInverse != 0);
+    sink.number(TagId::HW_MainFilt_MatchCount, filter.FilterMatchCnt);
+    sink.number(TagId::HW_MainFilt_TimeRange, filter.FilterTimeRange);
+    sink.number(TagId::HW_MainFiltSync_Used, bit(filter.FilterMask1, syncBit));
+    sink.number(TagId::HW_MainFiltSync_Pass, bit(filter.FilterMask2, syncBit));
+    for (int32_t i = 0; i < config.NumChans; ++i) {
+        sink.number(TagId::HW_MainFiltChan_Used, bit(filter.FilterMask1, i), i);
+        sink.number(TagId::HW_MainFiltChan_Pass, bit(filter.FilterMask2, i), i);
+    }
+}
+
 // The rate of input `idx`, kept `shift` entries further; 0 where the array has no such entry.
 double rateOf(const MeasContext &context, int32_t idx, int32_t shift)
 {
@@ -197,8 +214,9 @@ std::string openingBytes(HeaderInWork &header, const DeviceConfig &config, const
     writeHardwareTags(sink, config);
     for (const ChannelRow &row : config.ChansCfg) writeChannelTags(sink, row);
     writeMeasurementTags(sink, config, context);
+    if (context.Filter.FilterEnabled) writeFilterTags(sink, config, context.Filter);
     writeResultTags(sink, header.Positions, config, context);
-    if (sink.good) addCustomTags(sink.bytes, context.CustomTags);
+    if (sink.good) addCustomTags(sink.bytes, header.CustomTags);
     sink.number(TagId::Header_End, 0);
     return std::move(sink.bytes);
 }
@@ -217,24 +235,29 @@ bool isReadable(const HeaderInWork &header, std::string_view bytes)
     return ends && bytes.size() <= headerImageLimit;
 }
 
+// False, with errno: the system didn't take all of it.
 bool writeOpening(HeaderInWork &header, std::FILE *file, const DeviceConfig &config, const MeasContext &context)
 {
     std::string bytes = openingBytes(header, config, context);
     header.Length = bytes.size();
-    return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && isReadable(header, bytes);
+    header.Complete = isReadable(header, bytes);
+    return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
 }
 
 // Writes tags over those at their positions, each of which has the same length as at first. A header that was
-// cut short lacks some of them and is left alone.
+// cut short lacks some of them and is left alone. False as above.
 bool writeFinal(HeaderInWork &header, std::FILE *file, const DeviceConfig &config, const MeasContext &context)
 {
     const PatchPositions &positions = header.Positions;
     const MeasDescription &description = context.Description;
-    bool good = header.Dictionary.HeaderDone;
+    header.Complete = header.Dictionary.HeaderDone;
+    bool good = true;
     auto overwrite = [&](uint64_t position, uint32_t row, double value, int32_t idx = -1) {
         TagSink sink{.dictionary = header.Dictionary};
         sink.number(row, value, idx);
-        good = good && sink.good && fseeko(file, static_cast<off_t>(position), SEEK_SET) == 0 &&
+        header.Complete = header.Complete && sink.good;
+        if (!header.Complete || !good) return;
+        good = fseeko(file, static_cast<off_t>(position), SEEK_SET) == 0 &&
                std::fwrite(sink.bytes.data(), 1, sink.bytes.size(), file) == sink.bytes.size();
     };
     overwrite(positions.StopAfter, TagId::TTResult_StopAfter, description.StopAfter);
@@ -266,17 +289,19 @@ bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasCon
         MVUTF_Start(header.Dictionary);
         header.Positions = {};
     }
-    bool complete = false, closed = true;
-    if (FileStream file = openStream(header.Path, update ? "rb+" : "wb+")) {
-        complete = update ? writeFinal(header, file.get(), config, context)
-                          : writeOpening(header, file.get(), config, context);
-        closed = close(std::move(file));
-    } else {
+    FileStream file = openStream(header.Path, update ? "rb+" : "wb+");
+    if (!file) {
         logWriteError(header.Path, errno);
+        MVUTF_End();
+        return true;
     }
+    bool written = update ? writeFinal(header, file.get(), config, context)
+                          : writeOpening(header, file.get(), config, context);
+    written = close(std::move(file)) && written;
     MVUTF_End();
-    header.Complete = sealHeader(header.Path) && complete && closed;
-    return closed;
+    const bool sealed = written && sealHeader(header.Path);
+    header.Complete = header.Complete && sealed;
+    return written;
 }
 
 uint32_t headerCrc(std::string header)

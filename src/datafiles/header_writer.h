@@ -5,6 +5,7 @@
 #include "datafiles/dictionary_writer.h"
 #include "devices/library_versions.h"
 #include "records/context.h"
+#include "records/custom_tag.h"
 #include "records/device_config.h"
 
 #include <array>
@@ -29,15 +30,16 @@ struct HeaderInWork
 {
     std::string Path; // normal form
     std::vector<LibraryVersion> Libraries;
+    std::vector<CustomTag> CustomTags;
     DictionaryState Dictionary;
     PatchPositions Positions;
     uint64_t Length = 0;   // bytes of the header at its first write
     bool Complete = false; // the last write wrote every tag and the CRC, and can be read back
 };
 
-// `update` false: the first write; creates the file. `update` true: the overwrite. False only if closing the
-// file failed. A tag that the dictionary refuses cuts the header short, and a file that can't be created is
-// logged; `Complete` is false then.
+// `update` false: the first write; creates the file. `update` true: the overwrite. False, and nothing is
+// logged, if the system didn't take all of it. A tag that the dictionary refuses cuts the header short, and a
+// file that can't be opened is logged; `Complete` is false then.
 bool writeHeader(HeaderInWork &header, const DeviceConfig &config, const MeasContext &context, bool update);
 
 // CRC-32 of a whole header up to its last four bytes, where it stands, with 2 and 4 in place of the first two.

@@ -134,7 +134,7 @@ std::unique_ptr<Recording> Recording::create(std::string_view path, const Record
     description.AcqTime = params.AcqTime;
     description.AveSyncRate = params.SyncRate;
     description.StartWords = startWordsNow();
-    made->context.CustomTags.assign(customTags.begin(), customTags.end());
+    made->header.CustomTags.assign(customTags.begin(), customTags.end());
     made->setRates(1);
     writeHeader(made->header, made->device, made->context, false);
     if (!made->header.Complete) {

@@ -104,7 +104,7 @@ struct Header
         description.AveSyncRate = 80e6;
         description.StartWords = {1, 2, 3};
         for (int i = 0; i < 4; ++i) context.CountRates[static_cast<size_t>(i)] = 100 * i;
-        addIntTag(context.CustomTags, "MyTag", 77, 3);
+        addIntTag(inWork.CustomTags, "MyTag", 77, 3);
     }
 
     bool write(bool update = false) { return writeHeader(inWork, device, context, update); }
@@ -210,7 +210,7 @@ TEST(HeaderWriter, TagsThatDependOnTheDevice)
 TEST(HeaderWriter, HeadersThatFail)
 {
     auto addLong = [](Header &header, size_t size) {
-        addStringTag(header.context.CustomTags, "Long", std::string(size, 'x'), 0xFFFFFFFF);
+        addStringTag(header.inWork.CustomTags, "Long", std::string(size, 'x'), 0xFFFFFFFF);
     };
     const std::pair<std::function<void(Header &)>, std::string_view> cases[] = {
         {[](Header &header) { header.inWork.Path += "\\x\\y"; }, "ERR File: Write TGX header "},
