@@ -232,13 +232,13 @@ private:
     {
         constexpr uint64_t turn = 65536; // events
         uint64_t done = 0;
-        do {
+        while (done < wanted) {
             piece.Count = std::min(wanted - done, turn);
             const uint64_t now = work(state, stage, piece, out);
             done += now;
-            if (now < piece.Count) break;
+            if (now < piece.Count || isAborted(*stage.run)) break;
             piece = {piece.Times + now, piece.Channels + now, 0, true};
-        } while (done < wanted && !isAborted(*stage.run));
+        }
         return done;
     }
 
