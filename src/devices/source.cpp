@@ -3,10 +3,6 @@
 #include "devices/families.h"
 #include "devices/file_source.h"
 #include "devices/primitives.h"
-#include "devices/result.h"
-#include "stream/event_store.h"
-
-#include <algorithm>
 
 namespace Tessel {
 
@@ -28,10 +24,7 @@ StreamFacts factsOf(const Device &device)
 RecordSource openSource(const Device &device)
 {
     RecordSource source{.Kind = device.DeviceType};
-    if (source.Kind == DeviceType::File)
-        openFile(source, device);
-    else if (!allocatePages(source.Fifo, std::max(familyOf(device.LibType).FifoWords, 1u)))
-        refuse(device, "No memory for the records of a read!");
+    if (source.Kind == DeviceType::File) openFile(source, device);
     return source;
 }
 
@@ -48,6 +41,7 @@ Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_
     if (source.Lost) return reading;
     source.Lost = !room || !device.IsOpen || !readFifo(device, room, reading.Words);
     reading.Failed = source.Lost;
+    reading.HasMore = reading.Words > 0 && reading.Words == familyOf(device.LibType).FifoWords;
     return reading;
 }
 

@@ -4,7 +4,6 @@
 
 #include "log/file_handle.h"
 #include "records/device.h"
-#include "records/event_store.h"
 #include "records/facts.h"
 
 #include <cstdint>
@@ -22,10 +21,9 @@ struct RecordSource
     bool Started = false, Stopped = false;
 
     // Of an instrument.
-    PageArray<uint32_t> Fifo{}; // what one read gives
-    bool Lost = false;          // a read has failed: there is no other
-    bool TimerRunning = false;  // the acquisition timer was seen running
-    int32_t TimerStatus = 0;    // 1: it has run out
+    bool Lost = false;         // a read has failed: there is no other
+    bool TimerRunning = false; // the acquisition timer was seen running
+    int32_t TimerStatus = 0;   // 1: it has run out
 
     // Of a file.
     FileHandle File{};
@@ -35,10 +33,11 @@ struct RecordSource
 
 struct Reading
 {
-    uint64_t Words = 0;  // read, to the front of the room
-    bool Failed = false; // the source is lost
-    bool AtEnd = false;  // nothing more will come
-    bool IsFull = false; // too much waits: nothing was read
+    uint64_t Words = 0;   // read, to the front of the room
+    bool Failed = false;  // the source is lost
+    bool AtEnd = false;   // nothing more will come
+    bool IsFull = false;  // too much waits: nothing was read
+    bool HasMore = false; // the read took all that one can: more is there already
 };
 
 // What stages and counters know of the device.

@@ -31,6 +31,7 @@ enum class MeasKind : uint32_t {
 
 struct DeviceLookUp;
 struct MeasResult; // measurements/measurement.h
+struct RunFile;    // run/file_writer.h
 
 // What an entry asks for. The pointers are the caller's, valid until the finished byte is 1.
 struct RunRequest
@@ -108,15 +109,23 @@ struct Run
     std::atomic<bool> ClearRequested{false}; // the measurement thread drops the rest of its batch
     std::atomic<int64_t> LastPublish{0};     // ns, monotonic
 
-    // MeasureThread hands words over to ProcessThread, which exchanges the two buffers.
+    // MeasureThread hands words over to ProcessThread. Three buffers of one size go round, each by exchange; a
+    // recorded file is read into ReadBuffer itself and needs two.
+    PageArray<uint32_t> FillBuffer{}; // MeasureThread's: an instrument writes here, while no gate is held
+    uint64_t FillCount = 0;           // words in FillBuffer; MeasureThread's
     std::mutex ReadGate{};
     std::condition_variable ReadChanged{}; // words came or were taken, or the run is to end
-    PageArray<uint32_t> ReadBuffer{};      // guarded by ReadGate; MeasureThread appends, allocates and frees
+    PageArray<uint32_t> ReadBuffer{};      // guarded by ReadGate; MeasureThread allocates and frees
     uint64_t ReadCount = 0;                // words in ReadBuffer; guarded by ReadGate
     uint64_t DroppedOverflows = 0;         // of words dropped before those in ReadBuffer; guarded by ReadGate
     PageArray<uint32_t> ProcessBuffer{};   // ProcessThread's
     uint64_t OverflowBase = 0;             // ProcessThread's
     uint32_t InvalidRecordCount = 0;       // ProcessThread's
+
+    // The data file of a run that records, or null; constant once the run has begun.
+    std::shared_ptr<RunFile> File{};
+    std::mutex FileGate{};                 // nothing is taken under it
+    std::condition_variable FileChanged{}; // words for the file came, or the run ends
 
     // MeasureThread's.
     int32_t AcqTimeMs = 0;

@@ -81,7 +81,7 @@ bool timerRanOut(RecordSource &source)
 bool wordsWait(Run &run)
 {
     std::lock_guard gate(run.ReadGate);
-    return run.ReadCount > 0;
+    return run.ReadCount > 0 || run.FillCount > 0;
 }
 
 namespace {
@@ -97,22 +97,40 @@ Reading readFromFile(RunRef &ref, RecordSource &source)
     return reading;
 }
 
+// ProcessThread gets what was read, if it has taken what it got before. ReadGate is held.
+void handOverIfTaken(Run &run)
+{
+    if (run.ReadCount > 0 || run.FillCount == 0) return;
+    std::swap(run.FillBuffer, run.ReadBuffer);
+    run.ReadCount = std::exchange(run.FillCount, 0);
+}
+
 // The library may hang, so the gate isn't held: whoever stops the run passes it.
 Reading readFromInstrument(RunRef &ref, RecordSource &source)
 {
     Run &run = *ref.run;
-    {
+    const auto handOver = [&run] {
         std::lock_guard gate(run.ReadGate);
-        if (run.ReadCount > streamRecords() - chunkWords) return {.IsFull = true};
-    }
-    const Reading reading = readSource(source, ref.device, source.Fifo.get(), 0);
-    std::lock_guard gate(run.ReadGate); // the room can only have grown
-    std::copy_n(source.Fifo.get(), reading.Words, run.ReadBuffer.get() + run.ReadCount);
-    run.ReadCount += reading.Words;
+        handOverIfTaken(run);
+    };
+    handOver();
+    if (run.FillCount > streamRecords() - chunkWords) return {.IsFull = true};
+    const Reading reading = readSource(source, ref.device, run.FillBuffer.get() + run.FillCount, 0);
+    run.FillCount += reading.Words;
+    handOver();
     return reading;
 }
 
 } // namespace
+
+void handOverRest(Run &run)
+{
+    std::unique_lock gate(run.ReadGate);
+    run.ReadChanged.wait(gate, [&run] { return run.ReadCount == 0 || run.FillCount == 0 || isAborted(run); });
+    handOverIfTaken(run);
+    gate.unlock();
+    run.ReadChanged.notify_all();
+}
 
 Reading readWords(RunRef &ref, RecordSource &source)
 {
@@ -165,10 +183,11 @@ namespace {
 void dropWords(Run &run)
 {
     std::lock_guard gate(run.ReadGate);
-    const std::span words(run.ReadBuffer.get(), std::exchange(run.ReadCount, 0));
-    const uint64_t overflows = overflowsIn(words, run.Facts.Mode);
+    const std::span given(run.ReadBuffer.get(), std::exchange(run.ReadCount, 0));
+    const std::span filled(run.FillBuffer.get(), std::exchange(run.FillCount, 0));
+    const uint64_t overflows = overflowsIn(given, run.Facts.Mode) + overflowsIn(filled, run.Facts.Mode);
     run.DroppedOverflows += overflows;
-    noteLoss(run, LossPlace::ReadBuffer, words.size(), overflows > 0);
+    noteLoss(run, LossPlace::ReadBuffer, given.size() + filled.size(), overflows > 0);
 }
 
 } // namespace

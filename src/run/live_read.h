@@ -29,5 +29,7 @@ void dropWaiting(RunRef &ref);
 
 // Words wait for ProcessThread.
 bool wordsWait(Run &run);
+// The same at the end, when nothing more is read: waits until it has taken those before.
+void handOverRest(Run &run);
 
 } // namespace Tessel

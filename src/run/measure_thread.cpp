@@ -29,6 +29,7 @@ void MeasureThread(RunRef ref)
     else
         runHistogramming(ref);
     finish(ref.context, run);
+    run.FillBuffer.reset();
     run.ReadBuffer.reset();
     run.ProcessBuffer.reset();
     trace(ref, "MeasureThread finished @{}");

@@ -3,6 +3,7 @@
 #include "log/log.h"
 #include "manipulators/chain.h"
 #include "measurements/raw.h"
+#include "run/file_writer.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
 #include "stream/words.h"
@@ -53,11 +54,11 @@ private:
         std::swap(run.ReadBuffer, run.ProcessBuffer);
         pending = std::exchange(run.ReadCount, 0);
         run.OverflowBase += std::exchange(run.DroppedOverflows, 0);
-        run.OverflowBase += std::exchange(run.DroppedOverflows, 0);
         rawDone = 0;
         context.Description.NumRecs += pending;
         gate.unlock();
         run.ReadChanged.notify_all();
+        keepWords(ref, {run.ProcessBuffer.get(), pending});
         return true;
     }
 

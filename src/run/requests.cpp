@@ -6,6 +6,7 @@
 #include "manipulators/chain.h"
 #include "measurements/measurement.h"
 #include "run/end_run.h"
+#include "run/file_writer.h"
 #include "run/finished.h"
 #include "run/import_sources.h"
 #include "run/measure_thread.h"
@@ -85,6 +86,7 @@ std::shared_ptr<Run> commonStart(const DeviceRef &target, const RunRequest &requ
         endBeforeBegin(context, *run);
     } else {
         if (run->Facts.IsLive) resetDescription(context.Description); // before anybody can stop the run
+        makeFile(target, *run);
         begin(target, run);
     }
     return run;

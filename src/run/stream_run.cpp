@@ -8,6 +8,7 @@
 #include "manipulators/chain.h"
 #include "manipulators/store.h"
 #include "measurements/measurement.h"
+#include "run/file_writer.h"
 #include "run/live_read.h"
 #include "run/process_thread.h"
 #include "run/steps.h"
@@ -24,6 +25,7 @@ bool allocateBuffers(RunRef &ref)
 {
     Run &run = *ref.run;
     if (!allocatePages(run.ReadBuffer, streamRecords()) || !allocatePages(run.ProcessBuffer, streamRecords()) ||
+        !allocatePages(run.FillBuffer, run.Facts.IsLive ? streamRecords() : 0) ||
         !allocateManipulators(ref.target))
         return refuse(ref.device, "No memory for the stream buffers!");
     return true;
@@ -104,6 +106,7 @@ bool setUpStream(RunRef &ref)
     addStore(ref);
     if (!initStore(ref)) return false;
     startConsumers(ref);
+    beginFile(ref);
     beginMeasuring(ref);
     return true;
 }
@@ -164,9 +167,9 @@ bool passTttrLoop(RunRef &ref, RecordSource &source)
     }
     if (reading.AtEnd) requestStop(run);
     if (reading.IsFull && run.Facts.IsLive) dropWaiting(ref);
-    if (!run.Facts.MayWait)
+    if (!run.Facts.MayWait && !reading.HasMore)
         waitFor(run.Control, Pace::instrumentPass, [&run] { return isAborted(run); });
-    else if (reading.IsFull)
+    else if (run.Facts.MayWait && reading.IsFull)
         waitTaken(ref);
     return ended;
 }
@@ -178,6 +181,7 @@ void readRecords(RunRef &ref, RecordSource &source)
         ended = passTttrLoop(ref, source) || ended;
         if (ended && (run.Facts.MayWait || !wordsWait(run))) return;
     }
+    handOverRest(run);
 }
 
 void tearDownStream(RunRef &ref)
@@ -191,12 +195,14 @@ void tearDownStream(RunRef &ref)
     });
     requestStop(run);
     joinWatched(ref, run.Process, run.ProcessDone);
-    // From here on nobody writes to the first store.
+    // From here on nobody writes to the first store, and no word comes for the file.
+    attempt(ref, [&ref] { endWriting(ref); });
     endStages(ref);
     if (LogLevel.Api)
         logInf(LogCategory::Progress, "stop measurement {} @{}", static_cast<uint32_t>(run.Request.Kind),
                ref.device.ID);
     endMeasurement(ref);
+    attempt(ref, [&ref] { closeFile(ref); });
 }
 
 } // namespace

@@ -20,8 +20,9 @@ inline constexpr auto lastData = 10ms;      // the same, once its acquisition ti
 inline constexpr auto publish = 1ms;        // between two looks for new data to give out
 inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
 inline constexpr auto afterFailure =
-    100ms;                            // of an I/O thread, or of its next connection, when there is no room
-inline constexpr auto lastWords = 1s; // before each of the last two lines of a Coincidence
+    100ms;                              // of an I/O thread, or of its next connection, when there is no room
+inline constexpr auto fileWrite = 20ms; // words that don't fill a block wait so long for the disc
+inline constexpr auto lastWords = 1s;   // before each of the last two lines of a Coincidence
 
 // How long is waited for what may never come.
 inline constexpr auto stagesEnter = 10s;    // every stage of a run
@@ -34,6 +35,8 @@ inline constexpr auto firstBatch = 1s;      // of a run that is in the way: unti
 inline constexpr auto nextBatch = 500ms;    // of a run that is in the way: until the next ones do
 inline constexpr auto draining = 2s;        // of a run that is in the way, at most
 inline constexpr auto aborting = 10s;       // an aborted run; an instrument that is closed
+inline constexpr auto slowDisc = 5s;        // what an aborted run has still to write; then it is dropped
+inline constexpr auto hungDisc = 500ms;     // one write, after that
 inline constexpr auto hungCloses = 500ms;   // an instrument whose run hangs; a run after others took all time
 inline constexpr auto libraryAnswers =
     10s;                                  // a scan or an opening, for a device that is in a call of its library

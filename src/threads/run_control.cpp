@@ -76,6 +76,7 @@ void wakeAll(MeasContext &context, Run &run)
     wake(run.Control);
     notify(run.ReadGate, run.ReadChanged);
     notify(run.RawLock, run.RawTaken);
+    notify(run.FileGate, run.FileChanged);
     notify(context.ManisLock, run.BlockTaken);
     wakeChain(context);
     wakeImporters(context, run);
