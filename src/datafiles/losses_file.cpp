@@ -92,7 +92,7 @@ bool renameToNew(const std::string &from, const std::string &to)
 
 } // namespace
 
-bool writeLosses(std::string_view recording, const LossReport &report) noexcept
+bool writeLosses(std::string_view recording, const LossReport &report, bool isTold) noexcept
 try {
     if (report.Verdict == Verdict::Clean) return true;
     const std::string path = lossesPath(recording), work = path + ".part";
@@ -102,7 +102,7 @@ try {
     if (isNew && std::fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
         close(std::move(file)) && renameToNew(work, path))
         return true;
-    logLastError(fmt::format("File: losses of a recording {}:", path), errno);
+    if (!isTold) logLastError(fmt::format("File: losses of a recording {}:", path), errno);
     if (isNew) std::remove(work.c_str());
     return false;
 } catch (const std::exception &failure) {

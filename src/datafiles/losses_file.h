@@ -28,8 +28,8 @@ std::string lossesPath(std::string_view recording);
 
 // At the end of a recording, whose header is on the disc, with what lossesOfRecording gives: writes the side
 // file, if something was lost. It is whole or not there, and replaces no file. False, with an error in the log:
-// it can't be written.
-bool writeLosses(std::string_view recording, const LossReport &report) noexcept;
+// it can't be written. `isTold`: the log has an error of the recording's disc already, and gets none.
+bool writeLosses(std::string_view recording, const LossReport &report, bool isTold = false) noexcept;
 
 // What the side file says. One that says nothing, or that is of another recording, is a warning in the log and
 // counts as none. `guid`: of the recording.

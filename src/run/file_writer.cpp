@@ -1,6 +1,7 @@
 #include "run/file_writer.h"
 
 #include "datafiles/file_names.h"
+#include "datafiles/losses_file.h"
 #include "devices/library_versions.h"
 #include "devices/result.h"
 #include "log/log.h"
@@ -9,6 +10,7 @@
 #include "run/steps.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
+#include "stream/words.h"
 #include "threads/losses.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
@@ -209,7 +211,9 @@ void keepWords(RunRef &ref, std::span<const uint32_t> words)
     gate.unlock();
     if (isNews) run.FileChanged.notify_one();
     if (kept == words.size()) return;
-    noteLoss(run, LossPlace::File, words.size() - kept);
+    // Words may follow these in the file.
+    const bool shiftsTimes = isFull && overflowsIn(words.subspan(kept), run.Facts.Mode) > 0;
+    noteLoss(run, LossPlace::File, words.size() - kept, shiftsTimes);
     if (isFull) tellTooBig(ref);
 }
 
@@ -278,6 +282,7 @@ void closeFile(RunRef &ref)
     RunFile &file = *run.File;
     noteUnwritten(run);
     if (file.File.isOpen()) closeHeader(ref);
+    if (file.Header.Complete) writeLosses(file.Header.Path, lossesOfRecording(run), file.Failed);
     for (auto *blocks : {&file.FileBuffer, &file.WriteBuffer, &file.Free})
         std::vector<FileBlock>().swap(*blocks);
     file.Header.CustomTags.clear();

@@ -315,6 +315,9 @@ TEST_F(RecordingRun, ADiscThatIsFullKeepsWhatItHas)
         EXPECT_EQ(log.count("ERR "), i == 0 ? 0u : 1u);
         EXPECT_EQ(log.count("What follows isn't recorded! @11000"), i == 0 ? 0u : 1u);
         EXPECT_EQ(replayed(run.path()), kept);
+        const LossReport &beside = currentDevice()->context.FileLosses;
+        EXPECT_EQ(beside.Verdict, i == 0 ? Verdict::Clean : Verdict::Lossy);
+        EXPECT_EQ(beside.Places[size_t(LossPlace::File)].Lost, words - kept.size());
         closeDevice(0);
     }
 }
