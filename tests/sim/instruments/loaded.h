@@ -14,6 +14,13 @@
 
 namespace SimTest {
 
+// What a test that can take long is told by the environment.
+inline double wished(const char *variable, double otherwise)
+{
+    const char *text = std::getenv(variable);
+    return text ? std::atof(text) : otherwise;
+}
+
 struct FamilyLibrary
 {
     std::string Prefix, File;
