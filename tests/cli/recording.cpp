@@ -1,7 +1,56 @@
-// Instruments beside their stream: recordings of it, rates, and histograms of their own.
+// Recordings of an instrument: beside a measurement and alone, to an end that was asked for or by Ctrl-C.
 #include "run_program.h"
 
 using namespace TestSupport;
+
+namespace {
+
+std::vector<double> totalsOf(const boost::json::object &result)
+{
+    std::vector<double> totals;
+    for (const auto &channel : result.at("channels").as_array())
+        totals.push_back(channel.at("total").to_number<double>());
+    return totals;
+}
+
+} // namespace
+
+// A replay counts what the live run has counted, event for event.
+TEST(Record, HasWhatTheRunHasCounted)
+{
+    const TempFolder folder;
+    const auto live = json(folder, "histogram --sim --for 400ms --record h.tgx");
+    const auto replayed = json(folder, "histogram h.tgx");
+    EXPECT_EQ(live.at("run").at("recordsRead"), replayed.at("run").at("recordsInFile"));
+    EXPECT_GT(sum(totalsOf(live)), 100000);
+    EXPECT_EQ(live.at("channels"), replayed.at("channels"));
+
+    for (const std::string mode : {"t2", "t3"}) {
+        const auto recorded =
+            json(folder, "record " + mode + ".tgx --sim --comment lamp --mode " + mode + " --until ch1>=20k");
+        EXPECT_EQ(recorded.at("endedBy"), "ch1>=20k");
+        EXPECT_EQ(recorded.at("run").at("complete"), true);
+        EXPECT_EQ(recorded.at("recorded").at("closed"), true);
+        const auto totals = totalsOf(recorded);
+        EXPECT_GE(totals[1], 20000);
+        EXPECT_LT(totals[1], 200000);
+        EXPECT_EQ(totals, totalsOf(json(folder, "trace " + mode + ".tgx --bins 1 --history 100s")));
+        EXPECT_EQ(json(folder, "info " + mode + ".tgx").at("device").at("Comment"), "lamp");
+    }
+}
+
+TEST(Record, CtrlCEndsItCleanly)
+{
+    const TempFolder folder;
+    const std::string path = folder.file("run.tgx");
+    const Ended ended = start(folder, "record run.tgx --sim --mode t2").interruptWhen([&] {
+        return std::filesystem::exists(path) && std::filesystem::file_size(path) > 1'000'000;
+    });
+    EXPECT_EQ(ended.Code, 130) << ended.Err;
+    const auto info = json(folder, "info run.tgx");
+    EXPECT_EQ(info.at("recording"), "closed");
+    EXPECT_GT(info.at("recordsInFile").to_number<double>(), 200000);
+}
 
 TEST(Record, NeverTakesAnotherNameOrAFileThatIsThere)
 {
@@ -35,6 +84,8 @@ TEST(Record, NeverTakesAnotherNameOrAFileThatIsThere)
     }
     EXPECT_EQ(contents(folder.file("taken.tgx")), "mine");
     EXPECT_FALSE(std::filesystem::exists(folder.file("x.tgx")));
+    output(folder, "record taken.tgx --sim --force --until time>0.1s");
+    EXPECT_EQ(json(folder, "info taken.tgx").at("recording"), "closed");
 }
 
 TEST(Rates, AreThoseOfTheInstrument)
