@@ -74,7 +74,7 @@ void waitForRates()
 int showRates(const MeasureOptions &options, const HostOptions &host, const Recording &instrument)
 {
     CountRates rates;
-    const InterruptWatch watch;
+    const InterruptWatch watch(HangUp::IsNoted);
     Updates updates(options.Updates, host,
                     {.Refresh = [&](double) { rates = countRates(instrument); },
                      .Draw =

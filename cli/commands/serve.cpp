@@ -52,7 +52,7 @@ int runServe(const ServeOptions &options, const HostOptions &given)
     host.LogsPeers = !given.Quiet;
     const Session session(host);
     const std::string id = openServed(options, host);
-    const InterruptWatch watch;
+    const InterruptWatch watch(HangUp::IsNoted);
     std::this_thread::sleep_for(signalPace); // what the log has up to here leads nowhere
     if (host.LogsPeers) showLog();
     if (!tessel_serve(nullptr, options.Address.c_str(), options.Port))

@@ -12,7 +12,7 @@ namespace Tessel::Cli {
 
 namespace {
 
-std::atomic<bool> watching{false};
+std::atomic<bool> watching{false}, watchingHangUp{false};
 std::atomic<int> noted{0};
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
@@ -20,7 +20,8 @@ static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_alw
 bool isNoted(int signal)
 {
     int before = 0;
-    if (!watching || signal == SIGQUIT) return false;
+    const bool isHangUp = signal == SIGHUP || signal == SIGPIPE;
+    if (signal == SIGQUIT || !(isHangUp ? watchingHangUp : watching)) return false;
     return noted.compare_exchange_strong(before, signal) || signal == SIGPIPE;
 }
 
@@ -64,15 +65,16 @@ void catchSignals()
     handle(SIGTSTP, onStop);
 }
 
-InterruptWatch::InterruptWatch()
+InterruptWatch::InterruptWatch(HangUp hangUp)
 {
     noted = 0;
+    watchingHangUp = hangUp == HangUp::IsNoted;
     watching = true;
 }
 
 InterruptWatch::~InterruptWatch()
 {
-    watching = false;
+    watching = watchingHangUp = false;
 }
 
 int interruptSignal()

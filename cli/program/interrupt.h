@@ -1,7 +1,6 @@
 // Signals that end the program. It never leaves a half-written file: work files go first. During a long step
-// the first Ctrl-C (or TERM, or a terminal or reader that is gone) is only noted, so that the step can end with
-// what it has; the second one ends the program. A picture on the terminal goes first, also for a stop by
-// Ctrl-Z.
+// the first Ctrl-C (or TERM) is only noted, so that the step can end with what it has; the second one ends the
+// program. A picture on the terminal goes first, also for a stop by Ctrl-Z.
 #pragma once
 
 namespace Tessel::Cli {
@@ -9,10 +8,16 @@ namespace Tessel::Cli {
 // At the start of the program: INT, TERM, HUP, QUIT, PIPE and TSTP, unless they are ignored.
 void catchSignals();
 
-// While one lives, INT, TERM, HUP and PIPE are noted.
+// What a step does when the terminal or the reader of its output is gone (HUP, PIPE).
+enum class HangUp {
+    EndsProgram, // it can be done again
+    IsNoted,     // as Ctrl-C: an instrument's data don't come a second time
+};
+
+// While one lives, INT and TERM are noted.
 struct InterruptWatch
 {
-    InterruptWatch();
+    explicit InterruptWatch(HangUp hangUp = HangUp::EndsProgram);
     ~InterruptWatch();
     InterruptWatch(const InterruptWatch &) = delete;
     InterruptWatch &operator=(const InterruptWatch &) = delete;

@@ -68,7 +68,7 @@ Outcome replay(const Recording &recording,
 {
     alignas(std::atomic_ref<uint8_t>::required_alignment) uint8_t finished = 0;
     const std::atomic_ref<uint8_t> isFinished(finished);
-    const InterruptWatch watch;
+    const InterruptWatch watch(recording.isLive() ? HangUp::IsNoted : HangUp::EndsProgram);
     Progress progress(recording.isLive() ? "run" : "replay");
     Outcome outcome;
     SideWork work{meanwhile, nullptr};

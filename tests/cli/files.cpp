@@ -100,7 +100,7 @@ TEST(Files, AreLeftByNoSignalHalfWritten)
                                 .interruptWhen([&] { return isAtWork(folder); }, signals);
         EXPECT_TRUE(std::ranges::count(signals, ended.Code - 128)) << ended.Code;
         EXPECT_EQ(namesIn(folder), (std::vector<std::string>{"events.csv", "s.tgx", "stderr", "stdout"}));
-        EXPECT_EQ(contents(folder.file("events.csv")), "old");
+        EXPECT_TRUE(contents(folder.file("events.csv")) == "old"); // else it has gigabytes
     }
 }
 

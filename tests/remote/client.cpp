@@ -198,7 +198,7 @@ TEST(Client, OneMessageIsInFlight)
     ScriptedServer other("no answers");
     ASSERT_TRUE(connectTo(other));
     measureBriefly(u"77");
-    std::thread waiting(send);
+    std::thread waiting([] { setInputEdgeTrig(u"77", 0, -9, 0); }); // waits, or finds no device any more
     EXPECT_LT(timeOf([] { exitAPI(); }), 900ms + slack);
     waiting.join();
     EXPECT_EQ(other.received("SetInputEdgeTrig"), 0u);
