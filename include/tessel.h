@@ -648,6 +648,18 @@ TESSEL_API bool getMeasDescription(char *buffer);
 /* The chain: {"ManisCfg": [{"Index", "Type", "Channels": [{"Channel": n}, ...]}, ...]}. */
 TESSEL_API bool getManisConfig(char *buffer);
 
+/* ---------------------------------------------------------------------------- parameters as an INI text
+ * Each key of the text calls its parameter's function, in the order of the text, for the current device; a key
+ * that isn't there changes nothing. Only an initialised instrument takes a text, a file or a remote device
+ * none. docs/ini.md has the keys. A value that is refused, an unknown key and too few numbers are told
+ * in the log; the rest goes on. */
+
+TESSEL_API void setIniConfig(const char *text);
+
+/* A regular file of at most 16 MiB. True: the last parameter of the text was set, whatever became of those
+ * before it. */
+TESSEL_API bool loadIniConfig(const char *path);
+
 /* --------------------------------------------------------------------------------- texts of any length
  * The same texts for hosts that ask how long they are: a long comment or thousands of channels don't fit in the
  * buffers above. */
