@@ -27,11 +27,13 @@ inline uint64_t recordCount(uint64_t usual)
 class Recordings
 {
 public:
-    Recordings()
+    // `bufferSize`: of the stream buffers, in 1048576 records.
+    explicit Recordings(int bufferSize = 8)
     {
         std::string pattern = (std::filesystem::temp_directory_path() / "tessel-bench-XXXXXX").string();
         folder = mkdtemp(pattern.data());
-        std::ofstream(folder / "system.ini") << "[Log]\nFile=false\nConsole=false\n[Params]\nBufferSize=8\n";
+        std::ofstream(folder / "system.ini")
+            << "[Log]\nFile=false\nConsole=false\n[Params]\nBufferSize=" << bufferSize << '\n';
         initAPI((folder / "system.ini").c_str());
     }
     ~Recordings()
