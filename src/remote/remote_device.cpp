@@ -76,16 +76,18 @@ bool refuse(const ServerAddress &server, std::string_view why)
 // itself.
 bool resolve(ServerAddress &server)
 {
-    std::packaged_task<Endpoints()> lookUp([host = server.Host, port = server.Port] {
-        boost::asio::io_context context;
-        const auto found =
-            tcp::resolver(context).resolve(host, std::to_string(port), tcp::resolver::numeric_service);
-        Endpoints addresses;
-        for (const auto &each : found) addresses.push_back(each.endpoint());
-        return addresses;
-    });
-    auto found = lookUp.get_future();
-    std::thread(std::move(lookUp)).detach();
+    // Outlives `found`: one that is awaited would need memory to be given up.
+    const auto lookUp =
+        std::make_shared<std::packaged_task<Endpoints()>>([host = server.Host, port = server.Port] {
+            boost::asio::io_context context;
+            const auto found =
+                tcp::resolver(context).resolve(host, std::to_string(port), tcp::resolver::numeric_service);
+            Endpoints addresses;
+            for (const auto &each : found) addresses.push_back(each.endpoint());
+            return addresses;
+        });
+    auto found = lookUp->get_future();
+    std::thread([lookUp] { (*lookUp)(); }).detach();
     if (found.wait_until(server.Deadline) == std::future_status::timeout)
         return refuse(server, "its name isn't resolved in time");
     try {

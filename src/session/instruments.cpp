@@ -12,8 +12,9 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
-#include <future>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -172,16 +173,25 @@ void closeNow(const DeviceRef &target) noexcept
     }
 }
 
-// On a thread of its own, which keeps the device.
-std::future<void> startClosing(const DeviceRef &target)
+// What a thread that closes and the one that waits for it share.
+struct Closing
 {
-    std::promise<void> closed;
-    std::future<void> end = closed.get_future();
-    std::thread([target, closed = std::move(closed)]() mutable {
+    std::mutex Lock;               // guards IsOver
+    std::condition_variable Ended; // a promise would need memory to be given up
+    bool IsOver = false;
+};
+
+// On a thread of its own, which keeps the device. Throws where there is no thread for it.
+std::shared_ptr<Closing> startClosing(const DeviceRef &target)
+{
+    auto closing = std::make_shared<Closing>();
+    std::thread([target, closing] {
         closeNow(target);
-        closed.set_value();
+        const std::lock_guard lock(closing->Lock);
+        closing->IsOver = true;
+        closing->Ended.notify_all();
     }).detach();
-    return end;
+    return closing;
 }
 
 } // namespace
@@ -191,13 +201,14 @@ std::future<void> startClosing(const DeviceRef &target)
 void closeInTime(const DeviceRef &target, std::chrono::milliseconds patience)
 {
     if (!target->device.IsOpen) return;
-    std::future<void> end;
+    std::shared_ptr<Closing> closing;
     try {
-        end = startClosing(target);
+        closing = startClosing(target);
     } catch (const std::exception &) {
         return closeNow(target);
     }
-    if (end.wait_for(patience) == std::future_status::timeout)
+    std::unique_lock lock(closing->Lock);
+    if (!closing->Ended.wait_for(lock, patience, [&closing] { return closing->IsOver; }))
         logErr(LogCategory::Device, "Device: The instrument doesn't close, it is left to itself! @{}",
                target->device.ID);
 }
