@@ -46,6 +46,11 @@ bool getHistograms(Device &device, std::span<uint32_t> rows, bool clear, bool tr
 bool clearHistMem(Device &device, bool trace);
 
 // Bits that the device reports of its run.
+namespace Flag {
+inline constexpr int32_t CountReached = 1, FifoFull = 2, SyncLost = 4, RefLost = 8, SystemError = 16;
+inline constexpr int32_t StillActive = 32; // of the CD family
+inline constexpr int32_t CountsDropped = 64;
+} // namespace Flag
 bool getFlags(Device &device, int32_t &flags, bool trace);
 // 1 once the acquisition timer has run out. `status`: in, the one before. A file has no timer: always 0.
 bool getCtcStatus(Device &device, int32_t &status, bool trace);

@@ -20,16 +20,6 @@ namespace {
 
 enum SequenceMode : int32_t { ByTime = 1, ByCount = 2 };
 
-enum InstrumentFlag : int32_t {
-    CountReached = 1,
-    FifoFull = 2,
-    SyncLost = 4,
-    RefLost = 8,
-    SystemError = 16,
-    StillActive = 32, // of the CD family
-    CountsDropped = 64
-};
-
 // Trace lines are for single measurements: a sequence would fill the log.
 bool isTraced(const RunRef &ref)
 {
@@ -77,15 +67,15 @@ void tellFlag(RunRef &ref, StopReason reason, const char *text)
 
 void tellHistogramFlags(RunRef &ref, int32_t flags)
 {
-    if (flags & SyncLost) tellFlag(ref, StopReason::SyncLost, "Sync_Lost");
-    if (flags & RefLost) tellFlag(ref, StopReason::RefClkLost, "Ref_Lost");
-    if (flags & SystemError) tellFlag(ref, StopReason::SysError, "SysError");
-    if (flags & CountsDropped) {
+    if (flags & Flag::SyncLost) tellFlag(ref, StopReason::SyncLost, "Sync_Lost");
+    if (flags & Flag::RefLost) tellFlag(ref, StopReason::RefClkLost, "Ref_Lost");
+    if (flags & Flag::SystemError) tellFlag(ref, StopReason::SysError, "SysError");
+    if (flags & Flag::CountsDropped) {
         noteLoss(*ref.run, LossPlace::Dropped, 0);
         logWrn(LogCategory::Device, "Device: Cnts_Dropped @{}", ref.device.ID);
         if (ref.context.SequenceMode == ByCount) clearHistMem(ref.device, false); // this count can't be trusted
     }
-    if (flags & FifoFull) {
+    if (flags & Flag::FifoFull) {
         noteLoss(*ref.run, LossPlace::Fifo, 0);
         tellFlag(ref, StopReason::FiFoOverrun, "FIFO Full");
     }
@@ -98,7 +88,7 @@ void askFlags(RunRef &ref, HistogramLoop &loop)
     if (getFlags(ref.device, loop.Flags, isTraced(ref))) {
         tellHistogramFlags(ref, loop.Flags);
     } else {
-        loop.Flags = RefLost;
+        loop.Flags = Flag::RefLost;
         tellFlag(ref, StopReason::DataXferFail, "Device lost");
     }
 }
@@ -106,9 +96,9 @@ void askFlags(RunRef &ref, HistogramLoop &loop)
 // Those that end the run.
 int32_t endingFlags(const RunRef &ref, const HistogramLoop &loop)
 {
-    int32_t harmless = CountsDropped;
-    if (ref.device.LibType == LibType::CD) harmless |= StillActive;
-    if (ref.context.SequenceMode == ByCount) harmless |= CountReached; // it ends a step
+    int32_t harmless = Flag::CountsDropped;
+    if (ref.device.LibType == LibType::CD) harmless |= Flag::StillActive;
+    if (ref.context.SequenceMode == ByCount) harmless |= Flag::CountReached; // it ends a step
     return loop.Flags & ~harmless;
 }
 
@@ -128,7 +118,7 @@ bool timerRanOut(const HistogramLoop &loop)
 // An instrument of the CD family works on for a moment.
 bool isStillActive(const RunRef &ref, const HistogramLoop &loop)
 {
-    return ref.device.LibType == LibType::CD && (loop.Flags & StillActive);
+    return ref.device.LibType == LibType::CD && (loop.Flags & Flag::StillActive);
 }
 
 void waitShort(RunRef &ref)
@@ -198,13 +188,13 @@ void beginStep(HistogramLoop &loop)
 // is fetched for the last time.
 bool passSingle(RunRef &ref, HistogramLoop &loop)
 {
-    if (endingFlags(ref, loop) & ~CountReached) return true;
+    if (endingFlags(ref, loop) & ~Flag::CountReached) return true;
     bool ended = askTimer(ref, loop);
     if (!ended && timerRanOut(loop) && !isStillActive(ref, loop)) {
         ended = endWithReason(ref, StopReason::TimeOver);
         if (ref.run->Facts.StopCount != 0) askFlags(ref, loop); // was it the count?
     }
-    if (endingFlags(ref, loop) & CountReached) ended = endWithReason(ref, StopReason::OverFlow);
+    if (endingFlags(ref, loop) & Flag::CountReached) ended = endWithReason(ref, StopReason::OverFlow);
     waitShort(ref);
     if (loop.TimerStatus != 1) loop.TimerRunning = true;
     return takeHistograms(ref, loop, false) || ended;
@@ -231,7 +221,7 @@ bool passByTime(RunRef &ref, HistogramLoop &loop)
 bool passByCount(RunRef &ref, HistogramLoop &loop)
 {
     if (askTimer(ref, loop)) return true;
-    const bool isOver = timerRanOut(loop), isReached = loop.Flags & CountReached;
+    const bool isOver = timerRanOut(loop), isReached = loop.Flags & Flag::CountReached;
     loop.TimerRunning = true;
     if (!isOver && !isReached) return false;
     endWithReason(ref, isOver ? StopReason::TimeOver : StopReason::OverFlow);

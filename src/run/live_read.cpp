@@ -46,11 +46,10 @@ struct FatalFlag
     StopReason Reason;
     const char *Text;
 };
-constexpr FatalFlag fatalFlags[] = {{2, StopReason::FiFoOverrun, "FIFOfull"},
-                                    {4, StopReason::SyncLost, "Sync_Lost"},
-                                    {8, StopReason::RefClkLost, "Ref_Lost"},
-                                    {16, StopReason::SysError, "SysError"}};
-constexpr int32_t countsDropped = 64;
+constexpr FatalFlag fatalFlags[] = {{Flag::FifoFull, StopReason::FiFoOverrun, "FIFOfull"},
+                                    {Flag::SyncLost, StopReason::SyncLost, "Sync_Lost"},
+                                    {Flag::RefLost, StopReason::RefClkLost, "Ref_Lost"},
+                                    {Flag::SystemError, StopReason::SysError, "SysError"}};
 
 } // namespace
 
@@ -64,7 +63,7 @@ bool tellFlags(RunRef &ref, int32_t flags)
         if (reason == StopReason::FiFoOverrun) noteLoss(*ref.run, LossPlace::Fifo, 0);
         ends = true;
     }
-    if (flags & countsDropped) {
+    if (flags & Flag::CountsDropped) {
         logWrn(LogCategory::Device, "Device: TTTR: Cnts_Dropped @{}", ref.device.ID);
         noteLoss(*ref.run, LossPlace::Dropped, 0);
     }
