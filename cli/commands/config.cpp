@@ -99,15 +99,10 @@ int runConfig(const ConfigOptions &options, const HostOptions &given)
         openRemote(options.Server, options.Instrument.empty() ? given.DeviceId : options.Instrument);
     else
         initInstrument(openInstrument(host), modeNumber(options.Mode), options.RefSource);
-    std::vector<Clamped> all;
-    for (const std::string &assignment : options.Assignments)
-        for (Clamped &clamped : applySetting(assignment)) {
-            warnOf(clamped);
-            all.push_back(std::move(clamped));
-        }
+    const std::vector<Clamped> clamped = applySettings(options.Assignments);
     if (isRemote && !options.Assignments.empty()) connectServer(options.Server); // what became of them there
     const object config = deviceConfig();
-    writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(config, all)) : table(config));
+    writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(config, clamped)) : table(config));
     return 0;
 }
 

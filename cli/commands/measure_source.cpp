@@ -56,8 +56,7 @@ Recording openLive(const MeasureOptions &options, const HostOptions &host)
     const int32_t runForMs = acqTimeMs(options, host);
     const std::string id = openInstrument(host);
     initInstrument(id, modeNumber(options.Mode), 0);
-    for (const std::string &assignment : options.Assignments)
-        for (const Clamped &clamped : applySetting(assignment)) warnOf(clamped);
+    applySettings(options.Assignments);
     return liveRecording(runForMs);
 }
 

@@ -142,7 +142,7 @@ A file that is there is replaced only with --force, and goes when the run starts
 it, give --record OUT.tgx to the measuring command: one run does both.
 
 JSON (--json, and at each update --json-lines): schema (tessel.record/1), file (null), device, mode,
-chain (if there is one), run {recordsRead, complete, stopReason}, and
+chain (if there is one), run (as of a measurement), and
   recorded  {file, bytes, closed (its header counts all records)}
   endedBy   which --until was reached, else null
   channels  [{row, name, total (events)}]

@@ -33,9 +33,8 @@ constexpr auto signalPace = std::chrono::milliseconds(50); // between two looks 
 std::string openServed(const ServeOptions &options, const HostOptions &host)
 {
     const std::string id = openInstrument(host);
-    initInstrument(id, options.Mode == "t2" ? 2 : options.Mode == "t3" ? 3 : 0, 0);
-    for (const std::string &assignment : options.Assignments)
-        for (const Clamped &clamped : applySetting(assignment)) warnOf(clamped);
+    initInstrument(id, modeNumber(options.Mode), 0);
+    applySettings(options.Assignments);
     return id;
 }
 
@@ -91,7 +90,7 @@ Command addServe(CLI::App &program)
         ->capture_default_str();
     asNumber(command->add_option("--port", options->Port, "TCP port"), 1, 65535)->capture_default_str();
     addSettingOption(*command, options->Assignments);
-    asOneOf(command->add_option("--mode", options->Mode, "Measurement mode"), {"t2", "t3", "histogram"})
+    asOneOf(command->add_option("--mode", options->Mode, "Measurement mode"), {"t2", "t3", histogramMode})
         ->capture_default_str();
     command->footer(serveFooter);
     return {command, [options](const HostOptions &host) { return runServe(*options, host); }};

@@ -39,8 +39,8 @@ int runStart(const StartOptions &options, const HostOptions &host)
 }
 
 constexpr const char *startFooter =
-    R"(The server is told to start, and the command ends; the events stay there. Its answer says that it has
-read the command: whether the instrument has started, only its own log tells.
+    R"(Asks the server to start, and ends; the events stay there. Its answer says that it has read the
+command: whether the instrument has started, only its own log says.
 
 Examples:
   tessel start --host lab-pc --for 10s

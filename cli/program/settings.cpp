@@ -237,8 +237,6 @@ std::vector<Clamped> clampedOf(const Assignment &asked, const std::vector<Settin
     return clamped;
 }
 
-} // namespace
-
 std::vector<Clamped> applySetting(const std::string &assignment)
 {
     const Assignment asked = readAssignment(assignment);
@@ -261,6 +259,19 @@ void warnOf(const Clamped &clamped)
 {
     warn(fmt::format("{}: {} becomes {}{}", clamped.Key, clamped.Asked, clamped.Set,
                      clamped.Range.empty() ? "" : fmt::format(" (range {})", clamped.Range)));
+}
+
+} // namespace
+
+std::vector<Clamped> applySettings(const std::vector<std::string> &assignments)
+{
+    std::vector<Clamped> all;
+    for (const std::string &assignment : assignments)
+        for (Clamped &clamped : applySetting(assignment)) {
+            warnOf(clamped);
+            all.push_back(std::move(clamped));
+        }
+    return all;
 }
 
 void addSettingOption(CLI::App &command, std::vector<std::string> &assignments)

@@ -38,11 +38,9 @@ struct Clamped
     std::string Key, Asked, Set, Range; // with units
 };
 
-void warnOf(const Clamped &clamped);
-
-// "KEY=VALUE"; "ch*.level" is the level of each input. Throws Failure: of usage if it isn't to be understood,
-// else if the instrument refuses it.
-std::vector<Clamped> applySetting(const std::string &assignment);
+// Each "KEY=VALUE"; "ch*.level" is the level of each input. Warns of each value that it gives. Throws Failure:
+// of usage if an assignment isn't to be understood, else if the instrument refuses it.
+std::vector<Clamped> applySettings(const std::vector<std::string> &assignments);
 
 // --set, several times.
 void addSettingOption(CLI::App &command, std::vector<std::string> &assignments);
