@@ -21,7 +21,8 @@ void clearMeasure(const DeviceRef &target)
     if (!target->device.IsInitialized) return;
     auto run = currentRun(target->context);
     if (!run || !hasResult(*run)) return;
-    if (valueOf(target->device, &DeviceConfig::MeasMode) == MeasMode::Histogramming) clearHistMem(target->device, true);
+    if (valueOf(target->device, &DeviceConfig::MeasMode) == MeasMode::Histogramming)
+        clearHistMem(target->device, true);
     {
         ChainLocks locks(target->context);
         zeroResult(target->context, *run);

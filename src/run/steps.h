@@ -46,8 +46,8 @@ void joinWatched(RunRef &ref, std::thread &thread, const std::atomic<bool> &done
 // An instrument that has been closed: it isn't asked any more.
 bool isLost(const RunRef &ref);
 
-// Tells the instrument what starts and stops the run, of which the device remembers nothing, and takes rates and
-// warnings into the description.
+// Tells the instrument what starts and stops the run, of which the device remembers nothing, and takes rates
+// and warnings into the description.
 void prepareDevice(RunRef &ref);
 
 // Empties the caller's result, also for a run that can't measure, so that no result of an earlier run stays.

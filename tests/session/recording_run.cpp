@@ -114,7 +114,10 @@ struct Recorder
         requestStopByHost(*currentRun(device->context));
     }
     std::string path() const { return nativePath(device->device.FileDevicePath).string(); }
-    Loss lost() const { return lossesOfRecording(*currentRun(device->context)).Places[size_t(LossPlace::File)]; }
+    Loss lost() const
+    {
+        return lossesOfRecording(*currentRun(device->context)).Places[size_t(LossPlace::File)];
+    }
 
     Fake fake;
     DeviceRef device;
