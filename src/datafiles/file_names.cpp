@@ -73,15 +73,19 @@ std::optional<bool> isThere(const std::string &path)
     return std::nullopt;
 }
 
-// A file that is there is never opened, and what is left beside a recording that was moved away keeps its name,
-// too. What fails is logged, once.
+// Of a recording that was moved away. A recording may have a name that leaves no room for that of a side file.
+bool isSideFileThere(const std::string &recording)
+{
+    std::error_code ignored;
+    return std::filesystem::exists(lossesPath(recording), ignored);
+}
+
+// A file that is there is never opened. What fails is logged, once.
 Attempt makeFile(NewFile &made)
 {
-    for (const std::string &path : {made.Path, lossesPath(made.Path)}) {
-        std::optional<bool> there = isThere(path);
-        if (!there) return Attempt::Failed;
-        if (*there) return Attempt::Taken;
-    }
+    std::optional<bool> there = isThere(made.Path);
+    if (!there) return Attempt::Failed;
+    if (*there || isSideFileThere(made.Path)) return Attempt::Taken;
     made.File = createToWrite(made.Path);
     if (made.File.isOpen()) return Attempt::Made;
     if (errno == EEXIST) return Attempt::Taken; // meanwhile, or by a link to nowhere

@@ -32,6 +32,7 @@ TEST(FileNames, FirstFreeName)
         {"x_" + most + ".tgx", {"x_" + most + ".tgx", "x_" + most + "_1.tgx"}},
         {"x_1" + most + ".tgx", {"x_1" + most + ".tgx", "x_1" + most + "_1.tgx"}},
         {"\u00e9.tgx", {"\u00e9.tgx", "\u00e9_1.tgx"}},
+        {std::string(251, 'm'), {std::string(251, 'm') + ".tgx"}}, // no room for the name of a side file
     };
     for (const auto &[wanted, given] : cases) {
         TempFolder folder;
