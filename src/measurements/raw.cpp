@@ -2,6 +2,7 @@
 
 #include "log/log.h"
 #include "measurements/measurement.h"
+#include "stream/words.h"
 #include "threads/losses.h"
 #include "threads/paces.h"
 #include "threads/run_control.h"
@@ -28,6 +29,15 @@ uint64_t roomOf(const RawWords &block)
     return block.Capacity - heldIn(block);
 }
 
+// `alsoLost` never comes into the block.
+void dropBlock(Run &run, const RawWords &block, std::span<const uint32_t> alsoLost)
+{
+    const std::span<const uint32_t> held(block.Words, heldIn(block));
+    const uint64_t overflows = overflowsIn(held, run.Facts.Mode) + overflowsIn(alsoLost, run.Facts.Mode);
+    noteLoss(run, LossPlace::RawBlock, held.size() + alsoLost.size(), overflows > 0);
+    *block.Count = 0;
+}
+
 } // namespace
 
 uint64_t appendToRawBlock(RunRef &ref, std::span<const uint32_t> words)
@@ -40,8 +50,7 @@ uint64_t appendToRawBlock(RunRef &ref, std::span<const uint32_t> words)
     if (room < words.size() && !run.Facts.MayWait) {
         logWrn(LogCategory::Device, "Device: Raw Buffer overrun - clearing! @{}", ref.device.ID);
         const bool isTooLarge = words.size() > block.Capacity;
-        noteLoss(run, LossPlace::RawBlock, heldIn(block) + (isTooLarge ? words.size() : 0));
-        *block.Count = 0;
+        dropBlock(run, block, isTooLarge ? words : std::span<const uint32_t>());
         room = block.Capacity;
         if (isTooLarge) return words.size();
     }
@@ -59,8 +68,7 @@ void clearRawBlock(Run &run)
     const auto &block = resultAs<RawWords>(run);
     std::lock_guard lock(run.RawLock);
     if (!hasMemory(block)) return;
-    if (heldIn(block) > 0) noteLoss(run, LossPlace::RawBlock, heldIn(block));
-    *block.Count = 0;
+    if (heldIn(block) > 0) dropBlock(run, block, {});
 }
 
 void waitForRawBlock(Run &run, uint64_t words)

@@ -52,11 +52,14 @@ bool hadOverflows(const Loss &loss)
 
 } // namespace
 
-// Overflows that the read buffer lost are made good in the run, but not in its recording.
+// Overflows that the read buffer lost are made good where the run decodes, but not in words as they came.
 LossReport lossesOf(Run &run)
 {
     LossReport report = reportOf(run.Ledger, ofResult);
-    if (report.Places[static_cast<size_t>(InvalidWords)].Occasions > 0) report.Verdict = Verdict::Invalid;
+    const bool hasWords = run.Request.Kind == MeasKind::Raw;
+    if (report.Places[static_cast<size_t>(InvalidWords)].Occasions > 0 ||
+        (hasWords && std::ranges::any_of(report.Places, hadOverflows)))
+        report.Verdict = Verdict::Invalid;
     return report;
 }
 
@@ -74,7 +77,8 @@ DeviceLosses lossesOf(const DeviceRef &target)
     if (run) losses.Result = lossesOf(*run);
     if (target->device.DeviceType == DeviceType::File)
         losses.Recording = target->context.FileLosses;
-    else if (run && run->Facts.IsLive && run->Request.SaveToFile)
+    else if (run && run->Facts.IsLive && run->Request.SaveToFile &&
+             run->Facts.Mode != MeasMode::Histogramming) // which is never recorded
         losses.Recording = lossesOfRecording(*run);
     return losses;
 }

@@ -64,15 +64,18 @@ TEST(LiveOverrun, ARawBlockIsClearedForWhatIsNewer)
     {
         const char *name;
         uint64_t held, words, heldAfter;
-        uint32_t first; // of the block: words that it holds are 100, 101, ..., new ones 0, 1, ...
-    } rows[] = {{"fits", 2, 3, 5, 100},
-                {"no room", 3, 3, 3, 0},
-                {"full", 5, 1, 1, 0},
-                {"larger than the block", 2, 6, 0, 100}};
+        uint32_t first; // of the block: words that it holds are held0, held0 + 1, ..., new ones 0, 1, ...
+        Verdict verdict;
+        uint32_t held0 = 100;
+    } rows[] = {{"fits", 2, 3, 5, 100, Verdict::Clean},
+                {"no room", 3, 3, 3, 0, Verdict::Lossy},
+                {"full", 5, 1, 1, 0, Verdict::Lossy},
+                {"larger than the block", 2, 6, 0, 100, Verdict::Lossy},
+                {"full of overflows", 5, 1, 1, 0, Verdict::Invalid, t2Overflow(1)}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         std::vector<uint32_t> block(5), words(row.words);
-        std::iota(block.begin(), block.end(), 100u);
+        std::iota(block.begin(), block.end(), row.held0);
         std::iota(words.begin(), words.end(), 0u);
         uint64_t count = row.held;
         RunRef ref{std::make_shared<DeviceEntry>(), liveRunOf({.Kind = MeasKind::Raw,
@@ -83,6 +86,7 @@ TEST(LiveOverrun, ARawBlockIsClearedForWhatIsNewer)
         EXPECT_EQ(count, row.heldAfter);
         EXPECT_EQ(block[0], row.first);
         EXPECT_EQ(row.held + row.words, count + lostAt(*ref.run, LossPlace::RawBlock));
+        EXPECT_EQ(lossesOf(*ref.run).Verdict, row.verdict);
         if (count > row.held) {
             EXPECT_EQ(block[count - 1], row.words - 1);
         }
