@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
 #include <utility>
 
@@ -136,6 +137,18 @@ void WriteFileThread(RunRef ref)
 
 constexpr const char *headerError = "Device: Write TGX header error occurred! @{}";
 
+enum class Place { Same, Gone, Others };
+
+// The header is written by name, and by then the name may be that of another file.
+Place placeOf(const RunFile &file)
+{
+    struct stat own, named;
+    if (stat(nativePath(file.Header.Path).c_str(), &named) != 0) return Place::Gone;
+    const bool isOwn =
+        fstat(file.File.descriptor(), &own) == 0 && own.st_dev == named.st_dev && own.st_ino == named.st_ino;
+    return isOwn ? Place::Same : Place::Others;
+}
+
 } // namespace
 
 void beginFile(RunRef &ref)
@@ -146,7 +159,7 @@ void beginFile(RunRef &ref)
     blockFileSizeSignal();
     if (LogLevel.Api) logDeb(LogCategory::Progress, "writeHeader {} @{}", file.Header.Path, ref.device.ID);
     file.Header.Libraries = libraryVersions();
-    if (!writeHeader(file.Header, ref.device, ref.context, false))
+    if (placeOf(file) != Place::Same || !writeHeader(file.Header, ref.device, ref.context, false))
         logErr(LogCategory::General, headerError, ref.device.ID);
     if (!file.Header.Complete) return; // nobody could read what follows it
     file.Writer = startThread(ref, "WriteFileThread", file.WriterDone, WriteFileThread);
@@ -266,10 +279,14 @@ void closeHeader(RunRef &ref)
 {
     RunFile &file = *ref.run->File;
     const bool isEmpty = sizeOf(file.File) == uint64_t{0};
+    const bool isOthers = placeOf(file) == Place::Others;
     if (!close(std::move(file.File))) tellWriteError(ref, errno);
-    if (std::error_code ignored; isEmpty) // the run never came to write to it
+    file.Header.Complete = file.Header.Complete && !isOthers;
+    if (std::error_code ignored; isEmpty && !isOthers) // the run never came to write to it
         std::filesystem::remove(nativePath(file.Header.Path), ignored);
-    else if (file.Header.Complete && !writeHeader(file.Header, ref.device, ref.context, true) && !file.Failed)
+    else if (isOthers ? !isEmpty
+                      : file.Header.Complete && !writeHeader(file.Header, ref.device, ref.context, true) &&
+                            !file.Failed)
         reportDeviceError(ref.device, LogCategory::General, headerError, ref.device.ID);
 }
 

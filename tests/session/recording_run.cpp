@@ -208,6 +208,21 @@ TEST_F(RecordingRun, TwoAtOnceHaveFilesOfTheirOwn)
     EXPECT_EQ(tagOf(two.path(), "TTResult_NumberOfRecords"), std::to_string(two.given.size()));
 }
 
+// Moved away in mid-run, it goes on where it is; what has its name by then is left alone.
+TEST_F(RecordingRun, AFileThatTookItsNameIsLeftAlone)
+{
+    Recorder recorder(LibType::ZP);
+    recorder.init(MeasMode::T2);
+    recorder.start(folder.file("run.tgx"));
+    recorder.give(someWords(1000));
+    std::filesystem::rename(recorder.path(), folder.file("moved.tgx"));
+    std::ofstream(recorder.path()) << "somebody's";
+    recorder.give(someWords(1000));
+    recorder.stop();
+    EXPECT_EQ(contents(recorder.path()), "somebody's");
+    EXPECT_EQ(wordsIn(folder.file("moved.tgx")), recorder.given);
+}
+
 TEST_F(RecordingRun, WithoutDataIsAHeader)
 {
     Recorder recorder(LibType::LM70);
