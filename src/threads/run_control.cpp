@@ -95,6 +95,8 @@ int64_t monotonicNs()
 
 void advance(MeasContext &context, Run &run, RunPhase phase)
 {
+    // A run that was stopped in its set-up has its time for counting from here on.
+    if (phase == RunPhase::Measuring && run.Control.StopByHost) run.Control.StoppedAt = monotonicNs();
     RunPhase before = run.Control.Phase;
     while (before < phase && !run.Control.Phase.compare_exchange_weak(before, phase)) {
     }
