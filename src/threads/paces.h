@@ -19,10 +19,9 @@ inline constexpr auto shortPass = 10ms;     // beside it in histogramming for le
 inline constexpr auto lastData = 10ms;      // the same, once its acquisition timer has run out
 inline constexpr auto publish = 1ms;        // between two looks for new data to give out
 inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
-inline constexpr auto afterFailure =
-    100ms;                              // of an I/O thread, or of its next connection, when there is no room
-inline constexpr auto fileWrite = 20ms; // words that don't fill a block wait so long for the disc
-inline constexpr auto lastWords = 1s;   // before each of the last two lines of a Coincidence
+inline constexpr auto afterFailure = 100ms; // of an I/O thread, or before the next peer where there was no room
+inline constexpr auto fileWrite = 20ms;     // words that don't fill a block wait so long for the disc
+inline constexpr auto lastWords = 1s;       // before each of the last two lines of a Coincidence
 
 // How long is waited for what may never come.
 inline constexpr auto stagesEnter = 10s;    // every stage of a run
@@ -38,12 +37,11 @@ inline constexpr auto aborting = 10s;       // an aborted run; an instrument tha
 inline constexpr auto slowDisc = 5s;        // what an aborted run has still to write; then it is dropped
 inline constexpr auto hungDisc = 500ms;     // one write, after that
 inline constexpr auto hungCloses = 500ms;   // an instrument whose run hangs; a run after others took all time
-inline constexpr auto libraryAnswers =
-    10s;                                  // a scan or an opening, for a device that is in a call of its library
-inline constexpr auto peerAnswers = 30s;  // a peer, for the end of a line and with taking one
-inline constexpr auto lingering = 1s;     // a peer that is turned out, until it has read why
-inline constexpr auto serverReached = 5s; // a server, with the configurations of its devices
-inline constexpr auto serverAnswers = 1s; // a server, before the next message goes out
+inline constexpr auto libraryAnswers = 10s; // a device that is in a call, for a scan or an opening
+inline constexpr auto peerAnswers = 30s;    // a peer, for the end of a line and with taking one
+inline constexpr auto lingering = 1s;       // a peer that is turned out, until it has read why
+inline constexpr auto serverReached = 5s;   // a server, with the configurations of its devices
+inline constexpr auto serverAnswers = 1s;   // a server, before the next message goes out
 
 inline constexpr int32_t longestAcquisitionMs = 360'000'000; // 100 hours; an endless run is capped here
 
