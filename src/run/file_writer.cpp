@@ -3,6 +3,7 @@
 #include "datafiles/file_names.h"
 #include "datafiles/losses_file.h"
 #include "devices/library_versions.h"
+#include "devices/locked_device.h"
 #include "devices/result.h"
 #include "log/log.h"
 #include "log/text.h"
@@ -159,7 +160,7 @@ void beginFile(RunRef &ref)
     blockFileSizeSignal();
     if (LogLevel.Api) logDeb(LogCategory::Progress, "writeHeader {} @{}", file.Header.Path, ref.device.ID);
     file.Header.Libraries = libraryVersions();
-    if (placeOf(file) != Place::Same || !writeHeader(file.Header, ref.device, ref.context, false))
+    if (placeOf(file) != Place::Same || !writeHeader(file.Header, configOf(ref.device), ref.context, false))
         logErr(LogCategory::General, headerError, ref.device.ID);
     if (!file.Header.Complete) return; // nobody could read what follows it
     file.Writer = startThread(ref, "WriteFileThread", file.WriterDone, WriteFileThread);
@@ -285,8 +286,8 @@ void closeHeader(RunRef &ref)
     if (std::error_code ignored; isEmpty && !isOthers) // the run never came to write to it
         std::filesystem::remove(nativePath(file.Header.Path), ignored);
     else if (isOthers ? !isEmpty
-                      : file.Header.Complete && !writeHeader(file.Header, ref.device, ref.context, true) &&
-                            !file.Failed)
+                      : file.Header.Complete &&
+                            !writeHeader(file.Header, configOf(ref.device), ref.context, true) && !file.Failed)
         reportDeviceError(ref.device, LogCategory::General, headerError, ref.device.ID);
 }
 
