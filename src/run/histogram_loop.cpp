@@ -26,12 +26,6 @@ bool isTraced(const RunRef &ref)
     return ref.context.SequenceMode == 0;
 }
 
-bool endWithReason(RunRef &ref, StopReason reason)
-{
-    ref.context.Description.StopReason = reason;
-    return true;
-}
-
 bool isStopped(const Run &run)
 {
     return run.Control.StopRequested || isAborted(run);
@@ -57,12 +51,6 @@ bool start(RunRef &ref, HistogramLoop &loop)
     }
     loop.Running = StartMeasure(ref.device, measuredTime(ref), isTraced(ref));
     return loop.Running;
-}
-
-void tellFlag(RunRef &ref, StopReason reason, const char *text)
-{
-    ref.context.Description.StopReason = reason; // of several the last
-    reportDeviceError(ref.device, LogCategory::Device, "Device: {} @{}", text, ref.device.ID);
 }
 
 void tellHistogramFlags(RunRef &ref, int32_t flags)
@@ -106,7 +94,7 @@ int32_t endingFlags(const RunRef &ref, const HistogramLoop &loop)
 bool askTimer(RunRef &ref, HistogramLoop &loop)
 {
     if (ref.device.IsOpen && getCtcStatus(ref.device, loop.TimerStatus, isTraced(ref))) return false;
-    return endWithReason(ref, StopReason::Unknown);
+    return endWith(ref, StopReason::Unknown);
 }
 
 // The timer was seen running, and has run out.
@@ -170,7 +158,7 @@ void publishFetched(RunRef &ref)
 bool takeHistograms(RunRef &ref, HistogramLoop &loop, bool clear)
 {
     if (!fetch(ref, loop, clear)) {
-        endWithReason(ref, StopReason::DataXferFail);
+        endWith(ref, StopReason::DataXferFail);
         stopHistogramming(ref, loop);
         return true;
     }
@@ -191,10 +179,10 @@ bool passSingle(RunRef &ref, HistogramLoop &loop)
     if (endingFlags(ref, loop) & ~Flag::CountReached) return true;
     bool ended = askTimer(ref, loop);
     if (!ended && timerRanOut(loop) && !isStillActive(ref, loop)) {
-        ended = endWithReason(ref, StopReason::TimeOver);
+        ended = endWith(ref, StopReason::TimeOver);
         if (ref.run->Facts.StopCount != 0) askFlags(ref, loop); // was it the count?
     }
-    if (endingFlags(ref, loop) & Flag::CountReached) ended = endWithReason(ref, StopReason::OverFlow);
+    if (endingFlags(ref, loop) & Flag::CountReached) ended = endWith(ref, StopReason::OverFlow);
     waitShort(ref);
     if (loop.TimerStatus != 1) loop.TimerRunning = true;
     return takeHistograms(ref, loop, false) || ended;
@@ -208,7 +196,7 @@ bool passByTime(RunRef &ref, HistogramLoop &loop)
         return true;
     }
     if (timerRanOut(loop) && !isStillActive(ref, loop)) {
-        endWithReason(ref, StopReason::TimeOver);
+        endWith(ref, StopReason::TimeOver);
         if (takeHistograms(ref, loop, true)) return true;
         beginStep(loop);
     }
@@ -224,7 +212,7 @@ bool passByCount(RunRef &ref, HistogramLoop &loop)
     const bool isOver = timerRanOut(loop), isReached = loop.Flags & Flag::CountReached;
     loop.TimerRunning = true;
     if (!isOver && !isReached) return false;
-    endWithReason(ref, isOver ? StopReason::TimeOver : StopReason::OverFlow);
+    endWith(ref, isOver ? StopReason::TimeOver : StopReason::OverFlow);
     if (takeHistograms(ref, loop, false)) return true;
     if (loop.TimerStatus == 1) StopMeasure(ref.device, false);
     beginStep(loop);
@@ -242,9 +230,8 @@ void stopHistogramming(RunRef &ref, HistogramLoop &loop)
 bool passHistogramLoop(RunRef &ref, HistogramLoop &loop)
 {
     if (std::exchange(loop.ClearPending, false)) clearHistMem(ref.device, isTraced(ref));
-    if (!ref.device.IsOpen) return endWithReason(ref, StopReason::DataXferFail);
-    if (std::exchange(loop.StartPending, false) && !start(ref, loop))
-        return endWithReason(ref, StopReason::SyncLost);
+    if (!ref.device.IsOpen) return endWith(ref, StopReason::DataXferFail);
+    if (std::exchange(loop.StartPending, false) && !start(ref, loop)) return endWith(ref, StopReason::SyncLost);
     askFlags(ref, loop);
     bool ended = endingFlags(ref, loop) != 0;
     switch (ref.context.SequenceMode) {

@@ -6,6 +6,7 @@
 #include "log/log.h"
 #include "manipulators/chain.h"
 #include "measurements/raw.h"
+#include "run/steps.h"
 #include "settings/system_ini.h"
 #include "stream/rounding.h"
 #include "stream/words.h"
@@ -58,8 +59,7 @@ bool tellFlags(RunRef &ref, int32_t flags)
     bool ends = false;
     for (const auto &[bit, reason, text] : fatalFlags) {
         if (!(flags & bit)) continue;
-        ref.context.Description.StopReason = reason; // of several the last
-        reportDeviceError(ref.device, LogCategory::Device, "Device: {} @{}", text, ref.device.ID);
+        tellFlag(ref, reason, text);
         if (reason == StopReason::FiFoOverrun) noteLoss(*ref.run, LossPlace::Fifo, 0);
         ends = true;
     }

@@ -68,6 +68,18 @@ bool isLost(const RunRef &ref)
     return ref.run->Facts.IsLive && !ref.device.IsOpen;
 }
 
+bool endWith(RunRef &ref, StopReason reason)
+{
+    ref.context.Description.StopReason = reason;
+    return true;
+}
+
+void tellFlag(RunRef &ref, StopReason reason, const char *text)
+{
+    endWith(ref, reason);
+    reportDeviceError(ref.device, LogCategory::Device, "Device: {} @{}", text, ref.device.ID);
+}
+
 void prepareDevice(RunRef &ref)
 {
     decideMeasControl(ref);

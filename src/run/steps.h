@@ -46,6 +46,11 @@ void joinWatched(RunRef &ref, std::thread &thread, const std::atomic<bool> &done
 // An instrument that has been closed: it isn't asked any more.
 bool isLost(const RunRef &ref);
 
+// Why the run ends. Always true: it does.
+bool endWith(RunRef &ref, StopReason reason);
+// The same for a flag of the instrument, with an error in the log; of several the last one stays the reason.
+void tellFlag(RunRef &ref, StopReason reason, const char *text);
+
 // Tells the instrument what starts and stops the run, of which the device remembers nothing, and takes rates
 // and warnings into the description.
 void prepareDevice(RunRef &ref);

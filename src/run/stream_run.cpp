@@ -111,12 +111,6 @@ bool setUpStream(RunRef &ref)
     return true;
 }
 
-bool endWith(RunRef &ref, StopReason reason)
-{
-    ref.context.Description.StopReason = reason;
-    return true;
-}
-
 // True: the device doesn't start.
 bool startDevice(RunRef &ref, RecordSource &source)
 {
