@@ -688,7 +688,12 @@ enum tessel_text {
      * its side file says nothing, also "problem", the reason}. The places are "fifo", "dropped", "readBuffer",
      * "invalidWords", "store", "stage", "rawBlock", "unfoldBlock", "import", "file"; those where nothing was
      * lost aren't there. */
-    TESSEL_TEXT_LOSSES = 6
+    TESSEL_TEXT_LOSSES = 6,
+
+    /* The chain with all that its stages were added with: {"chain": [{"stage" ("coincidence", "merge", "delay",
+     * "herald", "substream", "countrate" or "import"), ...}, ...]}, times in ps, as a file that the program's
+     * --chain takes. It refuses an import, and a stage that deleteMani() ended, which also has "ended". */
+    TESSEL_TEXT_STAGES = 7
 };
 
 /* Writes a text of the device with its zero. `which`: a tessel_text. `text`: `capacity` bytes; null, or a

@@ -61,6 +61,7 @@ std::optional<std::string> textOfKind(const char16_t *id, int32_t which)
     case TESSEL_TEXT_DEVICE: return stringifyJsonDevConfig(target->device);
     case TESSEL_TEXT_DESCRIPTION: return stringifyMeasDescription(target->context.Description);
     case TESSEL_TEXT_CHAIN: return stringifyManisConfig(target->context);
+    case TESSEL_TEXT_STAGES: return stringifyStages(target->context);
     case TESSEL_TEXT_LOSSES: return stringifyLosses(lossesOf(target));
     case TESSEL_TEXT_SETTINGS: return stringifySettings(configOf(target->device));
     default: return std::nullopt;

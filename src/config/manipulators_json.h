@@ -7,6 +7,10 @@
 
 namespace Tessel {
 
+// What each stage is and which channels it has.
 std::string stringifyManisConfig(MeasContext &context);
+
+// What each stage was added with, times in ps, in the form that the program reads.
+std::string stringifyStages(MeasContext &context);
 
 } // namespace Tessel

@@ -1,8 +1,13 @@
 // Chains as text and as JSON: what is read, what is written, and where an error points.
 #include "chain/chain_text.h"
 
+#include "chain/placed_chain.h"
+#include "support/host.h"
+
 #include <boost/json/serialize.hpp>
 #include <gtest/gtest.h>
+
+#include <array>
 
 using namespace Tessel::Cli;
 
@@ -117,6 +122,36 @@ TEST(ChainJson, ReadsWhatItWrites)
         shown(parseChainJson(R"( {"chain": [{"stage": "delay", "channels": 1, "delay": 2500, "makes": [3]},
         {"channels": "1,2", "window": 1.5e3, "stage": "coincidence", "time": "first", "keep": false}]} )")),
         "delay(1; 2500ps) | coincidence(1,2; 1500ps; sliding; first)");
+}
+
+TEST(ChainJson, ReadsWhatTheLibrarySaysOfItsChain)
+{
+    TestSupport::Host host;
+    ASSERT_FALSE(host.open(TestSupport::TgxFile::t2(4), {}).empty());
+    const auto stages =
+        parseChain("coincidence(1,3,2; 11ns; once; average; keep) | coincidence(2,1; 0; first)"
+                   "| merge(3,1; keep) | merge(0,2) | delay(4; -5ns; keep) | delay(2; 2147483647)"
+                   "| herald(2; 4,1; delay -7; window 8ns; inverted; keep)"
+                   "| herald(0; 3; delay 9; window 2147483647)"
+                   "| substream(1ns; 9000000000000000000) | countrate(30)");
+    Recording recording;
+    placeChain(recording, stages);
+    const auto chainOf = [] {
+        std::array<char, 65535> text{};
+        EXPECT_TRUE(tessel_getText(nullptr, TESSEL_TEXT_STAGES, text.data(), text.size(), nullptr));
+        return std::string(text.data());
+    };
+    EXPECT_EQ(errorOf(parseChainJson, chainOf()), "read: " + shown(stages));
+
+    // What can't be had again isn't read as something else.
+    clearManis(nullptr);
+    const int32_t channels[] = {2, 1};
+    addMImportStream(nullptr, u"77", 1, channels, 2, -3);
+    addMMerge(nullptr, channels, 2, 0);
+    deleteMani(nullptr, 1);
+    EXPECT_EQ(chainOf(),
+              R"({"chain":[{"stage":"import","source":"77","start":true,"channels":[2,1],"offset":-3},)"
+              R"({"stage":"merge","channels":[2,1],"keep":false,"ended":true}]})");
 }
 
 TEST(ChainJson, SaysWhereItIsWrong)
