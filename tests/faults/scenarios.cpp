@@ -201,6 +201,32 @@ void serve(FaultHost &host)
     tessel_stopServing(nullptr);
 }
 
+void startWithInstrument(FaultHost &host, int32_t mode)
+{
+    setenv("TESSEL_INSTRUMENT_PATH", TESSEL_SIM_FOLDER, 1);
+    setenv("TESSEL_SIM_INSTRUMENTS", host.Instrument.c_str(), 1);
+    start(host);
+    getDevice(host.Id.data());
+    initDevice(mode, 0);
+    setHistoLength(nullptr, 0);
+    setHistoT2NumBins(nullptr, columns);
+    setHistoT2BinWidth(nullptr, 1000);
+}
+
+void liveHistogram(FaultHost &host)
+{
+    host.Finished = unwritten;
+    heard(host, getHistogram(nullptr, 200, 1, 0, host.Counts.data(), &host.Finished));
+}
+
+void liveRecord(FaultHost &host)
+{
+    unlink(host.Copy.c_str());
+    setTGXFilePath(host.Copy.c_str());
+    host.Finished = unwritten;
+    heard(host, exportStreamMeasure(nullptr, 20, 1, 1, &host.Finished));
+}
+
 constexpr Scenario all[] = {
     {"init", nothing, startAndExit, startAndOpen},
     {"open", start, openTwice, open},
@@ -212,12 +238,16 @@ constexpr Scenario all[] = {
     {"texts", startAndOpen, texts, nothing},
     {"serve", startWithPort, serve, nothing},
     {"exit", startHeldRun, exitUnderRun, startAndOpen},
+    {"live", [](FaultHost &host) { startWithInstrument(host, 2); }, liveHistogram, open},
+    {"live record", [](FaultHost &host) { startWithInstrument(host, 2); }, liveRecord, open},
+    {"histogramming", [](FaultHost &host) { startWithInstrument(host, 0); }, liveHistogram, open},
 };
 
 } // namespace
 
 FaultHost::FaultHost(const std::string &folder, const std::string &recordingPath)
     : Ini(folder + "/system.ini"),
+      Instrument(folder + "/instrument.json"),
       Recording(recordingPath),
       Copy(folder + "/copy.tgx"),
       Words(recordedWords()),
@@ -231,6 +261,8 @@ FaultHost::FaultHost(const std::string &folder, const std::string &recordingPath
 {
     std::ofstream(Ini) << "[Paths]\nData=" << folder << "/data/of/a/host\n[Params]\nBufferSize=8\n"
                        << "[LogLevel]\nManipulators=true\nConfig=true\n";
+    // As fast as it is read, so that each run has the same events.
+    std::ofstream(Instrument) << R"({"instruments":[{"pace":"free","channels":2,"sync":{"periodPs":1e6}}]})";
 }
 
 std::span<const Scenario> scenarios()

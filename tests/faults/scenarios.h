@@ -17,7 +17,7 @@ struct FaultHost
 {
     FaultHost(const std::string &folder, const std::string &recordingPath);
 
-    std::string Ini, Recording, Copy;
+    std::string Ini, Instrument, Recording, Copy;
     std::vector<uint32_t> Words; // for the copy
 
     // Filled by the library.
