@@ -72,30 +72,36 @@ bool refuse(const ServerAddress &server, std::string_view why)
     return false;
 }
 
+struct LookedUp
+{
+    NetworkError Error;
+    Endpoints Addresses;
+};
+
+LookedUp lookUp(const std::string &host, uint16_t port)
+{
+    boost::asio::io_context context;
+    LookedUp found;
+    const auto results =
+        tcp::resolver(context).resolve(host, std::to_string(port), tcp::resolver::numeric_service, found.Error);
+    for (const auto &each : results) found.Addresses.push_back(each.endpoint());
+    return found;
+}
+
 // The system's look-up can't be ended, so it has a thread of its own; one that takes too long is left to
 // itself.
 bool resolve(ServerAddress &server)
 {
-    // Outlives `found`: one that is awaited would need memory to be given up.
-    const auto lookUp =
-        std::make_shared<std::packaged_task<Endpoints()>>([host = server.Host, port = server.Port] {
-            boost::asio::io_context context;
-            const auto found =
-                tcp::resolver(context).resolve(host, std::to_string(port), tcp::resolver::numeric_service);
-            Endpoints addresses;
-            for (const auto &each : found) addresses.push_back(each.endpoint());
-            return addresses;
-        });
-    auto found = lookUp->get_future();
-    std::thread([lookUp] { (*lookUp)(); }).detach();
-    if (found.wait_until(server.Deadline) == std::future_status::timeout)
+    // Outlives its future: one that is awaited would need memory to be given up.
+    const auto task = std::make_shared<std::packaged_task<LookedUp()>>(
+        [host = server.Host, port = server.Port] { return lookUp(host, port); });
+    auto answer = task->get_future();
+    std::thread([task] { (*task)(); }).detach();
+    if (answer.wait_until(server.Deadline) == std::future_status::timeout)
         return refuse(server, "its name isn't resolved in time");
-    try {
-        server.Addresses = found.get();
-        return true;
-    } catch (const boost::system::system_error &failure) {
-        return refuse(server, failure.code().message());
-    }
+    LookedUp found = answer.get();
+    server.Addresses = std::move(found.Addresses);
+    return !found.Error || refuse(server, found.Error.message());
 }
 
 std::shared_ptr<Client> start(const ServerAddress &server, const DeviceRef *target)
