@@ -138,16 +138,12 @@ void WriteFileThread(RunRef ref)
 
 constexpr const char *headerError = "Device: Write TGX header error occurred! @{}";
 
-enum class Place { Same, Gone, Others };
-
 // The header is written by name, and by then the name may be that of another file.
-Place placeOf(const RunFile &file)
+bool isAtItsName(const RunFile &file)
 {
     struct stat own, named;
-    if (stat(nativePath(file.Header.Path).c_str(), &named) != 0) return Place::Gone;
-    const bool isOwn =
-        fstat(file.File.descriptor(), &own) == 0 && own.st_dev == named.st_dev && own.st_ino == named.st_ino;
-    return isOwn ? Place::Same : Place::Others;
+    return stat(nativePath(file.Header.Path).c_str(), &named) == 0 &&
+           fstat(file.File.descriptor(), &own) == 0 && own.st_dev == named.st_dev && own.st_ino == named.st_ino;
 }
 
 } // namespace
@@ -160,7 +156,7 @@ void beginFile(RunRef &ref)
     blockFileSizeSignal();
     if (LogLevel.Api) logDeb(LogCategory::Progress, "writeHeader {} @{}", file.Header.Path, ref.device.ID);
     file.Header.Libraries = libraryVersions();
-    if (placeOf(file) != Place::Same || !writeHeader(file.Header, configOf(ref.device), ref.context, false))
+    if (!isAtItsName(file) || !writeHeader(file.Header, configOf(ref.device), ref.context, false))
         logErr(LogCategory::General, headerError, ref.device.ID);
     if (!file.Header.Complete) return; // nobody could read what follows it
     file.Writer = startThread(ref, "WriteFileThread", file.WriterDone, WriteFileThread);
@@ -276,18 +272,26 @@ void noteUnwritten(Run &run)
     if (words > 0) noteLoss(run, LossPlace::File, words);
 }
 
+// Nobody finds the recording at its name any more.
+void loseFile(RunRef &ref)
+{
+    RunFile &file = *ref.run->File;
+    noteLoss(*ref.run, LossPlace::File, file.Written);
+    file.Header.Complete = false;
+    reportDeviceError(ref.device, LogCategory::General, headerError, ref.device.ID);
+}
+
 void closeHeader(RunRef &ref)
 {
     RunFile &file = *ref.run->File;
-    const bool isEmpty = sizeOf(file.File) == uint64_t{0};
-    const bool isOthers = placeOf(file) == Place::Others;
+    const bool isEmpty = sizeOf(file.File) == uint64_t{0}, isOwn = isAtItsName(file);
     if (!close(std::move(file.File))) tellWriteError(ref, errno);
-    file.Header.Complete = file.Header.Complete && !isOthers;
-    if (std::error_code ignored; isEmpty && !isOthers) // the run never came to write to it
+    if (std::error_code ignored; isEmpty && isOwn) // the run never came to write to it, or somebody emptied it
         std::filesystem::remove(nativePath(file.Header.Path), ignored);
-    else if (isOthers ? !isEmpty
-                      : file.Header.Complete &&
-                            !writeHeader(file.Header, configOf(ref.device), ref.context, true) && !file.Failed)
+    if (isEmpty ? file.Written > 0 : !isOwn)
+        loseFile(ref);
+    else if (file.Header.Complete && !writeHeader(file.Header, configOf(ref.device), ref.context, true) &&
+             !file.Failed)
         reportDeviceError(ref.device, LogCategory::General, headerError, ref.device.ID);
 }
 

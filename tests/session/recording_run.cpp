@@ -209,18 +209,25 @@ TEST_F(RecordingRun, TwoAtOnceHaveFilesOfTheirOwn)
 }
 
 // Moved away in mid-run, it goes on where it is; what has its name by then is left alone.
-TEST_F(RecordingRun, AFileThatTookItsNameIsLeftAlone)
+TEST_F(RecordingRun, AFileThatIsGoneIsLostAndAnotherOneLeftAlone)
 {
-    Recorder recorder(LibType::ZP);
-    recorder.init(MeasMode::T2);
-    recorder.start(folder.file("run.tgx"));
-    recorder.give(someWords(1000));
-    std::filesystem::rename(recorder.path(), folder.file("moved.tgx"));
-    std::ofstream(recorder.path()) << "somebody's";
-    recorder.give(someWords(1000));
-    recorder.stop();
-    EXPECT_EQ(contents(recorder.path()), "somebody's");
-    EXPECT_EQ(wordsIn(folder.file("moved.tgx")), recorder.given);
+    for (const bool isReplaced : {true, false}) {
+        Recorder recorder(LibType::ZP);
+        recorder.init(MeasMode::T2);
+        LogCapture log;
+        recorder.start(folder.file("run.tgx"));
+        recorder.give(someWords(1000));
+        std::filesystem::rename(recorder.path(), folder.file("moved.tgx"));
+        if (isReplaced) std::ofstream(recorder.path()) << "somebody's";
+        recorder.give(someWords(1000));
+        recorder.stop();
+        EXPECT_EQ(std::filesystem::exists(recorder.path()), isReplaced);
+        EXPECT_TRUE(!isReplaced || contents(recorder.path()) == "somebody's");
+        EXPECT_EQ(wordsIn(folder.file("moved.tgx")), recorder.given);
+        EXPECT_EQ(recorder.lost().Lost, recorder.given.size());
+        EXPECT_EQ(log.count("ERR "), 1u);
+        closeForGood();
+    }
 }
 
 TEST_F(RecordingRun, WithoutDataIsAHeader)
