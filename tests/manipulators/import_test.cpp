@@ -84,7 +84,7 @@ TEST(ImportWork, HoldsOrClearsWhereItHoldsTooMuch)
         EXPECT_EQ(offered.Count, holds ? 1u : 0u);
         EXPECT_EQ(import.Imported.Count - import.Cursor, holds ? streamRecords() : 1u);
         EXPECT_EQ(import.SourceOver, !holds);
-        const auto &loss = lossesOf(*stage.run).Places[static_cast<size_t>(LossPlace::Import)];
+        const Loss loss = lossesOf(*stage.run).Places[static_cast<size_t>(LossPlace::Import)];
         EXPECT_EQ(loss.Lost, 5 + (holds ? 0 : streamRecords()));
     }
 }

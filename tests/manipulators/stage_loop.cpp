@@ -135,7 +135,7 @@ TEST(StageLoop, AnInstrumentClearsAFullStoreAndGoesOn)
     }));
     EXPECT_EQ(show(got), "2@7");
     // The 48 that the store took, made of 24, and those that weren't handed on.
-    const auto &loss = lossesOf(*chain.run).Places[static_cast<size_t>(LossPlace::Stage)];
+    const Loss loss = lossesOf(*chain.run).Places[static_cast<size_t>(LossPlace::Stage)];
     EXPECT_EQ(loss.Lost, 48u + 1000 - 24);
 }
 

@@ -54,7 +54,7 @@ Words wordsIn(const std::string &path)
     const std::string bytes = contents(path);
     const size_t start = bytes.find("Header_End") + 48;
     Words words((bytes.size() - start) / sizeof(uint32_t));
-    std::memcpy(words.data(), bytes.data() + start, words.size() * sizeof(uint32_t));
+    if (!words.empty()) std::memcpy(words.data(), bytes.data() + start, words.size() * sizeof(uint32_t));
     return words;
 }
 
