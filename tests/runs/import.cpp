@@ -231,13 +231,13 @@ TEST(Import, ASourceThatEndsInTheMiddleEndsTheRun)
 
 TEST(Import, TheRunCanBeStoppedWhileItWaits)
 {
+    std::vector<uint64_t> times(10); // the source's until the host ends it
+    std::vector<uint8_t> codes(10);
+    Finished sourceFinished, finished;
     Host host;
     // Ten events a turn: the source is far behind when the run is stopped.
     const Source source(host, 1, 100'000), own(host, 2, 3'000'000);
     addMImportStream(own.c_str(), source.c_str(), 0, nullptr, 0, 0);
-    std::vector<uint64_t> times(10);
-    std::vector<uint8_t> codes(10);
-    Finished sourceFinished, finished;
     ufStartBlock(source.c_str(), 0, 0, times.data(), codes.data(), 10, sourceFinished.get());
     std::vector<uint32_t> counts(65536 * 6);
     getHistogram(own.c_str(), 0, 0, 0, counts.data(), finished.get());
