@@ -60,7 +60,10 @@ void makeFile(const DeviceRef &target, Run &run)
     for (auto *blocks : {&file->FileBuffer, &file->WriteBuffer, &file->Free}) blocks->reserve(mostBlocks);
     file->Header.CustomTags = target->context.CustomTags;
     NewFile made = checkFilePath();
-    target->device.FileDevicePath = made.Path;
+    {
+        LockedDevice locked(target->device);
+        remember(locked, [&] { target->device.FileDevicePath = made.Path; });
+    }
     file->Header.Path = std::move(made.Path);
     file->File = std::move(made.File);
     run.File = std::move(file);
