@@ -4,6 +4,7 @@
 #include "program/exit_codes.h"
 #include "program/instrument.h"
 #include "program/interrupt.h"
+#include "program/options.h"
 #include "program/output.h"
 #include "program/visible_text.h"
 
@@ -110,6 +111,9 @@ int run(int argc, char **argv)
         .add_option("--ini", options.IniPath,
                     "Settings file for the library, instead of the program's own settings")
         ->type_name("FILE");
+    asNumber(program.add_option("--threads", options.Threads,
+                                "Threads that count a recording (default one for each core)"),
+             1, 256);
     const CLI::Option *sim = addInstrumentOptions(program, options);
     program.require_subcommand(1);
     program.fallthrough();

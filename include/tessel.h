@@ -783,6 +783,13 @@ TESSEL_API int32_t tessel_lastError(char *text, uint64_t capacity);
 TESSEL_API bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t *rows, uint64_t *columns,
                                       uint64_t *elementBytes);
 
+/* ------------------------------------------------------------------------------------------------- threads */
+
+/* With how many threads a run counts a recorded file, from the next run on: 1 to 256, or 0 for one for each core
+ * that the process may use, which is the initial value. The key Threads of [Params] in the settings file sets
+ * it too. Any number gives the same result, to the bit. False, with an error in the log: another number. */
+TESSEL_API bool tessel_setThreads(int32_t threads);
+
 /* -------------------------------------------------------------------------- recordings made by the caller
  * For simulations, converters and tests: writes a data file of the caller's own record words. */
 

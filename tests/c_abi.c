@@ -46,6 +46,7 @@ static void countRecording(const char *path)
     expect(getFileDevice(text), "the file opens the other way");
     const int64_t rows = getNumAllChans(NULL);
     expect(rows == 3, "rows are the sync and two inputs");
+    expect(!tessel_setThreads(-1) && !tessel_setThreads(257) && tessel_setThreads(3), "threads are 0 to 256");
     uint64_t columns = 0, bytes = 0;
     expect(tessel_getResultShape(NULL, 8, NULL, &columns, &bytes) && columns == 32768 &&
                bytes == sizeof(uint32_t),

@@ -85,6 +85,7 @@ Session::Session(const HostOptions &options)
     } else {
         initAPI(MemoryFile(ownSettings(options)).path().c_str());
     }
+    if (options.Threads > 0) tessel_setThreads(options.Threads);
 }
 
 Session::~Session()

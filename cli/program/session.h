@@ -19,6 +19,7 @@ struct HostOptions
     bool Quiet = false;
     bool LogsPeers = false;     // the log without its traces, seen from showLog() on
     std::string IniPath;        // empty: settings of the program's own
+    int32_t Threads = 0;        // that count a recording; 0: one for each core, or as the settings file says
     bool Simulated = false;     // the simulated instruments beside the program, no others
     std::string SimulationPath; // what they are; empty: the standard one, or what the environment says
     std::string DeviceId;       // of an instrument; empty: the first that is free

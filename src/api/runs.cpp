@@ -5,11 +5,22 @@
 #include "measurements/clear.h"
 #include "run/requests.h"
 #include "session/open_close.h"
+#include "settings/system_ini.h"
 #include "threads/losses.h"
 
 #include <algorithm>
 
 using namespace Tessel;
+
+bool tessel_setThreads(int32_t threads)
+{
+    return guarded("tessel_setThreads", false, [&] {
+        if (LogLevel.Api) logInf(LogCategory::Progress, "API tessel_setThreads {}", threads);
+        if (setCountingThreads(threads)) return true;
+        logErr(LogCategory::General, "There is no run with {} threads!", threads);
+        return false;
+    });
+}
 
 bool stopMeasure(const char16_t *id)
 {

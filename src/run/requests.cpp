@@ -10,6 +10,7 @@
 #include "run/finished.h"
 #include "run/import_sources.h"
 #include "run/measure_thread.h"
+#include "settings/system_ini.h"
 #include "stream/rounding.h"
 #include "threads/run_control.h"
 
@@ -29,6 +30,7 @@ std::shared_ptr<Run> makeRun(const DeviceRef &target, const RunRequest &request,
                                         .Facts = factsOf(device),
                                         .NumRows = numAllChans(device, target->context),
                                         .NumBins = valueOf(device, &DeviceConfig::NumBins),
+                                        .Threads = countingThreads(),
                                         .Result = resultOf(request)});
 }
 

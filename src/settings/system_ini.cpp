@@ -6,7 +6,9 @@
 #include "settings/ini_text.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <thread>
 
 namespace Tessel {
 
@@ -61,6 +63,15 @@ void setBufferSize(Settings &to, std::string_view value)
     to.StreamRecords = to.BufferSize;
 }
 
+constexpr int32_t mostThreads = 256;
+constinit std::atomic<int32_t> wantedThreads{0}; // 0: one for each core
+
+// What is no such number is as 0.
+void setThreads(Settings &, std::string_view value)
+{
+    if (!setCountingThreads(iniInteger(value, 0))) wantedThreads = 0;
+}
+
 // What a key does. A bad value takes the fallback, which isn't always the initial value.
 struct KeyRule
 {
@@ -108,6 +119,7 @@ constexpr KeyRule keyRules[] = {
     {"Toasts", "Debug",
      [](Settings &to, std::string_view value) { to.Toasts.Debug = iniBoolean(value, true); }},
     {"Params", "BufferSize", setBufferSize},
+    {"Params", "Threads", setThreads},
 };
 
 void actOn(std::string_view section, const IniEntry &key)
@@ -152,6 +164,19 @@ std::string logFolder()
 uint64_t streamRecords()
 {
     return std::max(settings().StreamRecords, minimumStreamRecords);
+}
+
+uint32_t countingThreads()
+{
+    if (const int32_t wanted = wantedThreads) return static_cast<uint32_t>(wanted);
+    return std::clamp(std::thread::hardware_concurrency(), 1u, static_cast<uint32_t>(mostThreads));
+}
+
+bool setCountingThreads(int32_t threads)
+{
+    if (threads < 0 || threads > mostThreads) return false;
+    wantedThreads = threads;
+    return true;
 }
 
 bool loadSettingsIni(std::string_view path)

@@ -47,6 +47,11 @@ std::string logFolder();
 // Element count of every stream array of a run.
 uint64_t streamRecords();
 
+// Threads with which a run may count a recorded file, at least 1: what was set, or else one for each core that
+// the process may use. 0 sets that again. Any thread. False: no such number, and nothing is set.
+uint32_t countingThreads();
+bool setCountingThreads(int32_t threads);
+
 // True if the file was read. No file is no error: the settings keep their values.
 bool loadSettingsIni(std::string_view path);
 

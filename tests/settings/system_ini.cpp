@@ -129,6 +129,18 @@ TEST_F(SystemIni, BufferSize)
     }
 }
 
+TEST_F(SystemIni, Threads)
+{
+    const uint32_t cores = countingThreads();
+    EXPECT_GE(cores, 1u);
+    const std::pair<std::string, uint32_t> cases[] = {
+        {"3", 3}, {"256", 256}, {"0", cores}, {"2", 2}, {"-1", cores}, {"2", 2}, {"257", cores}, {"x", cores}};
+    for (const auto &[text, threads] : cases) {
+        load("[Params]\nThreads=" + text + "\n");
+        EXPECT_EQ(countingThreads(), threads) << text;
+    }
+}
+
 TEST_F(SystemIni, TheWalkIsTracedInTheOrderOfTheFile)
 {
     LogCapture log;
