@@ -791,7 +791,14 @@ TESSEL_API bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t
 TESSEL_API bool tessel_setThreads(int32_t threads);
 
 /* -------------------------------------------------------------------------- recordings made by the caller
- * For simulations, converters and tests: writes a data file of the caller's own record words. */
+ * For simulations, converters and tests: writes a data file of the caller's own record words.
+ *
+ * A record word: bit 31 special, bits 30 to 25 code; T2: bits 24 to 0 timetag, in units of the base resolution;
+ * T3: bits 24 to 10 dtime, in units of the resolution, bits 9 to 0 nsync. Special 0: an event on input code + 1.
+ * Special 1: code 0 a sync (T2 alone), 1 to 15 a marker, 63 an overflow: the times of all words after it are
+ * later by its timetag x 2^25 units, or its nsync x 2^10 syncs. Times don't decrease. A time of 0 counts as no
+ * time at all with some measurements, so let a stream begin later. docs/file-format.md has the file around the
+ * words, and readers of it. */
 
 typedef struct tessel_recording tessel_recording;
 
