@@ -7,28 +7,33 @@ namespace Plain {
 
 namespace {
 
-bool contains(const std::vector<uint8_t> &list, uint8_t channel)
-{
-    return std::find(list.begin(), list.end(), channel) != list.end();
-}
+using ChannelFlags = std::array<uint8_t, 256>;
 
-std::array<uint8_t, 256> mapOf(const std::vector<uint8_t> &members, uint8_t output)
+ChannelFlags flagsOf(const std::vector<uint8_t> &channels)
 {
-    std::array<uint8_t, 256> map;
-    map.fill(255);
-    for (uint8_t channel : members) map[channel] = output;
-    return map;
+    ChannelFlags flags{};
+    for (uint8_t channel : channels) flags[channel] = 1;
+    return flags;
 }
 
 } // namespace
 
 void ReferenceMerge::piece(const StreamForm &, EventView in, EventSink &out)
 {
-    const auto map = mapOf(members, output);
+    const ChannelFlags isMember = flagsOf(members);
+    const bool all = keep;
+    const uint8_t merged = output;
+    EventSink sink = out;
     for (uint64_t i = 0; i < in.count; ++i) {
-        if (keep || map[in.channels[i]] != 255) out.append(in.channels[i], in.times[i]);
-        if (map[in.channels[i]] != 255) out.append(output, in.times[i]);
+        const uint64_t time = in.times[i];
+        const uint8_t channel = in.channels[i];
+        const bool member = isMember[channel];
+        sink.append(channel, time); // written, and counted if it stays: nothing predicts which do
+        sink.count -= !(all | member);
+        sink.append(merged, time);
+        sink.count -= !member;
     }
+    out = sink;
 }
 
 uint64_t ReferenceCoincidence::average(uint64_t min) const
@@ -43,23 +48,20 @@ void ReferenceCoincidence::sliding(const StreamForm &form, uint64_t time, uint64
     if (timeMode == 1) {
         out.append(output, time);
     } else if (timeMode == 0) {
-        for (size_t i = 0; i < pendingTimes.size(); ++i) {
-            if (form.ps(pendingTimes[i]) != min) continue;
-            if (i + 1 == pendingTimes.size() || form.ps(pendingTimes[i + 1]) > min ||
-                pendingChans[i + 1] > output) {
-                const uint64_t at = pendingTimes[i];
-                pendingTimes.insert(pendingTimes.begin() + static_cast<ptrdiff_t>(i) + 1, at);
-                pendingChans.insert(pendingChans.begin() + static_cast<ptrdiff_t>(i) + 1, output);
+        for (size_t i = head; i < pending.size(); ++i) {
+            if (pending[i].ps != min) continue;
+            if (i + 1 == pending.size() || pending[i + 1].ps > min || pending[i + 1].channel > output) {
+                const Pending added{pending[i].time, min, output};
+                pending.insert(pending.begin() + static_cast<ptrdiff_t>(i) + 1, added);
                 return;
             }
         }
     } else if (timeMode == 2) {
         const uint64_t avg = average(min);
-        for (size_t i = 0; i < pendingTimes.size(); ++i) {
-            const uint64_t at = form.ps(pendingTimes[i]);
-            if (at > avg || (at == avg && pendingChans[i] > output)) {
-                pendingTimes.insert(pendingTimes.begin() + static_cast<ptrdiff_t>(i), form.raw(avg));
-                pendingChans.insert(pendingChans.begin() + static_cast<ptrdiff_t>(i), output);
+        for (size_t i = head; i < pending.size(); ++i) {
+            if (pending[i].ps > avg || (pending[i].ps == avg && pending[i].channel > output)) {
+                const uint64_t raw = form.raw(avg);
+                pending.insert(pending.begin() + static_cast<ptrdiff_t>(i), {raw, form.ps(raw), output});
                 return;
             }
         }
@@ -71,146 +73,169 @@ void ReferenceCoincidence::once(const StreamForm &form, uint64_t time, uint64_t 
     if (timeMode == 1) {
         out.append(output, time);
     } else if (timeMode == 0) {
-        for (size_t i = 0; i < pendingTimes.size(); ++i) {
-            if (keep && pendingTimes[i] != 0) out.append(pendingChans[i], pendingTimes[i]);
-            if (form.ps(pendingTimes[i]) == min &&
-                (i + 1 == pendingTimes.size() || form.ps(pendingTimes[i + 1]) > min ||
-                 pendingChans[i + 1] > output))
-                out.append(output, pendingTimes[i]);
+        for (size_t i = head; i < pending.size(); ++i) {
+            if (keep && pending[i].time != 0) out.append(pending[i].channel, pending[i].time);
+            if (pending[i].ps == min &&
+                (i + 1 == pending.size() || pending[i + 1].ps > min || pending[i + 1].channel > output))
+                out.append(output, pending[i].time);
         }
     } else if (timeMode == 2) {
         const uint64_t avg = average(min);
         bool written = false;
-        for (size_t i = 0; i < pendingTimes.size(); ++i) {
-            const uint64_t p = form.ps(pendingTimes[i]);
-            const uint8_t channel = pendingChans[i];
-            if ((keep && p < avg) || (p == avg && channel < output)) out.append(channel, pendingTimes[i]);
+        for (size_t i = head; i < pending.size(); ++i) {
+            const auto [raw, p, channel] = pending[i];
+            if ((keep && p < avg) || (p == avg && channel < output)) out.append(channel, raw);
             if (!written && (p > avg || (p == avg && channel < output))) {
                 out.append(output, form.raw(avg));
                 written = true;
             }
-            if ((keep && p > avg) || (p == avg && channel > output)) out.append(channel, pendingTimes[i]);
+            if ((keep && p > avg) || (p == avg && channel > output)) out.append(channel, raw);
         }
     }
     lastTime.fill(0);
-    pendingTimes.clear();
-    pendingChans.clear();
+    pending.clear();
+    head = 0;
 }
 
-void ReferenceCoincidence::piece(const StreamForm &form, EventView in, EventSink &out)
+void ReferenceCoincidence::piece(const StreamForm &streamForm, EventView in, EventSink &out)
 {
+    const StreamForm form = streamForm;
+    const ChannelFlags isMember = flagsOf(members);
+    const bool holdsBack = timeMode == 0 || timeMode == 2, passes = timeMode == 1 && keep, all = keep;
+    const bool bySync = form.t3 && !members.empty() && members.front() == 0;
+    const uint64_t span = window;
+    EventSink sink = out;
     lastTime.fill(~uint64_t{0});
-    const auto map = mapOf(members, output);
     for (uint64_t n = 0; n < in.count; ++n) {
-        const uint64_t t = in.times[n];
+        const uint64_t t = in.times[n], ps = form.ps(t), old = ps - span;
         const uint8_t ch = in.channels[n];
-        if (timeMode == 1 && keep) out.append(ch, t);
-        if (timeMode == 0 || timeMode == 2) {
-            pendingTimes.push_back(t);
-            pendingChans.push_back(ch);
-        }
-        const uint64_t old = form.ps(t) - window;
-        size_t i = 0;
-        if (map[ch] != 255) {
-            if (form.t3 && members.front() == 0) lastTime[0] = (t >> 15) * form.period;
-            lastTime[ch] = form.ps(t);
-            uint64_t min = lastTime[members[0]], max = min;
-            for (uint8_t member : members) {
-                const uint64_t v = lastTime[member];
-                if (v > max)
-                    max = v;
-                else
-                    min = std::min(min, v);
+        const bool member = isMember[ch];
+        if (passes) sink.append(ch, t);
+        if (holdsBack) pending.push_back({t, ps, ch});
+        if (member) {
+            if (bySync) lastTime[0] = (t >> 15) * form.period;
+            lastTime[ch] = ps;
+            uint64_t min = ~uint64_t{0}, max = 0;
+            for (uint8_t one : members) {
+                min = std::min(min, lastTime[one]);
+                max = std::max(max, lastTime[one]);
             }
-            if (max - min <= window && coincMode == 0) sliding(form, t, min, out);
-            if (max - min <= window && coincMode == 1) once(form, t, min, out);
-            if (timeMode != 0 && timeMode != 2) continue;
-            for (; i < pendingTimes.size() && form.ps(pendingTimes[i]) < old; ++i)
-                if (keep) out.append(pendingChans[i], pendingTimes[i]);
-        } else {
-            if (timeMode != 0 && timeMode != 2) continue;
-            for (; i < pendingTimes.size() && form.ps(pendingTimes[0]) < old; ++i)
-                if (keep || contains(members, pendingChans[i])) out.append(pendingChans[i], pendingTimes[i]);
+            if (max - min <= span) {
+                out = sink;
+                if (coincMode == 0) sliding(form, t, min, out);
+                if (coincMode == 1) once(form, t, min, out);
+                sink = out;
+            }
         }
-        if (i == 0) continue;
-        pendingTimes.erase(pendingTimes.begin(), pendingTimes.begin() + static_cast<ptrdiff_t>(i));
-        pendingChans.erase(pendingChans.begin(), pendingChans.begin() + static_cast<ptrdiff_t>(i));
+        if (!holdsBack) continue;
+        if (member) {
+            for (; head < pending.size() && pending[head].ps < old; ++head)
+                if (all) sink.append(pending[head].channel, pending[head].time);
+        } else if (head < pending.size() && pending[head].ps < old) {
+            for (; head < pending.size(); ++head)
+                if (all || isMember[pending[head].channel])
+                    sink.append(pending[head].channel, pending[head].time);
+        }
+        if (head == pending.size()) {
+            pending.clear();
+            head = 0;
+        } else if (head >= 4096) {
+            pending.erase(pending.begin(), pending.begin() + static_cast<ptrdiff_t>(head));
+            head = 0;
+        }
     }
+    out = sink;
 }
 
 void ReferenceCoincidence::finish(EventSink &out)
 {
     if (timeMode == 0 && keep)
-        for (size_t i = 0; i < pendingTimes.size(); ++i) out.append(pendingChans[i], pendingTimes[i]);
+        for (size_t i = head; i < pending.size(); ++i) out.append(pending[i].channel, pending[i].time);
 }
 
-void ReferenceDelay::piece(const StreamForm &form, EventView in, EventSink &out)
+void ReferenceDelay::piece(const StreamForm &streamForm, EventView in, EventSink &out)
 {
+    const StreamForm form = streamForm;
+    const uint8_t from = input, to = keep ? output : input;
+    const uint64_t later = delay;
+    const bool stays = keep;
+    EventSink sink = out;
     for (uint64_t i = 0; i < in.count; ++i) {
         const uint64_t t = in.times[i], tp = form.ps(t);
-        while (!times.empty() && !(tp < form.ps(times.front()))) {
-            out.append(channels.front(), times.front());
-            channels.pop_front();
-            times.pop_front();
-        }
-        if (in.channels[i] != input) {
-            out.append(in.channels[i], t);
+        for (; !held.empty() && held.front().ps <= tp; held.pop_front()) sink.append(to, held.front().time);
+        if (in.channels[i] != from) {
+            sink.append(in.channels[i], t);
             continue;
         }
-        channels.push_back(keep ? output : input);
-        if (keep) out.append(input, t);
-        times.push_back(form.t3 ? form.raw(delay + tp) : t + delay);
+        if (stays) sink.append(from, t);
+        const uint64_t raw = form.t3 ? form.raw(later + tp) : t + later;
+        held.push_back({raw, form.ps(raw)});
     }
+    out = sink;
 }
 
-void ReferenceHerald::piece(const StreamForm &form, EventView in, EventSink &out)
+void ReferenceHerald::piece(const StreamForm &streamForm, EventView in, EventSink &out)
 {
-    const bool bySync = form.t3 && herald == 0;
-    if (bySync) seen = true;
+    const StreamForm form = streamForm;
+    const ChannelFlags isGated = flagsOf(gated);
+    ChannelFlags outputOf{};
+    for (size_t i = gated.size(); i > 0; --i) outputOf[gated[i - 1]] = outputs[i - 1];
+    const bool bySync = form.t3 && herald == 0, stays = keep, outside = inverted;
+    const uint8_t by = herald;
+    const uint64_t open = delay, shut = delay + window;
+    EventSink sink = out;
+    seen |= bySync;
+    uint64_t h = last, before = previous;
+    bool wasSeen = seen;
     for (uint64_t i = 0; i < in.count; ++i) {
         const uint64_t t = in.times[i], tp = form.ps(t);
         const uint8_t ch = in.channels[i];
         if (bySync) {
-            last = (t >> 15) * form.period;
-        } else if (ch == herald) {
-            previous = last;
-            last = tp;
-            seen = true;
+            h = (t >> 15) * form.period;
+        } else if (ch == by) {
+            before = h;
+            h = tp;
+            wasSeen = true;
         }
-        const auto found = std::find(gated.begin(), gated.end(), ch);
-        if (found == gated.end()) {
-            out.append(ch, t);
-        } else if (!keep) {
-            if (inside(tp, last) != inverted) out.append(ch, t);
-        } else {
-            out.append(ch, t);
-            if (inside(tp, ch == herald ? previous : last) != inverted)
-                out.append(outputs[static_cast<size_t>(found - gated.begin())], t);
-        }
+        const uint64_t reference = stays && ch == by ? before : h;
+        const bool inside = wasSeen && tp >= open + reference && tp <= shut + reference;
+        if (stays || !isGated[ch] || inside != outside) sink.append(ch, t);
+        if (stays && isGated[ch] && inside != outside) sink.append(outputOf[ch], t);
     }
+    last = h;
+    previous = before;
+    seen = wasSeen;
+    out = sink;
 }
 
-void ReferenceSubStream::piece(const StreamForm &form, EventView in, EventSink &out)
+void ReferenceSubStream::piece(const StreamForm &streamForm, EventView in, EventSink &out)
 {
+    const StreamForm form = streamForm;
+    const uint64_t first = from, last = to;
+    EventSink sink = out;
     for (uint64_t i = 0; i < in.count; ++i) {
         const uint64_t tp = form.ps(in.times[i]);
-        if (!(tp < from) && !(tp > to)) out.append(in.channels[i], in.times[i]);
+        if (tp >= first && tp <= last) sink.append(in.channels[i], in.times[i]);
     }
+    out = sink;
 }
 
 void ReferenceCountRate::piece(const StreamForm &form, EventView in, EventSink &out)
 {
     counters.resize(rows);
     rates.resize(rows);
+    std::array<uint64_t, 256> counts{};
     for (uint64_t i = 0; i < in.count; ++i) {
-        const uint64_t tp = form.ps(in.times[i]);
         if (start == 0) {
-            start = tp;
+            start = form.ps(in.times[i]);
             firstSync = in.times[i] >> 15;
         }
-        if (in.channels[i] < counters.size()) ++counters[in.channels[i]];
-        out.append(in.channels[i], in.times[i]);
+        ++counts[in.channels[i]];
     }
+    for (size_t c = 0; c < rows && c < counts.size(); ++c) counters[c] += counts[c];
+    std::copy_n(in.times, in.count, out.times + out.count);
+    std::copy_n(in.channels, in.count, out.channels + out.count);
+    out.count += in.count;
     if (in.count == 0) return;
     const uint64_t last = in.times[in.count - 1], d = form.ps(last) - start;
     if (d < window) return;
@@ -228,8 +253,8 @@ Events passPiece(ReferenceStage &stage, const StreamForm &form, const Events &in
     // A coincidence can write two events for each that it holds, and holds what earlier pieces left.
     size_t pending = 0;
     if (const auto *coincidence = std::get_if<ReferenceCoincidence>(&stage))
-        pending = coincidence->pendingTimes.size();
-    if (const auto *delay = std::get_if<ReferenceDelay>(&stage)) pending = delay->times.size();
+        pending = coincidence->pending.size();
+    if (const auto *delay = std::get_if<ReferenceDelay>(&stage)) pending = delay->held.size();
     std::vector<uint64_t> times(4 * (in.size() + pending) + 16);
     std::vector<uint8_t> channels(times.size());
     EventSink sink{times.data(), channels.data()};

@@ -1,5 +1,6 @@
-// What the stages of a chain make of a stream, event by event in the plainest form and written apart from the
-// library. A stage keeps its state from piece to piece of a run.
+// What the stages of a chain make of a stream, event by event, written apart from the library and as one writes
+// it first who knows that a byte written may be any other: what a loop needs stands in locals. A stage keeps
+// its state from piece to piece of a run.
 #pragma once
 
 #include "plain/stream.h"
@@ -52,8 +53,13 @@ struct ReferenceCoincidence
     uint32_t coincMode, timeMode;
     bool keep;
 
-    std::vector<uint8_t> pendingChans{};
-    std::vector<uint64_t> pendingTimes{};
+    struct Pending
+    {
+        uint64_t time, ps;
+        uint8_t channel;
+    };
+    std::vector<Pending> pending{};
+    size_t head = 0; // the first that is still pending
     std::array<uint64_t, 256> lastTime{};
 
     void piece(const StreamForm &form, EventView in, EventSink &out);
@@ -71,8 +77,11 @@ struct ReferenceDelay
     uint64_t delay;
     bool keep;
 
-    std::deque<uint8_t> channels{};
-    std::deque<uint64_t> times{};
+    struct Held
+    {
+        uint64_t time, ps;
+    };
+    std::deque<Held> held{};
 
     void piece(const StreamForm &form, EventView in, EventSink &out);
 };
@@ -88,12 +97,6 @@ struct ReferenceHerald
     bool seen = false;
 
     void piece(const StreamForm &form, EventView in, EventSink &out);
-
-private:
-    bool inside(uint64_t ps, uint64_t reference) const
-    {
-        return !(ps < delay + reference) && !(ps > delay + window + reference) && seen;
-    }
 };
 
 struct ReferenceSubStream

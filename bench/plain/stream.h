@@ -40,7 +40,8 @@ struct StreamForm
     uint64_t ps(uint64_t raw) const
     {
         if (!t3) return raw;
-        return raw / 32768 * period + static_cast<uint64_t>(static_cast<double>(raw % 32768) * resolution);
+        return raw / 32768 * period + static_cast<uint64_t>(static_cast<int64_t>(
+                                          static_cast<double>(static_cast<int32_t>(raw % 32768)) * resolution));
     }
     uint64_t raw(uint64_t ps) const
     {
