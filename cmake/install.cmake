@@ -1,4 +1,4 @@
-# What `cmake --install` lays down: library, header, program, find_package(Tessel) and tessel.pc.
+# What `cmake --install` lays down: library, header, program with its manual and completion, find_package(Tessel) and tessel.pc.
 include(CMakePackageConfigHelpers)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Tessel)
@@ -7,6 +7,11 @@ install(TARGETS tessel EXPORT TesselTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS tessel_program RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/cli/completion.bash RENAME tessel
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+if(NOT TESSEL_SANITIZE)
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/cli/man1 DESTINATION ${CMAKE_INSTALL_MANDIR})
+endif()
 
 install(EXPORT TesselTargets NAMESPACE Tessel:: DESTINATION ${config_dir})
 file(WRITE ${PROJECT_BINARY_DIR}/TesselConfig.cmake "include(\"\${CMAKE_CURRENT_LIST_DIR}/TesselTargets.cmake\")\n")
