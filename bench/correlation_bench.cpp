@@ -1,20 +1,20 @@
-// Pair counting of two channels of one rate each. The plain loops are those that take an event at a time and
-// scan or walk its pairs as they are defined; they see the same stream turn by turn, and their counts must be
-// the same in the end. A stream goes on from turn to turn, so its times are new to the branch predictor.
+// Pair counting of two channels of one rate each. The plain loops are two cursors (g2), and a cursor for each
+// lag (FCS, FFCS); they see the same stream turn by turn, and their counts must be the same in the end. A
+// stream goes on from turn to turn, so its times are new to the branch predictor.
 #include "interleaved.h"
 #include "measurements/correlation_count.h"
 #include "measurements/correlation_setup.h"
 #include "plain/correlation.h"
-
-#include <hwy/targets.h>
+#include "targets.h"
 
 #include <algorithm>
 #include <cstring>
 #include <random>
+#include <span>
 #include <string>
+#include <utility>
 
 using namespace Tessel;
-using Plain::countCorrelationPlain;
 
 namespace {
 
@@ -31,7 +31,7 @@ struct Stream
     }
 };
 
-// Poissonian light on channels 1 and 2.
+// Poissonian light on channels 1 and 2, no two events at one time.
 Stream poissonian(uint64_t count, double ratePerChannel)
 {
     std::mt19937_64 random(3);
@@ -39,84 +39,87 @@ Stream poissonian(uint64_t count, double ratePerChannel)
     Stream stream;
     double now = 1;
     for (uint64_t i = 0; i < count; ++i) {
-        now += gap(random);
+        now += gap(random) + 1;
         stream.Times.push_back(static_cast<uint64_t>(now));
         stream.Channels.push_back(static_cast<uint8_t>(1 + random() % 2));
     }
     return stream;
 }
 
-template <class Count>
-void countInBlocks(CorrelationWork &work, const TimedEvents &events, const Count &count)
+void countInBlocks(CorrelationWork &work, const TimedEvents &events)
 {
     for (uint64_t at = 0; at < events.Count; at += correlationBlock)
-        count(work, TimedEvents{events.Times + at, events.Channels + at,
-                                std::min(correlationBlock, events.Count - at)});
+        countCorrelation(work, TimedEvents{events.Times + at, events.Channels + at,
+                                           std::min(correlationBlock, events.Count - at)});
 }
 
-bool isSame(const CorrelationWork &left, const CorrelationWork &right)
-{
-    for (size_t row = 0; row < corrRowCount; ++row)
-        if (!std::equal(left.Rows[row].get(), left.Rows[row].get() + left.Lags, right.Rows[row].get()))
-            return false;
-    return left.CorrCounts == right.CorrCounts;
-}
-
-void g2Case(benchmark::State &state, double rate)
+void g2Case(benchmark::State &state, Bench::Target target, double rate)
 {
     constexpr uint64_t turnEvents = 160'000;
+    const Bench::WithTarget only(target);
     const Stream stream = poissonian((Turns + 1) * turnEvents, rate);
     const CorrelationParams params{.CorrWindow = 1'000'000, .CorrBinWidth = 100};
-    auto fast = setUpCorrelation(StreamFacts(), params), plain = setUpCorrelation(StreamFacts(), params);
+    auto fast = setUpCorrelation(StreamFacts(), params);
+    Plain::PairLoop plain(params.CorrBinWidth, fast->Lags, stream.Times.size());
     uint64_t fastAt = 0, plainAt = 0;
     std::vector<uint64_t> copy(turnEvents);
     Bench::compare(
-        state, turnEvents,
-        [&] { countInBlocks(*fast, stream.part(turnEvents * fastAt++, turnEvents), countCorrelation); },
-        [&] { countInBlocks(*plain, stream.part(turnEvents * plainAt++, turnEvents), countCorrelationPlain); },
+        state, turnEvents, [&] { countInBlocks(*fast, stream.part(turnEvents * fastAt++, turnEvents)); },
+        [&] {
+            const TimedEvents events = stream.part(turnEvents * plainAt++, turnEvents);
+            plain.count(events.Times, events.Channels, events.Count);
+        },
         [&] { std::memcpy(copy.data(), stream.Times.data(), turnEvents * sizeof(uint64_t)); });
-    if (!isSame(*fast, *plain)) state.SkipWithError("other counts than the plain loop");
+    for (size_t row = 0; row < 2; ++row)
+        if (!std::ranges::equal(plain.rows[row], std::span(fast->Rows[row].get(), fast->Lags)))
+            state.SkipWithError("other counts than the plain loop");
 }
 
-// A scan takes as many steps as the window holds events, so it is timed on a few of them. `x_walk` compares
-// with the walk of a cursor per lag, `x_scan` with the scan.
-void lagsCase(benchmark::State &state, uint32_t mode, bool withSimd)
+// Of the bins in the window; `earlier` are the counts before the measured turns. FFCS may count a pair that is
+// exactly a lag old on either side of it.
+bool isSame(const CorrelationWork &work, const std::vector<uint64_t> &earlier, const Plain::LagLoop &plain)
+{
+    uint64_t different = 0;
+    for (size_t row = 0; row < corrRowCount; ++row)
+        for (size_t k = 0; k + 1 < work.Lags; ++k) {
+            const uint64_t counted = work.Rows[row][k] - earlier[row * work.Lags + k],
+                           expected = plain.rows[row][k];
+            different += counted > expected ? counted - expected : expected - counted;
+        }
+    return different <= (work.Params.CorrMode == CorrMode::FFCS ? 100u : 0u);
+}
+
+std::vector<uint64_t> allCounts(const CorrelationWork &work)
+{
+    std::vector<uint64_t> counts;
+    for (const auto &row : work.Rows) counts.insert(counts.end(), row.get(), row.get() + work.Lags);
+    return counts;
+}
+
+void lagsCase(benchmark::State &state, Bench::Target target, uint32_t mode)
 {
     constexpr double rate = 100e3;
-    constexpr uint64_t turnEvents = 8000, windowEvents = 240'000, scanned = 16;
+    constexpr uint64_t turnEvents = 32'000, windowEvents = 240'000;
+    const Bench::WithTarget only(target);
     const Stream stream = poissonian(windowEvents + (Turns + 1) * turnEvents, rate);
-    CorrelationParams params{
+    const CorrelationParams params{
         .CorrMode = mode, .CorrWindow = 1'000'000'000'000, .CorrSteps = 48, .CorrMinLag = 1'000'000};
     auto fast = setUpCorrelation(StreamFacts(), params);
-    params.CorrMode = CorrMode::FFCS;
-    auto walked = setUpCorrelation(StreamFacts(), params);
-    params.CorrMode = CorrMode::FCS;
-    auto scrap = setUpCorrelation(StreamFacts(), params);
-    countInBlocks(*fast, stream.part(0, windowEvents), countCorrelation);
-    countInBlocks(*walked, stream.part(0, windowEvents), countCorrelationPlain);
-
-    if (!withSimd) hwy::SetSupportedTargetsForTest(HWY_STATIC_TARGET);
-    std::vector<double> fastSeconds, walkSeconds, scanSeconds;
-    uint64_t at = windowEvents;
-    for (auto _ : state) {
-        const TimedEvents events = stream.part(at, turnEvents);
-        at += turnEvents;
-        walkSeconds.push_back(Bench::secondsOf([&] { countCorrelationPlain(*walked, events); }));
-        fastSeconds.push_back(Bench::secondsOf([&] { countCorrelation(*fast, events); }));
-        scanSeconds.push_back(Bench::secondsOf([&] {
-            for (uint64_t i = 0; i < scanned; ++i)
-                for (size_t row = 0; row < 2; ++row)
-                    scanLags(*scrap, row, fast->Rings[row], events.Times[turnEvents - 1] + i);
-        }));
-        state.SetIterationTime(fastSeconds.back());
-    }
-    hwy::SetSupportedTargetsForTest(0);
-    const double each = Bench::median(fastSeconds) / turnEvents;
-    state.counters["items_per_second"] = 1 / each;
-    state.counters["lags"] = static_cast<double>(fast->Lags);
-    state.counters["x_walk"] = Bench::median(walkSeconds) / turnEvents / each;
-    state.counters["x_scan"] = Bench::median(scanSeconds) / scanned / each;
-    if (mode == CorrMode::FFCS && !isSame(*fast, *walked)) state.SkipWithError("other counts than the walk");
+    Plain::LagLoop plain(fast->SearchLags, stream.Times.size());
+    const TimedEvents before = stream.part(0, windowEvents);
+    countInBlocks(*fast, before);
+    plain.count(before.Times, before.Channels, before.Count, false);
+    const std::vector<uint64_t> earlier = allCounts(*fast);
+    uint64_t fastAt = windowEvents, plainAt = windowEvents;
+    Bench::compare(
+        state, turnEvents,
+        [&] { countInBlocks(*fast, stream.part(std::exchange(fastAt, fastAt + turnEvents), turnEvents)); },
+        [&] {
+            const TimedEvents events = stream.part(std::exchange(plainAt, plainAt + turnEvents), turnEvents);
+            plain.count(events.Times, events.Channels, events.Count, true);
+        },
+        [] {});
+    if (!isSame(*fast, earlier, plain)) state.SkipWithError("other counts than the plain loop");
 }
 
 template <class... Arguments>
@@ -129,12 +132,11 @@ void registerCase(const std::string &name, Arguments... arguments)
 }
 
 const int registered = [] {
-    registerCase("g2/2x1Mcps/window:1us/bin:100ps", g2Case, 1e6);
-    registerCase("g2/2x10Mcps/window:1us/bin:100ps", g2Case, 10e6);
-    for (const bool withSimd : {true, false}) {
-        const std::string limits = std::string("/2x100kcps/1us..1s/") + (withSimd ? "simd" : "scalar");
-        registerCase("FCS" + limits, lagsCase, CorrMode::FCS, withSimd);
-        registerCase("FFCS" + limits, lagsCase, CorrMode::FFCS, withSimd);
+    for (const Bench::Target &target : Bench::targets()) {
+        registerCase("g2/2x1Mcps/window:1us/bin:100ps" + target.Suffix, g2Case, target, 1e6);
+        registerCase("g2/2x10Mcps/window:1us/bin:100ps" + target.Suffix, g2Case, target, 10e6);
+        registerCase("FCS/2x100kcps/1us..1s" + target.Suffix, lagsCase, target, CorrMode::FCS);
+        registerCase("FFCS/2x100kcps/1us..1s" + target.Suffix, lagsCase, target, CorrMode::FFCS);
     }
     return 0;
 }();

@@ -1,11 +1,12 @@
-// The measurements beside the histogram: the time trace against a loop that divides for every event, pairs
-// against the loop over single events, the unfold block against a copy of the same bytes. Every result is first
-// compared with that of the plain form.
+// The measurements beside the histogram: the time trace against a division and an increment for each event,
+// pairs against the loop over single events, the unfold block against a copy of the same bytes. Every result is
+// first compared with that of the plain form.
 #include "interleaved.h"
 #include "measurements/histogram_2d_count.h"
 #include "measurements/time_trace_count.h"
 #include "measurements/unfold.h"
 #include "plain/measurements.h"
+#include "targets.h"
 #include "word_streams.h"
 
 #include <cstring>
@@ -56,33 +57,39 @@ void compareWithCopy(benchmark::State &state, const Events &events, const Fast &
     });
 }
 
-template <class Time>
-void timeTraceCase(benchmark::State &state, const Time &time, const Events &events, uint64_t width)
+// The bins that the plain trace has must be among those of the window.
+bool isSameTrace(TimeTraceWork &window, const Plain::TraceLoop &plain)
 {
-    constexpr uint64_t bins = 10'000;
-    TimeTraceWork fast, plain;
-    fast.BinWidth = plain.BinWidth = width;
-    fast.allocate(Rows, bins);
-    plain.allocate(Rows, bins);
-    auto countFast = [&] {
-        timeTraceCount(fast, time, events.Times.data(), events.Channels.data(), events.Count);
-    };
-    auto countPlain = [&] {
-        timeTraceCountPlain(plain, time, events.Times.data(), events.Channels.data(), events.Count);
-    };
-    countFast();
-    countPlain();
-    std::vector<uint32_t> given(Rows * bins), expected(Rows * bins);
-    giveOutTrace(fast, given.data(), Rows, true);
-    giveOutTrace(plain, expected.data(), Rows, true);
-    if (given != expected) return state.SkipWithError("differs from the plain loop");
-    compareWithCopy(state, events, countFast, countPlain);
+    std::vector<uint32_t> given(Rows * plain.bins);
+    giveOutTrace(window, given.data(), Rows, true);
+    const uint64_t end = window.FirstBin; // of the bins given
+    for (uint64_t bin = plain.first; bin < end; ++bin)
+        for (uint64_t row = 0; row < Rows; ++row)
+            if (given[row * plain.bins + plain.bins - (end - bin)] !=
+                plain.trace[(bin - plain.first) * Rows + row])
+                return false;
+    return end > plain.first && end - plain.first <= plain.bins;
 }
 
-void timeTrace(benchmark::State &state, MeasMode mode, uint64_t width)
+void timeTrace(benchmark::State &state, Bench::Target target, MeasMode mode, uint64_t width)
 {
+    constexpr uint64_t bins = 10'000;
+    const Bench::WithTarget only(target);
     const Events events = eventStream(mode, 8);
-    withTimeOf(mode, [&](const auto &time) { timeTraceCase(state, time, events, width); });
+    TimeTraceWork work;
+    work.BinWidth = width;
+    work.allocate(Rows, bins);
+    Plain::TraceLoop plain{bins, width, Rows, {mode == MeasMode::T3, PeriodPs, Resolution}};
+    withTimeOf(mode, [&](const auto &time) {
+        auto countFast = [&] {
+            timeTraceCount(work, time, events.Times.data(), events.Channels.data(), events.Count);
+        };
+        auto countPlain = [&] { plain.count(events.Times.data(), events.Channels.data(), events.Count); };
+        countFast();
+        countPlain();
+        if (!isSameTrace(work, plain)) return state.SkipWithError("differs from the plain loop");
+        compareWithCopy(state, events, countFast, countPlain);
+    });
 }
 
 void histogram2d(benchmark::State &state, MeasMode mode, double slope, uint32_t syncs)
@@ -157,9 +164,11 @@ const int registered = [] {
     for (const bool isT2 : {true, false}) {
         const MeasMode mode = isT2 ? MeasMode::T2 : MeasMode::T3;
         const std::string suffix = isT2 ? "T2" : "T3";
-        for (const auto &width : widths)
-            configure(benchmark::RegisterBenchmark(("timeTrace" + suffix + "/" + width.name).c_str(), timeTrace,
-                                                   mode, width.width));
+        for (const Bench::Target &target : Bench::targets())
+            for (const auto &width : widths)
+                configure(benchmark::RegisterBenchmark(
+                    ("timeTrace" + suffix + "/" + width.name + target.Suffix).c_str(), timeTrace, target, mode,
+                    width.width));
         for (const double slope : {0.0, 0.25})
             for (const uint32_t syncs : isT2 ? std::vector<uint32_t>{1} : std::vector<uint32_t>{1, 8})
                 configure(benchmark::RegisterBenchmark(("histogram2d" + suffix +

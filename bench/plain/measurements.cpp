@@ -5,6 +5,62 @@
 
 namespace Plain {
 
+void countT3(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo, uint64_t numBins,
+             uint64_t rows)
+{
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t channel = channels[i], bin = times[i] & 0x7FFF;
+        if (channel < rows && bin < numBins) ++histo[numBins * channel + bin];
+    }
+}
+
+uint64_t countT2(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
+                 const T2Settings &settings, uint64_t lastReference)
+{
+    const auto [reference, binWidth, numBins, rows] = settings;
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint64_t channel = channels[i];
+        if (channel >= rows) continue;
+        if (lastReference != 0) {
+            const uint64_t bin = (times[i] - lastReference) / binWidth;
+            if (bin < numBins) ++histo[numBins * channel + bin];
+        }
+        if (channel == reference) lastReference = times[i];
+    }
+    return lastReference;
+}
+
+namespace {
+
+template <class Ps>
+void countTrace(TraceLoop &loop, const uint64_t *times, const uint8_t *channels, uint64_t count, Ps ps)
+{
+    const uint64_t bins = loop.bins, width = loop.width, rows = loop.rows;
+    uint32_t *trace = loop.trace.data();
+    uint64_t first = loop.first;
+    for (uint64_t i = 0; i < count; ++i) {
+        if (channels[i] >= rows) continue;
+        uint64_t bin = ps(times[i]) / width - first;
+        if (bin >= bins) {
+            std::fill(loop.trace.begin(), loop.trace.end(), 0u);
+            first += bin;
+            bin = 0;
+        }
+        ++trace[bin * rows + channels[i]];
+    }
+    loop.first = first;
+}
+
+} // namespace
+
+void TraceLoop::count(const uint64_t *times, const uint8_t *channels, uint64_t events)
+{
+    if (form.t3)
+        countTrace(*this, times, channels, events, [form = form](uint64_t raw) { return form.ps(raw); });
+    else
+        countTrace(*this, times, channels, events, [](uint64_t raw) { return raw; });
+}
+
 TraceReference::TraceReference(size_t rows, size_t binCount, uint64_t widthPs, StreamForm streamForm)
     : bins(binCount),
       width(widthPs),

@@ -1,5 +1,5 @@
-// What time traces and two-dimensional histograms should be, written apart from the library: event by event, in
-// the plainest form.
+// What histograms, time traces and two-dimensional histograms should be, written apart from the library: event
+// by event, in the plainest form. Those over arrays are what speeds are measured against.
 #pragma once
 
 #include "plain/stream.h"
@@ -9,6 +9,31 @@
 #include <vector>
 
 namespace Plain {
+
+// Events on channels below `rows`, which is at most 128; rows x numBins counts.
+void countT3(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo, uint64_t numBins,
+             uint64_t rows);
+
+struct T2Settings
+{
+    uint8_t reference;
+    uint64_t binWidth, numBins, rows; // ps
+};
+
+// The time of the last reference, 0: none, goes from call to call.
+uint64_t countT2(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
+                 const T2Settings &settings, uint64_t lastReference);
+
+// A division and an increment for each event. A trace that is full begins anew at the next bin.
+struct TraceLoop
+{
+    uint64_t bins, width, rows; // ps; rows at most 128
+    StreamForm form;
+    uint64_t first = 0;                                               // number of the first bin
+    std::vector<uint32_t> trace = std::vector<uint32_t>(bins * rows); // `rows` counts a bin
+
+    void count(const uint64_t *times, const uint8_t *channels, uint64_t events);
+};
 
 // A trace of `bins` bins of `widthPs`. A bin that is left behind without having been given out is given out as
 // zero.

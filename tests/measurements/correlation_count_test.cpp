@@ -4,7 +4,6 @@
 #include "measurements/correlation_result.h"
 #include "measurements/correlation_setup.h"
 #include "measurements/streamed.h"
-#include "plain/correlation.h"
 #include "support/reference_correlation.h"
 #include "support/simd_targets.h"
 
@@ -22,6 +21,16 @@ using namespace TestSupport;
 namespace {
 
 using Mode = CorrelationSettings::Mode;
+
+// Event by event, each scan and walk as it is defined.
+void countCorrelationPlain(CorrelationWork &work, const TimedEvents &events)
+{
+    if (work.Params.CorrMode == CorrMode::G2) return countG2Events(work, events);
+    const auto count = work.Params.CorrMode == CorrMode::FFCS ? walkLags : scanLags;
+    for (uint64_t i = 0; i < events.Count; ++i)
+        if (isCorrelated(work.Params, events.Channels[i]))
+            countLagsEvent(work, correlated(work.Params, events.Times[i], events.Channels[i]), count);
+}
 
 // How the times of a stream go on.
 struct StreamShape
