@@ -23,3 +23,8 @@ install(FILES ${PROJECT_BINARY_DIR}/TesselConfig.cmake ${PROJECT_BINARY_DIR}/Tes
 file(RELATIVE_PATH TESSEL_PC_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tessel.pc.in ${PROJECT_BINARY_DIR}/tessel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tessel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The Python package, which finds the library in the lib folder that it lies in.
+set(TESSEL_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Where the Python package goes, from the prefix")
+install(DIRECTORY python/tessel DESTINATION ${TESSEL_PYTHON_DIR} PATTERN __pycache__ EXCLUDE
+        PATTERN prefix EXCLUDE)

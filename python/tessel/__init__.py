@@ -1,0 +1,57 @@
+"""Tessel in Python: recordings and instruments of time-correlated single-photon counting.
+
+>>> with tessel.open("decay.tgx") as dev:
+...     decays = dev.histogram().wait()
+>>> decays.counts.shape
+(3, 32768)
+
+Times are whole picoseconds, or texts with a unit (``"2.5ns"``), or pint quantities. A run is a handle that works while
+Python does something else; its result is a record of NumPy arrays. ``tessel.capi`` has the functions of ``tessel.h``.
+"""
+
+from __future__ import annotations
+
+from ._open import DeviceInfo, devices, open, program, simulate
+from ._version import VERSION as __version__
+from .chain import Chain
+from .device import Device
+from .errors import (
+    DataLost,
+    DeviceError,
+    LibraryMissing,
+    PackageMissing,
+    RunError,
+    SettingError,
+    TesselError,
+)
+from .results import Histogram, Result, RunInfo, load
+from .run import Progress, Run
+from .settings import Input, Setting, Settings, Sync
+
+__all__ = [
+    "Chain",
+    "DataLost",
+    "Device",
+    "DeviceError",
+    "DeviceInfo",
+    "Histogram",
+    "Input",
+    "LibraryMissing",
+    "PackageMissing",
+    "Progress",
+    "Result",
+    "Run",
+    "RunError",
+    "RunInfo",
+    "Setting",
+    "SettingError",
+    "Settings",
+    "Sync",
+    "TesselError",
+    "__version__",
+    "devices",
+    "load",
+    "open",
+    "program",
+    "simulate",
+]

@@ -1,0 +1,128 @@
+"""A run as a handle: what it shows while it goes on, how it ends, and that its memory outlives whoever drops it."""
+
+from __future__ import annotations
+
+import asyncio
+import gc
+import os
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+import numpy as np
+import pytest
+
+import tessel
+
+
+def total(name: str) -> int:
+    with tessel.open(name) as dev:
+        return int(dev.histogram().wait().counts.sum())
+
+
+def test_a_result_grows_while_the_run_goes_on() -> None:
+    with tessel.open("long.tgx") as dev:
+        run = dev.histogram(reference=1, bins=1000)
+        live = run.result
+        assert live.info.running and not live.complete
+        with pytest.raises(TimeoutError):
+            run.wait(0)
+        sums = [int(update.counts.sum()) for update in run.updates(0.02)]
+        assert sums == sorted(sums) and len(set(sums)) > 2
+        assert live.counts is not run.result.counts and np.array_equal(live.counts, run.result.counts)
+        assert run.done and run.result.complete and run.progress.fraction == 1
+        assert run.result.verdict == "clean" and not run.result.info.running
+    with pytest.raises(ValueError):
+        run.result.counts[0, 0] = 1
+
+
+def test_stop_keeps_what_there_is() -> None:
+    with tessel.open("long.tgx") as dev:
+        run = dev.histogram(reference=1, bins=1000)
+        while run.progress.records == 0:
+            time.sleep(0.001)
+        run.stop()
+        result = run.wait(5)
+    assert 0 < result.info.description["NumRecs"] < 20_000_000 and not result.complete
+
+
+def test_await_and_async_for() -> None:
+    async def both() -> list[int]:
+        with tessel.open("decay.tgx") as one, tessel.open("decay.tgx") as other:
+            assert one.id != other.id
+            results = list(await asyncio.gather(one.histogram(), other.histogram()))
+            results += [last async for last in one.histogram()][-1:]
+            return [int(each.counts.sum()) for each in results]
+
+    assert asyncio.run(both()) == [total("decay.tgx")] * 3
+
+
+def test_other_threads_go_on_during_a_wait() -> None:
+    turns = 0
+
+    def spin(end: threading.Event) -> None:
+        nonlocal turns
+        while not end.wait(0.001):
+            turns += 1
+
+    end = threading.Event()
+    other = threading.Thread(target=spin, args=(end,))
+    other.start()
+    with tessel.open("long.tgx") as dev:
+        dev.histogram(reference=1, bins=1000).wait()
+    end.set()
+    other.join()
+    assert turns > 20
+
+
+def test_ctrl_c_ends_a_wait_and_the_result_stays() -> None:
+    with tessel.open(simulated=True) as dev:
+        run = dev.histogram()
+        threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
+        with pytest.raises(KeyboardInterrupt):
+            run.wait()
+        result = run.wait(5)
+    assert result.info.description["StopReason"] == "Manual"
+
+
+# Each starts runs whose arrays nobody holds; the memory is then reused, which the run must not notice.
+DROPS = {
+    "handle dropped": "dev.histogram(reference=1, bins=100000); gc.collect()",
+    "exception": "f(dev)",
+    "device dropped": "dev.histogram(reference=1); dev = None; gc.collect()",
+    "left open": "run = dev.histogram(reference=1)",
+    "next run": "[dev.histogram(reference=1, bins=100000) for _ in range(5)]",
+}
+
+
+@pytest.mark.parametrize("code", DROPS.values(), ids=DROPS)
+def test_memory_outlives_its_holders(code: str) -> None:
+    program = f"""
+import gc, numpy as np, tessel
+def f(dev):
+    dev.histogram(reference=1, bins=100000); raise ValueError
+dev = tessel.open("long.tgx")
+try:
+    {code}
+except ValueError:
+    pass
+others = [np.full(300000, 7, np.uint32) for _ in range(50)]
+import time; time.sleep(0.2)
+assert all((each == 7).all() for each in others)
+"""
+    environment = {**os.environ, "MALLOC_PERTURB_": "85"}
+    done = subprocess.run([sys.executable, "-c", program], env=environment, stderr=subprocess.PIPE, text=True, timeout=60)
+    assert (done.returncode, done.stderr) == (0, "")
+
+
+def test_dropped_memory_is_given_back() -> None:
+    from tessel import _library
+
+    with tessel.open("decay.tgx") as dev:
+        for _ in range(3):
+            dev.histogram()
+            assert len(_library._written) == 1
+        gc.collect()
+        dev.histogram().wait()
