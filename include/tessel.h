@@ -501,7 +501,9 @@ TESSEL_API bool setFFCSParams(const char16_t *id, uint64_t chan1, uint64_t chan2
                               double minLag, double maxLag, uint64_t steps);
 
 /* Measures the correlation that the last of the three functions above has set; initially g2 of channels 1 and
- * 2, window 1e6 ps, bins of 100 ps, normalised.
+ * 2, window 1e6 ps, bins of 100 ps, normalised. T of g2 is for each half the time between the first and the
+ * last event of the later channel, so a channel that starts late makes a step at lag 0; FCS counts once the
+ * longest lag has passed. tessel_getCorrelationCounts() gives what a normalisation without either needs.
  *   x   the lags in seconds, written before the run starts.
  *   y   the curve, written again and again during the run, and for the whole stream before the finished byte.
  *  - g2: x and y have 2 x M elements, bin centres in ascending order. y[M + k]: chan1 follows chan2, at bin k.
@@ -514,6 +516,42 @@ TESSEL_API bool setFFCSParams(const char16_t *id, uint64_t chan1, uint64_t chan2
  * true. */
 TESSEL_API bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, uint8_t save,
                                double *y, double *x, uint8_t *finished);
+
+/* FCS and FFCS, with `fromStart` 1: pairs count from the first event on, also in the time of the longest lag at
+ * the start. Initially 0. Always true. */
+TESSEL_API bool tessel_setCorrelationFromStart(const char16_t *id, uint8_t fromStart);
+
+/* What a correlation has counted, for a normalisation of the caller's own. The caller sets `size`, `capacity`
+ * and the arrays, each null or with room for `capacity` elements; the call sets the rest. */
+typedef struct tessel_correlation_counts
+{
+    size_t size;       /* sizeof(tessel_correlation_counts) */
+    uint64_t capacity; /* elements of each array; bins + 1 are needed */
+
+    /* [bins] pairs.  g2: [0] chan1 is later (lags above 0), [1] chan2 is later; [2], [3] aren't written.
+     * FCS, FFCS: [0] chan1 with itself, [1] both, chan1 is later, [2] both, chan2 is later, [3] chan2 with
+     * itself. A bin k holds the lags from edges[k] to below edges[k + 1]; FCS: above edges[k] to edges[k + 1];
+     * FFCS: exactly at an edge to either side. g2: a pair at equal times is in [0] and [1]. */
+    uint64_t *pairs[4];
+    uint64_t *edges; /* [bins + 1] ps */
+
+    /* [bins + 1] for chan1 and chan2: how many events could be the later one, and the earlier one, of a pair
+     * at the lag edges[k] in the time from the first event of the two channels to the last. FCS and FFCS from
+     * the start; else, and after a clearMeasure(), all that were counted. */
+    uint64_t *laterEvents[2], *earlierEvents[2];
+
+    uint64_t bins;
+    int32_t mode; /* 0 g2, 1 FCS, 2 FFCS */
+    uint64_t chan1, chan2;
+    uint64_t events[2];         /* counted on chan1 and chan2 */
+    uint64_t first[2], last[2]; /* ps; of the events of each that were counted; 0: none */
+    uint64_t selfPairs;         /* g2 of one channel: pairs of an event with itself in bin 0 of [0] and [1] */
+} tessel_correlation_counts;
+
+/* Counts of the correlation that runs on the device, or ran last. May wait for a block of events. False: there
+ * is none yet, the struct is of another version, or the capacity is above 0 but too small; then `bins` says
+ * how many there are. With capacity 0 no array is written. */
+TESSEL_API bool tessel_getCorrelationCounts(const char16_t *id, tessel_correlation_counts *counts);
 
 /* ------------------------------------------------------------------------------------------- manipulators
  * The chain of a device: stages, which events pass one after the other, in the order in which they were added,

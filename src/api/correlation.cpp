@@ -1,9 +1,13 @@
 #include "api/exports.h"
 #include "devices/source.h"
 #include "measurements/correlation_setup.h"
+#include "measurements/lag_reach.h"
+#include "measurements/measurement.h"
 #include "run/requests.h"
 #include "session/open_close.h"
+#include "threads/run_control.h"
 
+#include <algorithm>
 #include <cmath>
 
 using namespace Tessel;
@@ -105,5 +109,86 @@ bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, u
         startMeasurement(target, request, deviceLookUp);
         if (LogLevel.Api) // the run has begun
             tryToLog([&] { logFirstLag(target->device, target->context.Params.Correlation); });
+    });
+}
+
+bool tessel_setCorrelationFromStart(const char16_t *id, uint8_t fromStart)
+{
+    return guarded("tessel_setCorrelationFromStart", true, [&] {
+        DeviceRef target = deviceOf(id);
+        target->context.Params.Correlation.CorrFromStart = fromStart != 0;
+        if (LogLevel.Api)
+            logInf(LogCategory::Progress, "API tessel_setCorrelationFromStart {} @{}", fromStart,
+                   target->device.ID);
+        return true;
+    });
+}
+
+namespace {
+
+bool isG2(const CorrelationWork &work)
+{
+    return work.Params.CorrMode == CorrMode::G2;
+}
+
+// The last lag of FCS and FFCS has no bin of its own.
+uint64_t binsOf(const CorrelationWork &work)
+{
+    return isG2(work) || work.Lags == 0 ? work.Lags : work.Lags - 1;
+}
+
+void copyRows(const CorrelationWork &work, const tessel_correlation_counts &to)
+{
+    const uint64_t bins = binsOf(work);
+    for (size_t row = 0; row < (isG2(work) ? 2 : corrRowCount); ++row)
+        if (to.pairs[row]) std::copy_n(work.Rows[row].get(), bins, to.pairs[row]);
+    for (uint64_t k = 0; to.edges && k <= bins; ++k)
+        to.edges[k] = isG2(work) ? k * work.Params.CorrBinWidth : work.Grid.Edges[k];
+    for (size_t channel = 0; channel < 2; ++channel) {
+        auto fill = [&](uint64_t *events, auto eventsOf) {
+            if (!events) return;
+            if (isG2(work))
+                std::fill_n(events, bins + 1, work.CorrCounts[channel]);
+            else
+                std::ranges::copy(eventsOf(work, channel), events);
+        };
+        fill(to.laterEvents[channel], laterEvents);
+        fill(to.earlierEvents[channel], earlierEvents);
+    }
+}
+
+// False: the arrays are too small.
+bool handOutCounts(const CorrelationWork &work, tessel_correlation_counts &to)
+{
+    to.bins = binsOf(work);
+    to.mode = static_cast<int32_t>(work.Params.CorrMode);
+    to.chan1 = work.Params.CorrChan1;
+    to.chan2 = work.Params.CorrChan2;
+    std::ranges::copy(work.CorrCounts, to.events);
+    std::ranges::copy(work.FirstTime, to.first);
+    std::ranges::copy(work.LastTimes, to.last);
+    to.selfPairs = isG2(work) && to.chan1 == to.chan2 ? to.events[0] - work.NumAtZero : 0;
+    if (to.capacity <= to.bins) return to.capacity == 0;
+    copyRows(work, to);
+    return true;
+}
+
+} // namespace
+
+bool tessel_getCorrelationCounts(const char16_t *id, tessel_correlation_counts *counts)
+{
+    return guarded("tessel_getCorrelationCounts", false, [&] {
+        if (!counts || counts->size < sizeof(tessel_correlation_counts)) {
+            logErr(LogCategory::General,
+                   "API tessel_getCorrelationCounts: no place for the counts, or of another version");
+            return false;
+        }
+        counts->bins = 0;
+        DeviceRef target = deviceOf(id);
+        const auto run = currentRun(target->context);
+        if (!run || run->Request.Kind != MeasKind::Correlation) return false;
+        std::lock_guard lock(target->context.ManisLock);
+        const auto work = resultAs<Correlation>(*run).Work;
+        return work && handOutCounts(*work, *counts);
     });
 }

@@ -6,6 +6,7 @@
 #include "measurements/correlation_result.h"
 #include "measurements/correlation_setup.h"
 #include "measurements/frame.h"
+#include "measurements/lag_reach.h"
 #include "measurements/sequence_steps.h"
 #include "stream/times.h"
 
@@ -45,6 +46,7 @@ public:
         run.run->NewData = true;
         newDataStep(run);
         std::lock_guard lock(run.context.ManisLock);
+        keepEarlier(*result.Work);
         result.Work->Rings = {};
     }
 
@@ -124,6 +126,7 @@ private:
         MeasContext &context = run.context;
         CorrelationWork &work = *result.Work;
         Step step{events.Count, false};
+        noteAtZero(work, events);
         switch (context.SequenceMode) {
         case 1: step = stepByTime(events, context.SequencePeriodPs); break;
         case 2:
@@ -135,8 +138,21 @@ private:
             break;
         default: break;
         }
-        countCorrelation(work, events.first(step.Events));
+        countWhole(work, events.first(step.Events));
         return step;
+    }
+
+    // They come first, so this ends at the first event of almost every block.
+    static void noteAtZero(CorrelationWork &work, const TimedEvents &events)
+    {
+        for (uint64_t i = 0; i < events.Count && events.Times[i] == 0; ++i)
+            work.NumAtZero += events.Channels[i] == work.Params.CorrChan1;
+    }
+
+    static void countWhole(CorrelationWork &work, const TimedEvents &events)
+    {
+        noteLagsPassed(work, events);
+        countCorrelation(work, events);
     }
 
     Step stepByTime(const TimedEvents &events, uint64_t period)

@@ -69,7 +69,8 @@ void countLagsEvent(CorrelationWork &work, const CorrelatedEvent &event, CountPa
         if (push(work.Rings[channel], event.Time, work.Grid.Edges.back()) > 0) work.Gate = true;
         if (work.FirstTime[channel] == 0 && work.Gate) work.FirstTime[channel] = event.Time;
     };
-    if (work.FirstTime[0] == 0) work.Gate = false; // until the longest lag has passed once, also after a clear
+    if (work.FirstTime[0] == 0) // until the longest lag has passed once, also after a clear
+        work.Gate = work.Params.CorrFromStart;
     if (event.First) countOn(0);
     if (event.Second) countOn(1);
 }

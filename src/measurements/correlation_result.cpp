@@ -71,6 +71,8 @@ void clearCorrelation(CorrelationWork &work)
 {
     for (auto &row : work.Rows) std::fill_n(row.get(), work.Lags, 0);
     work.CorrCounts = work.FirstTime = work.LastTimes = {};
+    work.NumAtZero = 0;
+    work.WasCleared = true;
 }
 
 } // namespace Tessel

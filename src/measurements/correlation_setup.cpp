@@ -42,7 +42,9 @@ void setUpLags(CorrelationWork &work, const StreamFacts &facts)
 {
     work.Grid = lagGridOf(facts, work.Params);
     work.Lags = work.Grid.Edges.size();
-    work.Gate = false;
+    work.Gate = work.Params.CorrFromStart;
+    work.Reach.LaterFrom[0].assign(work.Lags, 0);
+    work.Reach.LaterFrom[1].assign(work.Lags, 0);
     work.SearchLags = lagsForSearch(work);
     if (work.Params.CorrMode == CorrMode::FCS) work.Bins = ageBins(work.SearchLags);
     for (auto &cursors : work.LagCursors) cursors.assign(work.SearchLags.size(), 0);

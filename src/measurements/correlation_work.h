@@ -31,6 +31,17 @@ struct PairSplit
     uint64_t StartsLeft = 0; // until it is chosen anew
 };
 
+// Which events could be the later one of a pair: at a lag, those that far from the first event of the two
+// channels. What could be the earlier one is found in the rings, until the run ends.
+struct LagReach
+{
+    uint64_t First = 0; // ps; 0: none yet
+    size_t Passed = 0;  // lags that lie before the latest event
+    // By channel, for each lag: events before First + lag, if it has passed.
+    std::array<std::vector<uint64_t>, 2> LaterFrom;
+    std::array<std::vector<uint64_t>, 2> Earlier; // by channel, for each lag, once the run has ended
+};
+
 struct CorrelationWork
 {
     CorrelationParams Params; // as they were at the run's start
@@ -49,8 +60,11 @@ struct CorrelationWork
     std::array<uint64_t, 2> CorrCounts{};             // events counted on each channel
     std::array<uint64_t, 2> FirstTime{}, LastTimes{}; // ps; first counted, last seen; 0: none
     bool Gate = true;                                 // FCS, FFCS: the longest lag has passed once
+    LagReach Reach;                                   // FCS, FFCS from the start
+    bool WasCleared = false;
+    uint64_t NumAtZero = 0;                    // g2: events of CorrChan1 at time 0, which have no pairs
     std::array<std::vector<uint32_t>, 2> Seen; // of each event of a block: times of the other ring before it
-    const RunControl *Control = nullptr; // of the run; null: there is none
+    const RunControl *Control = nullptr;       // of the run; null: there is none
 };
 
 } // namespace Tessel

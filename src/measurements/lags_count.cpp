@@ -25,7 +25,8 @@ bool isFFCS(const CorrelationWork &work)
 uint64_t regularFrom(const CorrelationWork &work)
 {
     const auto &lags = work.SearchLags;
-    if (!work.Gate || work.FirstTime[0] == 0 || lags.empty()) return never; // S1
+    const bool isOpen = work.Gate && (work.FirstTime[0] != 0 || work.Params.CorrFromStart);
+    if (!isOpen || lags.empty()) return never; // S1
     const bool ascend = work.Rings[0].isAscending() && work.Rings[1].isAscending();
     if (isFFCS(work) && (lags[0] == 0 || !ascend)) return never; // S4
     uint64_t from = 1;                                           // S3

@@ -8,7 +8,8 @@ bool holds(const CorrelationWork &work, const Stretch &stretch)
 {
     const bool isFFCS = work.Params.CorrMode == CorrMode::FFCS;
     const uint64_t firstLag = work.SearchLags.front();
-    bool all = work.Gate && work.FirstTime[0] != 0 && (!isFFCS || firstLag != 0); // S1, S4
+    bool all = work.Gate && (work.FirstTime[0] != 0 || work.Params.CorrFromStart); // S1
+    all &= !isFFCS || firstLag != 0;                                               // S4
     for (const TimeRing &ring : work.Rings) all &= holds(ring) && (!isFFCS || ring.isAscending());
     for (size_t r = 0; r < 2; ++r) {
         const uint64_t *times = work.Rings[r].behindTail(), *end = times + stretch.Count[r];

@@ -40,6 +40,7 @@ struct CorrelationParams
     uint64_t CorrBinWidth = 100;     // ps, g2
     uint64_t CorrMinLag = 50'000;    // ps, FCS and FFCS
     uint8_t CorrNormalize = 1;       // g2
+    bool CorrFromStart = false;      // FCS, FFCS: counts before the longest lag has passed
 };
 
 struct MeasParams

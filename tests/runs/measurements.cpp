@@ -7,9 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <numeric>
+#include <random>
 
 using namespace Plain;
 using namespace TestSupport;
@@ -218,4 +220,95 @@ TEST(CorrelationRun, WithoutAResultTheArraysStayAsTheyAre)
     EXPECT_TRUE(setFCSParams(nullptr, 1, 2, nullptr, -INFINITY, INFINITY, UINT64_MAX));
     EXPECT_TRUE(setFFCSParams(nullptr, 1, 2, nullptr, NAN, 1e300, 0));
     EXPECT_EQ(host.logged("ERR"), 0u);
+}
+
+namespace {
+
+struct RawCounts
+{
+    tessel_correlation_counts told{};
+    std::vector<uint64_t> pairs[4], edges, later[2], earlier[2];
+
+    RawCounts()
+    {
+        told.size = sizeof(told);
+        EXPECT_TRUE(tessel_getCorrelationCounts(nullptr, &told));
+        const size_t size = told.bins + 1;
+        auto room = [size](auto &values, uint64_t *&place) {
+            values.assign(size, 0);
+            place = values.data();
+        };
+        for (size_t row = 0; row < 4; ++row) room(pairs[row], told.pairs[row]);
+        for (size_t i = 0; i < 2; ++i)
+            room(later[i], told.laterEvents[i]), room(earlier[i], told.earlierEvents[i]);
+        room(edges, told.edges);
+        told.capacity = told.bins;
+        EXPECT_FALSE(tessel_getCorrelationCounts(nullptr, &told));
+        told.capacity = size;
+        EXPECT_TRUE(tessel_getCorrelationCounts(nullptr, &told));
+    }
+};
+
+// All pairs of all events, up to the longest lag, and who could be in one.
+void expectAllPairs(const Given &given, const CorrelationSettings &settings)
+{
+    SCOPED_TRACE(static_cast<int>(settings.mode));
+    Curves(settings).run();
+    const RawCounts counts;
+    std::vector<uint64_t> times[2];
+    for (const Event &event : given.events)
+        for (size_t c : {0, 1})
+            if (event.channel == (c ? settings.chan2 : settings.chan1))
+                times[c].push_back(given.form.ps(event.time));
+    const bool isG2 = settings.mode == Mode::G2, isFcs = settings.mode == Mode::FCS;
+    const uint64_t start = std::min(times[0][0], times[1][0]), end = std::max(times[0].back(), times[1].back());
+    const size_t ofRow[4][2] = {
+        {0, isG2 ? 1u : 0u}, {isG2 ? 1u : 0u, isG2 ? 0u : 1u}, {1, 0}, {1, 1}}; // later, earlier
+    for (size_t row = 0; row < (isG2 ? 2 : 4); ++row) {
+        std::vector<uint64_t> expected(counts.told.bins, 0);
+        for (const uint64_t later : times[ofRow[row][0]])
+            for (const uint64_t earlier : times[ofRow[row][1]])
+                for (size_t k = 0; later >= earlier && k < expected.size(); ++k) {
+                    const uint64_t lag = later - earlier + (isFcs ? uint64_t(-1) : 0); // to the end of a bin
+                    if (lag < UINT64_MAX && lag >= counts.edges[k] && lag < counts.edges[k + 1]) ++expected[k];
+                }
+        const double atEdges = settings.mode == Mode::FFCS ? 2 : 0; // these it takes to either side
+        for (size_t k = 0; k < expected.size(); ++k)
+            EXPECT_NEAR(counts.pairs[row][k], expected[k], atEdges) << row << " " << k;
+    }
+    for (size_t c : {0, 1}) {
+        EXPECT_EQ(counts.told.events[c], times[c].size());
+        EXPECT_EQ(counts.told.first[c], times[c].front());
+        EXPECT_EQ(counts.told.last[c], times[c].back());
+        for (size_t k = 0; k < counts.edges.size(); ++k) {
+            const uint64_t lag = isG2 ? 0 : counts.edges[k];
+            EXPECT_EQ(counts.later[c][k],
+                      std::ranges::count_if(times[c], [=](uint64_t t) { return t >= start + lag; }));
+            EXPECT_EQ(counts.earlier[c][k],
+                      std::ranges::count_if(times[c], [=](uint64_t t) { return t + lag <= end; }));
+        }
+    }
+}
+
+} // namespace
+
+TEST(CorrelationCounts, AreThoseOfAllPairsFromTheStart)
+{
+    std::mt19937 random(5);
+    std::vector<uint32_t> words;
+    for (uint32_t unit = 1; words.size() < 3000; unit += random() % 200)
+        words.push_back(t2Event(random() % channels, unit));
+    Host host;
+    ASSERT_FALSE(open(host, t2, words).empty());
+    tessel_correlation_counts none{};
+    none.size = sizeof(none);
+    EXPECT_FALSE(tessel_getCorrelationCounts(nullptr, &none));
+    tessel_setCorrelationFromStart(nullptr, 1);
+    const Given given{decodeT2(words, channels, resolution), channels + 1, {t2, periodPs, resolution}};
+    for (const uint64_t chan2 : {1, 2}) {
+        expectAllPairs(given, {.chan2 = chan2, .windowPs = 200'000, .binWidthPs = 4'000});
+        for (const Mode mode : {Mode::FCS, Mode::FFCS})
+            expectAllPairs(given,
+                           {.mode = mode, .chan2 = chan2, .windowPs = 300'001, .minLagPs = 300, .steps = 12});
+    }
 }
