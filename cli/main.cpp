@@ -4,6 +4,7 @@
 #include "program/exit_codes.h"
 #include "program/instrument.h"
 #include "program/interrupt.h"
+#include "program/nearest.h"
 #include "program/options.h"
 #include "program/output.h"
 #include "program/visible_text.h"
@@ -11,6 +12,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <exception>
 #include <new>
 #include <sstream>
@@ -52,13 +54,34 @@ int runCommand(const std::vector<Command> &commands, const HostOptions &options)
     return static_cast<int>(Exit::Usage); // not reached: the parser demands a command
 }
 
+// What the first word that the parser had no use for was probably meant to be; empty: nothing that is known.
+std::string meant(const CLI::App &program)
+{
+    const auto commands = program.get_subcommands();
+    const std::vector<std::string> left = program.remaining(true);
+    const auto wrong = std::ranges::find_if(
+        left, [&](const std::string &word) { return commands.empty() || word.starts_with('-'); });
+    if (wrong == left.end()) return {};
+    std::vector<std::string> known;
+    if (!wrong->starts_with('-')) {
+        for (const CLI::App *command : program.get_subcommands({})) known.push_back(command->get_name());
+        return nearestName(*wrong, known);
+    }
+    for (const CLI::App *app : {commands.empty() ? &program : commands.front(), &program})
+        for (const CLI::Option *option : app->get_options())
+            for (const std::string &name : option->get_lnames()) known.push_back("--" + name);
+    return nearestName(wrong->substr(0, wrong->find('=')), known);
+}
+
 // Help and version are results; anything else that the parser throws is wrong usage.
 int answerParser(const CLI::App &program, const CLI::ParseError &thrown)
 {
     if (thrown.get_exit_code() != 0) {
         const auto commands = program.get_subcommands(); // what was read up to here
         const std::string command = commands.empty() ? "" : commands.front()->get_name() + " ";
-        error(fmt::format("{} (see tessel {}--help)", visibleText(thrown.what()), command));
+        const std::string nearest = meant(program);
+        error(fmt::format("{}{} (see tessel {}--help)", visibleText(thrown.what()),
+                          nearest.empty() ? "" : fmt::format("; did you mean {}?", nearest), command));
         return static_cast<int>(Exit::Usage);
     }
     std::ostringstream text, ignored;

@@ -118,17 +118,22 @@ std::vector<int32_t> channelsSought(const ChainStage &stage)
     return channels;
 }
 
+void checkChannels(const Recording &recording, const ChainStage &stage, const std::string &name)
+{
+    for (const int32_t channel : channelsSought(stage))
+        if (channel >= recording.NumRows && (channel < firstMarker || channel > lastMarker))
+            throw Failure(Exit::Usage, fmt::format("{}: there is no channel {} here, only 0 (sync) to {}", name,
+                                                   channel, recording.NumRows - 1));
+}
+
 // Places where a stage looks for events that never come there, a sentence each.
 std::vector<std::string> doubtsOf(const PlacedStage &placed, const Recording &recording)
 {
-    const auto &[stage, first, made] = placed;
+    const ChainStage &stage = placed.Stage;
     std::vector<std::string> doubts;
     for (const int32_t channel : channelsSought(stage))
         if (doubtsSync(recording, stage, channel))
             doubts.push_back("a T3 stream has no events on channel 0 (sync)");
-        else if (channel >= first && (channel < firstMarker || channel > lastMarker))
-            doubts.push_back(
-                fmt::format("there is no channel {} here, only 0 (sync) to {}", channel, first - 1));
     if (stage.Kind == StageKind::Coincidence && stage.Mode == CoincidenceMode::Sliding &&
         stage.Time != CoincidenceTime::Last && !stage.Keep)
         doubts.push_back("sliding coincidences at the first or average time are dropped without keep");
@@ -205,6 +210,7 @@ PlacedChain placeChain(Recording &recording, const std::vector<ChainStage> &stag
     PlacedChain chain;
     for (const ChainStage &stage : stages) {
         const std::string name = fmt::format("--chain: stage {}, {}", chain.size() + 1, stageText(stage));
+        checkChannels(recording, stage, name);
         chain.push_back(place(recording, stage, name));
         for (const std::string &doubt : doubtsOf(chain.back(), recording)) warn(name + ": " + doubt);
     }

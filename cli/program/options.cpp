@@ -92,7 +92,9 @@ double optionValue(const char *option, const std::function<double()> &convert)
 uint64_t optionWholePs(const char *option, const std::string &text, uint64_t smallest)
 {
     const double ps = optionValue(option, [&] { return parseTimePs(text, "ps"); });
-    if (ps < static_cast<double>(smallest) || ps != std::floor(ps) || ps > 1e18)
+    constexpr double most = 1e18;
+    if (ps > most) throw Failure(Exit::Usage, fmt::format("{}: at most {}", option, timeText(most)));
+    if (ps < static_cast<double>(smallest) || ps != std::floor(ps))
         throw Failure(Exit::Usage, fmt::format("{}: whole picoseconds, at least {}ps", option, smallest));
     return static_cast<uint64_t>(ps);
 }

@@ -49,7 +49,8 @@ void start(const std::string &iniPath)
     if (deviceCount() > 0) restart();
     endRun(noDevice()); // settings don't change under a run
     loadSettingsIni(iniPath);
-    startLog(settings().LogFile, settings().LogConsole, logFolder(), programName, versionString());
+    startLog(settings().LogFile, settings().LogConsole, logFolder(), programName, versionString(),
+             settings().LogColours);
     loadSettingsIni(iniPath); // again: now its trace is kept
     traceApi(fmt::format("API loadSettingsIni {}", iniPath));
     traceApi(fmt::format("Init {}", versionString()));

@@ -249,7 +249,7 @@ std::string logLastError(std::string_view prefix, int error)
 }
 
 void startLog(bool fileOn, bool consoleOn, std::string_view logFolder, std::string_view programName,
-              std::string_view versionString)
+              std::string_view versionString, bool coloursOn)
 {
     LogState &state = logState();
     const std::lock_guard lock(state.RunLock);
@@ -271,6 +271,7 @@ void startLog(bool fileOn, bool consoleOn, std::string_view logFolder, std::stri
     writer.LogFolder = folder;
     writer.FileOn = fileOn;
     writer.ConsoleOn = consoleOn;
+    writer.ColoursOn = coloursOn;
     state.Writer = startWithoutSignals(std::move(writer));
     state.Running = true;
 }

@@ -122,7 +122,7 @@ void tryToLog(Lines lines) noexcept
 // Start and stop of the writer thread; called by the lifecycle of the library alone. `logFolder` and the names
 // are those of the banner lines and files.
 void startLog(bool fileOn, bool consoleOn, std::string_view logFolder, std::string_view programName,
-              std::string_view versionString);
+              std::string_view versionString, bool coloursOn = true);
 void stopLog();
 
 } // namespace Tessel

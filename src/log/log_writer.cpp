@@ -120,8 +120,9 @@ void writeRecord(LogWriter &writer, const LogRecord &record, std::time_t now)
     if (writer.FileOn) rotateIfNewDay(writer, now);
     std::string console;
     std::string line = logLine(record);
-    if (writer.ConsoleOn) console = colourSequence(lookOf(record.Severity).Colour) + line + "\n";
-    console += colourSequence(0); // each record resets the colour, with the console off too
+    if (writer.ConsoleOn) console = line + "\n";
+    if (writer.ConsoleOn && writer.ColoursOn) console.insert(0, colourSequence(lookOf(record.Severity).Colour));
+    if (writer.ColoursOn) console += colourSequence(0); // of each record, with the console off too
 
     if (writer.FileOn) writer.File.writeLine(std::move(line));
     if (writer.ConsoleText.size() + console.size() > PIPE_BUF) flushConsole(writer);

@@ -42,6 +42,7 @@ struct LogWriter
     std::string LogFolder; // normal form
     bool FileOn = false;
     bool ConsoleOn = false;
+    bool ColoursOn = true; // of the console
 
     int32_t LastDay = -1; // of the last record written while FileOn
     std::string CurrentFileName;

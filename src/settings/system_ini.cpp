@@ -96,6 +96,7 @@ constexpr KeyRule keyRules[] = {
     {"Paths", "Data", setDataPath},
     {"Log", "File", [](Settings &to, std::string_view value) { to.LogFile = iniBoolean(value, true); }},
     {"Log", "Console", [](Settings &to, std::string_view value) { to.LogConsole = iniBoolean(value, true); }},
+    {"Log", "Colours", [](Settings &to, std::string_view value) { to.LogColours = iniBoolean(value, true); }},
     {"LogLevel", "Api", [](Settings &, std::string_view value) { LogLevel.Api = iniBoolean(value, true); }},
     {"LogLevel", "Config",
      [](Settings &, std::string_view value) { LogLevel.Config = iniBoolean(value, false); }},

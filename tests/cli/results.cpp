@@ -86,6 +86,7 @@ TEST(Results, StandAloneOnStandardOutputOrInAFile)
     const Ended verbose = run(folder, "histogram light.tgx --verbose -o -");
     EXPECT_EQ(verbose.Out, plain.Out);
     EXPECT_TRUE(contains(verbose.Err, "OpenTGXFile")) << verbose.Err;
+    EXPECT_FALSE(contains(verbose.Err, "\033")) << "no colours in a pipe";
     EXPECT_EQ(output(folder, "histogram light.tgx -o decay.csv"), "");
     EXPECT_EQ(contents(folder.file("decay.csv")), plain.Out);
 }
