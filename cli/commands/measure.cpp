@@ -65,12 +65,18 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
               .Json = [&] { return measurement.Json(measured); }},
              measured);
     if (measured.From.MeasMode != 0) noteSpeed(measured.Run);
+    if (measurement.Notes)
+        for (std::string &text : measurement.Notes()) measured.Notes.push_back(std::move(text));
+    for (const std::string &text : measured.Notes) warn(text);
+    const std::string fault = measurement.Fault ? measurement.Fault() : "";
+    if (!fault.empty()) warn(fault);
     if (measurement.IsEmpty()) warn(fmt::format("nothing was counted: that needs {}", measurement.Needs));
     if (writesText(options, host))
         writeResult(options.Result.File,
                     options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
     if (!options.Result.PlotFile.empty()) drawResult(options.Result, measurement.Plot(measured));
-    return reportRun(measured);
+    const int code = reportRun(measured);
+    return code == 0 && !fault.empty() ? static_cast<int>(Exit::DataLost) : code;
 }
 
 void drawResult(const ResultOptions &options, const Plot &plot)
@@ -103,7 +109,8 @@ std::string helpText(const ResultHelp &help)
         "recordingLosses (null, or {{verdict, losses}} of the recording that is read or written)}} (of an\n"
         "instrument file, recordsInFile and recording are null), of an instrument live {{acquisitionMs,\n"
         "liveTimeMs, meanSyncRate [Hz], startRates and rates (at the end) {{sync, inputs}} [cps], instrument\n"
-        "(all that is set on it)}}, with --record recorded {{file, bytes, closed}}, and\n{}\n\n"
+        "(all that is set on it)}}, with --record recorded {{file, bytes, closed}},\n"
+        "notes [what to know before one relies on the result], and\n{}\n\n"
         "Examples:\n{}",
         help.About, help.HasUpdates ? updates : "", help.Csv, help.Schema, help.Keys, help.Examples);
 }
@@ -121,6 +128,7 @@ std::vector<std::string> firstNotes(const Measured &measured, std::string_view s
     if (!recording.isLive()) lines.push_back(fmt::format("file: {}", visibleText(recording.Path)));
     lines.push_back(fmt::format("device: {}, {}", visibleText(recording.Id), modeText(recording.MeasMode)));
     for (std::string &stage : chainNotes(measured.Chain)) lines.push_back(std::move(stage));
+    for (const std::string &text : measured.Notes) lines.push_back("note: " + text);
     return lines;
 }
 
@@ -195,6 +203,7 @@ boost::json::object firstKeys(const Measured &measured, std::string_view schema)
 {
     boost::json::object keys = recordingKeys(measured, schema);
     keys["run"] = outcomeJson(measured.From, measured.Run);
+    keys["notes"] = boost::json::array(measured.Notes.begin(), measured.Notes.end());
     if (measured.From.isLive() && measured.Run.Ended) keys["live"] = liveJson(measured);
     if (measured.Into) keys["recorded"] = recordedJson(measured);
     return keys;

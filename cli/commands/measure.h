@@ -61,6 +61,7 @@ struct Measured
     std::optional<NewRecording> Into; // that the run writes
     Recorded Written;                 // after the run, if it wrote one
     CountRates Rates;                 // after the run of an instrument
+    std::vector<std::string> Notes;   // on the result: what to know before one relies on it
 };
 
 // What a measurement function of the library takes beside its result.
@@ -83,6 +84,8 @@ struct Measurement
     std::function<std::string(const Measured &)> Csv;
     std::function<boost::json::object(const Measured &)> Json;
     std::function<Cli::Plot(const Measured &)> Plot;
+    std::function<std::vector<std::string>()> Notes = nullptr; // after the run
+    std::function<std::string()> Fault = nullptr; // after the run: why the result is none; empty: it is one
 };
 
 // The exit code.

@@ -40,14 +40,6 @@ struct RepairOptions
     bool Force = false;
 };
 
-object verified(const std::string &path, const std::string &shown)
-{
-    std::string text(16384, '\0'); // holds any
-    if (!tessel_verifyFile(LibraryPath(path).Text.c_str(), text.data(), text.size(), nullptr))
-        throw Failure(Exit::Failed, fmt::format("{}: {}", visibleText(shown), visibleText(libraryError())));
-    return boost::json::parse(text.c_str()).as_object();
-}
-
 Exit exitCodeOfVerdict(const object &found)
 {
     const auto &verdict = found.at("verdict").as_string();
@@ -112,7 +104,7 @@ int runVerify(const VerifyOptions &options, const HostOptions &host)
     const Session session(host);
     checkOutputs({options.File, host.IniPath}, outputsOf(options.Result), options.Result.Force);
     checkFile(options.File);
-    const object found = verified(options.File, options.File);
+    const object found = fileReport(options.File, options.File);
     writeResult(options.Result.File, verdictText(options, found));
     return static_cast<int>(exitCodeOfVerdict(found));
 }
@@ -133,7 +125,7 @@ int runRepair(const RepairOptions &options, const HostOptions &host)
     if (!out.WorkName) throw Failure(Exit::Usage, fmt::format("{}: not a file", out.Shown));
     if (!tessel_repairFile(LibraryPath(options.File).Text.c_str(), LibraryPath(out.WorkName).Text.c_str()))
         throw Failure(Exit::Failed, visibleText(libraryError()));
-    const object found = verified(out.WorkName, options.Repaired);
+    const object found = fileReport(out.WorkName, options.Repaired);
     const std::string side = sideFileOf(out.WorkName);
     complete(out);
     std::rename(side.c_str(), sideFileOf(out.Target).c_str()); // if there is one

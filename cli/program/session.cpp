@@ -109,6 +109,14 @@ std::string libraryError()
     return text;
 }
 
+boost::json::object fileReport(const std::string &path, const std::string &shown)
+{
+    std::string text(16384, '\0'); // holds any
+    if (!tessel_verifyFile(LibraryPath(path).Text.c_str(), text.data(), text.size(), nullptr))
+        throw Failure(Exit::Failed, fmt::format("{}: {}", visibleText(shown), visibleText(libraryError())));
+    return boost::json::parse(text.c_str()).as_object();
+}
+
 boost::json::value libraryText(int32_t which, const std::string &id)
 {
     const std::u16string wideId = std::filesystem::path(id).u16string();

@@ -88,6 +88,9 @@ void checkFile(const std::string &path);
 // What the library said of the call before; empty: nothing.
 std::string libraryError();
 
+// What tessel_verifyFile says of a file, which reads all of it. `shown`: its name in a Failure.
+boost::json::object fileReport(const std::string &path, const std::string &shown);
+
 // Opens the file as the current device. Throws Failure NoDevice if it can't be one.
 Recording openRecording(const std::string &path);
 

@@ -134,7 +134,7 @@ TEST(Answers, WarnOfWhatHasNoEffect)
     } cases[] = {
         {"histogram t2.tgx --bins 2", "nothing was counted"},
         {"g2 t2.tgx --chan1 0 --raw-counts", "nothing was counted"},
-        {"fcs t2.tgx", "nothing was counted"},
+        {"fcs t2.tgx --max-lag 10s --steps 9", "rest on few independent events"},
         {"hist2d t2.tgx", "nothing was counted"},
         {"trace t2.tgx --chain substream(9s;10s)", "nothing was counted"},
         {"simulate x.tgx --force --molecules 3 --duration 1ms",
@@ -152,7 +152,9 @@ TEST(Answers, WarnOfWhatHasNoEffect)
         EXPECT_TRUE(contains(ended.Err, row.Warning)) << row.Line << "\n" << ended.Err;
         EXPECT_EQ(contains(ended.Err, "tessel: warning: "), *row.Warning != '\0') << row.Line << ended.Err;
     }
-    EXPECT_TRUE(run(folder, "fcs t2.tgx").Out.ends_with(",nan,nan,nan\n"));
+    const Ended ended = run(folder, "fcs t2.tgx --chan1 0");
+    EXPECT_EQ(ended.Code, 4);
+    EXPECT_TRUE(contains(ended.Err, "the curve auto1 has no value")) << ended.Err;
 }
 
 TEST(Answers, HelpAndVersionAreResults)

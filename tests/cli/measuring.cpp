@@ -1,10 +1,13 @@
 // What the measuring commands count, on simulated light with known answers. Seeds are fixed, so a run can't
 // fail by chance; the bounds are five standard deviations.
 #include "run_program.h"
+#include "support/tgx_file.h"
+#include "support/words.h"
 
 #include <fmt/format.h>
 
 #include <cmath>
+#include <random>
 
 using namespace TestSupport;
 
@@ -105,6 +108,34 @@ TEST(Correlation, PairsAreThoseOfTheEvents)
     const auto result = json(folder, "g2 light.tgx --window 10us --bin-width 1us --raw-counts");
     EXPECT_EQ(numbers(result.at("values")), expected);
     EXPECT_FALSE(result.at("normalised").as_bool());
+}
+
+// Channel 2 has light in the second half of the time only.
+TEST(Correlation, G2HasNoStepWhereAChannelStartsLate)
+{
+    const TempFolder folder;
+    std::mt19937 random(3);
+    std::vector<uint32_t> words;
+    for (uint32_t unit = 1; unit < 20'000'000; unit += 1 + random() % 799)
+        words.push_back(t2Event(random() % 2 && unit > 10'000'000 ? 1 : 0, unit));
+    TgxFile::t2(2, 1000)
+        .tag("TTResult_NumberOfRecords", words.size())
+        .records(words)
+        .write((folder.path() / "late.tgx").string());
+    const std::string line = "g2 late.tgx --bin-width 1us --window 100us";
+    for (const bool each : {false, true}) {
+        const auto result = json(folder, line + (each ? " --span each" : ""));
+        const std::vector<double> values = numbers(result.at("values")), sigma = numbers(result.at("sigma"));
+        ASSERT_EQ(values.size(), 200u);
+        const double earlier = sum({values.begin(), values.begin() + 100}) / 100,
+                     later = sum({values.begin() + 100, values.end()}) / 100;
+        EXPECT_NEAR(later, 2.0 / 3, 0.02); // channel 1 has half as many events there
+        EXPECT_NEAR(earlier, each ? 1.0 / 3 : 2.0 / 3, 0.02);
+        EXPECT_NEAR(sigma[100], values[100] / std::sqrt(result.at("pairs").at(100).to_number<double>()), 1e-9);
+    }
+    const auto own = json(folder, "g2 late.tgx --chan1 2 --chan2 2 --bin-width 1us --window 100us");
+    EXPECT_EQ(own.at("selfPairs"), own.at("n1"));
+    EXPECT_NEAR(numbers(own.at("values"))[100], 1, 0.1);
 }
 
 // Two molecules in the focus, diffusion time 50 us, 5000 diffusion times: over ten seeds the amplitude of a
