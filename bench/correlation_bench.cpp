@@ -48,9 +48,10 @@ Stream poissonian(uint64_t count, double ratePerChannel)
 
 void countInBlocks(CorrelationWork &work, const TimedEvents &events)
 {
-    for (uint64_t at = 0; at < events.Count; at += correlationBlock)
-        countCorrelation(work, TimedEvents{events.Times + at, events.Channels + at,
-                                           std::min(correlationBlock, events.Count - at)});
+    const uint64_t block = blockOf(work.Params);
+    for (uint64_t at = 0; at < events.Count; at += block)
+        countCorrelation(
+            work, TimedEvents{events.Times + at, events.Channels + at, std::min(block, events.Count - at)});
 }
 
 void g2Case(benchmark::State &state, Bench::Target target, double rate)
@@ -96,7 +97,7 @@ std::vector<uint64_t> allCounts(const CorrelationWork &work)
     return counts;
 }
 
-void lagsCase(benchmark::State &state, Bench::Target target, uint32_t mode)
+void lagsCase(benchmark::State &state, Bench::Target target, uint32_t mode, unsigned threads)
 {
     constexpr double rate = 100e3;
     constexpr uint64_t turnEvents = 32'000, windowEvents = 240'000;
@@ -105,6 +106,8 @@ void lagsCase(benchmark::State &state, Bench::Target target, uint32_t mode)
     const CorrelationParams params{
         .CorrMode = mode, .CorrWindow = 1'000'000'000'000, .CorrSteps = 48, .CorrMinLag = 1'000'000};
     auto fast = setUpCorrelation(StreamFacts(), params);
+    Team helpers(threads - 1);
+    fast->Helpers = &helpers;
     Plain::LagLoop plain(fast->SearchLags, stream.Times.size());
     const TimedEvents before = stream.part(0, windowEvents);
     countInBlocks(*fast, before);
@@ -135,8 +138,11 @@ const int registered = [] {
     for (const Bench::Target &target : Bench::targets()) {
         registerCase("g2/2x1Mcps/window:1us/bin:100ps" + target.Suffix, g2Case, target, 1e6);
         registerCase("g2/2x10Mcps/window:1us/bin:100ps" + target.Suffix, g2Case, target, 10e6);
-        registerCase("FCS/2x100kcps/1us..1s" + target.Suffix, lagsCase, target, CorrMode::FCS);
-        registerCase("FFCS/2x100kcps/1us..1s" + target.Suffix, lagsCase, target, CorrMode::FFCS);
+        for (const unsigned threads : {1u, 2u}) {
+            const std::string suffix = target.Suffix + (threads > 1 ? "/2 threads" : "");
+            registerCase("FCS/2x100kcps/1us..1s" + suffix, lagsCase, target, CorrMode::FCS, threads);
+            registerCase("FFCS/2x100kcps/1us..1s" + suffix, lagsCase, target, CorrMode::FFCS, threads);
+        }
     }
     return 0;
 }();

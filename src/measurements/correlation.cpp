@@ -22,6 +22,13 @@ constexpr uint64_t eventsToLook = 1000;     // the clock is looked at where the 
 constexpr int64_t longBlockNs = 20'000'000; // what asks for a clear or an end waits no longer
 constexpr int64_t longTurnNs = 100'000'000; // nor what waits for ManisLock
 
+// A thread for each core counts the rows of FCS and FFCS.
+unsigned helperCount()
+{
+    constexpr unsigned mostThreads = 8;
+    return std::clamp(std::thread::hardware_concurrency(), 1u, mostThreads) - 1;
+}
+
 class CorrelationMeasurement
 {
 public:
@@ -29,7 +36,13 @@ public:
 
     explicit CorrelationMeasurement(Correlation &ofRun) : result(ofRun) {}
 
-    void prepare(RunRef &) { times.resize(correlationBlock); }
+    void prepare(RunRef &run)
+    {
+        mostEvents = longestBlock = blockOf(run.run->Params.Correlation);
+        times.resize(mostEvents);
+        std::lock_guard lock(run.context.ManisLock);
+        if (result.Work->Params.CorrMode != CorrMode::G2) result.Work->Helpers = &helpers;
+    }
 
     void count(RunRef &run, EventBatch batch, uint64_t, std::unique_lock<std::mutex> &manis)
     {
@@ -48,6 +61,7 @@ public:
         std::lock_guard lock(run.context.ManisLock);
         keepEarlier(*result.Work);
         result.Work->Rings = {};
+        result.Work->Helpers = nullptr;
     }
 
 private:
@@ -93,7 +107,7 @@ private:
     void adaptBlocks(int64_t tookNs)
     {
         if (tookNs > longBlockNs) longestBlock = std::max<uint64_t>(longestBlock / 2, 1);
-        if (tookNs < longBlockNs / 4) longestBlock = std::min(longestBlock * 2, correlationBlock);
+        if (tookNs < longBlockNs / 4) longestBlock = std::min(longestBlock * 2, mostEvents);
     }
 
     static void drop(RunRef &run, std::unique_lock<std::mutex> &manis)
@@ -184,10 +198,11 @@ private:
     Correlation &result;
     std::vector<uint64_t> times; // ps, of a T3 block
     bool hasOrigin = false;
-    uint64_t origin = 0;    // ps, of the present step of a time sequence
-    uint64_t counted = 0;   // events, markers and overflow records included
-    uint64_t countMark = 0; // events at the start of the present step of a count sequence
-    uint64_t longestBlock = correlationBlock;
+    uint64_t origin = 0;                       // ps, of the present step of a time sequence
+    uint64_t counted = 0;                      // events, markers and overflow records included
+    uint64_t countMark = 0;                    // events at the start of the present step of a count sequence
+    uint64_t mostEvents = 0, longestBlock = 0; // of a block
+    Team helpers{helperCount()};
 };
 
 void CorrThread(RunRef run, Correlation &result)

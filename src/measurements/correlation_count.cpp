@@ -137,7 +137,7 @@ uint64_t blockWithinReach(const CorrelationWork &work)
     case CorrMode::FCS: stepsOfEvent = std::min(entries, lags); break;
     default: stepsOfEvent = lags; break;
     }
-    return std::clamp<uint64_t>(steps / (stepsOfEvent + 1), 1, correlationBlock);
+    return std::clamp<uint64_t>(steps / (stepsOfEvent + 1), 1, blockOf(work.Params));
 }
 
 void countCorrelation(CorrelationWork &work, const TimedEvents &events)

@@ -17,13 +17,18 @@ struct TimedEvents
     TimedEvents first(uint64_t count) const { return {Times, Channels, count}; }
 };
 
-// Block loops take this many events at a time.
-inline constexpr uint64_t correlationBlock = 8000;
+// Block loops take this many events at a time. Of FCS and FFCS a block is worth sharing.
+inline constexpr uint64_t g2Block = 8000, lagsBlock = 32'000;
+
+inline uint64_t blockOf(const CorrelationParams &params)
+{
+    return params.CorrMode == CorrMode::G2 ? g2Block : lagsBlock;
+}
 
 // How many events may be counted between two looks at what is asked of the run, whatever pairs they have.
 uint64_t blockWithinReach(const CorrelationWork &work);
 
-// At most correlationBlock events.
+// At most a block of events.
 void countCorrelation(CorrelationWork &work, const TimedEvents &events);
 
 // g2, event by event, up to the first one after which an element that it counted last holds at least `limit`.

@@ -3,9 +3,11 @@
 
 #include "measurements/age_bins.h"
 #include "measurements/lag_grid.h"
+#include "measurements/rank_sums.h"
 #include "measurements/time_ring.h"
 #include "records/params.h"
 #include "records/run_control.h"
+#include "threads/team.h"
 
 #include <array>
 #include <cstdint>
@@ -24,11 +26,24 @@ inline constexpr uint32_t G2 = 0, FCS = 1, FFCS = 2;
 //   3 |                                          | CorrChan2 against ring 1: auto 2
 inline constexpr size_t corrRowCount = 4;
 
-// FCS: a row's pairs are counted one by one up to SearchLags[Bins], and by ranks beyond.
+// FCS: a row's pairs are counted one by one up to SearchLags[Bins], and by ranks from there on.
 struct PairSplit
 {
     uint64_t Bins = 0;
     uint64_t StartsLeft = 0; // until it is chosen anew
+    uint64_t Now = 0;        // bins of the stretch at hand: Bins or none
+};
+
+// FCS, FFCS: what any thread may count of a stretch while others count the rest of it. Each writes its row's
+// sums from From on, or what no other part has.
+enum class LagsPartKind { Pairs, Clipped, Ranks };
+
+struct LagsPart
+{
+    LagsPartKind Kind = LagsPartKind::Ranks;
+    size_t Row = 0;
+    uint64_t From = 0, To = 0;   // lags
+    std::vector<RankTie> Ties{}; // FFCS; kept for the next stretch
 };
 
 // Which events could be the later one of a pair: at a lag, those that far from the first event of the two
@@ -64,7 +79,13 @@ struct CorrelationWork
     bool WasCleared = false;
     uint64_t NumAtZero = 0;                    // g2: events of CorrChan1 at time 0, which have no pairs
     std::array<std::vector<uint32_t>, 2> Seen; // of each event of a block: times of the other ring before it
-    const RunControl *Control = nullptr;       // of the run; null: there is none
+    std::array<std::vector<uint64_t>, corrRowCount> Sums; // FCS, FFCS: of the ranks of a stretch, for each lag
+    std::array<std::vector<uint64_t>, corrRowCount>
+        Newest;                  // FCS: of each start of a stretch the stop before it
+    std::vector<LagsPart> Parts; // of a stretch; the first PartCount of them, the others keep their memory
+    uint64_t PartCount = 0;
+    Team *Helpers = nullptr;             // of the thread that counts; null: it counts alone
+    const RunControl *Control = nullptr; // of the run; null: there is none
 };
 
 } // namespace Tessel

@@ -10,11 +10,15 @@
 #include "measurements/rank_sums.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace Tessel {
 
 namespace {
+
+bool hidesTimes(const TimeRing &ring)
+{
+    return ring.VisibleFrom > ring.Head;
+}
 
 // The ranks of a lag beyond the window, summed. The ring drops times that aren't beyond such a lag, so the rank
 // isn't before the head that the ring would have at each start. `place`: at most the first rank.
@@ -31,6 +35,40 @@ uint64_t sumClipped(const RowStretch &row, uint64_t lag, uint64_t window, uint64
         sum += place;
     }
     return sum;
+}
+
+// The same where the heads alone matter: each is the rank of the newest stop at the window, and no start is so
+// long after its newest stop that the lag, which is longer than the window, takes in more than the head leaves.
+bool sumHeads(CorrelationWork &work, const RowStretch &row, uint64_t lag, uint64_t window, uint64_t &head,
+              uint64_t &sum)
+{
+    if (!row.Ring.isAscending() || hidesTimes(row.Ring) || row.end(0) == head) return false;
+    const uint64_t *stops = row.Ring.Times.get();
+    std::vector<uint64_t> &newest = work.Newest[row.Row];
+    newest.resize(row.Count);
+    uint64_t longest = 0;
+    for (uint64_t i = 0; i < row.Count; ++i) {
+        newest[i] = stops[row.end(i) - 1];
+        longest = std::max(longest, row.Starts[i] - newest[i]);
+    }
+    if (longest > lag - window) return false;
+    rankSums({newest.data(), row.Count, stops, &window, 1, &head, &sum});
+    return true;
+}
+
+void countClipped(CorrelationWork &work, const RowStretch &row, const LagsPart &part)
+{
+    const uint64_t window = work.Grid.Edges.back(), head = row.Ring.place(row.Ring.Head);
+    std::vector<uint64_t> &cursors = work.LagCursors[row.Row], &sums = work.Sums[row.Row];
+    const Ranks ranks = firstRanks(work, row, row.Ring.ordered(), row.Ring.place(row.Ring.visibleHead()), part);
+    for (uint64_t k = part.From; k < part.To; ++k) {
+        uint64_t place = head;
+        if (!sumHeads(work, row, work.SearchLags[k], window, place, sums[k])) {
+            place = ranks[k - part.From];
+            sums[k] = sumClipped(row, work.SearchLags[k], window, place);
+        }
+        cursors[k] = row.end(row.Count - 1) - place;
+    }
 }
 
 // Work on a start, in units of a rank.
@@ -94,44 +132,65 @@ uint64_t splitOf(CorrelationWork &work, const RowStretch &row, uint64_t bins)
     return split.Bins;
 }
 
-// The pairs of the first `bins` bins, one by one. `head`: place of the first stop that counts.
-void countPairs(CorrelationWork &work, const RowStretch &row, uint64_t head, uint64_t bins)
+// Before the head there is nothing that counts, so a fence there ends each search of pairs. Two rows may have
+// pairs with one ring.
+void fenceHead(TimeRing &ring, uint64_t before, bool isFirst)
 {
-    TimeRing &ring = work.Rings[row.Row % 2];
     uint64_t *stops = ring.Ordered ? ring.Ordered.get() : ring.Times.get();
-    const uint64_t *lags = work.SearchLags.data();
+    uint64_t &fence = stops[ring.place(ring.Head) - 1];
+    const bool isLower = static_cast<int64_t>(before) < static_cast<int64_t>(fence);
+    if (isFirst || isLower) fence = before;
+}
+
+// The pairs of the first bins, one by one.
+void countPairs(CorrelationWork &work, const RowStretch &row, uint64_t bins)
+{
+    const uint64_t *stops = row.Ring.ordered(), *lags = work.SearchLags.data();
     const uint64_t first = lags[0], last = lags[bins];
     uint64_t *counts = work.Rows[row.Row].get();
-    const uint64_t hidden = std::exchange(stops[head - 1], row.Starts[0] - last - 1); // ends each search
     for (uint64_t i = 0; i < row.Count; ++i) {
         const uint64_t start = row.Starts[i], *stop = stops + row.end(i);
         uint64_t age = start - *--stop;
         while (age <= first) age = start - *--stop;
         for (; age <= last; age = start - *--stop) ++counts[binOf(work.Bins, lags, age)];
     }
-    stops[head - 1] = hidden;
 }
 
 } // namespace
 
-void countFcsRow(CorrelationWork &work, const RowStretch &row)
+void addFcsParts(CorrelationWork &work, const RowStretch &row)
 {
+    const auto &lags = work.SearchLags;
+    const uint64_t window = work.Grid.Edges.back();
+    const auto inWindow =
+        static_cast<uint64_t>(std::upper_bound(lags.begin(), lags.end(), window) - lags.begin());
+    uint64_t split = inWindow > 0 ? splitOf(work, row, inWindow - 1) : 0;
+    if (hidesTimes(row.Ring)) split = 0; // there is no room for a fence
+    work.Splits[row.Row].Now = split;
+    if (split > 0) {
+        const bool isFirst = row.Row < 2 || work.Splits[row.Row - 2].Now == 0;
+        fenceHead(work.Rings[row.Row % 2], row.Starts[0] - lags[split] - 1, isFirst);
+        addPart(work, LagsPartKind::Pairs, row.Row, 0, split);
+    }
+    if (inWindow < lags.size()) addPart(work, LagsPartKind::Clipped, row.Row, inWindow, lags.size());
+    addRankParts(work, row.Row, split, inWindow);
+}
+
+void countFcsPart(CorrelationWork &work, const RowStretch &row, LagsPart &part)
+{
+    if (part.Kind == LagsPartKind::Pairs) return countPairs(work, row, part.To);
+    if (part.Kind == LagsPartKind::Clipped) return countClipped(work, row, part);
     const uint64_t *stops = row.Ring.ordered();
-    const uint64_t head = row.Ring.place(row.Ring.visibleHead()), window = work.Grid.Edges.back();
-    const auto &all = work.SearchLags;
-    const auto inWindow = static_cast<uint64_t>(std::upper_bound(all.begin(), all.end(), window) - all.begin());
-    const uint64_t split = inWindow > 0 ? splitOf(work, row, inWindow - 1) : 0;
-    if (split > 0) countPairs(work, row, head, split);
+    Ranks ranks = firstRanks(work, row, stops, row.Ring.place(row.Ring.visibleHead()), part);
+    rankSums({row.Starts, row.Count, stops, work.SearchLags.data() + part.From, part.To - part.From,
+              ranks.data(), work.Sums[row.Row].data() + part.From});
+    for (uint64_t k = part.From; k < part.To; ++k)
+        work.LagCursors[row.Row][k] = row.end(row.Count - 1) - ranks[k - part.From];
+}
 
-    const auto lags = std::span(all).subspan(split);
-    const auto cursors = std::span(work.LagCursors[row.Row]).subspan(split);
-    std::vector<uint64_t> ranks = firstRanks(row, stops, head, lags, cursors), sums(lags.size());
-    const uint64_t byRank = inWindow - split;
-    rankSums({row.Starts, row.Count, stops, lags.data(), byRank, ranks.data(), sums.data()});
-    for (uint64_t k = byRank; k < lags.size(); ++k) sums[k] = sumClipped(row, lags[k], window, ranks[k]);
-
-    for (size_t k = 0; k < lags.size(); ++k) cursors[k] = row.end(row.Count - 1) - ranks[k];
-    addDifferences(work.Rows[row.Row].get() + split, sums);
+void finishFcsRow(CorrelationWork &work, const RowStretch &row)
+{
+    addDifferences(work, row.Row, work.Splits[row.Row].Now);
 }
 
 } // namespace Tessel

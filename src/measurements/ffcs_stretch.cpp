@@ -17,16 +17,17 @@ namespace Tessel {
 namespace {
 
 // Adds to `sums` by how far the cursors rest behind the ranks, and takes the cursors, distances, from before
-// the first start to the last one, of which `ranks` are the ranks.
+// the first start to the last one, of which `ranks` are the ranks. Cursors and sums are those of all lags.
 //
 // Cursors[k] is where cursor k rests at start settled[k] - 1; from there to the present tie it rests at ranks.
-void resolveTies(const RowStretch &row, const std::vector<RankTie> &ties, const std::vector<uint64_t> &ranks,
+void resolveTies(const RowStretch &row, const LagsPart &part, const Ranks &ranks,
                  std::vector<uint64_t> &cursors, std::vector<uint64_t> &sums)
 {
-    std::vector<uint64_t> settled(cursors.size(), 0);
+    Ranks settled{};
     const uint64_t *stops = row.Ring.Times.get();
-    for (const RankTie &tie : ties) {
-        uint64_t &cursor = cursors[tie.Lag];
+    for (const RankTie &tie : part.Ties) {
+        const uint64_t lag = part.From + tie.Lag;
+        uint64_t &cursor = cursors[lag];
         if (settled[tie.Lag] != tie.Start) cursor = row.end(tie.Start - 1) - tie.RankBefore;
         uint64_t behindTies = tie.Rank;
         while (stops[behindTies] == stops[tie.Rank]) ++behindTies;
@@ -35,26 +36,40 @@ void resolveTies(const RowStretch &row, const std::vector<RankTie> &ties, const 
         const uint64_t place = cursor > end ? tie.Rank : std::clamp(end - cursor, tie.Rank, behindTies);
         cursor = end - place;
         settled[tie.Lag] = tie.Start + 1;
-        sums[tie.Lag] += place - tie.Rank;
+        sums[lag] += place - tie.Rank;
     }
-    for (size_t k = 0; k < cursors.size(); ++k)
-        if (settled[k] != row.Count) cursors[k] = row.end(row.Count - 1) - ranks[k];
+    for (uint64_t k = part.From; k < part.To; ++k)
+        if (settled[k - part.From] != row.Count) cursors[k] = row.end(row.Count - 1) - ranks[k - part.From];
+}
+
+// A cursor without a stop stays.
+bool hasStops(const RowStretch &row)
+{
+    return row.Ring.count() > 0 || row.seen(row.Count - 1) > 0;
 }
 
 } // namespace
 
-void countFfcsRow(CorrelationWork &work, const RowStretch &row)
+void addFfcsParts(CorrelationWork &work, const RowStretch &row)
 {
-    if (row.Ring.count() == 0 && row.seen(row.Count - 1) == 0) return; // a cursor without a stop stays
-    const std::vector<uint64_t> &lags = work.SearchLags;
-    std::vector<uint64_t> &cursors = work.LagCursors[row.Row];
+    if (hasStops(row)) addRankParts(work, row.Row, 0, work.SearchLags.size());
+}
+
+void countFfcsPart(CorrelationWork &work, const RowStretch &row, LagsPart &part)
+{
     const uint64_t *stops = row.Ring.Times.get();
-    std::vector<uint64_t> ranks = firstRanks(row, stops, row.Ring.place(row.Ring.Head), lags, cursors);
-    std::vector<uint64_t> sums(lags.size());
-    std::vector<RankTie> ties;
-    rankSums({row.Starts, row.Count, stops, lags.data(), lags.size(), ranks.data(), sums.data()}, ties);
-    resolveTies(row, ties, ranks, cursors, sums);
-    addDifferences(work.Rows[row.Row].get(), sums);
+    std::vector<uint64_t> &sums = work.Sums[row.Row];
+    Ranks ranks = firstRanks(work, row, stops, row.Ring.place(row.Ring.Head), part);
+    part.Ties.clear();
+    rankSums({row.Starts, row.Count, stops, work.SearchLags.data() + part.From, part.To - part.From,
+              ranks.data(), sums.data() + part.From},
+             part.Ties);
+    resolveTies(row, part, ranks, work.LagCursors[row.Row], sums);
+}
+
+void finishFfcsRow(CorrelationWork &work, const RowStretch &row)
+{
+    if (hasStops(row)) addDifferences(work, row.Row, 0);
 }
 
 } // namespace Tessel

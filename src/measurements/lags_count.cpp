@@ -114,20 +114,40 @@ void pushStretch(CorrelationWork &work, size_t channel, uint64_t count)
     work.LastTimes[channel] = ring.Latest;
 }
 
+// Whether it is worth waking the helpers: some tens of microseconds of work.
+bool isWorthSharing(const CorrelationWork &work, const Stretch &stretch)
+{
+    constexpr uint64_t ranks = 200'000;
+    return 2 * (stretch.Count[0] + stretch.Count[1]) * work.SearchLags.size() >= ranks;
+}
+
+template <class CountPart>
+void countParts(CorrelationWork &work, const Stretch &stretch, const CountPart &countPart)
+{
+    if (work.Helpers && isWorthSharing(work, stretch)) return work.Helpers->share(work.PartCount, countPart);
+    for (uint64_t part = 0; part < work.PartCount; ++part) countPart(part);
+}
+
 // Needs S1 to S5, and leaves an empty stretch.
 void countStretch(CorrelationWork &work, Stretch &stretch)
 {
     if (stretch.Count[0] + stretch.Count[1] == 0) return;
     assert(holds(work, stretch));
     for (size_t r = 0; r < 2; ++r) fence(work.Rings[r], stretch.Count[r]);
+    const bool isFCS = !isFFCS(work);
+    work.PartCount = 0;
     for (size_t row = 0; row < corrRowCount; ++row) {
-        const RowStretch part = rowStretch(work, stretch, row);
-        if (part.Count == 0) continue;
-        if (isFFCS(work))
-            countFfcsRow(work, part);
-        else
-            countFcsRow(work, part);
+        if (stretch.Count[row / 2] == 0) continue;
+        work.Sums[row].assign(work.SearchLags.size(), 0);
+        (isFCS ? addFcsParts : addFfcsParts)(work, rowStretch(work, stretch, row));
     }
+    countParts(work, stretch, [&](uint64_t index) {
+        LagsPart &part = work.Parts[index];
+        (isFCS ? countFcsPart : countFfcsPart)(work, rowStretch(work, stretch, part.Row), part);
+    });
+    for (size_t row = 0; row < corrRowCount; ++row)
+        if (stretch.Count[row / 2] > 0)
+            (isFCS ? finishFcsRow : finishFfcsRow)(work, rowStretch(work, stretch, row));
     for (size_t r = 0; r < 2; ++r)
         if (stretch.Count[r] > 0) pushStretch(work, r, stretch.Count[r]);
     stretch.Count = {};

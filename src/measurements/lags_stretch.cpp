@@ -64,21 +64,41 @@ uint64_t rankNear(const uint64_t *stops, uint64_t head, uint64_t end, uint64_t p
 
 } // namespace
 
-std::vector<uint64_t> firstRanks(const RowStretch &row, const uint64_t *stops, uint64_t head,
-                                 std::span<const uint64_t> lags, std::span<const uint64_t> cursors)
+void addPart(CorrelationWork &work, LagsPartKind kind, size_t row, uint64_t from, uint64_t to)
 {
-    std::vector<uint64_t> ranks(lags.size());
+    if (work.PartCount == work.Parts.size()) work.Parts.emplace_back();
+    LagsPart &part = work.Parts[work.PartCount++];
+    part.Kind = kind;
+    part.Row = row;
+    part.From = from;
+    part.To = to;
+}
+
+void addRankParts(CorrelationWork &work, size_t row, uint64_t from, uint64_t to)
+{
+    const uint64_t lags = to - from, parts = (lags + RankJob::LagsAtOnce - 1) / RankJob::LagsAtOnce;
+    for (uint64_t part = 0; part < parts; ++part)
+        addPart(work, LagsPartKind::Ranks, row, from + lags * part / parts, from + lags * (part + 1) / parts);
+}
+
+Ranks firstRanks(const CorrelationWork &work, const RowStretch &row, const uint64_t *stops, uint64_t head,
+                 const LagsPart &part)
+{
+    const std::vector<uint64_t> &cursors = work.LagCursors[row.Row];
+    Ranks ranks{};
     const uint64_t end = row.end(0), most = end - head;
-    for (size_t k = 0; k < lags.size(); ++k) {
-        const auto before = static_cast<int64_t>(row.Starts[0] - lags[k]);
-        ranks[k] = rankNear(stops, head, end, end - std::min(cursors[k], most), before);
+    for (uint64_t k = part.From; k < part.To; ++k) {
+        const auto before = static_cast<int64_t>(row.Starts[0] - work.SearchLags[k]);
+        ranks[k - part.From] = rankNear(stops, head, end, end - std::min(cursors[k], most), before);
     }
     return ranks;
 }
 
-void addDifferences(uint64_t *counts, const std::vector<uint64_t> &sums)
+void addDifferences(CorrelationWork &work, size_t row, uint64_t from)
 {
-    for (size_t k = 0; k + 1 < sums.size(); ++k) counts[k] += sums[k] - sums[k + 1];
+    const std::vector<uint64_t> &sums = work.Sums[row];
+    uint64_t *counts = work.Rows[row].get();
+    for (uint64_t k = from; k + 1 < sums.size(); ++k) counts[k] += sums[k] - sums[k + 1];
 }
 
 } // namespace Tessel

@@ -8,7 +8,7 @@
 
 #include "measurements/correlation_work.h"
 
-#include <span>
+#include <array>
 
 namespace Tessel {
 
@@ -46,17 +46,28 @@ struct RowStretch
 
 RowStretch rowStretch(const CorrelationWork &work, const Stretch &stretch, size_t row);
 
-// Need S1 to S5, and RankJob::StopsBehind fences behind the stops.
-void countFcsRow(CorrelationWork &work, const RowStretch &row);
-void countFfcsRow(CorrelationWork &work, const RowStretch &row);
+// The parts of a row, added to those of the work. Need S1 to S5, and RankJob::StopsBehind fences behind the
+// stops.
+void addFcsParts(CorrelationWork &work, const RowStretch &row);
+void addFfcsParts(CorrelationWork &work, const RowStretch &row);
+// A part of them; may throw, if memory is refused.
+void countFcsPart(CorrelationWork &work, const RowStretch &row, LagsPart &part);
+void countFfcsPart(CorrelationWork &work, const RowStretch &row, LagsPart &part);
+// When all parts of the row are counted.
+void finishFcsRow(CorrelationWork &work, const RowStretch &row);
+void finishFfcsRow(CorrelationWork &work, const RowStretch &row);
 
-// For each lag the rank of the first start. The search begins where the cursor stood, if stops that come leave
-// its distance from the newest one as it was. `cursors`: distances; `stops`: of the ring, ascending from `head`
-// on.
-std::vector<uint64_t> firstRanks(const RowStretch &row, const uint64_t *stops, uint64_t head,
-                                 std::span<const uint64_t> lags, std::span<const uint64_t> cursors);
+void addPart(CorrelationWork &work, LagsPartKind kind, size_t row, uint64_t from, uint64_t to);
+// Parts for the ranks of these lags, of about one size.
+void addRankParts(CorrelationWork &work, size_t row, uint64_t from, uint64_t to);
 
-// A bin gains the pairs between its two lags: the counts from `counts` on sums[k] - sums[k + 1].
-void addDifferences(uint64_t *counts, const std::vector<uint64_t> &sums);
+// For a part's lags the rank of the first start. The search begins where the cursor stood, if stops that come
+// leave its distance from the newest one as it was. `stops`: of the ring, ascending from `head` on.
+using Ranks = std::array<uint64_t, RankJob::LagsAtOnce>;
+Ranks firstRanks(const CorrelationWork &work, const RowStretch &row, const uint64_t *stops, uint64_t head,
+                 const LagsPart &part);
+
+// A bin from `from` on gains the pairs between its two lags: sums[k] - sums[k + 1].
+void addDifferences(CorrelationWork &work, size_t row, uint64_t from);
 
 } // namespace Tessel

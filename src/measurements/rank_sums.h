@@ -24,6 +24,7 @@ struct RankTie
 struct RankJob
 {
     static constexpr uint64_t StopsBehind = 8;
+    static constexpr uint64_t LagsAtOnce = 16; // more are done in groups
 
     const uint64_t *Starts;
     uint64_t StartCount; // above 0

@@ -23,7 +23,7 @@ namespace Tessel {
 namespace HWY_NAMESPACE {
 namespace {
 
-constexpr uint64_t LargestGroup = 16;
+constexpr uint64_t LargestGroup = RankJob::LagsAtOnce;
 
 struct RankSearch
 {

@@ -141,7 +141,7 @@ void compare(const CorrelationSettings &settings, const Works &works, const Stre
     std::mt19937 random(seed);
     ReferenceCorrelation reference(settings);
     for (size_t at = 0, piece = 0; at < stream.times.size(); ++piece) {
-        size_t longest = piece % 3 == 0 ? 5 : piece % 3 == 1 ? 200 : correlationBlock;
+        size_t longest = piece % 3 == 0 ? 5 : piece % 3 == 1 ? 200 : g2Block;
         size_t size = std::min<size_t>(1 + random() % longest, stream.times.size() - at);
         count(TimedEvents{stream.times.data() + at, stream.channels.data() + at, size});
         for (size_t i = at; i < at + size; ++i) reference.add(stream.times[i], stream.channels[i]);
@@ -221,7 +221,7 @@ TEST(CorrelationCount, RingsMoveUnderTheCursors)
     for (const CorrelationSettings &settings : both) {
         auto blocks = workOf(settings), events = workOf(settings);
         std::mt19937_64 random(14);
-        stream.inPieces(correlationBlock, random, [&](auto times, auto channels, size_t count) {
+        stream.inPieces(g2Block, random, [&](auto times, auto channels, size_t count) {
             countCorrelation(*blocks, {times, channels, count});
             countCorrelationPlain(*events, {times, channels, count});
         });
@@ -264,8 +264,8 @@ TEST(CorrelationCount, ARingBeyondItsMemoryIsRefused)
 {
     auto work = workOf({.mode = Mode::FCS, .windowPs = uint64_t{1} << 62, .steps = 2});
     work->Rings[0].MaxCapacity = 2 * TimeRing::MinCapacity;
-    std::array<uint64_t, correlationBlock> times;
-    std::array<uint8_t, correlationBlock> channels;
+    std::array<uint64_t, g2Block> times;
+    std::array<uint8_t, g2Block> channels;
     channels.fill(1);
     uint64_t now = 0;
     const auto countTo = [&](uint64_t events) {
