@@ -13,6 +13,7 @@ from __future__ import annotations
 
 from ._open import DeviceInfo, devices, open, program, simulate
 from ._version import VERSION as __version__
+from .blocks import Events
 from .chain import Chain
 from .device import Device
 from .errors import (
@@ -24,7 +25,7 @@ from .errors import (
     SettingError,
     TesselError,
 )
-from .results import Histogram, Result, RunInfo, load
+from .results import G2, Fcs, Hist2d, Histogram, Recorded, Result, RunInfo, Trace, load
 from .run import Progress, Run
 from .settings import Input, Setting, Settings, Sync
 
@@ -34,11 +35,16 @@ __all__ = [
     "Device",
     "DeviceError",
     "DeviceInfo",
+    "Events",
+    "Fcs",
+    "G2",
+    "Hist2d",
     "Histogram",
     "Input",
     "LibraryMissing",
     "PackageMissing",
     "Progress",
+    "Recorded",
     "Result",
     "Run",
     "RunError",
@@ -48,6 +54,7 @@ __all__ = [
     "Settings",
     "Sync",
     "TesselError",
+    "Trace",
     "__version__",
     "devices",
     "load",

@@ -15,8 +15,8 @@ from typing import Any, Dict, Iterable, List, Optional, Tuple, Union
 from . import _library, capi
 from .device import Device
 from .errors import DeviceError, LibraryMissing, TesselError
+from .results import PathLike
 
-PathLike = Union[str, "os.PathLike[str]"]
 Simulated = Union[bool, PathLike, Dict[str, Any]]
 
 _MODES = {"histogram": 0, "t2": 2, "t3": 3}
@@ -202,6 +202,9 @@ def open(  # noqa: A001 - tessel.open is meant to read like open
 def _open_file(path: Path) -> Device:
     absolute = path.absolute()
     text, folder = _unique_name(absolute)
+    header = _library.file_text(capi.tessel_getFileTags, str(text))
+    if not 0 < header["dataStart"] <= header["fileSize"]:
+        raise DeviceError(f"{path}: isn't a recording (its header can't be read)")
     buffer = ctypes.create_string_buffer(_IDS)
     opened = capi.tessel_openFile(os.fsencode(text), buffer, len(buffer))
     why = _library.last_error()

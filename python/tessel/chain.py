@@ -11,7 +11,7 @@ from .errors import SettingError
 from .units import Time, picoseconds, whole
 
 if TYPE_CHECKING:
-    from .device import Device
+    from .core import Core
 
 _COINCIDENCE_MODES = {"sliding": 0, "once": 1}
 _COINCIDENCE_TIMES = {"first": 0, "last": 1, "average": 2}
@@ -33,7 +33,7 @@ class Chain:
     (3, 4)
     """
 
-    def __init__(self, device: "Device") -> None:
+    def __init__(self, device: "Core") -> None:
         self._device = device
 
     @property
@@ -184,7 +184,7 @@ class Chain:
         """
         return self._added("addMCountRate", float(_at_most(picoseconds(window, "window"), "window")))
 
-    def import_stream(self, source: "Device", *channels: int, offset: Time = 0, start: bool = True) -> Tuple[int, ...]:
+    def import_stream(self, source: "Core", *channels: int, offset: Time = 0, start: bool = True) -> Tuple[int, ...]:
         """Merges channels of another device into this stream, each on a new channel.
 
         Parameters

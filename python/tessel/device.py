@@ -1,40 +1,35 @@
-"""A device: a recording that was opened, or an instrument. What can be asked of it, and what can be measured."""
+"""A device with its measurements, each of which starts a run and returns at once."""
 
 from __future__ import annotations
 
 import ctypes
-import dataclasses
-import os
-import tempfile
-import time
-from pathlib import Path
-from types import TracebackType
-from typing import Any, Callable, Dict, List, Optional, Tuple, Type, TypeVar, Union
+import math
+from typing import Any, Optional, Tuple, Union
 
 import numpy as np
 
 from . import _library, capi
 from ._library import Memory
-from .chain import Chain
-from .errors import DeviceError, RunError, TesselError
-from .results import Histogram, Result, RunInfo
+from .blocks import EventBlocks, WordBlocks
+from .core import Core
+from .results import G2, Fcs, Hist2d, Histogram, PathLike, Recorded, RunInfo, Trace, frozen
 from .run import Run
-from .settings import Input, Inputs, Settings, Sync
-from ._version import VERSION
-from .units import Time, milliseconds, picoseconds
-
-R = TypeVar("R", bound=Result)
-Path_ = Union[str, "os.PathLike[str]"]
+from .units import Time, picoseconds, whole
 
 _T2_BINS = 65536
-_IDS = 8192  # bytes that hold any id
-_KINDS = {"histogram": 8, "trace": 4, "correlation": 16, "hist2d": 64}
+_MOST_G2_BINS = 10_000_000  # a direction
 
 
-class Device:
+class Device(Core):
     """A recording or an instrument; made by ``tessel.open``.
 
     Its methods may be called from any thread. It has one run at a time: a new one ends the one before.
+
+    Parameters that all share: `duration`, how long an instrument measures (whole ms, by default until stopped; a
+    recording runs to its end), and `record`, a new file (.tgx) for what an instrument sends meanwhile.
+
+    All raise ``ValueError`` for a parameter out of its range, ``DeviceError`` if the device is closed, and ``RunError``
+    if the run can't begin. They block only until a run before has ended.
 
     Attributes
     ----------
@@ -52,142 +47,6 @@ class Device:
         The stages that events pass before they are counted.
     """
 
-    def __init__(self, device_id: str, path: Optional[Path], folder: Any = None) -> None:
-        # Made by open(), which counted a user of the library for it.
-        self.id = device_id
-        self.path = path
-        self._folder = folder
-        self._wide = capi.wide(device_id)
-        self._closed = False
-        self._run: Optional[Run[Any]] = None
-        self._tags: Optional[Dict[str, Any]] = None
-        self.settings = Settings(self)
-        self.inputs = Inputs(self.settings)
-        self.sync = Sync(self.settings)
-        self.chain = Chain(self)
-
-    # ------------------------------------------------------------------------------------- what the device is
-
-    @property
-    def is_file(self) -> bool:
-        """The device is a recording."""
-        return self.path is not None
-
-    @property
-    def config(self) -> Dict[str, Any]:
-        """Model, channels, mode, resolution and all parameters, as ``getDeviceConfig`` gives them."""
-        config: Dict[str, Any] = self._text(capi.TEXT_DEVICE)
-        if self.path is not None:
-            config["FileDevicePath"] = str(self.path)
-        return config
-
-    @property
-    def description(self) -> Dict[str, Any]:
-        """The run that goes on, or else the last one, as ``getMeasDescription`` gives it."""
-        description: Dict[str, Any] = self._text(capi.TEXT_DESCRIPTION)
-        return description
-
-    @property
-    def losses(self) -> Dict[str, Any]:
-        """The ledger of the run that goes on, or else of the last one: verdict, and what was lost by place."""
-        losses: Dict[str, Any] = self._text(capi.TEXT_LOSSES)
-        return losses
-
-    @property
-    def mode(self) -> str:
-        """``"T2"``, ``"T3"``, or ``"histogram"`` where the instrument counts by itself."""
-        return {2: "T2", 3: "T3"}.get(self.config["MeasMode"], "histogram")
-
-    @property
-    def num_inputs(self) -> int:
-        """Number of inputs, without the sync."""
-        return int(self.config["NumChans"])
-
-    @property
-    def resolution(self) -> int:
-        """Width of a dtime (T3), or unit of a time (T2), ps."""
-        config = self.config
-        return int(round(config["BaseResolution"] if config["MeasMode"] == 2 else config["Resolution"]))
-
-    @property
-    def sync_period(self) -> float:
-        """Period of the sync, ps; 0 where there is none."""
-        if self.is_file:
-            rate = float(self.description["AveSyncRate"])
-        else:
-            rate = float(self.rates[0])
-        return 1e12 / rate if rate > 0 else 0.0
-
-    @property
-    def rates(self) -> Tuple[int, ...]:
-        """Counts per second now: of the sync, then of each input. Of a recording those that it was made with."""
-        with _library.lock:
-            sync = ctypes.c_int32()
-            rates = np.zeros(64, np.int32)
-            self._select()
-            count = capi.getCountRates(ctypes.byref(sync), rates)
-        return (sync.value, *(int(each) for each in rates[:count]))
-
-    @property
-    def channels(self) -> Tuple[str, ...]:
-        """Name of each row of a result: the sync, the inputs, the channels of the chain."""
-        names = ["Sync"]
-        for number, each in enumerate(self.config["ChansCfg"], start=1):
-            names.append(each.get("Name") or f"Channel {number}")
-        return (*names, *self.chain.channel_names())
-
-    @property
-    def tags(self) -> Dict[str, Any]:
-        """Header of the recording: ``tags`` with name, index, type and value, version, size."""
-        if self.path is None:
-            raise DeviceError(f"{self.id}: an instrument has no header")
-        if self._tags is None:
-            self._tags = _library.file_text(capi.tessel_getFileTags, self._known_path())
-        return self._tags
-
-    @property
-    def records(self) -> int:
-        """Records of the recording, overflows included; 0 for an instrument."""
-        if self.path is None:
-            return 0
-        return max(0, int(self.tags["fileSize"]) - int(self.tags["dataStart"])) // 4
-
-    # ---------------------------------------------------------------------------------------------- its life
-
-    def close(self) -> None:
-        """Stops a run, waits for its end, and closes the device. Its results stay."""
-        if self._closed:
-            return
-        try:
-            self._end_run()
-        finally:
-            self._closed = True
-            with _library.lock:
-                capi.getNumAllChans(self._wide)
-                capi.closeDevice(0)
-            _library.leave()
-            if self._folder is not None:
-                self._folder.cleanup()
-
-    def __enter__(self) -> "Device":
-        return self
-
-    def __exit__(
-        self, kind: Optional[Type[BaseException]], error: Optional[BaseException], trace: Optional[TracebackType]
-    ) -> None:
-        self.close()
-
-    def __del__(self) -> None:
-        if not getattr(self, "_closed", True):
-            self.close()
-
-    def __repr__(self) -> str:
-        if self._closed:
-            return f"<Device {self.id}: closed>"
-        return f"<Device {self.id}: {self.config['Model']}, {self.mode}, {self.num_inputs} inputs>"
-
-    # ------------------------------------------------------------------------------------------ measurements
-
     def histogram(
         self,
         duration: Optional[Time] = None,
@@ -195,7 +54,7 @@ class Device:
         bin_width: Optional[Time] = None,
         bins: Optional[int] = None,
         reference: Optional[int] = None,
-        record: Optional[Path_] = None,
+        record: Optional[PathLike] = None,
     ) -> Run[Histogram]:
         """Counts each channel by the time since the sync (T3) or since a reference channel (T2).
 
@@ -205,30 +64,19 @@ class Device:
 
         Parameters
         ----------
-        duration : time, optional
-            How long an instrument measures, whole ms; by default until stopped. A recording runs to its end.
         bin_width : time, optional
             T2: width of a bin, by default 100 ps.
         bins : int, optional
             T2: number of bins, by default 65536.
         reference : int, optional
             T2: the channel that times count from, by default 0, the sync.
-        record : path, optional
-            Also record the stream of an instrument, in a file that isn't there yet.
+        duration, record : optional
+            As for every measurement.
 
         Returns
         -------
         Run of Histogram
             ``counts`` of shape (rows, bins).
-
-        Raises
-        ------
-        ValueError
-            A parameter is out of range, or is for T2 and the device isn't.
-        DeviceError
-            The device is closed.
-        RunError
-            The run can't begin.
 
         Examples
         --------
@@ -253,142 +101,326 @@ class Device:
         parameters = {"bin_width": width, "bins": shape[1], "reference": reference or 0}
 
         def build(info: RunInfo) -> Histogram:
-            return Histogram(info, _read_only(counts), _read_only(edges), width, reference or 0, period)
+            return Histogram(info, frozen(counts), frozen(edges), width, reference or 0, period)
 
         def start(memory: Memory, ms: int, save: int) -> None:
             capi.getHistogram(self._wide, ms, 0, save, counts, memory.finished)
 
         return self._begin("histogram", parameters, Memory(counts=counts), start, build, duration, record)
-
-    # -------------------------------------------------------------------------------- what measurements share
-
-    def _begin(
+    def g2(
         self,
-        kind: str,
-        parameters: Dict[str, Any],
-        memory: Memory,
-        start: Callable[[Memory, int, int], None],
-        build: Callable[[RunInfo], R],
-        duration: Optional[Time],
-        record: Optional[Path_],
-    ) -> Run[R]:
-        ms = 0 if duration is None else milliseconds(duration)
-        self._end_run()
-        with _library.lock:
-            self._check_open()
-            path = None if record is None else self._new_recording(record)
-            info = RunInfo(
-                source=str(self.path or self.id),
-                parameters={"kind": kind, "duration_ms": ms, **parameters},
-                config=self.config,
-                description=self.description,
-                chain=self.chain.stages,
-                channels=self.channels,
-                recorded=path,
-                version=VERSION,
-            )
-            run = Run(self, memory, build, info, ms)
-            self._run = run
-            _library.start_writing(memory, lambda: start(memory, ms, 0 if path is None else 1))
-            why = _library.last_error()
-        if why:
-            self._end_run()
-            raise RunError(f"{info.source}: {why}", run.result)
-        return run
+        chan1: int = 1,
+        chan2: int = 2,
+        *,
+        window: Time = "1us",
+        bin_width: Time = "1ns",
+        duration: Optional[Time] = None,
+        record: Optional[PathLike] = None,
+    ) -> Run[G2]:
+        """Correlates two channels in linear bins, in both directions, as in a Hanbury Brown-Twiss experiment.
 
-    def _end_run(self) -> None:
-        run = self._run
-        if run is None or self._closed:
-            return
-        run.stop()
-        while not run.done:
-            time.sleep(0.001)
-        run.result  # takes what the library says of this run while it is the last one
+        Parameters
+        ----------
+        chan1, chan2 : int
+            The channels; at lags above 0 `chan1` comes later.
+        window : time
+            The longest lag, in each direction.
+        bin_width : time
+            From the resolution of the device to 1 ms.
+        duration, record : optional
+            As for every measurement.
 
-    def _info_of_run(self, info: RunInfo, running: bool, stopped: bool, before: Dict[str, Any]) -> RunInfo:
-        description = self.description
-        ledger = self.losses
-        if running:
-            complete = False
+        Returns
+        -------
+        Run of G2
+            ``values`` of shape (2 M,), M = `window` / `bin_width`; uncorrelated light is at 1.
+
+        Examples
+        --------
+        >>> with tessel.open("emitter.tgx") as dev:
+        ...     dip = dev.g2(window="100ns", bin_width="1ns").wait()
+        >>> bool(dip.values[99:101].mean() < 0.2 < 0.8 < dip.values[:20].mean())
+        True
+        """
+        self._check_channel(chan1, "chan1")
+        self._check_channel(chan2, "chan2")
+        width, longest = picoseconds(bin_width, "bin_width"), picoseconds(window, "window")
+        if not self.resolution <= width <= 10**9:
+            raise ValueError(f"bin_width: from the resolution, {self.resolution} ps, to 1 ms, not {bin_width!r}")
+        bins = longest // width
+        if not 1 <= bins <= _MOST_G2_BINS:
+            raise ValueError(f"window: from 1 to {_MOST_G2_BINS} bins, not {bins}")
+        self._set("setG2Params", chan1, chan2, float(longest), float(width), 1)
+        values = np.full(2 * bins, np.nan)
+        lags = np.zeros(2 * bins)
+        edges = (np.arange(2 * bins + 1, dtype=np.int64) - bins) * width
+        parameters = {"chan1": chan1, "chan2": chan2, "window": longest, "bin_width": width}
+
+        def build(info: RunInfo) -> G2:
+            return G2(info, frozen(values), frozen(edges), chan1, chan2, width)
+
+        def start(memory: Memory, ms: int, save: int) -> None:
+            capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
+
+        return self._begin("g2", parameters, Memory(values=values, lags=lags), start, build, duration, record)
+
+    def fcs(
+        self,
+        chan1: int = 1,
+        chan2: int = 2,
+        *,
+        min_lag: Time = "1us",
+        max_lag: Time = "100ms",
+        steps: int = 100,
+        fast: bool = False,
+        duration: Optional[Time] = None,
+        record: Optional[PathLike] = None,
+    ) -> Run[Fcs]:
+        """Correlates two channels in logarithmic bins, as in fluorescence correlation spectroscopy.
+
+        Counting begins when the longest lag has passed, so a recording must be longer than that.
+
+        Parameters
+        ----------
+        chan1, chan2 : int
+            The channels.
+        min_lag, max_lag : time
+            Bounds of the bins; `min_lag` is at least the base resolution.
+        steps : int
+            Number of bins, up to 1,000,000.
+        fast : bool
+            Count in the faster way for long lags and high rates; a bin then holds its lower end and not its upper.
+        duration, record : optional
+            As for every measurement.
+
+        Returns
+        -------
+        Run of Fcs
+            ``auto1``, ``cross`` and ``auto2`` of shape (points,); uncorrelated light is at 0.
+
+        Examples
+        --------
+        >>> with tessel.open("cells.tgx") as dev:
+        ...     curve = dev.fcs(min_lag="1us", max_lag="10ms", steps=40).wait()
+        >>> bool(0.7 < curve.cross[0] < 1.3 and abs(curve.cross[-1]) < 0.2)  # one molecule in the focus
+        True
+        """
+        self._check_channel(chan1, "chan1")
+        self._check_channel(chan2, "chan2")
+        shortest, longest = picoseconds(min_lag, "min_lag"), picoseconds(max_lag, "max_lag")
+        if longest <= shortest:
+            raise ValueError(f"max_lag: above min_lag, not {max_lag!r}")
+        if not 1 <= steps <= 1_000_000:
+            raise ValueError(f"steps: from 1 to 1000000, not {steps}")
+        count = ctypes.c_uint64()
+        name = "setFFCSParams" if fast else "setFCSParams"
+        self._set(name, chan1, chan2, ctypes.byref(count), float(shortest), float(longest), steps)
+        points = count.value
+        if points == 0:
+            raise ValueError("min_lag, max_lag: no bin of the resolution lies between them")
+        values = np.full((3, points + 1), np.nan)
+        lags = np.zeros(points)
+        parameters = {"chan1": chan1, "chan2": chan2, "min_lag": shortest, "max_lag": longest}
+        parameters.update(steps=steps, fast=fast)
+
+        def build(info: RunInfo) -> Fcs:
+            # The library has them in seconds, which are whole picoseconds.
+            centres = np.rint(lags * 1e12)
+            auto1, cross, auto2 = (frozen(row[:points]) for row in values)
+            return Fcs(info, frozen(centres), auto1, cross, auto2, chan1, chan2, fast)
+
+        def start(memory: Memory, ms: int, save: int) -> None:
+            capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
+
+        return self._begin("fcs", parameters, Memory(values=values, lags=lags), start, build, duration, record)
+
+    def trace(
+        self,
+        bin_width: Time = "10ms",
+        *,
+        span: Optional[Time] = None,
+        duration: Optional[Time] = None,
+        record: Optional[PathLike] = None,
+    ) -> Run[Trace]:
+        """Counts each channel in bins of time, of equal width.
+
+        Parameters
+        ----------
+        bin_width : time
+            Width of a bin.
+        span : time, optional
+            How much of the end is kept; by default the whole recording, of an instrument 10 s.
+        duration, record : optional
+            As for every measurement.
+
+        Returns
+        -------
+        Run of Trace
+            ``counts`` of shape (rows, bins); what lies before the start of the run isn't in it.
+
+        Examples
+        --------
+        >>> with tessel.open("decay.tgx") as dev:
+        ...     rates = dev.trace("10ms").wait()
+        >>> rates.counts.shape
+        (3, 50)
+        """
+        width = picoseconds(bin_width, "bin_width")
+        if span is not None:
+            kept = picoseconds(span, "span", width) // width
         elif self.is_file:
-            complete = int(description["NumRecs"]) == self.records
+            kept = math.ceil(self._length_ps() * 1.001 / width) + 1  # clocks differ a little
         else:
-            endless = info.parameters["duration_ms"] == 0
-            complete = description["StopReason"] in ("TimeOver", "OverFlow") or (endless and stopped)
-        return dataclasses.replace(
-            info,
-            description=description,
-            losses=ledger["losses"],
-            verdict=ledger["verdict"],
-            recording=ledger["recording"],
-            complete=complete,
-            running=running,
-        )
+            kept = max(1, 10**13 // width)
+        # One column more than is kept: the library publishes nothing if it has only one. Half a picosecond a bin
+        # keeps the width clear of the rounding of seconds.
+        columns = kept + 1
+        if columns > 2**31 - 1:
+            raise ValueError(f"bin_width: {columns} bins are too many")
+        self._set("setTimeTraceNumBins", columns)
+        self._set("setTimeTraceHistorySize", (width + 0.5) * columns * 1e-12)
+        counts = np.zeros(self._shape("trace"), np.uint32)
+        end = np.zeros(1, np.uint64)
 
-    def _new_recording(self, record: Path_) -> str:
-        if self.is_file:
-            raise ValueError("record: an instrument's stream is recorded, a recording isn't")
-        path = Path(record).absolute()
-        if path.suffix != ".tgx" or "\\" in str(path):
-            raise ValueError(f"{path}: the name of a recording ends in .tgx and has no backslash")
-        if path.exists() or path.with_suffix(".losses.json").exists():
-            raise FileExistsError(f"{path}: is there already")
-        if not os.access(path.parent, os.W_OK | os.X_OK):
-            raise PermissionError(f"{path.parent}: no file can be made here")
-        self._select()
-        capi.setTGXFilePath(os.fsencode(path))
-        return str(path)
+        def build(info: RunInfo) -> Trace:
+            last = int(end[0])
+            shown = min(kept, last)
+            edges = np.arange(last - shown, last + 1, dtype=np.int64) * width
+            return Trace(info, frozen(counts[:, columns - shown :]), frozen(edges), width)
 
-    def _shape(self, kind: str) -> Tuple[int, int]:
-        rows, columns = ctypes.c_uint64(), ctypes.c_uint64()
-        ok = self._call("tessel_getResultShape", _KINDS[kind], ctypes.byref(rows), ctypes.byref(columns), None)
-        if not ok:
-            raise ValueError(_library.with_reason(f"{kind}: no run of this device has such a result, or it is too big"))
-        return rows.value, columns.value
+        def start(memory: Memory, ms: int, save: int) -> None:
+            capi.getTimeTrace(self._wide, ms, 0, save, counts, end, memory.finished)
 
-    def _check_channel(self, channel: int, what: str) -> None:
-        rows = self._call("getNumAllChans")
-        if not 0 <= channel < rows:
-            raise ValueError(f"{what}: channels go from 0 (sync) to {rows - 1}, not {channel}")
+        parameters = {"bin_width": width, "span": kept * width}
+        return self._begin("trace", parameters, Memory(counts=counts, end=end), start, build, duration, record)
 
-    # ------------------------------------------------------------------------------------------ to the library
+    def hist2d(
+        self,
+        chan_x: int = 1,
+        chan_y: int = 2,
+        *,
+        start: int = 0,
+        bin_width: Union[Time, Tuple[Time, Time]] = "100ps",
+        bins: Union[int, Tuple[int, int]] = 100,
+        offset: Union[Time, Tuple[Time, Time]] = 0,
+        over_threshold: bool = False,
+        slope: float = 0.0,
+        duration: Optional[Time] = None,
+        record: Optional[PathLike] = None,
+    ) -> Run[Hist2d]:
+        """Counts pairs of events by the times of both since a reference.
 
-    def _check_open(self) -> None:
-        if self._closed:
-            raise DeviceError(f"{self.id}: the device is closed")
+        Parameters
+        ----------
+        chan_x, chan_y : int
+            Whose times are x and y.
+        start : int
+            T2: the channel that times count from. T3: the sync of the event, whatever is given.
+        bin_width, bins, offset : time or int, or a pair of them
+            Of x and y, or of both; an offset is subtracted from the times.
+        over_threshold : bool
+            y is the time on `chan_y` less that on `chan_x`.
+        slope : float
+            ps that are added to x per ps of y.
+        duration, record : optional
+            As for every measurement.
 
-    def _call(self, name: str, *arguments: Any) -> Any:
-        """A function whose first argument is the id."""
+        Returns
+        -------
+        Run of Hist2d
+            ``counts`` of shape (bins of y, bins of x).
+        """
+        for channel, what in ((start, "start"), (chan_x, "chan_x"), (chan_y, "chan_y")):
+            self._check_channel(channel, what)
+        widths = [picoseconds(each, "bin_width") for each in _pair(bin_width)]
+        offsets = [picoseconds(each, "offset", 0) for each in _pair(offset)]
+        numbers = [whole(each, "", "bins") for each in _pair(bins)]
+        if min(numbers) < 1:
+            raise ValueError(f"bins: at least 1, not {bins!r}")
         with _library.lock:
-            self._check_open()
-            return getattr(capi, name)(self._wide, *arguments)
+            self._set("setHisto2dParams", start, chan_x, chan_y, *offsets, *widths, *numbers)
+            self._select()
+            self._set("setHisto2dTotMode", int(over_threshold), float(slope))
+        counts = np.zeros(self._shape("hist2d"), np.uint32)
+        x, y = (np.arange(number + 1, dtype=np.int64) * width for number, width in zip(numbers, widths))
+        parameters = {"chan_x": chan_x, "chan_y": chan_y, "start": start, "bin_width": widths, "bins": numbers}
+        parameters.update(offset=offsets, over_threshold=over_threshold, slope=slope)
 
-    def _set(self, name: str, *arguments: Any) -> None:
-        if self._call(name, *arguments) is False:
-            raise TesselError(_library.with_reason(f"{self.id}: {name} was refused"))
+        def build(info: RunInfo) -> Hist2d:
+            return Hist2d(info, frozen(counts), frozen(x), frozen(y), chan_x, chan_y)
 
-    def _select(self) -> None:
-        """Makes this the current device; the lock is held."""
-        self._check_open()
-        capi.getNumAllChans(self._wide)
+        def begin(memory: Memory, ms: int, save: int) -> None:
+            capi.get2dHistogram(self._wide, ms, 0, save, counts, memory.finished)
 
-    def _text(self, which: int) -> Any:
-        with _library.lock:
-            self._check_open()
-            return _library.text_of(which, self._wide)
+        return self._begin("hist2d", parameters, Memory(counts=counts), begin, build, duration, record)
 
-    def _stop(self) -> None:
-        if not self._closed:
-            self._call("stopMeasure")
+    def record(self, path: PathLike, duration: Optional[Time] = None) -> Run[Recorded]:
+        """Records what an instrument sends, in a file that isn't there yet.
 
-    def _known_path(self) -> str:
-        return str(self.path) if self._folder is None else str(next(Path(self._folder.name).glob("*.tgx")))
+        Parameters
+        ----------
+        path : path
+            The recording, its name ends in .tgx.
+        duration : time, optional
+            Whole ms; by default until stopped.
+
+        Returns
+        -------
+        Run of Recorded
+            The file is whole when the run is done.
+
+        Raises
+        ------
+        FileExistsError
+            There is such a file.
+        """
+
+        def start(memory: Memory, ms: int, save: int) -> None:
+            capi.exportStreamMeasure(self._wide, ms, 0, save, memory.finished)
+
+        return self._begin("record", {}, Memory(), start, Recorded, duration, path)
+
+    def unfold(
+        self, duration: Optional[Time] = None, *, capacity: int = 1 << 20, record: Optional[PathLike] = None
+    ) -> EventBlocks:
+        """The single events, as the last stage of the chain leaves them, block by block.
+
+        Parameters
+        ----------
+        duration, record : optional
+            As for every measurement.
+        capacity : int
+            Most events of a block. A recording waits for whoever takes the blocks; live data that nobody takes get
+            lost, which the ledger says.
+
+        Returns
+        -------
+        EventBlocks
+            Iterate over it, or ``read()`` all.
+
+        Examples
+        --------
+        >>> with tessel.open("emitter.tgx") as dev:
+        ...     sum(int((block.channels == 1).sum()) for block in dev.unfold())
+        150838
+        """
+        return EventBlocks(self, capacity, duration, record)
+
+    def raw(
+        self, duration: Optional[Time] = None, *, capacity: int = 1 << 20, record: Optional[PathLike] = None
+    ) -> WordBlocks:
+        """The record words as the instrument sends them, block by block; parameters as ``unfold``.
+
+        Returns
+        -------
+        WordBlocks
+            Iterate over it: uint32 arrays of up to `capacity` words.
+        """
+        return WordBlocks(self, capacity, duration, record)
 
 
-def _read_only(array: Any) -> Any:
-    view = array.view()
-    view.flags.writeable = False
-    return view
+def _pair(value: Any) -> Tuple[Any, Any]:
+    return (value[0], value[1]) if isinstance(value, (tuple, list)) else (value, value)
 
 
 def _at_least(value: int, least: int, what: str) -> int:

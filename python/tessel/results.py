@@ -8,11 +8,10 @@ from __future__ import annotations
 
 import dataclasses
 import html
-import io
 import json
 import os
 from dataclasses import dataclass, field
-from typing import Any, Callable, ClassVar, Dict, List, Optional, Tuple, Type, TypeVar, Union
+from typing import Any, ClassVar, Dict, List, Optional, Tuple, Type, TypeVar, Union
 
 import numpy as np
 from numpy.typing import NDArray
@@ -24,6 +23,7 @@ Counts = NDArray[np.uint32]
 Times = NDArray[np.int64]
 Values = NDArray[np.float64]
 
+PathLike = Union[str, "os.PathLike[str]"]
 R = TypeVar("R", bound="Result")
 
 
@@ -134,9 +134,9 @@ class Result:
         Result
             Of the same class.
         """
-        return dataclasses.replace(self, **{name: _frozen(array.copy()) for name, array in self.arrays().items()})
+        return dataclasses.replace(self, **{name: frozen(array.copy()) for name, array in self.arrays().items()})
 
-    def save(self, path: Union[str, "os.PathLike[str]"]) -> None:
+    def save(self, path: PathLike) -> None:
         """Writes the result as NPZ: an array a name, and ``json``, which holds all else as text.
 
         Parameters
@@ -243,7 +243,8 @@ class Result:
         return f"<table><caption>{type(self).__name__}</caption>{lines}</table>"
 
 
-def _frozen(array: NDArray[Any]) -> NDArray[Any]:
+def frozen(array: NDArray[Any]) -> NDArray[Any]:
+    """The same memory, which can't be written to."""
     view = array.view()
     view.flags.writeable = False
     return view
@@ -332,11 +333,220 @@ class Histogram(Result):
         return [*super()._facts(), ("bins", shape), ("counts", totals)]
 
 
+@dataclass(frozen=True, eq=False, repr=False)
+class G2(Result):
+    """Correlation of two channels in linear bins.
+
+    g2(lag) = pairs x T / (n1 x n2 x bin width), with n the events of each channel and T the time measured.
+
+    Attributes
+    ----------
+    values : (2 M,) float64
+        Normalised: uncorrelated light is at 1. NaN where there is nothing to count.
+    edges : (2 M + 1,) int64
+        Bounds of the bins, ps. At lags above 0 `chan1` comes after `chan2`.
+    chan1, chan2 : int
+        The channels.
+    bin_width : int
+        ps.
+    """
+
+    values: Values
+    edges: Times
+    chan1: int
+    chan2: int
+    bin_width: int
+
+    kind: ClassVar[str] = "g2"
+    _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "g2")
+
+    @property
+    def lag_ps(self) -> Values:
+        """(2 M,) float64: the middle of each bin, ps."""
+        return self.edges[:-1] + self.bin_width / 2
+
+    @property
+    def g2(self) -> Values:
+        """The same as ``values``."""
+        return self.values
+
+    def _draw(self, ax: Any) -> None:
+        factor, unit = time_scale(float(self.edges[-1]))
+        ax.plot(self.lag_ps * factor, self.values, drawstyle="steps-mid")
+        ax.set_xlabel(f"Lag ({unit})")
+        ax.set_ylabel(f"g2 of channels {self.chan1} and {self.chan2}")
+        ax.set_ylim(bottom=0)
+
+    def _facts(self) -> List[Tuple[str, str]]:
+        bins = f"{len(self.values)} of {self.bin_width} ps"
+        return [*super()._facts(), ("channels", f"{self.chan1} and {self.chan2}"), ("bins", bins)]
+
+
+@dataclass(frozen=True, eq=False, repr=False)
+class Fcs(Result):
+    """Correlation of two channels in logarithmic bins.
+
+    G(lag) = pairs x T / (n1 x n2 x bin width) - 1: of each channel with itself, and of both with each other, which is
+    the mean of the two directions.
+
+    Attributes
+    ----------
+    lag_ps : (points,) float64
+        The middle of each bin, ps.
+    auto1, cross, auto2 : (points,) float64
+        Uncorrelated light is at 0; N molecules in the focus give 1 / N at short lags.
+    chan1, chan2 : int
+        The channels.
+    fast : bool
+        Counted in the faster way.
+    """
+
+    lag_ps: Values
+    auto1: Values
+    cross: Values
+    auto2: Values
+    chan1: int
+    chan2: int
+    fast: bool
+
+    kind: ClassVar[str] = "fcs"
+    _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "auto1", "cross", "auto2")
+
+    def _draw(self, ax: Any) -> None:
+        ax.plot(self.lag_ps * 1e-12, self.auto1, label=f"channel {self.chan1}")
+        if self.chan1 != self.chan2:
+            ax.plot(self.lag_ps * 1e-12, self.cross, label=f"channels {self.chan1} and {self.chan2}")
+            ax.plot(self.lag_ps * 1e-12, self.auto2, label=f"channel {self.chan2}")
+        ax.set_xscale("log")
+        ax.set_xlabel("Lag (s)")
+        ax.set_ylabel("G")
+        ax.legend()
+
+    def _facts(self) -> List[Tuple[str, str]]:
+        lags = f"{len(self.lag_ps)} from {self.lag_ps[0]:.0f} to {self.lag_ps[-1]:.0f} ps"
+        return [*super()._facts(), ("channels", f"{self.chan1} and {self.chan2}"), ("lags", lags)]
+
+
+@dataclass(frozen=True, eq=False, repr=False)
+class Trace(Result):
+    """Counts of each channel in bins of time.
+
+    Attributes
+    ----------
+    counts : (rows, bins) uint32
+        A row a channel: 0 the sync, then the inputs, then the channels of the chain.
+    edges : (bins + 1,) int64
+        Bounds of the bins, ps since the start of the run. The last bin of a run may be cut short.
+    bin_width : int
+        ps.
+    """
+
+    counts: Counts
+    edges: Times
+    bin_width: int
+
+    kind: ClassVar[str] = "trace"
+
+    @property
+    def channels(self) -> Tuple[str, ...]:
+        """Name of each row."""
+        return self.info.channels
+
+    @property
+    def rates(self) -> Values:
+        """(rows, bins) float64: counts per second."""
+        return self.counts * (1e12 / self.bin_width)
+
+    @property
+    def sigma(self) -> Values:
+        """(rows, bins) float64: standard deviation of each count, its square root (Poisson)."""
+        return np.sqrt(self.counts, dtype=np.float64)
+
+    def _table(self) -> Dict[str, NDArray[Any]]:
+        return {"time_ps": self.edges[:-1], **_channel_columns(self.channels, self.counts)}
+
+    def _dataset(self, xarray: Any) -> Any:
+        return xarray.Dataset(
+            {"counts": (("channel", "time_ps"), self.counts)},
+            {"channel": list(self.channels), "time_ps": self.edges[:-1]},
+        )
+
+    def _draw(self, ax: Any) -> None:
+        factor, unit = time_scale(float(self.edges[-1]))
+        for name, row in zip(self.channels, self.counts):
+            if row.any():
+                ax.step(self.edges[:-1] * factor, row, where="post", label=name)
+        ax.set_xlabel(f"Time ({unit})")
+        ax.set_ylabel(f"Counts per {self.bin_width * time_scale(self.bin_width)[0]:g} {time_scale(self.bin_width)[1]}")
+        if self.counts.any():
+            ax.legend()
+
+    def _facts(self) -> List[Tuple[str, str]]:
+        return [*super()._facts(), ("bins", f"{self.counts.shape[1]} of {self.bin_width} ps")]
+
+
+@dataclass(frozen=True, eq=False, repr=False)
+class Hist2d(Result):
+    """Pairs of events by the times of both.
+
+    Attributes
+    ----------
+    counts : (bins of y, bins of x) uint32
+    x_edges, y_edges : (bins + 1,) int64
+        Bounds of the bins, ps.
+    chan_x, chan_y : int
+        The channels.
+    """
+
+    counts: Counts
+    x_edges: Times
+    y_edges: Times
+    chan_x: int
+    chan_y: int
+
+    kind: ClassVar[str] = "hist2d"
+
+    @property
+    def sigma(self) -> Values:
+        """Standard deviation of each count, its square root (Poisson)."""
+        return np.sqrt(self.counts, dtype=np.float64)
+
+    def _table(self) -> Dict[str, NDArray[Any]]:
+        y, x = np.meshgrid(self.y_edges[:-1], self.x_edges[:-1], indexing="ij")
+        return {"x_ps": x.ravel(), "y_ps": y.ravel(), "counts": self.counts.ravel()}
+
+    def _dataset(self, xarray: Any) -> Any:
+        return xarray.Dataset(
+            {"counts": (("y_ps", "x_ps"), self.counts)}, {"y_ps": self.y_edges[:-1], "x_ps": self.x_edges[:-1]}
+        )
+
+    def _draw(self, ax: Any) -> None:
+        x, x_unit = time_scale(float(self.x_edges[-1]))
+        y, y_unit = time_scale(float(self.y_edges[-1]))
+        ax.pcolormesh(self.x_edges * x, self.y_edges * y, self.counts)
+        ax.set_xlabel(f"Channel {self.chan_x} ({x_unit})")
+        ax.set_ylabel(f"Channel {self.chan_y} ({y_unit})")
+
+    def _facts(self) -> List[Tuple[str, str]]:
+        shape = " x ".join(str(each) for each in self.counts.shape)
+        return [*super()._facts(), ("bins", shape), ("pairs", str(self.counts.sum()))]
+
+
+@dataclass(frozen=True, eq=False, repr=False)
+class Recorded(Result):
+    """A recording that a run wrote; ``info.recorded`` is its path, ``info.recording`` its verdict and losses."""
+
+    kind: ClassVar[str] = "record"
+
+    def _facts(self) -> List[Tuple[str, str]]:
+        return [*super()._facts(), ("recorded", str(self.info.recorded))]
+
+
 def _as_tuple(value: Any) -> Any:
     return tuple(value) if isinstance(value, list) else value
 
 
-def load(path: Union[str, "os.PathLike[str]"]) -> Result:
+def load(path: PathLike) -> Result:
     """Reads a result that ``Result.save`` wrote.
 
     Parameters
@@ -360,7 +570,7 @@ def load(path: Union[str, "os.PathLike[str]"]) -> Result:
         if "json" not in archive:
             raise ValueError(f"{os.fspath(path)}: not a result of this package")
         about = json.loads(str(archive["json"]))
-        arrays = {name: _frozen(archive[name]) for name in archive.files if name != "json"}
+        arrays = {name: frozen(archive[name]) for name in archive.files if name != "json"}
     made = {each.kind: each for each in _all_kinds()}.get(about.get("kind"))
     if made is None:
         raise ValueError(f"{os.fspath(path)}: a result of a kind that isn't known, {about.get('kind')!r}")
@@ -370,4 +580,4 @@ def load(path: Union[str, "os.PathLike[str]"]) -> Result:
 
 
 def _all_kinds() -> List[Type[Any]]:
-    return [Histogram]
+    return [Histogram, G2, Fcs, Trace, Hist2d, Recorded]

@@ -16,7 +16,7 @@ from .errors import DataLost, RunError
 from .results import Result, RunInfo
 
 if TYPE_CHECKING:
-    from .device import Device
+    from .core import Core
 
 R = TypeVar("R", bound=Result)
 
@@ -63,7 +63,7 @@ class Run(Generic[R]):
     """
 
     def __init__(
-        self, device: "Device", memory: Memory, build: Callable[[RunInfo], R], info: RunInfo, milliseconds: int
+        self, device: "Core", memory: Memory, build: Callable[[RunInfo], R], info: RunInfo, milliseconds: int
     ) -> None:
         self._device = device
         self._memory = memory
@@ -74,6 +74,8 @@ class Run(Generic[R]):
         self._before = info.description
         self._final: Optional[R] = None
         self._stopped = False
+        # Takes what a block holds, which would keep the run from ending; true if there was something.
+        self._drain: Callable[[], bool] = lambda: False
 
     @property
     def done(self) -> bool:

@@ -14,7 +14,7 @@ from .errors import SettingError
 from .units import whole
 
 if TYPE_CHECKING:
-    from .device import Device
+    from .core import Core
 
 Value = Union[int, float, str, bool, Any]
 
@@ -102,7 +102,7 @@ class Settings(Mapping[str, Any]):
     Reading gives a number in the setting's unit, or the word of a choice. ``info(key)`` has unit, range and choices.
     """
 
-    def __init__(self, device: "Device") -> None:
+    def __init__(self, device: "Core") -> None:
         self._device = device
 
     def _all(self) -> Dict[str, Setting]:
