@@ -15,6 +15,8 @@ from ._open import DeviceInfo, devices, open, program, simulate
 from ._version import VERSION as __version__
 from .blocks import Events
 from .chain import Chain
+from .formats import Converted, convert
+from .correlations import G2, Fcs
 from .device import Device
 from .errors import (
     DataLost,
@@ -25,12 +27,15 @@ from .errors import (
     SettingError,
     TesselError,
 )
-from .results import G2, Fcs, Hist2d, Histogram, Recorded, Result, RunInfo, Trace, load
+from .histograms import Hist2d, Histogram, Trace
+from .results import Recorded, Result, RunInfo, load
 from .run import Progress, Run
 from .settings import Input, Setting, Settings, Sync
+from .words import Recorder, write
 
 __all__ = [
     "Chain",
+    "Converted",
     "DataLost",
     "Device",
     "DeviceError",
@@ -45,6 +50,7 @@ __all__ = [
     "PackageMissing",
     "Progress",
     "Recorded",
+    "Recorder",
     "Result",
     "Run",
     "RunError",
@@ -56,9 +62,11 @@ __all__ = [
     "TesselError",
     "Trace",
     "__version__",
+    "convert",
     "devices",
     "load",
     "open",
     "program",
     "simulate",
+    "write",
 ]

@@ -115,6 +115,8 @@ PROTOTYPES: Dict[str, str] = {
     "setFCSParams": "bool(char16*, u64, u64, u64*, f64, f64, u64)",
     "setFFCSParams": "bool(char16*, u64, u64, u64*, f64, f64, u64)",
     "getCorrelation": "bool(char16*, i32, u8, u8, f64*, f64*, u8*)",
+    "tessel_setCorrelationFromStart": "bool(char16*, u8)",
+    "tessel_getCorrelationCounts": "bool(char16*, tessel_correlation_counts*)",
     "addMCoincidence": "i32(char16*, i32*, i32, f64, u32, u32, u8)",
     "addMMerge": "i32(char16*, i32*, i32, u8)",
     "addMDelay": "i32(char16*, u8, f64, i8)",
@@ -204,6 +206,27 @@ class RecordingParams(ctypes.Structure):
     ]
 
 
+class CorrelationCounts(ctypes.Structure):
+    """``tessel_correlation_counts``; set ``size``, ``capacity`` and the arrays before a call."""
+
+    _fields_ = [
+        ("size", ctypes.c_size_t),
+        ("capacity", ctypes.c_uint64),
+        ("pairs", ctypes.POINTER(ctypes.c_uint64) * 4),
+        ("edges", ctypes.POINTER(ctypes.c_uint64)),
+        ("laterEvents", ctypes.POINTER(ctypes.c_uint64) * 2),
+        ("earlierEvents", ctypes.POINTER(ctypes.c_uint64) * 2),
+        ("bins", ctypes.c_uint64),
+        ("mode", ctypes.c_int32),
+        ("chan1", ctypes.c_uint64),
+        ("chan2", ctypes.c_uint64),
+        ("events", ctypes.c_uint64 * 2),
+        ("first", ctypes.c_uint64 * 2),
+        ("last", ctypes.c_uint64 * 2),
+        ("selfPairs", ctypes.c_uint64),
+    ]
+
+
 def wide(text: Optional[str]) -> Optional[bytes]:
     """A device id as the ``const char16_t *`` that the functions take.
 
@@ -258,6 +281,7 @@ _NUMBERS: Dict[str, Any] = {
 _STRUCTURES: Dict[str, Any] = {
     "tessel_losses": ctypes.POINTER(Losses),
     "tessel_recording_params": ctypes.POINTER(RecordingParams),
+    "tessel_correlation_counts": ctypes.POINTER(CorrelationCounts),
     "tessel_recording": ctypes.c_void_p,
     "char": ctypes.c_char_p,
     "char16": ctypes.c_char_p,

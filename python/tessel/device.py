@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import ctypes
 import math
-from typing import Any, Optional, Tuple, Union
+from typing import Any, Dict, Optional, Tuple, Union
 
 import numpy as np
 
@@ -12,7 +12,9 @@ from . import _library, capi
 from ._library import Memory
 from .blocks import EventBlocks, WordBlocks
 from .core import Core
-from .results import G2, Fcs, Hist2d, Histogram, PathLike, Recorded, RunInfo, Trace, frozen
+from .correlations import G2, Fcs, read_counts
+from .histograms import Hist2d, Histogram, Trace
+from .results import PathLike, Recorded, RunInfo, frozen
 from .run import Run
 from .units import Time, picoseconds, whole
 
@@ -157,7 +159,11 @@ class Device(Core):
         parameters = {"chan1": chan1, "chan2": chan2, "window": longest, "bin_width": width}
 
         def build(info: RunInfo) -> G2:
-            return G2(info, frozen(values), frozen(edges), chan1, chan2, width)
+            counted = self._counted(bins)
+            del counted["edges"]
+            above, below = counted["pairs"][:2]
+            counted["pairs"] = np.concatenate([below[::-1], above])
+            return G2(info, frozen(values), frozen(edges), chan1, chan2, width, **counted)
 
         def start(memory: Memory, ms: int, save: int) -> None:
             capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
@@ -227,12 +233,20 @@ class Device(Core):
             # The library has them in seconds, which are whole picoseconds.
             centres = np.rint(lags * 1e12)
             auto1, cross, auto2 = (frozen(row[:points]) for row in values)
-            return Fcs(info, frozen(centres), auto1, cross, auto2, chan1, chan2, fast)
+            counted = self._counted(points)
+            del counted["self_pairs"]
+            counted["edges"] = counted["edges"].astype(np.int64)
+            return Fcs(info, frozen(centres), auto1, cross, auto2, chan1, chan2, fast, **counted)
 
         def start(memory: Memory, ms: int, save: int) -> None:
             capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
 
         return self._begin("fcs", parameters, Memory(values=values, lags=lags), start, build, duration, record)
+
+    def _counted(self, bins: int) -> Dict[str, Any]:
+        with _library.lock:
+            self._check_open()
+            return read_counts(self._wide, bins)
 
     def trace(
         self,

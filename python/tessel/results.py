@@ -17,7 +17,6 @@ import numpy as np
 from numpy.typing import NDArray
 
 from .errors import PackageMissing
-from .units import time_scale
 
 Counts = NDArray[np.uint32]
 Times = NDArray[np.int64]
@@ -25,6 +24,9 @@ Values = NDArray[np.float64]
 
 PathLike = Union[str, "os.PathLike[str]"]
 R = TypeVar("R", bound="Result")
+
+# The classes of results by their kind, as a saved file names them.
+_kinds: Dict[Any, Type[Any]] = {}
 
 
 def optional_package(name: str, purpose: str) -> Any:
@@ -95,6 +97,9 @@ class Result:
     kind: ClassVar[str] = ""
     # Name of each array, in the order of the columns of a table.
     _columns: ClassVar[Tuple[str, ...]] = ()
+
+    def __init_subclass__(cls) -> None:
+        _kinds[cls.kind] = cls
 
     @property
     def config(self) -> Dict[str, Any]:
@@ -250,288 +255,6 @@ def frozen(array: NDArray[Any]) -> NDArray[Any]:
     return view
 
 
-def _channel_columns(names: Tuple[str, ...], rows: NDArray[Any]) -> Dict[str, NDArray[Any]]:
-    """A column for each row; a name that comes twice gets its number."""
-    columns: Dict[str, NDArray[Any]] = {}
-    for number, (name, row) in enumerate(zip(names, rows)):
-        columns[name if name not in columns else f"{name} ({number})"] = row
-    return columns
-
-
-@dataclass(frozen=True, eq=False, repr=False)
-class Histogram(Result):
-    """Counts by the time since the sync (T3) or since a reference channel (T2).
-
-    Attributes
-    ----------
-    counts : (rows, bins) uint32
-        A row a channel: 0 the sync, then the inputs, then the channels of the chain.
-    edges : (bins + 1,) int64
-        Bounds of the bins, ps. A bin holds its lower bound and not its upper one.
-    bin_width : int
-        ps.
-    reference : int
-        The channel that times count from; 0 in T3.
-    sync_period : float
-        ps; 0 where there is no sync.
-    """
-
-    counts: Counts
-    edges: Times
-    bin_width: int
-    reference: int = 0
-    sync_period: float = 0.0
-
-    kind: ClassVar[str] = "histogram"
-
-    @property
-    def channels(self) -> Tuple[str, ...]:
-        """Name of each row."""
-        return self.info.channels
-
-    @property
-    def centres(self) -> Values:
-        """(bins,) float64: the middle of each bin, ps."""
-        return self.edges[:-1] + self.bin_width / 2
-
-    @property
-    def sigma(self) -> Values:
-        """(rows, bins) float64: standard deviation of each count, its square root (Poisson)."""
-        return np.sqrt(self.counts, dtype=np.float64)
-
-    def shown_bins(self) -> int:
-        """How many bins are worth a look: to the sync period, or to the last that has a count."""
-        used = np.flatnonzero(self.counts.any(axis=0))
-        last = int(used[-1]) + 1 if used.size else 1
-        period = int(self.sync_period / self.bin_width) if self.bin_width else 0
-        return period if 1 <= period < last else last
-
-    def _table(self) -> Dict[str, NDArray[Any]]:
-        return {"time_ps": self.edges[:-1], **_channel_columns(self.channels, self.counts)}
-
-    def _dataset(self, xarray: Any) -> Any:
-        return xarray.Dataset(
-            {"counts": (("channel", "time_ps"), self.counts)},
-            {"channel": list(self.channels), "time_ps": self.edges[:-1]},
-        )
-
-    def _draw(self, ax: Any) -> None:
-        bins = self.shown_bins()
-        factor, unit = time_scale(float(self.edges[bins]))
-        for name, row in zip(self.channels, self.counts):
-            if row.any():
-                ax.step(self.edges[:bins] * factor, row[:bins], where="post", label=f"{name} ({row.sum()})")
-        ax.set_yscale("symlog", linthresh=1)
-        ax.set_xlabel(f"Time since the {'reference' if self.reference else 'sync'} ({unit})")
-        ax.set_ylabel(f"Counts per {self.bin_width} ps")
-        if self.counts.any():
-            ax.legend()
-
-    def _facts(self) -> List[Tuple[str, str]]:
-        totals = ", ".join(f"{name} {row.sum()}" for name, row in zip(self.channels, self.counts))
-        shape = f"{self.counts.shape[1]} of {self.bin_width} ps"
-        return [*super()._facts(), ("bins", shape), ("counts", totals)]
-
-
-@dataclass(frozen=True, eq=False, repr=False)
-class G2(Result):
-    """Correlation of two channels in linear bins.
-
-    g2(lag) = pairs x T / (n1 x n2 x bin width), with n the events of each channel and T the time measured.
-
-    Attributes
-    ----------
-    values : (2 M,) float64
-        Normalised: uncorrelated light is at 1. NaN where there is nothing to count.
-    edges : (2 M + 1,) int64
-        Bounds of the bins, ps. At lags above 0 `chan1` comes after `chan2`.
-    chan1, chan2 : int
-        The channels.
-    bin_width : int
-        ps.
-    """
-
-    values: Values
-    edges: Times
-    chan1: int
-    chan2: int
-    bin_width: int
-
-    kind: ClassVar[str] = "g2"
-    _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "g2")
-
-    @property
-    def lag_ps(self) -> Values:
-        """(2 M,) float64: the middle of each bin, ps."""
-        return self.edges[:-1] + self.bin_width / 2
-
-    @property
-    def g2(self) -> Values:
-        """The same as ``values``."""
-        return self.values
-
-    def _draw(self, ax: Any) -> None:
-        factor, unit = time_scale(float(self.edges[-1]))
-        ax.plot(self.lag_ps * factor, self.values, drawstyle="steps-mid")
-        ax.set_xlabel(f"Lag ({unit})")
-        ax.set_ylabel(f"g2 of channels {self.chan1} and {self.chan2}")
-        ax.set_ylim(bottom=0)
-
-    def _facts(self) -> List[Tuple[str, str]]:
-        bins = f"{len(self.values)} of {self.bin_width} ps"
-        return [*super()._facts(), ("channels", f"{self.chan1} and {self.chan2}"), ("bins", bins)]
-
-
-@dataclass(frozen=True, eq=False, repr=False)
-class Fcs(Result):
-    """Correlation of two channels in logarithmic bins.
-
-    G(lag) = pairs x T / (n1 x n2 x bin width) - 1: of each channel with itself, and of both with each other, which is
-    the mean of the two directions.
-
-    Attributes
-    ----------
-    lag_ps : (points,) float64
-        The middle of each bin, ps.
-    auto1, cross, auto2 : (points,) float64
-        Uncorrelated light is at 0; N molecules in the focus give 1 / N at short lags.
-    chan1, chan2 : int
-        The channels.
-    fast : bool
-        Counted in the faster way.
-    """
-
-    lag_ps: Values
-    auto1: Values
-    cross: Values
-    auto2: Values
-    chan1: int
-    chan2: int
-    fast: bool
-
-    kind: ClassVar[str] = "fcs"
-    _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "auto1", "cross", "auto2")
-
-    def _draw(self, ax: Any) -> None:
-        ax.plot(self.lag_ps * 1e-12, self.auto1, label=f"channel {self.chan1}")
-        if self.chan1 != self.chan2:
-            ax.plot(self.lag_ps * 1e-12, self.cross, label=f"channels {self.chan1} and {self.chan2}")
-            ax.plot(self.lag_ps * 1e-12, self.auto2, label=f"channel {self.chan2}")
-        ax.set_xscale("log")
-        ax.set_xlabel("Lag (s)")
-        ax.set_ylabel("G")
-        ax.legend()
-
-    def _facts(self) -> List[Tuple[str, str]]:
-        lags = f"{len(self.lag_ps)} from {self.lag_ps[0]:.0f} to {self.lag_ps[-1]:.0f} ps"
-        return [*super()._facts(), ("channels", f"{self.chan1} and {self.chan2}"), ("lags", lags)]
-
-
-@dataclass(frozen=True, eq=False, repr=False)
-class Trace(Result):
-    """Counts of each channel in bins of time.
-
-    Attributes
-    ----------
-    counts : (rows, bins) uint32
-        A row a channel: 0 the sync, then the inputs, then the channels of the chain.
-    edges : (bins + 1,) int64
-        Bounds of the bins, ps since the start of the run. The last bin of a run may be cut short.
-    bin_width : int
-        ps.
-    """
-
-    counts: Counts
-    edges: Times
-    bin_width: int
-
-    kind: ClassVar[str] = "trace"
-
-    @property
-    def channels(self) -> Tuple[str, ...]:
-        """Name of each row."""
-        return self.info.channels
-
-    @property
-    def rates(self) -> Values:
-        """(rows, bins) float64: counts per second."""
-        return self.counts * (1e12 / self.bin_width)
-
-    @property
-    def sigma(self) -> Values:
-        """(rows, bins) float64: standard deviation of each count, its square root (Poisson)."""
-        return np.sqrt(self.counts, dtype=np.float64)
-
-    def _table(self) -> Dict[str, NDArray[Any]]:
-        return {"time_ps": self.edges[:-1], **_channel_columns(self.channels, self.counts)}
-
-    def _dataset(self, xarray: Any) -> Any:
-        return xarray.Dataset(
-            {"counts": (("channel", "time_ps"), self.counts)},
-            {"channel": list(self.channels), "time_ps": self.edges[:-1]},
-        )
-
-    def _draw(self, ax: Any) -> None:
-        factor, unit = time_scale(float(self.edges[-1]))
-        for name, row in zip(self.channels, self.counts):
-            if row.any():
-                ax.step(self.edges[:-1] * factor, row, where="post", label=name)
-        ax.set_xlabel(f"Time ({unit})")
-        ax.set_ylabel(f"Counts per {self.bin_width * time_scale(self.bin_width)[0]:g} {time_scale(self.bin_width)[1]}")
-        if self.counts.any():
-            ax.legend()
-
-    def _facts(self) -> List[Tuple[str, str]]:
-        return [*super()._facts(), ("bins", f"{self.counts.shape[1]} of {self.bin_width} ps")]
-
-
-@dataclass(frozen=True, eq=False, repr=False)
-class Hist2d(Result):
-    """Pairs of events by the times of both.
-
-    Attributes
-    ----------
-    counts : (bins of y, bins of x) uint32
-    x_edges, y_edges : (bins + 1,) int64
-        Bounds of the bins, ps.
-    chan_x, chan_y : int
-        The channels.
-    """
-
-    counts: Counts
-    x_edges: Times
-    y_edges: Times
-    chan_x: int
-    chan_y: int
-
-    kind: ClassVar[str] = "hist2d"
-
-    @property
-    def sigma(self) -> Values:
-        """Standard deviation of each count, its square root (Poisson)."""
-        return np.sqrt(self.counts, dtype=np.float64)
-
-    def _table(self) -> Dict[str, NDArray[Any]]:
-        y, x = np.meshgrid(self.y_edges[:-1], self.x_edges[:-1], indexing="ij")
-        return {"x_ps": x.ravel(), "y_ps": y.ravel(), "counts": self.counts.ravel()}
-
-    def _dataset(self, xarray: Any) -> Any:
-        return xarray.Dataset(
-            {"counts": (("y_ps", "x_ps"), self.counts)}, {"y_ps": self.y_edges[:-1], "x_ps": self.x_edges[:-1]}
-        )
-
-    def _draw(self, ax: Any) -> None:
-        x, x_unit = time_scale(float(self.x_edges[-1]))
-        y, y_unit = time_scale(float(self.y_edges[-1]))
-        ax.pcolormesh(self.x_edges * x, self.y_edges * y, self.counts)
-        ax.set_xlabel(f"Channel {self.chan_x} ({x_unit})")
-        ax.set_ylabel(f"Channel {self.chan_y} ({y_unit})")
-
-    def _facts(self) -> List[Tuple[str, str]]:
-        shape = " x ".join(str(each) for each in self.counts.shape)
-        return [*super()._facts(), ("bins", shape), ("pairs", str(self.counts.sum()))]
-
-
 @dataclass(frozen=True, eq=False, repr=False)
 class Recorded(Result):
     """A recording that a run wrote; ``info.recorded`` is its path, ``info.recording`` its verdict and losses."""
@@ -571,13 +294,9 @@ def load(path: PathLike) -> Result:
             raise ValueError(f"{os.fspath(path)}: not a result of this package")
         about = json.loads(str(archive["json"]))
         arrays = {name: frozen(archive[name]) for name in archive.files if name != "json"}
-    made = {each.kind: each for each in _all_kinds()}.get(about.get("kind"))
+    made = _kinds.get(about.get("kind"))
     if made is None:
         raise ValueError(f"{os.fspath(path)}: a result of a kind that isn't known, {about.get('kind')!r}")
     info = RunInfo(**{name: _as_tuple(v) if name == "channels" else v for name, v in about["info"].items()})
     result: Result = made(info=info, **{name: _as_tuple(v) for name, v in about["fields"].items()}, **arrays)
     return result
-
-
-def _all_kinds() -> List[Type[Any]]:
-    return [Histogram, G2, Fcs, Trace, Hist2d, Recorded]

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import ctypes
 import re
-from typing import Dict
+from typing import Any, Dict, Iterator, Tuple
 
 import numpy as np
 import pytest
@@ -34,19 +34,39 @@ def test_every_function() -> None:
         assert callable(getattr(capi, name))
 
 
-@pytest.mark.parametrize(
-    "name, made", [("tessel_loss", capi.Loss), ("tessel_losses", capi.Losses), ("tessel_recording_params", capi.RecordingParams)]
-)
-def test_every_field(name: str, made: type[ctypes.Structure]) -> None:
+STRUCTURES = {
+    "tessel_loss": capi.Loss,
+    "tessel_losses": capi.Losses,
+    "tessel_recording_params": capi.RecordingParams,
+    "tessel_correlation_counts": capi.CorrelationCounts,
+}
+
+
+def declared_fields(name: str) -> Iterator[Tuple[str, str]]:
+    """Name and type of each; an array has its length behind the type."""
     (body,) = re.findall(rf"typedef struct {name}\s*{{(.*?)}}", HEADER, flags=re.S)
-    declared = [re.fullmatch(r"(.+?)(\w+)(\[\d+\])?", each.strip()) for each in body.split(";") if each.strip()]
-    types = {"size": "L", "i32": "i", "u64": "L", "f64": "d", "f64*": "LP_c_double", "char*": "z"}
-    assert len(declared) == len(made._fields_)
-    for match, (field, kind, *_) in zip(declared, made._fields_):
-        assert match and match.group(2) == field
-        found = getattr(kind, "_type_", None)
-        wanted = "Loss" if match.group(3) else types[code(match.group(1))]
-        assert wanted in (found, kind.__name__, getattr(found, "__name__", None)), field
+    for line in filter(str.strip, body.split(";")):
+        match = re.match(r"\s*((?:const )?\w+)\s*(.*)", line, re.S)
+        assert match
+        for each in match.group(2).split(","):
+            parts = re.fullmatch(r"(\**)(\w+)(\[\d+\])?", each.strip())
+            assert parts
+            yield parts.group(2), code(match.group(1) + parts.group(1)) + (parts.group(3) or "")
+
+
+def code_of(kind: Any) -> str:
+    if hasattr(kind, "_length_"):
+        return f"{code_of(kind._type_)}[{kind._length_}]"
+    if hasattr(kind, "contents"):
+        return code_of(kind._type_) + "*"
+    plain = {ctypes.c_uint64: "u64", ctypes.c_int32: "i32", ctypes.c_double: "f64", ctypes.c_char_p: "char*"}
+    return plain.get(kind, "tessel_loss")
+
+
+@pytest.mark.parametrize("name", STRUCTURES)
+def test_every_field(name: str) -> None:
+    declared = [(field, kind.replace("size", "u64")) for field, kind in declared_fields(name)]
+    assert [(each[0], code_of(each[1])) for each in STRUCTURES[name]._fields_] == declared
 
 
 def test_constants() -> None:

@@ -60,10 +60,13 @@ def test_g2() -> None:
     one, two = times_of(events, 1), times_of(events, 2)
     with tessel.open("emitter.tgx") as dev:
         result = dev.g2(1, 2, window="50ns", bin_width="500ps").wait()
-    pairs = pair_counts(two, one, np.arange(101) * 500)
-    span = max(one[-1], two[-1])  # how the library measures the time differs from this by less than 1e-4
-    expected = pairs * (span / (len(one) * len(two) * 500.0))
-    assert result.values[100:] == pytest.approx(expected, rel=1e-3)
+    above, below = (pair_counts(a, b, np.arange(101) * 500) for a, b in ((two, one), (one, two)))
+    assert np.array_equal(result.pairs, np.concatenate([below[::-1], above]))
+    assert result.events.tolist() == [len(one), len(two)] and result.last.tolist() == [one[-1], two[-1]]
+    by_chance = len(one) * len(two) * 500.0 / max(one[-1], two[-1])
+    assert result.expected() == pytest.approx(np.full(200, by_chance), rel=1e-3)
+    assert result.values == pytest.approx(result.pairs / by_chance, rel=1e-3)
+    assert result.sigma[:10] == pytest.approx(np.sqrt(result.pairs[:10]) / by_chance, rel=1e-3)
     assert result.edges[0] == -50_000 and result.lag_ps[100] == 250.0
     assert result.values[99:101].mean() < 0.1 < 0.8 < result.values[:10].mean()
 
@@ -75,7 +78,9 @@ def test_fcs() -> None:
         # One molecule in the focus: G is 1 at short lags and half of that at the diffusion time, 100 us.
         assert 0.8 < result.cross[0] < 1.2
         assert 0.35 < np.interp(1e8, result.lag_ps, result.cross) < 0.65
-    assert slow.cross == pytest.approx(fast.cross, abs=0.02)
+        both, chance = result.pairs[1] + result.pairs[2], result.expected()[1:3].sum(axis=0)
+        assert both / chance - 1 == pytest.approx(result.cross, abs=0.03)
+    assert slow.cross == pytest.approx(fast.cross, abs=0.02) and (slow.sigma[1] < 0.05).all()
 
 
 @pytest.mark.parametrize("name, width", [("decay.tgx", 10**10), ("emitter.tgx", 7 * 10**9)])

@@ -1,0 +1,211 @@
+"""Data of other programs into recordings, and recordings into what other programs read.
+
+``convert(source, target)`` goes by the endings of both names. Both ways hold a block of events at a time, whatever the
+size of the file.
+"""
+
+from __future__ import annotations
+
+import os
+import time
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any, Callable, Dict, List, Optional, Tuple
+
+import numpy as np
+
+from .._open import open as open_device
+from ..blocks import FIRST_MARKER, OVERFLOW
+from ..results import PathLike
+from ..units import Time
+from ..words import MOST_DTIME, MOST_INPUTS, Recorder
+from . import photon_hdf5, tables
+from .source import Inputs, Source, codes_of, scan
+
+_ENDINGS_IN: Dict[str, Callable[..., Source]] = {
+    ".h5": photon_hdf5.read,
+    ".hdf5": photon_hdf5.read,
+    ".npz": tables.read_npz,
+    ".npy": tables.read_npy,
+    ".csv": tables.read_csv,
+    ".txt": tables.read_csv,
+    **{f".{kind}{bits}": tables.read_binary for kind in "ui" for bits in (16, 32, 64)},
+}
+_ENDINGS_OUT: Dict[str, Any] = {
+    ".h5": photon_hdf5.Writer,
+    ".hdf5": photon_hdf5.Writer,
+    ".npz": tables.NpzWriter,
+    ".csv": tables.CsvWriter,
+    ".u64": tables.BinaryWriter,
+    ".parquet": tables.ArrowWriter,
+    ".arrow": tables.ArrowWriter,
+}
+
+
+@dataclass(frozen=True)
+class Converted:
+    """What a conversion did.
+
+    Attributes
+    ----------
+    source, target : str
+        The files.
+    events : int
+        Events that were written.
+    inputs : dict
+        Into a recording: which channel of the source became which channel; 0 the sync, 1 to 64 inputs.
+    notes : tuple of str
+        What couldn't be kept, and what was changed.
+    seconds : float
+        How long it took.
+    """
+
+    source: str
+    target: str
+    events: int
+    inputs: Dict[int, int]
+    notes: Tuple[str, ...]
+    seconds: float
+
+    def __str__(self) -> str:
+        rate = self.events / max(self.seconds, 1e-9) / 1e6
+        lines = [f"{self.target}: {self.events} events in {self.seconds:.2f} s, {rate:.1f} M events/s"]
+        changed = [f"{channel} is now {number}" for channel, number in self.inputs.items() if channel != number]
+        if changed:
+            lines.append("channels: " + ", ".join(changed[:8]) + (f" and {len(changed) - 8} more" if changed[8:] else ""))
+        return "\n".join([*lines, *self.notes])
+
+
+def convert(source: PathLike, target: PathLike, *, overwrite: bool = False, **options: Any) -> Converted:
+    """Converts a file into a recording (target .tgx), or a recording into another file (source .tgx).
+
+    Parameters
+    ----------
+    source, target : path
+        One of them a recording, the other ``.h5`` or ``.hdf5`` (Photon-HDF5), ``.npz``, ``.csv``, plain binary
+        (``.u64``, ``.i64``, ...), to read also ``.npy``, to write also ``.parquet`` and ``.arrow`` (with pyarrow).
+    overwrite : bool
+        Replace a target that is there.
+    **options
+        Into a recording: ``inputs`` maps channels of the source to 0 (sync), 1 to 64, or lists those that become
+        inputs 1, 2, ...; the rest is left out. By default numbers from 1 to 64 stay, and numbers from 0 to 63 become
+        one more. ``time_unit`` of the times (T2; default 1 ps), or ``sync_period`` and ``resolution`` (T3, where there
+        are dtimes), each a time, which needn't be whole ps. ``times``, ``channels``, ``dtimes`` name the array (NPZ),
+        the column (CSV) or the file (binary, NPY) of each. ``spot`` chooses one of several in Photon-HDF5.
+
+        Into Photon-HDF5: ``description``, ``author``, ``measurement_type``, ``excitation_wavelengths`` (m), and
+        ``compression`` ("gzip", "lzf").
+
+    Returns
+    -------
+    Converted
+        With ``notes`` on what couldn't be kept; print it.
+
+    Raises
+    ------
+    FileExistsError
+        The target is there.
+    ValueError
+        The kinds of files don't go together, or what the source holds makes no recording; the text says where.
+    PackageMissing
+        h5py or pyarrow is needed.
+
+    Examples
+    --------
+    >>> done = tessel.convert("decay.tgx", "decay.h5")
+    >>> tessel.convert("decay.h5", "again.tgx").events == done.events
+    True
+    """
+    begin, end = Path(source), Path(target)
+    if not begin.is_file():
+        raise FileNotFoundError(f"{begin}: no such file")
+    if end.exists() and not overwrite:
+        raise FileExistsError(f"{end}: is there already")
+    if (begin.suffix == ".tgx") == (end.suffix == ".tgx"):
+        raise ValueError(f"{begin}, {end}: one of them has to be a recording (.tgx)")
+    start = time.monotonic()
+    if end.suffix == ".tgx":
+        events, inputs, notes = _import(_known(begin, _ENDINGS_IN)(begin, **_source_options(options)), end, options)
+    else:
+        events, inputs, notes = _export(begin, end, options)
+    return Converted(str(begin), str(end), events, inputs, tuple(notes), time.monotonic() - start)
+
+
+def _known(path: Path, endings: Dict[str, Any]) -> Any:
+    if path.suffix not in endings:
+        raise ValueError(f"{path}: the ending isn't one of {', '.join(endings)}")
+    return endings[path.suffix]
+
+
+def _source_options(options: Dict[str, Any]) -> Dict[str, Any]:
+    return {name: value for name, value in options.items() if name not in ("inputs", "comment")}
+
+
+def _import(source: Source, target: Path, options: Dict[str, Any]) -> Tuple[int, Dict[int, int], List[str]]:
+    found = scan(source)
+    wanted: Inputs = options.get("inputs")
+    inputs = codes_of(source, found, wanted)
+    codes = np.full(1 << 16, OVERFLOW, np.uint8)
+    for channel, number in inputs.items():
+        codes[channel] = number
+    notes = list(source.notes)
+    left_out = int(found.counts.sum() - found.counts[list(inputs)].sum())
+    if left_out:
+        notes.append(f"{left_out} events of other channels were left out")
+    numbers = [number for number in inputs.values() if 1 <= number <= MOST_INPUTS]
+    num_inputs = max(numbers, default=1)
+    seconds = found.last * source.tick_ps * 1e-12
+    rates = [0.0] * num_inputs
+    for channel, number in inputs.items():
+        if 1 <= number <= MOST_INPUTS and seconds > 0:
+            rates[number - 1] = min(2e9, rates[number - 1] + float(found.counts[channel]) / seconds)
+    events = 0
+    part = target.with_name(target.name + ".part")
+    with Recorder(
+        part,
+        num_inputs=num_inputs,
+        time_unit=1 if source.is_t3 else source.whole_unit(),
+        resolution=source.whole_resolution(found) if source.is_t3 else None,
+        sync_rate=1e12 / source.tick_ps if source.is_t3 else 0.0,
+        duration_ms=int(np.ceil(seconds * 1e3)),
+        rates=rates,
+        comment=options.get("comment", source.comment),
+    ) as recorder:
+        for block in source.blocks():
+            channels = codes[block.channels]
+            kept = channels != OVERFLOW
+            if not kept.all():
+                block, channels = block.where(kept), channels[kept]
+            try:
+                recorder.write(source.whole_times(block.times), channels, source.whole_dtimes(block.dtimes, found))
+            except ValueError as problem:
+                raise ValueError(f"{source.name}: after {events} events: {problem}") from None
+            events += len(channels)
+    os.replace(part, target)
+    notes += source.rounding_notes(found)
+    return events, inputs, notes
+
+
+def _export(source: Path, target: Path, options: Dict[str, Any]) -> Tuple[int, Dict[int, int], List[str]]:
+    make = _known(target, _ENDINGS_OUT)
+    events = markers = 0
+    with open_device(source) as device:
+        part = target.with_name(target.name + ".part")
+        with make(part, target, device, **options) as writer:
+            for block in device.unfold():
+                is_event = block.channels != OVERFLOW
+                kept = block if is_event.all() else block._where(is_event)
+                markers += int((kept.channels >= FIRST_MARKER).sum())
+                events += len(kept)
+                writer.write(kept)
+            notes = list(writer.finish(events))
+        verdict = device.losses["verdict"]
+        recording = device.losses.get("recording") or {"verdict": "clean"}
+    if markers:
+        notes.append(f"{markers} markers have the channel numbers 129 to 143")
+    if "clean" != verdict or recording["verdict"] != "clean":
+        notes.append(f"the recording is {recording['verdict']}: something is missing from it")
+    return events, {}, notes
+
+
+__all__ = ["Converted", "MOST_DTIME", "Time", "convert"]

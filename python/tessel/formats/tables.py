@@ -1,0 +1,351 @@
+"""Plain tables of events: NPZ and NPY, CSV, binary arrays, Parquet and Arrow."""
+
+from __future__ import annotations
+
+import itertools
+import json
+import re
+import shutil
+import warnings
+import zipfile
+from contextlib import ExitStack
+from pathlib import Path
+from types import TracebackType
+from typing import IO, Any, Dict, Iterator, List, Optional, Sequence, Tuple, Type
+
+import numpy as np
+
+from ..blocks import Events
+from ..device import Device
+from ..results import optional_package
+from ..units import Time
+from .source import BLOCK, Block, Source, exact_ps
+
+_npy: Any = np.lib.format  # without types of its own
+
+# Names by which a column is found, where none is given.
+_NAMES = {
+    "times": ("times", "time", "timestamps", "timestamp", "time_ps", "sync", "syncs", "macrotimes"),
+    "channels": ("channels", "channel", "detectors", "detector"),
+    "dtimes": ("dtimes", "dtime", "nanotimes", "nanotime", "microtimes", "microtime"),
+}
+
+
+def _source(
+    path: Path, blocks: Any, is_t3: bool, time_unit: Time, sync_period: Optional[Time], resolution: Optional[Time]
+) -> Source:
+    if not is_t3:
+        return Source(str(path), blocks, exact_ps(time_unit, "time_unit"))
+    if sync_period is None or resolution is None:
+        raise ValueError(f"{path}: has dtimes; sync_period and resolution are wanted")
+    return Source(str(path), blocks, exact_ps(sync_period, "sync_period"), exact_ps(resolution, "resolution"))
+
+
+def _chosen(there: Sequence[str], given: Dict[str, Optional[str]], path: Path) -> Dict[str, str]:
+    """Which name is the times, the channels, the dtimes. Only dtimes may be missing."""
+    chosen = {}
+    for what, name in given.items():
+        if name is not None and name not in there:
+            raise ValueError(f"{path}: there is no {name!r}, but {', '.join(there)}")
+        found = name or next((each for each in _NAMES[what] if each in there), None)
+        if found is not None:
+            chosen[what] = found
+        elif what != "dtimes":
+            raise ValueError(f"{path}: which of {', '.join(there)} are the {what}? {what}=NAME says it")
+    return chosen
+
+
+class _Member:
+    """An array of an NPZ file, or an NPY file, read from front to back."""
+
+    def __init__(self, file: IO[bytes], name: str) -> None:
+        version = _npy.read_magic(file)
+        header = _npy.read_array_header_1_0 if version == (1, 0) else _npy.read_array_header_2_0
+        shape, _, self.dtype = header(file)
+        if len(shape) != 1 or self.dtype.kind not in "ui":
+            raise ValueError(f"{name}: a row of integers is wanted, not {shape} of {self.dtype}")
+        self.left = int(shape[0])
+        self._file = file
+
+    def take(self, count: int) -> Any:
+        count = min(count, self.left)
+        self.left -= count
+        data = self._file.read(count * self.dtype.itemsize)
+        if len(data) != count * self.dtype.itemsize:
+            raise ValueError("the file is cut short")
+        return np.frombuffer(data, self.dtype)
+
+
+def _rows(members: Dict[str, _Member], path: Path) -> Iterator[Block]:
+    lengths = {name: member.left for name, member in members.items()}
+    if len(set(lengths.values())) != 1:
+        raise ValueError(f"{path}: arrays of different length, {lengths}")
+    while members["times"].left:
+        parts = {name: member.take(BLOCK) for name, member in members.items()}
+        yield Block(parts["times"], parts["channels"], parts.get("dtimes"))
+
+
+def read_npz(
+    path: Path,
+    times: Optional[str] = None,
+    channels: Optional[str] = None,
+    dtimes: Optional[str] = None,
+    time_unit: Time = 1,
+    sync_period: Optional[Time] = None,
+    resolution: Optional[Time] = None,
+) -> Source:
+    """Arrays of an NPZ file, compressed or not."""
+    with zipfile.ZipFile(path) as archive:
+        there = [each[:-4] for each in archive.namelist() if each.endswith(".npy")]
+    names = _chosen(there, {"times": times, "channels": channels, "dtimes": dtimes}, path)
+
+    def blocks() -> Iterator[Block]:
+        with ExitStack() as stack:
+            archive = stack.enter_context(zipfile.ZipFile(path))
+            opened = {what: stack.enter_context(archive.open(f"{name}.npy")) for what, name in names.items()}
+            yield from _rows({what: _Member(file, names[what]) for what, file in opened.items()}, path)
+
+    return _source(path, blocks, "dtimes" in names, time_unit, sync_period, resolution)
+
+
+def read_npy(
+    path: Path,
+    channels: str = "",
+    dtimes: Optional[str] = None,
+    time_unit: Time = 1,
+    sync_period: Optional[Time] = None,
+    resolution: Optional[Time] = None,
+) -> Source:
+    """An NPY file of times, with others of channels and dtimes."""
+    files = {"times": path, "channels": _other(path, channels, "channels")}
+    if dtimes is not None:
+        files["dtimes"] = _other(path, dtimes, "dtimes")
+
+    def blocks() -> Iterator[Block]:
+        with ExitStack() as stack:
+            opened = {what: stack.enter_context(file.open("rb")) for what, file in files.items()}
+            yield from _rows({what: _Member(file, str(files[what])) for what, file in opened.items()}, path)
+
+    return _source(path, blocks, dtimes is not None, time_unit, sync_period, resolution)
+
+
+def _other(path: Path, name: str, what: str) -> Path:
+    """A file that is named from here, or beside the times."""
+    found = next((each for each in (Path(name), path.parent / name) if name and each.is_file()), None)
+    if found is None:
+        raise ValueError(f"{path}: {what}=FILE with the {what} is wanted{f', there is no {name}' if name else ''}")
+    return found
+
+
+def _dtype(path: Path) -> Any:
+    match = re.fullmatch(r"\.([uif])(8|16|32|64)", path.suffix)
+    if not match:
+        raise ValueError(f"{path}: the ending says the type of the numbers: .u8, .u16, .u32, .u64, .i64, ...")
+    return np.dtype(f"<{match.group(1)}{int(match.group(2)) // 8}")
+
+
+def read_binary(
+    path: Path,
+    channels: str = "",
+    dtimes: Optional[str] = None,
+    time_unit: Time = 1,
+    sync_period: Optional[Time] = None,
+    resolution: Optional[Time] = None,
+) -> Source:
+    """Files of numbers without a header, little endian; the type is the ending, as in ``timestamps.u64``."""
+    files = {"times": path, "channels": _other(path, channels, "channels")}
+    if dtimes is not None:
+        files["dtimes"] = _other(path, dtimes, "dtimes")
+    kinds = {what: _dtype(file) for what, file in files.items()}
+    sizes = {str(file): file.stat().st_size // kinds[what].itemsize for what, file in files.items()}
+    if len(set(sizes.values())) != 1:
+        raise ValueError(f"{path}: files of different length, {sizes}")
+
+    def blocks() -> Iterator[Block]:
+        with ExitStack() as stack:
+            opened = {what: stack.enter_context(file.open("rb")) for what, file in files.items()}
+            while True:
+                parts = {what: np.fromfile(file, kinds[what], BLOCK) for what, file in opened.items()}
+                if not len(parts["times"]):
+                    return
+                yield Block(parts["times"], parts["channels"], parts.get("dtimes"))
+
+    return _source(path, blocks, dtimes is not None, time_unit, sync_period, resolution)
+
+
+def read_csv(
+    path: Path,
+    times: Optional[str] = None,
+    channels: Optional[str] = None,
+    dtimes: Optional[str] = None,
+    time_unit: Time = 1,
+    sync_period: Optional[Time] = None,
+    resolution: Optional[Time] = None,
+    delimiter: str = ",",
+) -> Source:
+    """Columns of whole numbers; the first line that isn't a comment (#) names them."""
+    with path.open(encoding="utf-8") as file:
+        header = next((line for line in file if line.strip() and not line.startswith("#")), "")
+    there = [each.strip() for each in header.split(delimiter)]
+    names = _chosen(there, {"times": times, "channels": channels, "dtimes": dtimes}, path)
+    columns = [there.index(name) for name in names.values()]
+
+    def blocks() -> Iterator[Block]:
+        with path.open(encoding="utf-8") as file:
+            lines = (line for line in file if line.strip() and not line.startswith("#"))
+            next(lines, None)
+            while batch := list(itertools.islice(lines, BLOCK // 8)):
+                try:
+                    with warnings.catch_warnings():
+                        warnings.simplefilter("error")  # some versions cut 1.5 to 1, with a warning
+                        table = np.loadtxt(batch, np.int64, delimiter=delimiter, usecols=columns, ndmin=2)
+                except (ValueError, IndexError, Warning) as problem:
+                    raise ValueError(f"{path}: {problem}") from None
+                parts = dict(zip(names, table.T))
+                yield Block(parts["times"], parts["channels"], parts.get("dtimes"))
+
+    return _source(path, blocks, "dtimes" in names, time_unit, sync_period, resolution)
+
+
+# ------------------------------------------------------------------------------------------------------- writing
+
+
+def _columns(events: Events) -> Dict[str, Any]:
+    """The columns of a table: T2 times in ps; T3 the sync number and the dtime."""
+    if events.mode == "T2":
+        return {"times": events.times, "channels": events.channels}
+    return {"times": events.syncs, "channels": events.channels, "dtimes": events.dtimes}
+
+
+class _TableWriter:
+    """What the writers of tables share. A target is there when it is whole."""
+
+    def __init__(self, path: Path, target: Path, device: Device) -> None:
+        self._path = path
+        self._target = target
+        self._units: Dict[str, Any] = {"mode": device.mode, "times": "ps"}
+        if device.mode == "T3":
+            self._units.update(times="sync number", sync_period_ps=device.sync_period)
+            self._units.update(dtimes="resolution_ps", resolution_ps=device.resolution)
+        self._kinds: Dict[str, Any] = {"times": np.uint64, "channels": np.uint8}
+        if device.mode == "T3":
+            self._kinds["dtimes"] = np.uint16
+        self._open()
+
+    def _open(self) -> None:
+        raise NotImplementedError
+
+    def _close(self, failed: bool) -> None:
+        raise NotImplementedError
+
+    def finish(self, events: int) -> List[str]:
+        return ["device, header and overflow records aren't kept; the units are: " + json.dumps(self._units)]
+
+    def __enter__(self) -> Any:
+        return self
+
+    def __exit__(
+        self, kind: Optional[Type[BaseException]], error: Optional[BaseException], trace: Optional[TracebackType]
+    ) -> None:
+        self._close(kind is not None)
+        if kind is None:
+            self._path.replace(self._target)
+        else:
+            self._path.unlink(missing_ok=True)
+
+
+class CsvWriter(_TableWriter):
+    """A line an event, below a comment with the units and a line of names."""
+
+    def _open(self) -> None:
+        self._file = self._path.open("w", encoding="utf-8")
+        self._file.write(f"# {json.dumps(self._units)}\n{','.join(self._kinds)}\n")
+
+    def write(self, events: Events) -> None:
+        columns = [column.tolist() for column in _columns(events).values()]
+        line = ",".join(["%d"] * len(columns)).__mod__
+        self._file.write("\n".join(map(line, zip(*columns))) + "\n" if columns[0] else "")
+
+    def _close(self, failed: bool) -> None:
+        self._file.close()
+
+
+class BinaryWriter(_TableWriter):
+    """``NAME.u64`` with the times, beside it ``NAME.channels.u8``, in T3 ``NAME.dtimes.u16``, and ``NAME.json`` with
+    the units. Little endian, no headers."""
+
+    def _open(self) -> None:
+        beside = {"channels": ".channels.u8", "dtimes": ".dtimes.u16"}
+        self._paths = {name: self._target.with_suffix(beside[name]) for name in self._kinds if name in beside}
+        self._paths["times"] = self._path
+        self._files = {name: path.open("wb") for name, path in self._paths.items()}
+
+    def write(self, events: Events) -> None:
+        for name, column in _columns(events).items():
+            self._files[name].write(np.ascontiguousarray(column).data)
+
+    def _close(self, failed: bool) -> None:
+        for file in self._files.values():
+            file.close()
+        if failed:
+            for path in self._paths.values():
+                path.unlink(missing_ok=True)
+            return
+        self._target.with_suffix(".json").write_text(json.dumps(self._units))
+
+
+class NpzWriter(_TableWriter):
+    """Arrays ``times``, ``channels``, ``dtimes`` and ``json`` with the units. An NPZ file says lengths in front, so the
+    arrays are collected in files beside it first."""
+
+    def _open(self) -> None:
+        self._parts = {name: self._path.with_suffix(f".{name}.part") for name in self._kinds}
+        self._files = {name: path.open("wb") for name, path in self._parts.items()}
+        self._count = 0
+
+    def write(self, events: Events) -> None:
+        self._count += len(events)
+        for name, column in _columns(events).items():
+            self._files[name].write(np.ascontiguousarray(column).data)
+
+    def _close(self, failed: bool) -> None:
+        for file in self._files.values():
+            file.close()
+        if not failed:
+            with zipfile.ZipFile(self._path, "w", allowZip64=True) as archive:
+                for name, part in self._parts.items():
+                    with archive.open(f"{name}.npy", "w", force_zip64=True) as member, part.open("rb") as data:
+                        _npy_header(member, (self._count,), np.dtype(self._kinds[name]))
+                        shutil.copyfileobj(data, member, 1 << 20)
+                with archive.open("json.npy", "w") as member:
+                    _npy.write_array(member, np.array(json.dumps(self._units)))
+        for part in self._parts.values():
+            part.unlink(missing_ok=True)
+
+
+def _npy_header(file: Any, shape: Tuple[int, ...], kind: Any) -> None:
+    about = {"descr": _npy.dtype_to_descr(kind), "fortran_order": False, "shape": shape}
+    _npy.write_array_header_1_0(file, about)
+
+
+class ArrowWriter(_TableWriter):
+    """Parquet, or an Arrow file, by the ending; needs pyarrow."""
+
+    def _open(self) -> None:
+        pyarrow = optional_package("pyarrow", f"writing {self._target.suffix}")
+        units = {"tessel": json.dumps(self._units)}
+        self._schema = pyarrow.schema(
+            [(name, pyarrow.from_numpy_dtype(kind)) for name, kind in self._kinds.items()], metadata=units
+        )
+        if self._target.suffix == ".parquet":
+            self._writer = optional_package("pyarrow.parquet", "Parquet").ParquetWriter(self._path, self._schema)
+        else:
+            self._writer = pyarrow.ipc.new_file(str(self._path), self._schema)
+
+    def write(self, events: Events) -> None:
+        pyarrow = optional_package("pyarrow", "Arrow")
+        arrays = [pyarrow.array(column) for column in _columns(events).values()]
+        self._writer.write_batch(pyarrow.record_batch(arrays, schema=self._schema))
+
+    def _close(self, failed: bool) -> None:
+        self._writer.close()
