@@ -27,7 +27,7 @@ bool lastDistance(const T2Counting &counting, uint64_t &last)
     return span != 0;
 }
 
-// Needs a `last` below 2^63.
+// What is left of a block, and where no register of events can be counted at once. Needs a `last` below 2^63.
 template <class Division>
 void countT2With(const Division division, const uint64_t *times, const uint8_t *channels, uint64_t count,
                  uint32_t *histo, const T2Counting &counting, uint64_t last)
@@ -61,6 +61,9 @@ void countT2(const uint64_t *times, const uint8_t *channels, uint64_t count, uin
     uint64_t last = 0;
     if (!lastDistance(counting, last) || last >> 63 != 0)
         return countT2Plain(times, channels, count, histo, counting);
+    const uint64_t done = countT2Blocks(times, channels, count, histo, counting, last);
+    times += done, channels += done, count -= done;
+    if (count == 0) return;
     withDivision(counting.BinWidth, [&](const auto &division) {
         countT2With(division, times, channels, count, histo, counting, last);
     });

@@ -26,6 +26,11 @@ struct T2Counting
 void countT2(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
              const T2Counting &counting);
 
+// A register of events at a time, as many as fit in whole blocks; their number, 0 where it can't be done.
+// `last`: the largest distance that has a bin.
+uint64_t countT2Blocks(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
+                       const T2Counting &counting, uint64_t last);
+
 // The same, event by event and with a division in each: what the loops above are compared with.
 void countT3Plain(const uint64_t *times, const uint8_t *channels, uint64_t count, uint32_t *histo,
                   uint64_t numBins, uint64_t rows);

@@ -29,18 +29,32 @@ constexpr std::array<uint32_t, 256> ChosenLanes = [] {
 }();
 
 // Does what Highway's Compress does, whose table g++ copies to the stack for each call: a tenth of the speed.
-template <class D, class V = hwy::HWY_NAMESPACE::Vec<D>, class M = hwy::HWY_NAMESPACE::Mask<D>>
-HWY_INLINE V packLanes(D d, V lanes, M wanted)
+// Bit k of `choice`: lane k.
+template <class D, class V = hwy::HWY_NAMESPACE::Vec<D>>
+HWY_INLINE V packChoice(D d, V lanes, uint8_t choice)
 {
     namespace hn = hwy::HWY_NAMESPACE;
     static_assert(hn::MaxLanes(D()) == 8);
-    uint8_t choice[8];
-    hn::StoreMaskBits(d, wanted, choice);
-    const auto places = hn::Shr(hn::Set(d, ChosenLanes[choice[0]]), hn::ShiftLeft<2>(hn::Iota(d, 0)));
+    const auto places = hn::Shr(hn::Set(d, ChosenLanes[choice]), hn::ShiftLeft<2>(hn::Iota(d, 0)));
     return hn::TableLookupLanes(lanes, hn::IndicesFromVec(d, hn::And(places, hn::Set(d, 7))));
 }
 
+template <class D, class V = hwy::HWY_NAMESPACE::Vec<D>, class M = hwy::HWY_NAMESPACE::Mask<D>>
+HWY_INLINE V packLanes(D d, V lanes, M wanted)
+{
+    uint8_t choice[8];
+    hwy::HWY_NAMESPACE::StoreMaskBits(d, wanted, choice);
+    return packChoice(d, lanes, choice[0]);
+}
+
 #else
+
+template <class D, class V = hwy::HWY_NAMESPACE::Vec<D>>
+HWY_INLINE V packChoice(D d, V lanes, uint8_t choice)
+{
+    const uint8_t choices[8] = {choice};
+    return hwy::HWY_NAMESPACE::Compress(lanes, hwy::HWY_NAMESPACE::LoadMaskBits(d, choices));
+}
 
 template <class D, class V = hwy::HWY_NAMESPACE::Vec<D>, class M = hwy::HWY_NAMESPACE::Mask<D>>
 HWY_INLINE V packLanes(D, V lanes, M wanted)

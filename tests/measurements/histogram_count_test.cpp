@@ -66,9 +66,24 @@ TEST(HistogramCount, T2CountsDistancesFromTheReference)
             }
             const Counts expected =
                 histogramT2(events, shape.Rows, shape.NumBins, shape.BinWidth, shape.RefChan);
-            ASSERT_EQ(runT2(countT2, events, shape, expected.size()), expected);
+            forEachSimdTarget([&] { ASSERT_EQ(runT2(countT2, events, shape, expected.size()), expected); });
             ASSERT_EQ(runT2(countT2Plain, events, shape, expected.size()), expected);
         }
+}
+
+// Where a division that is off by a little would show: whole blocks of distances just at the edges of bins.
+TEST(HistogramCount, T2KeepsTheEdgesOfBins)
+{
+    for (const uint64_t binWidth : {1ull, 3ull, 25ull, 49ull, 999'983ull, 1ull << 33, 274'877'906'943ull}) {
+        const Settings settings{.RefChan = 1, .BinWidth = binWidth, .NumBins = 4095, .Rows = 2};
+        Events events{{1, 1}};
+        for (uint64_t bin = 1; bin < 4097; ++bin)
+            for (const uint64_t distance : {bin * binWidth - 1, bin * binWidth})
+                events.push_back({1 + distance, 0});
+        const Counts expected = histogramT2(events, 2, settings.NumBins, binWidth, 1);
+        forEachSimdTarget(
+            [&] { ASSERT_EQ(runT2(countT2, events, settings, expected.size()), expected) << binWidth; });
+    }
 }
 
 // Distances the reciprocal can't take, or a product of width and bins beyond 64 bits.
