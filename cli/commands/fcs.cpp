@@ -228,16 +228,19 @@ Plot asPlot(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
     const std::string names[] = {first, fmt::format("{} and {}", first, second), second};
     Plot plot;
     plot.Title = plotTitle(measured.From);
-    plot.XLabel = "Lag (s)";
-    plot.YLabel = "G";
+    plot.XLabel = "Lag τ (s)";
+    plot.YLabel = "G(τ)";
+    plot.Level = 0;
     plot.LogX = true;
     plot.Lines = true;
     if (fcs.NumPoints > 0) {
         plot.XMin = fcs.LagsPs.front() * 1e-12;
         plot.XMax = fcs.LagsPs.back() * 1e-12;
     }
-    for (size_t i = 0; i < (options.Channels.First == options.Channels.Second ? 1u : 3u); ++i)
+    for (size_t i = 0; i < (options.Channels.First == options.Channels.Second ? 1u : 3u); ++i) {
         plot.Curves.push_back(scaledCurve(names[i], fcs.LagsPs, 1e-12, fcs.Curves[i].Values));
+        plot.Curves.back().Sigma = fcs.Curves[i].Sigmas;
+    }
     return plot;
 }
 

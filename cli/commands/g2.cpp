@@ -152,15 +152,17 @@ Plot asPlot(const G2Options &options, const G2 &g2, const Measured &measured)
     const TimeAxis axis = timeAxis(end);
     Plot plot;
     plot.Title = plotTitle(measured.From);
-    plot.XLabel = fmt::format("Lag ({})", axis.Unit);
+    plot.XLabel = fmt::format("Lag τ ({})", axis.Unit);
     plot.YLabel = options.RawCounts ? fmt::format("Pairs per {}", timeText(static_cast<double>(g2.BinWidthPs)))
-                                    : std::string("g2");
+                                    : std::string("g⁽²⁾(τ)");
     plot.XMin = -end * axis.Factor;
     plot.XMax = end * axis.Factor;
     plot.Lines = true;
     const std::string name = fmt::format("{} and {}", rowName(measured.From, options.Channels.First),
                                          rowName(measured.From, options.Channels.Second));
     plot.Curves.push_back(scaledCurve(name, g2.LagsPs, axis.Factor, g2.Values));
+    plot.Curves.back().Sigma = g2.Sigmas;
+    if (!options.RawCounts) plot.Level = 1;
     return plot;
 }
 

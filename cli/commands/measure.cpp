@@ -49,7 +49,7 @@ bool writesText(const MeasureOptions &options, const HostOptions &host)
 
 int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
 {
-    checkPlotName(options.Result.PlotFile);
+    checkPlot(options.Result.Plot);
     checkUpdateOptions(options.Updates);
     const Session session(host);
     checkFiles(options, host);
@@ -74,7 +74,7 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
     if (writesText(options, host))
         writeResult(options.Result.File,
                     options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
-    if (!options.Result.PlotFile.empty()) drawResult(options.Result, measurement.Plot(measured));
+    if (!options.Result.Plot.File.empty()) drawResult(options.Result, measurement.Plot(measured));
     const int code = reportRun(measured);
     return code == 0 && !fault.empty() ? static_cast<int>(Exit::DataLost) : code;
 }
@@ -82,8 +82,8 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
 void drawResult(const ResultOptions &options, const Plot &plot)
 {
     try {
-        drawPlot(plot, options.PlotFile);
-        note(fmt::format("{} drawn", visibleText(options.PlotFile)));
+        drawPlot(plot, options.Plot);
+        note(fmt::format("{} drawn", visibleText(options.Plot.File)));
     } catch (const Failure &failure) {
         if (!wantsText(options)) throw;
         warn(failure.what());

@@ -2,6 +2,7 @@
 #include "commands/measure.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
+#include "program/output_file.h"
 #include "program/settings.h"
 #include "program/units.h"
 #include "program/visible_text.h"
@@ -37,6 +38,7 @@ void checkFiles(const MeasureOptions &options, const HostOptions &host, const st
     std::vector<std::string> inputs = chainFiles(options.Chain);
     inputs.insert(inputs.end(), {options.File, host.IniPath, host.SimulationPath});
     std::vector<Output> outputs = outputsOf(options.Result);
+    for (const Output &output : outputs) checkPlace(output.Path);
     if (!beside.empty()) outputs.push_back({"-o", beside});
     if (!options.RecordFile.empty()) outputs.push_back({options.RecordOption, options.RecordFile});
     checkOutputs(inputs, outputs, options.Result.Force);

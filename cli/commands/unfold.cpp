@@ -157,7 +157,7 @@ Form formOf(const UnfoldOptions &options)
 int runUnfold(const UnfoldOptions &options, const HostOptions &host)
 {
     const ResultOptions &result = options.Measure.Result;
-    checkPlotName(result.PlotFile);
+    checkPlot(result.Plot);
     Unfolded unfolded;
     unfolded.As = formOf(options);
     unfolded.Overflows = options.Overflows;
@@ -184,7 +184,7 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     }
     if (!side.empty()) writeResult(side, jsonText(sideFile(unfolded, measured)));
     noteSpeed(measured.Run);
-    if (!result.PlotFile.empty()) drawResult(result, eventPlot(unfolded.First, measured.From));
+    if (!result.Plot.File.empty()) drawResult(result, eventPlot(unfolded.First, measured.From));
     return reportRun(measured);
 }
 

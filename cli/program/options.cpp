@@ -43,9 +43,16 @@ void addOutputOptions(CLI::App &command, ResultOptions &options, const std::stri
 void addPlotOption(CLI::App &command, ResultOptions &options)
 {
     command
-        .add_option("--plot", options.PlotFile,
-                    "Draw a .png or .svg file with gnuplot; without -o and --json nothing else is written")
+        .add_option(
+            "--plot", options.Plot.File,
+            "Draw a .png, .svg or .pdf file with gnuplot; without -o and --json nothing else is written")
         ->type_name("FILE");
+    command.add_option("--title", options.Plot.Title, "Title of the plot")->type_name("TEXT");
+    command
+        .add_option("--size", options.Plot.Size, "Width and height of the plot; a PNG has 1.6 pixels for each")
+        ->type_name("WxH")
+        ->capture_default_str();
+    command.add_flag("--errors", options.Plot.Errors, "Bars of one standard deviation in the plot");
 }
 
 CLI::Option *asTime(CLI::Option *option)
@@ -73,14 +80,14 @@ CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names)
 
 bool wantsText(const ResultOptions &options)
 {
-    return options.PlotFile.empty() || options.Json || !options.File.empty();
+    return options.Plot.File.empty() || options.Json || !options.File.empty();
 }
 
 std::vector<Output> outputsOf(const ResultOptions &options)
 {
     std::vector<Output> outputs;
     if (wantsText(options)) outputs.push_back({"-o", options.File});
-    if (!options.PlotFile.empty()) outputs.push_back({"--plot", options.PlotFile});
+    if (!options.Plot.File.empty()) outputs.push_back({"--plot", options.Plot.File});
     return outputs;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "program/files.h"
+#include "program/plot.h"
 
 #include <cstdint>
 #include <functional>
@@ -20,7 +21,7 @@ struct ResultOptions
 {
     std::string File; // empty or "-": standard output
     bool Json = false;
-    std::string PlotFile;
+    PlotOptions Plot;
     bool Force = false; // also onto a recording
 };
 

@@ -133,6 +133,14 @@ OutputFile::~OutputFile()
     freeSlot(WorkName);
 }
 
+void checkPlace(const std::string &path)
+{
+    std::error_code problem;
+    const auto target = std::filesystem::status(behindLinks(path), problem);
+    const bool isStream = exists(target) && !is_regular_file(target) && !is_directory(target);
+    if (!isStream && !isStandardOutput(path)) OutputFile{path}; // and away again
+}
+
 void write(OutputFile &file, std::string_view piece)
 {
     if (!writeAll(file.Descriptor, piece)) failOn(file, errno);

@@ -25,6 +25,9 @@ struct OutputFile
     int Descriptor = -1;
 };
 
+// Throws Failure if a file can't be written there; pipes and devices are not touched.
+void checkPlace(const std::string &path);
+
 // Throw Failure.
 void write(OutputFile &file, std::string_view piece);
 void complete(OutputFile &file);

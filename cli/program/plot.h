@@ -1,4 +1,4 @@
-// Curves, or a colour map, drawn by gnuplot into a PNG or SVG file.
+// Curves, or a colour map, drawn by gnuplot into a PNG, SVG or PDF file.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +13,7 @@ struct Curve
 {
     std::string Name;
     std::vector<double> X, Y;
+    std::vector<double> Sigma{}; // of Y, drawn as bars; none: no bars
 };
 
 // Counts of bins, each at its centre; the first bin starts at `start`.
@@ -36,17 +37,28 @@ struct Plot
     bool LogX = false, LogY = false; // points at or below 0 are left out
     bool Lines = false;              // instead of points
     double XMin = 0, XMax = 0;
+    std::optional<double> Level; // a line across, what uncorrelated light gives
     std::vector<Curve> Curves;
     std::optional<ColourMap> Map; // instead of curves
 };
 
-// Throws a usage Failure unless the file's name ends in .png or .svg.
-void checkPlotName(const std::string &path);
+// Where and how a plot is drawn.
+struct PlotOptions
+{
+    std::string File;              // empty: none is drawn
+    std::string Title;             // empty: the plot's own
+    std::string Size = "1000x560"; // in points of the screen; a PNG has 1.6 pixels for each
+    bool Errors = false;           // bars of one standard deviation
+};
+
+// Throws a usage Failure unless the file's name ends in .png, .svg or .pdf and the size is one, and a Failure
+// without gnuplot.
+void checkPlot(const PlotOptions &options);
 
 // The gnuplot script with its data: all that drawing depends on.
-std::string plotScript(const Plot &plot, const std::string &path);
+std::string plotScript(const Plot &plot, const PlotOptions &options);
 
 // Throws Failure if gnuplot is missing or couldn't draw.
-void drawPlot(const Plot &plot, const std::string &path);
+void drawPlot(const Plot &plot, const PlotOptions &options);
 
 } // namespace Tessel::Cli
