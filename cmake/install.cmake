@@ -28,3 +28,15 @@ install(FILES ${PROJECT_BINARY_DIR}/tessel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR
 set(TESSEL_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Where the Python package goes, from the prefix")
 install(DIRECTORY python/tessel DESTINATION ${TESSEL_PYTHON_DIR} PATTERN __pycache__ EXCLUDE
         PATTERN prefix EXCLUDE)
+
+# A wheel with library, program and simulated instruments in it, in build/PRESET/wheel.
+if(NOT TESSEL_SANITIZE)
+  set(wheel_dir ${PROJECT_BINARY_DIR}/wheel)
+  add_custom_target(wheel
+    COMMAND ${CMAKE_COMMAND} --install ${PROJECT_BINARY_DIR} --prefix ${wheel_dir}/prefix
+    COMMAND ${CMAKE_COMMAND} -E rm -rf ${wheel_dir}/source
+    COMMAND ${CMAKE_COMMAND} -E copy_directory ${PROJECT_SOURCE_DIR}/python ${wheel_dir}/source
+    COMMAND ${CMAKE_COMMAND} -E env TESSEL_PREFIX=${wheel_dir}/prefix
+            /usr/bin/python3 -m build --wheel --no-isolation --outdir ${wheel_dir} ${wheel_dir}/source
+    DEPENDS tessel tessel_program tessel_manual tessel_sim_instruments VERBATIM)
+endif()

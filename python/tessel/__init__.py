@@ -18,6 +18,7 @@ from .chain import Chain
 from .formats import Converted, convert
 from .correlations import G2, Fcs
 from .device import Device
+from . import capi
 from .errors import (
     DataLost,
     DeviceError,

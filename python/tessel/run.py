@@ -5,7 +5,6 @@ Waiting looks at the run's finished byte and sleeps in between, so that Ctrl-C w
 
 from __future__ import annotations
 
-import asyncio
 import time
 import warnings
 from dataclasses import dataclass
@@ -21,7 +20,7 @@ if TYPE_CHECKING:
 R = TypeVar("R", bound=Result)
 
 # How long a wait sleeps: at first short, for runs of some milliseconds.
-_SHORTEST, _LONGEST = 0.0005, 0.01
+_SHORTEST, _LONGEST = 0.0005, 0.003
 _REGULAR_ENDS = ("TimeOver", "Manual", "OverFlow")
 
 
@@ -184,6 +183,8 @@ class Run(Generic[R]):
         return self.updates()
 
     async def __aiter__(self) -> AsyncIterator[R]:
+        import asyncio  # here, since it takes long
+
         while not self.done:
             await asyncio.sleep(0.1)
             if not self.done:
@@ -194,6 +195,8 @@ class Run(Generic[R]):
         return self._waited().__await__()
 
     async def _waited(self) -> R:
+        import asyncio
+
         for pause in _pauses():
             if self.done:
                 break

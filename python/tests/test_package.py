@@ -1,0 +1,64 @@
+"""The package as it is given away: installed beside the library, and as a wheel with the library in it."""
+
+from __future__ import annotations
+
+import os
+import subprocess
+import sys
+from pathlib import Path
+from typing import Any, Dict, List
+
+import pytest
+from conftest import ROOT, scripts
+
+BUILD = ROOT / "build" / "release"
+TRY = """
+import tessel
+assert tessel.__file__.startswith({where!r}), tessel.__file__
+assert str(tessel.capi.path()).startswith({where!r}), tessel.capi.path()
+tessel.simulate("try.tgx", duration="10ms")
+with tessel.open("try.tgx") as dev:
+    assert dev.histogram().wait().counts.sum() > 500
+assert tessel.devices(simulated=True)[0].id == "SIM-ZP-0"
+"""
+
+
+def environment(**more: str) -> Dict[str, str]:
+    return {**{name: text for name, text in os.environ.items() if not name.startswith(("TESSEL", "PYTHON"))}, **more}
+
+
+@pytest.fixture(scope="module")
+def prefix(tmp_path_factory: pytest.TempPathFactory) -> Path:
+    if not (BUILD / "cmake_install.cmake").is_file():
+        pytest.skip(f"nothing is built in {BUILD}")
+    folder = tmp_path_factory.mktemp("installed") / "prefix"
+    subprocess.run(["cmake", "--install", BUILD, "--prefix", folder], check=True, stdout=subprocess.DEVNULL)
+    return folder
+
+
+def test_installed_beside_the_library(prefix: Path) -> None:
+    path = str(prefix / "lib" / "python3" / "dist-packages")
+    subprocess.run([sys.executable, "-c", TRY.format(where=str(prefix))], check=True, env=environment(PYTHONPATH=path))
+
+
+def test_wheel(prefix: Path, tmp_path: Path) -> None:
+    source = tmp_path / "source"
+    subprocess.run(["cp", "-r", ROOT / "python", source], check=True)
+    build: List[Any] = ["/usr/bin/python3", "-m", "build", "--wheel", "--no-isolation", "--outdir", tmp_path, source]
+    done = subprocess.run(build, env=environment(TESSEL_PREFIX=str(prefix)), capture_output=True, text=True, check=False)
+    assert done.returncode == 0, done.stdout + done.stderr
+    (wheel,) = tmp_path.glob("tessel-*-py3-none-linux_*.whl")
+    where = tmp_path / "site"
+    install: List[Any] = ["/usr/bin/python3", "-m", "pip", "install", "-q", "--no-index", "--no-deps", "--target", where, wheel]
+    subprocess.run(install, check=True, env=environment(PIP_ROOT_USER_ACTION="ignore"))
+    assert (where / "tessel" / "py.typed").is_file()
+    subprocess.run([sys.executable, "-c", TRY.format(where=str(where))], check=True, env=environment(PYTHONPATH=str(where)))
+
+
+@pytest.mark.parametrize("script", scripts("docs/examples"), ids=lambda path: str(path.name))
+def test_examples_of_the_documentation(script: Path, tmp_path: Path) -> None:
+    """They run as they stand, in an empty folder."""
+    folder = tmp_path / "empty"
+    folder.mkdir()
+    done = subprocess.run([sys.executable, script], cwd=folder, capture_output=True, text=True, check=False)
+    assert done.returncode == 0, done.stdout + done.stderr
