@@ -106,6 +106,7 @@ std::string helpText(const ResultHelp &help)
         "run {{recordsRead, recordsInFile, recording (closed, not closed, cut short), complete,\n"
         "stopReason, verdict (clean, lossy: something is missing, invalid: times may be wrong too),\n"
         "losses {{place: {{unit, occasions, lost (null: nobody knows), first, last [s]}}}},\n"
+        "stepsBack (events after a later one) and largestStepPs (how far they go back),\n"
         "recordingLosses (null, or {{verdict, losses}} of the recording that is read or written)}} (of an\n"
         "instrument file, recordsInFile and recording are null), of an instrument live {{acquisitionMs,\n"
         "liveTimeMs, meanSyncRate [Hz], startRates and rates (at the end) {{sync, inputs}} [cps], instrument\n"

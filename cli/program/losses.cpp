@@ -2,6 +2,7 @@
 #include "program/losses.h"
 
 #include "program/session.h"
+#include "program/units.h"
 #include "tessel.h"
 
 #include <fmt/format.h>
@@ -63,9 +64,28 @@ void addLine(std::vector<std::string> &lines, std::string_view what, const objec
 
 } // namespace
 
+namespace {
+
+uint64_t orderIn(const LossTexts &losses, const char *key)
+{
+    const auto *order = losses.Losses.if_contains("order");
+    return order ? order->at(key).to_number<uint64_t>() : 0;
+}
+
+} // namespace
+
+uint64_t LossTexts::stepsBack() const
+{
+    return orderIn(*this, "stepsBack");
+}
+uint64_t LossTexts::largestStepPs() const
+{
+    return orderIn(*this, "largestStepPs");
+}
+
 bool LossTexts::isClean() const
 {
-    return worse(verdictOf(&Losses), verdictOf(ofRecording(*this))) == verdicts[0];
+    return worse(verdictOf(&Losses), verdictOf(ofRecording(*this))) == verdicts[0] && stepsBack() == 0;
 }
 
 LossTexts lossesNow()
@@ -79,6 +99,8 @@ void addLosses(object &keys, const LossTexts &losses)
     keys["verdict"] = worse(verdictOf(&losses.Losses), verdictOf(recording));
     const auto *places = losses.Losses.if_contains("losses");
     keys["losses"] = places ? *places : boost::json::value(object());
+    keys["stepsBack"] = losses.stepsBack();
+    keys["largestStepPs"] = losses.largestStepPs();
     keys["recordingLosses"] = nullptr;
     if (recording) keys["recordingLosses"] = *recording;
 }
@@ -88,6 +110,9 @@ std::vector<std::string> lossLines(const LossTexts &losses)
     std::vector<std::string> lines;
     addLine(lines, "result", &losses.Losses);
     addLine(lines, "recording", ofRecording(losses));
+    if (losses.stepsBack() > 0)
+        lines.push_back(fmt::format("{} events come after a later one, by up to {}", losses.stepsBack(),
+                                    timeText(static_cast<double>(losses.largestStepPs()))));
     return lines;
 }
 

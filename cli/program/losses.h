@@ -3,6 +3,7 @@
 
 #include <boost/json/object.hpp>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@ struct LossTexts
 {
     boost::json::object Losses;
 
+    // Events read after a later one, and how far they went back.
+    uint64_t stepsBack() const;
+    uint64_t largestStepPs() const;
     bool isClean() const; // nothing, neither in the run nor in its recording
 };
 

@@ -9,6 +9,7 @@ namespace Tessel {
 std::string stringifyLosses(const DeviceLosses &losses)
 {
     boost::json::object text = lossesJson(losses.Result);
+    text["order"] = {{"stepsBack", losses.StepsBack}, {"largestStepPs", losses.LargestStepPs}};
     text["recording"] = nullptr;
     if (losses.Recording) text["recording"] = lossesJson(*losses.Recording);
     return boost::json::serialize(text);

@@ -110,6 +110,10 @@ struct Run
     std::atomic<bool> ClearRequested{false}; // the measurement thread drops the rest of its batch
     std::atomic<int64_t> LastPublish{0};     // ns, monotonic
 
+    // Order in time of the events as they were read; ProcessThread writes.
+    std::atomic<uint64_t> StepsBack{0};   // events earlier than the one before them
+    std::atomic<uint64_t> LargestStep{0}; // ps; of an event, before the latest one so far
+
     // MeasureThread hands words over to ProcessThread. Three buffers of one size go round, each by exchange; a
     // recorded file is read into ReadBuffer itself and needs two.
     PageArray<uint32_t> FillBuffer{}; // MeasureThread's: an instrument writes here, while no gate is held

@@ -6,6 +6,7 @@
 #include "run/file_writer.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
+#include "stream/order.h"
 #include "stream/words.h"
 #include "threads/losses.h"
 #include "threads/run_control.h"
@@ -109,8 +110,9 @@ private:
         InvalidWords invalid{.Room = loggedInvalidWords - run.InvalidRecordCount};
         const uint64_t words = std::min(pending, store.Capacity - store.Count);
         const std::span batch(run.ProcessBuffer.get(), words);
-        const uint64_t events = decode(batch, rules, run.OverflowBase, store.Times.get() + store.Count,
-                                       store.Channels.get() + store.Count, invalid);
+        const uint64_t events = decodeInOrder(batch, rules, run.OverflowBase, store.Times.get() + store.Count,
+                                              store.Channels.get() + store.Count, invalid, order);
+        tellOrder(run, order.StepsBack, order.LargestStep);
         store.Count += events;
         if (const uint64_t lost = invalidAmong(batch, events, rules); lost > 0)
             noteLoss(run, LossPlace::InvalidWords, lost);
@@ -125,6 +127,7 @@ private:
     MeasContext &context;
     uint64_t pending = 0; // words of the present batch
     uint64_t rawDone = 0; // of these, words that are in the caller's raw block
+    StreamOrder order;
 };
 
 } // namespace

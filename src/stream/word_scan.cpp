@@ -1,6 +1,7 @@
 #include "stream/word_scan.h"
 
 #include "records/event_store.h"
+#include "stream/order.h"
 #include "stream/times.h"
 
 #include <algorithm>
@@ -37,7 +38,7 @@ void WordScanner::scanPiece(std::span<const uint32_t> words)
     InvalidWords unlisted{.Words = {}, .Count = 0, .Room = 0};
     const uint64_t count = decode(words, rules, overflowBase, times.get(), channels.get(), unlisted);
     const uint64_t invalid = invalidAmong(words, count, rules);
-    const bool isBack = hasStepBack(count);
+    const bool isBack = hasStepBack(times.get(), count, lastTime, timeShift);
     if ((invalid > 0 || isBack) && scanned.FirstFault == WordScan::none)
         scanned.FirstFault = scanned.Words + firstFaultIn(words, baseBefore);
     if (isBack) countStepsBack(count);
@@ -60,14 +61,6 @@ void WordScanner::countEvents(uint64_t count)
     for (; i < count; ++i) ++tables[0][channels[i]];
     for (size_t code = 0; code < scanned.Events.size(); ++code)
         for (const auto &table : tables) scanned.Events[code] += table[code];
-}
-
-// The sign bit of any difference, without a branch.
-bool WordScanner::hasStepBack(uint64_t count) const
-{
-    uint64_t signs = count > 0 ? timeOf(times[0]) - lastTime : 0;
-    for (uint64_t i = 1; i < count; ++i) signs |= timeOf(times[i]) - timeOf(times[i - 1]);
-    return isNegative(signs);
 }
 
 void WordScanner::countStepsBack(uint64_t count)

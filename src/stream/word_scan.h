@@ -40,7 +40,6 @@ private:
 
     void scanPiece(std::span<const uint32_t> words);
     void countEvents(uint64_t count);
-    bool hasStepBack(uint64_t count) const;
     void countStepsBack(uint64_t count);
     uint64_t firstFaultIn(std::span<const uint32_t> words, uint64_t base) const;
     uint64_t timeOf(uint64_t raw) const { return raw >> timeShift; }

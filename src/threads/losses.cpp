@@ -70,11 +70,23 @@ LossReport lossesOfRecording(Run &run)
     return report;
 }
 
+void tellOrder(Run &run, uint64_t stepsBack, uint64_t largestStep) noexcept
+{
+    if (stepsBack == run.StepsBack) return;
+    const bool isT3 = run.Facts.Mode == MeasMode::T3;
+    run.LargestStep = largestStep * (isT3 ? static_cast<uint64_t>(run.Facts.SyncPeriodPs) : 1);
+    run.StepsBack = stepsBack;
+}
+
 DeviceLosses lossesOf(const DeviceRef &target)
 {
     DeviceLosses losses;
     auto run = currentRun(target->context);
-    if (run) losses.Result = lossesOf(*run);
+    if (run) {
+        losses.Result = lossesOf(*run);
+        losses.StepsBack = run->StepsBack;
+        losses.LargestStepPs = run->LargestStep;
+    }
     if (target->device.DeviceType == DeviceType::File)
         losses.Recording = target->context.FileLosses;
     else if (run && run->Facts.IsLive && run->Request.SaveToFile &&

@@ -21,10 +21,14 @@ LossReport lossesOf(Run &run);
 // What a recording of the run lacks, whether or not it is recorded.
 LossReport lossesOfRecording(Run &run);
 
+// Events that were read after a later one so far, and how far one went back in units of raw time (T3: syncs).
+void tellOrder(Run &run, uint64_t stepsBack, uint64_t largestStep) noexcept;
+
 struct DeviceLosses
 {
-    LossReport Result{};                   // of the live run, or the last
-    std::optional<LossReport> Recording{}; // that the device is, or that the run writes
+    uint64_t StepsBack = 0, LargestStepPs = 0; // of the live run, or the last
+    LossReport Result{};                       // of the live run, or the last
+    std::optional<LossReport> Recording{};     // that the device is, or that the run writes
 };
 DeviceLosses lossesOf(const DeviceRef &target);
 

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -230,4 +231,24 @@ TEST(Chain, StagesMakeWhatIsCounted)
     for (const size_t row : {1, 2, 3}) EXPECT_NEAR(rates[row], 1e5, 5e4) << row;
     EXPECT_TRUE(
         contains(output(folder, line + " --chain merge(1;keep)"), "\n# stage 1: merge(1; keep), makes ch3\n"));
+}
+
+// Every hundredth event of channel 2 is written after ten later ones.
+TEST(Order, EventsThatGoBackAreTold)
+{
+    const TempFolder folder;
+    std::vector<uint32_t> words;
+    for (uint32_t i = 1; i <= 1000; ++i) words.push_back(t2Event(i % 2, 1000 * i));
+    for (uint32_t at = 99; at + 10 < words.size(); at += 100)
+        std::rotate(words.begin() + at, words.begin() + at + 1, words.begin() + at + 11);
+    TgxFile::t2(2, 10)
+        .tag("TTResult_NumberOfRecords", words.size())
+        .records(words)
+        .write((folder.path() / "back.tgx").string());
+    const Ended ended = run(folder, "trace back.tgx --json");
+    EXPECT_EQ(ended.Code, 4);
+    EXPECT_TRUE(contains(ended.Err, "9 events come after a later one, by up to 100 ns")) << ended.Err;
+    const auto result = boost::json::parse(ended.Out);
+    EXPECT_EQ(result.at("run").at("stepsBack"), 9);
+    EXPECT_EQ(result.at("run").at("largestStepPs"), 100'000);
 }

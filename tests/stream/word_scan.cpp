@@ -1,6 +1,7 @@
 // What is told of a stream that nobody decodes, beside plain arithmetic on the same words.
 #include "stream/word_scan.h"
 
+#include "stream/order.h"
 #include "support/random_words.h"
 #include "support/words.h"
 
@@ -57,13 +58,21 @@ TEST(WordScan, CountsWhatAPlainLoopCounts)
                                 t2Marker(40, 9), t2Event(0, 0),      t2Sync(100)};
         for (uint32_t i = 0; i < round % 5; ++i)
             words[random() % words.size()] = bad[random() % std::size(bad)];
-        WordScanner scanner({.Mode = isT3 ? MeasMode::T3 : MeasMode::T2,
-                             .NumChans = inputs,
-                             .SyncPeriodPs = 77,
-                             .IgnoresCode18 = ignores18});
+        const DecodeRules rules{.Mode = isT3 ? MeasMode::T3 : MeasMode::T2,
+                                .NumChans = inputs,
+                                .SyncPeriodPs = 77,
+                                .IgnoresCode18 = ignores18};
+        WordScanner scanner(rules);
+        StreamOrder order;
+        std::vector<uint64_t> times(words.size());
+        std::vector<uint8_t> channels(words.size());
+        uint64_t base = 0, events = 0;
         for (size_t at = 0, count; at < words.size(); at += count) {
             count = std::min<size_t>(words.size() - at, random() % 40000);
             scanner.scan({words.data() + at, count});
+            InvalidWords invalid;
+            events += decodeInOrder({words.data() + at, count}, rules, base, times.data() + events,
+                                    channels.data() + events, invalid, order);
         }
         const WordScan plain = plainScan(words, isT3, ignores18), &found = scanner.found();
         SCOPED_TRACE(round);
@@ -72,6 +81,15 @@ TEST(WordScan, CountsWhatAPlainLoopCounts)
         EXPECT_EQ(found.Invalid, plain.Invalid);
         EXPECT_EQ(found.Ignored, plain.Ignored);
         EXPECT_EQ(found.StepsBack, plain.StepsBack);
+        EXPECT_EQ(order.StepsBack, plain.StepsBack);
+        uint64_t latest = 0, largest = 0;
+        for (uint64_t i = 0; i < events; ++i) {
+            const uint64_t time = isT3 ? times[i] >> 15 : times[i];
+            if (channels[i] != 255 && i > 0 && time < (isT3 ? times[i - 1] >> 15 : times[i - 1]))
+                largest = std::max(largest, latest - time);
+            latest = std::max(latest, time);
+        }
+        EXPECT_EQ(order.LargestStep, largest);
         EXPECT_EQ(found.IdleOverflows, plain.IdleOverflows);
         EXPECT_EQ(found.FirstFault, plain.FirstFault);
         EXPECT_EQ(found.LatestTime, plain.LatestTime);
