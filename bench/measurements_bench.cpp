@@ -30,6 +30,7 @@ Events eventStream(MeasMode mode, uint32_t syncs)
     if (mode == MeasMode::T3) {
         uint32_t sync = 0;
         for (uint32_t &word : words) {
+            if (word >> 25 == 127) continue; // an overflow record, whose low bits are a number of overflows
             const uint32_t next = sync + word % (2 * syncs);
             word = next < 1024 ? (word & ~0x3FFu) | next : 1u << 31 | 63u << 25 | 1;
             sync = next % 1024;

@@ -1,16 +1,21 @@
 // The loops of the time trace.
 //
-// Events come nearly in the order of time. So the fast loop doesn't look for the bin of an event, but for the
-// run of events in the present bin: it compares each with the bin's edges and counts the run at once, whatever
-// the channels are. Only of an event that may lie outside the time is worked out.
+// Events come nearly in the order of time. So the fast loop for long bins doesn't look for the bin of an event,
+// but for the run of events in the present bin: it compares each with the bin's edges and counts the run at
+// once, whatever the channels are. Only of an event that may lie outside the time is worked out. Of short bins
+// the elements of a block of events are worked out together, if all lie in the window.
 #include "measurements/time_trace_count.h"
 
+#include "measurements/count_elements.h"
+#include "measurements/time_trace_block.h"
 #include "stream/rounding.h"
+#include "stream/time_span.h"
 
 #include <algorithm>
 #include <array>
 #include <limits>
 #include <new>
+#include <optional>
 
 namespace Tessel {
 
@@ -107,21 +112,6 @@ BinEdges edgesOf(const TimeTraceWork &work, const Time &time)
     return {first, behind > first ? behind - first : 0};
 }
 
-// Events from the front that are surely in the bin.
-uint64_t runLength(const uint64_t *times, uint64_t count, BinEdges edges)
-{
-    constexpr uint64_t step = 8;
-    uint64_t length = 0;
-    while (length + step <= count) {
-        bool outside = false;
-        for (uint64_t i = 0; i < step; ++i) outside |= times[length + i] - edges.First >= edges.Span;
-        if (outside) break;
-        length += step;
-    }
-    while (length < count && times[length] - edges.First < edges.Span) ++length;
-    return length;
-}
-
 // Counts events of one bin by their channels. In one table an event would wait for the one before it, if their
 // channels are the same; so events take turns on several tables.
 class ChannelCounter
@@ -165,7 +155,7 @@ void countRuns(TimeTraceWork &work, const Time &time, const uint64_t *times, con
     ChannelCounter counter(std::min(work.Rows, maxRows));
     work.Used = std::max(work.Used, work.CurrentBin + 1);
     for (uint64_t i = 0; i < count;) {
-        const uint64_t length = runLength(times + i, count - i, edges);
+        const uint64_t length = leadingWithin(times + i, count - i, edges.First, edges.First + edges.Span);
         counter.count(work.columnAt(work.CurrentBin), channels + i, length);
         i += length;
         if (i == count) break;
@@ -173,6 +163,80 @@ void countRuns(TimeTraceWork &work, const Time &time, const uint64_t *times, con
         countOne(work, time, times[i], channels[i]);
         ++i;
         if (work.FirstBin + work.CurrentBin != bin) edges = edgesOf(work, time);
+    }
+}
+
+TraceScale scaleOf(uint64_t fromPs, T2Time)
+{
+    return {fromPs, false, 0, 0};
+}
+TraceScale scaleOf(uint64_t fromPs, const T3Time &time)
+{
+    return {fromPs, true, time.periodPs(), time.resolutionPs()};
+}
+
+// Moves the window so far that it ends with the block's last bin, and gives the distance of its first one.
+// Nothing if an event would then be before the window: one by one it would have been counted, or have started
+// the window anew.
+std::optional<uint64_t> makeVisible(TimeTraceWork &work, const TraceBlock &block)
+{
+    const uint64_t lastBin = block.Most / work.BinWidth, numBins = work.NumBins;
+    const uint64_t shift = lastBin < numBins ? 0 : lastBin - numBins + 1;
+    const uint64_t skipped = shift * work.BinWidth;
+    if (shift >= numBins || block.Least < skipped) return std::nullopt;
+    if (shift > 0) {
+        advance(work, shift);
+        work.Dropped = std::min(numBins, work.Dropped + shift);
+    }
+    work.Used = std::max(work.Used, lastBin - shift + 1);
+    return skipped;
+}
+
+// A block of TraceBlock::Events. False: it must be counted otherwise.
+template <class Time>
+bool countBlock(TimeTraceWork &work, const Time &time, const uint64_t *times, const uint8_t *channels)
+{
+    constexpr uint64_t mostElements = uint64_t{1} << 31;
+    TraceBlock block;
+    if (work.Rows >= mostElements / work.NumBins ||
+        !findDistances(block, scaleOf(work.FirstBin * work.BinWidth, time), times, channels))
+        return false;
+    const auto skipped = makeVisible(work, block);
+    if (!skipped) return false;
+    std::array<uint32_t, TraceBlock::Events> elements;
+    const TraceColumns columns{*skipped, work.BinWidth, work.NumBins, work.Origin, work.Rows};
+    const uint64_t found =
+        findElements(block, columns, std::min(work.Rows, maxRows), channels, elements.data());
+    countElements(elements.data(), found, work.Counts.get());
+    uint64_t last = TraceBlock::Events - 1;
+    while (isMarker(channels[last])) --last;
+    work.CurrentBin = (block.Distances[last] - *skipped) / work.BinWidth;
+    return true;
+}
+
+constexpr uint64_t stretchEvents = 8 * TraceBlock::Events;
+
+// Whether so many bins begin within a stretch that runs are short.
+template <class Time>
+bool hasShortBins(const TimeTraceWork &work, const Time &time, const uint64_t *times)
+{
+    constexpr uint64_t eventsOfRun = 256; // from here on runs are as fast
+    const uint64_t span = time.ps(times[stretchEvents - 1]) - time.ps(times[0]);
+    return span / (stretchEvents / eventsOfRun) > work.BinWidth;
+}
+
+template <class Time>
+void countAll(TimeTraceWork &work, const Time &time, const uint64_t *times, const uint8_t *channels,
+              uint64_t count)
+{
+    while (count > 0) {
+        const uint64_t events = std::min(count, stretchEvents);
+        const bool inBlocks = events == stretchEvents && hasShortBins(work, time, times);
+        uint64_t done = 0;
+        while (inBlocks && done < events && countBlock(work, time, times + done, channels + done))
+            done += TraceBlock::Events;
+        countRuns(work, time, times + done, channels + done, events - done);
+        times += events, channels += events, count -= events;
     }
 }
 
@@ -205,24 +269,13 @@ uint64_t traceBinWidth(uint64_t historySizePs, uint64_t numBins)
 void timeTraceCount(TimeTraceWork &work, T2Time time, const uint64_t *times, const uint8_t *channels,
                     uint64_t count)
 {
-    countRuns(work, time, times, channels, count);
+    countAll(work, time, times, channels, count);
 }
 void timeTraceCount(TimeTraceWork &work, const T3Time &time, const uint64_t *times, const uint8_t *channels,
                     uint64_t count)
 {
-    countRuns(work, time, times, channels, count);
+    countAll(work, time, times, channels, count);
 }
-void timeTraceCountPlain(TimeTraceWork &work, T2Time time, const uint64_t *times, const uint8_t *channels,
-                         uint64_t count)
-{
-    countPlain(work, time, times, channels, count);
-}
-void timeTraceCountPlain(TimeTraceWork &work, const T3Time &time, const uint64_t *times,
-                         const uint8_t *channels, uint64_t count)
-{
-    countPlain(work, time, times, channels, count);
-}
-
 bool giveOutTrace(TimeTraceWork &work, uint32_t *trace, uint64_t rows, bool last)
 {
     const uint64_t numBins = work.NumBins;

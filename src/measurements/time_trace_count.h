@@ -48,12 +48,6 @@ void timeTraceCount(TimeTraceWork &work, T2Time time, const uint64_t *times, con
 void timeTraceCount(TimeTraceWork &work, const T3Time &time, const uint64_t *times, const uint8_t *channels,
                     uint64_t count);
 
-// The same with a division for every event: what the loops above are compared with.
-void timeTraceCountPlain(TimeTraceWork &work, T2Time time, const uint64_t *times, const uint8_t *channels,
-                         uint64_t count);
-void timeTraceCountPlain(TimeTraceWork &work, const T3Time &time, const uint64_t *times,
-                         const uint8_t *channels, uint64_t count);
-
 // Moves the complete bins, and with `last` the one that is being counted, to the right end of each row of
 // `trace` (rows x NumBins), whose older bins move left. Bins that the window has passed unpublished are zero
 // there. The window then starts after the bins that were moved. False, and nothing is done: there is no

@@ -46,6 +46,9 @@ public:
         spanPs = dtimePs(dtimeMask);
     }
 
+    uint64_t periodPs() const { return period; }
+    double resolutionPs() const { return resolution; }
+
     uint64_t ps(uint64_t raw) const { return syncPs(raw) + dtimePs(raw); }
     uint64_t syncPs(uint64_t raw) const { return (raw >> dtimeBits) * period; }
 

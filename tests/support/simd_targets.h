@@ -1,4 +1,4 @@
-// Runs a check once for each instruction set of this machine that the library has a loop for.
+// Runs a check with the instruction sets of this machine that the library has a loop for.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 
 namespace TestSupport {
 
+// With each of them.
 template <class Check>
 void forEachSimdTarget(const Check &check)
 {
@@ -18,6 +19,17 @@ void forEachSimdTarget(const Check &check)
         check();
         hwy::SetSupportedTargetsForTest(0);
     }
+}
+
+// With one, chosen by the number of the check.
+template <class Check>
+void withSimdTarget(size_t number, const Check &check)
+{
+    size_t targets = 0, at = 0;
+    forEachSimdTarget([&] { ++targets; });
+    forEachSimdTarget([&] {
+        if (at++ == number % targets) check();
+    });
 }
 
 } // namespace TestSupport
