@@ -23,7 +23,7 @@ using Plain::StreamForm;
 
 namespace {
 
-constexpr uint64_t BatchEvents = 1 << 20;
+constexpr uint64_t BatchEvents = 1 << 20, PieceEvents = 1 << 14;
 constexpr double MeanDistancePs = 50'000;
 
 struct Batch
@@ -70,41 +70,59 @@ StageRef stageOf(const Batch &batch, std::vector<uint8_t> inputs, std::vector<ui
     return stage;
 }
 
-// Both forms write to arrays of the same size, which were touched before.
+// The batch goes through both forms piece by piece, each to the front of a store of the same size: what one
+// stage hands to the next stays in the cache.
 template <class State, class Plain>
 void compareStage(benchmark::State &bench, const Batch &batch, const StageRef &stage, const State &state,
                   const Plain &plain)
 {
     EventStore out, plainOut;
     for (EventStore *store : {&out, &plainOut}) {
-        allocate(*store, 3 * BatchEvents);
+        allocate(*store, 3 * PieceEvents);
         std::memset(store->Times.get(), 1, store->Capacity * sizeof(uint64_t));
         std::memset(store->Channels.get(), 1, store->Capacity);
     }
-    const auto fast = [&] {
-        State now = state;
+    const auto fast = [&](State &now, uint64_t at) {
         out.Count = 0;
-        if constexpr (uses<State, Hook::StartPass>) startPass(now, stage);
         benchmark::DoNotOptimize(
-            work(now, stage, {batch.Times.data(), batch.Channels.data(), BatchEvents}, out));
+            work(now, stage, {batch.Times.data() + at, batch.Channels.data() + at, PieceEvents}, out));
     };
-    const auto slow = [&] {
-        Plain now = plain;
+    const auto slow = [&](Plain &now, uint64_t at) {
         EventSink sink{plainOut.Times.get(), plainOut.Channels.get()};
-        now.piece(batch.Form, {batch.Times.data(), batch.Channels.data(), BatchEvents}, sink);
+        now.piece(batch.Form, {batch.Times.data() + at, batch.Channels.data() + at, PieceEvents}, sink);
         plainOut.Count = sink.count;
     };
-    const auto copy = [&] {
-        std::memcpy(plainOut.Times.get(), batch.Times.data(), BatchEvents * sizeof(uint64_t));
-        std::memcpy(plainOut.Channels.get(), batch.Channels.data(), BatchEvents);
+    const auto copy = [&](uint64_t at) {
+        std::memcpy(plainOut.Times.get(), batch.Times.data() + at, PieceEvents * sizeof(uint64_t));
+        std::memcpy(plainOut.Channels.get(), batch.Channels.data() + at, PieceEvents);
         benchmark::ClobberMemory();
     };
-    Bench::compare(bench, BatchEvents, fast, slow, copy);
-    slow();
-    if (out.Count != plainOut.Count ||
-        std::memcmp(out.Times.get(), plainOut.Times.get(), out.Count * sizeof(uint64_t)) != 0 ||
-        std::memcmp(out.Channels.get(), plainOut.Channels.get(), out.Count) != 0)
-        bench.SkipWithError("the two forms differ");
+    const auto everyPiece = [](const auto &work) {
+        for (uint64_t at = 0; at < BatchEvents; at += PieceEvents) work(at);
+    };
+    State fastState = state;
+    Plain slowState = plain;
+    if constexpr (uses<State, Hook::StartPass>) startPass(fastState, stage);
+    everyPiece([&](uint64_t at) {
+        fast(fastState, at);
+        slow(slowState, at);
+        if (out.Count != plainOut.Count ||
+            std::memcmp(out.Times.get(), plainOut.Times.get(), out.Count * sizeof(uint64_t)) != 0 ||
+            std::memcmp(out.Channels.get(), plainOut.Channels.get(), out.Count) != 0)
+            bench.SkipWithError("the two forms differ");
+    });
+    Bench::compare(
+        bench, BatchEvents,
+        [&] {
+            State now = state;
+            if constexpr (uses<State, Hook::StartPass>) startPass(now, stage);
+            everyPiece([&](uint64_t at) { fast(now, at); });
+        },
+        [&] {
+            Plain now = plain;
+            everyPiece([&](uint64_t at) { slow(now, at); });
+        },
+        [&] { everyPiece(copy); });
 }
 
 void mergeCase(benchmark::State &bench, const Batch &batch, bool keep)

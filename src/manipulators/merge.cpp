@@ -1,11 +1,10 @@
-// Merge: copies the events of several channels onto one new channel.
+// Merge: copies the events of several channels onto one new channel. The work on the events is in
+// merge_work_simd.cpp.
 #include "manipulators/merge.h"
 
 #include "log/log.h"
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
-
-#include <array>
 
 namespace Tessel {
 
@@ -22,36 +21,6 @@ constexpr StageWords mergeWords = {
 };
 
 } // namespace
-
-// A member comes out twice, under its own channel and under the merged one. Without keep, nothing else does.
-uint64_t work(MergeState &merge, const StageRef &stage, Piece in, EventStore &out)
-{
-    const Manipulator &record = *stage.record;
-    std::array<uint8_t, 256> isMember{};
-    if (!record.OutChans.empty())
-        for (uint8_t channel : record.InChans) isMember[channel] = 1;
-    const uint8_t merged = record.OutChans.empty() ? 0 : record.OutChans.front();
-    const uint8_t keep = merge.Keep;
-
-    uint64_t *times = out.Times.get();
-    uint8_t *channels = out.Channels.get();
-    uint64_t at = out.Count;
-    const uint64_t end = out.Capacity;
-    uint64_t done = 0;
-    for (; done < in.Count && at + 2 <= end; ++done) {
-        const uint64_t time = in.Times[done];
-        const uint8_t channel = in.Channels[done];
-        const uint8_t member = isMember[channel];
-        times[at] = time;
-        channels[at] = channel;
-        at += keep | member;
-        times[at] = time;
-        channels[at] = merged;
-        at += member;
-    }
-    out.Count = at;
-    return done;
-}
 
 int32_t addMerge(const DeviceRef &target, std::span<const int32_t> channels, bool keep)
 {

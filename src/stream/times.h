@@ -51,6 +51,8 @@ public:
 
     uint64_t ps(uint64_t raw) const { return syncPs(raw) + dtimePs(raw); }
     uint64_t syncPs(uint64_t raw) const { return (raw >> dtimeBits) * period; }
+    uint64_t periodPs() const { return period; }
+    double resolutionPs() const { return resolution; }
 
     // The dtime is counted in whole picoseconds of resolution.
     uint64_t raw(uint64_t ps) const
