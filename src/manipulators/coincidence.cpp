@@ -1,5 +1,5 @@
 // Coincidence: a new event on a channel of its own whenever all member channels had an event within a window.
-// The work on the events is in coincidence_work.cpp.
+// The work on the events is in coincidence_work_simd.cpp.
 #include "manipulators/coincidence.h"
 
 #include "log/log.h"
@@ -40,6 +40,7 @@ int32_t addCoincidence(const DeviceRef &target, const CoincidenceRequest &reques
     state.CoincMode = static_cast<CoincMode>(request.CoincMode);
     state.TimeMode = static_cast<TimeMode>(request.TimeMode);
     state.Keep = request.Keep;
+    state.MostPending = streamRecords() / 2;
 
     auto record = std::make_shared<Manipulator>();
     record->Type = ManisType::Coincidence;

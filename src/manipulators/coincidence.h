@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,7 @@ struct CoincidenceState
     std::array<uint64_t, 256> LastTime{};
     // First and Average: what is held back so that a coincidence can stand in its place in time.
     EventQueue Pending;
+    uint64_t MostPending = std::numeric_limits<uint64_t>::max(); // then the oldest goes before its time
     int64_t QuietAfter = 0; // ps, saturated; times beyond the signed range are never quiet
     // Time and channel of what an event made and `out` had no room for.
     std::vector<std::pair<uint64_t, uint8_t>> Ready;

@@ -19,8 +19,7 @@ public:
           out(store),
           holdsBack(coincidence.TimeMode != TimeMode::Last),
           state(coincidence),
-          members(record.InChans),
-          mostPending(std::max<uint64_t>(store.Capacity / 2, 1))
+          members(record.InChans)
     {
         output = record.OutChans.empty() ? 0 : record.OutChans.front();
         if (record.OutChans.empty()) return;
@@ -67,7 +66,7 @@ public:
     void hold(uint64_t raw, uint64_t ps, uint8_t channel)
     {
         state.Pending.push({raw, ps, channel});
-        if (state.Pending.size() <= mostPending) return;
+        if (state.Pending.size() <= state.MostPending) return;
         if (state.Keep) emit(state.Pending.front().Raw, state.Pending.front().Channel);
         state.Pending.drop(1);
     }
@@ -112,6 +111,8 @@ public:
     EventStore &out;
     const bool holdsBack; // events are held back before they go on
     std::array<uint8_t, 256> isMember{};
+    std::array<uint8_t, 256> distinct{}; // the members, each once
+    size_t distinctCount = 0;
 
 private:
     static constexpr uint64_t notSeen = std::numeric_limits<uint64_t>::max();
@@ -248,12 +249,8 @@ private:
 
     CoincidenceState &state;
     const std::vector<uint8_t> &members; // as they are listed
-    const uint64_t mostPending;
-
     uint8_t output = 0;
     bool refreshesSync = false; // each member event sets the time of the member sync
-    std::array<uint8_t, 256> distinct{};
-    size_t distinctCount = 0;
 };
 
 } // namespace Tessel

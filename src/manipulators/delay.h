@@ -6,6 +6,8 @@
 #include "manipulators/hooks.h"
 #include "stream/piece.h"
 
+#include <limits>
+
 namespace Tessel {
 
 struct DelayState
@@ -13,6 +15,8 @@ struct DelayState
     uint64_t Delay = 0; // ps; a negative one wraps
     bool Keep = false;
     EventQueue Held; // delayed, not yet due; in the order of arrival
+    uint64_t MostHeld =
+        std::numeric_limits<uint64_t>::max(); // where time stands still, the oldest goes before its time
 };
 
 template <>

@@ -47,6 +47,12 @@ public:
             head = 0;
         }
     }
+    void dropLast(uint64_t count)
+    {
+        assert(count <= size());
+        events.erase(events.end() - static_cast<std::ptrdiff_t>(count), events.end());
+        if (empty()) clear();
+    }
     void clear()
     {
         events.clear();

@@ -84,18 +84,6 @@ uint64_t gate(HeraldState &state, const GateMap &map, Time time, const Piece &in
     return done;
 }
 
-// For each choice of eight lanes the last chosen one up to each lane, a byte each, the first lane's lowest. A
-// lane that none is before has 0.
-constexpr std::array<uint64_t, 256> LastChosen = [] {
-    std::array<uint64_t, 256> lanes{};
-    for (uint32_t chosen = 0; chosen < 256; ++chosen)
-        for (uint32_t lane = 0, last = 0; lane < 8; ++lane) {
-            if ((chosen >> lane & 1) != 0) last = lane;
-            lanes[chosen] |= uint64_t{last} << (8 * lane);
-        }
-    return lanes;
-}();
-
 } // namespace
 } // namespace Tessel
 #endif
@@ -106,23 +94,6 @@ namespace HWY_NAMESPACE {
 namespace {
 
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
-
-// The time of the last herald up to each lane; `before` where there is none.
-HWY_INLINE Times lastHeralds(Times ps, uint32_t heralds, Times before)
-{
-    const auto shifts = hn::ShiftLeft<3>(hn::Iota(dTimes, 0));
-    const auto lanes = hn::And(hn::Shr(hn::Set(dTimes, LastChosen[heralds]), shifts), hn::Set(dTimes, 7));
-    const auto last = hn::TableLookupLanes(ps, hn::IndicesFromVec(dTimes, lanes));
-    constexpr hn::RebindToSigned<decltype(dTimes)> dSigned;
-    const auto none = hn::Lt(hn::Iota(dSigned, 0), hn::Set(dSigned, std::countr_zero(heralds)));
-    return hn::IfThenElse(hn::RebindMask(dTimes, none), before, last);
-}
-
-HWY_INLINE Times lastLane(Times times)
-{
-    constexpr uint64_t last = TimeLanes - 1;
-    return hn::TableLookupLanes(times, hn::IndicesFromVec(dTimes, hn::Set(dTimes, last)));
-}
 
 // The output channels of those that are gated.
 HWY_INLINE Channels outputsOf(const GateMap &map, Channels channels)
@@ -162,7 +133,7 @@ uint64_t gateLanes(HeraldState &state, const GateMap &map, Time time, const Piec
             if constexpr (bySync)
                 last = lanes.syncPs(raw);
             else
-                last = lastHeralds(ps, heralds >> i & lanesMask, last);
+                last = lastChosen(ps, heralds >> i & lanesMask, last);
             const auto from = hn::Add(last, delay);
             const auto outside = hn::Or(hn::Lt(ps, from), hn::Lt(hn::Add(from, window), ps));
             passes ^= bitsOf(dTimes, outside) << i;

@@ -36,6 +36,19 @@ struct ReciprocalDivision
     }
 };
 
+// By any number above 0; what the reciprocal is too coarse for takes the processor's division.
+struct AnyDivision
+{
+    uint64_t Divisor;
+    ReciprocalDivision Reciprocal;
+
+    explicit AnyDivision(uint64_t divisor) : Divisor(divisor), Reciprocal(divisor > 1 ? divisor : 2) {}
+    uint64_t operator()(uint64_t number) const
+    {
+        return number >> 63 != 0 || Divisor == 1 ? number / Divisor : Reciprocal(number);
+    }
+};
+
 // Calls `work` with the division by this number, which is above 0.
 template <class Work>
 auto withDivision(uint64_t divisor, Work work)

@@ -79,6 +79,33 @@ private:
     Channels lower, upper, bitOf;
 };
 
+// The time of the last chosen lane up to each lane; `before` where there is none.
+HWY_INLINE Times lastChosen(Times times, uint32_t chosen, Times before)
+{
+    const auto shifts = hn::ShiftLeft<3>(hn::Iota(dTimes, 0));
+    const auto lanes = hn::And(hn::Shr(hn::Set(dTimes, LastChosen[chosen]), shifts), hn::Set(dTimes, 7));
+    const auto last = hn::TableLookupLanes(times, hn::IndicesFromVec(dTimes, lanes));
+    constexpr hn::RebindToSigned<decltype(dTimes)> dSigned;
+    const auto none = hn::Lt(hn::Iota(dSigned, 0), hn::Set(dSigned, std::countr_zero(chosen)));
+    return hn::IfThenElse(hn::RebindMask(dTimes, none), before, last);
+}
+
+// The last lane in each lane.
+HWY_INLINE Times lastLane(Times times)
+{
+    constexpr uint64_t last = TimeLanes - 1;
+    return hn::TableLookupLanes(times, hn::IndicesFromVec(dTimes, hn::Set(dTimes, last)));
+}
+
+// In each lane the one before it, in the first lane that of `before`.
+HWY_INLINE Times laneBefore(Times times, Times before)
+{
+    const auto lanes =
+        hn::And(hn::Add(hn::Iota(dTimes, 0), hn::Set(dTimes, 7)), hn::Set(dTimes, TimeLanes - 1));
+    const auto moved = hn::TableLookupLanes(times, hn::IndicesFromVec(dTimes, lanes));
+    return hn::IfThenElse(hn::FirstN(dTimes, 1), before, moved);
+}
+
 struct T2Lanes
 {
     explicit T2Lanes(T2Time) {}

@@ -53,4 +53,16 @@ alignas(64) inline constexpr std::array<std::array<uint32_t, 16>, 16> HalfPlaces
     return halves;
 }();
 
+// For each choice of eight events the last chosen one up to each, a byte each, the first event's lowest; 0
+// where there is none.
+inline constexpr std::array<uint64_t, 256> LastChosen = [] {
+    std::array<uint64_t, 256> lasts{};
+    for (uint32_t chosen = 0; chosen < 256; ++chosen)
+        for (uint32_t event = 0, last = 0; event < 8; ++event) {
+            if ((chosen >> event & 1) != 0) last = event;
+            lasts[chosen] |= uint64_t{last} << (8 * event);
+        }
+    return lasts;
+}();
+
 } // namespace Tessel

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "records/facts.h"
+#include "stream/division.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -44,6 +45,8 @@ public:
         constexpr double largest = 0x1p48; // a dtime then still fits into a signed number of picoseconds
         resolution = facts.Resolution > 0 ? std::min(facts.Resolution, largest) : 0;
         spanPs = dtimePs(dtimeMask);
+        byPeriod = AnyDivision(std::max<uint64_t>(period, 1));
+        byStep = AnyDivision(std::max<uint64_t>(static_cast<uint64_t>(resolution), 1));
     }
 
     uint64_t periodPs() const { return period; }
@@ -57,9 +60,8 @@ public:
     // The dtime is counted in whole picoseconds of resolution.
     uint64_t raw(uint64_t ps) const
     {
-        const uint64_t divisor = std::max<uint64_t>(period, 1);
-        const uint64_t step = std::max<uint64_t>(static_cast<uint64_t>(resolution), 1);
-        return ((ps % divisor / step) & dtimeMask) | ps / divisor << dtimeBits;
+        const uint64_t sync = byPeriod(ps);
+        return (byStep(ps - sync * byPeriod.Divisor) & dtimeMask) | sync << dtimeBits;
     }
 
     uint64_t surelyBefore(uint64_t ps) const
@@ -89,6 +91,7 @@ private:
     uint64_t period = 0;
     double resolution = 0;
     uint64_t spanPs = 0; // of the largest dtime
+    AnyDivision byPeriod{1}, byStep{1};
 };
 
 // Calls `work` with the time that the stream's mode asks for.
