@@ -1,5 +1,6 @@
 #include "commands/event_plot.h"
 
+#include "commands/event_form.h"
 #include "commands/measure.h"
 #include "program/units.h"
 

@@ -9,8 +9,6 @@
 
 namespace Tessel::Cli {
 
-constexpr uint32_t dtimeBits = 15; // T3: time = sync number << 15 | dtime
-
 // The first events of a recording that have a row, as many as a plot shows apart.
 struct FirstEvents
 {

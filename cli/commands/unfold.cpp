@@ -1,5 +1,6 @@
 // `tessel unfold`: the decoded events of a recording, written as they come.
 #include "commands/commands.h"
+#include "commands/event_form.h"
 #include "commands/event_plot.h"
 #include "commands/measure.h"
 #include "commands/shown_run.h"
@@ -11,10 +12,9 @@
 #include <CLI/CLI.hpp>
 #include <boost/json/array.hpp>
 #include <boost/json/serialize.hpp>
-#include <fmt/compile.h>
 #include <fmt/format.h>
 
-#include <iterator>
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -24,9 +24,7 @@ namespace {
 
 constexpr const char *unfoldSchema = "tessel.unfold/1";
 constexpr size_t capacity = size_t(1) << 20; // events of a block
-constexpr uint8_t overflowChannel = 255;
-
-enum class Form { Csv, Json, Binary };
+constexpr size_t writtenAtOnce = size_t(1) << 15; // events
 
 struct UnfoldOptions
 {
@@ -37,53 +35,29 @@ struct UnfoldOptions
 // The library fills one pair of arrays, this side reads the other.
 struct Unfolded
 {
-    Form As = Form::Csv;
+    EventForm As = EventForm::Csv;
     bool IsT3 = false, Overflows = false;
     std::vector<uint64_t> Times, BlockTimes;
     std::vector<uint8_t> Channels, BlockChannels;
     uint64_t NumWritten = 0;
-    fmt::memory_buffer Text;
+    std::vector<char> Text = std::vector<char>(writtenAtOnce * mostEventText);
     FirstEvents First; // for the plot
 };
-
-void addEvent(Unfolded &unfolded, uint64_t time, uint8_t channel)
-{
-    auto out = std::back_inserter(unfolded.Text);
-    const uint64_t sync = time >> dtimeBits, dtime = time & ((1u << dtimeBits) - 1);
-    switch (unfolded.As) {
-    case Form::Csv:
-        if (unfolded.IsT3)
-            fmt::format_to(out, FMT_COMPILE("{},{},{}\n"), sync, dtime, channel);
-        else
-            fmt::format_to(out, FMT_COMPILE("{},{}\n"), time, channel);
-        break;
-    case Form::Json:
-        if (unfolded.NumWritten > 0) unfolded.Text.push_back(',');
-        if (unfolded.IsT3)
-            fmt::format_to(out, FMT_COMPILE("[{},{},{}]"), sync, dtime, channel);
-        else
-            fmt::format_to(out, FMT_COMPILE("[{},{}]"), time, channel);
-        break;
-    case Form::Binary:
-        for (int shift = 0; shift < 64; shift += 8) unfolded.Text.push_back(static_cast<char>(time >> shift));
-        unfolded.Text.push_back(static_cast<char>(channel));
-        break;
-    }
-    ++unfolded.NumWritten;
-}
 
 // Writes what stands in the block; false if there was nothing.
 bool writeBlock(Unfolded &unfolded, std::optional<OutputFile> &stream)
 {
     uint64_t count = 0;
     ufGetBlock(nullptr, unfolded.Times.data(), unfolded.Channels.data(), &count);
-    unfolded.Text.clear();
     for (size_t i = 0; i < count && !unfolded.First.isFull(); ++i)
         add(unfolded.First, unfolded.Times[i], unfolded.Channels[i]);
-    for (size_t i = 0; stream && i < count; ++i)
-        if (unfolded.Overflows || unfolded.Channels[i] != overflowChannel)
-            addEvent(unfolded, unfolded.Times[i], unfolded.Channels[i]);
-    if (unfolded.Text.size() > 0) write(*stream, {unfolded.Text.data(), unfolded.Text.size()});
+    for (size_t i = 0; stream && i < count; i += writtenAtOnce) {
+        char *text = unfolded.Text.data();
+        const char *end = writeEvents(unfolded.As, unfolded.IsT3, unfolded.Overflows, unfolded.Times.data() + i,
+                                      unfolded.Channels.data() + i, std::min(count - i, writtenAtOnce),
+                                      unfolded.NumWritten, text);
+        if (end != text) write(*stream, {text, static_cast<size_t>(end - text)});
+    }
     return count > 0;
 }
 
@@ -104,7 +78,7 @@ boost::json::object headJson(const Measured &measured)
 std::string opening(const Unfolded &unfolded, const Measured &measured)
 {
     switch (unfolded.As) {
-    case Form::Csv: {
+    case EventForm::Csv: {
         const std::vector<std::string> notes = firstNotes(measured, unfoldSchema);
         const std::string unit = unfolded.IsT3 ? fmt::format("number of the sync, dtime in units of {} ps",
                                                              measured.From.ResolutionPs)
@@ -112,22 +86,22 @@ std::string opening(const Unfolded &unfolded, const Measured &measured)
         return fmt::format("# {}\n# {}\n{}\n", fmt::join(notes, "\n# "), unit,
                            unfolded.IsT3 ? "sync,dtime,channel" : "time_ps,channel");
     }
-    case Form::Json: {
+    case EventForm::Json: {
         boost::json::object head = headJson(measured);
         head["columns"] = columnsJson(unfolded.IsT3);
         std::string text = boost::json::serialize(head);
         text.pop_back(); // the brace, which comes after the run
         return text + ",\"events\":[";
     }
-    case Form::Binary: break;
+    case EventForm::Binary: break;
     }
     return {};
 }
 
 std::string ending(const Unfolded &unfolded, const Measured &measured)
 {
-    if (unfolded.As == Form::Csv) return fmt::format("# {}\n", lastNote(measured));
-    if (unfolded.As != Form::Json) return {};
+    if (unfolded.As == EventForm::Csv) return fmt::format("# {}\n", lastNote(measured));
+    if (unfolded.As != EventForm::Json) return {};
     return fmt::format("],\"run\":{}}}\n", boost::json::serialize(outcomeJson(measured.From, measured.Run)));
 }
 
@@ -145,13 +119,13 @@ boost::json::object sideFile(const Unfolded &unfolded, const Measured &measured)
     return side;
 }
 
-Form formOf(const UnfoldOptions &options)
+EventForm formOf(const UnfoldOptions &options)
 {
     const ResultOptions &result = options.Measure.Result;
     if (options.Binary && result.Json) throw Failure(Exit::Usage, "--binary and --json: choose one");
     if (options.Binary && isStandardOutput(result.File))
         throw Failure(Exit::Usage, "--binary needs -o FILE; it writes FILE.json too");
-    return options.Binary ? Form::Binary : result.Json ? Form::Json : Form::Csv;
+    return options.Binary ? EventForm::Binary : result.Json ? EventForm::Json : EventForm::Csv;
 }
 
 int runUnfold(const UnfoldOptions &options, const HostOptions &host)
@@ -163,7 +137,7 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
     unfolded.Overflows = options.Overflows;
     for (auto *times : {&unfolded.Times, &unfolded.BlockTimes}) times->resize(capacity);
     for (auto *channels : {&unfolded.Channels, &unfolded.BlockChannels}) channels->resize(capacity);
-    const std::string side = unfolded.As == Form::Binary ? result.File + ".json" : "";
+    const std::string side = unfolded.As == EventForm::Binary ? result.File + ".json" : "";
     const Session session(host);
     checkFiles(options.Measure, host, side);
     Measured measured = openForMeasuring(options.Measure, host);
