@@ -49,9 +49,6 @@ public:
         byStep = AnyDivision(std::max<uint64_t>(static_cast<uint64_t>(resolution), 1));
     }
 
-    uint64_t periodPs() const { return period; }
-    double resolutionPs() const { return resolution; }
-
     uint64_t ps(uint64_t raw) const { return syncPs(raw) + dtimePs(raw); }
     uint64_t syncPs(uint64_t raw) const { return (raw >> dtimeBits) * period; }
     uint64_t periodPs() const { return period; }
