@@ -639,6 +639,12 @@ TESSEL_API bool getMCountRates(const char16_t *id, int32_t index, uint32_t *rate
  * included. Applies to all channels. */
 TESSEL_API void addMSubStream(const char16_t *id, uint64_t from, uint64_t to);
 
+/* Sort: puts the events of all channels in the order of time, where none comes more than `window` ps after a
+ * later one; in T3 by whole syncs. It holds events back for the window, at most 4,194,304. An event that comes
+ * too late for its place goes on at once: TESSEL_TEXT_LOSSES says how many. False, with an error in the log:
+ * the chain takes no stage. */
+TESSEL_API bool tessel_addMSort(const char16_t *id, uint64_t window);
+
 /* Ends the stage at `index` (position in the chain, from 0; any other index does nothing) and blocks until it
  * has ended. The stage keeps its place, so that the numbers of later channels don't change. A live run goes on
  * to its end, and what comes to the ended stage is dropped. No run can start with an ended stage: clearManis()
@@ -723,7 +729,7 @@ enum tessel_text {
     /* What was lost, as tessel_getLosses(): {"verdict" ("clean", "lossy" or "invalid"), "losses": {place:
      * {"unit" ("counts", "words" or "events"), "occasions", "lost" (null where nobody knows), "first", "last"},
      * ...}, "order": {"stepsBack" (events of the run that were read after a later one), "largestStepPs" (how far
-     * they go back, in T3 by the sync)}, "recording": {"verdict", "losses"} of the recording that the run reads or writes, or null; where
+     * they go back, in T3 by the sync), "sorted" (there is a Sort), "unsorted" (events too late for it)}, "recording": {"verdict", "losses"} of the recording that the run reads or writes, or null; where
      * its side file says nothing, also "problem", the reason}. The places are "fifo", "dropped", "readBuffer",
      * "invalidWords", "store", "stage", "rawBlock", "unfoldBlock", "import", "file"; those where nothing was
      * lost aren't there. */

@@ -35,6 +35,7 @@ const Form forms[] = {
      "herald(CHANNEL; CHANNELS; delay DELAY; window WINDOW; inverted; keep)"},
     {StageKind::SubStream, "substream", {Key::From, Key::To}, {}, "substream(FROM; TO)"},
     {StageKind::CountRate, "countrate", {Key::Window}, {}, "countrate(WINDOW)"},
+    {StageKind::Sort, "sort", {Key::Window}, {}, "sort(WINDOW)"},
 };
 
 constexpr Word words[] = {{"sliding", Key::Mode, 0}, {"once", Key::Mode, 1},    {"first", Key::Time, 0},

@@ -17,7 +17,7 @@
 
 namespace Tessel::Cli {
 
-enum class StageKind { Coincidence, Merge, Delay, Herald, SubStream, CountRate };
+enum class StageKind { Coincidence, Merge, Delay, Herald, SubStream, CountRate, Sort };
 
 // Numbered as addMCoincidence takes them.
 enum class CoincidenceMode : uint32_t { Sliding, Once };

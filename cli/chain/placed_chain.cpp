@@ -4,6 +4,7 @@
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/files.h"
+#include "program/options.h"
 #include "program/units.h"
 #include "program/visible_text.h"
 #include "tessel.h"
@@ -95,6 +96,7 @@ int32_t add(const ChainStage &stage)
     case StageKind::SubStream:
         addMSubStream(nullptr, static_cast<uint64_t>(stage.FromPs), static_cast<uint64_t>(stage.ToPs));
         return 0;
+    case StageKind::Sort: return tessel_addMSort(nullptr, static_cast<uint64_t>(stage.WindowPs)) ? 0 : -1;
     case StageKind::CountRate: return addMCountRate(nullptr, static_cast<double>(stage.WindowPs));
     }
     return -1;
@@ -179,6 +181,29 @@ std::vector<uint32_t> ratesOf(const PlacedChain &chain, size_t index)
     return rates;
 }
 
+int64_t chainTime(const char *option, const std::string &text, int64_t unset)
+{
+    return text.empty() ? unset : static_cast<int64_t>(optionWholePs(option, text, 0));
+}
+
+// Of --sort, --from and --to, before all others.
+std::vector<ChainStage> inputStages(const ChainOptions &options)
+{
+    constexpr int64_t latestPs = 9'000'000'000'000'000'000;
+    std::vector<ChainStage> stages;
+    if (!options.Sort.empty()) {
+        stages.emplace_back().Kind = StageKind::Sort;
+        stages.back().WindowPs = chainTime("--sort", options.Sort, 0);
+    }
+    if (options.From.empty() && options.To.empty()) return stages;
+    ChainStage &span = stages.emplace_back();
+    span.Kind = StageKind::SubStream;
+    span.FromPs = chainTime("--from", options.From, 0);
+    span.ToPs = chainTime("--to", options.To, latestPs);
+    if (span.FromPs > span.ToPs) throw Failure(Exit::Usage, "--to: not before --from");
+    return stages;
+}
+
 } // namespace
 
 void addChainOption(CLI::App &command, ChainOptions &options)
@@ -188,6 +213,13 @@ void addChainOption(CLI::App &command, ChainOptions &options)
                     "Stages that the events pass first (see tessel chain --help); can be given several times")
         ->type_name("TEXT|FILE.json")
         ->allow_extra_args(false);
+    command
+        .add_option("--sort", options.Sort,
+                    "Put events in order that come up to TIME after a later one, before all else [ps]")
+        ->type_name("TIME");
+    command.add_option("--from", options.From, "Leave out events before TIME of the run [ps]")
+        ->type_name("TIME");
+    command.add_option("--to", options.To, "Leave out events after TIME of the run [ps]")->type_name("TIME");
 }
 
 std::vector<std::string> chainFiles(const ChainOptions &options)
@@ -200,6 +232,8 @@ std::vector<std::string> chainFiles(const ChainOptions &options)
 std::vector<ChainStage> readChain(const ChainOptions &options)
 {
     std::vector<ChainStage> stages;
+    const auto first = inputStages(options);
+    stages.insert(stages.end(), first.begin(), first.end());
     for (const std::string &text : options.Texts)
         for (ChainStage &stage : readPart(text)) stages.push_back(std::move(stage));
     return stages;

@@ -19,6 +19,7 @@ namespace Tessel::Cli {
 // The --chain options of a command, in their order: texts, or names of .json files.
 struct ChainOptions
 {
+    std::string Sort, From, To; // times; empty: not wanted
     std::vector<std::string> Texts;
 };
 

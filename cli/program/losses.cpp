@@ -83,9 +83,19 @@ uint64_t LossTexts::largestStepPs() const
     return orderIn(*this, "largestStepPs");
 }
 
+uint64_t LossTexts::unsorted() const
+{
+    return orderIn(*this, "unsorted");
+}
+bool LossTexts::isSorted() const
+{
+    const auto *order = Losses.if_contains("order");
+    return order && order->at("sorted").as_bool();
+}
+
 bool LossTexts::isClean() const
 {
-    return worse(verdictOf(&Losses), verdictOf(ofRecording(*this))) == verdicts[0] && stepsBack() == 0;
+    return worse(verdictOf(&Losses), verdictOf(ofRecording(*this))) == verdicts[0] && outOfOrder() == 0;
 }
 
 LossTexts lossesNow()
@@ -101,6 +111,8 @@ void addLosses(object &keys, const LossTexts &losses)
     keys["losses"] = places ? *places : boost::json::value(object());
     keys["stepsBack"] = losses.stepsBack();
     keys["largestStepPs"] = losses.largestStepPs();
+    keys["unsorted"] = nullptr;
+    if (losses.isSorted()) keys["unsorted"] = losses.unsorted();
     keys["recordingLosses"] = nullptr;
     if (recording) keys["recordingLosses"] = *recording;
 }
@@ -110,9 +122,14 @@ std::vector<std::string> lossLines(const LossTexts &losses)
     std::vector<std::string> lines;
     addLine(lines, "result", &losses.Losses);
     addLine(lines, "recording", ofRecording(losses));
-    if (losses.stepsBack() > 0)
-        lines.push_back(fmt::format("{} events come after a later one, by up to {}", losses.stepsBack(),
-                                    timeText(static_cast<double>(losses.largestStepPs()))));
+    if (losses.outOfOrder() == 0) return lines;
+    const std::string step = timeText(static_cast<double>(losses.largestStepPs()));
+    lines.push_back(
+        losses.isSorted()
+            ? fmt::format("{} events come too late to be sorted: --sort must be at least {}", losses.unsorted(),
+                          step)
+            : fmt::format("{} events come after a later one, by up to {}: --sort {} puts them in order",
+                          losses.stepsBack(), step, fmt::format("{}ps", losses.largestStepPs())));
     return lines;
 }
 

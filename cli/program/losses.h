@@ -17,6 +17,9 @@ struct LossTexts
     // Events read after a later one, and how far they went back.
     uint64_t stepsBack() const;
     uint64_t largestStepPs() const;
+    bool isSorted() const;
+    uint64_t unsorted() const; // too late for --sort
+    uint64_t outOfOrder() const { return isSorted() ? unsorted() : stepsBack(); }
     bool isClean() const; // nothing, neither in the run nor in its recording
 };
 

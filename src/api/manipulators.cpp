@@ -94,6 +94,11 @@ void addMSubStream(const char16_t *id, uint64_t from, uint64_t to)
     guarded("addMSubStream", [&] { addSubStream(deviceOf(id), from, to); });
 }
 
+bool tessel_addMSort(const char16_t *id, uint64_t window)
+{
+    return guarded("tessel_addMSort", false, [&] { return addSort(deviceOf(id), window); });
+}
+
 void deleteMani(const char16_t *id, uint32_t index)
 {
     guarded("deleteMani", [&] { endStage(deviceOf(id), index); });

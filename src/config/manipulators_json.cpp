@@ -21,6 +21,7 @@ std::string_view typeText(ManisType type)
     case ManisType::CountRate: return "CountRate";
     case ManisType::SubStream: return "SubStream";
     case ManisType::ImportStream: return "ImportStream";
+    case ManisType::Sort: return "Sort";
     }
     logErr(LogCategory::General, "Config: undefined ManisType {}", static_cast<uint32_t>(type));
     return "undefined";
@@ -83,6 +84,7 @@ boost::json::object givenText(const Manipulator &record)
                 {"keep", record.KeepFlag}};
     case ManisType::SubStream:
         return {{"stage", "substream"}, {"from", record.Params.at(0)}, {"to", record.Params.at(1)}};
+    case ManisType::Sort: return {{"stage", "sort"}, {"window", record.Params.at(0)}};
     case ManisType::CountRate: return {{"stage", "countrate"}, {"window", timeOf(record, 0)}};
     case ManisType::ImportStream:
         return {{"stage", "import"},

@@ -36,7 +36,8 @@ uint64_t newChannels(const Manipulator &record)
     case ManisType::Nothing:
     case ManisType::Store:
     case ManisType::CountRate:
-    case ManisType::SubStream: break;
+    case ManisType::SubStream:
+    case ManisType::Sort: break;
     }
     return 0;
 }

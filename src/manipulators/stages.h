@@ -49,6 +49,9 @@ int32_t addImportStream(const DeviceRef &target, const ImportRequest &request);
 
 void addSubStream(const DeviceRef &target, uint64_t from, uint64_t to);
 
+// False, with an error in the log: refused.
+bool addSort(const DeviceRef &target, uint64_t windowPs);
+
 // Returns the position of the stage in the chain.
 int32_t addCountRate(const DeviceRef &target, double windowPs);
 

@@ -23,6 +23,7 @@ enum class ManisType : uint32_t {
     CountRate = 6,
     SubStream = 7,
     ImportStream = 8,
+    Sort = 9,
 };
 
 // Shared by the chain of its device and by its own thread, which may go on after it has left the chain.

@@ -114,6 +114,9 @@ struct Run
     std::atomic<uint64_t> StepsBack{0};   // events earlier than the one before them
     std::atomic<uint64_t> LargestStep{0}; // ps; of an event, before the latest one so far
 
+    std::atomic<bool> IsSorted{false}; // a Sort is in the chain
+    std::atomic<uint64_t> Unsorted{0}; // events that came too late for its window; the stage writes
+
     // MeasureThread hands words over to ProcessThread. Three buffers of one size go round, each by exchange; a
     // recorded file is read into ReadBuffer itself and needs two.
     PageArray<uint32_t> FillBuffer{}; // MeasureThread's: an instrument writes here, while no gate is held

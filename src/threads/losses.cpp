@@ -86,6 +86,8 @@ DeviceLosses lossesOf(const DeviceRef &target)
         losses.Result = lossesOf(*run);
         losses.StepsBack = run->StepsBack;
         losses.LargestStepPs = run->LargestStep;
+        losses.IsSorted = run->IsSorted;
+        losses.Unsorted = run->Unsorted;
     }
     if (target->device.DeviceType == DeviceType::File)
         losses.Recording = target->context.FileLosses;

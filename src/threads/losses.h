@@ -27,8 +27,10 @@ void tellOrder(Run &run, uint64_t stepsBack, uint64_t largestStep) noexcept;
 struct DeviceLosses
 {
     uint64_t StepsBack = 0, LargestStepPs = 0; // of the live run, or the last
-    LossReport Result{};                       // of the live run, or the last
-    std::optional<LossReport> Recording{};     // that the device is, or that the run writes
+    bool IsSorted = false;
+    uint64_t Unsorted = 0;
+    LossReport Result{};                   // of the live run, or the last
+    std::optional<LossReport> Recording{}; // that the device is, or that the run writes
 };
 DeviceLosses lossesOf(const DeviceRef &target);
 

@@ -247,8 +247,13 @@ TEST(Order, EventsThatGoBackAreTold)
         .write((folder.path() / "back.tgx").string());
     const Ended ended = run(folder, "trace back.tgx --json");
     EXPECT_EQ(ended.Code, 4);
-    EXPECT_TRUE(contains(ended.Err, "9 events come after a later one, by up to 100 ns")) << ended.Err;
+    EXPECT_TRUE(contains(ended.Err, "9 events come after a later one, by up to 100 ns: --sort 100000ps"))
+        << ended.Err;
     const auto result = boost::json::parse(ended.Out);
     EXPECT_EQ(result.at("run").at("stepsBack"), 9);
     EXPECT_EQ(result.at("run").at("largestStepPs"), 100'000);
+    const auto sorted = json(folder, "trace back.tgx --sort 100ns --from 1us --to 5us");
+    EXPECT_EQ(sorted.at("run").at("unsorted"), 0);
+    EXPECT_EQ(sum(countsOf(sorted, 1)) + sum(countsOf(sorted, 2)), 401); // every 10 ns
+    EXPECT_TRUE(contains(run(folder, "trace back.tgx --sort 50ns").Err, "--sort must be at least 100 ns"));
 }

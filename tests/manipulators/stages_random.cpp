@@ -5,6 +5,7 @@
 #include "manipulators/delay.h"
 #include "manipulators/herald.h"
 #include "manipulators/merge.h"
+#include "manipulators/sort.h"
 #include "manipulators/sub_stream.h"
 #include "stage_run.h"
 #include "support/simd_targets.h"
@@ -205,6 +206,40 @@ TEST(RandomStreams, SubStream)
         compare(round, SubStreamState{from, to}, stageOf(form), ReferenceSubStream{from, to}, form, pieces,
                 1 + random.below(50));
     }
+}
+
+// With a window that spans every step back the result is that of a stable sort; with half of it events come
+// late, but all come.
+TEST(RandomStreams, Sort)
+{
+    Random random(9);
+    uint64_t late = 0;
+    for (int round = 0; round < rounds && !testing::Test::HasFatalFailure(); ++round) {
+        const StreamForm form = random.form();
+        const auto pieces = random.pieces(form, 100);
+        Events expected;
+        for (const Events &piece : pieces) expected.insert(expected.end(), piece.begin(), piece.end());
+        uint64_t latest = 0, step = 0;
+        for (const Event &event : expected) {
+            const uint64_t time = form.t3 ? event.time >> 15 : event.time;
+            latest = std::max(latest, time);
+            step = std::max(step, latest - time);
+        }
+        const auto byTime = [](const Event &one, const Event &other) { return one.time < other.time; };
+        std::stable_sort(expected.begin(), expected.end(), byTime);
+        const StageRef stage = stageOf(form);
+        SortState sort;
+        sort.WindowPs = step * (form.t3 ? form.period : 1);
+        Events got = workPass(sort, stage, pieces, 1 + random.below(50));
+        ASSERT_EQ(difference(got, expected, form.t3), "") << "round " << round;
+        EXPECT_EQ(stage.run->Unsorted, 0u);
+        sort.WindowPs /= 2;
+        got = workPass(sort, stage, pieces, 1 + random.below(50));
+        late += stage.run->Unsorted;
+        std::stable_sort(got.begin(), got.end(), byTime);
+        ASSERT_EQ(got.size(), expected.size());
+    }
+    EXPECT_GT(late, 100u);
 }
 
 TEST(RandomStreams, CountRate)
