@@ -82,6 +82,8 @@ def leave() -> None:
     """Counts one user less; the last ends the library, with every run and device."""
     global _users
     with lock:
+        if not _users:  # ended with the process
+            return
         _users -= 1
         if not _users and _pid == os.getpid():
             capi.exitAPI()
@@ -100,6 +102,11 @@ def _at_exit() -> None:
 
 
 atexit.register(_at_exit)
+
+
+def is_used() -> bool:
+    """The library runs, in this process."""
+    return _users > 0 and _pid == os.getpid()
 
 
 def last_error() -> str:

@@ -9,7 +9,7 @@ from __future__ import annotations
 import ctypes
 import time
 from dataclasses import dataclass
-from typing import TYPE_CHECKING, Any, Dict, Generic, Iterator, List, Optional, TypeVar
+from typing import TYPE_CHECKING, Any, Dict, Iterator, List, Optional, TypeVar
 
 import numpy as np
 from numpy.typing import NDArray
@@ -93,10 +93,12 @@ class Streamed(Result):
     """What is known of a run whose blocks were taken."""
 
 
-class Blocks(Generic[B]):
-    """Blocks of a run: iterate once. Leaving the loop early stops the run; so does ``close``, or a ``with`` block.
+class Blocks(Iterator[B]):
+    """Blocks of a run: iterate once.
 
-    A block holds until the second one after it; copy what is to be kept.
+    After a loop that is left early another one goes on where it ended; meanwhile a recording waits, and live data get
+    lost. The run ends with ``close``, a ``with`` block, the next run on the device, or the device. A block holds until
+    the second one after it; copy what is to be kept.
     """
 
     _name = ""
@@ -150,19 +152,18 @@ class Blocks(Generic[B]):
         self.close()
 
     def __iter__(self) -> Iterator[B]:
-        try:
-            while True:
-                ended = self._run.done  # before the look at the block: what comes after it is seen
-                count = self._fetch()
-                if count:
-                    yield self._block(self._buffers[self._turn], count)
-                elif ended:
-                    break
-                else:
-                    time.sleep(0.0005)
-        finally:
-            self.close()
-        self._run.wait()
+        return self
+
+    def __next__(self) -> B:
+        while True:
+            ended = self._run.done  # before the look at the block: what comes after it is seen
+            count = self._fetch()
+            if count:
+                return self._block(self._buffers[self._turn], count)
+            if ended:
+                self._run.wait()  # says how it ended
+                raise StopIteration
+            time.sleep(0.0005)
 
     def _fetch(self) -> int:
         """Takes what is there into the buffer that isn't handed out; how much that was."""

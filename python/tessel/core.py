@@ -5,6 +5,7 @@ from __future__ import annotations
 import ctypes
 import dataclasses
 import os
+import threading
 import time
 from pathlib import Path
 from types import TracebackType
@@ -135,7 +136,7 @@ class Core:
 
     def close(self) -> None:
         """Stops a run, waits for its end, and closes the device. Its results stay."""
-        if self._closed:
+        if self._closed or not _library.is_used():
             return
         try:
             self._end_run()
@@ -157,8 +158,10 @@ class Core:
         self.close()
 
     def __del__(self) -> None:
-        if not getattr(self, "_closed", True):
-            self.close()
+        # Anywhere, also between two calls that belong together: another thread waits until these are done.
+        # At the end of the process there is none, and the library has ended.
+        if not getattr(self, "_closed", True) and _library.is_used():
+            threading.Thread(target=self.close).start()
 
     def __repr__(self) -> str:
         if self._closed:
@@ -217,7 +220,7 @@ class Core:
         if running:
             complete = False
         elif self.is_file:
-            complete = int(description["NumRecs"]) == self.records
+            complete = int(description["NumRecs"]) == self.records and not stopped
         else:
             endless = info.parameters["duration_ms"] == 0
             complete = description["StopReason"] in ("TimeOver", "OverFlow") or (endless and stopped)

@@ -1,7 +1,7 @@
-"""Results that are correlations, with the pairs that were counted and what a normalisation needs.
+"""Results that are correlations: the pairs that were counted, and curves that follow from them.
 
-A value's uncertainty follows from its pairs alone (Poisson): sqrt(pairs), with at least 1 pair, on the scale of the
-value. What neighbouring bins have in common, by the same molecules or the same intensity, isn't in it.
+A value's uncertainty is Poisson in its pairs, of which at least 1, on the scale of the value. What neighbouring bins
+have in common, by the same molecules or the same intensity, isn't in it.
 """
 
 from __future__ import annotations
@@ -14,7 +14,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import capi
-from .results import Result, Times, Values, frozen
+from .results import Result, Times, Values
 from .units import time_scale
 
 Whole = NDArray[np.uint64]
@@ -22,28 +22,25 @@ Whole = NDArray[np.uint64]
 
 def read_counts(wide_id: Optional[bytes], bins: int) -> Dict[str, Any]:
     """What the correlation of a device has counted, as arrays; zeros if it has not begun."""
-    pairs, edges = np.zeros((4, bins), np.uint64), np.zeros(bins + 1, np.uint64)
-    later, earlier = np.zeros((2, bins + 1), np.uint64), np.zeros((2, bins + 1), np.uint64)
-    counts = capi.CorrelationCounts(size=ctypes.sizeof(capi.CorrelationCounts), capacity=bins + 1)
-    padded = np.zeros((4, bins + 1), np.uint64)  # the library is told of one capacity for all
+    room = bins + 1
+    pairs, edges = np.zeros((4, room), np.uint64), np.zeros(room, np.uint64)
+    later, earlier = np.zeros((2, room), np.uint64), np.zeros((2, room), np.uint64)
+    counts = capi.CorrelationCounts(size=ctypes.sizeof(capi.CorrelationCounts), capacity=room)
     counts.edges = _address(edges)
     for index in range(4):
-        counts.pairs[index] = _address(padded[index])
+        counts.pairs[index] = _address(pairs[index])
     for index in range(2):
         counts.laterEvents[index] = _address(later[index])
         counts.earlierEvents[index] = _address(earlier[index])
     capi.tessel_getCorrelationCounts(wide_id, ctypes.byref(counts))
-    pairs[:] = padded[:, :bins]
-    last = np.array(counts.last, np.uint64)
+    terms = {name: np.array(getattr(counts, name), np.uint64) for name in ("events", "first", "last")}
     return {
-        "pairs": pairs,
-        "edges": edges,
+        "pairs": pairs[:, :bins],
+        "edges": edges.astype(np.int64),
         "later": later,
         "earlier": earlier,
-        "events": np.array(counts.events, np.uint64),
-        "first": np.array(counts.first, np.uint64),
-        "last": last,
         "self_pairs": int(counts.selfPairs),
+        **terms,
     }
 
 
@@ -51,66 +48,56 @@ def _address(array: Whole) -> Any:
     return array.ctypes.data_as(ctypes.POINTER(ctypes.c_uint64))
 
 
-def _expected(edges: NDArray[Any], later: Whole, earlier: Whole, first: Whole, last: Whole) -> Values:
-    """Pairs that independent streams of the same rates would have in each bin: at each edge the events that could be
-    in a pair at that lag, over the time in which they lie, and the mean of both edges through the bin."""
-    seen = first[last > 0]
-    span = float(last.max()) - float(seen.min()) if seen.size else 0.0
-    rest = span - edges.astype(np.float64)
-    with np.errstate(divide="ignore", invalid="ignore"):
-        density = np.where(rest > 0, later.astype(np.float64) * earlier / rest, 0.0)
-    expected: Values = np.diff(edges).astype(np.float64) * (density[1:] + density[:-1]) / 2
-    return expected
+def _span(first: Whole, last: Whole) -> float:
+    """From the first event of the two channels to the last, ps; a channel without events has 0 for both."""
+    begun = [int(each) for each in first if each > 0]
+    return float(int(last.max()) - min(begun)) if begun else 0.0
 
 
-def _ratio(pairs: NDArray[Any], expected: Values) -> Values:
+def _ratio(counted: NDArray[Any], expected: Values) -> Values:
     with np.errstate(divide="ignore", invalid="ignore"):
-        ratio: Values = pairs / expected
+        ratio: Values = np.where(expected > 0, counted / expected, np.nan)
     return ratio
+
+
+def _sigma(pairs: NDArray[Any], expected: Values) -> Values:
+    return _ratio(np.sqrt(np.maximum(pairs, 1)), expected)
 
 
 @dataclass(frozen=True, eq=False, repr=False)
 class G2(Result):
-    """Correlation of two channels in linear bins.
+    """Correlation of two channels in linear bins: g2(lag) = pairs x T / (n1 x n2 x bin width).
 
-    g2(lag) = pairs x T / (n1 x n2 x bin width), with n the events of each channel and T the time measured.
+    n1 and n2 are the events of each channel, T the time from the first event of the two channels to the last.
 
     Attributes
     ----------
-    values : (2 M,) float64
-        Normalised: uncorrelated light is at 1. NaN where there is nothing to count.
+    pairs : (2 M,) uint64
+        What was counted; a pair at equal times is in both bins at lag 0. Without the pairs of an event with itself.
     edges : (2 M + 1,) int64
-        Bounds of the bins, ps. At lags above 0 `chan1` comes after `chan2`.
+        Bounds of the bins, ps. At lags above 0 `chan1` comes later.
+    events, first, last : (2,) uint64
+        Of each channel: events, time of the first and of the last, ps.
+    filled : (2 M,) float64
+        What the library fills by itself; it takes for T, in each half, the time of the channel that comes later.
     chan1, chan2 : int
         The channels.
     bin_width : int
         ps.
-    pairs : (2 M,) uint64
-        What was counted. A pair at equal times is in both bins at lag 0.
-    later, earlier : (2, M + 1) uint64
-        Of each channel, how many events could be the later one, and the earlier one, of a pair at a lag of k x `bin_width`,
-        between the first event of the two channels and the last.
-    events, first, last : (2,) uint64
-        Of each channel: events, time of the first and of the last, ps.
-    self_pairs : int
-        Of one channel: pairs of an event with itself, in both bins at lag 0.
     """
 
-    values: Values
-    edges: Times
-    chan1: int
-    chan2: int
-    bin_width: int
     pairs: Whole
-    later: Whole
-    earlier: Whole
+    edges: Times
     events: Whole
     first: Whole
     last: Whole
-    self_pairs: int
+    filled: Values
+    chan1: int
+    chan2: int
+    bin_width: int
 
     kind: ClassVar[str] = "g2"
-    _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "g2")
+    _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "values", "sigma", "pairs")
 
     @property
     def lag_ps(self) -> Values:
@@ -118,26 +105,26 @@ class G2(Result):
         return self.edges[:-1] + self.bin_width / 2
 
     @property
-    def g2(self) -> Values:
-        """The same as ``values``."""
-        return self.values
+    def span_ps(self) -> float:
+        """T: from the first event of the two channels to the last, ps."""
+        return _span(self.first, self.last)
 
+    @property
     def expected(self) -> Values:
-        """(2 M,) float64: pairs of independent channels with the same rates, on a common time of both directions.
+        """(2 M,) float64: pairs of independent channels with the same rates."""
+        span = self.span_ps
+        by_chance = float(self.events[0]) * float(self.events[1]) * self.bin_width / span if span > 0 else 0.0
+        return np.full(len(self.pairs), by_chance)
 
-        ``pairs / expected()`` is a normalisation without the step at lag 0 that ``values`` has where a channel
-        starts or ends apart from the other.
-        """
-        middle = len(self.values) // 2
-        span = self.first, self.last
-        above = _expected(self.edges[middle:], self.later[0], self.earlier[1], *span)
-        below = _expected(self.edges[middle:], self.later[1], self.earlier[0], *span)
-        return np.concatenate([below[::-1], above])
+    @property
+    def values(self) -> Values:
+        """(2 M,) float64: g2; uncorrelated light is at 1. NaN where there is nothing to count."""
+        return _ratio(self.pairs, self.expected)
 
     @property
     def sigma(self) -> Values:
         """(2 M,) float64: standard deviation of each value: Poisson in its pairs, of which at least 1."""
-        return _ratio(np.sqrt(np.maximum(self.pairs, 1)), self.expected())
+        return _sigma(self.pairs, self.expected)
 
     def _draw(self, ax: Any) -> None:
         factor, unit = time_scale(float(self.edges[-1]))
@@ -147,69 +134,108 @@ class G2(Result):
         ax.set_ylim(bottom=0)
 
     def _facts(self) -> List[Tuple[str, str]]:
-        bins = f"{len(self.values)} of {self.bin_width} ps"
-        return [*super()._facts(), ("channels", f"{self.chan1} and {self.chan2}"), ("bins", bins)]
+        bins = f"{len(self.pairs)} of {self.bin_width} ps"
+        pairs = f"{self.pairs.sum()} of {self.events[0]} and {self.events[1]} events"
+        return [*super()._facts(), ("channels", f"{self.chan1} and {self.chan2}"), ("bins", bins), ("pairs", pairs)]
+
+
+def g2_of(info: Any, counted: Dict[str, Any], filled: Values, edges: Times, chan1: int, chan2: int, width: int) -> G2:
+    """The result of what was counted; of one channel both halves are the same."""
+    above, below = counted["pairs"][0].copy(), counted["pairs"][0 if chan1 == chan2 else 1].copy()
+    for half in (above, below):
+        half[0] -= counted["self_pairs"]
+    pairs = np.concatenate([below[::-1], above])
+    terms = counted["events"], counted["first"], counted["last"]
+    return G2(info, pairs, edges, *terms, filled, chan1, chan2, width)
 
 
 @dataclass(frozen=True, eq=False, repr=False)
 class Fcs(Result):
-    """Correlation of two channels in logarithmic bins.
+    """Correlation of two channels in logarithmic bins: G(lag) = pairs / expected - 1.
 
-    G(lag) = pairs x T / (n1 x n2 x bin width) - 1: of each channel with itself, and of both with each other, which is
-    the mean of the two directions.
+    All pairs count, from the first event on. Expected of independent channels are, in the time T from the first event
+    of the two channels to the last, later(lag) x earlier(lag) x bin width / (T - lag), with the events that could be
+    the later one, and the earlier one, of a pair at the lag: the symmetric normalisation.
 
     Attributes
     ----------
-    lag_ps : (points,) float64
+    lag_ps : (bins,) float64
         The middle of each bin, ps.
-    auto1, cross, auto2 : (points,) float64
-        Uncorrelated light is at 0; N molecules in the focus give 1 / N at short lags.
+    pairs : (4, bins) uint64
+        `chan1` with itself; both, `chan1` later; both, `chan2` later; `chan2` with itself.
+    edges : (bins + 1,) int64
+        Bounds of the bins, ps. A bin holds its upper one; counted in the faster way, its lower one.
+    later, earlier : (2, bins + 1) uint64
+        Of each channel, how many events could be the later one, and the earlier one, of a pair at ``edges[k]``.
+    events, first, last : (2,) uint64
+        Of each channel: events, time of the first and of the last, ps.
+    filled : (3, bins) float64
+        What the library fills by itself, with all events and the time measured: pairs x T / (n1 x n2 x width) - 1.
     chan1, chan2 : int
         The channels.
     fast : bool
         Counted in the faster way.
-    edges : (bins + 1,) int64
-        Bounds of the bins, ps.
-    pairs : (4, bins) uint64
-        `chan1` with itself; both, `chan1` later; both, `chan2` later; `chan2` with itself.
-    later, earlier : (2, bins + 1) uint64
-        Of each channel, how many events could be the later one, and the earlier one, of a pair at a lag of ``edges[k]``,
-        between the first event of the two channels and the last.
-    events, first, last : (2,) uint64
-        Of each channel: events, time of the first and of the last, ps.
     """
 
     lag_ps: Values
-    auto1: Values
-    cross: Values
-    auto2: Values
-    chan1: int
-    chan2: int
-    fast: bool
-    edges: Times
     pairs: Whole
+    edges: Times
     later: Whole
     earlier: Whole
     events: Whole
     first: Whole
     last: Whole
+    filled: Values
+    chan1: int
+    chan2: int
+    fast: bool
 
     kind: ClassVar[str] = "fcs"
     _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "auto1", "cross", "auto2")
 
+    @property
+    def span_ps(self) -> float:
+        """T: from the first event of the two channels to the last, ps."""
+        return _span(self.first, self.last)
+
+    @property
     def expected(self) -> Values:
         """(4, bins) float64: pairs of independent channels with the same rates, row by row as ``pairs``."""
-        rows = ((0, 0), (0, 1), (1, 0), (1, 1))
-        span = self.first, self.last
-        return np.array([_expected(self.edges, self.later[i], self.earlier[k], *span) for i, k in rows])
+        rest = self.span_ps - (self.edges[1:] + self.edges[:-1]) / 2
+        later, earlier = ((each[:, 1:].astype(np.float64) + each[:, :-1]) / 2 for each in (self.later, self.earlier))
+        rows = [later[i] * earlier[k] for i in (0, 1) for k in (0, 1)]
+        with np.errstate(divide="ignore", invalid="ignore"):
+            expected: Values = np.where(rest > 0, np.array(rows) / rest * np.diff(self.edges), 0.0)
+        return expected
+
+    def _curve(self, *rows: int) -> Tuple[NDArray[Any], Values]:
+        expected = self.expected
+        return sum(self.pairs[row] for row in rows), sum(expected[row] for row in rows)
+
+    @property
+    def auto1(self) -> Values:
+        """(bins,) float64: G of `chan1` with itself; uncorrelated light is at 0, N molecules at 1 / N."""
+        return _ratio(*self._curve(0)) - 1
+
+    @property
+    def cross(self) -> Values:
+        """(bins,) float64: G of both channels with each other, both directions together."""
+        return _ratio(*self._curve(1, 2)) - 1
+
+    @property
+    def auto2(self) -> Values:
+        """(bins,) float64: G of `chan2` with itself."""
+        return _ratio(*self._curve(3)) - 1
 
     @property
     def sigma(self) -> Values:
-        """(3, bins) float64: standard deviation of ``auto1``, ``cross``, ``auto2``: Poisson in their pairs, of which
-        at least 1."""
-        expected, pairs = self.expected(), self.pairs
-        rows = [(pairs[0], expected[0]), (pairs[1] + pairs[2], expected[1] + expected[2]), (pairs[3], expected[3])]
-        return np.array([_ratio(np.sqrt(np.maximum(counted, 1)), by_chance) for counted, by_chance in rows])
+        """(3, bins) float64: standard deviation of ``auto1``, ``cross``, ``auto2``: Poisson in their pairs, of which at
+        least 1."""
+        return np.array([_sigma(*self._curve(*rows)) for rows in ((0,), (1, 2), (3,))])
+
+    def _table(self) -> Dict[str, NDArray[Any]]:
+        sigmas = dict(zip(("auto1_sigma", "cross_sigma", "auto2_sigma"), self.sigma))
+        return {**super()._table(), **sigmas}
 
     def _draw(self, ax: Any) -> None:
         ax.plot(self.lag_ps * 1e-12, self.auto1, label=f"channel {self.chan1}")

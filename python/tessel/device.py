@@ -12,7 +12,7 @@ from . import _library, capi
 from ._library import Memory
 from .blocks import EventBlocks, WordBlocks
 from .core import Core
-from .correlations import G2, Fcs, read_counts
+from .correlations import G2, Fcs, g2_of, read_counts
 from .histograms import Hist2d, Histogram, Trace
 from .results import PathLike, Recorded, RunInfo, frozen
 from .run import Run
@@ -159,11 +159,7 @@ class Device(Core):
         parameters = {"chan1": chan1, "chan2": chan2, "window": longest, "bin_width": width}
 
         def build(info: RunInfo) -> G2:
-            counted = self._counted(bins)
-            del counted["edges"]
-            above, below = counted["pairs"][:2]
-            counted["pairs"] = np.concatenate([below[::-1], above])
-            return G2(info, frozen(values), frozen(edges), chan1, chan2, width, **counted)
+            return g2_of(info, self._counted(bins), frozen(values), frozen(edges), chan1, chan2, width)
 
         def start(memory: Memory, ms: int, save: int) -> None:
             capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
@@ -176,7 +172,7 @@ class Device(Core):
         chan2: int = 2,
         *,
         min_lag: Time = "1us",
-        max_lag: Time = "100ms",
+        max_lag: Optional[Time] = None,
         steps: int = 100,
         fast: bool = False,
         duration: Optional[Time] = None,
@@ -184,14 +180,13 @@ class Device(Core):
     ) -> Run[Fcs]:
         """Correlates two channels in logarithmic bins, as in fluorescence correlation spectroscopy.
 
-        Counting begins when the longest lag has passed, so a recording must be longer than that.
-
         Parameters
         ----------
         chan1, chan2 : int
             The channels.
         min_lag, max_lag : time
-            Bounds of the bins; `min_lag` is at least the base resolution.
+            Bounds of the bins; `min_lag` is at least the base resolution, `max_lag` by default a tenth of the
+            recording or of `duration`, without either 1 s.
         steps : int
             Number of bins, up to 1,000,000.
         fast : bool
@@ -202,7 +197,7 @@ class Device(Core):
         Returns
         -------
         Run of Fcs
-            ``auto1``, ``cross`` and ``auto2`` of shape (points,); uncorrelated light is at 0.
+            ``auto1``, ``cross`` and ``auto2`` of shape (bins,); uncorrelated light is at 0.
 
         Examples
         --------
@@ -213,14 +208,16 @@ class Device(Core):
         """
         self._check_channel(chan1, "chan1")
         self._check_channel(chan2, "chan2")
-        shortest, longest = picoseconds(min_lag, "min_lag"), picoseconds(max_lag, "max_lag")
+        shortest = picoseconds(min_lag, "min_lag")
+        longest = self._tenth(duration) if max_lag is None else picoseconds(max_lag, "max_lag")
         if longest <= shortest:
-            raise ValueError(f"max_lag: above min_lag, not {max_lag!r}")
+            raise ValueError(f"max_lag: above min_lag, not {longest} ps")
         if not 1 <= steps <= 1_000_000:
             raise ValueError(f"steps: from 1 to 1000000, not {steps}")
         count = ctypes.c_uint64()
         name = "setFFCSParams" if fast else "setFCSParams"
         self._set(name, chan1, chan2, ctypes.byref(count), float(shortest), float(longest), steps)
+        self._set("tessel_setCorrelationFromStart", 1)
         points = count.value
         if points == 0:
             raise ValueError("min_lag, max_lag: no bin of the resolution lies between them")
@@ -232,16 +229,20 @@ class Device(Core):
         def build(info: RunInfo) -> Fcs:
             # The library has them in seconds, which are whole picoseconds.
             centres = np.rint(lags * 1e12)
-            auto1, cross, auto2 = (frozen(row[:points]) for row in values)
             counted = self._counted(points)
             del counted["self_pairs"]
-            counted["edges"] = counted["edges"].astype(np.int64)
-            return Fcs(info, frozen(centres), auto1, cross, auto2, chan1, chan2, fast, **counted)
+            filled = frozen(values[:, :points])
+            return Fcs(info, frozen(centres), **counted, filled=filled, chan1=chan1, chan2=chan2, fast=fast)
 
         def start(memory: Memory, ms: int, save: int) -> None:
             capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
 
         return self._begin("fcs", parameters, Memory(values=values, lags=lags), start, build, duration, record)
+
+    def _tenth(self, duration: Optional[Time]) -> int:
+        if self.is_file:
+            return self._length_ps() // 10
+        return 10**12 if duration is None else picoseconds(duration, "duration") // 10
 
     def _counted(self, bins: int) -> Dict[str, Any]:
         with _library.lock:

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import json
+import subprocess
 from typing import Any, Callable, Dict, Tuple
 
 import numpy as np
@@ -63,10 +65,10 @@ def test_g2() -> None:
     above, below = (pair_counts(a, b, np.arange(101) * 500) for a, b in ((two, one), (one, two)))
     assert np.array_equal(result.pairs, np.concatenate([below[::-1], above]))
     assert result.events.tolist() == [len(one), len(two)] and result.last.tolist() == [one[-1], two[-1]]
-    by_chance = len(one) * len(two) * 500.0 / max(one[-1], two[-1])
-    assert result.expected() == pytest.approx(np.full(200, by_chance), rel=1e-3)
-    assert result.values == pytest.approx(result.pairs / by_chance, rel=1e-3)
-    assert result.sigma[:10] == pytest.approx(np.sqrt(result.pairs[:10]) / by_chance, rel=1e-3)
+    by_chance = len(one) * len(two) * 500.0 / (max(one[-1], two[-1]) - min(one[0], two[0]))
+    assert result.values == pytest.approx(result.pairs / by_chance, rel=1e-12)
+    assert result.sigma == pytest.approx(np.sqrt(np.maximum(result.pairs, 1)) / by_chance, rel=1e-12)
+    assert result.values[:10] == pytest.approx(result.filled[:10], rel=1e-3)
     assert result.edges[0] == -50_000 and result.lag_ps[100] == 250.0
     assert result.values[99:101].mean() < 0.1 < 0.8 < result.values[:10].mean()
 
@@ -78,9 +80,27 @@ def test_fcs() -> None:
         # One molecule in the focus: G is 1 at short lags and half of that at the diffusion time, 100 us.
         assert 0.8 < result.cross[0] < 1.2
         assert 0.35 < np.interp(1e8, result.lag_ps, result.cross) < 0.65
-        both, chance = result.pairs[1] + result.pairs[2], result.expected()[1:3].sum(axis=0)
-        assert both / chance - 1 == pytest.approx(result.cross, abs=0.03)
+        assert result.cross == pytest.approx(result.filled[1], abs=0.03)
     assert slow.cross == pytest.approx(fast.cross, abs=0.02) and (slow.sigma[1] < 0.05).all()
+
+
+@pytest.mark.parametrize("chan2", [1, 2])
+def test_correlations_are_those_of_the_program(chan2: int) -> None:
+    def program(*arguments: str) -> Any:
+        call: Any = [tessel.program(), "-q", *arguments, "--chan2", str(chan2), "--json"]
+        return json.loads(subprocess.check_output(call))
+
+    theirs = program("g2", "emitter.tgx", "--window", "50ns", "--bin-width", "500ps")
+    ours = measured("emitter.tgx", "g2", chan2=chan2, window="50ns", bin_width="500ps")
+    assert ours.pairs.tolist() == theirs["pairs"] and ours.span_ps == theirs["measuredPs"]
+    for name in ("values", "sigma"):
+        assert getattr(ours, name) == pytest.approx(theirs[name], rel=1e-12)
+    theirs = program("fcs", "cells.tgx", "--steps", "20", "--max-lag", "100ms")
+    curves = measured("cells.tgx", "fcs", chan2=chan2, steps=20, max_lag="100ms")
+    assert curves.lag_ps.tolist() == theirs["lagPs"] and curves.edges.tolist() == theirs["edgesPs"]
+    for index, name in enumerate(("auto1", "cross", "auto2")):
+        assert getattr(curves, name) == pytest.approx(theirs[name], rel=1e-9, abs=1e-12)
+        assert curves.sigma[index] == pytest.approx(theirs["sigma"][name], rel=1e-9)
 
 
 @pytest.mark.parametrize("name, width", [("decay.tgx", 10**10), ("emitter.tgx", 7 * 10**9)])
@@ -117,13 +137,19 @@ def test_raw_words_are_those_of_the_file() -> None:
         assert np.array_equal(words, np.fromfile(file, np.uint32))
 
 
-def test_leaving_a_loop_over_blocks_ends_the_run() -> None:
-    with tessel.open("long.tgx") as dev:
-        for block in dev.unfold(capacity=1000):
-            break
-        blocks = dev.unfold(capacity=1000)  # nobody takes them
+def test_a_loop_over_blocks_can_be_left() -> None:
+    whole = read("emitter.tgx")
+    with tessel.open("emitter.tgx") as dev:
+        blocks = dev.unfold(capacity=1000)
+        first = next(blocks).copy()
+        rest = blocks.read()
+        assert np.array_equal(np.concatenate([first.photons().times, rest.times]), whole.times)
+        blocks = dev.unfold(capacity=1000)  # nobody takes these
         counts = dev.histogram(reference=1, bins=100).wait().counts
-        assert blocks.info.complete is False and len(block) > 0 and counts.any()
+        assert blocks.info.complete is False and counts.any()
+        with dev.raw(capacity=1000) as words:
+            assert len(next(words)) > 0
+        assert words.info.complete is False
 
 
 def test_live() -> None:

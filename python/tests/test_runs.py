@@ -87,6 +87,27 @@ def test_ctrl_c_ends_a_wait_and_the_result_stays() -> None:
     assert result.info.description["StopReason"] == "Manual"
 
 
+@pytest.mark.parametrize("after", [0.01, 0.15, 0.33, 0.5, 0.9])
+def test_ctrl_c_at_any_moment(after: float) -> None:
+    program = """
+import tessel
+print("go", flush=True)
+while True:
+    with tessel.open("emitter.tgx") as dev:
+        dev.chain.merge(1, 2, keep=True)
+        for update in dev.g2(window="50ns").updates(0.01): pass
+        for block in dev.unfold(capacity=10000):
+            if len(block) > 5: break
+        sum(len(block) for block in dev.raw())
+"""
+    child = subprocess.Popen([sys.executable, "-c", program], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    assert child.stdout and child.stdout.readline() == "go\n"
+    time.sleep(after)
+    child.send_signal(signal.SIGINT)
+    errors = child.communicate(timeout=30)[1]
+    assert errors.rstrip().endswith("KeyboardInterrupt") and "Exception ignored" not in errors
+
+
 # Each starts runs whose arrays nobody holds; the memory is then reused, which the run must not notice.
 DROPS = {
     "handle dropped": "dev.histogram(reference=1, bins=100000); gc.collect()",
