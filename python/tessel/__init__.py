@@ -23,11 +23,13 @@ from .errors import (
     DataLost,
     DeviceError,
     LibraryMissing,
+    OutOfOrder,
     PackageMissing,
     RunError,
     SettingError,
     TesselError,
 )
+from .files import Verified, repair, verify
 from .histograms import Hist2d, Histogram, Trace
 from .results import Recorded, Result, RunInfo, load
 from .run import Progress, Run
@@ -48,6 +50,7 @@ __all__ = [
     "Histogram",
     "Input",
     "LibraryMissing",
+    "OutOfOrder",
     "PackageMissing",
     "Progress",
     "Recorded",
@@ -62,12 +65,15 @@ __all__ = [
     "Sync",
     "TesselError",
     "Trace",
+    "Verified",
     "__version__",
     "convert",
     "devices",
     "load",
     "open",
     "program",
+    "repair",
     "simulate",
+    "verify",
     "write",
 ]

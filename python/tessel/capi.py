@@ -125,6 +125,7 @@ PROTOTYPES: Dict[str, str] = {
     "addMCountRate": "i32(char16*, f64)",
     "getMCountRates": "bool(char16*, i32, u32*)",
     "addMSubStream": "void(char16*, u64, u64)",
+    "tessel_addMSort": "bool(char16*, u64)",
     "deleteMani": "void(char16*, u32)",
     "clearManis": "void(char16*)",
     "addIntTag": "void(char*, i64, u32)",

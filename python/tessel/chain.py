@@ -174,6 +174,18 @@ class Chain:
             raise ValueError(f"stop: {stop!r} is before {start!r}")
         self._device._call("addMSubStream", first, last)
 
+    def sort(self, window: Time) -> None:
+        """Puts the events in the order of time, where none comes more than the window after a later one.
+
+        Parameters
+        ----------
+        window : time
+            How far an event may be out of order; events are held back for so long. One that is more goes on as it is,
+            and ``info.order`` of a result counts it.
+        """
+        if not self._device._call("tessel_addMSort", picoseconds(window, "window")):
+            raise SettingError(_library.with_reason(f"{self._device.id}: the stage can't be added"))
+
     def countrate(self, window: Time = "1ms") -> int:
         """Counts the rate of each channel over at least the window, up to 2.147 ms.
 

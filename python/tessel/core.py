@@ -9,14 +9,14 @@ import threading
 import time
 from pathlib import Path
 from types import TracebackType
-from typing import Any, Callable, Dict, Optional, Tuple, Type, TypeVar
+from typing import Any, Callable, Dict, Optional, Tuple, Type, TypeVar, Union
 
 import numpy as np
 
 from . import _library, capi
 from ._library import Memory
 from .chain import Chain
-from .errors import DeviceError, RunError, TesselError
+from .errors import DeviceError, RunError, SettingError, TesselError
 from .results import PathLike, Result, RunInfo
 from .run import Run
 from .settings import Input, Inputs, Settings, Sync
@@ -26,6 +26,7 @@ from .units import Time, milliseconds
 R = TypeVar("R", bound=Result)
 C = TypeVar("C", bound="Core")
 
+_NO_INDEX = 0xFFFFFFFF
 _KINDS = {"histogram": 8, "trace": 4, "correlation": 16, "hist2d": 64}
 
 
@@ -229,6 +230,7 @@ class Core:
             description=description,
             losses=ledger["losses"],
             verdict=ledger["verdict"],
+            order=ledger["order"],
             recording=ledger["recording"],
             complete=complete,
             running=running,
@@ -266,6 +268,66 @@ class Core:
         rows = self._call("getNumAllChans")
         if not 0 <= channel < rows:
             raise ValueError(f"{what}: channels go from 0 (sync) to {rows - 1}, not {channel}")
+
+    # --------------------------------------------------------------------------- what else a device can be told
+
+    def tag(self, **values: Union[bool, int, float, str, None]) -> None:
+        """Adds tags to the header of what this device records; they stay until ``clear_tags``.
+
+        Parameters
+        ----------
+        **values
+            Name, of at most 31 bytes, and value of each.
+        """
+        kinds = {bool: "addBoolTag", int: "addIntTag", float: "addDblTag"}
+        with _library.lock:
+            self._select()
+            for name, value in values.items():
+                if value is None:
+                    capi.addEmptyTag(name.encode(), _NO_INDEX)
+                elif isinstance(value, str):
+                    capi.addStringTag(name.encode(), value.encode(), _NO_INDEX)
+                else:
+                    getattr(capi, kinds[type(value)])(name.encode(), value, _NO_INDEX)
+
+    def clear_tags(self) -> None:
+        """Removes the tags that ``tag`` added."""
+        with _library.lock:
+            self._select()
+            capi.clearTags()
+
+    def clear(self) -> None:
+        """Sets the result of the run that goes on to 0."""
+        self._call("clearMeasure")
+
+    def load_ini(self, path: PathLike) -> None:
+        """Sets the parameters of an INI file (docs/ini.md) on an instrument.
+
+        Raises
+        ------
+        SettingError
+            The last parameter wasn't set, or the file can't be read.
+        """
+        with _library.lock:
+            self._select()
+            if not capi.loadIniConfig(os.fsencode(path)):
+                raise SettingError(_library.with_reason(f"{path}: not all was set"))
+
+    def serve(self, address: str = "127.0.0.1", port: int = 55000) -> None:
+        """Serves the instrument to other computers, until ``stop_serving`` or ``close``. Whoever reaches the port
+        reads its configuration and starts its measurement: there is no authentication.
+
+        Raises
+        ------
+        DeviceError
+            The address and port can't be had.
+        """
+        if not self._call("tessel_serve", address.encode(), port):
+            raise DeviceError(_library.with_reason(f"{self.id}: can't be served at {address}, port {port}"))
+
+    def stop_serving(self) -> None:
+        """Closes the port and every connection to it."""
+        self._call("tessel_stopServing")
 
     # ------------------------------------------------------------------------------------------ to the library
 

@@ -41,3 +41,7 @@ class RunError(TesselError):
 
 class DataLost(UserWarning):
     """A run lost something; its result's ``verdict`` and ``losses`` say what."""
+
+
+class OutOfOrder(UserWarning):
+    """Events of a run go back in time, which correlations and stages take as it comes."""

@@ -61,6 +61,9 @@ class RunInfo:
         The ledger: by place what was lost; empty where nothing was.
     verdict : {"clean", "lossy", "invalid"}
         "lossy": something is missing. "invalid": times may be wrong as well.
+    order : dict
+        Events that go back in time: ``stepsBack``, ``largestStepPs``; with a sort stage ``unsorted``, those that were
+        too late for it.
     recording : dict or None
         Verdict and losses of the recording that the run read or wrote.
     complete : bool
@@ -81,6 +84,7 @@ class RunInfo:
     channels: Tuple[str, ...] = ()
     losses: Dict[str, Any] = field(default_factory=dict)
     verdict: str = "clean"
+    order: Dict[str, Any] = field(default_factory=dict)
     recording: Optional[Dict[str, Any]] = None
     complete: bool = False
     running: bool = False

@@ -11,7 +11,7 @@ from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, AsyncIterator, Callable, Generator, Generic, Iterator, Optional, TypeVar
 
 from ._library import Memory
-from .errors import DataLost, RunError
+from .errors import DataLost, OutOfOrder, RunError
 from .results import Result, RunInfo
 
 if TYPE_CHECKING:
@@ -133,6 +133,8 @@ class Run(Generic[R]):
         -----
         DataLost
             Something was lost; see ``verdict`` and ``losses`` of the result.
+        OutOfOrder
+            Events go back in time; see ``info.order`` of the result.
         """
         end = None if timeout is None else time.monotonic() + timeout
         try:
@@ -225,6 +227,10 @@ class Run(Generic[R]):
         if result.verdict != "clean":
             places = ", ".join(f"{place}: {loss['lost']} {loss['unit']}" for place, loss in result.losses.items())
             warnings.warn(f"{self._info.source}: {result.verdict} ({places})", DataLost, stacklevel=3)
+        order = result.info.order
+        if order.get("unsorted") or (order.get("stepsBack") and not order.get("sorted")):
+            text = f"{order['stepsBack']} events go back in time, by up to {order['largestStepPs']} ps"
+            warnings.warn(f"{self._info.source}: {text}; chain.sort() puts them in order", OutOfOrder, stacklevel=3)
         return result
 
 

@@ -155,14 +155,44 @@ def test_a_loop_over_blocks_can_be_left() -> None:
 def test_live() -> None:
     with tessel.open(simulated=True) as dev:
         dev.inputs[2].enabled = False
+        dev.tag(Operator="A. Body", Sample=7, Height=1.5, Cold=True, Empty=None)
         run = dev.histogram("200ms", record="live.tgx")
         live = run.wait()
     assert live.complete and live.info.recorded and not live.counts[2].any()
+    with tessel.open("live.tgx") as dev:
+        tags = {each["name"]: each["value"] for each in dev.tags["tags"]}
+    own: Dict[str, Any] = {"Operator": "A. Body", "Sample": 7, "Height": 1.5, "Cold": True, "Empty": None}
+    assert own.items() <= tags.items() and tessel.verify("live.tgx").verdict == "clean"
     replayed = measured("live.tgx", "histogram")
     assert np.array_equal(live.counts, replayed.counts) and live.counts[1].sum() > 10_000
     with tessel.open(simulated=True, mode="histogram") as dev:
-        own = dev.histogram("200ms").wait()
-    assert own.counts.sum() > 50_000 and own.info.description["StopReason"] == "TimeOver"
+        counted = dev.histogram("200ms").wait()
+    assert counted.counts.sum() > 50_000 and counted.info.description["StopReason"] == "TimeOver"
+
+
+def test_out_of_order() -> None:
+    times = np.arange(0, 10**9, 1000)
+    times[5::10] -= 1500
+    tessel.write("unsorted.tgx", times, np.ones(len(times), int))
+    with tessel.open("unsorted.tgx") as dev:
+        with pytest.warns(tessel.OutOfOrder, match="100000 events go back in time, by up to 500 ps"):
+            result = dev.histogram(reference=1, bins=10).wait()
+        assert result.info.order["stepsBack"] == 100_000
+        dev.chain.sort("2ns")
+        assert np.array_equal(dev.unfold().read().times, np.sort(times))
+
+
+def test_a_recording_that_was_cut_off_is_repaired() -> None:
+    with open("decay.tgx", "rb") as file:
+        data = file.read()
+    with open("cut.tgx", "wb") as file:
+        file.write(data[: len(data) // 2 + 1])
+    found = tessel.verify("cut.tgx")
+    assert found.verdict == "lossy" and found.faults
+    assert not measured("cut.tgx", "histogram").counts[0].any()
+    assert tessel.repair("cut.tgx", "whole.tgx").report["records"] == found.report["records"]
+    with pytest.raises(tessel.TesselError):
+        tessel.repair("decay.tgx", "other.tgx")
 
 
 def measured(name: str, what: str, **parameters: Any) -> Any:
