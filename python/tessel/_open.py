@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import atexit
 import ctypes
 import json
 import os
@@ -81,6 +82,7 @@ def _use_simulated(simulated: Simulated) -> None:
     if isinstance(simulated, dict):
         with tempfile.NamedTemporaryFile("w", prefix="tessel-", suffix=".json", delete=False) as file:
             json.dump(simulated, file)
+        atexit.register(os.unlink, file.name)  # the instruments look at it again whenever they are opened
         os.environ["TESSEL_SIM_INSTRUMENTS"] = file.name
     elif not isinstance(simulated, bool):
         if not Path(simulated).is_file():

@@ -80,6 +80,10 @@ class Device(Core):
         Run of Histogram
             ``counts`` of shape (rows, bins).
 
+        References
+        ----------
+        D. V. O'Connor, D. Phillips, Time-correlated Single Photon Counting, Academic Press (1984).
+
         Examples
         --------
         >>> with tessel.open("emitter.tgx") as dev:
@@ -136,6 +140,10 @@ class Device(Core):
         -------
         Run of G2
             ``values`` of shape (2 M,), M = `window` / `bin_width`; uncorrelated light is at 1.
+
+        References
+        ----------
+        R. Hanbury Brown, R. Q. Twiss, Nature 177, 27 (1956).
 
         Examples
         --------
@@ -198,6 +206,12 @@ class Device(Core):
         -------
         Run of Fcs
             ``auto1``, ``cross`` and ``auto2`` of shape (bins,); uncorrelated light is at 0.
+
+        References
+        ----------
+        D. Magde, E. Elson, W. W. Webb, Phys. Rev. Lett. 29, 705 (1972); K. Schaetzel, M. Drewel, S. Stimac, J. Mod.
+        Opt. 35, 711 (1988) for the normalisation; T. A. Laurence, S. Fore, T. Huser, Opt. Lett. 31, 829 (2006) for
+        the faster way.
 
         Examples
         --------

@@ -225,6 +225,7 @@ def write(
     time_unit: Time = 1,
     resolution: Optional[Time] = None,
     sync_period: Optional[Time] = None,
+    num_inputs: Optional[int] = None,
     comment: str = "",
 ) -> str:
     """Writes a recording of one's own events.
@@ -243,6 +244,8 @@ def write(
         Units, whole ps.
     sync_period : time, optional
         T3: time from sync to sync.
+    num_inputs : int, optional
+        Inputs of the recording; by default up to the last that has events.
     comment : str
         For the header.
 
@@ -274,7 +277,7 @@ def write(
         unit = picoseconds(sync_period, "sync_period")
         rate = 1e12 / unit
     length_ps = int(stamps[-1]) * unit if len(stamps) else 0
-    counts = np.bincount(inputs, minlength=2)[1:]
+    counts = np.bincount(inputs, minlength=1 + (num_inputs or 1))[1:]
     with Recorder(
         path,
         num_inputs=len(counts),

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import re
 import subprocess
 import sys
 from pathlib import Path
@@ -62,3 +63,13 @@ def test_examples_of_the_documentation(script: Path, tmp_path: Path) -> None:
     folder.mkdir()
     done = subprocess.run([sys.executable, script], cwd=folder, capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stdout + done.stderr
+
+
+def test_readme_and_guide() -> None:
+    """The Python of README runs below definitions of its own arrays; the guide shows an example as it stands."""
+    (block,) = re.findall(r"```python\n(.*?)```", (ROOT / "README.md").read_text(), flags=re.S)
+    own = "import matplotlib, numpy as np; matplotlib.use('Agg'); times = np.arange(100) * 5000; channels = np.arange(100) % 2 + 1\n"
+    subprocess.run([sys.executable, "-c", own + block], check=True)
+    assert Path("g2.png").is_file() and Path("decay.png").is_file() and Path("decay.h5").is_file()
+    example = (ROOT / "docs" / "examples" / "own_data.py").read_text().split('"""\n\n')[1].split("\n\nassert")[0]
+    assert example in (ROOT / "docs" / "python.md").read_text()
