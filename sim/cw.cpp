@@ -1,6 +1,8 @@
 // Generator of light under continuous excitation. One thread.
 #include "sim/cw.h"
 
+#include "sim/ziggurat.h"
+
 #include <algorithm>
 
 namespace Tessel::Sim {

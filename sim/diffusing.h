@@ -7,16 +7,15 @@
 // isn't seen.
 //
 // Nothing is cut into steps of time: a molecule moves from one event of its own to the next by a normal
-// deviate, which is exact. Within a stretch in which it comes nearer to the focus by at most `reach` (4.5
+// deviate, which is exact. Within a stretch in which it comes nearer to the focus by at most `reach` (4
 // standard deviations) its brightness is below that of the nearest place; photons are drawn with that
-// brightness and kept with the share that the true one has of it.
+// brightness and kept with the share that the true one has of it. A long reach makes few stretches, a short one
+// few photons that aren't kept: each ring around the focus has the one with which a molecule has fewest events.
 #pragma once
 
 #include "sim/random.h"
 
 #include <cstdint>
-#include <functional>
-#include <queue>
 #include <vector>
 
 namespace Tessel::Sim {
@@ -25,27 +24,32 @@ struct Molecule
 {
     double X, Y;              // waists from the focus, in [-Side / 2, Side / 2)
     uint64_t SincePs;         // when it was there
-    double NearestSquare = 0; // of the radius from which its brightness is taken until its next event
+    uint64_t NextPs = 0;      // its next event
+    double NearestSquare = 0; // of the radius from which its brightness is taken until then
     bool MayEmit = false;     // at the next event
 };
 
-struct MoleculeEvent
+// Of the molecules in a ring around the focus.
+struct Ring
 {
-    uint64_t TimePs;
-    uint32_t Molecule;
-    bool operator>(const MoleculeEvent &other) const
-    {
-        return TimePs != other.TimePs ? TimePs > other.TimePs : Molecule > other.Molecule;
-    }
+    double StretchPs;     // the longest way to the next event
+    double NearestSquare; // of the radius that they don't come within until then
+    double PhotonPs;      // mean distance of the photons there
 };
 
 struct Molecules
 {
     double DiffusionPs = 0, Side = 0;
-    double PeakPerPs = 0; // photons of a molecule in the centre of the focus
+    double VariancePerPs = 0; // of a coordinate
     std::vector<Molecule> All;
-    std::priority_queue<MoleculeEvent, std::vector<MoleculeEvent>, std::greater<>> Events; // one for each
+    std::vector<Ring> Rings; // by the square of the radius, see ringAt
     Random Generator;
+
+    // Molecules don't know of each other: each goes through a slice of time by itself, and the photons are
+    // sorted.
+    uint64_t SlicePs = 0, UntilPs = 0; // length, and end of the present one
+    std::vector<uint64_t> Photons;     // of the slice, in the order of time
+    size_t NumTaken = 0;
 };
 
 // `rate`: photons per second of all.

@@ -9,22 +9,10 @@ namespace Tessel::Sim {
 
 namespace {
 
-struct LastingDraws // the same for a seed in every version
-{
-    static double exponential(Random &random) { return Sim::exponential(random); }
-    static double normal(Random &random) { return Sim::normal(random); }
-};
-struct QuickDraws
-{
-    static double exponential(Random &random) { return quickExponential(random); }
-    static double normal(Random &random) { return quickNormal(random); }
-};
-
 // A Poisson process in the continuous pulse number; only its whole part is used.
-template <class Draws>
 void advance(PulsedLight &light)
 {
-    light.PulseFraction += Draws::exponential(light.Generator) * light.PulsesPerPhoton;
+    light.PulseFraction += exponential(light.Generator) * light.PulsesPerPhoton;
     const uint64_t left = light.Params.NumPulses - light.Pulse;
     const auto whole =
         static_cast<int64_t>(std::min(light.PulseFraction, 0x1p62)); // floor, as it isn't negative
@@ -32,14 +20,13 @@ void advance(PulsedLight &light)
     light.Pulse += std::min(left, static_cast<uint64_t>(whole));
 }
 
-template <class Draws>
 double drawDelay(PulsedLight &light, const PulsedChannel &channel, bool background)
 {
     const double period = light.Params.PeriodPs;
     if (background) return uniform(light.Generator) * period;
     double delay = light.Params.DelayPs;
-    if (light.Params.SigmaPs > 0) delay += light.Params.SigmaPs * Draws::normal(light.Generator);
-    if (channel.LifetimePs > 0) delay += channel.LifetimePs * Draws::exponential(light.Generator);
+    if (light.Params.SigmaPs > 0) delay += light.Params.SigmaPs * normal(light.Generator);
+    if (channel.LifetimePs > 0) delay += channel.LifetimePs * exponential(light.Generator);
     if (delay < 0 || delay >= period) delay -= std::floor(delay / period) * period;
     return delay >= 0 && delay < period ? delay : 0; // rounding can reach either end
 }
@@ -55,16 +42,15 @@ void insertOrdered(std::vector<PulsedPhoton> &photons, const PulsedPhoton &photo
     }
 }
 
-template <class Draws>
 void drawPhotons(PulsedLight &light, size_t count, std::vector<PulsedPhoton> &photons)
 {
     while (light.Pulse < light.Params.NumPulses) {
         if (photons.size() >= count && photons.back().Pulse != light.Pulse) return;
         const uint32_t kind = pick(light.Kinds, light.Generator);
         const auto channel = static_cast<uint8_t>(kind / 2);
-        const double delay = drawDelay<Draws>(light, light.Params.Channels[channel], kind % 2 == 1);
+        const double delay = drawDelay(light, light.Params.Channels[channel], kind % 2 == 1);
         insertOrdered(photons, {light.Pulse, delay, channel});
-        advance<Draws>(light);
+        advance(light);
     }
 }
 
@@ -85,7 +71,7 @@ PulsedLight makePulsedLight(const PulsedParams &params)
     if (total > 0) {
         light.PulsesPerPhoton = 1e12 / (total * params.PeriodPs);
         light.Kinds = makeAliasTable(rates);
-        light.Params.IsQuick ? advance<QuickDraws>(light) : advance<LastingDraws>(light);
+        advance(light);
     } else {
         light.Pulse = params.NumPulses;
     }
@@ -95,8 +81,7 @@ PulsedLight makePulsedLight(const PulsedParams &params)
 void nextPhotons(PulsedLight &light, size_t count, std::vector<PulsedPhoton> &photons)
 {
     photons.clear();
-    light.Params.IsQuick ? drawPhotons<QuickDraws>(light, count, photons)
-                         : drawPhotons<LastingDraws>(light, count, photons);
+    drawPhotons(light, count, photons);
 }
 
 } // namespace Tessel::Sim

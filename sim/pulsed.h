@@ -29,7 +29,6 @@ struct PulsedParams
     uint64_t NumPulses = 0; // length of the recording
     std::vector<PulsedChannel> Channels;
     uint64_t Seed = 0;
-    bool IsQuick = false; // the draws of ziggurat.h
 };
 
 struct PulsedPhoton

@@ -24,23 +24,6 @@ Random makeRandom(uint64_t seed, uint64_t stream)
     return random;
 }
 
-double normal(Random &random)
-{
-    if (random.HasSpare) {
-        random.HasSpare = false;
-        return random.SpareNormal;
-    }
-    for (;;) {
-        const double x = 2 * uniform(random) - 1, y = 2 * uniform(random) - 1;
-        const double square = x * x + y * y;
-        if (square >= 1 || square == 0) continue;
-        const double factor = std::sqrt(-2 * logOf(square) / square);
-        random.SpareNormal = y * factor;
-        random.HasSpare = true;
-        return x * factor;
-    }
-}
-
 AliasTable makeAliasTable(std::span<const double> weights)
 {
     const size_t count = weights.size();

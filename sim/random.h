@@ -15,8 +15,6 @@ namespace Tessel::Sim {
 struct Random
 {
     uint64_t State[4] = {};
-    double SpareNormal = 0; // the second one of a pair
-    bool HasSpare = false;
 };
 
 // `stream` makes generators of one seed independent of each other.
@@ -42,9 +40,6 @@ inline double logOf(double x)
     return static_cast<double>(exponent) * 0.69314718055994530942 + 2 * (s + s * z * sum);
 }
 
-// Standard normal deviate, by Marsaglia's polar method.
-double normal(Random &random);
-
 inline uint64_t nextBits(Random &random)
 {
     uint64_t *const s = random.State;
@@ -63,12 +58,6 @@ inline uint64_t nextBits(Random &random)
 inline double uniform(Random &random)
 {
     return static_cast<double>(nextBits(random) >> 11) * 0x1p-53;
-}
-
-// Exponential with mean 1, by inverse transform of a uniform number in (0, 1].
-inline double exponential(Random &random)
-{
-    return -logOf(static_cast<double>((nextBits(random) >> 11) + 1) * 0x1p-53);
 }
 
 // Walker's alias table: draws an index with probability proportional to its weight, in constant time.

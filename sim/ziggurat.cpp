@@ -42,17 +42,16 @@ const Ziggurat normalLayers = makeLayers(normalTail, normalArea, 1.2602859304985
 // What isn't below the curve is drawn again.
 double beyondRectangle(Random &random, double x, uint32_t layer)
 {
-    if (layer == 0) return exponentialTail + quickExponential(random); // the tail is another exponential curve
-    return isBelowCurve(random, exponentialLayers, layer, -x) ? x : quickExponential(random);
+    if (layer == 0) return exponentialTail + exponential(random); // the tail is another exponential curve
+    return isBelowCurve(random, exponentialLayers, layer, -x) ? x : exponential(random);
 }
 
 double beyondNormalRectangle(Random &random, double x, uint32_t layer)
 {
-    if (layer > 0)
-        return isBelowCurve(random, normalLayers, layer, -x * x / 2) ? x : std::abs(quickNormal(random));
+    if (layer > 0) return isBelowCurve(random, normalLayers, layer, -x * x / 2) ? x : std::abs(normal(random));
     for (;;) {
-        const double beyond = quickExponential(random) / normalTail;
-        if (2 * quickExponential(random) > beyond * beyond) return normalTail + beyond;
+        const double beyond = exponential(random) / normalTail;
+        if (2 * exponential(random) > beyond * beyond) return normalTail + beyond;
     }
 }
 

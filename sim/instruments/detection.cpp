@@ -136,7 +136,7 @@ void addJitter(Detection &detection, std::vector<Event> &events, size_t from)
     for (size_t i = from; i < events.size(); ++i) {
         const double sigma = detection.Gates[events[i].Channel].JitterPs;
         if (!(sigma > 0)) continue;
-        const double deviate = std::clamp(quickNormal(detection.Jitter), -furthestJitter, furthestJitter);
+        const double deviate = std::clamp(normal(detection.Jitter), -furthestJitter, furthestJitter);
         const double shift = std::floor(sigma * deviate + 0.5);
         const int64_t time = static_cast<int64_t>(events[i].TimePs) + static_cast<int64_t>(shift);
         events[i].TimePs = static_cast<uint64_t>(std::max<int64_t>(time, 0));

@@ -19,8 +19,7 @@ PulsedParams pulsedParams(const InstrumentDescription &instrument, uint64_t seed
                         .NumPulses =
                             static_cast<uint64_t>(static_cast<double>(forEver) / instrument.Sync.PeriodPs),
                         .Channels = {},
-                        .Seed = seed,
-                        .IsQuick = true};
+                        .Seed = seed};
     for (const InputDescription &input : instrument.Inputs)
         params.Channels.push_back({.SignalRate = input.RateCps, .LifetimePs = input.LifetimePs});
     return params;

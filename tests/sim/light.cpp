@@ -87,7 +87,7 @@ TEST(PulsedLight, FoldsTheDecayIntoThePeriod)
 
 // By the distribution function, which makes each uniform, in bins of which the last ones are the tails:
 // chi-square with 999 degrees of freedom stays below 999 + 5 standard deviations of 44.7.
-TEST(QuickDraws, HaveTheirDistributions)
+TEST(Draws, HaveTheirDistributions)
 {
     const auto chiSquare = [](auto draw, auto probabilityBelow) {
         Random random = makeRandom(8);
@@ -98,12 +98,12 @@ TEST(QuickDraws, HaveTheirDistributions)
         for (const double count : counts) sum += std::pow(count - 4000, 2) / 4000;
         return sum;
     };
-    EXPECT_NEAR(chiSquare(quickExponential, [](double x) { return -std::expm1(-x); }), 999, 223);
-    EXPECT_NEAR(chiSquare(quickNormal, [](double x) { return std::erfc(-x / std::sqrt(2)) / 2; }), 999, 223);
+    EXPECT_NEAR(chiSquare(exponential, [](double x) { return -std::expm1(-x); }), 999, 223);
+    EXPECT_NEAR(chiSquare(normal, [](double x) { return std::erfc(-x / std::sqrt(2)) / 2; }), 999, 223);
     Random random = makeRandom(9); // beyond the lowest layer; five standard deviations
     double tails = 0, beyond = 0;
     for (int i = 0; i < 4000000; ++i) {
-        const double x = quickExponential(random);
+        const double x = exponential(random);
         tails += x > 7.7;
         beyond += x > 7.7 ? x - 7.7 : 0;
     }
