@@ -230,7 +230,7 @@ class Core:
             description=description,
             losses=ledger["losses"],
             verdict=ledger["verdict"],
-            order=ledger["order"],
+            order=ledger.get("order", {}),
             recording=ledger["recording"],
             complete=complete,
             running=running,

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import importlib.util
 import json
 import os
 import subprocess
@@ -208,9 +209,18 @@ def test_what_makes_no_recording(make: Any, options: Dict[str, Any], text: str) 
     with pytest.raises(ValueError, match=text):
         tessel.convert(make(), "new.tgx", **options)
     assert not list(Path().glob("new*"))
-    for wrong in (("decay.tgx", "cells.tgx"), ("text.h5", "new.h5")):
-        with pytest.raises((ValueError, FileExistsError)):
-            tessel.convert(*wrong)
+
+
+def test_what_is_not_converted() -> None:
+    Path("text.h5").write_text("no events")
+    with pytest.raises(FileExistsError):
+        tessel.convert("decay.tgx", "text.h5")
+    with pytest.raises(ValueError, match="one of them has to be a recording"):
+        tessel.convert("text.h5", "new.h5")
+    if importlib.util.find_spec("pyarrow") is None:
+        with pytest.raises(tessel.PackageMissing, match="pyarrow"):
+            tessel.convert("decay.tgx", "new.parquet")
+    assert not list(Path().glob("new*"))
 
 
 def test_memory_is_bounded() -> None:

@@ -190,6 +190,8 @@ def _export(source: Path, target: Path, options: Dict[str, Any]) -> Tuple[int, D
     make = _known(target, _ENDINGS_OUT)
     events = markers = 0
     with open_device(source) as device:
+        if device.mode not in ("T2", "T3"):
+            raise ValueError(f"{source}: a recording of histograms has no events")
         part = target.with_name(target.name + ".part")
         with make(part, target, device, **options) as writer:
             for block in device.unfold():

@@ -150,6 +150,8 @@ class Writer:
     ) -> None:
         if device.path is None:
             raise ValueError("a recording is converted")
+        if device.mode == "T3" and not device.sync_period:
+            raise ValueError(f"{device.path}: has no sync period, which is the unit of the time stamps")
         self._file = _hdf5().File(path, "w")
         self._device = device
         self._is_t3 = device.mode == "T3"
