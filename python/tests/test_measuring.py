@@ -57,6 +57,37 @@ def test_histogram_t2_and_a_chain() -> None:
     assert [stage["stage"] for stage in result.chain] == ["merge", "delay"] and result.reference == 1
 
 
+def test_stages() -> None:
+    """Each stage against its rule on the plain events."""
+    events = read("emitter.tgx")
+    one, two = times_of(events, 1), times_of(events, 2)
+    with tessel.open("emitter.tgx") as dev, tessel.open("emitter.tgx") as source:
+        (gated,) = dev.chain.herald(1, 2, delay="10ns", window="30ns", keep=True)
+        pairs = dev.chain.coincidence(1, 2, window="5ns", mode="once", time="first", keep=True)
+        (copied,) = dev.chain.import_stream(source, 2, offset="1us")
+        rates = dev.chain.countrate("1ms")
+        dev.chain.substream("100ms", "400ms")
+        seen = dev.unfold().read()
+        assert (gated, pairs, copied) == (3, 4, 5) and dev.channels[3:] == ("herald 3", "coincidence 4", "import 5")
+        assert dev.chain.rates(rates)[1] == pytest.approx(300_000, rel=0.2)
+    window = seen.times.min(), seen.times.max()
+    assert 10**11 <= window[0] < 10**11 + 10**9 and 4 * 10**11 - 10**9 < window[1] <= 4 * 10**11
+
+    def cut(times: NDArray[np.int64]) -> NDArray[np.int64]:
+        return times[(times >= 10**11) & (times <= 4 * 10**11)]
+
+    since = two - one[np.searchsorted(one, two, "right") - 1]
+    assert np.array_equal(times_of(seen, gated), cut(two[(two > one[0]) & (10_000 <= since) & (since <= 40_000)]))
+    assert np.array_equal(times_of(seen, copied), cut(two + 10**6))
+    place = np.searchsorted(one, two - 5000)  # the first of one that is near enough
+    place[place == len(one)] = 0
+    near = abs(one[place] - two) <= 5000
+    first = cut(np.sort(np.minimum(one[place], two)[near]))
+    found = times_of(seen, pairs)
+    # Members on both sides of a batch's end make no coincidence.
+    assert np.isin(found, first).all() and len(first) - 2 <= len(found) > 20
+
+
 def test_g2() -> None:
     events = read("emitter.tgx")
     one, two = times_of(events, 1), times_of(events, 2)
