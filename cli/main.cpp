@@ -142,10 +142,10 @@ int run(int argc, char **argv)
     program.fallthrough();
     program.footer(programFooter);
     const std::vector<Command> commands = {
-        addInfo(program),   addSimulate(program), addHistogram(program), addG2(program),    addFcs(program),
-        addTrace(program),  addHist2d(program),   addUnfold(program),    addChain(program), addVerify(program),
-        addRepair(program), addDevices(program),  addConfig(program),    addServe(program), addRates(program),
-        addRecord(program), addStart(program)};
+        addInfo(program),   addSimulate(program), addHistogram(program), addG2(program),     addFcs(program),
+        addTrace(program),  addHist2d(program),   addUnfold(program),    addFold(program),   addChain(program),
+        addVerify(program), addRepair(program),   addDevices(program),   addConfig(program), addServe(program),
+        addRates(program),  addRecord(program),   addStart(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &thrown) {

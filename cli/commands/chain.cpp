@@ -93,6 +93,8 @@ picoseconds; a number without a unit is in ps.
   herald       lets the channels pass only inside a window, which begins at the delay after the
                last event of the herald, its first channel (0: the sync). inverted: only outside.
                With keep all events stay, and those that pass are copied to a new channel each.
+  sort         puts the events of all channels in order, where none comes more than the window after
+               a later one.
   substream    lets events pass only between two times since the start.
   countrate    measures the rate of each channel over at least the window (up to 2.147ms). The
                last rates of a run are in the comments of a CSV and in JSON.

@@ -262,7 +262,7 @@ int runFcs(const FcsOptions &options, const HostOptions &host)
                     .Csv = [&](const Measured &measured) { return asCsv(options, fcs, measured); },
                     .Json = [&](const Measured &measured) { return asJson(options, fcs, measured); },
                     .Plot = [&](const Measured &measured) { return asPlot(options, fcs, measured); },
-                    .Notes = [&] { return notesOn(fcs); },
+                    .Notes = [&](const Measured &) { return notesOn(fcs); },
                     .Fault = [&] { return faultOf(fcs); }});
 }
 

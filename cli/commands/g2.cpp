@@ -1,5 +1,6 @@
 // `tessel g2`: the correlation of two channels in linear bins, in both directions.
 #include "commands/commands.h"
+#include "commands/doubts.h"
 #include "commands/pair_counts.h"
 #include "program/exit_codes.h"
 #include "program/output.h"
@@ -39,6 +40,7 @@ struct G2
     std::vector<uint64_t> Pairs;              // without those of an event with itself
     std::vector<double> Values, Sigmas;
     PairCounts Counts;
+    std::vector<std::string> Notes;
 
     uint64_t selfPairs() const { return Counts.Told.selfPairs; }
 };
@@ -56,6 +58,8 @@ void prepare(G2 &g2, const G2Options &options, const Recording &recording)
     g2.NumBins = window / g2.BinWidthPs;
     if (g2.NumBins == 0 || g2.NumBins > mostG2Bins)
         throw Failure(Exit::Usage, fmt::format("--window: from 1 to {} times --bin-width", mostG2Bins));
+    doubtBinWidth(g2.Notes, "--bin-width", static_cast<double>(g2.BinWidthPs), recording);
+    doubtWindow(g2.Notes, window, g2.BinWidthPs);
     setG2Params(nullptr, static_cast<uint64_t>(options.Channels.First),
                 static_cast<uint64_t>(options.Channels.Second), static_cast<double>(window),
                 static_cast<double>(g2.BinWidthPs), options.RawCounts ? 0 : 1);
@@ -181,7 +185,8 @@ int runG2(const G2Options &options, const HostOptions &host)
          .Needs = "events on --chan1 and --chan2 within --window of each other",
          .Csv = [&](const Measured &measured) { return asCsv(options, g2, measured); },
          .Json = [&](const Measured &measured) { return asJson(options, g2, measured); },
-         .Plot = [&](const Measured &measured) { return asPlot(options, g2, measured); }});
+         .Plot = [&](const Measured &measured) { return asPlot(options, g2, measured); },
+         .Notes = [&](const Measured &) { return g2.Notes; }});
 }
 
 constexpr ResultHelp g2Help = {

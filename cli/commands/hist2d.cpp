@@ -1,5 +1,6 @@
 // `tessel hist2d`: pairs of events by the delays of both.
 #include "commands/commands.h"
+#include "commands/doubts.h"
 #include "commands/measure.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"
@@ -227,7 +228,16 @@ int runHist2d(const Hist2dOptions &options, const HostOptions &host)
                     .Needs = "events on --chan-x and --chan-y inside the bins, in T2 after one on --start-chan",
                     .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
                     .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
-                    .Plot = [&](const Measured &measured) { return asPlot(options, histogram, measured); }});
+                    .Plot = [&](const Measured &measured) { return asPlot(options, histogram, measured); },
+                    .Notes =
+                        [&](const Measured &measured) {
+                            std::vector<std::string> notes;
+                            doubtBinWidth(notes, "--bin-width-x", static_cast<double>(histogram.X.BinWidthPs),
+                                          measured.From);
+                            doubtBinWidth(notes, "--bin-width-y", static_cast<double>(histogram.Y.BinWidthPs),
+                                          measured.From);
+                            return notes;
+                        }});
 }
 
 void addAxisOptions(CLI::App &command, AxisOptions &axis, const std::string &letter)

@@ -2,6 +2,7 @@
 #include "commands/histogram.h"
 
 #include "commands/commands.h"
+#include "commands/doubts.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"
@@ -16,6 +17,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <optional>
 
@@ -155,6 +157,34 @@ Plot asPlot(const Recording &recording, const Histogram &histogram)
     return plot;
 }
 
+// Sync periods of the run; 0: unknown.
+double periodsOf(const Measured &measured)
+{
+    const auto &run = measured.From.isLive() ? runDescription() : measured.From.Description;
+    return run.at("StopAfter").to_number<double>() * 1e-3 * run.at("AveSyncRate").to_number<double>();
+}
+
+std::vector<std::string> doubtsOn(const Histogram &histogram, const Measured &measured)
+{
+    std::vector<std::string> notes;
+    const Recording &recording = measured.From;
+    if (recording.MeasMode == 2) {
+        doubtBinWidth(notes, "--bin-width", histogram.BinWidthPs, recording);
+        return notes;
+    }
+    if (recording.MeasMode != 3 || histogram.SyncPeriodPs <= 0) return notes;
+    const double inPeriod = std::ceil(histogram.SyncPeriodPs / histogram.BinWidthPs);
+    const auto bins = static_cast<size_t>(std::min(inPeriod, static_cast<double>(histogram.NumBins)));
+    uint64_t beyond = 0;
+    for (int64_t row = 0; row < recording.NumRows; ++row) {
+        beyond += total(histogram.row(row).subspan(bins));
+        doubtPileUp(notes, rowName(recording, row), static_cast<double>(total(histogram.row(row))),
+                    periodsOf(measured));
+    }
+    doubtDtimes(notes, beyond, histogram.SyncPeriodPs);
+    return notes;
+}
+
 // The instrument builds the histograms; there is no stream.
 MeasureOptions forHardware(const HistogramOptions &options, const HostOptions &host)
 {
@@ -189,7 +219,8 @@ int runHistogram(const HistogramOptions &options, const HostOptions &host)
                     .Needs = "events, in T2 after one on --ref-chan",
                     .Csv = [&](const Measured &measured) { return histogramCsv(histogram, measured); },
                     .Json = [&](const Measured &measured) { return histogramJson(histogram, measured); },
-                    .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); }});
+                    .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); },
+                    .Notes = [&](const Measured &measured) { return doubtsOn(histogram, measured); }});
 }
 
 constexpr ResultHelp histogramHelp = {

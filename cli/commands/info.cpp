@@ -26,7 +26,15 @@ struct InfoOptions
 {
     std::string File;
     ResultOptions Result;
+    bool Counts = false;
 };
+
+// A recording that no instrument made: its levels are those of no input.
+bool isOfInstrument(const Recording &recording)
+{
+    return !recording.Config.at("PartNo").as_string().empty() ||
+           !recording.Config.at("Version").as_string().empty();
+}
 
 std::string textOf(const value &item)
 {
@@ -80,6 +88,11 @@ void addDevice(fmt::memory_buffer &text, const Recording &recording)
     row(text, "Histogram bins", textOf(config.at("NumBins")));
     if (isT3 && numberOf(recording.Description, "AveSyncRate") > 0)
         row(text, "Sync rate", rateText(numberOf(recording.Description, "AveSyncRate")));
+    if (recording.UsedPeriodPs > 0) {
+        row(text, "Sync period used", fmt::format("{:.12g} ps", recording.UsedPeriodPs));
+        row(text, "of the file", fmt::format("{:.12g} ps", recording.MadePeriodPs));
+    }
+    if (!isOfInstrument(recording)) row(text, "Made by", "a program, not by an instrument");
     row(text, "Sync divider", textOf(config.at("SyncDiv")));
     row(text, "Comment", textOf(config.at("Comment")));
     row(text, "Input channels", textOf(config.at("NumChans")));
@@ -97,6 +110,10 @@ void addChannels(fmt::memory_buffer &text, const Recording &recording)
         const object &channel = channels[i].as_object();
         const value *trigger = channel.if_contains("TrigMode");
         const bool isEdge = trigger && trigger->as_string() == "Edge";
+        if (!isOfInstrument(recording)) {
+            fmt::format_to(out, "  {:<5} {}\n", i + 1, rowName(recording, static_cast<int64_t>(i + 1)));
+            continue;
+        }
         fmt::format_to(out, "  {:<5} {:<24} {:<8} {:>10} {:>10} {:>12}\n", i + 1,
                        rowName(recording, static_cast<int64_t>(i + 1)),
                        numberOf(channel, "ChanEna") != 0 ? "yes" : "no", trigger ? textOf(*trigger) : "",
@@ -129,24 +146,57 @@ void addTags(fmt::memory_buffer &text, const object &header)
     }
 }
 
-std::string table(const Recording &recording)
+// Of the whole file; `found` is empty if it wasn't asked for.
+void addCounts(fmt::memory_buffer &text, const Recording &recording, const object &found)
+{
+    if (found.empty()) return;
+    heading(text, "Counts");
+    const double seconds = numberOf(found, "durationMs") * 1e-3;
+    row(text, "Duration", seconds > 0 ? fmt::format("{:.12g} s", seconds) : "");
+    auto count = [&](const std::string &name, const value &events) {
+        const auto number = events.to_number<double>();
+        row(text, name,
+            seconds > 0 ? fmt::format("{:.0f}, {}", number, countRateText(number / seconds))
+                        : fmt::format("{:.0f}", number));
+    };
+    const object &events = found.at("events").as_object();
+    count("Sync", events.at("sync"));
+    const auto &inputs = events.at("inputs").as_array();
+    for (size_t i = 0; i < inputs.size(); ++i)
+        count(rowName(recording, static_cast<int64_t>(i + 1)), inputs[i]);
+    count("Markers", events.at("markers"));
+    row(text, "Steps back", textOf(found.at("stepsBack")));
+}
+
+std::string table(const Recording &recording, const object &found)
 {
     fmt::memory_buffer text;
     addFile(text, recording);
     addDevice(text, recording);
     addChannels(text, recording);
+    addCounts(text, recording, found);
     addRun(text, recording.Description);
     addTags(text, recording.Header);
     return fmt::to_string(text);
 }
 
-object asJson(const Recording &recording)
+object asJson(const Recording &recording, const object &found)
 {
+    value counts, period;
+    if (!found.empty())
+        counts = {{"durationMs", found.at("durationMs")},
+                  {"events", found.at("events")},
+                  {"stepsBack", found.at("stepsBack")}};
+    if (recording.UsedPeriodPs > 0)
+        period = {{"usedPs", recording.UsedPeriodPs}, {"ofFilePs", recording.MadePeriodPs}};
     return {{"schema", "tessel.info/1"},
             {"file", jsonName(recording.Path)},
             {"recordsInFile", recording.NumRecords},
             {"recording", endingText(recording.Ending)},
             {"losses", lossesNow().Losses.at("recording")},
+            {"syncPeriod", period},
+            {"counts", counts},
+            {"ofInstrument", isOfInstrument(recording)},
             {"device", recording.Config},
             {"run", recording.Description},
             {"header", recording.Header}};
@@ -157,7 +207,9 @@ int runInfo(const InfoOptions &options, const HostOptions &host)
     const Session session(host);
     checkOutputs({options.File, host.IniPath}, outputsOf(options.Result), options.Result.Force);
     const Recording recording = openRecording(options.File);
-    writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(recording)) : table(recording));
+    const object found = options.Counts ? fileReport(options.File, options.File) : object();
+    writeResult(options.Result.File,
+                options.Result.Json ? jsonText(asJson(recording, found)) : table(recording, found));
     return 0;
 }
 
@@ -165,6 +217,9 @@ constexpr const char *infoFooter =
     R"(JSON: schema (tessel.info/1), file, recordsInFile,
   recording (closed, not closed, cut short), and
   losses  {verdict (clean, lossy, invalid), losses {place: ...}} of the recording
+  syncPeriod    null, or in T3 {usedPs, ofFilePs}: a replay goes by whole picoseconds
+  counts        null, or with --counts {durationMs, events {sync, inputs, ...}, stepsBack}
+  ofInstrument  false: made by a program, so levels and offsets of the device mean nothing
   device  state of the opened device
   run     the last run
   header  magic, version, sizes, and tags: all of them, in the order of the file
@@ -182,6 +237,8 @@ Command addInfo(CLI::App &program)
         program.add_subcommand("info", "Show what a recording holds: device, last run, header tags");
     addRecordingArgument(*command, options->File);
     addOutputOptions(*command, options->Result, "a table");
+    command->add_flag("--counts", options->Counts,
+                      "Also count events and duration, for which the whole file is read");
     command->footer(infoFooter);
     return {command, [options](const HostOptions &host) { return runInfo(*options, host); }};
 }

@@ -66,7 +66,7 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
              measured);
     if (measured.From.MeasMode != 0) noteSpeed(measured.Run);
     if (measurement.Notes)
-        for (std::string &text : measurement.Notes()) measured.Notes.push_back(std::move(text));
+        for (std::string &text : measurement.Notes(measured)) measured.Notes.push_back(std::move(text));
     for (const std::string &text : measured.Notes) warn(text);
     const std::string fault = measurement.Fault ? measurement.Fault() : "";
     if (!fault.empty()) warn(fault);

@@ -84,7 +84,7 @@ struct Measurement
     std::function<std::string(const Measured &)> Csv;
     std::function<boost::json::object(const Measured &)> Json;
     std::function<Cli::Plot(const Measured &)> Plot;
-    std::function<std::vector<std::string>()> Notes = nullptr; // after the run
+    std::function<std::vector<std::string>(const Measured &)> Notes = nullptr; // after the run
     std::function<std::string()> Fault = nullptr; // after the run: why the result is none; empty: it is one
 };
 

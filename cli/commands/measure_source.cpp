@@ -1,4 +1,5 @@
 // What a measuring command works on: its options for that, and the recording or instrument that they name.
+#include "commands/doubts.h"
 #include "commands/measure.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
@@ -85,6 +86,7 @@ Measured openForMeasuring(const MeasureOptions &options, const HostOptions &host
     if (recording.MeasMode != 2 && recording.MeasMode != 3 && !isHistogram)
         throw Failure(Exit::Failed, fmt::format("{}: a recording of mode {} has no events to count",
                                                 visibleText(recording.Path), recording.MeasMode));
+    doubtPeriod(measured.Notes, recording);
     measured.Chain = placeChain(recording, stages);
     return measured;
 }

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -152,6 +153,20 @@ void readConfig(Recording &recording)
     recording.NumRows = getNumAllChans(nullptr);
 }
 
+// A replay of T3 takes the period of whole picoseconds that is nearest to a rate of whole hertz; of a rate
+// below one, the period without its fraction.
+void readPeriods(Recording &recording)
+{
+    if (recording.MeasMode != 3) return;
+    constexpr double psPerSecond = 1e12;
+    for (const auto &tag : recording.Header.at("tags").as_array())
+        if (tag.at("name").as_string() == "MeasDesc_GlobalResolution" && tag.at("value").is_number())
+            recording.MadePeriodPs = tag.at("value").to_number<double>() * psPerSecond;
+    const int64_t rate = integerTag(recording.Header, "TTResult_SyncRate").value_or(0);
+    recording.UsedPeriodPs =
+        rate > 0 ? std::nearbyint(psPerSecond / static_cast<double>(rate)) : std::floor(recording.MadePeriodPs);
+}
+
 } // namespace
 
 Recording openRecording(const std::string &path)
@@ -173,6 +188,7 @@ Recording openRecording(const std::string &path)
     recording.NumRecords = dataBytes(recording.Header) / sizeof(uint32_t);
     recording.ClaimedRecords = integerTag(recording.Header, "TTResult_NumberOfRecords").value_or(-1);
     recording.Ending = endingOf(recording);
+    readPeriods(recording);
     return recording;
 }
 

@@ -72,6 +72,8 @@ struct Recording
     double BaseResolutionPs = 0;
     double ResolutionPs = 0;    // of a dtime; may have a fraction
     double SyncPeriodPs = 0;    // the mean; 0: unknown
+    double MadePeriodPs = 0;    // T3: the sync period that the file was made with, as its header has it
+    double UsedPeriodPs = 0;    // T3: that a replay goes by
     uint64_t NumRecords = 0;    // in the file
     int64_t ClaimedRecords = 0; // by its header; -1: it doesn't say
     Cli::Ending Ending = Ending::Closed;

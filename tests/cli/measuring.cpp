@@ -233,6 +233,48 @@ TEST(Chain, StagesMakeWhatIsCounted)
         contains(output(folder, line + " --chain merge(1;keep)"), "\n# stage 1: merge(1; keep), makes ch3\n"));
 }
 
+TEST(Notes, SayWhatTheResultIsToBeDoubtedFor)
+{
+    const TempFolder folder;
+    const std::vector<uint32_t> words = {t3Event(0, 1, 10), t3Event(1, 2, 9000), t3Event(1, 3, 20)};
+    TgxFile::t3(2, 4, 1.5)
+        .tag("TTResult_NumberOfRecords", words.size())
+        .records(words)
+        .write((folder.path() / "slow.tgx").string());
+    TgxFile::t3(2, 4, 80e6)
+        .tag("TTResult_NumberOfRecords", words.size())
+        .records(words)
+        .write((folder.path() / "fast.tgx").string());
+    TgxFile::t2(2, 5)
+        .tag("TTResult_NumberOfRecords", words.size())
+        .records({t2Event(0, 9), t2Event(1, 11), t2Event(0, 20)})
+        .write((folder.path() / "t2.tgx").string());
+    const struct
+    {
+        const char *Line, *Note; // "": none
+    } cases[] = {
+        {"histogram slow.tgx",
+         "times go by a sync period of 500000000000 ps, the file was made with one of 666666"},
+        {"trace fast.tgx", ""},
+        {"histogram fast.tgx", "1 counts are later after their sync than the sync period, 12500 ps"},
+        {"histogram t2.tgx --ref-chan 1 --bin-width 12ps",
+         "12 ps isn't a multiple of the resolution, 5 ps, so bins differ; 10 ps is"},
+        {"g2 t2.tgx --bin-width 10ps --window 105ps",
+         "105 ps isn't a multiple of the bin width, and is cut to 100 ps"},
+        {"g2 t2.tgx --bin-width 10ps --window 100ps", ""},
+        {"hist2d fast.tgx --bin-width-x 6ps --bin-width-y 8ps", "--bin-width-x: 6 ps isn't a multiple"},
+    };
+    for (const auto &row : cases) {
+        const Ended ended = run(folder, std::string(row.Line) + " --json");
+        EXPECT_EQ(ended.Code, 0) << row.Line << ended.Err;
+        const auto result = boost::json::parse(ended.Out);
+        const auto &notes = result.at("notes").as_array();
+        ASSERT_EQ(notes.size(), *row.Note ? 1u : 0u) << row.Line << ended.Err;
+        for (const auto &note : notes)
+            EXPECT_TRUE(contains(std::string(note.as_string()), row.Note)) << ended.Err;
+    }
+}
+
 // Every hundredth event of channel 2 is written after ten later ones.
 TEST(Order, EventsThatGoBackAreTold)
 {

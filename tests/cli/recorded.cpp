@@ -58,3 +58,32 @@ TEST(Recorded, FcsIsThatOfTheReference)
               "fcs molecules.tgx --chain merge(1,3;keep)|merge(2,4;keep) --chan1 5 --chan2 6 --later chan2",
               "cross", molecules->reference.at("fcs_green_x_red"), 13'500);
 }
+
+TEST(Recorded, FoldFindsThePulsar)
+{
+    const TempFolder folder;
+    const auto pulsar = recordedData("xray-pulsar-b1509");
+    if (!pulsar) GTEST_SKIP() << "the recording is not at hand";
+    const auto toNs = [](uint64_t ticks) { // of 2^-20 s; no event at 0
+        return static_cast<uint64_t>(std::llround(static_cast<double>(ticks) * 953.67431640625)) + 1;
+    };
+    const auto words = t2Words(
+        *pulsar, [](uint8_t) { return 0; }, toNs);
+    TgxFile::t2(1, 1000)
+        .tag("TTResult_NumberOfRecords", words.size())
+        .records(words)
+        .write((folder.path() / "pulsar.tgx").string());
+    const auto &z2 = pulsar->reference.at("z2_2").as_object();
+    const auto found = json(folder, "fold pulsar.tgx --search 6.5955Hz,6.5965Hz,0.000002Hz");
+    EXPECT_NEAR(found.at("frequencyHz").to_number<double>(), z2.at("f_hz").to_number<double>(), 1e-9);
+    EXPECT_NEAR(found.at("channels").at(1).at("z2").to_number<double>(), z2.at("value").to_number<double>(),
+                0.05);
+    const std::vector<double> known = numbers(pulsar->reference.at("folded_profile_20_bins").at("bins")),
+                              counts = countsOf(json(folder, "fold pulsar.tgx --frequency 6.596096Hz"), 1);
+    ASSERT_EQ(counts.size(), known.size());
+    for (size_t bin = 0; bin < known.size(); ++bin) EXPECT_NEAR(counts[bin], known[bin], 2) << bin;
+    const auto info = json(folder, "info pulsar.tgx --counts");
+    EXPECT_EQ(info.at("counts").at("events").at("inputs").at(0), pulsar->reference.at("events"));
+    EXPECT_NEAR(info.at("counts").at("durationMs").to_number<double>(), 3509753.144, 0.001);
+    EXPECT_FALSE(info.at("ofInstrument").as_bool());
+}
