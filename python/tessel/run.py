@@ -225,7 +225,10 @@ class Run(Generic[R]):
         if reason not in _REGULAR_ENDS and reason != self._before.get("StopReason") and result.verdict == "clean":
             raise RunError(f"{self._info.source}: the run ended with the stop reason {reason}", result)
         if result.verdict != "clean":
-            places = ", ".join(f"{place}: {loss['lost']} {loss['unit']}" for place, loss in result.losses.items())
+            places = ", ".join(
+                f"{place}: {'some' if loss['lost'] is None else loss['lost']} {loss['unit']}"
+                for place, loss in result.losses.items()
+            )
             warnings.warn(f"{self._info.source}: {result.verdict} ({places})", DataLost, stacklevel=3)
         order = result.info.order
         if order.get("unsorted") or (order.get("stepsBack") and not order.get("sorted")):

@@ -147,3 +147,27 @@ def test_dropped_memory_is_given_back() -> None:
             assert len(_library._written) == 1
         gc.collect()
         dev.histogram().wait()
+
+
+def test_what_a_faulty_instrument_loses_is_told() -> None:
+    """In a process of its own, since a library of instruments stays loaded."""
+    program = """
+import pytest, tessel
+faults = {
+    "drops": {"flag": "countsDropped", "atMs": 100, "forMs": 50},
+    "full": {"flag": "fifoFull", "atMs": 100, "forMs": 5000},
+    "gone": {"op": "ReadFiFo", "call": 20, "code": -36},
+}
+about = {"instruments": [{"serial": name, "faults": [fault]} for name, fault in faults.items()]}
+def run(name):
+    with tessel.open(name, simulated=about) as dev:
+        return dev.histogram("300ms").wait()
+for name, place, complete in (("drops", "dropped", True), ("full", "fifo", False)):
+    with pytest.warns(tessel.DataLost, match=f"{name}: lossy .{place}: some counts"):
+        result = run(name)
+    assert result.verdict == "lossy" and list(result.losses) == [place] and result.complete is complete
+with pytest.raises(tessel.RunError, match="gone: the run ended with the stop reason") as error:
+    run("gone")
+assert error.value.result.counts.any() and not error.value.result.complete
+"""
+    subprocess.run([sys.executable, "-c", program], check=True)
