@@ -9,7 +9,6 @@ namespace Tessel {
 
 namespace {
 
-constexpr uint64_t fileHoldWords = 2097152; // a file isn't read while the buffer would pass this
 constexpr uint64_t wordBytes = sizeof(uint32_t);
 
 uint64_t wordsLeft(const RecordSource &source)
@@ -36,12 +35,11 @@ void openFile(RecordSource &source, const Device &device)
         source.File.close();
 }
 
-Reading readFile(RecordSource &source, const Device &device, uint32_t *room, uint64_t waiting)
+Reading readFile(RecordSource &source, const Device &device, uint32_t *room)
 {
     if (!source.File.isOpen()) return readError(device, EBADF);
     const uint64_t chunk = std::min(wordsLeft(source), chunkWords);
     if (chunk == 0) return {.AtEnd = true}; // found on the read after the last data
-    if (waiting + chunk > fileHoldWords) return {.IsFull = true};
 
     const int64_t got = readAt(source.File, reinterpret_cast<char *>(room), chunk * wordBytes, source.ReadPos);
     if (got < 0) return readError(device, errno);

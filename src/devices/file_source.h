@@ -8,7 +8,7 @@ namespace Tessel {
 // From the first record on. Only regular files open.
 void openFile(RecordSource &source, const Device &device);
 
-// One read, see readSource. A file isn't read while more than a chunk waits.
-Reading readFile(RecordSource &source, const Device &device, uint32_t *room, uint64_t waiting);
+// One read, see readSource.
+Reading readFile(RecordSource &source, const Device &device, uint32_t *room);
 
 } // namespace Tessel

@@ -34,9 +34,9 @@ bool startSource(RecordSource &source, Device &device, int32_t acqTimeMs)
     return StartMeasure(device, acqTimeMs, true);
 }
 
-Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_t waiting)
+Reading readSource(RecordSource &source, Device &device, uint32_t *room)
 {
-    if (source.Kind == DeviceType::File) return readFile(source, device, room, waiting);
+    if (source.Kind == DeviceType::File) return readFile(source, device, room);
     Reading reading;
     if (source.Lost) return reading;
     source.Lost = !room || !device.IsOpen || !readFifo(device, room, reading.Words);

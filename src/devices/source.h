@@ -47,8 +47,8 @@ StreamFacts factsOf(const Device &device);
 RecordSource openSource(const Device &device);
 // At the first pass of a run. False: it doesn't start.
 bool startSource(RecordSource &source, Device &device, int32_t acqTimeMs);
-// Reads up to chunkWords. `waiting`: words that nobody has taken yet. `room` is after them, and takes a chunk.
-Reading readSource(RecordSource &source, Device &device, uint32_t *room, uint64_t waiting);
+// Reads up to chunkWords; there is room for them.
+Reading readSource(RecordSource &source, Device &device, uint32_t *room);
 // Takes effect once in a run. After it an instrument still gives what it has.
 void stopSource(RecordSource &source, Device &device);
 

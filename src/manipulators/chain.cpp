@@ -265,6 +265,10 @@ void partFrom(std::thread &thread, const Manipulator &record)
 // Decoding goes on meanwhile: EndLock is all that is held, and no thread of the run works under it.
 void endStage(const DeviceRef &target, Manipulator &record)
 {
+    if (auto run = liveRun(target->context)) {
+        run->LosesEndsOfBatches = true;
+        wake(run->Control);
+    }
     askToStop(target->context, record, true);
     {
         std::unique_lock lock(record.Lock);

@@ -31,7 +31,7 @@ struct CoincidenceState
     Tessel::TimeMode TimeMode = TimeMode::First;
     bool Keep = false;
 
-    // Per channel, ps, of its last event in the present piece; all ones: none yet. Only members are read.
+    // Per channel, ps, of its last event in the present batch; all ones: none yet. Only members are read.
     std::array<uint64_t, 256> LastTime{};
     // First and Average: what is held back so that a coincidence can stand in its place in time.
     EventQueue Pending;

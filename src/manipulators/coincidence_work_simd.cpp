@@ -1,4 +1,4 @@
-// The events of a Coincidence. A piece starts without any last time, so that no coincidence spans two pieces;
+// The events of a Coincidence. A batch starts without any last time, so that no coincidence spans two batches;
 // what is pending stays.
 //
 // Most events of a stream have no other within the window before them. Such quiet events complete no set, and

@@ -1,4 +1,4 @@
-// Count rate: passes all events on and counts them per channel. A piece that ends a window or more after the
+// Count rate: passes all events on and counts them per channel. A batch that ends a window or more after the
 // first event of the interval turns the counts into rates.
 #include "manipulators/count_rate.h"
 
@@ -79,11 +79,15 @@ void startPass(CountRateState &rate, const StageRef &stage)
     stage.record->Rates.assign(channels, 0.0f);
     rate.Counters.assign(channels, 0);
     rate.Start = rate.FirstSync = 0;
+    rate.HasLast = false;
 }
 
 uint64_t work(CountRateState &rate, const StageRef &stage, Piece in, EventStore &out)
 {
     in.Count = std::min(in.Count, roomOf(out));
+    if (in.Count == 0) return 0;
+    rate.Last = in.Times[in.Count - 1];
+    rate.HasLast = true;
     rate.Counters.resize(channelsSeen(stage));
     withTime(stage.run->Facts, [&](auto time) { beginInterval(rate, time, in); });
     countChannels(in.Channels, in.Count, rate.Counters);
@@ -92,10 +96,10 @@ uint64_t work(CountRateState &rate, const StageRef &stage, Piece in, EventStore 
 }
 
 // In single precision, as the rates are.
-void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece)
+void endBatch(CountRateState &rate, const StageRef &stage)
 {
-    const uint64_t last = piece.Times[piece.Count - 1];
-    const uint64_t duration = RawTime(stage.run->Facts).ps(last) - rate.Start;
+    if (!std::exchange(rate.HasLast, false)) return;
+    const uint64_t duration = RawTime(stage.run->Facts).ps(rate.Last) - rate.Start;
     if (duration < rate.Window) return;
 
     constexpr float psPerSecond = 1e12f;
@@ -107,7 +111,7 @@ void afterPiece(CountRateState &rate, const StageRef &stage, Piece piece)
     for (size_t channel = 0; channel < rates.size(); ++channel)
         rates[channel] = std::round(static_cast<float>(rate.Counters[channel]) * (1.0f / span) * psPerSecond);
     if (stage.run->Facts.Mode == MeasMode::T3 && !rates.empty()) {
-        const uint64_t syncs = (last >> dtimeBits) - rate.FirstSync;
+        const uint64_t syncs = (rate.Last >> dtimeBits) - rate.FirstSync;
         rates[0] = std::round(static_cast<float>(syncs) / span * psPerSecond);
     }
     own.unlock();

@@ -2,12 +2,14 @@
 // wait, so the store is emptied.
 #pragma once
 
+#include "records/event_store.h"
+
 #include <algorithm>
 #include <cstdint>
 
 namespace Tessel {
 
-struct BatchWindow // of the batch that a stage has taken
+struct BatchWindow // of the events that a stage has taken
 {
     uint64_t Cursor = 0; // first event that isn't handed on yet
     uint64_t End = 0;    // where the present piece ends
@@ -16,19 +18,18 @@ struct BatchWindow // of the batch that a stage has taken
 
 enum class Fill { Work, Hold, Overrun };
 
-// `count`, `highWater`, `hold`: of the next store; `hold` is set and cleared here.
-inline Fill fillRule(uint64_t count, uint64_t highWater, bool mayWait, uint64_t batchSize, BatchWindow &window,
-                     bool &hold)
+// Of a recorded file. Half a store is enough for a piece that is worth a turn of two threads.
+inline bool takesPiece(const EventStore &store)
 {
-    if (count < highWater) {
-        hold = false;
-        if (!window.Cut) window.End = std::min(batchSize, window.Cursor + (highWater - count));
-    } else if (!hold && !mayWait) {
-        return Fill::Overrun;
-    } else if (!hold) {
-        hold = true;
-    }
-    return window.End > window.Cursor ? Fill::Work : Fill::Hold;
+    return !store.EndsBatch && store.Count < std::max<uint64_t>(store.Capacity / 2, 1);
+}
+
+// Of live data. `count`, `highWater`: of the next store.
+inline Fill fillRule(uint64_t count, uint64_t highWater, uint64_t batchSize, BatchWindow &window)
+{
+    if (count >= highWater) return Fill::Overrun;
+    if (!window.Cut) window.End = std::min(batchSize, window.Cursor + (highWater - count));
+    return Fill::Work;
 }
 
 } // namespace Tessel

@@ -8,7 +8,7 @@ namespace Tessel {
 enum class Hook : uint32_t {
     None = 0,
     StartPass = 1,
-    AfterPiece = 2,
+    EndBatch = 2,
     Clear = 4,
     FinishPass = 8,
     Ready = 16,

@@ -7,7 +7,7 @@
 //                                         than all only if `out` is full
 // In `hooksOf` it names which of these functions it has as well:
 //   StartPass    startPass(state, stage)           at the start of a run
-//   AfterPiece   afterPiece(state, stage, piece)   with no lock held
+//   EndBatch     endBatch(state, stage)            the batch's last event is done; with no lock held
 //   Clear        clear(state)                      the results were cleared
 //   FinishPass   finishPass(state, stage, out)     the last events of a run, under the lock of the next stage;
 //                                                  `out` is null if there is no next store. False: `out` is
@@ -20,8 +20,11 @@
 // The loop calls exactly the hooks that are named. A name without its function doesn't compile, nor does a
 // function without its name.
 //
-// A piece that is cut, for want of room or for a look at the run, goes on with `Resumed` set, up to the same
-// end. So what a kind makes of a piece doesn't depend on the cut.
+// What a kind makes of a batch doesn't depend on the pieces in which it gets it: every piece but a batch's
+// first comes with `Resumed` set. Of a recorded file the end of a batch travels with the events, from store to
+// store
+// (`EndsBatch`). Of live data a batch is a piece, with what was cut off it for want of room or for a look at
+// the run.
 #pragma once
 
 #include "log/log.h"
@@ -57,7 +60,7 @@ constexpr bool namesItsHooks(State *state = nullptr, const StageRef *stage = nul
     return is(
                uses<State, Hook::StartPass>, requires { startPass(*state, *stage); }) &&
            is(
-               uses<State, Hook::AfterPiece>, requires { afterPiece(*state, *stage, Piece{}); }) &&
+               uses<State, Hook::EndBatch>, requires { endBatch(*state, *stage); }) &&
            is(
                uses<State, Hook::Clear>, requires { clear(*state); }) &&
            is(
@@ -149,7 +152,7 @@ public:
             own.unlock();
             record.Changed.notify_all(); // who writes to it may have waited for room
             if constexpr (uses<State, Hook::BeforeTurn>) beforeTurn(state, stage);
-            if (batch.Count > 0) handOn();
+            if (hasContent(batch)) handOn();
             own = lockOwn(stage.context, stage.record);
         }
         own.unlock();
@@ -161,7 +164,7 @@ private:
     bool isOver() const
     {
         if (record.ExitFlag || isAborted(*stage.run)) return true;
-        return record.StopFlag && batch.Count == 0 && record.Events.Count == 0 && !resume;
+        return record.StopFlag && !hasContent(record.Events) && !resume;
     }
 
     // The stage's lock is held. A piece that waits for the source needs no turn until the source has moved.
@@ -171,41 +174,58 @@ private:
             if (record.SourceChanged) return true;
         if constexpr (uses<State, Hook::Waits>)
             if (resume) return !waits(state, stage);
-        return resume || record.Events.Count > 0;
+        return resume || hasContent(record.Events);
     }
 
     // The stage's lock is held.
     void take()
     {
         if (resume) return;
-        batch.Count = 0;
+        drop(batch);
         if (record.Enabled && isMeasuring(*stage.run) && hasArrays(record.Events))
             takeAll(record.Events, batch);
         else
-            record.Events.Count = 0;
+            drop(record.Events);
     }
 
     void handOn()
     {
         auto next = lockNext(stage.context, record);
-        if (next.record && hasArrays(next.record->Events))
-            handTo(*next.record, next.lock);
+        if (!next.record || !hasArrays(next.record->Events))
+            dropUntaken();
+        else if (stage.run->Facts.MayWait)
+            handToInTime(*next.record, next.lock);
         else
-            dropBatch(); // nobody takes it
+            handTo(*next.record, next.lock);
+    }
+
+    // Of a recorded file: what finds no room waits for it.
+    void handToInTime(Manipulator &next, std::unique_lock<std::mutex> &nextLock)
+    {
+        resume = true;
+        if (!waitForPiece(next, nextLock)) return;
+        Piece piece = pieceAt(window.Cursor, batch.Count, isInBatch);
+        isInBatch = isInBatch || piece.Count > 0;
+        window.Cursor += workInTurns(piece, piece.Count, next.Events);
+        const bool isDone = window.Cursor == batch.Count;
+        next.Events.EndsBatch = isDone && batch.EndsBatch;
+        nextLock.unlock();
+        next.Changed.notify_all();
+        if (!isDone) return;
+        if (batch.EndsBatch) tellEnd();
+        dropTaken();
     }
 
     void handTo(Manipulator &next, std::unique_lock<std::mutex> &nextLock)
     {
-        const bool mayHold = stage.run->Facts.MayWait;
-        Piece piece{batch.Times.get() + window.Cursor, batch.Channels.get() + window.Cursor, 0, window.Cut};
-        Fill fill = fillRule(next.Events.Count, std::min(next.HighWater, next.Events.Capacity), mayHold,
-                             batch.Count, window, next.HoldFlag);
+        Piece piece = pieceAt(window.Cursor, window.Cursor, window.Cut);
+        Fill fill = fillRule(next.Events.Count, markOf(next), batch.Count, window);
         if (fill == Fill::Work) {
-            uint64_t wanted = window.End - window.Cursor;
+            const uint64_t wanted = window.End - window.Cursor;
             piece.Count = wanted;
             piece.Count = workInTurns(piece, wanted, next.Events);
             window.Cut = piece.Count < wanted;
-            if (window.Cut && !mayHold && !isWaiting() && !isAborted(*stage.run)) fill = Fill::Overrun;
+            if (window.Cut && !isWaiting() && !isAborted(*stage.run)) fill = Fill::Overrun;
         }
         if (fill == Fill::Overrun) {
             tellOverrun(next);
@@ -213,18 +233,26 @@ private:
             noteLoss(*stage.run, lossPlace, next.Events.Count + batch.Count - window.Cursor - piece.Count);
             next.Events.Count = 0;
         }
-        const uint64_t enough = enoughRoom(next);
         nextLock.unlock();
         next.Changed.notify_all();
 
-        if constexpr (uses<State, Hook::AfterPiece>)
-            if (piece.Count > 0) afterPiece(state, stage, piece);
+        if (piece.Count > 0) tellEnd();
         window.Cursor += piece.Count;
         resume = fill != Fill::Overrun && window.Cursor < batch.Count;
-        if (!resume) return dropBatch();
+        if (!resume) return dropTaken();
         if (isWaiting()) return;
         nextLock.lock();
-        waitForRoom(next, nextLock, enough);
+        waitForLiveRoom(next, nextLock);
+    }
+
+    Piece pieceAt(uint64_t from, uint64_t to, bool isResumed) const
+    {
+        return {batch.Times.get() + from, batch.Channels.get() + from, to - from, isResumed};
+    }
+
+    void tellEnd()
+    {
+        if constexpr (uses<State, Hook::EndBatch>) endBatch(state, stage);
     }
 
     // An end waits for one turn at most.
@@ -248,23 +276,28 @@ private:
         return false;
     }
 
-    // The next store has room again when it holds less than its mark, or less than now where a piece was cut.
-    uint64_t enoughRoom(const Manipulator &next) const
+    static uint64_t markOf(const Manipulator &next) { return std::min(next.HighWater, next.Events.Capacity); }
+
+    bool isToLeave(const Manipulator &next) const
     {
-        const uint64_t mark = std::min(next.HighWater, next.Events.Capacity);
-        return std::max<uint64_t>(window.Cut ? std::min(mark, next.Events.Count) : mark, 1);
+        return !hasArrays(next.Events) || record.ExitFlag || isAborted(*stage.run);
     }
 
-    void waitForRoom(Manipulator &next, std::unique_lock<std::mutex> &nextLock, uint64_t enough)
+    // False: it takes none any more, or this stage is to leave.
+    bool waitForPiece(Manipulator &next, std::unique_lock<std::mutex> &nextLock) const
     {
-        auto goesOn = [&] {
-            return next.Events.Count < enough || !hasArrays(next.Events) || record.ExitFlag ||
-                   isAborted(*stage.run);
-        };
-        if (stage.run->Facts.MayWait)
-            next.Changed.wait(nextLock, goesOn);
-        else // a store that is still full then is cleared
-            next.Changed.wait_for(nextLock, Pace::liveRoom, goesOn);
+        next.Changed.wait(nextLock, [&] { return takesPiece(next.Events) || isToLeave(next); });
+        return !isToLeave(next);
+    }
+
+    // It has room when it holds less than its mark, or less than now where a piece was cut. A store that is
+    // still full in the end is cleared.
+    void waitForLiveRoom(Manipulator &next, std::unique_lock<std::mutex> &nextLock) const
+    {
+        const uint64_t mark = markOf(next);
+        const uint64_t enough = std::max<uint64_t>(window.Cut ? std::min(mark, next.Events.Count) : mark, 1);
+        next.Changed.wait_for(nextLock, Pace::liveRoom,
+                              [&] { return next.Events.Count < enough || isToLeave(next); });
     }
 
     static constexpr LossPlace lossPlace = uses<State, Hook::Overrun> ? LossPlace::Import : LossPlace::Stage;
@@ -277,24 +310,39 @@ private:
             logWrn(LogCategory::Device, fmt::runtime(words.Overrun), record.Name, stage.device.ID);
     }
 
-    void dropBatch()
+    // Nobody takes it.
+    void dropUntaken()
     {
+        if (batch.EndsBatch) noteBatchDone(*stage.run);
+        dropTaken();
+    }
+
+    // All that was taken is done. With the end of a batch the next piece begins one.
+    void dropTaken()
+    {
+        if (batch.EndsBatch) isInBatch = false;
         window = {};
-        batch.Count = 0;
+        drop(batch);
         resume = false;
     }
 
-    // The stages after this one still take what they get.
+    // The stages after this one still take what they get. Of a recorded file it is a batch of its own.
     void finish()
     {
-        for (;;) {
+        const bool mayWait = stage.run->Facts.MayWait;
+        for (bool done = false; !done;) {
             auto next = lockNext(stage.context, record);
-            const bool isTaken = next.record && hasArrays(next.record->Events);
-            const bool done = finishPass(state, stage, isTaken ? &next.record->Events : nullptr);
-            if (next.record) next.record->Changed.notify_all();
-            if (done || record.ExitFlag || isAborted(*stage.run)) return;
+            bool isTaken = next.record && hasArrays(next.record->Events);
+            if (isTaken && mayWait) isTaken = waitForPiece(*next.record, next.lock);
+            EventStore *out = isTaken ? &next.record->Events : nullptr;
+            const uint64_t before = out ? out->Count : 0;
+            done = finishPass(state, stage, out) || record.ExitFlag || isAborted(*stage.run);
+            if (!out) continue;
+            out->EndsBatch = mayWait && done && out->Count > before;
+            next.record->Changed.notify_all();
+            if (done || mayWait) continue;
             window.Cut = true;
-            waitForRoom(*next.record, next.lock, enoughRoom(*next.record));
+            waitForLiveRoom(*next.record, next.lock);
         }
     }
 
@@ -304,7 +352,8 @@ private:
     State &state;
     EventStore batch;
     BatchWindow window;
-    bool resume = false; // a piece of the batch waits for room
+    bool resume = false;    // something of what was taken waits for room
+    bool isInBatch = false; // of a recorded file: the next piece goes on with a batch
 };
 
 // The stage has left its run. Also called as a thread ends, whether it was in a run or not.

@@ -10,7 +10,25 @@
 
 namespace Tessel {
 
-bool allocateManipulators(const DeviceRef &target)
+namespace {
+
+// Of a recorded file what goes from thread to thread stays in the cache.
+constexpr uint64_t waitingEvents = 65536;
+
+uint64_t storeEvents(const Run &run)
+{
+    return run.Facts.MayWait ? waitingEvents : streamRecords();
+}
+
+// A host gets the events of a recorded file batch by batch, so the Store has room for one.
+uint64_t finalEvents(const Run &run)
+{
+    return run.Request.Kind == MeasKind::Unfold ? streamRecords() : storeEvents(run);
+}
+
+} // namespace
+
+bool allocateManipulators(const DeviceRef &target, const Run &run)
 {
     const std::string &id = target->device.ID;
     const bool trace = LogLevel.Manipulators;
@@ -19,8 +37,7 @@ bool allocateManipulators(const DeviceRef &target)
     for (size_t i = 0; i < chain.size(); ++i) {
         std::lock_guard lock(chain[i]->Lock);
         chain[i]->StopFlag = chain[i]->StartedFlag = chain[i]->StoppedFlag = false;
-        chain[i]->HoldFlag = false;
-        if (!allocate(chain[i]->Events, streamRecords())) return false;
+        if (!allocate(chain[i]->Events, storeEvents(run))) return false;
         if (trace)
             logInf(LogCategory::Progress, "{} ({} of {} manipulators) allocated @{}", chain[i]->Name, i + 1,
                    chain.size(), id);
@@ -43,7 +60,7 @@ std::shared_ptr<Manipulator> addManisStore(const DeviceRef &target, const Run &r
     {
         ChainLocks locks(context);
         for (const auto &stage : context.Manis) // also one that was added since the others got theirs
-            if (!hasArrays(stage->Events) && !allocate(stage->Events, streamRecords())) throw std::bad_alloc();
+            if (!hasArrays(stage->Events) && !allocate(stage->Events, storeEvents(run))) throw std::bad_alloc();
         record->Index = record->ChainIndex = static_cast<int32_t>(context.Manis.size());
         record->NextIndex = record->Index + 1;
         locks.append(record);
@@ -51,10 +68,10 @@ std::shared_ptr<Manipulator> addManisStore(const DeviceRef &target, const Run &r
     return record;
 }
 
-bool allocateFinalStore(const DeviceRef &target)
+bool allocateFinalStore(const DeviceRef &target, const Run &run)
 {
     auto last = lockLast(target->context);
-    return last.record && allocate(last.record->Events, streamRecords());
+    return last.record && allocate(last.record->Events, finalEvents(run));
 }
 
 void tellStoreGoes(const DeviceRef &target)

@@ -8,13 +8,13 @@
 namespace Tessel {
 
 // Clears the flags of every stage and gives it its memory. False: there is none.
-bool allocateManipulators(const DeviceRef &target);
+bool allocateManipulators(const DeviceRef &target, const Run &run);
 
 // Appends the Store, without memory yet. Every stage before it has its own.
 std::shared_ptr<Manipulator> addManisStore(const DeviceRef &target, const Run &run);
 
 // Gives the Store its memory. False: there is none.
-bool allocateFinalStore(const DeviceRef &target);
+bool allocateFinalStore(const DeviceRef &target, const Run &run);
 
 // Logs that the Store goes.
 void tellStoreGoes(const DeviceRef &target);

@@ -10,9 +10,10 @@ namespace Tessel {
 
 inline constexpr uint64_t blockEvents = 32768;
 
-// A recorded file publishes by the clock; of anything else CopyStoreThread publishes.
+// A recorded file publishes by the clock, or after its first event; of anything else CopyStoreThread publishes.
 inline bool isPublicationDue(const Run &run)
 {
+    if (run.PublishesByBatch) return run.LastPublish == 0;
     return run.Facts.MayWait && monotonicNs() - run.LastPublish > publishIntervalNs;
 }
 

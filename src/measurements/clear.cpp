@@ -7,13 +7,25 @@
 
 namespace Tessel {
 
+namespace {
+
+// Every lock of the chain is held.
+void askStagesToClear(MeasContext &context)
+{
+    for (const auto &record : context.Manis) record->ClearFlag = true;
+}
+
+} // namespace
+
 void clearResult(const DeviceRef &target, Run &run)
 {
+    const bool mayWait = run.Facts.MayWait;
     {
         ChainLocks locks(target->context);
-        zeroResult(target->context, run);
+        zeroResult(run);
+        if (!mayWait) askStagesToClear(target->context);
     }
-    wakeChain(target->context);
+    if (!mayWait) wakeChain(target->context);
 }
 
 void clearMeasure(const DeviceRef &target)
@@ -25,7 +37,8 @@ void clearMeasure(const DeviceRef &target)
         clearHistMem(target->device, true);
     {
         ChainLocks locks(target->context);
-        zeroResult(target->context, *run);
+        zeroResult(*run);
+        askStagesToClear(target->context);
         run->ClearRequested = true;
     }
     wakeChain(target->context);

@@ -5,8 +5,9 @@
 
 namespace Tessel {
 
-// Sets every element of the run's result to 0 and asks every stage to reset itself, under all locks of the
-// chain.
+// For the next step of a sequence: sets every element of the run's result to 0 and asks every stage to reset
+// itself, under all locks of the chain. The stages of a recorded file are asked nothing: where in the stream it
+// would reach them depends on how far they are.
 void clearResult(const DeviceRef &target, Run &run);
 
 // The host's request: also drops the rest of the batch that is being counted. Nothing on a device that isn't

@@ -8,6 +8,8 @@
 //   finish(run)                           after the last batch
 // and where it has more to tell
 //   tellStart(run)                        behind the line that says that it has started
+//   least(run)                            how many events it waits for before the end of a batch, if not for
+//   one
 #pragma once
 
 #include "log/log.h"
@@ -28,6 +30,7 @@ struct EventBatch
     const uint64_t *Times;
     const uint8_t *Channels;
     uint64_t Count;
+    bool Begins = false; // a batch as the stages know it, see Piece
 };
 
 inline bool isStream(MeasMode mode)
@@ -48,17 +51,19 @@ inline uint64_t finalCapacity(MeasContext &context)
     return last.record ? last.record->Events.Capacity : 0;
 }
 
-// Waits for events in the final store and moves them to the empty batch. False: there are none and no more will
-// come.
-inline bool takeBatch(RunRef &ref, EventStore &batch)
+// Waits for events in the final store, `least` of them or the end of a batch, and moves them to the empty
+// batch. False: there are none and no more will come.
+inline bool takeBatch(RunRef &ref, EventStore &batch, uint64_t least)
 {
-    batch.Count = 0;
+    drop(batch);
     auto last = lockLast(ref.context);
     if (!last.record) return false;
     Manipulator &store = *last.record;
-    store.Changed.wait(last.lock,
-                       [&] { return store.Events.Count > 0 || hasReached(*ref.run, RunPhase::ConsumersEnd); });
-    if (store.Events.Count == 0 || !hasArrays(store.Events)) return false;
+    store.Changed.wait(last.lock, [&] {
+        return store.Events.Count >= least || store.Events.EndsBatch ||
+               hasReached(*ref.run, RunPhase::ConsumersEnd);
+    });
+    if (!hasContent(store.Events) || !hasArrays(store.Events)) return false;
     takeAll(store.Events, batch);
     last.lock.unlock();
     store.Changed.notify_all();
@@ -67,16 +72,45 @@ inline bool takeBatch(RunRef &ref, EventStore &batch)
 }
 
 template <class Measurement>
-void countBatch(RunRef &ref, Measurement &measurement, const EventStore &batch)
+void countBatch(RunRef &ref, Measurement &measurement, const EventStore &batch, bool begins)
 {
     Run &run = *ref.run;
     const uint64_t numChans = numAllChans(ref.device, ref.context); // a stage may have come during the run
     std::unique_lock manis(ref.context.ManisLock);
-    measurement.count(ref, {batch.Times.get(), batch.Channels.get(), batch.Count}, numChans, manis);
+    measurement.count(ref, {batch.Times.get(), batch.Channels.get(), batch.Count, begins}, numChans, manis);
     manis.unlock();
-    if (ref.context.SequenceMode != 0) return;
-    run.NewData = true;
+    if (ref.context.SequenceMode != 0 || run.PublishesByBatch || run.NewData.exchange(true)) return;
     wake(run.Control);
+}
+
+// Of a recorded file.
+inline void endBatch(RunRef &ref)
+{
+    Run &run = *ref.run;
+    noteBatchDone(run);
+    if (ref.context.SequenceMode != 0 || !run.PublishesByBatch) return;
+    run.NewData = true;
+    newDataStep(ref);
+}
+
+// How many events a measurement waits for, as long as no batch ends.
+template <class Measurement>
+uint64_t leastEvents(RunRef &ref, const Measurement &measurement)
+{
+    if constexpr (requires { measurement.least(ref); }) return measurement.least(ref);
+    return 1;
+}
+
+// A batch of a recorded file comes in pieces, the last of which may be empty.
+template <class Measurement>
+void countAll(RunRef &ref, Measurement &measurement, EventStore &batch)
+{
+    const uint64_t least = leastEvents(ref, measurement);
+    for (bool begins = true; takeBatch(ref, batch, least);) {
+        if (batch.Count > 0) countBatch(ref, measurement, batch, begins);
+        if (batch.EndsBatch) endBatch(ref);
+        begins = batch.EndsBatch || (begins && batch.Count == 0) || !ref.run->Facts.MayWait;
+    }
 }
 
 template <class Measurement>
@@ -92,7 +126,7 @@ void runMeasurement(RunRef &ref, Measurement &measurement)
 
     if (LogLevel.Api) logInf(LogCategory::Progress, "{} started @{}", measurement.name, ref.device.ID);
     if constexpr (requires { measurement.tellStart(ref); }) measurement.tellStart(ref);
-    while (takeBatch(ref, batch)) countBatch(ref, measurement, batch);
+    countAll(ref, measurement, batch);
     run.LastData = true;
     measurement.finish(ref);
     if (LogLevel.Api) logInf(LogCategory::Progress, "{} stopped @{}", measurement.name, ref.device.ID);

@@ -72,7 +72,7 @@ private:
     void countSequence(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis,
                        IsQuiet isQuiet)
     {
-        if (isT2) steps.begin(batch.Times[0]);
+        if (isT2 && batch.Begins) steps.begin(batch.Times[0]);
         const RawTime rawTime(run.run->Facts);
         countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
             countEvents(run, event, numChans);

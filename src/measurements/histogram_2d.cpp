@@ -52,7 +52,7 @@ private:
     void countSequence(RunRef &run, EventBatch batch, uint64_t numChans, std::unique_lock<std::mutex> &manis,
                        const Time &time, IsQuiet isQuiet)
     {
-        if (isT2) steps.begin(batch.Times[0]);
+        if (isT2 && batch.Begins) steps.begin(batch.Times[0]);
         countInSteps(run, batch, manis, isQuiet, [&](EventBatch event) {
             countToStop(run, event, numChans, time);
             return !isQuiet(*event.Channels) && steps.isDone(run, time.ps(*event.Times));

@@ -115,9 +115,8 @@ void giveOutResult(Run &run)
     });
 }
 
-void zeroResult(MeasContext &context, Run &run)
+void zeroResult(Run &run)
 {
-    for (const auto &record : context.Manis) record->ClearFlag = true;
     visitResult(run, [](auto &result, const auto &steps) {
         if (steps.Clear) steps.Clear(result);
     });

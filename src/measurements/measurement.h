@@ -61,6 +61,6 @@ MeasurementThread threadOf(Run &run);
 void giveOutResult(Run &run);
 
 // Every lock of the chain is held.
-void zeroResult(MeasContext &context, Run &run);
+void zeroResult(Run &run);
 
 } // namespace Tessel

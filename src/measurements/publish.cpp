@@ -33,6 +33,11 @@ void waitForHost(Run &run)
 
 } // namespace
 
+bool isPublishedByCounter(const MeasContext &context, const Run &run)
+{
+    return context.SequenceMode != 0 ? context.SequenceWait.load() : run.PublishesByBatch;
+}
+
 void newDataStep(RunRef &ref)
 {
     MeasContext &context = ref.context;
@@ -67,10 +72,10 @@ void CopyStoreThread(RunRef ref)
     waitFor(run.Control, [&run] { return run.PublishingEnds || isMeasuring(run); });
     if (LogLevel.Api) logInf(LogCategory::Progress, "CopyStoreThread started @{}", ref.device.ID);
     while (!run.PublishingEnds) {
-        const bool threadPublishes = ref.context.SequenceMode != 0 && ref.context.SequenceWait;
-        if (!threadPublishes) newDataStep(ref);
+        if (!isPublishedByCounter(ref.context, run)) newDataStep(ref);
         waitFor(run.Control, Pace::publish, [&run] { return run.PublishingEnds.load(); });
-        waitFor(run.Control, [&run] { return run.PublishingEnds || run.NewData; });
+        waitFor(run.Control,
+                [&] { return run.PublishingEnds || (run.NewData && !isPublishedByCounter(ref.context, run)); });
     }
     if (LogLevel.Api) logInf(LogCategory::Progress, "CopyStoreThread stopped @{}", ref.device.ID);
 }

@@ -11,6 +11,9 @@ namespace Tessel {
 
 inline constexpr int64_t publishIntervalNs = 100'000'000; // of a recorded file
 
+// Who publishes in the present mode: the measurement thread alone, or CopyStoreThread as well.
+bool isPublishedByCounter(const MeasContext &context, const Run &run);
+
 // Publishes what is new. If a sequence waits for its host, waits until the host has taken it or the run is
 // aborted. No lock is held meanwhile.
 void newDataStep(RunRef &run);

@@ -23,7 +23,7 @@ class SequenceSteps
 public:
     bool CountReached = false; // an element has reached SequenceCount
 
-    // The first event of a run that isn't at 0 sets the origin.
+    // The first event of a batch sets the origin, unless it is set.
     void begin(uint64_t ps)
     {
         if (origin == 0) origin = ps / originStep * originStep;

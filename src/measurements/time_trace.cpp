@@ -89,6 +89,7 @@ void sizeTrace(Run &run, TimeTrace &trace, const ResultShape &shape)
 {
     size(trace.Counts, shape);
     run.ChannelRows = &trace.Counts;
+    run.PublishesByBatch = run.Facts.MayWait;
     tellFirstBin(trace);
 }
 

@@ -138,6 +138,12 @@ public:
         setHighWater(run.context, highWater);
     }
 
+    // A host sees whole batches, as far as Store has room for one.
+    uint64_t least(const RunRef &run) const
+    {
+        return block.IsHosts && run.run->Facts.MayWait ? finalCapacity(run.context) / 2 : 1;
+    }
+
     void tellStart(RunRef &run) const
     {
         if (LogLevel.Api)

@@ -29,6 +29,8 @@ struct EventStore
     PageArray<uint8_t> Channels; // ChannelCode
     uint64_t Count = 0;
     uint64_t Capacity = 0; // of both arrays
+    // A batch ends behind the last event, which may have gone before. Nothing is appended until this is taken.
+    bool EndsBatch = false;
 };
 
 } // namespace Tessel

@@ -57,8 +57,7 @@ struct Manipulator
     std::mutex Lock;                 // guards what follows
     std::condition_variable Changed; // events came or were taken, or a flag of the stage or its run was set
     EventStore Events;               // what arrived for this stage; arrays exist during a run only
-    uint64_t HighWater = 0;          // fill level at which `Events` counts as full
-    bool HoldFlag = false;           // full on a file device: the stage before it holds
+    uint64_t HighWater = 0;          // fill level at which `Events` counts as full for live data
     bool ClearFlag = false;          // the stage resets its own state
     std::vector<float> Rates;        // CountRate: per channel, 1/s
 };

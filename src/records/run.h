@@ -108,7 +108,10 @@ struct Run
     std::atomic<bool> LastData{false};       // the measurement thread has taken the last data
     std::atomic<bool> NewDataWait{false};    // a sequence waits for the host
     std::atomic<bool> ClearRequested{false}; // the measurement thread drops the rest of its batch
-    std::atomic<int64_t> LastPublish{0};     // ns, monotonic
+    std::atomic<int64_t> LastPublish{0};     // ns, monotonic; 0: never
+    // Publishing changes what is counted on, so of a recorded file it is done batch by batch, whatever the
+    // clock says, by the measurement thread alone. Set in the set-up.
+    bool PublishesByBatch = false;
 
     // Order in time of the events as they were read; ProcessThread writes.
     std::atomic<uint64_t> StepsBack{0};   // events earlier than the one before them
@@ -138,6 +141,11 @@ struct Run
     // MeasureThread's.
     int32_t AcqTimeMs = 0;
     std::thread Process{}, Measurement{}, CopyStore{};
+
+    // Of a recorded file, which under a stop count is read no further than it is counted.
+    uint64_t BatchesRead = 0;             // MeasureThread's
+    std::atomic<uint64_t> BatchesDone{0}; // their ends have reached the measurement, or went where nobody takes
+    std::atomic<bool> LosesEndsOfBatches{false}; // a stage was ended meanwhile
 
     // How far its threads are: each sets its own, any reads them.
     std::atomic<uint64_t> Taken{0};  // batches that the consumer has taken, a sign that the run moves

@@ -85,14 +85,14 @@ bool wordsWait(Run &run)
 
 namespace {
 
-// A file is read in place; ProcessThread has time.
+// A file is read in place, once ProcessThread has taken the read before: each is a batch of its own.
 Reading readFromFile(RunRef &ref, RecordSource &source)
 {
     Run &run = *ref.run;
     std::lock_guard gate(run.ReadGate);
-    if (run.ReadCount > streamRecords() - chunkWords) return {.IsFull = true};
-    const Reading reading = readSource(source, ref.device, run.ReadBuffer.get() + run.ReadCount, run.ReadCount);
-    run.ReadCount += reading.Words;
+    if (run.ReadCount > 0) return {.IsFull = true};
+    const Reading reading = readSource(source, ref.device, run.ReadBuffer.get());
+    run.ReadCount = reading.Words;
     return reading;
 }
 
@@ -114,7 +114,7 @@ Reading readFromInstrument(RunRef &ref, RecordSource &source)
     };
     handOver();
     if (run.FillCount > streamRecords() - chunkWords) return {.IsFull = true};
-    const Reading reading = readSource(source, ref.device, run.FillBuffer.get() + run.FillCount, 0);
+    const Reading reading = readSource(source, ref.device, run.FillBuffer.get() + run.FillCount);
     run.FillCount += reading.Words;
     handOver();
     return reading;

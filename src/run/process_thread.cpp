@@ -2,6 +2,7 @@
 
 #include "log/log.h"
 #include "manipulators/chain.h"
+#include "manipulators/fill_rule.h"
 #include "measurements/raw.h"
 #include "run/file_writer.h"
 #include "settings/system_ini.h"
@@ -20,6 +21,7 @@ namespace Tessel {
 namespace {
 
 constexpr uint32_t loggedInvalidWords = 10; // of a run
+constexpr uint64_t blockWords = 32768;      // of a recorded file, decoded at once
 
 class WordStream
 {
@@ -37,10 +39,8 @@ public:
         if (isAborted(run)) return false;
         if (!deliverRaw())
             waitForRawBlock(run, pending - rawDone);
-        else if (auto target = lockFirst(context); makeRoom(target)) {
+        else if (auto target = lockFirst(context); makeRoom(target))
             deliverEvents(target);
-            pending = 0;
-        }
         return true;
     }
 
@@ -55,7 +55,7 @@ private:
         std::swap(run.ReadBuffer, run.ProcessBuffer);
         pending = std::exchange(run.ReadCount, 0);
         run.OverflowBase += std::exchange(run.DroppedOverflows, 0);
-        rawDone = 0;
+        rawDone = decoded = 0;
         context.Description.NumRecs += pending;
         gate.unlock();
         run.ReadChanged.notify_all();
@@ -78,13 +78,13 @@ private:
     {
         if (!target.record) return true;
         EventStore &store = target.record->Events;
-        auto isFull = [&] { return store.Capacity != 0 && pending + 1 + store.Count >= streamRecords() / 2; };
-        if (!isFull()) return true;
         if (facts.MayWait) {
-            target.record->Changed.wait(target.lock,
-                                        [&] { return !isFull() || store.Count == 0 || isAborted(run); });
-            return store.Count == 0;
+            auto hasRoom = [&] { return !hasArrays(store) || takesPiece(store); };
+            if (hasRoom()) return true;
+            target.record->Changed.wait(target.lock, [&] { return hasRoom() || isAborted(run); });
+            return false;
         }
+        if (store.Capacity == 0 || pending + 1 + store.Count < streamRecords() / 2) return true;
         logWrn(LogCategory::Device, "Device: {} Input Buffer overrun - clearing! @{}", target.record->Name,
                facts.ID);
         noteLoss(run, LossPlace::Store, store.Count);
@@ -92,11 +92,18 @@ private:
         return true;
     }
 
+    // A recorded file goes block by block: what is decoded is still in the cache when it is taken.
     void deliverEvents(LockedRecord &target)
     {
         const bool isConsumed = run.Request.Kind != MeasKind::Raw;
-        if (!isConsumed || !target.record || !hasArrays(target.record->Events)) return;
-        decodeTo(target.record->Events);
+        if (!isConsumed || !target.record || !hasArrays(target.record->Events)) {
+            pending = 0;
+            noteBatchDone(run);
+            return;
+        }
+        EventStore &store = target.record->Events;
+        decodeTo(store);
+        store.EndsBatch = facts.MayWait && pending == 0;
         target.lock.unlock();
         target.record->Changed.notify_all();
     }
@@ -108,8 +115,11 @@ private:
                                    .SyncPeriodPs = static_cast<uint64_t>(facts.SyncPeriodPs),
                                    .IgnoresCode18 = facts.IgnoresCode18};
         InvalidWords invalid{.Room = loggedInvalidWords - run.InvalidRecordCount};
-        const uint64_t words = std::min(pending, store.Capacity - store.Count);
-        const std::span batch(run.ProcessBuffer.get(), words);
+        const uint64_t most = facts.MayWait ? blockWords : pending;
+        const uint64_t words = std::min({pending, most, store.Capacity - store.Count});
+        const std::span batch(run.ProcessBuffer.get() + decoded, words);
+        decoded += words;
+        pending = facts.MayWait ? pending - words : 0;
         const uint64_t events = decodeInOrder(batch, rules, run.OverflowBase, store.Times.get() + store.Count,
                                               store.Channels.get() + store.Count, invalid, order);
         tellOrder(run, order.StepsBack, order.LargestStep);
@@ -125,7 +135,8 @@ private:
     Run &run;
     const StreamFacts &facts;
     MeasContext &context;
-    uint64_t pending = 0; // words of the present batch
+    uint64_t pending = 0; // words of the present batch that aren't decoded yet
+    uint64_t decoded = 0; // words of it that are
     uint64_t rawDone = 0; // of these, words that are in the caller's raw block
     StreamOrder order;
 };

@@ -103,7 +103,7 @@ void addStore(RunRef &ref)
     if (run.Request.Kind != MeasKind::Raw && run.Request.Kind != MeasKind::Unfold) {
         if (LogLevel.Manipulators)
             logInf(LogCategory::Progress, "AddManisStore: {} @{}", record->Index.load(), id);
-        waitFor(run.Control, Pace::settle, [&run] { return isAborted(run); });
+        if (run.Facts.IsLive) waitFor(run.Control, Pace::settle, [&run] { return isAborted(run); });
         run.CopyStore = startThread(ref, "CopyStoreThread", run.CopyStoreDone, CopyStoreThread);
     }
     if (LogLevel.Manipulators) logInf(LogCategory::Progress, "store.size {} @{}", record->Events.Capacity, id);
@@ -112,7 +112,7 @@ void addStore(RunRef &ref)
 bool initStore(RunRef &ref)
 {
     if (LogLevel.Manipulators) logInf(LogCategory::Progress, "InitStore @{}", ref.device.ID);
-    if (ref.run->Request.Kind != MeasKind::Raw && !allocateFinalStore(ref.target))
+    if (ref.run->Request.Kind != MeasKind::Raw && !allocateFinalStore(ref.target, *ref.run))
         return refuse(ref.device, "No memory for the final store!");
     std::lock_guard lock(ref.context.ManisLock);
     return makeWork(ref);

@@ -24,9 +24,9 @@ namespace {
 bool allocateBuffers(RunRef &ref)
 {
     Run &run = *ref.run;
-    if (!allocatePages(run.ReadBuffer, streamRecords()) || !allocatePages(run.ProcessBuffer, streamRecords()) ||
-        !allocatePages(run.FillBuffer, run.Facts.IsLive ? streamRecords() : 0) ||
-        !allocateManipulators(ref.target))
+    const uint64_t words = run.Facts.MayWait ? chunkWords : streamRecords();
+    if (!allocatePages(run.ReadBuffer, words) || !allocatePages(run.ProcessBuffer, words) ||
+        !allocatePages(run.FillBuffer, run.Facts.IsLive ? words : 0) || !allocateManipulators(ref.target, run))
         return refuse(ref.device, "No memory for the stream buffers!");
     return true;
 }
@@ -133,6 +133,19 @@ void waitTaken(RunRef &ref)
                          [&run] { return run.ReadCount == 0 || run.Control.StopRequested || isAborted(run); });
 }
 
+// What is read of a recorded file mustn't depend on how fast it is counted, so under a stop count no batch is
+// read before the one that it may stop.
+void waitCounted(RunRef &ref)
+{
+    Run &run = *ref.run;
+    const bool countsToStop = run.Request.Kind == MeasKind::Histogram || run.Request.Kind == MeasKind::Histo2d;
+    if (run.Facts.StopCount == 0 || !countsToStop) return;
+    waitFor(run.Control, [&run] {
+        return run.BatchesDone >= run.BatchesRead || run.LosesEndsOfBatches || run.Control.StopRequested ||
+               isAborted(run);
+    });
+}
+
 // Flags and timer. True: the run ends.
 bool askInstrument(RunRef &ref, RecordSource &source)
 {
@@ -165,6 +178,10 @@ bool passTttrLoop(RunRef &ref, RecordSource &source)
         waitFor(run.Control, Pace::instrumentPass, [&run] { return isAborted(run); });
     else if (run.Facts.MayWait && reading.IsFull)
         waitTaken(ref);
+    if (run.Facts.MayWait && reading.Words > 0) {
+        ++run.BatchesRead;
+        waitCounted(ref);
+    }
     return ended;
 }
 

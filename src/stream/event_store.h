@@ -33,6 +33,18 @@ inline bool hasArrays(const EventStore &store)
     return store.Times && store.Channels;
 }
 
+// Something is to be taken, if only the end of a batch.
+inline bool hasContent(const EventStore &store)
+{
+    return store.Count > 0 || store.EndsBatch;
+}
+
+inline void drop(EventStore &store)
+{
+    store.Count = 0;
+    store.EndsBatch = false;
+}
+
 inline void release(EventStore &store)
 {
     store = {};
@@ -41,7 +53,7 @@ inline void release(EventStore &store)
 // Makes the store empty, with room. False: there is no memory, and no arrays.
 inline bool allocate(EventStore &store, uint64_t capacity)
 {
-    store.Count = 0;
+    drop(store);
     store.Capacity = capacity;
     if (allocatePages(store.Times, capacity) && allocatePages(store.Channels, capacity)) return true;
     release(store);
@@ -61,12 +73,13 @@ inline void append(EventStore &store, uint64_t time, uint8_t channel)
     ++store.Count;
 }
 
-// Moves all events of `store` to the empty `batch` by exchanging the arrays, which have one capacity.
+// Moves all that `store` has to the empty `batch` by exchanging the arrays, which have one capacity.
 inline void takeAll(EventStore &store, EventStore &batch)
 {
     std::swap(store.Times, batch.Times);
     std::swap(store.Channels, batch.Channels);
     batch.Count = std::exchange(store.Count, 0);
+    batch.EndsBatch = std::exchange(store.EndsBatch, false);
 }
 
 } // namespace Tessel

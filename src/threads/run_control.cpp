@@ -82,6 +82,12 @@ void wakeAll(MeasContext &context, Run &run)
     wakeImporters(context, run);
 }
 
+void noteBatchDone(Run &run)
+{
+    ++run.BatchesDone;
+    if (run.Facts.StopCount != 0) wake(run.Control); // nobody else waits for it
+}
+
 void noteTaken(Run &run)
 {
     ++run.Taken;

@@ -52,6 +52,9 @@ void requestStop(Run &run);
 // chain.
 void requestStopByHost(Run &run);
 
+// The end of a batch has gone through the chain, or nobody takes it.
+void noteBatchDone(Run &run);
+
 int64_t monotonicNs();
 // The run's consumer has taken something.
 void noteTaken(Run &run);

@@ -72,7 +72,7 @@ public:
     }
 };
 
-// One piece. Where the room runs out in its midst, the next stage takes `takes` events and it goes on.
+// A batch. Where the room runs out in its midst, the next stage takes what there is and it goes on.
 template <class State>
 void workPiece(State &state, const Tessel::StageRef &stage, const Events &in, NextStage &next)
 {
@@ -87,11 +87,10 @@ void workPiece(State &state, const Tessel::StageRef &stage, const Events &in, Ne
         if (now < rest.Count) {
             ASSERT_GT(next.store.Count, 0u) << "cut without need";
         }
-        if constexpr (Tessel::uses<State, Tessel::Hook::AfterPiece>)
-            if (now > 0) afterPiece(state, stage, {rest.Times, rest.Channels, now});
         done += now;
         next.take();
     }
+    if constexpr (Tessel::uses<State, Tessel::Hook::EndBatch>) endBatch(state, stage);
 }
 
 // A whole pass, `pieces` one after another.

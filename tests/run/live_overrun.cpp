@@ -41,7 +41,7 @@ TEST(LiveOverrun, TheDecodedStreamClearsAFullStoreAndGoesOn)
         const auto run = liveRunOf({.Kind = MeasKind::Histogram});
         target->context.CurrentRun = run;
         EventStore &store = addManisStore(target, *run)->Events;
-        ASSERT_TRUE(allocateFinalStore(target));
+        ASSERT_TRUE(allocateFinalStore(target, *run));
         const uint64_t held = streamRecords() / 2 - words.size() - (isFull ? 1 : 2);
         store.Count = held;
         ASSERT_TRUE(allocatePages(run->ReadBuffer, words.size()) &&
@@ -115,7 +115,7 @@ TEST(LiveOverrun, WordsThatAreDroppedUndecodedMoveTimeOn)
         Tessel::Run &run = *ref.run;
         target->context.CurrentRun = ref.run;
         EventStore &store = addManisStore(target, run)->Events;
-        ASSERT_TRUE(allocateFinalStore(target) && allocatePages(run.ReadBuffer, 10) &&
+        ASSERT_TRUE(allocateFinalStore(target, run) && allocatePages(run.ReadBuffer, 10) &&
                     allocatePages(run.ProcessBuffer, 10));
         store.Count = 5;
         std::copy(row.dropped.begin(), row.dropped.end(), run.ReadBuffer.get());
