@@ -652,7 +652,7 @@ TESSEL_API bool tessel_addMSort(const char16_t *id, uint64_t window);
  * so does clearManis() for each stage. */
 TESSEL_API void deleteMani(const char16_t *id, uint32_t index);
 
-/* Ends and removes all stages, and blocks until they have ended. A coincidence takes two seconds to end. */
+/* Ends and removes all stages, and blocks until they have ended. */
 TESSEL_API void clearManis(const char16_t *id);
 
 /* --------------------------------------------------------------------------------------------- data files

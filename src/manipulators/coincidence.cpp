@@ -6,7 +6,6 @@
 #include "manipulators/stage.h"
 #include "manipulators/stages.h"
 #include "stream/rounding.h"
-#include "threads/paces.h"
 
 namespace Tessel {
 
@@ -20,14 +19,12 @@ constexpr StageWords coincidenceWords = {
     .Overrun = "Device: Coincidence Buffer overrun - clearing! {} @{}",
 };
 
-// Hosts know the thread to take its time to go. StoppedFlag is set by now.
+// Hosts know these lines. StoppedFlag is set by now.
 void lastWords(const StageRef &stage)
 {
     const std::string &name = stage.record->Name, &id = stage.device.ID;
     logInf(LogCategory::Progress, "CoincidenceMThread on exit time : {} @{}", name, id);
-    std::this_thread::sleep_for(Pace::lastWords);
     logInf(LogCategory::Progress, "CoincidenceMThread on exit chan: {} @{}", name, id);
-    std::this_thread::sleep_for(Pace::lastWords);
     logStage("CoincidenceMThread exited: {} @{}", stage);
 }
 

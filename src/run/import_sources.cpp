@@ -10,7 +10,6 @@
 #include "threads/run_control.h"
 
 #include <limits>
-#include <thread>
 
 namespace Tessel {
 
@@ -24,7 +23,6 @@ bool isUsable(const Device &source)
 void initImportSource(const DeviceRef &source, const DeviceLookUp &devices)
 {
     logDeb(LogCategory::Progress, "Init Device @{}", source->device.ID);
-    std::this_thread::sleep_for(Pace::importStep);
     devices.Initialise(source);
 }
 
@@ -33,7 +31,6 @@ void stopImportSource(const DeviceRef &source)
     auto run = liveRun(source->context);
     if (!run) return;
     logDeb(LogCategory::Progress, "Stop measurement @{}", source->device.ID);
-    std::this_thread::sleep_for(Pace::importStep);
     source->context.Description.StopReason = StopReason::Manual;
     requestStop(*run);
     abortRun(source->context, *run);
@@ -44,7 +41,6 @@ void stopImportSource(const DeviceRef &source)
 void startImportSource(const DeviceRef &source, const DeviceLookUp &devices)
 {
     logDeb(LogCategory::Progress, "Start measurement @{}", source->device.ID);
-    std::this_thread::sleep_for(Pace::importStep);
     const uint64_t acqTime =
         static_cast<uint64_t>(std::max(source->context.Description.AcqTime.load(), 0)) * 1000;
     startMeasurement(

@@ -10,8 +10,7 @@ namespace Tessel::Pace {
 using namespace std::chrono_literals;
 
 // Rhythms.
-inline constexpr auto settle = 300ms;       // before data flow: stages and hosts settle
-inline constexpr auto importStep = 50ms;    // before each step with an import source
+inline constexpr auto settle = 300ms;       // of an instrument, before data flow
 inline constexpr auto importSearch = 10ms;  // between two looks for a source that a host may still start
 inline constexpr auto liveRoom = 1ms;       // of a full store, for a stage with live data
 inline constexpr auto instrumentPass = 1ms; // between two reads of an instrument
@@ -21,7 +20,6 @@ inline constexpr auto publish = 1ms;        // between two looks for new data to
 inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
 inline constexpr auto afterFailure = 100ms; // of an I/O thread, or before the next peer where there was no room
 inline constexpr auto fileWrite = 20ms;     // words that don't fill a block wait so long for the disc
-inline constexpr auto lastWords = 1s;       // before each of the last two lines of a Coincidence
 
 // How long is waited for what may never come.
 inline constexpr auto stagesEnter = 10s;    // every stage of a run
