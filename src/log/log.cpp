@@ -106,8 +106,8 @@ std::optional<LogRecord> takeRecord(LogState &state)
 
 void waitForRecord(LogState &state)
 {
-    std::this_thread::sleep_for(gatherPace);
     std::unique_lock lock(state.QueueLock);
+    state.Posted.wait_for(lock, gatherPace, [&state] { return state.StopRequested.load(); });
     state.WriterSleeps = true;
     state.Posted.wait(lock, [&state] { return !state.Queue.empty() || state.StopRequested; });
     state.WriterSleeps = false;
