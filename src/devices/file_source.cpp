@@ -11,11 +11,6 @@ namespace {
 
 constexpr uint64_t wordBytes = sizeof(uint32_t);
 
-uint64_t wordsLeft(const RecordSource &source)
-{
-    return source.FileEnd > source.ReadPos ? (source.FileEnd - source.ReadPos) / wordBytes : 0;
-}
-
 Reading readError(const Device &device, int error)
 {
     logErr(LogCategory::General, "Device: {} read Error: {:08x} @{}", device.FileDevicePath,
@@ -24,6 +19,19 @@ Reading readError(const Device &device, int error)
 }
 
 } // namespace
+
+uint64_t wordsLeft(const RecordSource &source)
+{
+    return source.FileEnd > source.ReadPos ? (source.FileEnd - source.ReadPos) / wordBytes : 0;
+}
+
+void passOver(RecordSource &source, const Device &device, uint64_t words)
+{
+    source.ReadPos += words * wordBytes;
+    if (wordsLeft(source) > 0) return;
+    if (LogLevel.Api) logInf(LogCategory::Progress, "End of file reached!");
+    if (device.LoopFile) source.ReadPos = device.DataStart;
+}
 
 void openFile(RecordSource &source, const Device &device)
 {
@@ -44,13 +52,8 @@ Reading readFile(RecordSource &source, const Device &device, uint32_t *room)
     const int64_t got = readAt(source.File, reinterpret_cast<char *>(room), chunk * wordBytes, source.ReadPos);
     if (got < 0) return readError(device, errno);
     const uint64_t count = static_cast<uint64_t>(got) / wordBytes;
-    source.ReadPos += count * wordBytes;
-    if (count < chunk) source.FileEnd = source.ReadPos; // the file has shrunk under us
-
-    if (wordsLeft(source) == 0) {
-        if (LogLevel.Api) logInf(LogCategory::Progress, "End of file reached!");
-        if (device.LoopFile) source.ReadPos = device.DataStart;
-    }
+    if (count < chunk) source.FileEnd = source.ReadPos + count * wordBytes; // the file has shrunk under us
+    passOver(source, device, count);
     return {.Words = count};
 }
 

@@ -49,6 +49,9 @@ RecordSource openSource(const Device &device);
 bool startSource(RecordSource &source, Device &device, int32_t acqTimeMs);
 // Reads up to chunkWords; there is room for them.
 Reading readSource(RecordSource &source, Device &device, uint32_t *room);
+// Of a file: what is left of it, and moving on past words that were read in another way.
+uint64_t wordsLeft(const RecordSource &source);
+void passOver(RecordSource &source, const Device &device, uint64_t words);
 // Takes effect once in a run. After it an instrument still gives what it has.
 void stopSource(RecordSource &source, Device &device);
 

@@ -18,10 +18,17 @@
 
 namespace Tessel {
 
+void tellInvalid(Run &run, const InvalidWords &invalid)
+{
+    const uint32_t told = std::min(invalid.Count, loggedInvalidWords - run.InvalidRecordCount);
+    run.InvalidRecordCount += told;
+    for (uint32_t i = 0; i < told; ++i)
+        logWrn(LogCategory::Device, "{}", invalidWordText(run.Facts.Mode, invalid.Words[i], run.Facts.ID));
+}
+
 namespace {
 
-constexpr uint32_t loggedInvalidWords = 10; // of a run
-constexpr uint64_t blockWords = 32768;      // of a recorded file, decoded at once
+constexpr uint64_t blockWords = 32768; // of a recorded file, decoded at once
 
 class WordStream
 {
@@ -110,10 +117,7 @@ private:
 
     void decodeTo(EventStore &store)
     {
-        const DecodeRules rules = {.Mode = facts.Mode,
-                                   .NumChans = static_cast<uint32_t>(std::max(facts.NumChans, 0)),
-                                   .SyncPeriodPs = static_cast<uint64_t>(facts.SyncPeriodPs),
-                                   .IgnoresCode18 = facts.IgnoresCode18};
+        const DecodeRules rules = rulesOf(facts);
         InvalidWords invalid{.Room = loggedInvalidWords - run.InvalidRecordCount};
         const uint64_t most = facts.MayWait ? blockWords : pending;
         const uint64_t words = std::min({pending, most, store.Capacity - store.Count});
@@ -126,9 +130,7 @@ private:
         store.Count += events;
         if (const uint64_t lost = invalidAmong(batch, events, rules); lost > 0)
             noteLoss(run, LossPlace::InvalidWords, lost);
-        run.InvalidRecordCount += invalid.Count;
-        for (uint32_t i = 0; i < invalid.Count; ++i)
-            logWrn(LogCategory::Device, "{}", invalidWordText(facts.Mode, invalid.Words[i], facts.ID));
+        tellInvalid(run, invalid);
     }
 
     RunRef &ref;

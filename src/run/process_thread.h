@@ -4,8 +4,14 @@
 #pragma once
 
 #include "records/refs.h"
+#include "stream/words.h"
 
 namespace Tessel {
+
+inline constexpr uint32_t loggedInvalidWords = 10; // of a run
+
+// Logs those for which the run still has room. ProcessThread's; MeasureThread's before it hands over words.
+void tellInvalid(Run &run, const InvalidWords &invalid);
 
 void ProcessThread(RunRef run);
 

@@ -43,11 +43,6 @@ void dropInvalid(uint32_t word, const DecodeRules &rules, InvalidWords &invalid)
     invalid.add(word);
 }
 
-bool isOverflow(uint32_t word)
-{
-    return Word::special(word) && Word::channel(word) == Word::OverflowChannel;
-}
-
 uint64_t overflowOfT2(uint32_t word)
 {
     return uint64_t{Word::timetag(word)} << 25;
@@ -102,6 +97,14 @@ void decodeT3(uint32_t word, const DecodeRules &rules, uint64_t &overflowBase, O
 
 } // namespace
 
+DecodeRules rulesOf(const StreamFacts &facts)
+{
+    return {.Mode = facts.Mode,
+            .NumChans = static_cast<uint32_t>(std::max(facts.NumChans, 0)),
+            .SyncPeriodPs = static_cast<uint64_t>(facts.SyncPeriodPs),
+            .IgnoresCode18 = facts.IgnoresCode18};
+}
+
 uint64_t decodePlain(std::span<const uint32_t> words, const DecodeRules &rules, uint64_t &overflowBase,
                      uint64_t *times, uint8_t *channels, InvalidWords &invalid)
 {
@@ -123,14 +126,6 @@ uint64_t invalidAmong(std::span<const uint32_t> words, uint64_t events, const De
     const uint64_t dropped = words.size() - events;
     if (dropped == 0 || !rules.IgnoresCode18) return dropped;
     return dropped - static_cast<uint64_t>(std::ranges::count_if(words, isIgnored));
-}
-
-uint64_t overflowsIn(std::span<const uint32_t> words, MeasMode mode)
-{
-    uint64_t sum = 0;
-    for (const uint32_t word : words)
-        if (isOverflow(word)) sum += mode == MeasMode::T2 ? overflowOfT2(word) : overflowOfT3(word);
-    return sum;
 }
 
 std::string invalidWordText(MeasMode mode, uint32_t word, std::string_view deviceId)

@@ -11,6 +11,7 @@
 #pragma once
 
 #include "records/enums.h"
+#include "records/facts.h"
 
 #include <array>
 #include <cstdint>
@@ -23,6 +24,8 @@ namespace Tessel {
 namespace Word {
 inline constexpr uint32_t SpecialBit = 1u << 31;
 inline constexpr uint32_t MaxMarker = 15, IgnoredChannel = 18, OverflowChannel = 63;
+// The special bit and the channel together, bits 31 to 25.
+inline constexpr uint32_t SyncKind = 64, FirstMarkerKind = 64 + 1, OverflowKind = 64 + OverflowChannel;
 
 constexpr bool special(uint32_t word)
 {
@@ -69,6 +72,8 @@ struct DecodeRules
     bool IgnoresCode18 = false;   // SV40 sends special words of channel 18 that mean nothing
 };
 
+DecodeRules rulesOf(const StreamFacts &facts);
+
 // Decodes `words` to the front of `times` and `channels`, gives the number of events, and moves `overflowBase`
 // on. Both arrays must have room for words.size() events. What is after the returned number, up to
 // words.size(), may have been overwritten; nothing beyond that is touched. All arithmetic wraps at 64 bits.
@@ -84,6 +89,9 @@ uint64_t invalidAmong(std::span<const uint32_t> words, uint64_t events, const De
 
 // By how much decoding these words would have moved the overflow base on.
 uint64_t overflowsIn(std::span<const uint32_t> words, MeasMode mode);
+
+// Whether each of these words of T3 decodes to an event.
+bool areAllValidT3(std::span<const uint32_t> words, uint32_t numChans);
 
 // The log line of an invalid word.
 std::string invalidWordText(MeasMode mode, uint32_t word, std::string_view deviceId);
