@@ -830,20 +830,29 @@ TESSEL_API bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t
 
 /* ------------------------------------------------------------------------------------------------- threads */
 
-/* With how many threads a run counts a recorded file, from the next run on: 1 to 256, or 0 for one for each core
- * that the process may use, which is the initial value. The key Threads of [Params] in the settings file sets
- * it too. Any number gives the same result, to the bit. False, with an error in the log: another number. */
+/* With how many threads a run counts a recorded file, from the next run on: 1 to 256, or 0 for one for each
+ * core that the process may use, which is the initial value. The key Threads of [Params] in the settings file
+ * sets it too. Any number gives the same result, to the bit. False, with an error in the log: another number.
+ *
+ * getHistogram(), getTimeTrace() and the g2 of getCorrelation() count parts of the file side by side, each with
+ * a copy of the result of its own, of at most 32 MiB. They don't
+ *  - through a chain: its stages look at each event after the one before;
+ *  - in a sequence (setSequenceMode) and with a stop count (setStopOverflow): where a step or the run ends
+ *    depends on all counts before;
+ *  - with a larger result, or a g2 window that holds more than a million events of a channel.
+ * FCS and FFCS share out the lags, since a part of the file needs all events of the longest lag before it. In
+ * all other cases one thread reads, one decodes, one counts, and each stage of the chain has its own. */
 TESSEL_API bool tessel_setThreads(int32_t threads);
 
 /* -------------------------------------------------------------------------- recordings made by the caller
  * For simulations, converters and tests: writes a data file of the caller's own record words.
  *
  * A record word: bit 31 special, bits 30 to 25 code; T2: bits 24 to 0 timetag, in units of the base resolution;
- * T3: bits 24 to 10 dtime, in units of the resolution, bits 9 to 0 nsync. Special 0: an event on input code + 1.
- * Special 1: code 0 a sync (T2 alone), 1 to 15 a marker, 63 an overflow: the times of all words after it are
- * later by its timetag x 2^25 units, or its nsync x 2^10 syncs. Times don't decrease. A time of 0 counts as no
- * time at all with some measurements, so let a stream begin later. docs/file-format.md has the file around the
- * words, and readers of it. */
+ * T3: bits 24 to 10 dtime, in units of the resolution, bits 9 to 0 nsync. Special 0: an event on input code
+ * + 1. Special 1: code 0 a sync (T2 alone), 1 to 15 a marker, 63 an overflow: the times of all words after it
+ * are later by its timetag x 2^25 units, or its nsync x 2^10 syncs. Times don't decrease. A time of 0 counts as
+ * no time at all with some measurements, so let a stream begin later. docs/file-format.md has the file around
+ * the words, and readers of it. */
 
 typedef struct tessel_recording tessel_recording;
 

@@ -6,6 +6,7 @@
 #include "measurements/correlation_result.h"
 #include "measurements/correlation_setup.h"
 #include "measurements/frame.h"
+#include "measurements/g2_sides.h"
 #include "measurements/lag_reach.h"
 #include "measurements/sequence_steps.h"
 #include "stream/times.h"
@@ -156,13 +157,6 @@ private:
         return step;
     }
 
-    // They come first, so this ends at the first event of almost every block.
-    static void noteAtZero(CorrelationWork &work, const TimedEvents &events)
-    {
-        for (uint64_t i = 0; i < events.Count && events.Times[i] == 0; ++i)
-            work.NumAtZero += events.Channels[i] == work.Params.CorrChan1;
-    }
-
     static void countWhole(CorrelationWork &work, const TimedEvents &events)
     {
         noteLagsPassed(work, events);
@@ -252,6 +246,7 @@ const MeasurementSteps<Correlation> Correlation::Steps = {
     .Prepare = makeRows,
     .ThreadName = "CorrThread",
     .Thread = CorrThread,
+    .Sides = g2Sides,
     .GiveOut = giveOutCorrelation,
     .Clear = clearCurves,
 };

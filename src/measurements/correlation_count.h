@@ -25,6 +25,13 @@ inline uint64_t blockOf(const CorrelationParams &params)
     return params.CorrMode == CorrMode::G2 ? g2Block : lagsBlock;
 }
 
+// Before they are counted. Events at time 0 come first, so this ends at the first event of almost every block.
+inline void noteAtZero(CorrelationWork &work, const TimedEvents &events)
+{
+    for (uint64_t i = 0; i < events.Count && events.Times[i] == 0; ++i)
+        work.NumAtZero += events.Channels[i] == work.Params.CorrChan1;
+}
+
 // How many events may be counted between two looks at what is asked of the run, whatever pairs they have.
 uint64_t blockWithinReach(const CorrelationWork &work);
 

@@ -5,6 +5,7 @@
 #include "measurements/block_turns.h"
 #include "measurements/count_array.h"
 #include "measurements/histogram_count.h"
+#include "measurements/histogram_sides.h"
 #include "measurements/sequence_steps.h"
 #include "stream/times.h"
 
@@ -158,6 +159,7 @@ const MeasurementSteps<Histogram> Histogram::Steps = {
     .Check = checkHistogram,
     .ThreadName = "HistoThread",
     .Thread = HistoThread,
+    .Sides = histogramSides,
     .Clear = [](Histogram &result) { clear(result.Counts); },
 };
 

@@ -108,6 +108,13 @@ MeasurementThread threadOf(Run &run)
     });
 }
 
+SideBySide sidesOf(RunRef &run, Slices &all)
+{
+    return visitResult(*run.run, [&](auto &result, const auto &steps) {
+        return steps.Sides ? steps.Sides(run, result, all) : SideBySide();
+    });
+}
+
 void giveOutResult(Run &run)
 {
     visitResult(run, [&run](auto &result, const auto &steps) {

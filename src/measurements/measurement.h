@@ -6,6 +6,7 @@
 #include "measurements/histogram.h"
 #include "measurements/histogram_2d.h"
 #include "measurements/raw.h"
+#include "measurements/side_by_side.h"
 #include "measurements/time_trace.h"
 #include "measurements/unfold.h"
 
@@ -56,6 +57,9 @@ struct MeasurementThread
     std::function<void(RunRef)> Body; // null: the kind has none
 };
 MeasurementThread threadOf(Run &run);
+
+// What the run's file is counted with side by side.
+SideBySide sidesOf(RunRef &run, Slices &all);
 
 // Writes what was counted to the caller's result, if that isn't counted into directly. ManisLock is held.
 void giveOutResult(Run &run);

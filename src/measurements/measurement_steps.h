@@ -8,6 +8,9 @@
 
 namespace Tessel {
 
+struct SideBySide; // measurements/side_by_side.h
+struct Slices;     // measurements/slices.h
+
 // Of the caller's array.
 struct ResultShape
 {
@@ -31,6 +34,8 @@ struct MeasurementSteps
     // The measurement thread, from its start to its end.
     const char *ThreadName = "";
     void (*Thread)(RunRef run, Kind &result) = nullptr;
+    // What a recorded file is counted with side by side; left out, or without workers: it isn't.
+    SideBySide (*Sides)(RunRef &run, Kind &result, Slices &all) = nullptr;
     // Writes what was counted to the caller's array, if that isn't counted into directly. ManisLock is held.
     void (*GiveOut)(Run &run, Kind &result) = nullptr;
     // Empties what was counted and the caller's array. Every lock of the chain is held.

@@ -6,15 +6,11 @@
 #include "measurements/block_turns.h"
 #include "measurements/count_array.h"
 #include "measurements/sequence_steps.h"
+#include "measurements/time_trace_sides.h"
 
 namespace Tessel {
 
 namespace {
-
-void tellFirstBin(const TimeTrace &trace)
-{
-    if (trace.FirstBin) *trace.FirstBin = trace.Window.FirstBin;
-}
 
 class TimeTraceMeasurement
 {
@@ -135,6 +131,7 @@ const MeasurementSteps<TimeTrace> TimeTrace::Steps = {
     .Prepare = makeWindow,
     .ThreadName = "TimeTraceThread",
     .Thread = TimeTraceThread,
+    .Sides = traceSides,
     .GiveOut = scrollTrace,
     .Clear = [](TimeTrace &trace) { clear(trace.Counts); },
 };

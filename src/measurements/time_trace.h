@@ -16,4 +16,10 @@ struct TimeTrace // guarded by ManisLock
     static const MeasurementSteps<TimeTrace> Steps;
 };
 
+// To the caller. ManisLock is held.
+inline void tellFirstBin(const TimeTrace &trace)
+{
+    if (trace.FirstBin) *trace.FirstBin = trace.Window.FirstBin;
+}
+
 } // namespace Tessel

@@ -58,6 +58,7 @@ void startAt(TimeTraceWork &work, uint64_t count)
 void moveTo(TimeTraceWork &work, uint64_t bin)
 {
     const uint64_t position = bin - work.FirstBin, numBins = work.NumBins;
+    work.HasRestarted |= bin < work.FirstBin;
     work.CurrentBin = position;
     if (position >= numBins && position - numBins + 1 < numBins) {
         const uint64_t shift = position - numBins + 1;
@@ -276,6 +277,38 @@ void timeTraceCount(TimeTraceWork &work, const T3Time &time, const uint64_t *tim
 {
     countAll(work, time, times, channels, count);
 }
+
+void addTrace(TimeTraceWork &work, const TimeTraceWork &counted, uint64_t before)
+{
+    const uint64_t rows = std::min(work.Rows, counted.Rows);
+    for (uint64_t position = before; position < counted.Used; ++position) {
+        moveTo(work, counted.FirstBin + position);
+        const uint32_t *from = counted.columnAt(position);
+        uint32_t *to = work.columnAt(work.CurrentBin);
+        for (uint64_t row = 0; row < rows; ++row) to[row] += from[row];
+    }
+    moveTo(work, counted.FirstBin + counted.CurrentBin);
+}
+
+uint64_t emptyPositions(const TimeTraceWork &work)
+{
+    auto isEmpty = [&work](uint64_t position) {
+        const uint32_t *column = work.columnAt(position);
+        return std::all_of(column, column + work.Rows, [](uint32_t count) { return count == 0; });
+    };
+    uint64_t position = 0;
+    while (position < work.CurrentBin && isEmpty(position)) ++position;
+    return position;
+}
+
+void emptyTrace(TimeTraceWork &work, uint64_t firstBin)
+{
+    zeroColumns(work, work.Used);
+    work.FirstBin = firstBin;
+    work.CurrentBin = work.Origin = work.Used = work.Dropped = 0;
+    work.HasRestarted = false;
+}
+
 bool giveOutTrace(TimeTraceWork &work, uint32_t *trace, uint64_t rows, bool last)
 {
     const uint64_t numBins = work.NumBins;

@@ -19,11 +19,12 @@ struct TimeTraceWork
     uint64_t Rows = 0;     // channels that have a row
     PageArray<uint32_t> Counts;
 
-    uint64_t FirstBin = 0;   // absolute number of the window's first bin
-    uint64_t CurrentBin = 0; // position in the window of the last event's bin
-    uint64_t Origin = 0;     // column of the window's first bin
-    uint64_t Used = 0;       // positions from here on are all zero
-    uint64_t Dropped = 0;    // bins that the window has passed unpublished; at most NumBins
+    uint64_t FirstBin = 0;     // absolute number of the window's first bin
+    uint64_t CurrentBin = 0;   // position in the window of the last event's bin
+    uint64_t Origin = 0;       // column of the window's first bin
+    uint64_t Used = 0;         // positions from here on are all zero
+    uint64_t Dropped = 0;      // bins that the window has passed unpublished; at most NumBins
+    bool HasRestarted = false; // an event was before the window, which began anew with it
 
     // False: there is no memory for such a trace.
     bool allocate(uint64_t rows, uint64_t numBins);
@@ -47,6 +48,14 @@ void timeTraceCount(TimeTraceWork &work, T2Time time, const uint64_t *times, con
                     uint64_t count);
 void timeTraceCount(TimeTraceWork &work, const T3Time &time, const uint64_t *times, const uint8_t *channels,
                     uint64_t count);
+
+// Adds what was counted elsewhere, but for the first positions there, in bins that begin with the last event's
+// bin here or after it. The last event is then the last of there.
+void addTrace(TimeTraceWork &work, const TimeTraceWork &counted, uint64_t before);
+// Positions before the first bin that has counts, at most up to the last event's bin.
+uint64_t emptyPositions(const TimeTraceWork &work);
+// Starts anew.
+void emptyTrace(TimeTraceWork &work, uint64_t firstBin);
 
 // Moves the complete bins, and with `last` the one that is being counted, to the right end of each row of
 // `trace` (rows x NumBins), whose older bins move left. Bins that the window has passed unpublished are zero

@@ -7,6 +7,7 @@
 #include "records/losses.h"
 #include "records/params.h"
 #include "records/run_control.h"
+#include "records/stream_order.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -129,9 +130,11 @@ struct Run
     PageArray<uint32_t> ReadBuffer{};      // guarded by ReadGate; MeasureThread allocates and frees
     uint64_t ReadCount = 0;                // words in ReadBuffer; guarded by ReadGate
     uint64_t DroppedOverflows = 0;         // of words dropped before those in ReadBuffer; guarded by ReadGate
-    PageArray<uint32_t> ProcessBuffer{};   // ProcessThread's
-    uint64_t OverflowBase = 0;             // ProcessThread's
-    uint32_t InvalidRecordCount = 0;       // ProcessThread's
+    PageArray<uint32_t>
+        ProcessBuffer{};             // ProcessThread's; what follows is MeasureThread's before the first words
+    uint64_t OverflowBase = 0;       // ProcessThread's
+    uint32_t InvalidRecordCount = 0; // ProcessThread's
+    StreamOrder Order{};             // ProcessThread's
 
     // The data file of a run that records, or null; constant once the run has begun.
     std::shared_ptr<RunFile> File{};

@@ -125,8 +125,8 @@ private:
         decoded += words;
         pending = facts.MayWait ? pending - words : 0;
         const uint64_t events = decodeInOrder(batch, rules, run.OverflowBase, store.Times.get() + store.Count,
-                                              store.Channels.get() + store.Count, invalid, order);
-        tellOrder(run, order.StepsBack, order.LargestStep);
+                                              store.Channels.get() + store.Count, invalid, run.Order);
+        tellOrder(run, run.Order.StepsBack, run.Order.LargestStep);
         store.Count += events;
         if (const uint64_t lost = invalidAmong(batch, events, rules); lost > 0)
             noteLoss(run, LossPlace::InvalidWords, lost);
@@ -140,7 +140,6 @@ private:
     uint64_t pending = 0; // words of the present batch that aren't decoded yet
     uint64_t decoded = 0; // words of it that are
     uint64_t rawDone = 0; // of these, words that are in the caller's raw block
-    StreamOrder order;
 };
 
 } // namespace

@@ -11,6 +11,7 @@
 #include "run/file_writer.h"
 #include "run/live_read.h"
 #include "run/process_thread.h"
+#include "run/side_by_side.h"
 #include "run/steps.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
@@ -160,7 +161,10 @@ bool askInstrument(RunRef &ref, RecordSource &source)
 bool passTttrLoop(RunRef &ref, RecordSource &source)
 {
     Run &run = *ref.run;
-    if (!source.Started && startDevice(ref, source)) return true;
+    if (!source.Started) {
+        if (startDevice(ref, source)) return true;
+        countSideBySide(ref, source);
+    }
     const bool wasStopped = source.Stopped;
     bool ended = !wasStopped && askInstrument(ref, source);
     ended = ended || run.Control.StopRequested;

@@ -47,6 +47,14 @@ void noteOrder(StreamOrder &order, const uint64_t *times, const uint8_t *channel
     order.Latest = std::max(order.Latest, order.Last);
 }
 
+bool followsInOrder(StreamOrder &order, uint64_t first, uint64_t last)
+{
+    if (isEarlier(first, order.Last) || isEarlier(first, order.Latest)) return false;
+    order.Last = last;
+    order.Latest = std::max(order.Latest, last);
+    return true;
+}
+
 uint64_t decodeInOrder(std::span<const uint32_t> words, const DecodeRules &rules, uint64_t &overflowBase,
                        uint64_t *times, uint8_t *channels, InvalidWords &invalid, StreamOrder &order)
 {

@@ -90,8 +90,14 @@ uint64_t invalidAmong(std::span<const uint32_t> words, uint64_t events, const De
 // By how much decoding these words would have moved the overflow base on.
 uint64_t overflowsIn(std::span<const uint32_t> words, MeasMode mode);
 
-// Whether each of these words of T3 decodes to an event.
-bool areAllValidT3(std::span<const uint32_t> words, uint32_t numChans);
+// What is known of words without decoding them.
+struct WordSums
+{
+    uint64_t Overflows = 0; // as overflowsIn()
+    bool AllValid = true;   // each word decodes to an event
+    bool Ascends = true;    // no word is earlier than the one before it; in T3 by its sync, invalid ones too
+};
+WordSums sumsOf(std::span<const uint32_t> words, MeasMode mode, uint32_t numChans);
 
 // The log line of an invalid word.
 std::string invalidWordText(MeasMode mode, uint32_t word, std::string_view deviceId);
