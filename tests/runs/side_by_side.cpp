@@ -29,6 +29,7 @@ struct Result
     uint64_t firstBin = 0;
     double records = 0;
     uint64_t invalid = 0; // words
+    std::string order;    // events that went back
 
     bool operator==(const Result &) const = default;
 };
@@ -121,6 +122,10 @@ Result measured(const Kind &kind)
     losses.size = sizeof losses;
     EXPECT_TRUE(tessel_getLosses(nullptr, &losses));
     for (const tessel_loss &place : losses.places) result.invalid += place.lost;
+    std::vector<char> text(65536);
+    tessel_getText(nullptr, TESSEL_TEXT_LOSSES, text.data(), text.size(), nullptr);
+    const std::string all = text.data();
+    result.order = all.substr(std::min(all.find("\"order\""), all.size()), 60);
     return result;
 }
 
