@@ -3,8 +3,8 @@
 
 #include "program/console.h"
 #include "program/exit_codes.h"
-#include "program/files.h"
 #include "program/options.h"
+#include "program/text_file.h"
 #include "program/units.h"
 #include "program/visible_text.h"
 #include "tessel.h"
@@ -14,50 +14,11 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <iterator>
-#include <poll.h>
-#include <span>
-#include <unistd.h>
 
 namespace Tessel::Cli {
 
 namespace {
-
-constexpr size_t mostText = 1 << 20; // bytes of a chain file
-constexpr int longestWaitMs = 2000;  // for the next bytes of a pipe
-
-[[noreturn]] void refuseFile(const std::string &path, std::string_view why)
-{
-    throw Failure(Exit::NoDevice, fmt::format("--chain {}: {}", visibleText(path), why));
-}
-
-// The next bytes, none at the end. A pipe may have no writer yet, or one that is silent.
-size_t readNext(int file, std::span<char> to, const std::string &path)
-{
-    pollfd waited = {file, POLLIN, 0};
-    const int ready = poll(&waited, 1, longestWaitMs);
-    if (ready == 0) refuseFile(path, "nothing to read for 2 s");
-    const ssize_t got = ready < 0 ? -1 : read(file, to.data(), to.size());
-    if (got < 0) refuseFile(path, std::strerror(errno));
-    return static_cast<size_t>(got);
-}
-
-std::string fileText(const std::string &path)
-{
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (file.Number < 0) refuseFile(path, std::strerror(errno));
-    std::string text(mostText + 1, '\0');
-    size_t length = 0;
-    while (const size_t got = readNext(file.Number, std::span(text).subspan(length), path)) {
-        length += got;
-        if (length > mostText) refuseFile(path, "more than 1 MiB");
-    }
-    text.resize(length);
-    return text;
-}
 
 bool isFileName(const std::string &text)
 {
@@ -68,7 +29,7 @@ std::vector<ChainStage> readPart(const std::string &text)
 {
     const bool isFile = isFileName(text);
     try {
-        return isFile ? parseChainJson(fileText(text)) : parseChain(text);
+        return isFile ? parseChainJson(fileText("--chain", text)) : parseChain(text);
     } catch (const ChainError &error) {
         const std::string file = isFile ? visibleText(text) + ": " : "";
         throw Failure(Exit::Usage, fmt::format("--chain: {}{}", file, error.what()));

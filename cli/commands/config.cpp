@@ -1,11 +1,14 @@
 // `tessel config`: what is set on an instrument, and how far each setting goes.
 #include "commands/commands.h"
+#include "program/device_file.h"
 #include "program/exit_codes.h"
+#include "program/ini_file.h"
 #include "program/instrument.h"
 #include "program/options.h"
 #include "program/output.h"
 #include "program/remote.h"
 #include "program/settings.h"
+#include "program/text_file.h"
 #include "program/units.h"
 #include "program/visible_text.h"
 #include "tessel.h"
@@ -16,6 +19,7 @@
 
 #include <iterator>
 #include <memory>
+#include <optional>
 
 namespace Tessel::Cli {
 
@@ -29,9 +33,12 @@ struct ConfigOptions
 {
     std::string Instrument; // an id, or "sim"
     std::string Server;     // of another computer, which has it; empty: it is here
-    std::string Mode = "t3";
-    int32_t RefSource = 0;
+    std::string Mode;       // empty: as the file has it, else T3
+    std::optional<int32_t> RefSource;
+    std::string IniFile, DeviceFile;
     std::vector<std::string> Assignments;
+    bool Exports = false;
+    std::string ExportFile; // empty: it is the result
     ResultOptions Result;
 };
 
@@ -88,28 +95,93 @@ object asJson(const object &config, const std::vector<Clamped> &clamped)
             {"settings", known.at("settings")}, {"clamped", std::move(changes)}};
 }
 
-int runConfig(const ConfigOptions &options, const HostOptions &given)
+struct GivenFiles
+{
+    std::string Ini;
+    object Device; // empty: none
+};
+
+GivenFiles readFiles(const ConfigOptions &options)
+{
+    GivenFiles files;
+    if (!options.IniFile.empty()) files.Ini = fileText("--ini", options.IniFile);
+    if (!options.DeviceFile.empty()) files.Device = readDeviceFile(options.DeviceFile);
+    return files;
+}
+
+void checkFiles(const ConfigOptions &options, const HostOptions &host)
+{
+    std::vector<Output> outputs = outputsOf(options.Result);
+    if (!options.ExportFile.empty()) outputs.push_back({"--export", options.ExportFile});
+    checkOutputs({host.IniPath, host.SimulationPath, options.IniFile, options.DeviceFile}, outputs,
+                 options.Result.Force);
+}
+
+int32_t modeOf(const ConfigOptions &options, const object &device)
+{
+    constexpr int32_t t3 = 3;
+    if (!options.Mode.empty()) return modeNumber(options.Mode);
+    return numberIn(device, "MeasMode").value_or(t3);
+}
+
+void openHere(const ConfigOptions &options, const HostOptions &host, const object &device)
+{
+    const int32_t refSource = options.RefSource.value_or(numberIn(device, "RefSource").value_or(0));
+    initInstrument(openInstrument(host), modeOf(options, device), refSource);
+}
+
+std::string resultText(const ConfigOptions &options, const object &config, const std::vector<Clamped> &clamped)
+{
+    if (options.Exports && options.ExportFile.empty()) return jsonText(config);
+    return options.Result.Json ? jsonText(asJson(config, clamped)) : table(config);
+}
+
+// What was set, and the result to be written.
+struct Configured
+{
+    IniOutcome Ini;
+    std::string Result{}, Export{};
+};
+
+Configured configure(const ConfigOptions &options, const HostOptions &given, const GivenFiles &files)
 {
     const bool isRemote = !options.Server.empty();
-    if (isRemote && given.Simulated) throw Failure(Exit::Usage, "--sim and --host: choose one");
-    const HostOptions host = isRemote ? given : withInstrument(given, options.Instrument);
+    HostOptions host = isRemote ? given : withInstrument(given, options.Instrument);
+    host.LogsMessages = !files.Ini.empty();
     const Session session(host);
-    checkOutputs({host.IniPath, host.SimulationPath}, outputsOf(options.Result), options.Result.Force);
+    checkFiles(options, host);
     if (isRemote)
         openRemote(options.Server, options.Instrument.empty() ? given.DeviceId : options.Instrument);
     else
-        initInstrument(openInstrument(host), modeNumber(options.Mode), options.RefSource);
-    const std::vector<Clamped> clamped = applySettings(options.Assignments);
+        openHere(options, host, files.Device);
+    std::vector<Clamped> clamped;
+    if (!files.Device.empty()) clamped = applyDeviceFile(files.Device, options.DeviceFile);
+    Configured done;
+    if (!files.Ini.empty()) done.Ini = applyIniText(files.Ini, host.Verbose);
+    for (Clamped &each : applySettings(options.Assignments)) clamped.push_back(std::move(each));
     if (isRemote && !options.Assignments.empty()) connectServer(options.Server); // what became of them there
     const object config = deviceConfig();
-    writeResult(options.Result.File, options.Result.Json ? jsonText(asJson(config, clamped)) : table(config));
-    return 0;
+    done.Result = resultText(options, config, clamped);
+    done.Export = jsonText(config);
+    return done;
+}
+
+int runConfig(const ConfigOptions &options, const HostOptions &given)
+{
+    if (!options.Server.empty() && given.Simulated) throw Failure(Exit::Usage, "--sim and --host: choose one");
+    if (options.Exports && options.ExportFile.empty() && options.Result.Json)
+        throw Failure(Exit::Usage, "--export without a file and --json: choose one");
+    const Configured done = configure(options, given, readFiles(options));
+    if (!options.ExportFile.empty()) writeResult(options.ExportFile, done.Export);
+    writeResult(options.Result.File, done.Result);
+    warnOfIni(done.Ini, options.IniFile);
+    return static_cast<int>(done.Ini.Failed ? Exit::Failed : Exit::Success);
 }
 
 constexpr const char *configFooter =
-    R"(The instrument is opened and initialised in the mode, which sends it the initial settings; then each
---set is sent, in its order, and all settings are shown. They hold until the instrument is closed,
-at the end of the command; a measurement takes --set too.
+    R"(The instrument is opened and initialised in the mode, which sends it the initial settings; then what
+--from or --ini has is sent, then each --set, in its order, and all settings are shown. They hold until
+the instrument is closed, at the end of the command; a measurement takes --set too.
 
 --set KEY=VALUE takes the keys of the table. Voltages have the units uV, mV and V, times those of all
 options; a number without a unit is in the unit of the table. Words stand there as they are taken.
@@ -123,6 +195,15 @@ below it off. Which settings there are depends on the instrument:
   control.mode, control.start-edge, control.stop-edge     what starts and stops a measurement
   marker1.edge, marker1.enable, marker.holdoff, trigger-output, overflow-hold
 
+--export writes the instrument's configuration, as getDeviceConfig gives it, in place of the table, or
+into a file beside it; --from takes it, or the result of --json. It keeps mode, reference clock, every
+setting of the table and the names of the inputs, but not the levels of the other trigger mode, which
+aren't in it. What the file leaves out stays; a file that can't be understood changes nothing.
+
+--ini takes an INI text: sections Device, All_Channels and Channel_0, ...; each key is set in its order. An
+unknown key is passed over with a warning; a wrong value too, and the exit code is 1. The library's own
+settings file stands before the command: tessel --ini FILE config.
+
 With --host the instrument is one that another computer serves. It is shown as it is set there, and
 of the settings only level and edge of an input can be set.
 
@@ -135,8 +216,30 @@ JSON: schema (tessel.config/1), family, features, and
 Examples:
   tessel config sim
   tessel config SIM-ZP-0 --sim --set sync.level=-100mV --set 'ch*.offset=1.5ns'
+  tessel config sim --set 'ch*.level=-80mV' --export lab.json
+  tessel config sim --from lab.json
   tessel config --host lab-pc --set ch1.level=-80mV
   tessel config sim --json | jq -c '.settings[] | [.key, .value, .unit]')";
+
+void addFileOptions(CLI::App &command, ConfigOptions &options)
+{
+    CLI::Option *from =
+        asNamed(command.add_option("--from", options.DeviceFile, "Set what a file of --export or --json has"))
+            ->type_name("FILE");
+    asNamed(command.add_option("--ini", options.IniFile, "Set what an INI file has"))
+        ->type_name("FILE")
+        ->excludes(from);
+    command
+        .add_option_function<std::string>(
+            "--export",
+            [&options](const std::string &file) {
+                options.Exports = true;
+                options.ExportFile = file;
+            },
+            "Write the configuration as JSON for --from, in place of the table or into FILE")
+        ->type_name("[FILE]")
+        ->expected(0, 1);
+}
 
 } // namespace
 
@@ -148,12 +251,14 @@ Command addConfig(CLI::App &program)
         ->type_name("");
     addSettingOption(*command, options->Assignments);
     addHostOption(*command, options->Server);
-    asOneOf(command->add_option("--mode", options->Mode, "Measurement mode"), {"t2", "t3", histogramMode})
-        ->capture_default_str();
-    asNumber(command->add_option("--ref-source", options->RefSource, "Reference clock; 0: internal"), 0, 100)
-        ->capture_default_str();
+    asOneOf(command->add_option("--mode", options->Mode, "Measurement mode; t3, or as in --from"),
+            {"t2", "t3", histogramMode});
+    asNumber(command->add_option("--ref-source", options->RefSource,
+                                 "Reference clock; 0, the internal one, or as in --from"),
+             0, 100);
+    addFileOptions(*command, *options);
     addOutputOptions(*command, options->Result, "a table");
-    for (const char *initialises : {"--mode", "--ref-source"})
+    for (const char *initialises : {"--mode", "--ref-source", "--from", "--ini"})
         command->get_option(initialises)->excludes(command->get_option("--host"));
     command->footer(configFooter);
     return {command, [options](const HostOptions &host) { return runConfig(*options, host); }};

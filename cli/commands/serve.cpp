@@ -48,12 +48,12 @@ int runServe(const ServeOptions &options, const HostOptions &given)
     if (!given.namesInstrument())
         throw Failure(Exit::Usage, "--device or --sim is required (see tessel serve --help)");
     HostOptions host = given;
-    host.LogsPeers = !given.Quiet;
+    host.LogsMessages = !given.Quiet;
     const Session session(host);
     const std::string id = openServed(options, host);
     const InterruptWatch watch(HangUp::IsNoted);
     std::this_thread::sleep_for(signalPace); // what the log has up to here leads nowhere
-    if (host.LogsPeers) showLog();
+    if (host.LogsMessages) showLog();
     if (!tessel_serve(nullptr, options.Address.c_str(), options.Port))
         throw Failure(Exit::Failed, withReason(fmt::format("{}: can't be served", visibleText(id))));
     const bool hasColons = options.Address.find(':') != std::string::npos;

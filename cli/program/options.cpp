@@ -72,6 +72,11 @@ CLI::Option *asNumber(CLI::Option *option, uint64_t least, uint64_t most)
         ->check(CLI::Range(least, most).description(""));
 }
 
+CLI::Option *asNamed(CLI::Option *option)
+{
+    return option->check([](const std::string &text) { return text.empty() ? "it is empty" : ""; });
+}
+
 CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names)
 {
     return option->type_name(fmt::format("{}", fmt::join(names, "|")))

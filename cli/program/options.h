@@ -36,6 +36,7 @@ void addPlotOption(CLI::App &command, ResultOptions &options);
 CLI::Option *asTime(CLI::Option *option); // without a unit in ps
 CLI::Option *asChannel(CLI::Option *option);
 CLI::Option *asNumber(CLI::Option *option, uint64_t least, uint64_t most);
+CLI::Option *asNamed(CLI::Option *option);                                        // a name, which isn't empty
 CLI::Option *asOneOf(CLI::Option *option, const std::vector<std::string> &names); // in any case
 
 // With --plot alone nothing goes to standard output.

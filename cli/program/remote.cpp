@@ -4,6 +4,7 @@
 #include "program/exit_codes.h"
 #include "program/files.h"
 #include "program/instrument.h"
+#include "program/options.h"
 #include "program/visible_text.h"
 #include "tessel.h"
 
@@ -61,7 +62,8 @@ bool isRemote(const boost::json::object &config)
 
 void addHostOption(CLI::App &command, std::string &server)
 {
-    command.add_option("--host", server, "Instruments of the computer that serves them at this address")
+    asNamed(
+        command.add_option("--host", server, "Instruments of the computer that serves them at this address"))
         ->type_name("HOST[:PORT]");
 }
 

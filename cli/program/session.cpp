@@ -29,7 +29,7 @@ std::string ownSettings(const HostOptions &options)
     return fmt::format(
         "[Log]\nFile=false\nConsole={0}\nColours={2}\n[LogLevel]\nApi={1}\nDevice={1}\nDataFile={1}\n"
         "[Params]\nBufferSize=8\n",
-        options.Verbose || options.LogsPeers, options.Verbose, withColour());
+        options.Verbose || options.LogsMessages, options.Verbose, withColour());
 }
 
 [[noreturn]] void refuse(const std::string &path, std::string_view why)

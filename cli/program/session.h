@@ -17,7 +17,7 @@ struct HostOptions
 {
     bool Verbose = false;
     bool Quiet = false;
-    bool LogsPeers = false;     // the log without its traces, seen from showLog() on
+    bool LogsMessages = false;  // the log without its traces, for showLog() or applyIniText()
     std::string IniPath;        // empty: settings of the program's own
     int32_t Threads = 0;        // that count a recording; 0: one for each core, or as the settings file says
     bool Simulated = false;     // the simulated instruments beside the program, no others

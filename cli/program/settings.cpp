@@ -115,6 +115,7 @@ Setting settingOf(const boost::json::object &text)
 {
     Setting setting;
     setting.Key = text.at("key").as_string();
+    setting.Field = text.at("field").as_string();
     setting.Operation = text.at("operation").as_string();
     if (const auto *channel = text.if_contains("channel")) setting.Channel = channel->to_number<int32_t>();
     setting.Unit = text.at("unit").as_string();
@@ -224,15 +225,18 @@ void sendAssignment(const Assignment &asked, const Setting &setting, const std::
     throw Failure(Exit::Failed, why == refusal ? refusal + " in this mode" : why);
 }
 
+Clamped clampedFrom(int64_t value, const Setting &setting)
+{
+    return {setting.Key, valueText(setting, value), valueText(setting, setting.Value), rangeText(setting)};
+}
+
 std::vector<Clamped> clampedOf(const Assignment &asked, const std::vector<Setting> &settings)
 {
     std::vector<Clamped> clamped;
     for (const Setting &setting : settings) {
         if (!names(asked, setting)) continue;
         const int64_t value = askedValue(setting, asked.Value);
-        if (setting.Value != value)
-            clamped.push_back({setting.Key, valueText(setting, value), valueText(setting, setting.Value),
-                               rangeText(setting)});
+        if (setting.Value != value) clamped.push_back(clampedFrom(value, setting));
     }
     return clamped;
 }
@@ -272,6 +276,26 @@ std::vector<Clamped> applySettings(const std::vector<std::string> &assignments)
             all.push_back(std::move(clamped));
         }
     return all;
+}
+
+std::optional<Clamped> applyValue(const std::string &key, int64_t value, std::string_view from)
+{
+    const std::vector<Setting> before = readSettings();
+    const auto setting = std::ranges::find(before, key, &Setting::Key);
+    if (setting == before.end() || !setting->InUse || setting->Value == value) return {};
+    if (!send(before, *setting, value)) {
+        const std::string refusal = fmt::format("{}: {}: the instrument refuses it", from, key);
+        const std::string why = withReason(refusal);
+        if (why != refusal) throw Failure(Exit::Failed, why);
+        warn(fmt::format("{}: {} can't be set in this mode", from, key));
+        return {};
+    }
+    const std::vector<Setting> after = readSettings();
+    const auto now = std::ranges::find(after, key, &Setting::Key);
+    if (now == after.end() || now->Value == value) return {};
+    const Clamped clamped = clampedFrom(value, *now);
+    warnOf(clamped);
+    return clamped;
 }
 
 void addSettingOption(CLI::App &command, std::vector<std::string> &assignments)

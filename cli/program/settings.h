@@ -17,6 +17,7 @@ namespace Tessel::Cli {
 struct Setting
 {
     std::string Key;       // "ch1.level"
+    std::string Field;     // of the device's configuration, or of its row for the channel
     std::string Operation; // that sets it, with others
     int32_t Channel = -1;  // from 0; -1: of the device
     std::string Unit;      // "" for a plain number
@@ -41,6 +42,11 @@ struct Clamped
 // Each "KEY=VALUE"; "ch*.level" is the level of each input. Warns of each value that it gives. Throws Failure:
 // of usage if an assignment isn't to be understood, else if the instrument refuses it.
 std::vector<Clamped> applySettings(const std::vector<std::string> &assignments);
+
+// Sends a value in the setting's unit, if it is in use and has another; warns, and throws, like an assignment,
+// but a setting that the mode doesn't have is passed over. `from`: where the value stands. Nothing: it is set
+// as asked.
+std::optional<Clamped> applyValue(const std::string &key, int64_t value, std::string_view from);
 
 // --set, several times.
 void addSettingOption(CLI::App &command, std::vector<std::string> &assignments);

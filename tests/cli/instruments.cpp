@@ -94,7 +94,8 @@ TEST(Instruments, AbsentLibrariesAreNamedWithTheirPlace)
         << refused.Err;
 }
 
-// Each family's settings, each as far as it goes: the instrument takes them all as they are.
+// Each family's settings, each as far as it goes: the instrument takes them all as they are, and again from a
+// file, with the mode.
 TEST(Instruments, TakeEverySettingUpToItsLimit)
 {
     const TempFolder folder;
@@ -114,11 +115,19 @@ TEST(Instruments, TakeEverySettingUpToItsLimit)
                 asked.emplace_back(key, most ? most->to_number<int64_t>() : 1);
                 words.insert(words.end(), {"--set", fmt::format("{}={}", key, asked.back().second)});
             }
+            words.push_back("--export=set.json");
             const auto config = configOf(folder, words, ended);
             EXPECT_EQ(ended.Err, "") << id;
             EXPECT_GT(asked.size(), 20u);
-            for (const auto &[key, value] : asked)
-                EXPECT_EQ(settingOf(config, key)->at("value"), value) << id << " " << mode << " " << key;
+            const auto again = configOf(folder, {id, "--from", "set.json"}, ended);
+            EXPECT_EQ(ended.Err, "") << id;
+            EXPECT_EQ(again.at("device").at("MeasMode"), config.at("device").at("MeasMode"));
+            for (const auto &[key, value] : asked) {
+                const object &setting = *settingOf(config, key);
+                EXPECT_EQ(setting.at("value"), value) << id << " " << mode << " " << key;
+                if (!setting.at("inUse").as_bool()) continue; // a file hasn't the levels of the other mode
+                EXPECT_EQ(setting, *settingOf(again, key)) << id;
+            }
         }
     }
 }
@@ -161,6 +170,52 @@ TEST(Instruments, SettingsHaveUnitsAndWordsAndAreClamped)
     EXPECT_TRUE(contains(output(folder, "config sim"), "\nch*.level                      -40 mV   -1200 to"));
 }
 
+TEST(Instruments, AreSetFromFiles)
+{
+    const TempFolder folder;
+    std::ofstream(folder.file("lab.ini")) << "[Device]\nSyncDiv=4\n[All_Channels]\nEdgeTrig=-120,1\n"
+                                             "[Channel_1]\nName = herald\nChanOffs = 1500\n";
+    output(folder, "config sim --ini lab.ini --set ch1.level=-70 --export lab.json");
+    const Ended there = run(folder, "config sim --from lab.json --mode t2 --export");
+    EXPECT_TRUE(contains(there.Err, "--from lab.json: length-code can't be set in this mode")) << there.Err;
+    const auto device = boost::json::parse(there.Out);
+    EXPECT_EQ(device.at("SyncDiv"), 4);
+    EXPECT_EQ(device.at("MeasMode"), 2);
+    const auto &inputs = device.at("ChansCfg");
+    EXPECT_EQ(inputs.at(0).at("TrigLvl"), -70);
+    EXPECT_EQ(inputs.at(1).at("TrigLvl"), -120);
+    EXPECT_EQ(inputs.at(1).at("Name"), "herald");
+    EXPECT_EQ(inputs.at(1).at("ChanOffs"), 1500);
+
+    const struct
+    {
+        int Code;
+        const char *Options, *Text; // of the file x
+        const char *Message;
+        const char *Key = "ch1.level";
+        int64_t Value = -40;
+    } cases[] = {
+        {0, "--from x", R"({"ChansCfg": [{"TrigLvl": -9000}]})", "ch1.level: -9000 mV becomes -1200 mV",
+         "ch1.level", -1200},
+        {0, "--from x", R"({"LibType": 4, "ChansCfg": [{"TrigLvl": -90}]})", "of another family", "ch1.level",
+         -90},
+        {0, "--from x", R"({"ChansCfg": [{}, {}, {}, {}, {}]})", "it has 5 inputs, the instrument 4"},
+        {0, "--from x", R"({"ChansCfg": [{"Name": "a\nb"}]})", "ch1: the name a\\x0Ab can't be kept"},
+        {0, "--from x", R"({"StopCount": -1, "ChansCfg": []})", "", "stop-count", 4294967295},
+        {0, "--ini x", "[Device]\nFoo=1\n", "--ini x: Unknown ini key: [Device] 'Foo' '1'"},
+        {1, "--ini x", "[Device]\nHystCode=x\nSyncDiv=2\n", "Can't parse \"x\" to integer", "sync.divider", 2},
+        {1, "--ini x", "[Device]\nSyncCFD=1\nSyncDiv=3\n", "not all of it is set", "sync.divider", 3},
+    };
+    for (const auto &row : cases) {
+        std::ofstream(folder.file("x")) << row.Text;
+        const Ended ended = run(folder, fmt::format("config sim --json {}", row.Options));
+        EXPECT_EQ(ended.Code, row.Code) << row.Text;
+        EXPECT_TRUE(contains(ended.Err, row.Message)) << ended.Err;
+        const auto set = boost::json::parse(ended.Out).as_object();
+        EXPECT_EQ(settingOf(set, row.Key)->at("value"), row.Value) << row.Text;
+    }
+}
+
 // 100000 events a second and input, with lifetimes of their own; a level beyond the pulses counts nothing.
 TEST(Instruments, Measure)
 {
@@ -190,6 +245,8 @@ TEST(Instruments, SayWhyNot)
 {
     const TempFolder folder;
     describeInstruments(folder);
+    std::ofstream(folder.file("word.json")) << R"({"SyncDiv": 2, "ChansCfg": [{"TrigLvl": "x"}]})";
+    std::filesystem::create_symlink("/dev/zero", folder.file("endless.json"));
     const struct
     {
         int Code;
@@ -212,6 +269,15 @@ TEST(Instruments, SayWhyNot)
         {2, {"config", "sim", "--set", "sync.level=1ns"}, "\"1ns\": unknown unit \"ns\""},
         {2, {"config", "sim", "--set", "sync.level=0.5"}, "whole mV"},
         {2, {"config", "sim", "--set", "sync.divider=off"}, "a number is expected"},
+        {3, {"config", "sim", "--from", "no.json"}, "--from no.json: No such file"},
+        {3, {"config", "sim", "--ini", "endless.json"}, "--ini endless.json: more than 1 MiB"},
+        {2, {"config", "sim", "--from", "lab.json"}, "--from lab.json: not the configuration of a device"},
+        {2, {"config", "sim", "--from", "word.json"}, "TrigLvl (ch1.level): a whole number is expected"},
+        {2, {"config", "sim", "--export", "word.json", "--from", "word.json"}, "the command reads this file"},
+        {2, {"config", "sim", "--export", "--json"}, "choose one"},
+        {2, {"config", "--host", "x", "--from", "lab.json"}, "--host excludes --from"},
+        {2, {"config", "--host", "x", "--ini", "lab.json"}, "--host excludes --ini"},
+        {2, {"devices", "--host", ""}, "--host: it is empty"},
         {1, {"config", "sim", "--mode", "t2", "--set", "binning=1"}, "binning=1: the instrument refuses it"},
     };
     for (const auto &row : cases) {
