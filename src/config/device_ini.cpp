@@ -144,7 +144,13 @@ void store(Device &device, Record &record, std::span<const Field<Record>> fields
     });
 }
 
-// Stores, sets, or both. `set` is called with the setter's entry in the table.
+void warnUnknownKey(const Place &place)
+{
+    logWrn(LogCategory::General, "Unknown ini key: [{}] '{}' '{}'", place.Section, place.Key.Name,
+           place.Key.Value);
+}
+
+// Stores, sets, or both. `call` gets the setter's entry in the table.
 template <class Record, class Setter, class Call>
 void actOnKey(Walk &walk, Record &record, std::span<const Field<Record>> fields, const Place &place,
               std::span<const Setter> setters, Call call)
@@ -154,13 +160,9 @@ void actOnKey(Walk &walk, Record &record, std::span<const Field<Record>> fields,
     const Field<Record> &field = fields.front();
     if (field.Ini.Does != IniKey::Effect::Sets) store(walk.device, record, fields, *numbers);
     if (field.Ini.Does == IniKey::Effect::Stores) return;
-    walk.Answer = call(*std::ranges::find(setters, field.Setter, &Setter::Name), *numbers);
-}
-
-void warnUnknownKey(const Place &place)
-{
-    logWrn(LogCategory::General, "Unknown ini key: [{}] '{}' '{}'", place.Section, place.Key.Name,
-           place.Key.Value);
+    const auto setter = std::ranges::find(setters, field.Setter, &Setter::Name);
+    if (setter == setters.end()) return warnUnknownKey(place);
+    walk.Answer = call(*setter, *numbers);
 }
 
 void actOnDevice(Walk &walk, const Place &place)
