@@ -3,6 +3,7 @@
 #include "datafiles/file_device.h"
 #include "devices/primitives.h"
 #include "manipulators/chain.h"
+#include "remote/remote_device.h"
 #include "run/end_run.h"
 #include "session/instruments.h"
 #include "session/open_close.h"
@@ -29,10 +30,17 @@ void traceDevice(std::string_view text)
     if (LogLevel.Device) logDev(LogCategory::Progress, "{}", text);
 }
 
+// Nobody connects meanwhile, so no device is made.
+void closeAll()
+{
+    const auto noConnect = endConnecting();
+    closeForGood();
+}
+
 void restart()
 {
     logWrn(LogCategory::General, "API already initialized! Exiting..");
-    closeForGood();
+    closeAll();
     traceApi("exit API");
     stopLog();
 }
@@ -77,7 +85,7 @@ void exitAPI(void)
         std::lock_guard oneAtATime(startStopLock);
         guarded("exitAPI", [] {
             traceApi("API exit");
-            closeForGood();
+            closeAll();
             traceApi("exit API");
             traceApi("API exited");
         });

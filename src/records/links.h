@@ -24,6 +24,7 @@ struct Links
     std::mutex Lock;                 // guards the rest; held for a look, a change, or the start of one
     std::shared_ptr<LinkEnd> Server; // null: the device isn't served
     std::shared_ptr<LinkEnd> Client; // null: the device isn't a remote one, or its link was ended
+    bool WasServed = false;          // or was to be: who never was has a server that never ran
     bool Closed = false;             // the device is closed for good: it gets no link any more
 };
 

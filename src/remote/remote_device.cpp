@@ -7,6 +7,7 @@
 #include <boost/asio/ip/tcp.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -216,10 +217,31 @@ void takeConfig(const ServerAddress &server, const Reached &reached)
 
 } // namespace
 
+namespace {
+
+// One call at a time, so that no device is made twice.
+std::timed_mutex &connectLock()
+{
+    static std::timed_mutex &lock = *new std::timed_mutex;
+    return lock;
+}
+
+std::atomic<uint64_t> endsOfLibrary{0};
+
+} // namespace
+
+std::unique_lock<std::timed_mutex> endConnecting() noexcept
+{
+    ++endsOfLibrary;
+    // By the system's clock, as the thread sanitizer of g++ 12 doesn't see a lock that waits by the steady one.
+    return std::unique_lock(connectLock(), system_clock::now() + Pace::aborting);
+}
+
 bool connectTo(const std::string &host, uint16_t port)
 {
-    static std::mutex &oneAtATime = *new std::mutex; // so that no device is made twice
-    const std::lock_guard lock(oneAtATime);
+    const uint64_t ends = endsOfLibrary;
+    const std::lock_guard lock(connectLock());
+    if (endsOfLibrary != ends) return false; // while it waited for its turn
     ServerAddress server{.Host = host, .Port = port, .Deadline = steady_clock::now() + Pace::serverReached};
     if (!resolve(server)) return false;
     const auto named = askNames(server);

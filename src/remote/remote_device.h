@@ -4,6 +4,7 @@
 #include "records/refs.h"
 
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,9 @@ DeviceRef makeRemoteDevice(std::string id);
 // configuration. Returns after Pace::serverReached at most. False: the server doesn't answer, and the log says
 // why. A device that its server doesn't give is an error in the log, and has no client.
 bool connectTo(const std::string &host, uint16_t port);
+
+// At the library's end, before devices are closed: waits for the call of connectTo() that goes on, 10 s at
+// most. As long as the result holds its lock none begins, and those that wait for their turn give up.
+std::unique_lock<std::timed_mutex> endConnecting() noexcept;
 
 } // namespace Tessel

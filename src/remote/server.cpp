@@ -10,6 +10,9 @@
 #include <fmt/format.h>
 
 #include <exception>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <utility>
 
 namespace Tessel {
@@ -81,11 +84,30 @@ void resume(Server &server)
     acceptNext(server);
 }
 
+void closePort(Server &server) noexcept
+{
+    const std::lock_guard lock(server.PortLock);
+    NetworkError ignored;
+    server.Acceptor.close(ignored);
+    server.Listening = -1;
+}
+
+// Its thread hangs, and is to find the number of its descriptor as it left it: another takes its place.
+void leavePort(Server &server) noexcept
+{
+    const std::lock_guard lock(server.PortLock);
+    if (server.Listening < 0) return;
+    const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ::shutdown(server.Listening, SHUT_RDWR); // where there is no other
+    if (nothing < 0) return;
+    ::dup3(nothing, server.Listening, O_CLOEXEC);
+    ::close(nothing);
+}
+
 void endServer(Server &server) noexcept
 {
-    NetworkError ignored;
     server.Running = false;
-    server.Acceptor.close(ignored);
+    closePort(server);
     server.AcceptPause.cancel();
     endSessions(server);
     server.Io.Work.reset();
@@ -114,10 +136,12 @@ void awaitServer(LinkEnd &end, std::chrono::milliseconds patience)
     auto &server = static_cast<Server &>(end);
     if (awaitIo(server.Io, patience)) {
         if (server.Running) endStopped(server);
-    } else
+    } else {
+        leavePort(server);
         logErr(LogCategory::Device,
                "Server: The instrument's library doesn't come back, it is left to itself! @{}",
                server.target->device.ID);
+    }
     logInf(LogCategory::Progress, "Server: ({}) stopped @{}", server.Port, server.target->device.ID);
 }
 
@@ -133,6 +157,7 @@ bool listenOn(Server &server, std::string_view address)
     if (!error) acceptor.set_option(tcp::acceptor::reuse_address(true), error); // a server that starts again
     if (!error) acceptor.bind(end, error);
     if (!error) acceptor.listen(asio::socket_base::max_listen_connections, error);
+    server.Listening = error ? -1 : acceptor.native_handle();
     if (error)
         reportNetwork(fmt::format("Server: {}:{}", address.empty() ? "loopback" : address, server.Port), error);
     else
@@ -160,6 +185,7 @@ bool serve(const DeviceRef &target, std::string_view address, uint16_t port)
     server->AwaitEnd = awaitServer;
     server->target = target;
     server->Port = port == 0 ? defaultPort : port;
+    links.WasServed = true;
     if (!listenOn(*server, address)) return false;
     server->Running = true;
     startIo(server->Io, server, target->device.ID, [&each = *server] { resume(each); });
@@ -171,11 +197,14 @@ void stopServing(const DeviceRef &target)
 {
     Links &links = target->context.Links;
     std::shared_ptr<LinkEnd> server;
+    bool wasServed = false;
     {
         std::lock_guard lock(links.Lock);
         server = std::exchange(links.Server, nullptr);
+        wasServed = links.WasServed;
     }
-    if (!server) return logNeverServed();
+    if (!server && !wasServed) logNeverServed();
+    if (!server) return;
     server->AskEnd(*server);
     server->AwaitEnd(*server, Pace::aborting);
 }

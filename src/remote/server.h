@@ -20,6 +20,9 @@ struct Server : LinkEnd
     uint16_t Port = defaultPort; // constant after the start
     std::atomic<bool> Running{false};
 
+    std::mutex PortLock; // to close the port; nothing is taken under it
+    int Listening = -1;  // the descriptor of `Acceptor`, with PortLock once the thread runs; below 0: closed
+
     // The I/O thread's, once it runs.
     boost::asio::ip::tcp::acceptor Acceptor{Io.Context};
     boost::asio::steady_timer AcceptPause{Io.Context};

@@ -25,16 +25,16 @@ void awaitLinks(const DeviceRef &target, std::chrono::milliseconds patience) noe
 {
     Links &links = target->context.Links;
     std::shared_ptr<LinkEnd> server, client;
-    bool isClosed = false;
+    bool isNeverServed = false;
     {
         std::lock_guard lock(links.Lock);
         server = std::exchange(links.Server, nullptr);
         client = std::exchange(links.Client, nullptr);
-        isClosed = links.Closed;
+        isNeverServed = links.Closed && !links.WasServed;
     }
     if (server)
         server->AwaitEnd(*server, patience);
-    else if (isClosed) // hosts know it so: every device has a server, which ends with it
+    else if (isNeverServed) // hosts know it so: every device has a server, which ends with it
         logNeverServed();
     if (client) client->AwaitEnd(*client, patience);
 }

@@ -204,6 +204,21 @@ TEST(Client, OneMessageIsInFlight)
     EXPECT_EQ(other.received("SetInputEdgeTrig"), 0u);
 }
 
+TEST(Client, LibraryEndsAfterWhoConnects)
+{
+    Host host;
+    const ScriptedServer silent("silent"), honest("honest");
+    std::thread first([&] { EXPECT_FALSE(connectTo(silent)); });
+    EXPECT_TRUE(eventually([&] { return silent.received("getDeviceNames") == 1; }));
+    std::thread second([&] { EXPECT_FALSE(connectTo(honest)); }); // waits for its turn
+    std::this_thread::sleep_for(100ms);
+    EXPECT_LT(timeOf([] { exitAPI(); }), bound + slack);
+    first.join();
+    second.join();
+    EXPECT_EQ(allDevices().size(), 0u);
+    EXPECT_EQ(honest.received("getDeviceNames"), 0u);
+}
+
 TEST(Client, WhatNobodyAskedForChangesNothing)
 {
     Host host;

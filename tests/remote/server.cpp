@@ -131,6 +131,7 @@ TEST_F(Served, StopsThoughACallHangsInTheLibrary)
     const auto begun = std::chrono::steady_clock::now();
     tessel_stopServing(wideId.c_str());
     EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(15));
+    EXPECT_TRUE(tessel_serve(wideId.c_str(), nullptr, port)) << "the port isn't free";
     fake->release(); // the thread that was left to itself answers and ends
     while (isAnswered(link)) {
     }
@@ -152,6 +153,11 @@ TEST_F(Served, EndsWithItsDeviceAndComesBackAtThePort)
     EXPECT_FALSE(tessel_serve(u"nobody", nullptr, 0));
     tessel_stopServing(wideId.c_str());
     tessel_stopServing(nullptr);
+    exitAPI(); // so far two servers have stopped, and nobody who never was one
+    EXPECT_EQ(host.logged("stopped @"), 2u);
+    EXPECT_EQ(host.logged("Server: (55000) stopped @unknown"), 0u);
+    initAPI("");
+    tessel_stopServing(u"nobody");
     EXPECT_EQ(host.logged("Server: (55000) stopped @unknown"), 1u);
 }
 
