@@ -3,6 +3,7 @@
 #include "measurements/correlation_setup.h"
 #include "measurements/lag_reach.h"
 #include "measurements/measurement.h"
+#include "run/params.h"
 #include "run/requests.h"
 #include "session/open_close.h"
 #include "threads/run_control.h"
@@ -21,6 +22,7 @@ bool setG2Params(const char16_t *id, uint64_t chan1, uint64_t chan2, double wind
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setCorrelationParams {} {} {} {} @{}", chan1, chan2, window,
                    limited, target->device.ID);
+        const std::lock_guard lock(target->context.ParamsLock);
         CorrelationParams &params = target->context.Params.Correlation;
         params.CorrMode = CorrMode::G2;
         params.CorrChan1 = chan1;
@@ -41,18 +43,25 @@ struct LagParams
     uint64_t Steps;
 };
 
-bool setLagParams(const char16_t *id, uint32_t mode, const LagParams &given, uint64_t *numPoints)
+// As they are then.
+CorrelationParams takeLagParams(CorrelationParams &params, uint32_t mode, const LagParams &given)
 {
-    DeviceRef target = deviceOf(id);
-    CorrelationParams &params = target->context.Params.Correlation;
     params.CorrMode = mode;
     params.CorrChan1 = given.Chan1;
     params.CorrChan2 = given.Chan2;
     params.CorrMinLag = lagPs(std::round(given.MinLag));
     params.CorrWindow = lagPs(std::round(given.MaxLag));
     params.CorrSteps = given.Steps;
+    return params;
+}
+
+bool setLagParams(const char16_t *id, uint32_t mode, const LagParams &given, uint64_t *numPoints)
+{
+    DeviceRef target = deviceOf(id);
+    const CorrelationParams set = withParams(
+        target->context, [&](MeasParams &params) { return takeLagParams(params.Correlation, mode, given); });
     const uint64_t points =
-        target == noDevice() ? 0 : lagGridOf(factsOf(target->device), params).Centers.size() - 1;
+        target == noDevice() ? 0 : lagGridOf(factsOf(target->device), set).Centers.size() - 1;
     if (numPoints) *numPoints = points;
     if (LogLevel.Api) // FFCS under the same name: hosts know it so
         logInf(LogCategory::Progress, "API setFCSParams {} {} {} {} {} {} @{}", given.Chan1, given.Chan2,
@@ -102,13 +111,14 @@ bool getCorrelation(const char16_t *id, int32_t acqTime, uint8_t waitFinished, u
             logInf(LogCategory::Progress, "API getCorrelation {} {} {} @{}", acqTime, modeOf(target->device),
                    waitFinished, target->device.ID);
         const auto acqTimeMs = static_cast<uint32_t>(acqTime);
-        if (target != noDevice()) fillLagAxis(factsOf(target->device), target->context.Params.Correlation, x);
+        if (target != noDevice())
+            fillLagAxis(factsOf(target->device), paramsOf(target->context).Correlation, x);
         RunRequest request =
             requestOf(MeasKind::Correlation, target->device, acqTimeMs, waitFinished, save, finished);
         request.CorrResult = y;
         startMeasurement(target, request, deviceLookUp);
         if (LogLevel.Api) // the run has begun
-            tryToLog([&] { logFirstLag(target->device, target->context.Params.Correlation); });
+            tryToLog([&] { logFirstLag(target->device, paramsOf(target->context).Correlation); });
     });
 }
 
@@ -116,7 +126,8 @@ bool tessel_setCorrelationFromStart(const char16_t *id, uint8_t fromStart)
 {
     return guarded("tessel_setCorrelationFromStart", true, [&] {
         DeviceRef target = deviceOf(id);
-        target->context.Params.Correlation.CorrFromStart = fromStart != 0;
+        withParams(target->context,
+                   [&](MeasParams &params) { params.Correlation.CorrFromStart = fromStart != 0; });
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API tessel_setCorrelationFromStart {} @{}", fromStart,
                    target->device.ID);

@@ -5,6 +5,7 @@
 #include "datafiles/recording.h"
 #include "datafiles/repair.h"
 #include "datafiles/verification.h"
+#include "run/params.h"
 
 #include <optional>
 #include <span>
@@ -25,6 +26,7 @@ void withTags(const char *name, Add add)
 {
     guarded(name, [&add] {
         DeviceRef target = currentDevice();
+        const std::lock_guard lock(target->context.ParamsLock);
         add(target->context.CustomTags);
     });
 }
@@ -125,7 +127,7 @@ tessel_recording *tessel_recordingCreate(const char *path, const tessel_recordin
             }
             DeviceRef target = currentDevice();
             auto made = std::make_unique<tessel_recording>();
-            made->recording = Recording::create(textOf(path), paramsOf(*params), target->context.CustomTags);
+            made->recording = Recording::create(textOf(path), paramsOf(*params), customTagsOf(target->context));
             return made->recording ? made.release() : nullptr;
         });
 }

@@ -1,5 +1,6 @@
 #include "api/exports.h"
 #include "devices/locked_device.h"
+#include "run/params.h"
 #include "run/requests.h"
 #include "session/open_close.h"
 
@@ -41,7 +42,8 @@ bool setHistoT2NumBins(const char16_t *id, uint64_t numBins)
 bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth)
 {
     return guarded("setHistoT2BinWidth", false, [&] {
-        deviceOf(id)->context.Params.Histogram.HistoBinWidth = binWidth;
+        withParams(deviceOf(id)->context,
+                   [&](MeasParams &params) { params.Histogram.HistoBinWidth = binWidth; });
         return true;
     });
 }
@@ -49,7 +51,7 @@ bool setHistoT2BinWidth(const char16_t *id, uint64_t binWidth)
 bool setHistoT2RefChan(const char16_t *id, uint8_t refChan)
 {
     return guarded("setHistoT2RefChan", false, [&] {
-        deviceOf(id)->context.Params.Histogram.HistoRefChan = refChan;
+        withParams(deviceOf(id)->context, [&](MeasParams &params) { params.Histogram.HistoRefChan = refChan; });
         return true;
     });
 }

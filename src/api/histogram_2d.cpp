@@ -28,6 +28,7 @@ bool setHisto2dParams(const char16_t *id, uint8_t startChan, uint8_t chanX, uint
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setHisto2dParams {} {} {} {} {} {} {} @{}", startChan, chanX,
                    chanY, offsetX, offsetY, binWidthX, binWidthY, target->device.ID);
+        const std::lock_guard lock(target->context.ParamsLock);
         Histo2dParams &params = target->context.Params.Histo2d;
         params.H2dStartChan = startChan;
         params.H2dChanX = chanX;
@@ -49,6 +50,7 @@ bool setHisto2dTotMode(const char16_t *, uint8_t totMode, double slope)
         DeviceRef target = currentDevice();
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setHisto2dTotMode {} {} @{}", totMode, slope, target->device.ID);
+        const std::lock_guard lock(target->context.ParamsLock);
         target->context.Params.Histo2d.H2dTotMode = totMode;
         target->context.Params.Histo2d.H2dSlope = slope;
         return true;
@@ -62,6 +64,7 @@ bool setHisto2dRecoveryTimingCorrection(const char16_t *id, uint64_t min, uint64
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setHisto2ddTimeFilter {} {} @{}", min, max, target->device.ID);
+        const std::lock_guard lock(target->context.ParamsLock);
         Histo2dParams &params = target->context.Params.Histo2d;
         params.H2dRecoveryMin = min;
         params.H2dRecoveryMax = max;

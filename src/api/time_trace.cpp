@@ -27,6 +27,7 @@ bool setTimeTraceNumBins(const char16_t *id, int32_t numBins)
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setTimeTraceNumBins {} @{}", numBins, target->device.ID);
+        const std::lock_guard lock(target->context.ParamsLock);
         target->context.Params.TimeTrace.TraceNumBins =
             static_cast<uint64_t>(int64_t{numBins}); // with its sign
         return true;
@@ -39,6 +40,7 @@ bool setTimeTraceHistorySize(const char16_t *id, double seconds)
         DeviceRef target = deviceOf(id);
         if (LogLevel.Api)
             logInf(LogCategory::Progress, "API setTimeTraceHistorySize {} @{}", seconds, target->device.ID);
+        const std::lock_guard lock(target->context.ParamsLock);
         target->context.Params.TimeTrace.TraceHistorySize = truncated<uint64_t>(seconds * 1e12);
         return true;
     });

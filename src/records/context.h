@@ -1,8 +1,8 @@
 // `MeasContext`: what a device keeps from run to run.
 //
 // Lock order of a device: StartLock or EndLock, PipelineLock, each stage's Lock in chain order, ManisLock. Last
-// of all, and one at a time, RunLock and a run's ReadGate, RawLock and Control.Lock: they are held for a look
-// or a change.
+// of all, and one at a time, RunLock, ParamsLock and a run's ReadGate, RawLock and Control.Lock: they are held
+// for a look or a change.
 #pragma once
 
 #include "records/custom_tag.h"
@@ -40,11 +40,12 @@ struct MeasContext
     std::atomic<int32_t> SyncRate{0};
     std::array<std::atomic<int32_t>, 256> CountRates{}; // last rate of each input
     std::atomic<uint64_t> ResolutionPs{1};              // as the opened file says
-    std::vector<CustomTag> CustomTags;                  // the host's thread
+    std::vector<CustomTag> CustomTags;                  // ParamsLock
 
     LossReport FileLosses; // of a recorded file, as it says beside itself; constant after opening
 
-    MeasParams Params; // the host's thread; a run goes by a copy
+    std::mutex ParamsLock; // guards the host's parameters and tags; nothing is taken under it
+    MeasParams Params;     // a run goes by a copy
 
     MainFilter Filter; // the host's thread
 

@@ -1,5 +1,5 @@
-// Parameters of the measurements, one set for each device. Written on the host's thread; a run goes by the copy
-// that it takes at its start.
+// Parameters of the measurements, one set for each device. A run goes by the copy that it takes at its
+// start.
 #pragma once
 
 #include <cstdint>

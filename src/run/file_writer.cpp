@@ -8,6 +8,7 @@
 #include "log/log.h"
 #include "log/text.h"
 #include "measurements/frame.h"
+#include "run/params.h"
 #include "run/steps.h"
 #include "settings/system_ini.h"
 #include "stream/event_store.h"
@@ -58,7 +59,7 @@ void makeFile(const DeviceRef &target, Run &run)
     if (!run.Request.SaveToFile || !run.Facts.IsLive || !isStream(run.Facts.Mode)) return;
     auto file = std::make_shared<RunFile>();
     for (auto *blocks : {&file->FileBuffer, &file->WriteBuffer, &file->Free}) blocks->reserve(mostBlocks);
-    file->Header.CustomTags = target->context.CustomTags;
+    file->Header.CustomTags = customTagsOf(target->context);
     NewFile made = checkFilePath();
     {
         LockedDevice locked(target->device);

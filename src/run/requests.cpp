@@ -10,6 +10,7 @@
 #include "run/finished.h"
 #include "run/import_sources.h"
 #include "run/measure_thread.h"
+#include "run/params.h"
 #include "settings/system_ini.h"
 #include "stream/rounding.h"
 #include "threads/run_control.h"
@@ -25,7 +26,7 @@ std::shared_ptr<Run> makeRun(const DeviceRef &target, const RunRequest &request,
 {
     const Device &device = target->device;
     return std::shared_ptr<Run>(new Run{.Request = request,
-                                        .Params = target->context.Params,
+                                        .Params = paramsOf(target->context),
                                         .Devices = &devices,
                                         .Facts = factsOf(device),
                                         .NumRows = numAllChans(device, target->context),

@@ -41,6 +41,19 @@ void setParameters()
     }
 }
 
+void setMeasurements()
+{
+    for (int32_t i = 0; i < 4 * turns; ++i) {
+        const auto width = static_cast<uint64_t>(i + 1);
+        setHistoT2BinWidth(nullptr, width);
+        setHisto2dParams(nullptr, 0, 1, 2, 0, 0, width, width, 10, 10);
+        setTimeTraceHistorySize(nullptr, i + 1);
+        setG2Params(nullptr, 1, 2, 1000, i + 1, 1);
+        addIntTag("Tag", i, 0xFFFFFFFF);
+        clearTags();
+    }
+}
+
 // Every text is whole, whatever the others do.
 void look()
 {
@@ -83,7 +96,8 @@ TEST(HostsAtOnce, SetReadInitialiseAndMeasure)
         ASSERT_TRUE(getDevice(id));
         ASSERT_TRUE(initDevice(2, 0));
         std::vector<std::thread> hosts;
-        for (auto act : {initialise, setParameters, look, measure}) hosts.emplace_back(act);
+        for (auto act : {initialise, setParameters, setMeasurements, setMeasurements, look, measure})
+            hosts.emplace_back(act);
         for (std::thread &host : hosts) host.join();
 
         // What the device remembers is what the instrument was told last.
