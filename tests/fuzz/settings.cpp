@@ -1,5 +1,7 @@
-// system.ini of arbitrary bytes, and its values as the texts of a device.
+// system.ini of arbitrary bytes, its values as the texts of a device, and the bytes as an instrument's parameters.
+#include "config/device_ini.h"
 #include "config/device_json.h"
+#include "devices/families.h"
 #include "devices/fields.h"
 #include "input.h"
 #include "log/text.h"
@@ -39,6 +41,26 @@ void asLogText(std::string_view bytes)
     Fuzz::require(toUtf8(toUtf16(shown)) == shown, "and is UTF-8");
 }
 
+// An INI text and a device's JSON, to an instrument that has no library.
+void asParameters(std::string_view bytes)
+{
+    Device device;
+    const MeasContext context;
+    device.DeviceType = DeviceType::Instrument;
+    device.LibType = LibType::LM70;
+    device.ID = "77";
+    device.NumChans = 2;
+    device.ChansCfg.resize(2);
+    device.IsInitialized = true;
+    if (const auto text = parseIni(bytes)) applyIniConfig(device, context, *text);
+    Fuzz::require(device.ChansCfg.size() == 2 && device.NumChans == 2, "an INI text makes no inputs");
+    parseJsonDevConfig(device, bytes);
+    Fuzz::require(device.ChansCfg.size() <= mostInputs, "nor does JSON make any number of them");
+    const std::string written = stringifyJsonDevConfig(device);
+    parseJsonDevConfig(device, written);
+    Fuzz::require(stringifyJsonDevConfig(device) == written, "what is written is read");
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -48,6 +70,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::string_view bytes(reinterpret_cast<const char *>(data), size);
     asDeviceText(bytes);
     asLogText(bytes);
+    asParameters(bytes);
     const auto text = parseIni(bytes);
     if (text)
         for (const IniSection &section : *text)
