@@ -90,16 +90,26 @@ void checkUntil(const Until &until, const Recording &recording)
     if (until.Row == 0 && recording.MeasMode == 3) refuse("a T3 stream has no events of the sync");
 }
 
+namespace {
+
+// "More than 0" is not reached by nothing.
+bool isReached(double value, double limit)
+{
+    return value > 0 && value >= limit;
+}
+
+} // namespace
+
 bool isReached(const Until &until, const Reached &reached)
 {
     switch (until.Of) {
-    case Until::Quantity::Records: return static_cast<double>(reached.Records) >= until.Limit;
-    case Until::Quantity::Bytes: return reached.Bytes >= until.Limit;
-    case Until::Quantity::Seconds: return reached.Seconds >= until.Limit;
+    case Until::Quantity::Records: return isReached(static_cast<double>(reached.Records), until.Limit);
+    case Until::Quantity::Bytes: return isReached(reached.Bytes, until.Limit);
+    case Until::Quantity::Seconds: return isReached(reached.Seconds, until.Limit);
     case Until::Quantity::Events: break;
     }
     const auto row = static_cast<size_t>(until.Row);
-    return row < reached.Events.size() && static_cast<double>(reached.Events[row]) >= until.Limit;
+    return row < reached.Events.size() && isReached(static_cast<double>(reached.Events[row]), until.Limit);
 }
 
 } // namespace Tessel::Cli

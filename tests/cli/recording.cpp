@@ -84,8 +84,10 @@ TEST(Record, NeverTakesAnotherNameOrAFileThatIsThere)
     }
     EXPECT_EQ(contents(folder.file("taken.tgx")), "mine");
     EXPECT_FALSE(std::filesystem::exists(folder.file("x.tgx")));
-    output(folder, "record taken.tgx --sim --force --until time>0.1s");
-    EXPECT_EQ(json(folder, "info taken.tgx").at("recording"), "closed");
+    output(folder, "record taken.tgx --sim --force --until records>0");
+    const auto info = json(folder, "info taken.tgx");
+    EXPECT_EQ(info.at("recording"), "closed");
+    EXPECT_GT(info.at("run").at("NumRecs").to_number<int>(), 0);
 }
 
 TEST(Rates, AreThoseOfTheInstrument)
