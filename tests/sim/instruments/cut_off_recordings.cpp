@@ -37,25 +37,16 @@ struct Progress
     std::atomic<bool> IsOver;
 };
 
-class SharedProgress
+// Stays mapped to the end of the process.
+Progress &sharedProgress(const std::string &path)
 {
-public:
-    explicit SharedProgress(const std::string &path)
-    {
-        const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        if (ftruncate(file, sizeof(Progress)) != 0) throw std::runtime_error("no file for the progress");
-        map = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-        close(file);
-        if (map == MAP_FAILED) throw std::runtime_error("no memory for the progress");
-    }
-    ~SharedProgress() { munmap(map, sizeof(Progress)); }
-    SharedProgress(const SharedProgress &) = delete;
-    SharedProgress &operator=(const SharedProgress &) = delete;
-    Progress *operator->() const { return static_cast<Progress *>(map); }
-
-private:
-    void *map = nullptr;
-};
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (ftruncate(file, sizeof(Progress)) != 0) throw std::runtime_error("no file for the progress");
+    void *map = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    close(file);
+    if (map == MAP_FAILED) throw std::runtime_error("no memory for the progress");
+    return *static_cast<Progress *>(map);
+}
 
 struct Plan
 {
@@ -86,7 +77,7 @@ bool openInstrument(int mode)
 void record(const Plan &plan)
 {
     describeInstrument(plan);
-    const SharedProgress progress(plan.Folder + "/progress");
+    Progress &progress = sharedProgress(plan.Folder + "/progress");
     Host host;
     ASSERT_TRUE(openInstrument(plan.Mode));
     const std::array<uint8_t, 104> blob{};
@@ -100,11 +91,11 @@ void record(const Plan &plan)
     setrlimit(RLIMIT_FSIZE, &limit);
     getHistogram(nullptr, acqTimeMs, 0, 1, counts.data.data(), finished.get());
     while (!finished.isSet()) {
-        progress->WordsRead = static_cast<uint64_t>(described("NumRecs"));
+        progress.WordsRead = static_cast<uint64_t>(described("NumRecs"));
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    progress->Errors = host.logged("ERR ");
-    progress->IsOver = true;
+    progress.Errors = host.logged("ERR ");
+    progress.IsOver = true;
 }
 
 pid_t startRecorder(const Plan &plan)
@@ -258,12 +249,12 @@ TEST(CutOffRecording, OfAKilledProcessReplaysToItsEnd)
         const Plan plan{.Folder = folder.path().string(), .Mode = 2 + i % 2, .HasOddTag = i % 8 < 2};
         SCOPED_TRACE(fmt::format("recording {}, T{}", i, plan.Mode));
         const Reference &all = referenceOf(plan.Mode);
-        const SharedProgress progress(plan.Folder + "/progress");
+        Progress &progress = sharedProgress(plan.Folder + "/progress");
         const pid_t recorder = startRecorder(plan);
-        ASSERT_TRUE(eventually([&] { return progress->WordsRead > 0; })) << contents(plan.Folder + "/out");
+        ASSERT_TRUE(eventually([&] { return progress.WordsRead > 0; })) << contents(plan.Folder + "/out");
         std::this_thread::sleep_for(std::chrono::microseconds(random() % (acqTimeMs * 1200)));
-        const uint64_t wordsRead = progress->WordsRead;
-        const bool wasOver = progress->IsOver;
+        const uint64_t wordsRead = progress.WordsRead;
+        const bool wasOver = progress.IsOver;
         kill(recorder, SIGKILL);
         waitpid(recorder, nullptr, 0);
         closed += wasOver;
@@ -291,15 +282,15 @@ TEST(CutOffRecording, OfAFullDiscReplaysToItsEnd)
         const Plan plan{
             .Folder = folder.path().string(), .Mode = 2 + i % 2, .HasOddTag = i % 8 < 2, .SizeLimit = limit};
         SCOPED_TRACE(fmt::format("limit {}, T{}", limit, plan.Mode));
-        const SharedProgress progress(plan.Folder + "/progress");
+        Progress &progress = sharedProgress(plan.Folder + "/progress");
         int status = -1;
         waitpid(startRecorder(plan), &status, 0);
         EXPECT_EQ(status, 0) << contents(plan.Folder + "/out");
-        EXPECT_TRUE(progress->IsOver);
+        EXPECT_TRUE(progress.IsOver);
         Host host;
         const size_t kept = expectPrefix(host, plan, all, ofDisc);
         EXPECT_LE(kept * 4, limit);
         EXPECT_LT(kept, all.Words.size());
-        EXPECT_EQ(progress->Errors, 1u);
+        EXPECT_EQ(progress.Errors, 1u);
     }
 }

@@ -1,5 +1,6 @@
 // What the libraries refuse, what instruments the description makes, and the script of its faults.
 #include "loaded.h"
+#include "support/host.h"
 
 #include <boost/json.hpp>
 
@@ -14,17 +15,6 @@ using namespace SimTest;
 namespace {
 
 const FamilyLibrary &zp = families[0];
-
-// A host's patience in a test of real time.
-bool soon(const std::function<bool()> &is)
-{
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!is()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 } // namespace
 
@@ -164,7 +154,7 @@ TEST(SimulatedLibrary, FifoOverflowsWhenNobodyReads)
     ASSERT_EQ(library.open(3), 0);
     ASSERT_EQ(library("StartMeas", 0, 1000), 0);
     int32_t flags = 0, isOver = 0;
-    ASSERT_TRUE(soon([&] { return library("CTCStatus", 0, &isOver) == 0 && isOver; }));
+    ASSERT_TRUE(TestSupport::eventually([&] { return library("CTCStatus", 0, &isOver) == 0 && isOver; }));
     EXPECT_EQ(library("GetFlags", 0, &flags), 0);
     EXPECT_EQ(flags, 2);
     std::vector<uint32_t> words;
@@ -255,7 +245,7 @@ TEST(SimulatedLibrary, CloseEndsAHangForGood)
     int32_t rate = 0;
     EXPECT_EQ(library("GetSyncRate", 0, &rate), 0); // others get through
     EXPECT_EQ(code, 1);
-    EXPECT_TRUE(soon([&] { return library("CloseDevice", 0), code != 1; }));
+    EXPECT_TRUE(TestSupport::eventually([&] { return library("CloseDevice", 0), code != 1; }));
     caller.join();
     EXPECT_EQ(code, -4);
 }
