@@ -180,7 +180,7 @@ int runConfig(const ConfigOptions &options, const HostOptions &given)
 
 constexpr const char *configFooter =
     R"(The instrument is opened and initialised in the mode, which sends it the initial settings; then what
---from or --ini has is sent, then each --set, in its order, and all settings are shown. They hold until
+--load or --ini has is sent, then each --set, in its order, and all settings are shown. They hold until
 the instrument is closed, at the end of the command; a measurement takes --set too.
 
 --set KEY=VALUE takes the keys of the table. Voltages have the units uV, mV and V, times those of all
@@ -196,7 +196,7 @@ below it off. Which settings there are depends on the instrument:
   marker1.edge, marker1.enable, marker.holdoff, trigger-output, overflow-hold
 
 --export writes the instrument's configuration, as getDeviceConfig gives it, in place of the table, or
-into a file beside it; --from takes it, or the result of --json. It keeps mode, reference clock, every
+into a file beside it; --load takes it, or the result of --json. It keeps mode, reference clock, every
 setting of the table and the names of the inputs, but not the levels of the other trigger mode, which
 aren't in it. What the file leaves out stays; a file that can't be understood changes nothing.
 
@@ -217,14 +217,14 @@ Examples:
   tessel config sim
   tessel config SIM-ZP-0 --sim --set sync.level=-100mV --set 'ch*.offset=1.5ns'
   tessel config sim --set 'ch*.level=-80mV' --export lab.json
-  tessel config sim --from lab.json
+  tessel config sim --load lab.json
   tessel config --host lab-pc --set ch1.level=-80mV
   tessel config sim --json | jq -c '.settings[] | [.key, .value, .unit]')";
 
 void addFileOptions(CLI::App &command, ConfigOptions &options)
 {
     CLI::Option *from =
-        asNamed(command.add_option("--from", options.DeviceFile, "Set what a file of --export or --json has"))
+        asNamed(command.add_option("--load", options.DeviceFile, "Set what a file of --export or --json has"))
             ->type_name("FILE");
     asNamed(command.add_option("--ini", options.IniFile, "Set what an INI file has"))
         ->type_name("FILE")
@@ -236,7 +236,7 @@ void addFileOptions(CLI::App &command, ConfigOptions &options)
                 options.Exports = true;
                 options.ExportFile = file;
             },
-            "Write the configuration as JSON for --from, in place of the table or into FILE")
+            "Write the configuration as JSON for --load, in place of the table or into FILE")
         ->type_name("[FILE]")
         ->expected(0, 1);
 }
@@ -251,14 +251,14 @@ Command addConfig(CLI::App &program)
         ->type_name("");
     addSettingOption(*command, options->Assignments);
     addHostOption(*command, options->Server);
-    asOneOf(command->add_option("--mode", options->Mode, "Measurement mode; t3, or as in --from"),
+    asOneOf(command->add_option("--mode", options->Mode, "Measurement mode; t3, or as in --load"),
             {"t2", "t3", histogramMode});
     asNumber(command->add_option("--ref-source", options->RefSource,
-                                 "Reference clock; 0, the internal one, or as in --from"),
+                                 "Reference clock; 0, the internal one, or as in --load"),
              0, 100);
     addFileOptions(*command, *options);
     addOutputOptions(*command, options->Result, "a table");
-    for (const char *initialises : {"--mode", "--ref-source", "--from", "--ini"})
+    for (const char *initialises : {"--mode", "--ref-source", "--load", "--ini"})
         command->get_option(initialises)->excludes(command->get_option("--host"));
     command->footer(configFooter);
     return {command, [options](const HostOptions &host) { return runConfig(*options, host); }};

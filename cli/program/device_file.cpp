@@ -29,7 +29,7 @@ constexpr const char *inputsKey = "ChansCfg";
 
 std::string optionText(const std::string &path)
 {
-    return fmt::format("--from {}", visibleText(path));
+    return fmt::format("--load {}", visibleText(path));
 }
 
 [[noreturn]] void refuseFile(const std::string &path, std::string_view why)
@@ -41,7 +41,7 @@ std::string optionText(const std::string &path)
 
 object readDeviceFile(const std::string &path)
 {
-    const std::string text = fileText("--from", path);
+    const std::string text = fileText("--load", path);
     boost::json::error_code problem;
     value parsed = boost::json::parse(text, problem);
     if (problem) refuseFile(path, problem.message());

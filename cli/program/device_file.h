@@ -14,7 +14,7 @@
 
 namespace Tessel::Cli {
 
-// The configuration in the file that --from names. Throws Failure: NoDevice if the file can't be read, of usage
+// The configuration in the file that --load names. Throws Failure: NoDevice if the file can't be read, of usage
 // if it is none.
 boost::json::object readDeviceFile(const std::string &path);
 

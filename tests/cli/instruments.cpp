@@ -119,7 +119,7 @@ TEST(Instruments, TakeEverySettingUpToItsLimit)
             const auto config = configOf(folder, words, ended);
             EXPECT_EQ(ended.Err, "") << id;
             EXPECT_GT(asked.size(), 20u);
-            const auto again = configOf(folder, {id, "--from", "set.json"}, ended);
+            const auto again = configOf(folder, {id, "--load", "set.json"}, ended);
             EXPECT_EQ(ended.Err, "") << id;
             EXPECT_EQ(again.at("device").at("MeasMode"), config.at("device").at("MeasMode"));
             for (const auto &[key, value] : asked) {
@@ -176,8 +176,8 @@ TEST(Instruments, AreSetFromFiles)
     std::ofstream(folder.file("lab.ini")) << "[Device]\nSyncDiv=4\n[All_Channels]\nEdgeTrig=-120,1\n"
                                              "[Channel_1]\nName = herald\nChanOffs = 1500\n";
     output(folder, "config sim --ini lab.ini --set ch1.level=-70 --export lab.json");
-    const Ended there = run(folder, "config sim --from lab.json --mode t2 --export");
-    EXPECT_TRUE(contains(there.Err, "--from lab.json: length-code can't be set in this mode")) << there.Err;
+    const Ended there = run(folder, "config sim --load lab.json --mode t2 --export");
+    EXPECT_TRUE(contains(there.Err, "--load lab.json: length-code can't be set in this mode")) << there.Err;
     const auto device = boost::json::parse(there.Out);
     EXPECT_EQ(device.at("SyncDiv"), 4);
     EXPECT_EQ(device.at("MeasMode"), 2);
@@ -195,13 +195,13 @@ TEST(Instruments, AreSetFromFiles)
         const char *Key = "ch1.level";
         int64_t Value = -40;
     } cases[] = {
-        {0, "--from x", R"({"ChansCfg": [{"TrigLvl": -9000}]})", "ch1.level: -9000 mV becomes -1200 mV",
+        {0, "--load x", R"({"ChansCfg": [{"TrigLvl": -9000}]})", "ch1.level: -9000 mV becomes -1200 mV",
          "ch1.level", -1200},
-        {0, "--from x", R"({"LibType": 4, "ChansCfg": [{"TrigLvl": -90}]})", "of another family", "ch1.level",
+        {0, "--load x", R"({"LibType": 4, "ChansCfg": [{"TrigLvl": -90}]})", "of another family", "ch1.level",
          -90},
-        {0, "--from x", R"({"ChansCfg": [{}, {}, {}, {}, {}]})", "it has 5 inputs, the instrument 4"},
-        {0, "--from x", R"({"ChansCfg": [{"Name": "a\nb"}]})", "ch1: the name a\\x0Ab can't be kept"},
-        {0, "--from x", R"({"StopCount": -1, "ChansCfg": []})", "", "stop-count", 4294967295},
+        {0, "--load x", R"({"ChansCfg": [{}, {}, {}, {}, {}]})", "it has 5 inputs, the instrument 4"},
+        {0, "--load x", R"({"ChansCfg": [{"Name": "a\nb"}]})", "ch1: the name a\\x0Ab can't be kept"},
+        {0, "--load x", R"({"StopCount": -1, "ChansCfg": []})", "", "stop-count", 4294967295},
         {0, "--ini x", "[Device]\nFoo=1\n", "--ini x: Unknown ini key: [Device] 'Foo' '1'"},
         {1, "--ini x", "[Device]\nHystCode=x\nSyncDiv=2\n", "Can't parse \"x\" to integer", "sync.divider", 2},
         {1, "--ini x", "[Device]\nSyncCFD=1\nSyncDiv=3\n", "not all of it is set", "sync.divider", 3},
@@ -269,13 +269,13 @@ TEST(Instruments, SayWhyNot)
         {2, {"config", "sim", "--set", "sync.level=1ns"}, "\"1ns\": unknown unit \"ns\""},
         {2, {"config", "sim", "--set", "sync.level=0.5"}, "whole mV"},
         {2, {"config", "sim", "--set", "sync.divider=off"}, "a number is expected"},
-        {3, {"config", "sim", "--from", "no.json"}, "--from no.json: No such file"},
+        {3, {"config", "sim", "--load", "no.json"}, "--load no.json: No such file"},
         {3, {"config", "sim", "--ini", "endless.json"}, "--ini endless.json: more than 1 MiB"},
-        {2, {"config", "sim", "--from", "lab.json"}, "--from lab.json: not the configuration of a device"},
-        {2, {"config", "sim", "--from", "word.json"}, "TrigLvl (ch1.level): a whole number is expected"},
-        {2, {"config", "sim", "--export", "word.json", "--from", "word.json"}, "the command reads this file"},
+        {2, {"config", "sim", "--load", "lab.json"}, "--load lab.json: not the configuration of a device"},
+        {2, {"config", "sim", "--load", "word.json"}, "TrigLvl (ch1.level): a whole number is expected"},
+        {2, {"config", "sim", "--export", "word.json", "--load", "word.json"}, "the command reads this file"},
         {2, {"config", "sim", "--export", "--json"}, "choose one"},
-        {2, {"config", "--host", "x", "--from", "lab.json"}, "--host excludes --from"},
+        {2, {"config", "--host", "x", "--load", "lab.json"}, "--host excludes --load"},
         {2, {"config", "--host", "x", "--ini", "lab.json"}, "--host excludes --ini"},
         {2, {"devices", "--host", ""}, "--host: it is empty"},
         {1, {"config", "sim", "--mode", "t2", "--set", "binning=1"}, "binning=1: the instrument refuses it"},
