@@ -133,8 +133,9 @@ TEST(ChainJson, ReadsWhatTheLibrarySaysOfItsChain)
                    "| merge(3,1; keep) | merge(0,2) | delay(4; -5ns; keep) | delay(2; 2147483647)"
                    "| herald(2; 4,1; delay -7; window 8ns; inverted; keep)"
                    "| herald(0; 3; delay 9; window 2147483647)"
-                   "| substream(1ns; 9000000000000000000) | countrate(30)");
+                   "| substream(1ns; 9000000000000000000) | sort(7ns) | countrate(30)");
     Recording recording;
+    recording.NumRows = getNumAllChans(nullptr);
     placeChain(recording, stages);
     const auto chainOf = [] {
         std::array<char, 65535> text{};
