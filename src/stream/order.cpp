@@ -16,19 +16,6 @@ bool isEarlier(uint64_t time, uint64_t before)
 
 } // namespace
 
-// The sign bit of any difference, without a branch; eight at a time, for wide registers.
-bool hasStepBack(const uint64_t *times, uint64_t count, uint64_t before, int shift)
-{
-    constexpr uint64_t lanes = 8;
-    if (count == 0) return false;
-    uint64_t signs[lanes] = {(times[0] >> shift) - before}, i = 1;
-    for (; i + lanes <= count; i += lanes)
-        for (uint64_t lane = 0; lane < lanes; ++lane)
-            signs[lane] |= (times[i + lane] >> shift) - (times[i + lane - 1] >> shift);
-    for (; i < count; ++i) signs[0] |= (times[i] >> shift) - (times[i - 1] >> shift);
-    return std::ranges::any_of(signs, [](uint64_t sign) { return isEarlier(sign, 0); });
-}
-
 void noteOrder(StreamOrder &order, const uint64_t *times, const uint8_t *channels, uint64_t count, int shift)
 {
     if (count == 0) return;
