@@ -192,6 +192,9 @@ MeasureOptions forHardware(const HistogramOptions &options, const HostOptions &h
     const char *other = !host.namesInstrument()        ? "a recording"
                         : !measure.Mode.empty()        ? "--mode"
                         : !measure.Chain.Texts.empty() ? "--chain"
+                        : !measure.Chain.Sort.empty()  ? "--sort"
+                        : !measure.Chain.From.empty()  ? "--from"
+                        : !measure.Chain.To.empty()    ? "--to"
                         : !measure.RecordFile.empty()  ? "--record"
                                                        : nullptr;
     if (other)
