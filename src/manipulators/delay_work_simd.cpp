@@ -86,14 +86,14 @@ public:
             if (roomOf(out) == 0) return false;
             append(out, raw, in.Channels[at]);
         }
-        if (isInput) hold(raw, ps);
+        if (isInput) state.Held.push(later(raw, ps));
         return true;
     }
 
-    void hold(uint64_t raw, uint64_t ps)
+    HeldEvent later(uint64_t raw, uint64_t ps) const
     {
-        const uint64_t later = Time::isT3 ? time.raw(ps + state.Delay) : raw + state.Delay;
-        state.Held.push({later, time.ps(later), delayed});
+        const uint64_t laterRaw = Time::isT3 ? time.raw(ps + state.Delay) : raw + state.Delay;
+        return {laterRaw, time.ps(laterRaw), delayed};
     }
 
     bool release()
@@ -134,6 +134,7 @@ struct DelayBlock
     uint8_t Inputs[BlockEvents / 8 + 8];
     uint16_t After[BlockEvents]; // for each event on the input the one after it
     uint64_t NumInputs;
+    bool IsRare; // the channel of the inputs
 
     // Whether the eight events from `at` on are on the input.
     uint32_t inputs(uint64_t at) const
@@ -175,12 +176,14 @@ void holdInputs(DelayEvents<Time> &delay, DelayBlock &block, const uint64_t *tim
     for (uint64_t i = 0; i < count; i += 64) {
         uint64_t inputs;
         std::memcpy(&inputs, block.Inputs + i / 8, sizeof inputs);
-        for (; inputs != 0; inputs &= inputs - 1) {
-            const uint64_t at = i + static_cast<uint64_t>(std::countr_zero(inputs));
-            block.After[block.NumInputs++] = static_cast<uint16_t>(at + 1);
-            delay.hold(times[at], block.Ps[at]);
-        }
+        for (; inputs != 0; inputs &= inputs - 1)
+            block.After[block.NumInputs++] =
+                static_cast<uint16_t>(i + 1 + static_cast<uint64_t>(std::countr_zero(inputs)));
     }
+    block.IsRare = block.NumInputs * 16 < count;
+    HeldEvent *held = delay.state.Held.grow(block.NumInputs);
+    for (uint64_t i = 0; i < block.NumInputs; ++i, ++held)
+        *held = delay.later(times[block.After[i] - 1], block.Ps[block.After[i] - 1]);
 }
 
 // Where a block goes to, and how far it has come.
@@ -203,13 +206,14 @@ HWY_INLINE void passEvents(BlockPass &pass, const DelayBlock &block, uint64_t pa
     const uint8_t *channels = pass.Channels + pass.At;
     uint64_t *outTimes = pass.OutTimes + pass.OutAt;
     uint8_t *outChannels = pass.OutChannels + pass.OutAt;
-    if constexpr (keep) {
+    const uint32_t inputs = keep ? 0 : block.inputs(pass.At);
+    if (keep || (block.IsRare && inputs == 0)) { // on a busy channel nothing predicts it
         for (size_t i = 0; i < 8; i += TimeLanes)
             hn::StoreU(hn::LoadU(dTimes, times + i), dTimes, outTimes + i);
         std::memcpy(outChannels, channels, 8);
         pass.OutAt += passed;
     } else {
-        const uint32_t stays = ~block.inputs(pass.At) & ((1u << passed) - 1);
+        const uint32_t stays = ~inputs & ((1u << passed) - 1);
         pass.OutAt += writeEvents<Stay::Chosen>(times, channels, 0, stays, outTimes, outChannels);
     }
     pass.At += passed;
@@ -260,13 +264,18 @@ uint64_t passBlock(DelayEvents<Time> &delay, DelayBlock &block, uint64_t begin, 
     holdInputs(delay, block, pass.Times, count);
     const HeldEvent *held = queue.begin(), *const end = queue.end();
     const HeldEvent *const firstNew = held + heldBefore;
-    for (; held != end; ++held) {
-        // None is due before the event that it comes from has passed.
-        if (held >= firstNew && !passUntil<keep>(pass, block, block.After[held - firstNew])) break;
-        if (!passBefore<keep>(pass, block, held->Ps) || pass.At == count) break;
+    const auto release = [&] { // with the first event that isn't earlier
+        if (!passBefore<keep>(pass, block, held->Ps) || pass.At == count) return false;
         pass.OutTimes[pass.OutAt] = held->Raw;
         pass.OutChannels[pass.OutAt++] = held->Channel;
-    }
+        ++held;
+        return true;
+    };
+    bool goesOn = true;
+    while (goesOn && held != firstNew) goesOn = release();
+    // None is due before the event that it comes from has passed.
+    for (uint64_t i = 0; goesOn && held != end; ++i)
+        goesOn = passUntil<keep>(pass, block, block.After[i]) && release();
     if (held == end) passUntil<keep>(pass, block, count);
     queue.drop(static_cast<uint64_t>(held - queue.begin()));
     uint64_t late = 0; // on the input, and not passed

@@ -34,6 +34,14 @@ public:
         events.push_back(event);
     }
 
+    // Room for `count` events at the end, in any order, which the caller fills.
+    HeldEvent *grow(uint64_t count)
+    {
+        sorted = sorted && count == 0;
+        events.resize(events.size() + count);
+        return end() - count;
+    }
+
     // Drops `count` events from the front. Their room is freed once they are most of the memory, so an event is
     // moved less than once on average.
     void drop(uint64_t count)

@@ -36,16 +36,21 @@ const hn::CappedTag<uint8_t, ChannelLanes> dChannels;
 using Times = hn::Vec<decltype(dTimes)>;
 using Channels = hn::Vec<decltype(dChannels)>;
 
-// A bit for each lane, the first lane's lowest.
+// A bit for each lane, the first lane's lowest. Read in the width in which it was written.
 template <class D, class M>
 HWY_INLINE uint32_t bitsOf(D d, M mask)
 {
-    uint8_t bytes[8] = {};
-    hn::StoreMaskBits(d, mask, bytes);
-    uint32_t bits;
-    std::memcpy(&bits, bytes, sizeof bits);
     constexpr size_t lanes = hn::MaxLanes(D());
-    return lanes == 32 ? bits : bits & ((1u << lanes % 32) - 1);
+    static_assert(lanes <= 8 || lanes == 32);
+    uint8_t bytes[8];
+    hn::StoreMaskBits(d, mask, bytes);
+    if constexpr (lanes <= 8) {
+        return bytes[0] & ((1u << lanes) - 1);
+    } else {
+        uint32_t bits;
+        std::memcpy(&bits, bytes, sizeof bits);
+        return bits;
+    }
 }
 
 // A set of channels: for the lower half of a channel number the upper halves that are in the set, a bit each.
