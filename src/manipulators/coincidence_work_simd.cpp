@@ -64,12 +64,11 @@ private:
     {
         if (!events.holdsBack) {
             const uint64_t room = state.Keep ? roomOf(out) : in.Count - at;
-            const uint64_t end = endOfQuiet<false>(at, at + std::min(in.Count - at, room));
-            if (state.Keep) appendRun(in, at, end, out);
-            return end;
+            const uint64_t end = at + std::min(in.Count - at, room);
+            return state.Keep ? endOfQuiet<false, true>(at, end) : endOfQuiet<false, false>(at, end);
         }
         const uint64_t room = roomOf(out) - std::min(roomOf(out), state.Pending.size());
-        const uint64_t end = endOfQuiet<true>(at, at + std::min(in.Count - at, room));
+        const uint64_t end = endOfQuiet<true, false>(at, at + std::min(in.Count - at, room));
         if (end == at) return at;
         if (state.Keep)
             passPending(at, end);
@@ -79,17 +78,21 @@ private:
     }
 
     // Takes the quiet events into QuietAfter and the last times. With nothing held back only members matter.
-    template <bool all>
+    // With `copies` the events also go on.
+    template <bool all, bool copies>
     uint64_t endOfQuiet(uint64_t at, uint64_t end)
     {
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
         const bool fits = state.Window < quietLimit && decltype(lanesOf(events.time))::fits(events.time);
         if (fits && at + ChannelLanes <= end) {
-            const uint64_t from = std::exchange(at, endOfQuietLanes<all>(at, end));
+            const uint64_t from = std::exchange(at, endOfQuietLanes<all, copies>(at, end));
             takeLastTimes(from, at);
+            if (copies) out.Count += at - from;
         }
 #endif
-        return endOfQuietEvents<all>(at, end);
+        end = endOfQuietEvents<all>(at, end);
+        if (copies) appendRun(in, at, end, out);
+        return end;
     }
 
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
@@ -98,9 +101,11 @@ private:
 
     // As far as whole registers of channels go. Each event is compared with the one before it that matters: as
     // long as all are quiet their times ascend.
-    template <bool all>
+    template <bool all, bool copies>
     uint64_t endOfQuietLanes(uint64_t at, uint64_t end)
     {
+        uint64_t *outTimes = out.Times.get() + out.Count;
+        uint8_t *outChannels = out.Channels.get() + out.Count;
         constexpr hn::RebindToSigned<decltype(dTimes)> dSigned;
         constexpr uint32_t lanesMask = (1u << TimeLanes) - 1;
         const auto lanes = lanesOf(events.time);
@@ -112,13 +117,18 @@ private:
             auto largest = hn::Zero(dTimes);
             const auto lastBefore = last;
             for (size_t i = 0; i < ChannelLanes; i += TimeLanes) {
-                const auto ps = lanes.ps(hn::LoadU(dTimes, in.Times + at + i));
+                const auto raw = hn::LoadU(dTimes, in.Times + at + i);
+                if constexpr (copies) hn::StoreU(raw, dTimes, outTimes + i);
+                const auto ps = lanes.ps(raw);
                 const auto lasts = all ? ps : lastChosen(ps, members >> i & lanesMask, last);
                 const auto after = hn::Add(laneBefore(lasts, last), window);
                 quiet |= bitsOf(dSigned, hn::Lt(hn::BitCast(dSigned, after), hn::BitCast(dSigned, ps))) << i;
                 largest = hn::Or(largest, ps);
                 last = lastLane(lasts);
             }
+            if constexpr (copies) hn::StoreU(hn::LoadU(dChannels, in.Channels + at), dChannels, outChannels);
+            outTimes += ChannelLanes;
+            outChannels += ChannelLanes;
             const auto isLarge = hn::Ne(hn::And(largest, hn::Set(dTimes, ~(quietLimit - 1))), hn::Zero(dTimes));
             if (!hn::AllFalse(dTimes, isLarge)) quiet = 0;
             if (quiet == ~uint32_t{0}) continue;
