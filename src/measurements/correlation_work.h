@@ -84,6 +84,7 @@ struct CorrelationWork
         Newest;                  // FCS: of each start of a stretch the stop before it
     std::vector<LagsPart> Parts; // of a stretch; the first PartCount of them, the others keep their memory
     uint64_t PartCount = 0;
+    std::array<bool, 2> HasFewPairs{};   // g2: by channel, how a row is counted
     Team *Helpers = nullptr;             // of the thread that counts; null: it counts alone
     const RunControl *Control = nullptr; // of the run; null: there is none
 };

@@ -1,9 +1,11 @@
 // The block loop of g2.
 //
-// How many pairs an event has is as random as the light, so a branch at the end of each event's pairs would be
-// guessed wrong most of the time. Instead all events of a group are compared with the time before them, then
-// those that had a pair with the one before that, and so on: nothing branches on the outcome.
+// Stops are compared a register at a time. Where the machine can't, and where pairs are rare: how many pairs an
+// event has is as random as the light, so a branch at the end of each event's pairs would be guessed wrong most
+// of the time. Instead all events of a group are compared with the time before them, then those that had a pair
+// with the one before that, and so on: nothing branches on the outcome.
 #include "measurements/correlation_count.h"
+#include "measurements/g2_row.h"
 #include "stream/division.h"
 
 #include <algorithm>
@@ -17,22 +19,6 @@ namespace {
 constexpr uint64_t groupEvents = 512; // their places stay in the first-level cache
 constexpr int mostRounds = 24;        // events with more pairs are worth a loop of their own
 
-// Events of one channel against the ring of the other. A start is counted against the stops before
-// Stops + Seen[start], from the newest back to the first that is Span or more away.
-//
-// R1: the starts ascend, and all times are below TimeRing::TimeLimit.
-// R2: before the oldest stop there is a fence, Span or more away from each start.
-// R3: no stop is 0, and none that should have left the ring within the block is reached.
-struct G2Row
-{
-    const uint64_t *Starts;
-    uint64_t Count;
-    const uint32_t *Seen;  // of each start: stops of this block before it
-    const uint64_t *Stops; // the first of this block, behind those of the ring
-    uint64_t Span;         // ps; pairs at this distance and beyond have no bin
-    uint64_t *Counts;
-};
-
 // The events that have a pair yet to come: event i is compared with the time at Stops[i] next. Distances[i] is
 // that of the pair just found, which is its last so far. No stop lies before the fence of its row.
 struct G2Group
@@ -44,10 +30,9 @@ struct G2Group
 };
 
 // Compares `size` events with a time each, as `eventAt` says; those that have a pair there are the group from
-// then on. They are packed to the front of it, never beyond the event that is looked at. The number of pairs at
-// equal times.
+// then on. They are packed to the front of it, never beyond the event that is looked at.
 template <class Division, class EventAt>
-uint64_t compareAll(G2Group &group, const G2Row &row, const Division division, uint64_t size, EventAt eventAt)
+G2Found compareAll(G2Group &group, const G2Row &row, const Division division, uint64_t size, EventAt eventAt)
 {
     uint64_t found = 0, equal = 0;
     for (uint64_t i = 0; i < size; ++i) {
@@ -61,7 +46,7 @@ uint64_t compareAll(G2Group &group, const G2Row &row, const Division division, u
     }
     group.Size = found;
     for (uint64_t i = 0; i < found; ++i) ++row.Counts[division(group.Distances[i])];
-    return equal;
+    return {found, equal};
 }
 
 struct G2Event
@@ -71,7 +56,7 @@ struct G2Event
 };
 
 template <class Division>
-uint64_t firstRound(G2Group &group, const G2Row &row, const Division division, uint64_t from)
+G2Found firstRound(G2Group &group, const G2Row &row, const Division division, uint64_t from)
 {
     return compareAll(group, row, division, std::min(groupEvents, row.Count - from), [&](uint64_t i) {
         return G2Event{row.Starts[from + i], row.Stops + row.Seen[from + i] - 1};
@@ -79,7 +64,7 @@ uint64_t firstRound(G2Group &group, const G2Row &row, const Division division, u
 }
 
 template <class Division>
-uint64_t nextRound(G2Group &group, const G2Row &row, const Division division)
+G2Found nextRound(G2Group &group, const G2Row &row, const Division division)
 {
     return compareAll(group, row, division, group.Size, [&](uint64_t i) {
         return G2Event{group.Times[i], group.Stops[i]};
@@ -87,52 +72,58 @@ uint64_t nextRound(G2Group &group, const G2Row &row, const Division division)
 }
 
 template <class Division>
-uint64_t finishGroup(const G2Group &group, const G2Row &row, const Division division)
+G2Found finishGroup(const G2Group &group, const G2Row &row, const Division division)
 {
-    uint64_t equal = 0;
+    G2Found found;
     for (uint64_t i = 0; i < group.Size; ++i) {
         const uint64_t time = group.Times[i];
         for (const uint64_t *stop = group.Stops[i];; --stop) {
             const uint64_t distance = time - *stop;
             if (distance >= row.Span) break;
             ++row.Counts[division(distance)];
-            equal += distance == 0;
+            ++found.Pairs;
+            found.Equal += distance == 0;
         }
     }
-    return equal;
+    return found;
 }
 
-// Needs R1 to R3. The number of pairs at equal times.
+// Needs R1 to R3.
 template <class Division>
-uint64_t countRow(const G2Row &row, const Division division)
+G2Found countRow(const G2Row &row, const Division division)
 {
     G2Group group;
-    uint64_t equal = 0;
+    G2Found all;
+    auto add = [&all](const G2Found &found) {
+        all.Pairs += found.Pairs;
+        all.Equal += found.Equal;
+    };
     for (uint64_t from = 0; from < row.Count; from += groupEvents) {
-        equal += firstRound(group, row, division, from);
-        for (int turn = 1; turn < mostRounds && group.Size > 0; ++turn)
-            equal += nextRound(group, row, division);
-        equal += finishGroup(group, row, division);
+        add(firstRound(group, row, division, from));
+        for (int turn = 1; turn < mostRounds && group.Size > 0; ++turn) add(nextRound(group, row, division));
+        add(finishGroup(group, row, division));
     }
-    return equal;
+    return all;
 }
 
 // Writes the times of each channel behind the tail of its ring, without a branch on the channel.
 std::array<uint64_t, 2> split(CorrelationWork &work, const TimedEvents &events)
 {
-    uint64_t *first = work.Rings[0].behindTail(), *second = work.Rings[1].behindTail();
-    uint32_t *firstSeen = work.Seen[0].data(), *secondSeen = work.Seen[1].data();
     // No channel below the markers matches one that can't be.
     const uint64_t chan1 = work.Params.CorrChan1 < ChannelCode::Special ? work.Params.CorrChan1 : UINT64_MAX;
     const uint64_t chan2 = work.Params.CorrChan2 < ChannelCode::Special ? work.Params.CorrChan2 : UINT64_MAX;
-    uint32_t count1 = 0, count2 = 0;
-    for (uint64_t i = 0; i < events.Count; ++i) {
+    G2Split out{.Channels = {chan1, chan2},
+                .Times = {work.Rings[0].behindTail(), work.Rings[1].behindTail()},
+                .Seen = {work.Seen[0].data(), work.Seen[1].data()}};
+    const uint64_t done = splitG2Registers(events.Times, events.Channels, events.Count, out);
+    auto [count1, count2] = out.Count;
+    for (uint64_t i = done; i < events.Count; ++i) {
         const uint64_t time = events.Times[i], channel = events.Channels[i];
-        first[count1] = time;
-        firstSeen[count1] = count2;
+        out.Times[0][count1] = time;
+        out.Seen[0][count1] = count2;
         count1 += channel == chan1;
-        second[count2] = time;
-        secondSeen[count2] = count1;
+        out.Times[1][count2] = time;
+        out.Seen[1][count2] = count1;
         count2 += channel == chan2;
     }
     return {count1, count2};
@@ -160,12 +151,21 @@ void countChannel(CorrelationWork &work, size_t channel, uint64_t written)
     TimeRing &other = work.Rings[1 - channel];
     const uint64_t *starts = work.Rings[channel].behindTail();
     const uint64_t span = work.Lags * work.Params.CorrBinWidth;
-    other.Times[other.place(other.Head) - 1] = starts[0] - span; // R2
-    const G2Row row{
-        starts, written, work.Seen[channel].data(), other.behindTail(), span, work.Rows[channel].get()};
-    const uint64_t equal = withDivision(work.Params.CorrBinWidth,
-                                        [&row](const auto &division) { return countRow(row, division); });
-    work.Rows[1 - channel][0] += equal; // equal times count in both rows
+    std::fill_n(other.Times.get() + other.place(other.Head) - TimeRing::FrontSpace, TimeRing::FrontSpace,
+                starts[0] - span); // R2
+    const G2Row row{starts,
+                    written,
+                    work.Seen[channel].data(),
+                    other.behindTail(),
+                    work.Params.CorrBinWidth,
+                    span,
+                    work.Rows[channel].get()};
+    G2Found found;
+    bool &isSparse = work.HasFewPairs[channel]; // as the block before had
+    if (isSparse || !countG2Registers(row, found))
+        found = withDivision(row.BinWidth, [&row](const auto &division) { return countRow(row, division); });
+    isSparse = found.Pairs < written / 2;
+    work.Rows[1 - channel][0] += found.Equal; // equal times count in both rows
 }
 
 // The events of a channel become times of its ring.
@@ -184,7 +184,7 @@ void countG2Block(CorrelationWork &work, const TimedEvents &events)
 {
     for (size_t channel = 0; channel < 2; ++channel) {
         reserve(work.Rings[channel], events.Count);
-        work.Seen[channel].resize(events.Count + 1);
+        work.Seen[channel].resize(events.Count + G2Split::Behind);
     }
     assert(holds(work.Rings[0]) && holds(work.Rings[1]));
     const auto written = split(work, events);

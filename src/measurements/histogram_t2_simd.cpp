@@ -90,7 +90,7 @@ HWY_INLINE Times lookedUp(Times times, const uint32_t *halves, const uint64_t *n
 
 struct Bins
 {
-    hn::Vec<decltype(dBin)> Bin;
+    Times Bin;       // the lower half of each lane
     unsigned Counts; // bit k: event k has that bin
 };
 
@@ -125,7 +125,9 @@ HWY_INLINE size_t elementsOf(const uint64_t *times, const uint8_t *channels, Cou
         const Bins low = binsOf(times + i, channels + i, counting);
         const Bins high = binsOf(times + i + Lanes, channels + i + Lanes, counting);
         const auto row = hn::PromoteTo(dElement, hn::LoadU(dElementChannel, channels + i));
-        const auto element = hn::Add(hn::Combine(dElement, high.Bin, low.Bin), hn::Mul(row, counting.NumBins));
+        const auto element =
+            hn::Add(hn::ConcatEven(dElement, hn::BitCast(dElement, high.Bin), hn::BitCast(dElement, low.Bin)),
+                    hn::Mul(row, counting.NumBins));
         const unsigned choice = low.Counts | high.Counts << Lanes;
         hn::StoreU(packChoice(dElement, element, static_cast<uint8_t>(choice)), dElement, elements + found);
         found += hwy::PopCount(choice);

@@ -80,12 +80,16 @@ void findLatest(TimeRing &ring)
     ring.LatestAt = static_cast<uint64_t>(latest - times) + ring.Base;
 }
 
-// Needs that `time` is in the ring, where it ends the search.
-uint64_t removeOld(TimeRing &ring, uint64_t time, uint64_t window)
+// Needs that `time` is in the ring, where it ends the search. `ascends`: there are many, in the order of time.
+uint64_t removeOld(TimeRing &ring, uint64_t time, uint64_t window, bool ascends)
 {
     const uint64_t *times = ring.Times.get() + ring.place(ring.Head);
+    const auto isOld = [=](uint64_t entry) { return time - entry > window; };
     uint64_t old = 0;
-    while (time - times[old] > window) ++old;
+    if (ascends)
+        old = static_cast<uint64_t>(std::partition_point(times, times + ring.count(), isOld) - times);
+    else
+        while (isOld(times[old])) ++old;
     ring.Head += old;
     if (ring.count() == 1) ring.LateUntil = 0;
     if (ring.LatestAt < ring.Head) findLatest(ring);
@@ -159,7 +163,7 @@ uint64_t push(TimeRing &ring, uint64_t time, uint64_t window)
     ring.Times[ring.place(ring.Tail)] = time;
     if (ring.Ordered) ring.Ordered[ring.place(ring.Tail)] = time;
     ++ring.Tail;
-    const uint64_t removed = removeOld(ring, time, window);
+    const uint64_t removed = removeOld(ring, time, window, false);
     assert(hasRoom(ring) && holdsLatest(ring));
     return removed;
 }
@@ -171,7 +175,7 @@ void pushWritten(TimeRing &ring, uint64_t count, uint64_t window)
     ring.Tail += count;
     ring.LatestAt = ring.Tail - 1;
     ring.Latest = ring.time(ring.LatestAt);
-    removeOld(ring, ring.Latest, window);
+    removeOld(ring, ring.Latest, window, ring.isAscending());
     assert(holds(ring));
 }
 

@@ -118,7 +118,8 @@ uint64_t findElementsTarget(const TraceBlock &block, const TraceColumns &columns
     for (size_t i = 0; i < TraceBlock::Events; i += GroupEvents) {
         const auto low = division(hn::Sub(hn::LoadU(dTime, block.Distances + i), skipped));
         const auto high = division(hn::Sub(hn::LoadU(dTime, block.Distances + i + Lanes), skipped));
-        const auto place = hn::Add(hn::Combine(dElement, high, low), origin);
+        const auto place =
+            hn::Add(hn::ConcatEven(dElement, hn::BitCast(dElement, high), hn::BitCast(dElement, low)), origin);
         const auto column = hn::Min(place, hn::Sub(place, numBins)); // the latter wraps where it isn't to be
         const auto channel = hn::PromoteTo(dElement, hn::LoadU(dElementChannel, channels + i));
         const auto counts = hn::RebindMask(
