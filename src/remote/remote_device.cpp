@@ -11,6 +11,7 @@
 #include <future>
 #include <mutex>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 namespace Tessel {
@@ -220,11 +221,8 @@ void takeConfig(const ServerAddress &server, const Reached &reached)
 namespace {
 
 // One call at a time, so that no device is made twice.
-std::timed_mutex &connectLock()
-{
-    static std::timed_mutex &lock = *new std::timed_mutex;
-    return lock;
-}
+constinit std::timed_mutex connectLock; // the end of the library takes it, also without memory
+static_assert(std::is_trivially_destructible_v<std::timed_mutex>, "threads may outlive main");
 
 std::atomic<uint64_t> endsOfLibrary{0};
 
@@ -234,13 +232,13 @@ std::unique_lock<std::timed_mutex> endConnecting() noexcept
 {
     ++endsOfLibrary;
     // By the system's clock, as the thread sanitizer of g++ 12 doesn't see a lock that waits by the steady one.
-    return std::unique_lock(connectLock(), system_clock::now() + Pace::aborting);
+    return std::unique_lock(connectLock, system_clock::now() + Pace::aborting);
 }
 
 bool connectTo(const std::string &host, uint16_t port)
 {
     const uint64_t ends = endsOfLibrary;
-    const std::lock_guard lock(connectLock());
+    const std::lock_guard lock(connectLock);
     if (endsOfLibrary != ends) return false; // while it waited for its turn
     ServerAddress server{.Host = host, .Port = port, .Deadline = steady_clock::now() + Pace::serverReached};
     if (!resolve(server)) return false;

@@ -28,7 +28,7 @@ void tellInvalid(Run &run, const InvalidWords &invalid)
 
 namespace {
 
-constexpr uint64_t blockWords = 32768; // of a recorded file, decoded at once
+constexpr uint64_t decodedWords = 32768; // of a recorded file, decoded at once
 
 class WordStream
 {
@@ -119,7 +119,7 @@ private:
     {
         const DecodeRules rules = rulesOf(facts);
         InvalidWords invalid{.Room = loggedInvalidWords - run.InvalidRecordCount};
-        const uint64_t most = facts.MayWait ? blockWords : pending;
+        const uint64_t most = facts.MayWait ? decodedWords : pending;
         const uint64_t words = std::min({pending, most, store.Capacity - store.Count});
         const std::span batch(run.ProcessBuffer.get() + decoded, words);
         decoded += words;

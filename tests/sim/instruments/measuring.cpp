@@ -296,8 +296,12 @@ TEST(SimulatedInstrument, FiltersEvents)
             const bool used = isIn(row.Use, all[i]) && (matches >= row.Match) != row.IsInverse;
             if (!isIn(row.Touched, all[i]) || isIn(row.Pass, all[i]) || used) expected.push_back(all[i]);
         }
-        const std::vector<Word> found = measured(row.Set);
+        std::vector<Word> found = measured(row.Set);
         EXPECT_LT(found.size(), all.size() * 9 / 10);
+        // What comes right after the end decides on the last events too.
+        const auto isLast = [&](const Word &word) { return word.Time + row.Range > all.back().Time; };
+        std::erase_if(found, isLast);
+        std::erase_if(expected, isLast);
         EXPECT_TRUE(found == expected) << "row " << &row - cases;
     }
 }
