@@ -130,8 +130,7 @@ public:
     {
         auto words = slice.Words;
         uint64_t base = slice.Base;
-        events = {reader.Times.data(), reader.Channels.data(),
-                  decodePiece(*ref.run, all, slice, reader, words, base)};
+        events = {reader.Times.data(), reader.Channels.data(), decodePiece(all, slice, reader, words, base)};
         if (all.Rules.Mode == MeasMode::T3) {
             const T3Time time(ref.run->Facts);
             for (uint64_t i = 0; i < events.Count; ++i) reader.Times[i] = time.ps(reader.Times[i]);

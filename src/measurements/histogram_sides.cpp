@@ -37,12 +37,12 @@ public:
 
     void look(RunRef &, const Slices &, const Slice &) {}
 
-    void count(RunRef &ref, const Slices &all, const Slice &slice)
+    void count(RunRef &, const Slices &all, const Slice &slice)
     {
         if (slice.AllValid)
             for (const uint32_t word : slice.Words) ++counts[dtimes + (word >> dtimeShift)];
         else
-            countDecoded(*ref.run, all, slice);
+            countDecoded(all, slice);
     }
 
     void add()
@@ -60,11 +60,11 @@ private:
     static constexpr uint64_t tableRows = 128; // special bit and channel
     static constexpr int dtimeShift = 10;
 
-    void countDecoded(Run &run, const Slices &all, const Slice &slice)
+    void countDecoded(const Slices &all, const Slice &slice)
     {
         uint64_t base = slice.Base;
         for (auto words = slice.Words; !words.empty();) {
-            const uint64_t events = decodePiece(run, all, slice, reader, words, base);
+            const uint64_t events = decodePiece(all, slice, reader, words, base);
             countT3(reader.Times.data(), reader.Channels.data(), events, counts.get(), dtimes, rows);
         }
     }
@@ -118,11 +118,11 @@ public:
         return true;
     }
 
-    void count(RunRef &ref, const Slices &all, const Slice &slice)
+    void count(RunRef &, const Slices &all, const Slice &slice)
     {
         uint64_t base = slice.Base;
         for (auto words = slice.Words; !words.empty();) {
-            const uint64_t events = decodePiece(*ref.run, all, slice, reader, words, base);
+            const uint64_t events = decodePiece(all, slice, reader, words, base);
             countT2(reader.Times.data(), reader.Channels.data(), events, counts.get(),
                     {lastRefTime, params.HistoRefChan, params.HistoBinWidth, bins, rows});
         }

@@ -13,6 +13,7 @@
 
 #include "measurements/slices.h"
 #include "records/refs.h"
+#include "threads/losses.h"
 #include "threads/run_control.h"
 
 #include <algorithm>
@@ -21,6 +22,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 #include <vector>
 
 namespace Tessel {
@@ -76,7 +78,7 @@ bool countSlice(RunRef &ref, Slices &all, Worker &worker, const Slice &slice)
     if constexpr (takesTurns<Worker>) {
         if (isAborted(*ref.run) || !awaitTurn(all.Counting, slice.Number)) return false;
         if (!worker.takeTurn(ref, all, slice)) return false;
-        passTurn(all.Counting, slice.BaseAfter);
+        passTurn(all.Counting, slice);
     }
     worker.count(ref, all, slice);
     return !isAborted(*ref.run);
@@ -102,6 +104,8 @@ void countSlices(RunRef &ref, Slices &all, Worker &worker)
                 break;
             }
             ref.context.Description.NumRecs += slice->Words.size();
+            if (const uint64_t lost = std::exchange(worker.reader.Lost, 0); lost > 0)
+                noteLoss(run, LossPlace::InvalidWords, lost);
             noteTaken(run);
             const int64_t now = monotonicNs();
             if (now < nextAdd) continue;

@@ -2,7 +2,6 @@
 
 #include "stream/order.h"
 #include "stream/words.h"
-#include "threads/losses.h"
 #include "threads/run_control.h"
 
 #include <algorithm>
@@ -29,20 +28,21 @@ uint64_t timeOf(const DecodeRules &rules, uint32_t word, uint64_t base)
 }
 
 // Takes no look at the single events, if the words are in order.
-void noteOrderOf(Slices &all, const Slice &slice, const WordSums &sums, SliceReader &reader)
+void noteOrderOf(const Slices &all, Slice &slice, const WordSums &sums, SliceReader &reader)
 {
     const bool isT2 = all.Rules.Mode == MeasMode::T2;
     const uint64_t unit = isT2 ? all.Rules.SyncPeriodPs : 1;
     const uint32_t last = slice.Words.back();
     const uint64_t lastTime =
         last >> 25 == Word::OverflowKind ? slice.BaseAfter : timeOf(all.Rules, last, slice.BaseAfter);
-    if (sums.AllValid && sums.Ascends && followsInOrder(all.Order, slice.First * unit, lastTime * unit)) return;
+    StreamOrder &order = slice.OrderAfter = all.Reading.Order;
+    if (sums.AllValid && sums.Ascends && followsInOrder(order, slice.First * unit, lastTime * unit)) return;
     uint64_t base = slice.Base;
     for (auto words = slice.Words; !words.empty();) {
         const auto piece = words.first(std::min<size_t>(words.size(), reader.Times.size()));
         words = words.subspan(piece.size());
         InvalidWords unlisted{.Words = {}, .Count = 0, .Room = 0};
-        decodeInOrder(piece, all.Rules, base, reader.Times.data(), reader.Channels.data(), unlisted, all.Order);
+        decodeInOrder(piece, all.Rules, base, reader.Times.data(), reader.Channels.data(), unlisted, order);
     }
 }
 
@@ -55,12 +55,13 @@ bool awaitTurn(Turns &turns, uint64_t number)
     return turns.End > number;
 }
 
-void passTurn(Turns &turns, uint64_t base)
+void passTurn(Turns &turns, const Slice &slice)
 {
     {
         std::lock_guard lock(turns.Lock);
         ++turns.Next;
-        turns.Base = base;
+        turns.Base = slice.BaseAfter;
+        turns.Order = slice.OrderAfter;
     }
     turns.Changed.notify_all();
 }
@@ -106,11 +107,11 @@ std::optional<Slice> takeSlice(Run &run, Slices &all, SliceReader &reader)
     slice.AllValid = sums.AllValid;
     slice.First = timeOf(all.Rules, words.front(), slice.Base);
     noteOrderOf(all, slice, sums, reader);
-    passTurn(all.Reading, slice.BaseAfter);
+    passTurn(all.Reading, slice);
     return slice;
 }
 
-uint64_t decodePiece(Run &run, const Slices &all, const Slice &slice, SliceReader &reader,
+uint64_t decodePiece(const Slices &all, const Slice &slice, SliceReader &reader,
                      std::span<const uint32_t> &words, uint64_t &base, bool notesInvalid)
 {
     const auto piece = words.first(std::min<size_t>(words.size(), reader.Times.size()));
@@ -119,8 +120,7 @@ uint64_t decodePiece(Run &run, const Slices &all, const Slice &slice, SliceReade
     const uint64_t events =
         decode(piece, all.Rules, base, reader.Times.data(), reader.Channels.data(), invalid);
     if (events == piece.size() || !notesInvalid) return events;
-    if (const uint64_t lost = invalidAmong(piece, events, all.Rules); lost > 0)
-        noteLoss(run, LossPlace::InvalidWords, lost);
+    reader.Lost += invalidAmong(piece, events, all.Rules);
     for (uint32_t i = 0; i < invalid.Count; ++i) reader.Invalid.emplace_back(slice.Number, invalid.Words[i]);
     return events;
 }

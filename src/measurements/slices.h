@@ -25,14 +25,15 @@ inline constexpr uint64_t sliceWords = 65536;
 // One slice after the other has its turn. Who waits holds no lock, and only for who has an earlier slice.
 //
 // T1: a slice from End on never gets its turn; who has one leaves it uncounted.
-// T2: Base is the sum of the overflows before slice Next.
+// T2: Base and Order are those of the slices before Next.
 struct Turns
 {
     std::mutex Lock; // nothing is taken under it
     std::condition_variable Changed;
     uint64_t Next = 0;         // guarded by Lock, as what follows
     uint64_t End = UINT64_MAX; // a slice from here on isn't counted
-    uint64_t Base = 0;
+    uint64_t Base = 0;         // sum of their overflows
+    StreamOrder Order{};
 };
 
 struct Slices
@@ -46,7 +47,6 @@ struct Slices
     std::atomic<bool> Closed{false}; // no other is taken: the run stops, or goes on in the ordinary way
     Turns Reading{};                 // slices that were read whole
     Turns Counting{};                // those that are counted, where each must know of the one before
-    StreamOrder Order{};             // of the slices read; of who has the turn of Reading
     uint64_t Clears = 0;             // of the result, by the host; guarded by ManisLock
 };
 
@@ -57,12 +57,13 @@ struct Slice
     uint64_t Base = 0, BaseAfter = 0; // sum of the overflows before it, and with it
     uint64_t First = 0;               // time of its first word, in time tags or syncs
     bool AllValid = false;            // each word is an event
+    StreamOrder OrderAfter{};         // of the file up to its end
 };
 
 // False: it doesn't get one.
 bool awaitTurn(Turns &turns, uint64_t number);
-// The next slice has its turn, and begins with the base.
-void passTurn(Turns &turns, uint64_t base);
+// The slice after this one has its turn.
+void passTurn(Turns &turns, const Slice &slice);
 // From this slice on none has a turn.
 void endTurns(Turns &turns, uint64_t number);
 // The same for both, and no other is taken.
@@ -72,7 +73,8 @@ void endSlices(Slices &all, uint64_t number);
 // more are logged.
 using InvalidOfSlices = std::vector<std::pair<uint64_t, uint32_t>>;
 
-// A thread's own memory, and what it has met.
+// A thread's own memory, and what it has met. A slice that isn't counted is read again in the ordinary way, so
+// what it lost is noted when it is counted.
 struct SliceReader
 {
     explicit SliceReader(uint64_t mostEvents); // at once; throws if there is no memory
@@ -81,6 +83,7 @@ struct SliceReader
     std::vector<uint64_t> Times;
     std::vector<uint8_t> Channels;
     InvalidOfSlices Invalid;
+    uint64_t Lost = 0; // invalid words of the present slice
 };
 
 // Takes the next slice and reads it. None: there is none, none is to be taken, or it can't be read.
@@ -88,7 +91,7 @@ std::optional<Slice> takeSlice(Run &run, Slices &all, SliceReader &reader);
 
 // Decodes as much of a slice as the reader takes at once, and moves on in `words` and `base`. The number of
 // events. Invalid words are noted, if they haven't been.
-uint64_t decodePiece(Run &run, const Slices &all, const Slice &slice, SliceReader &reader,
+uint64_t decodePiece(const Slices &all, const Slice &slice, SliceReader &reader,
                      std::span<const uint32_t> &words, uint64_t &base, bool notesInvalid = true);
 
 } // namespace Tessel

@@ -59,7 +59,7 @@ private:
         uint64_t base = slice.Base;
         withTime(run.Facts, [&](const auto &time) {
             for (auto words = slice.Words; !words.empty() && !isAborted(run);) {
-                const uint64_t events = decodePiece(run, all, slice, reader, words, base, isFirstTime);
+                const uint64_t events = decodePiece(all, slice, reader, words, base, isFirstTime);
                 timeTraceCount(work, time, reader.Times.data(), reader.Channels.data(), events);
             }
         });

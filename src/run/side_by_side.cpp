@@ -43,15 +43,16 @@ void startWorkers(RunRef &ref, const SideBySide &sides, std::vector<SideThread> 
     }
 }
 
-// In the order of the file, as if one thread had met them.
-void tellInvalidWords(RunRef &ref, const SideBySide &sides)
+// Of the slices below `end`, in the order of the file, as if one thread had met them.
+void tellInvalidWords(RunRef &ref, const SideBySide &sides, uint64_t end)
 {
     InvalidOfSlices all;
     for (const auto &worker : sides.Workers)
         all.insert(all.end(), worker.Reader->Invalid.begin(), worker.Reader->Invalid.end());
     std::ranges::stable_sort(all, {}, &InvalidOfSlices::value_type::first);
     InvalidWords invalid;
-    for (const auto &[slice, word] : all) invalid.add(word);
+    for (const auto &[slice, word] : all)
+        if (slice < end) invalid.add(word);
     tellInvalid(*ref.run, invalid);
 }
 
@@ -59,10 +60,10 @@ void tellInvalidWords(RunRef &ref, const SideBySide &sides)
 void handOver(RunRef &ref, RecordSource &source, const SideBySide &sides, Slices &all)
 {
     Run &run = *ref.run;
-    tellInvalidWords(ref, sides);
     const Turns &turns = sides.TakesTurns ? all.Counting : all.Reading;
+    tellInvalidWords(ref, sides, turns.Next);
     run.OverflowBase = turns.Base;
-    run.Order = all.Order;
+    run.Order = turns.Order;
     tellOrder(run, run.Order.StepsBack, run.Order.LargestStep);
     if (turns.Next > 0) passOver(source, ref.device, std::min(turns.Next * sliceWords, all.Words));
     std::lock_guard manis(ref.context.ManisLock);

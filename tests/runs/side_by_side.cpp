@@ -202,6 +202,30 @@ TEST_P(SideBySide, ThreadsDontChangeTheResult)
     }
 }
 
+// Where the window holds more events than one slice hands on to the next, one thread goes on, and what it reads
+// again is in order, and lost only once.
+TEST_P(SideBySide, WhatIsLeftOverIsReadAsIfForTheFirstTime)
+{
+    auto words = randomWords(
+        {.count = 40 * sliceWords, .t3 = GetParam(), .overflowShare = 0.001, .channels = 1, .seed = 7});
+    for (size_t at = 100; at < words.size(); at += sliceWords)
+        words[at] = GetParam() ? t3Event(40, 1, 1) : t2Event(40, 1); // invalid
+    const Kind kind = g2("g2", 1, 9, 1e14, 1e9);
+    open(words);
+    const Result expected = measuredThroughAChain(kind);
+    EXPECT_EQ(expected.invalid, 40u);
+    open(words);
+    for (const int32_t threads : {1, 3}) {
+        tessel_setThreads(threads);
+        const size_t warnings = host.logged("invalid @");
+        const Result result = measured(kind);
+        EXPECT_EQ(result.order, expected.order);
+        EXPECT_EQ(result.invalid, expected.invalid);
+        EXPECT_EQ(result.records, expected.records);
+        EXPECT_EQ(host.logged("invalid @") - warnings, 10u);
+    }
+}
+
 TEST_P(SideBySide, AStoppedRunHasCountedTheFileUpToSomewhere)
 {
     const auto words = randomWords({.count = 8'000'000, .t3 = GetParam(), .channels = inputs, .seed = 3});
