@@ -840,8 +840,9 @@ TESSEL_API bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t
  *  - in a sequence (setSequenceMode) and with a stop count (setStopOverflow): where a step or the run ends
  *    depends on all counts before;
  *  - with a larger result, or a g2 window that holds more than a million events of a channel.
- * FCS and FFCS share out the lags, since a part of the file needs all events of the longest lag before it. In
- * all other cases one thread reads, one decodes, one counts, and each stage of the chain has its own. */
+ * FCS and FFCS share out the lags, of live data too and among at most 8 threads, since a part of the file needs
+ * all events of the longest lag before it. In all other cases one thread reads, one decodes, one counts, and
+ * each stage of the chain has its own. */
 TESSEL_API bool tessel_setThreads(int32_t threads);
 
 /* -------------------------------------------------------------------------- recordings made by the caller

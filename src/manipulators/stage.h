@@ -22,9 +22,8 @@
 //
 // What a kind makes of a batch doesn't depend on the pieces in which it gets it: every piece but a batch's
 // first comes with `Resumed` set. Of a recorded file the end of a batch travels with the events, from store to
-// store
-// (`EndsBatch`). Of live data a batch is a piece, with what was cut off it for want of room or for a look at
-// the run.
+// store (`EndsBatch`). Of live data a batch is a piece, with what was cut off it for want of room or for a look
+// at the run.
 #pragma once
 
 #include "log/log.h"

@@ -22,20 +22,17 @@ constexpr int64_t givenOutEveryNs = 1'000'000'000;
 constexpr uint64_t eventsToLook = 1000;     // the clock is looked at where the count of events is a multiple
 constexpr int64_t longBlockNs = 20'000'000; // what asks for a clear or an end waits no longer
 constexpr int64_t longTurnNs = 100'000'000; // nor what waits for ManisLock
-
-// A thread for each core counts the rows of FCS and FFCS.
-unsigned helperCount()
-{
-    constexpr unsigned mostThreads = 8;
-    return std::clamp(std::thread::hardware_concurrency(), 1u, mostThreads) - 1;
-}
+constexpr uint32_t mostThreads = 8;         // that count the lags of FCS and FFCS
 
 class CorrelationMeasurement
 {
 public:
     const char *name = Correlation::Steps.ThreadName;
 
-    explicit CorrelationMeasurement(Correlation &ofRun) : result(ofRun) {}
+    CorrelationMeasurement(Correlation &ofRun, uint32_t threads)
+        : result(ofRun), helpers(std::min(threads, mostThreads) - 1)
+    {
+    }
 
     void prepare(RunRef &run)
     {
@@ -196,12 +193,12 @@ private:
     uint64_t counted = 0;                      // events, markers and overflow records included
     uint64_t countMark = 0;                    // events at the start of the present step of a count sequence
     uint64_t mostEvents = 0, longestBlock = 0; // of a block
-    Team helpers{helperCount()};
+    Team helpers;                              // count the lags of FCS and FFCS with the measurement thread
 };
 
 void CorrThread(RunRef run, Correlation &result)
 {
-    CorrelationMeasurement measurement(result);
+    CorrelationMeasurement measurement(result, run.run->Threads);
     runMeasurement(run, measurement);
 }
 

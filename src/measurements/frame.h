@@ -7,9 +7,8 @@
 //   count(run, batch, numChans, manis)    with ManisLock, which it may let go and take again to publish
 //   finish(run)                           after the last batch
 // and where it has more to tell
-//   tellStart(run)                        behind the line that says that it has started
-//   least(run)                            how many events it waits for before the end of a batch, if not for
-//   one
+//   tellStart(run)                        after the line that says that it has started
+//   least(run)                            how many events it waits for, unless a batch ends; else one
 #pragma once
 
 #include "log/log.h"

@@ -87,7 +87,7 @@ struct Run
     StreamFacts Facts{};
     const uint64_t NumRows = 0; // of a result with a row for each channel
     const uint64_t NumBins = 0; // columns of a histogram
-    const uint32_t Threads = 1; // with which a recorded file may be counted
+    const uint32_t Threads = 1; // with which a recorded file may be counted, and lags of FCS and FFCS
 
     RunControl Control{};
     Losses Ledger{};
