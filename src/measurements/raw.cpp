@@ -1,10 +1,10 @@
 #include "measurements/raw.h"
 
 #include "log/log.h"
+#include "measurements/hosts_count.h"
 #include "measurements/measurement.h"
 #include "stream/words.h"
 #include "threads/losses.h"
-#include "threads/paces.h"
 #include "threads/run_control.h"
 
 #include <algorithm>
@@ -76,13 +76,10 @@ void waitForRawBlock(Run &run, uint64_t words)
     const auto &block = resultAs<RawWords>(run);
     std::unique_lock lock(run.RawLock);
     auto isOver = [&] { return roomOf(block) >= std::min(words, block.Capacity) || isAborted(run); };
-    // A host that gave the count sets it back without a call.
-    const bool isHostsCount = run.Request.RawCount != nullptr;
-    while (!isOver())
-        if (isHostsCount)
-            run.RawTaken.wait_for(lock, Pace::hostsCount, isOver);
-        else
-            run.RawTaken.wait(lock, isOver);
+    if (run.Request.RawCount)
+        waitForHostsCount(run.RawTaken, lock, isOver);
+    else
+        run.RawTaken.wait(lock, isOver);
 }
 
 void takeRawBlock(MeasContext &context, uint32_t *words, uint64_t *count)

@@ -4,6 +4,7 @@
 #include "measurements/unfold.h"
 
 #include "devices/result.h"
+#include "measurements/hosts_count.h"
 #include "measurements/measurement.h"
 #include "threads/losses.h"
 #include "threads/paces.h"
@@ -208,8 +209,8 @@ private:
             return roomOf(block) >= (events > block.Capacity ? 1 : events) || isAborted(run);
         };
         if (goesOn()) return true;
-        if (run.Request.UnfoldCount) // the host may set the count back without a call
-            run.BlockTaken.wait_for(manis, Pace::hostsCount, goesOn);
+        if (run.Request.UnfoldCount)
+            waitForHostsCount(run.BlockTaken, manis, goesOn);
         else if (block.IsHosts)
             run.BlockTaken.wait(manis, goesOn);
         else if (!hasReached(run, RunPhase::ConsumersEnd))

@@ -17,7 +17,8 @@ inline constexpr auto instrumentPass = 1ms; // between two reads of an instrumen
 inline constexpr auto shortPass = 10ms;     // beside it in histogramming for less than a second
 inline constexpr auto lastData = 10ms;      // the same, once its acquisition timer has run out
 inline constexpr auto publish = 1ms;        // between two looks for new data to give out
-inline constexpr auto hostsCount = 1ms;     // between two looks at a count that the host itself may set back
+inline constexpr auto hostsCount = 1ms; // before the next look at a count that the host itself may set back,
+inline constexpr auto longestHostsCount = 32ms; // up to this for a host that is slow
 inline constexpr auto afterFailure = 100ms; // of an I/O thread, or before the next peer where there was no room
 inline constexpr auto fileWrite = 20ms;     // words that don't fill a block wait so long for the disc
 
