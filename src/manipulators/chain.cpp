@@ -265,10 +265,6 @@ void partFrom(std::thread &thread, const Manipulator &record)
 // Decoding goes on meanwhile: EndLock is all that is held, and no thread of the run works under it.
 void endStage(const DeviceRef &target, Manipulator &record)
 {
-    if (auto run = liveRun(target->context)) {
-        run->LosesEndsOfBatches = true;
-        wake(run->Control);
-    }
     askToStop(target->context, record, true);
     {
         std::unique_lock lock(record.Lock);
@@ -283,6 +279,10 @@ void endStage(const DeviceRef &target, Manipulator &record)
         partFrom(record.Thread, record);
     }
     releaseStore(record); // also where the stage goes on: who writes to it isn't to wait for it
+    if (auto run = liveRun(target->context)) { // also one that has begun since the stage was asked to end
+        run->LosesEndsOfBatches = true;
+        wake(run->Control);
+    }
     --target->context.ManisChans;
 }
 
