@@ -114,7 +114,8 @@ struct Run
     // clock says, by the measurement thread alone. Set in the set-up.
     bool PublishesByBatch = false;
 
-    // Order in time of the events as they were read; ProcessThread writes.
+    // Order in time of the events as they were read; ProcessThread writes, and MeasureThread before the first
+    // words.
     std::atomic<uint64_t> StepsBack{0};   // events earlier than the one before them
     std::atomic<uint64_t> LargestStep{0}; // ps; of an event, before the latest one so far
 
