@@ -62,10 +62,6 @@ void addLine(std::vector<std::string> &lines, std::string_view what, const objec
     lines.push_back(fmt::format("the {} is {}: {}", what, verdict, fmt::join(places, "; ")));
 }
 
-} // namespace
-
-namespace {
-
 uint64_t orderIn(const LossTexts &losses, const char *key)
 {
     const auto *order = losses.Losses.if_contains("order");

@@ -189,10 +189,6 @@ std::thread startWithoutSignals(LogWriter writer)
     }
 }
 
-} // namespace
-
-namespace {
-
 void queueText(LogSeverity severity, LogCategory category, std::string text)
 {
     LogState &state = logState();

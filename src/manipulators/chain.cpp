@@ -219,10 +219,6 @@ void releaseStore(Manipulator &record)
     record.Changed.notify_all();
 }
 
-} // namespace
-
-namespace {
-
 void stopStage(const DeviceRef &target, Manipulator &record, bool exit,
                const std::function<void(Manipulator &)> &wait)
 {
@@ -313,10 +309,6 @@ public:
 private:
     MeasContext &context;
 };
-
-} // namespace
-
-namespace {
 
 // The last stage that was asked to end its thread; null: none. A stage that is added meanwhile isn't one.
 std::shared_ptr<Manipulator> lastLeaving(MeasContext &context)

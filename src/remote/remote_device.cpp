@@ -216,10 +216,6 @@ void takeConfig(const ServerAddress &server, const Reached &reached)
     setClient(reached.Target, nullptr);
 }
 
-} // namespace
-
-namespace {
-
 // One call at a time, so that no device is made twice.
 constinit std::timed_mutex connectLock; // the end of the library takes it, also without memory
 static_assert(std::is_trivially_destructible_v<std::timed_mutex>, "threads may outlive main");
