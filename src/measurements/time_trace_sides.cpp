@@ -1,7 +1,11 @@
 // A slice is counted into a window of its own, whose bins are added to the trace's in the order of the file.
 // Where an event is in an earlier bin than one before it, what the trace becomes depends on where its window
-// stands: such a slice is counted into that, while it has its turn.
+// stands: such a slice is counted into that, while it has its turn. The trace is given out at the end of each
+// batch, and is then as far as that batch goes.
 #include "measurements/time_trace_sides.h"
+
+#include "devices/source.h"
+#include "measurements/publish.h"
 
 #include <algorithm>
 #include <mutex>
@@ -16,6 +20,9 @@ constexpr uint64_t largestWindow = uint64_t{32} << 20; // bytes of a thread's co
 
 // Events of a sync come in any order. One that is still further back has its slice counted in turn.
 constexpr uint64_t binsBack = 64;
+
+static_assert(chunkWords % sliceWords == 0);
+constexpr uint64_t slicesOfBatch = chunkWords / sliceWords;
 
 class TraceSide
 {
@@ -35,15 +42,11 @@ public:
 
     bool takeTurn(RunRef &ref, const Slices &all, const Slice &slice)
     {
-        std::lock_guard manis(ref.context.ManisLock);
-        TimeTraceWork &whole = trace.Window;
-        const uint64_t before = window.Used > 0 ? emptyPositions(window) : 0;
-        if (window.HasRestarted ||
-            (window.Used > 0 && window.FirstBin + before < whole.FirstBin + whole.CurrentBin))
-            countInto(whole, *ref.run, all, slice, false);
-        else if (window.Used > 0)
-            addTrace(whole, window, before);
-        tellFirstBin(trace);
+        addToTrace(ref, all, slice);
+        if ((slice.Number + 1) % slicesOfBatch == 0) { // as the ordinary way does
+            ref.run->NewData = true;
+            newDataStep(ref);
+        }
         return true;
     }
 
@@ -54,6 +57,19 @@ public:
     SliceReader reader;
 
 private:
+    void addToTrace(RunRef &ref, const Slices &all, const Slice &slice)
+    {
+        std::lock_guard manis(ref.context.ManisLock);
+        TimeTraceWork &whole = trace.Window;
+        const uint64_t before = window.Used > 0 ? emptyPositions(window) : 0;
+        if (window.HasRestarted ||
+            (window.Used > 0 && window.FirstBin + before < whole.FirstBin + whole.CurrentBin))
+            countInto(whole, *ref.run, all, slice, false);
+        else if (window.Used > 0)
+            addTrace(whole, window, before);
+        tellFirstBin(trace);
+    }
+
     void countInto(TimeTraceWork &work, Run &run, const Slices &all, const Slice &slice, bool isFirstTime)
     {
         uint64_t base = slice.Base;
