@@ -193,7 +193,7 @@ Measure histogramSteps(int32_t mode, double value)
         setSequenceMode(0, 0, 0);
         ASSERT_TRUE(finished.wait());
         digest.add(&taken, 1);
-        EXPECT_GT(taken, 2u);
+        EXPECT_GE(taken, isSanitized ? 1u : 3u); // there the file is shorter
     };
 }
 
