@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import signal
 from pathlib import Path
 from typing import Any, Dict, Iterator, List
 
@@ -12,6 +13,7 @@ import tessel
 
 ROOT = Path(__file__).resolve().parents[2]
 os.environ.setdefault("MPLBACKEND", "Agg")
+signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell starts what is in its background without one
 os.environ["PYTHONPATH"] = os.pathsep.join([str(ROOT / "python"), os.environ.get("PYTHONPATH", "")])  # of children
 
 # A slow one of each mode that a run takes long enough on to be looked at, and two short ones.
