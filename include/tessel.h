@@ -728,9 +728,10 @@ enum tessel_text {
 
     /* What was lost, as tessel_getLosses(): {"verdict" ("clean", "lossy" or "invalid"), "losses": {place:
      * {"unit" ("counts", "words" or "events"), "occasions", "lost" (null where nobody knows), "first", "last"},
-     * ...}, "order": {"stepsBack" (events of the run that were read after a later one), "largestStepPs" (how far
-     * they go back, in T3 by the sync), "sorted" (there is a Sort), "unsorted" (events too late for it)}, "recording": {"verdict", "losses"} of the recording that the run reads or writes, or null; where
-     * its side file says nothing, also "problem", the reason}. The places are "fifo", "dropped", "readBuffer",
+     * ...}, "order": {"stepsBack" (events of the run that were read after a later one), "largestStepPs" (how
+     * far they go back, in T3 by the sync), "sorted" (there is a Sort), "unsorted" (events too late for it)},
+     * "recording": {"verdict", "losses"} of the recording that the run reads or writes, or null; where its side
+     * file says nothing, also "problem", the reason}. The places are "fifo", "dropped", "readBuffer",
      * "invalidWords", "store", "stage", "rawBlock", "unfoldBlock", "import", "file"; those where nothing was
      * lost aren't there. */
     TESSEL_TEXT_LOSSES = 6,

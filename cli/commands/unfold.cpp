@@ -23,7 +23,7 @@ namespace Tessel::Cli {
 namespace {
 
 constexpr const char *unfoldSchema = "tessel.unfold/1";
-constexpr size_t capacity = size_t(1) << 20; // events of a block
+constexpr size_t capacity = size_t(1) << 20;      // events of a block
 constexpr size_t writtenAtOnce = size_t(1) << 15; // events
 
 struct UnfoldOptions

@@ -32,7 +32,7 @@ struct Settings
     std::string TgxFolder;  // normal form; empty: the data path
     bool LogFile = true;
     bool LogConsole = true;
-    bool LogColours = true; // of the console
+    bool LogColours = true;        // of the console
     uint64_t BufferSize = 1048576; // the key's own value
     uint64_t StreamRecords = 0;    // elements of a stream array; 0 until the key is read
 };

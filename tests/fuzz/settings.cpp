@@ -1,4 +1,5 @@
-// system.ini of arbitrary bytes, its values as the texts of a device, and the bytes as an instrument's parameters.
+// system.ini of arbitrary bytes, its values as the texts of a device, and the bytes as an instrument's
+// parameters.
 #include "config/device_ini.h"
 #include "config/device_json.h"
 #include "devices/families.h"
