@@ -4,6 +4,7 @@
 #include "records/enums.h"
 #include "stream/words.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -14,17 +15,20 @@ namespace Bench {
 inline constexpr uint32_t Inputs = 4;
 
 // `perMille` of the words are overflow records, at random places; a few are markers. T3: any dtime is as likely
-// as any other. T2: a sync in eight events, 2048 units of time from event to event.
+// as any other, and sync numbers don't decrease. T2: a sync in eight events, 2048 units of time from event to
+// event.
 inline std::vector<uint32_t> wordStream(Tessel::MeasMode mode, uint64_t count, uint32_t perMille)
 {
     constexpr uint32_t special = 1u << 31, overflow = special | 63u << 25 | 1;
     std::mt19937 random(7);
     const bool isT2 = mode == Tessel::MeasMode::T2;
     std::vector<uint32_t> words(count);
-    uint32_t time = 0;
+    const uint32_t syncs = 2 * 1024 * perMille / 1000 + 1; // about 1024 from overflow to overflow
+    uint32_t time = 0, nsync = 0;
     for (uint32_t &word : words) {
         const uint32_t kind = random() % 1000;
-        time = (isT2 ? time + random() % 4096 : random()) & 0x1FFFFFF;
+        nsync = kind < perMille ? 0 : std::min<uint32_t>(nsync + random() % syncs, 1023);
+        time = isT2 ? (time + random() % 4096) & 0x1FFFFFF : (random() << 10 & 0x1FFFC00) | nsync;
         if (kind < perMille)
             word = overflow;
         else if (kind == 999)
