@@ -76,8 +76,9 @@ void countT2Case(benchmark::State &state, Bench::Target target, uint32_t perMill
 {
     constexpr uint64_t numBins = 65536;
     const Bench::WithTarget only(target);
-    uint64_t lastRefTime = 0, plainLastRefTime = 0, binWidth = 25;
-    benchmark::DoNotOptimize(binWidth); // a variable, as in a run
+    uint64_t lastRefTime = 0, plainLastRefTime = 0;
+    volatile uint64_t chosen = 25; // unknown to the compiler, as in a run
+    const uint64_t binWidth = chosen;
     const T2Counting counting{
         .LastRefTime = lastRefTime, .RefChan = 0, .BinWidth = binWidth, .NumBins = numBins, .Rows = Rows};
     compareTurns(
