@@ -21,7 +21,35 @@ def _channel_columns(names: Tuple[str, ...], rows: NDArray[Any]) -> Dict[str, ND
 
 
 @dataclass(frozen=True, eq=False, repr=False)
-class Histogram(Result):
+class _PerChannel(Result):
+    """Counts in bins of time, a row a channel."""
+
+    counts: Counts
+    edges: Times
+    bin_width: int
+
+    @property
+    def channels(self) -> Tuple[str, ...]:
+        """Name of each row."""
+        return self.info.channels
+
+    @property
+    def sigma(self) -> Values:
+        """(rows, bins) float64: standard deviation of each count, its square root (Poisson)."""
+        return np.sqrt(self.counts, dtype=np.float64)
+
+    def _table(self) -> Dict[str, NDArray[Any]]:
+        return {"time_ps": self.edges[:-1], **_channel_columns(self.channels, self.counts)}
+
+    def _dataset(self, xarray: Any) -> Any:
+        return xarray.Dataset(
+            {"counts": (("channel", "time_ps"), self.counts)},
+            {"channel": list(self.channels), "time_ps": self.edges[:-1]},
+        )
+
+
+@dataclass(frozen=True, eq=False, repr=False)
+class Histogram(_PerChannel):
     """Counts by the time since the sync (T3) or since a reference channel (T2).
 
     Attributes
@@ -38,28 +66,15 @@ class Histogram(Result):
         ps; 0 where there is no sync.
     """
 
-    counts: Counts
-    edges: Times
-    bin_width: int
     reference: int = 0
     sync_period: float = 0.0
 
     kind: ClassVar[str] = "histogram"
 
     @property
-    def channels(self) -> Tuple[str, ...]:
-        """Name of each row."""
-        return self.info.channels
-
-    @property
     def centres(self) -> Values:
         """(bins,) float64: the middle of each bin, ps."""
         return self.edges[:-1] + self.bin_width / 2
-
-    @property
-    def sigma(self) -> Values:
-        """(rows, bins) float64: standard deviation of each count, its square root (Poisson)."""
-        return np.sqrt(self.counts, dtype=np.float64)
 
     def shown_bins(self) -> int:
         """How many bins are worth a look: to the sync period, or to the last that has a count."""
@@ -67,15 +82,6 @@ class Histogram(Result):
         last = int(used[-1]) + 1 if used.size else 1
         period = int(self.sync_period / self.bin_width) if self.bin_width else 0
         return period if 1 <= period < last else last
-
-    def _table(self) -> Dict[str, NDArray[Any]]:
-        return {"time_ps": self.edges[:-1], **_channel_columns(self.channels, self.counts)}
-
-    def _dataset(self, xarray: Any) -> Any:
-        return xarray.Dataset(
-            {"counts": (("channel", "time_ps"), self.counts)},
-            {"channel": list(self.channels), "time_ps": self.edges[:-1]},
-        )
 
     def _draw(self, ax: Any) -> None:
         bins = self.shown_bins()
@@ -96,7 +102,7 @@ class Histogram(Result):
 
 
 @dataclass(frozen=True, eq=False, repr=False)
-class Trace(Result):
+class Trace(_PerChannel):
     """Counts of each channel in bins of time.
 
     Attributes
@@ -109,35 +115,12 @@ class Trace(Result):
         ps.
     """
 
-    counts: Counts
-    edges: Times
-    bin_width: int
-
     kind: ClassVar[str] = "trace"
-
-    @property
-    def channels(self) -> Tuple[str, ...]:
-        """Name of each row."""
-        return self.info.channels
 
     @property
     def rates(self) -> Values:
         """(rows, bins) float64: counts per second."""
         return self.counts * (1e12 / self.bin_width)
-
-    @property
-    def sigma(self) -> Values:
-        """(rows, bins) float64: standard deviation of each count, its square root (Poisson)."""
-        return np.sqrt(self.counts, dtype=np.float64)
-
-    def _table(self) -> Dict[str, NDArray[Any]]:
-        return {"time_ps": self.edges[:-1], **_channel_columns(self.channels, self.counts)}
-
-    def _dataset(self, xarray: Any) -> Any:
-        return xarray.Dataset(
-            {"counts": (("channel", "time_ps"), self.counts)},
-            {"channel": list(self.channels), "time_ps": self.edges[:-1]},
-        )
 
     def _draw(self, ax: Any) -> None:
         factor, unit = time_scale(float(self.edges[-1]))

@@ -117,9 +117,7 @@ def read_npy(
     resolution: Optional[Time] = None,
 ) -> Source:
     """An NPY file of times, with others of channels and dtimes."""
-    files = {"times": path, "channels": _other(path, channels, "channels")}
-    if dtimes is not None:
-        files["dtimes"] = _other(path, dtimes, "dtimes")
+    files = _files(path, channels, dtimes)
 
     def blocks() -> Iterator[Block]:
         with ExitStack() as stack:
@@ -135,6 +133,14 @@ def _other(path: Path, name: str, what: str) -> Path:
     if found is None:
         raise ValueError(f"{path}: {what}=FILE with the {what} is wanted{f', there is no {name}' if name else ''}")
     return found
+
+
+def _files(path: Path, channels: str, dtimes: Optional[str]) -> Dict[str, Path]:
+    """What each file of a recording holds."""
+    files = {"times": path, "channels": _other(path, channels, "channels")}
+    if dtimes is not None:
+        files["dtimes"] = _other(path, dtimes, "dtimes")
+    return files
 
 
 def _dtype(path: Path) -> Any:
@@ -153,9 +159,7 @@ def read_binary(
     resolution: Optional[Time] = None,
 ) -> Source:
     """Files of numbers without a header, little endian; the type is the ending, as in ``timestamps.u64``."""
-    files = {"times": path, "channels": _other(path, channels, "channels")}
-    if dtimes is not None:
-        files["dtimes"] = _other(path, dtimes, "dtimes")
+    files = _files(path, channels, dtimes)
     kinds = {what: _dtype(file) for what, file in files.items()}
     sizes = {str(file): file.stat().st_size // kinds[what].itemsize for what, file in files.items()}
     if len(set(sizes.values())) != 1:
