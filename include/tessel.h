@@ -864,8 +864,8 @@ typedef struct tessel_recording_params
     int32_t measMode;         /* 2 T2, 3 T3 */
     int32_t family;           /* record family: 0 ZP, 1 CD, 2 SV40, 3 LM70, 4 CD90 */
     int32_t numChannels;      /* input channels, 1 to 64 */
-    double baseResolution;    /* ps, the unit of a T2 time tag; whole picoseconds, 1 to 1e12 */
-    double resolution;        /* ps, the unit of a T3 dtime; whole picoseconds, 1 to 1e12; not used in T2 */
+    double baseResolution;    /* ps, the unit of a T2 time tag; 0.5 to 1e12, with or without a fraction */
+    double resolution;        /* ps, the unit of a T3 dtime; likewise; not used in T2 */
     double syncRate;          /* Hz, at most 2147483647; T3: at least 1e-6, and a replay goes by its period */
     int32_t acqTime;          /* ms, not negative */
     const double *inputRates; /* counts per second, numChannels of them, each at most 2147483647; or null */
@@ -874,7 +874,10 @@ typedef struct tessel_recording_params
 } tessel_recording_params;
 
 /* Creates the file at `path` (overwriting an existing one) and writes its header, with the caller's tags of the
- * current device. The result belongs to the caller, who ends it with tessel_recordingClose(). Null, with an
+ * current device. The header keeps both resolutions as they are given. A replay rounds them to whole picoseconds
+ * and goes by the rounded ones wherever it makes a time of a word; a warning in the log says so. The bins of
+ * getHistogram() in T3 are numbers of dtimes, so their edges are multiples of the resolution as given, which
+ * tessel_getFileTags() has (MeasDesc_Resolution, in s). In T2 choose a unit without a fraction. The result belongs to the caller, who ends it with tessel_recordingClose(). Null, with an
  * error in the log: a parameter is out of range, or the file can't be written. */
 TESSEL_API tessel_recording *tessel_recordingCreate(const char *path, const tessel_recording_params *params);
 

@@ -20,10 +20,21 @@ void doubtPeriod(std::vector<std::string> &notes, const Recording &recording)
                     used, made, (used / made - 1) * 100));
 }
 
+void doubtResolution(std::vector<std::string> &notes, const Recording &recording)
+{
+    const double made = recording.ResolutionPs, used = recording.UsedResolutionPs;
+    if (used <= 0 || made == used) return;
+    const char *unit = recording.MeasMode == 3 ? "dtimes" : "time tags";
+    notes.push_back(
+        fmt::format("times go by {} of {:.12g} ps, the file was made with {} of {:.12g} ps: they are "
+                    "{:.3g} % off",
+                    unit, used, unit, made, (used / made - 1) * 100));
+}
+
 void doubtBinWidth(std::vector<std::string> &notes, const char *option, double widthPs,
                    const Recording &recording)
 {
-    const double step = recording.MeasMode == 3 ? recording.ResolutionPs : recording.BaseResolutionPs;
+    const double step = recording.MeasMode == 3 ? recording.UsedResolutionPs : recording.BaseResolutionPs;
     if (step <= 0 || std::abs(std::remainder(widthPs, step)) < 1e-6 * step) return;
     const double good = std::max(std::round(widthPs / step), 1.0) * step;
     notes.push_back(

@@ -14,6 +14,9 @@ namespace Tessel::Cli {
 // T3: a replay goes by a period of whole picoseconds.
 void doubtPeriod(std::vector<std::string> &notes, const Recording &recording);
 
+// A replay goes by units of whole picoseconds.
+void doubtResolution(std::vector<std::string> &notes, const Recording &recording);
+
 // Bins that aren't whole steps of the instrument hold more steps here than there.
 void doubtBinWidth(std::vector<std::string> &notes, const char *option, double widthPs,
                    const Recording &recording);

@@ -299,6 +299,7 @@ Command addFold(CLI::App &program)
     CLI::App *command =
         program.add_subcommand("fold", "Count events by their phase in a period, or search one");
     addMeasureOptions(*command, options->Measure);
+    options->Measure.CountsDtimes = true;
     command->add_option("--period", options->Period, "Period to fold with [ps]")->type_name("TIME");
     command->add_option("--frequency", options->Frequency, "The same as a rate [Hz]")->type_name("RATE");
     command->add_option("--search", options->Search, "Frequencies to look at [Hz]")->type_name("FROM,TO,STEP");

@@ -252,6 +252,7 @@ Command addHistogram(CLI::App &program)
     CLI::App *command = program.add_subcommand(
         "histogram", "Count the events of each channel by time since the sync or a reference");
     addMeasureOptions(*command, options->Measure);
+    options->Measure.CountsDtimes = true;
     addUpdateOptions(*command, options->Measure.Updates);
     asChannel(
         command->add_option("--ref-chan", options->RefChan, "T2: reference channel; by default 0 (sync)"));

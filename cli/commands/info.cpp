@@ -84,7 +84,9 @@ void addDevice(fmt::memory_buffer &text, const Recording &recording)
     row(text, "Version", textOf(config.at("Version")));
     row(text, "Mode", fmt::format("T{}", recording.MeasMode));
     row(text, "Base resolution", timeText(numberOf(config, "BaseResolution")));
-    row(text, "Resolution", timeText(numberOf(config, "Resolution")));
+    row(text, "Resolution", fmt::format("{:.12g} ps", recording.ResolutionPs));
+    if (recording.UsedResolutionPs != recording.ResolutionPs)
+        row(text, "of a replay", fmt::format("{:.12g} ps", recording.UsedResolutionPs));
     row(text, "Histogram bins", textOf(config.at("NumBins")));
     if (isT3 && numberOf(recording.Description, "AveSyncRate") > 0)
         row(text, "Sync rate", rateText(numberOf(recording.Description, "AveSyncRate")));
@@ -195,6 +197,7 @@ object asJson(const Recording &recording, const object &found)
             {"recording", endingText(recording.Ending)},
             {"losses", lossesNow().Losses.at("recording")},
             {"syncPeriod", period},
+            {"resolution", {{"usedPs", recording.UsedResolutionPs}, {"ofFilePs", recording.ResolutionPs}}},
             {"counts", counts},
             {"ofInstrument", isOfInstrument(recording)},
             {"device", recording.Config},
@@ -218,6 +221,7 @@ constexpr const char *infoFooter =
   recording (closed, not closed, cut short), and
   losses  {verdict (clean, lossy, invalid), losses {place: ...}} of the recording
   syncPeriod    null, or in T3 {usedPs, ofFilePs}: a replay goes by whole picoseconds
+  resolution    {usedPs, ofFilePs} of a T3 dtime or a T2 time tag; a replay rounds it too
   counts        null, or with --counts {durationMs, events {sync, inputs, ...}, stepsBack}
   ofInstrument  false: made by a program, so levels and offsets of the device mean nothing
   device  state of the opened device

@@ -27,6 +27,7 @@ struct MeasureOptions
 {
     std::string File;
     std::string For, Mode;                // of an instrument; empty: as --help says
+    bool CountsDtimes = false;            // T3: a dtime isn't made a time, unless by a chain
     bool RunsOn = false;                  // without For: until it is stopped
     std::vector<std::string> Assignments; // of its settings
     ChainOptions Chain;

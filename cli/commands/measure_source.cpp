@@ -88,6 +88,8 @@ Measured openForMeasuring(const MeasureOptions &options, const HostOptions &host
                                                 visibleText(recording.Path), recording.MeasMode));
     doubtPeriod(measured.Notes, recording);
     measured.Chain = placeChain(recording, stages);
+    if (recording.MeasMode != 3 || !options.CountsDtimes || !measured.Chain.empty())
+        doubtResolution(measured.Notes, recording);
     return measured;
 }
 

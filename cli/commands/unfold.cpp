@@ -194,6 +194,7 @@ Command addUnfold(CLI::App &program)
     CLI::App *command =
         program.add_subcommand("unfold", "Write the single events of a recording: times and channels");
     addMeasureOptions(*command, options->Measure);
+    options->Measure.CountsDtimes = true;
     command->add_flag("--binary", options->Binary,
                       "Write 9 bytes per event to FILE, and FILE.json, which describes them");
     command->add_flag("--overflows", options->Overflows, "Write the overflows of the time tag too");

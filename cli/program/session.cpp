@@ -149,8 +149,29 @@ void readConfig(Recording &recording)
     recording.Id = recording.Config.at("ID").as_string();
     recording.MeasMode = recording.Config.at("MeasMode").to_number<int64_t>();
     recording.BaseResolutionPs = recording.Config.at("BaseResolution").to_number<double>();
-    recording.ResolutionPs = recording.Config.at("Resolution").to_number<double>();
+    recording.ResolutionPs = recording.UsedResolutionPs = recording.Config.at("Resolution").to_number<double>();
     recording.NumRows = getNumAllChans(nullptr);
+}
+
+// Of a tag in seconds; 0 without it. What a double of seconds adds after the 15th digit wasn't meant.
+double picosecondsOf(const boost::json::object &header, std::string_view name)
+{
+    double seconds = 0;
+    for (const auto &tag : header.at("tags").as_array())
+        if (tag.at("name").as_string() == name && tag.at("value").is_double())
+            seconds = tag.at("value").as_double();
+    constexpr double psPerSecond = 1e12;
+    return std::stod(fmt::format("{:.15g}", seconds * psPerSecond));
+}
+
+// A replay takes the unit of its words in whole picoseconds.
+void readResolution(Recording &recording)
+{
+    const bool isT3 = recording.MeasMode == 3;
+    const double made =
+        picosecondsOf(recording.Header, isT3 ? "MeasDesc_Resolution" : "MeasDesc_GlobalResolution");
+    if (made > 0) recording.ResolutionPs = made;
+    if (made > 0 && !isT3) recording.UsedResolutionPs = std::round(made);
 }
 
 // A replay of T3 takes the period of whole picoseconds that is nearest to a rate of whole hertz; of a rate
@@ -159,9 +180,7 @@ void readPeriods(Recording &recording)
 {
     if (recording.MeasMode != 3) return;
     constexpr double psPerSecond = 1e12;
-    for (const auto &tag : recording.Header.at("tags").as_array())
-        if (tag.at("name").as_string() == "MeasDesc_GlobalResolution" && tag.at("value").is_number())
-            recording.MadePeriodPs = tag.at("value").to_number<double>() * psPerSecond;
+    recording.MadePeriodPs = picosecondsOf(recording.Header, "MeasDesc_GlobalResolution");
     const int64_t rate = integerTag(recording.Header, "TTResult_SyncRate").value_or(0);
     recording.UsedPeriodPs =
         rate > 0 ? std::nearbyint(psPerSecond / static_cast<double>(rate)) : std::floor(recording.MadePeriodPs);
@@ -188,6 +207,7 @@ Recording openRecording(const std::string &path)
     recording.NumRecords = dataBytes(recording.Header) / sizeof(uint32_t);
     recording.ClaimedRecords = integerTag(recording.Header, "TTResult_NumberOfRecords").value_or(-1);
     recording.Ending = endingOf(recording);
+    readResolution(recording);
     readPeriods(recording);
     return recording;
 }

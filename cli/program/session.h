@@ -70,12 +70,13 @@ struct Recording
     std::string Id;
     int64_t MeasMode = 0; // 2 T2, 3 T3
     double BaseResolutionPs = 0;
-    double ResolutionPs = 0;    // of a dtime; may have a fraction
-    double SyncPeriodPs = 0;    // the mean; 0: unknown
-    double MadePeriodPs = 0;    // T3: the sync period that the file was made with, as its header has it
-    double UsedPeriodPs = 0;    // T3: that a replay goes by
-    uint64_t NumRecords = 0;    // in the file
-    int64_t ClaimedRecords = 0; // by its header; -1: it doesn't say
+    double ResolutionPs = 0;     // of a T3 dtime or a T2 time tag, as the file was made; may have a fraction
+    double UsedResolutionPs = 0; // as a replay takes it
+    double SyncPeriodPs = 0;     // the mean; 0: unknown
+    double MadePeriodPs = 0;     // T3: the sync period that the file was made with, as its header has it
+    double UsedPeriodPs = 0;     // T3: that a replay goes by
+    uint64_t NumRecords = 0;     // in the file
+    int64_t ClaimedRecords = 0;  // by its header; -1: it doesn't say
     Cli::Ending Ending = Ending::Closed;
     int64_t NumRows = 0;       // of a result: sync, inputs and what a chain makes
     CountRates Rates;          // of an instrument, before it measures

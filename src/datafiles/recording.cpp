@@ -19,13 +19,14 @@ namespace Tessel {
 namespace {
 
 constexpr size_t writeBuffer = 1048576;      // bytes
+constexpr double finestResolution = 0.5;     // ps; a replay takes it as 1
 constexpr double longestResolution = 1e12;   // ps
 constexpr double highestRate = 2147483647.0; // what a header keeps
 constexpr double lowestSyncRate = 1e-6;      // Hz
 
 bool isResolution(double ps)
 {
-    return ps >= 1.0 && ps <= longestResolution && ps == std::floor(ps);
+    return ps >= finestResolution && ps <= longestResolution;
 }
 
 bool isRate(double rate)
@@ -42,9 +43,9 @@ std::string faultOf(const RecordingParams &params)
     if (params.NumChans < 1 || params.NumChans > 64)
         return fmt::format("numChannels {} is not in 1..64", params.NumChans);
     if (!isResolution(params.BaseResolution))
-        return fmt::format("baseResolution {} is not in 1..1e12 whole ps", params.BaseResolution);
+        return fmt::format("baseResolution {} is not in 0.5..1e12 ps", params.BaseResolution);
     if (isT3 && !isResolution(params.Resolution))
-        return fmt::format("resolution {} is not in 1..1e12 whole ps", params.Resolution);
+        return fmt::format("resolution {} is not in 0.5..1e12 ps", params.Resolution);
     if (!isRate(params.SyncRate) || (isT3 && params.SyncRate < lowestSyncRate))
         return fmt::format("syncRate {} is not in {}..2147483647 Hz", params.SyncRate,
                            isT3 ? lowestSyncRate : 0);
@@ -107,6 +108,14 @@ void warnOfRoundedSyncRate(std::string_view path, const RecordingParams &params)
                path, whole, params.SyncRate);
 }
 
+void warnOfRoundedUnit(std::string_view path, const Device &device)
+{
+    const double whole = std::round(device.Resolution);
+    if (whole != device.Resolution)
+        logWrn(LogCategory::General, "File: recording {}: a replay goes by {} of {} ps, not {} ps", path,
+               device.MeasMode == MeasMode::T3 ? "dtimes" : "time tags", whole, device.Resolution);
+}
+
 bool isWritableKind(std::string_view path)
 {
     std::error_code error;
@@ -130,6 +139,7 @@ std::unique_ptr<Recording> Recording::create(std::string_view path, const Record
     made->header.Path = normalPath(path);
     made->inputRates = params.InputRates;
     describeDevice(made->device, params);
+    warnOfRoundedUnit(path, made->device);
     MeasDescription &description = made->context.Description;
     description.AcqTime = params.AcqTime;
     description.AveSyncRate = params.SyncRate;

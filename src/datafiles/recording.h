@@ -22,8 +22,8 @@ struct RecordingParams
     int32_t MeasMode = 3;           // 2 T2, 3 T3
     int32_t Family = 0;             // LibType
     int32_t NumChans = 0;           // 1 to 64
-    double BaseResolution = 0;      // whole ps
-    double Resolution = 0;          // whole ps, the unit of a dtime; T3 only
+    double BaseResolution = 0;      // ps
+    double Resolution = 0;          // ps, the unit of a dtime; T3 only
     double SyncRate = 0;            // Hz; above 0 in T3
     int32_t AcqTime = 0;            // ms
     std::vector<double> InputRates; // counts per second, one for each channel, or none

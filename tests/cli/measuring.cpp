@@ -4,6 +4,7 @@
 #include "support/tgx_file.h"
 #include "support/words.h"
 
+#include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -236,19 +237,15 @@ TEST(Chain, StagesMakeWhatIsCounted)
 TEST(Notes, SayWhatTheResultIsToBeDoubtedFor)
 {
     const TempFolder folder;
+    const auto write = [&](const char *name, TgxFile file, const std::vector<uint32_t> &words) {
+        file.tag("TTResult_NumberOfRecords", words.size()).records(words).write(folder.file(name));
+    };
     const std::vector<uint32_t> words = {t3Event(0, 1, 10), t3Event(1, 2, 9000), t3Event(1, 3, 20)};
-    TgxFile::t3(2, 4, 1.5)
-        .tag("TTResult_NumberOfRecords", words.size())
-        .records(words)
-        .write((folder.path() / "slow.tgx").string());
-    TgxFile::t3(2, 4, 80e6)
-        .tag("TTResult_NumberOfRecords", words.size())
-        .records(words)
-        .write((folder.path() / "fast.tgx").string());
-    TgxFile::t2(2, 5)
-        .tag("TTResult_NumberOfRecords", words.size())
-        .records({t2Event(0, 9), t2Event(1, 11), t2Event(0, 20)})
-        .write((folder.path() / "t2.tgx").string());
+    write("slow.tgx", TgxFile::t3(2, 4, 1.5), words);
+    write("fast.tgx", TgxFile::t3(2, 4, 80e6), words);
+    write("fine.tgx", TgxFile::t3(2, 25000. / 4096, 80e6), {t3Event(0, 1, 10), t3Event(1, 3, 20)});
+    write("t2.tgx", TgxFile::t2(2, 5), {t2Event(0, 9), t2Event(1, 11), t2Event(0, 20)});
+    write("tick.tgx", TgxFile::t2(2, 25000. / 1400), {t2Event(0, 9), t2Event(1, 11)});
     const struct
     {
         const char *Line, *Note; // "": none
@@ -262,6 +259,11 @@ TEST(Notes, SayWhatTheResultIsToBeDoubtedFor)
         {"g2 t2.tgx --bin-width 10ps --window 105ps",
          "105 ps isn't a multiple of the bin width, and is cut to 100 ps"},
         {"g2 t2.tgx --bin-width 10ps --window 100ps", ""},
+        {"histogram fine.tgx", ""},
+        {"g2 fine.tgx --bin-width 12ps --window 120ps",
+         "times go by dtimes of 6 ps, the file was made with dtimes of 6.103515625 ps: they are -1.7 % off"},
+        {"histogram fine.tgx --chain merge(1,2)", "times go by dtimes of 6 ps"},
+        {"trace tick.tgx", "times go by time tags of 18 ps, the file was made with time tags of 17.857142857"},
         {"hist2d fast.tgx --bin-width-x 6ps --bin-width-y 8ps", "--bin-width-x: 6 ps isn't a multiple"},
     };
     for (const auto &row : cases) {
@@ -273,6 +275,9 @@ TEST(Notes, SayWhatTheResultIsToBeDoubtedFor)
         for (const auto &note : notes)
             EXPECT_TRUE(contains(std::string(note.as_string()), row.Note)) << ended.Err;
     }
+    EXPECT_TRUE(contains(output(folder, "histogram fine.tgx"), "\n61.03515625,0,1,0\n67.138671875,0,0,0\n"));
+    EXPECT_EQ(boost::json::serialize(json(folder, "info fine.tgx").at("resolution")),
+              R"({"usedPs":6E0,"ofFilePs":6.103515625E0})");
 }
 
 // Every hundredth event of channel 2 is written after ten later ones.

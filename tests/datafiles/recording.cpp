@@ -1,9 +1,11 @@
 #include "datafiles/recording.h"
 
 #include "datafiles/custom_tags.h"
+#include "datafiles/header_listing.h"
 #include "opened.h"
 #include "support/log_capture.h"
 
+#include <boost/json/serialize.hpp>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -45,7 +47,8 @@ TEST(Recording, ComesBackAsItWasMade)
     {
         int32_t Mode, Family, NumChans;
         double BaseResolution, Resolution, SyncRate;
-        std::string Lines; // of the device
+        std::string Lines;             // of the device
+        std::string_view Warning = {}; // empty: none
     };
     const Case cases[] = {
         {2, 0, 1, 1, 0, 0, "LibType=0|BaseResolution=1|Resolution=1|Binning=0|SyncPeriodPs=1|AveSyncRate=0"},
@@ -54,6 +57,9 @@ TEST(Recording, ComesBackAsItWasMade)
         {3, 2, 4, 27, 27, 76.9e6, "LibType=2|Resolution=27|Binning=0|SyncPeriodPs=13004|AveSyncRate=76900000"},
         {3, 3, 4, 5, 40, 40e6, "LibType=3|BaseResolution=5|Resolution=40|Binning=3|SyncPeriodPs=25000"},
         {3, 0, 2, 5, 15, 0.25, "Resolution=15|Binning=0|SyncPeriodPs=4000000000000|AveSyncRate=0.25"},
+        {3, 0, 2, 1, 6.103515625, 80e6, "Resolution=6|SyncPeriodPs=12500", "of 6 ps, not 6.103515625 ps"},
+        {3, 0, 2, 0.5, 0.5, 80e6, "BaseResolution=1|Resolution=1", "dtimes of 1 ps, not 0.5 ps"},
+        {2, 0, 2, 25000. / 1400, 0, 0, "BaseResolution=18|SyncPeriodPs=18", "time tags of 18 ps, not 17.857"},
         {3, 0, 2, 1e12, 1e12, 2147483647, "Resolution=1000000000000|SyncPeriodPs=466|AveSyncRate=2147483647"},
     };
     for (const Case &c : cases) {
@@ -91,7 +97,10 @@ TEST(Recording, ComesBackAsItWasMade)
                     10.0);
         EXPECT_EQ(wordsBehind(path, opened->device.DataStart), (std::vector<uint32_t>{1, 2, 3, 0xFFFFFFFF}));
         EXPECT_EQ(log.count("Identifier: Sample "), 1u);
-        EXPECT_EQ(log.count("WRN") + log.count("ERR"), 0u);
+        EXPECT_EQ(log.count("WRN") + log.count("ERR"), c.Warning.empty() ? 0u : 1u);
+        EXPECT_GE(log.count(c.Warning), 1u);
+        const boost::json::value unit = (c.Mode == 3 ? c.Resolution : c.BaseResolution) * 1e-12;
+        EXPECT_NE(headerTagsAsJson(path)->find(boost::json::serialize(unit)), std::string::npos);
     }
 }
 
@@ -127,7 +136,8 @@ TEST(Recording, RefusesParametersAndPlaces)
         {[](P &p) { p.NumChans = 0; }, "numChannels 0 is not in 1..64"},
         {[](P &p) { p.NumChans = 65; }, "numChannels 65 is not in 1..64"},
         {[](P &p) { p.BaseResolution = 0; }, "baseResolution 0 is not"},
-        {[](P &p) { p.BaseResolution = 2.5; }, "baseResolution 2.5 is not"},
+        {[](P &p) { p.BaseResolution = 0.49; }, "baseResolution 0.49 is not"},
+        {[](P &p) { p.BaseResolution = 1.1e12; }, "baseResolution 1100000000000 is not"},
         {[](P &p) { p.Resolution = nan; }, "resolution nan is not"},
         {[](P &p) { p.SyncRate = 0; }, "syncRate 0 is not in 1e-06..2147483647 Hz"},
         {[](P &p) { p.SyncRate = 3e9; }, "syncRate 3000000000 is not"},
