@@ -11,6 +11,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
+#include <ctime>
 #include <deque>
 #include <exception>
 #include <filesystem>
@@ -268,6 +269,7 @@ void startLog(bool fileOn, bool consoleOn, std::string_view logFolder, std::stri
     writer.FileOn = fileOn;
     writer.ConsoleOn = consoleOn;
     writer.ColoursOn = coloursOn;
+    tzset(); // here, since a getenv in the writer's thread would race with a setenv of the host
     state.Writer = startWithoutSignals(std::move(writer));
     state.Running = true;
 }

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
+#include <ctime>
 #include <thread>
 
 using namespace Tessel;
@@ -68,6 +70,17 @@ TEST(Log, StartAndStopInAnyOrder)
     EXPECT_EQ(countLines(lines, "run "), 5u);
     EXPECT_EQ(countLines(lines, "waits "), 4u);
     EXPECT_EQ(countLines(lines, "INIT"), 5u);
+}
+
+// The writer's thread may not be the first that asks for the zone: a host may be setting a variable.
+TEST(Log, TheZoneIsReadByTheThreadThatStarts)
+{
+    setenv("TZ", "TST-05:30", 1);
+    startLog(false, false, "/elsewhere", "Tessel", "v1");
+    EXPECT_EQ(timezone, -(5 * 60 + 30) * 60);
+    stopLog();
+    unsetenv("TZ");
+    tzset();
 }
 
 // Posted while nobody writes: the record that finds the queue full stands alone in it, and the console hears of

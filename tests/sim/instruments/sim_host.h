@@ -42,7 +42,7 @@ public:
         return boost::json::parse(TestSupport::contents(file("truth.json"))).as_object();
     }
 
-    std::string file(const std::string &name) { return host.folder().file(name); }
+    std::string file(const std::string &name) { return folder.file(name); }
 
 private:
     static int setPaths(const TestSupport::TempFolder &folder)
@@ -51,13 +51,12 @@ private:
         return setenv("TESSEL_SIM_INSTRUMENTS", folder.file("sim.json").c_str(), 1);
     }
 
+    const TestSupport::TempFolder folder;
+    const int paths = setPaths(folder); // before the library has threads
     size_t descriptions = 0;
 
 public:
     TestSupport::Host host;
-
-private:
-    int paths = setPaths(host.folder());
 };
 
 } // namespace SimTest
