@@ -18,7 +18,7 @@ from ._library import Memory
 from .chain import Chain
 from .errors import DeviceError, RunError, SettingError, TesselError
 from .results import PathLike, Result, RunInfo
-from .run import Run
+from .run import Run, nothing_held
 from .settings import Input, Inputs, Settings, Sync
 from ._version import VERSION
 from .units import Time, milliseconds
@@ -143,6 +143,7 @@ class Core:
             self._end_run()
         finally:
             self._closed = True
+            self._run = None  # its handle, if anybody holds it, has the result
             with _library.lock:
                 capi.getNumAllChans(self._wide)
                 capi.closeDevice(0)
@@ -213,6 +214,7 @@ class Core:
         while not run.done:
             if not run._drain():
                 time.sleep(0.001)
+        run._drain = nothing_held  # with it goes the memory of its blocks
         run.result  # takes what the library says of this run while it is the last one
 
     def _info_of_run(self, info: RunInfo, running: bool, stopped: bool, before: Dict[str, Any]) -> RunInfo:

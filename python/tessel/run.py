@@ -74,7 +74,7 @@ class Run(Generic[R]):
         self._final: Optional[R] = None
         self._stopped = False
         # Takes what a block holds, which would keep the run from ending; true if there was something.
-        self._drain: Callable[[], bool] = lambda: False
+        self._drain: Callable[[], bool] = nothing_held
 
     @property
     def done(self) -> bool:
@@ -235,6 +235,11 @@ class Run(Generic[R]):
             text = f"{order['stepsBack']} events go back in time, by up to {order['largestStepPs']} ps"
             warnings.warn(f"{self._info.source}: {text}; chain.sort() puts them in order", OutOfOrder, stacklevel=3)
         return result
+
+
+def nothing_held() -> bool:
+    """Of a run without blocks."""
+    return False
 
 
 def _pauses() -> Iterator[float]:
