@@ -193,6 +193,8 @@ REFUSED: Dict[str, Tuple[Any, Dict[str, Any], str]] = {
     "back": (lambda: csv_text("time,channel\n90000000,1\n5,1\n"), {}, "after 0 events: an event is earlier"),
     "below 0": (lambda: csv_text("time,channel\n-5,1\n"), {}, "below 0"),
     "no number": (lambda: csv_text("time,channel\n1.5,1\n"), {}, "1.5"),
+    "columns of a line": (lambda: csv_text("time,channel\n1,2,3\n4\n"), {}, "wrong.csv"),
+    "big": (lambda: csv_text("time,channel\n99999999999999999999,1\n"), {}, "99999"),
     "no columns": (lambda: csv_text("a,b\n1,2\n"), {}, "times=NAME"),
     "dtimes": (lambda: csv_text("time,channel,dtime\n1,1,1\n"), {}, "sync_period and resolution"),
     "many": (lambda: csv_text("time,channel\n1,0\n2,200\n"), {}, "inputs="),
@@ -225,17 +227,36 @@ def test_what_is_not_converted() -> None:
 
 def test_memory_is_bounded() -> None:
     code = """
-import resource, sys, tessel
-tessel.convert(sys.argv[1], "a.h5"); tessel.convert("a.h5", "a.tgx"); tessel.convert("a.tgx", "a.npz")
+import os, resource, sys, tessel
+for ending in ("h5", "npz", "csv", "u64"):
+    options = {"channels": "a.channels.u8"} if ending == "u64" else {}
+    tessel.convert(sys.argv[1], f"a.{ending}")
+    tessel.convert(f"a.{ending}", "a.tgx", overwrite=True, **options)
+    os.unlink(f"a.{ending}")
 print(resource.getrusage(resource.RUSAGE_SELF).ru_maxrss)
 """
-    peaks = {}
+    peaks = []
     for name in ("emitter.tgx", "long.tgx"):
-        peaks[name] = int(subprocess.check_output([sys.executable, "-c", code, name])) * 1024
+        peaks.append(int(subprocess.check_output([sys.executable, "-c", code, name])) * 1024)
         for each in Path().glob("a.*"):
             each.unlink()
-    events = 20_000_000
-    assert peaks["long.tgx"] - peaks["emitter.tgx"] < 6 * events  # 9 bytes an event would be all of them
+    assert peaks[1] - peaks[0] < 45_000_000, "20 M events are 180 MB, and 300 MB of text"
+
+
+# Text of other programs, each with the same three events.
+TEXTS = {
+    "ends of lines": "time,channel\r\n10,1\r\n2500,2\r\n3000,1",
+    "comments": "# made by hand\n\nchannel , time\n1,10\n# one more\n2,2500\n\n1, 3000\n",
+    "columns of other things": "time,energy,channel,name\n10,1.5,1,a\n2500,2e3,2,b\n3000,0.1,1,c\n",
+}
+
+
+@pytest.mark.parametrize("text", TEXTS.values(), ids=TEXTS)
+def test_text_of_other_programs(text: str) -> None:
+    Path("theirs.csv").write_text(text)
+    assert tessel.convert("theirs.csv", "theirs.tgx").events == 3
+    events = events_of("theirs.tgx")
+    assert events.times.tolist() == [10, 2500, 3000] and events.channels.tolist() == [1, 2, 1]
 
 
 def test_real_recordings() -> None:

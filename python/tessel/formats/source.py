@@ -14,7 +14,7 @@ from ..words import MOST_DTIME, MOST_INPUTS
 
 Inputs = Optional[Union[Mapping[int, int], Sequence[int]]]
 
-BLOCK = 1 << 19  # events that are held at a time
+BLOCK = 1 << 17  # events that are held at a time
 
 
 def exact_ps(value: Any, what: str) -> float:

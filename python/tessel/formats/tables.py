@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import itertools
 import json
 import re
 import shutil
@@ -19,9 +18,13 @@ from ..blocks import Events
 from ..device import Device
 from ..results import optional_package
 from ..units import Time
+from .digits import rows_of_text, table_of
 from .source import BLOCK, Block, Source, exact_ps
 
 _npy: Any = np.lib.format  # without types of its own
+
+_TEXT = 1 << 22  # bytes of text that are read at a time
+_ROWS = 1 << 16  # rows that are written at a time, few enough for the caches
 
 # Names by which a column is found, where none is given.
 _NAMES = {
@@ -188,27 +191,45 @@ def read_csv(
     delimiter: str = ",",
 ) -> Source:
     """Columns of whole numbers; the first line that isn't a comment (#) names them."""
-    with path.open(encoding="utf-8") as file:
-        header = next((line for line in file if line.strip() and not line.startswith("#")), "")
+    with path.open("rb") as file:
+        start, header = _header(file)
     there = [each.strip() for each in header.split(delimiter)]
     names = _chosen(there, {"times": times, "channels": channels, "dtimes": dtimes}, path)
     columns = [there.index(name) for name in names.values()]
 
     def blocks() -> Iterator[Block]:
-        with path.open(encoding="utf-8") as file:
-            lines = (line for line in file if line.strip() and not line.startswith("#"))
-            next(lines, None)
-            while batch := list(itertools.islice(lines, BLOCK // 8)):
-                try:
-                    with warnings.catch_warnings():
-                        warnings.simplefilter("error")  # some versions cut 1.5 to 1, with a warning
-                        table = np.loadtxt(batch, np.int64, delimiter=delimiter, usecols=columns, ndmin=2)
-                except (ValueError, IndexError, Warning) as problem:
-                    raise ValueError(f"{path}: {problem}") from None
-                parts = dict(zip(names, table.T))
-                yield Block(parts["times"], parts["channels"], parts.get("dtimes"))
+        with path.open("rb") as file:
+            file.seek(start)
+            while text := file.read(_TEXT):
+                text += file.readline()
+                numbers = table_of(text, delimiter, len(there))
+                table = _odd_lines(path, text, delimiter, columns) if numbers is None else numbers[:, columns]
+                of = dict(zip(names, table.T))
+                yield Block(of["times"], of["channels"], of.get("dtimes"))
 
     return _source(path, blocks, "dtimes" in names, time_unit, sync_period, resolution)
+
+
+def _header(file: IO[bytes]) -> Tuple[int, str]:
+    """The line of names, and where the one below it begins."""
+    for line in iter(file.readline, b""):
+        if line.strip() and not line.startswith(b"#"):
+            return file.tell(), line.decode("utf-8-sig", "replace")
+    return file.tell(), ""
+
+
+def _odd_lines(path: Path, text: bytes, delimiter: str, columns: Sequence[int]) -> Any:
+    """Lines among which there are comments, empty ones, columns of other things, or faulty ones, of which the error
+    speaks."""
+    lines = [line for line in text.decode("utf-8", "replace").splitlines() if line.strip() and not line.startswith("#")]
+    if not lines:
+        return np.zeros((0, len(columns)), np.int64)
+    try:
+        with warnings.catch_warnings():
+            warnings.simplefilter("error")  # some versions cut 1.5 to 1, with a warning
+            return np.loadtxt(lines, np.int64, delimiter=delimiter, usecols=columns, ndmin=2)
+    except (ValueError, IndexError, Warning) as problem:
+        raise ValueError(f"{path}: {problem}") from None
 
 
 # ------------------------------------------------------------------------------------------------------- writing
@@ -262,13 +283,13 @@ class CsvWriter(_TableWriter):
     """A line an event, below a comment with the units and a line of names."""
 
     def _open(self) -> None:
-        self._file = self._path.open("w", encoding="utf-8")
-        self._file.write(f"# {json.dumps(self._units)}\n{','.join(self._kinds)}\n")
+        self._file = self._path.open("wb")
+        self._file.write(f"# {json.dumps(self._units)}\n{','.join(self._kinds)}\n".encode())
 
     def write(self, events: Events) -> None:
-        columns = [column.tolist() for column in _columns(events).values()]
-        line = ",".join(["%d"] * len(columns)).__mod__
-        self._file.write("\n".join(map(line, zip(*columns))) + "\n" if columns[0] else "")
+        columns = list(_columns(events).values())
+        for start in range(0, len(events), _ROWS):
+            self._file.write(rows_of_text([column[start : start + _ROWS] for column in columns]))
 
     def _close(self, failed: bool) -> None:
         self._file.close()
