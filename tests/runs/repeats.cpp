@@ -333,7 +333,8 @@ TEST(Repeats, GiveTheSameWhateverTheTiming)
         Host host;
         auto file = t3 ? TgxFile::t3(channels, resolution, syncRate) : TgxFile::t2(channels, resolution);
         ASSERT_FALSE(host.open(file, wordsOf(t3)).empty());
-        for (const RepeatCase &given : all) {
+        for (size_t i = 0; i < all.size(); i += isSanitized ? 5 : 1) { // there each takes seconds
+            const RepeatCase &given = all[i];
             if (given.t3 != t3) continue;
             const uint64_t expected = digestOf(given, Timing::Idle);
             for (const Timing timing : timings())
