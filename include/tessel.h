@@ -874,14 +874,17 @@ typedef struct tessel_recording_params
 } tessel_recording_params;
 
 /* Creates the file at `path` (overwriting an existing one) and writes its header, with the caller's tags of the
- * current device. The header keeps both resolutions as they are given. A replay rounds them to whole picoseconds
- * and goes by the rounded ones wherever it makes a time of a word; a warning in the log says so. The bins of
- * getHistogram() in T3 are numbers of dtimes, so their edges are multiples of the resolution as given, which
- * tessel_getFileTags() has (MeasDesc_Resolution, in s). In T2 choose a unit without a fraction. The result belongs to the caller, who ends it with tessel_recordingClose(). Null, with an
- * error in the log: a parameter is out of range, or the file can't be written. */
+ * current device. The header keeps both resolutions as they are given. A replay rounds them to whole
+ * picoseconds and goes by the rounded ones wherever it makes a time of a word; a warning in the log says so.
+ * The bins of getHistogram() in T3 are numbers of dtimes, so their edges are multiples of the resolution as
+ * given, which tessel_getFileTags() has (MeasDesc_Resolution, in s). In T2 choose a unit without a fraction.
+ * None of the calls with a recording needs initAPI(); before it there is no log, and tessel_lastError() alone
+ * says why one failed. The result belongs to the caller, who ends it with tessel_recordingClose(). Null, with
+ * an error in the log: a parameter is out of range, or the file can't be written. */
 TESSEL_API tessel_recording *tessel_recordingCreate(const char *path, const tessel_recording_params *params);
 
-/* Appends `count` record words. False if the disc refuses them; the recording can still be closed. */
+/* Appends `count` record words. False if the disc refuses them, or refused earlier ones, which alone is logged;
+ * the recording can still be closed. */
 TESSEL_API bool tessel_recordingWrite(tessel_recording *recording, const uint32_t *words, uint64_t count);
 
 /* Writes the number of records into the header, closes the file and frees the recording. False: something of

@@ -135,7 +135,10 @@ tessel_recording *tessel_recordingCreate(const char *path, const tessel_recordin
 bool tessel_recordingWrite(tessel_recording *recording, const uint32_t *words, uint64_t count)
 {
     return guarded("tessel_recordingWrite", false, [&] {
-        if (!recording || (!words && count > 0)) return false;
+        if (!recording || (!words && count > 0)) {
+            logErr(LogCategory::General, "API tessel_recordingWrite: no recording, or no words");
+            return false;
+        }
         return recording->recording->write({words, count});
     });
 }

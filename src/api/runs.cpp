@@ -71,6 +71,17 @@ int32_t getCountRates(int32_t *syncRate, int32_t *rates)
     });
 }
 
+namespace {
+
+std::string_view whyNoShape(const DeviceRef &target)
+{
+    if (target == noDevice()) return "there is no such device";
+    if (!target->device.IsInitialized) return "the device isn't initialised";
+    return "no measurement of this kind, or too many bins";
+}
+
+} // namespace
+
 bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t *rows, uint64_t *columns,
                            uint64_t *elementBytes)
 {
@@ -82,7 +93,10 @@ bool tessel_getResultShape(const char16_t *id, int32_t kind, uint64_t *rows, uin
     };
     handOutShape({});
     return guarded("tessel_getResultShape", false, [&] {
-        return handOutShape(resultShape(deviceOf(id), static_cast<MeasKind>(kind), deviceLookUp));
+        const DeviceRef target = deviceOf(id);
+        if (handOutShape(resultShape(target, static_cast<MeasKind>(kind), deviceLookUp))) return true;
+        logErr(LogCategory::General, "API tessel_getResultShape {}: {}", kind, whyNoShape(target));
+        return false;
     });
 }
 
@@ -126,7 +140,8 @@ bool tessel_getLosses(const char16_t *id, tessel_losses *losses)
         const size_t size = losses->size;
         *losses = toldLosses(lossesOf(target), isInstrument(target->device));
         losses->size = size;
-        return !target->device.ID.empty();
+        if (target == noDevice()) logErr(LogCategory::General, "API tessel_getLosses: there is no such device");
+        return target != noDevice();
     });
 }
 

@@ -116,6 +116,13 @@ void warnOfRoundedUnit(std::string_view path, const Device &device)
                device.MeasMode == MeasMode::T3 ? "dtimes" : "time tags", whole, device.Resolution);
 }
 
+bool canBeOpened(std::string_view path)
+{
+    if (openStream(path, "ab")) return true;
+    logLastError(fmt::format("File: recording {}:", path), errno);
+    return false;
+}
+
 bool isWritableKind(std::string_view path)
 {
     std::error_code error;
@@ -134,6 +141,7 @@ std::unique_ptr<Recording> Recording::create(std::string_view path, const Record
         logErr(LogCategory::General, "File: recording {}: {}", path, fault);
         return nullptr;
     }
+    if (!canBeOpened(path)) return nullptr;
     warnOfRoundedSyncRate(path, params);
     std::unique_ptr<Recording> made(new Recording);
     made->header.Path = normalPath(path);

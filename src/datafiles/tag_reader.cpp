@@ -72,14 +72,23 @@ std::string valueForTrace(const TagRecord &tag, std::string_view image)
     return fmt::format(" tValue: {:16d}", static_cast<int64_t>(tag.TagValue));
 }
 
+// With the system's reason, in errno, if there is one.
+void logReadError(std::string_view path)
+{
+    const int error = errno;
+    logErr(LogCategory::General, "File: {} read Error!", path);
+    logLastError(fmt::format("File: {}:", path), error);
+}
+
 } // namespace
 
 std::optional<FileHead> readHead(std::string_view path, uint64_t limit)
 {
+    errno = 0;
     const FileHandle file = openToRead(path);
     const std::optional<uint64_t> size = file.isOpen() ? sizeOf(file) : std::nullopt;
     if (!size) {
-        logErr(LogCategory::General, "File: {} read Error!", path);
+        logReadError(path);
         return {};
     }
     FileHead head;
@@ -90,7 +99,7 @@ std::optional<FileHead> readHead(std::string_view path, uint64_t limit)
     }
     head.Image.resize(std::min(head.FileSize, limit));
     if (readAt(file, head.Image.data(), head.Image.size(), 0) != static_cast<int64_t>(head.Image.size())) {
-        logErr(LogCategory::General, "File: {} read Error!", path);
+        logReadError(path);
         head.Image.clear();
         head.IsUnread = true;
     }

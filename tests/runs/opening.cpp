@@ -49,12 +49,43 @@ TEST(OpenFile, OpensAndSaysSoOrChangesNothing)
     EXPECT_STREQ(id.data(), "junk");
     for (const char *path : {absent.c_str(), "", static_cast<const char *>(nullptr)}) {
         EXPECT_FALSE(tessel_openFile(path, id.data(), id.size()));
-        EXPECT_NE(lastError().find("read Error!"), std::string::npos) << lastError();
+        EXPECT_NE(lastError().find("No such file"), std::string::npos) << lastError();
     }
     EXPECT_EQ(getNumAllChans(nullptr), 5); // the one that was current still is
     EXPECT_EQ(deviceIds(), R"(["7@a.tgx"])");
     EXPECT_TRUE(tessel_openFile(other.c_str(), nullptr, 0));
     EXPECT_EQ(getNumAllChans(nullptr), 3);
+}
+
+// Nothing here calls initAPI.
+TEST(Refusals, SayWhyWithoutALog)
+{
+    static const TempFolder folder;
+    static const auto create = [](const char *name, auto spoil) {
+        tessel_recording_params params = {};
+        params.size = sizeof params;
+        params.measMode = 2;
+        params.numChannels = 2;
+        params.baseResolution = 1;
+        spoil(params);
+        return tessel_recordingCreate(folder.file(name).c_str(), &params) != nullptr;
+    };
+    static const std::string absent = folder.file("none.tgx"), where = folder.path().string();
+    const std::pair<bool (*)(), std::string> cases[] = {
+        {[] { return tessel_recordingCreate("a.tgx", nullptr) != nullptr; }, "no parameters"},
+        {[] { return create("a.tgx", [](auto &params) { params.measMode = 7; }); }, "measMode 7 is neither"},
+        {[] { return create("none/a.tgx", [](auto &) {}); }, "2 No such file or directory"},
+        {[] { return tessel_recordingWrite(nullptr, nullptr, 1); }, "no recording"},
+        {[] { return tessel_getFileTags(absent.c_str(), nullptr, 0, nullptr); }, "2 No such file"},
+        {[] { return tessel_verifyFile(where.c_str(), nullptr, 0, nullptr); }, "21 Is a directory"},
+        {[] { return tessel_repairFile(absent.c_str(), "b.tgx"); }, "2 No such file"},
+        {[] { return tessel_openFile(nullptr, nullptr, 0); }, "2 No such file"},
+        {[] { return tessel_getResultShape(u"who", 8, nullptr, nullptr, nullptr); }, "no such device"},
+    };
+    for (const auto &[call, why] : cases) {
+        EXPECT_FALSE(call()) << why;
+        EXPECT_NE(lastError().find(why), std::string::npos) << lastError() << ", not " << why;
+    }
 }
 
 TEST(Texts, AreWrittenWholeOrAskedFor)
