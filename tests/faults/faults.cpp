@@ -62,7 +62,6 @@ struct Rig
 {
     const FaultsShim *Shim = static_cast<const FaultsShim *>(dlsym(RTLD_DEFAULT, "faultsShim"));
     TempFolder Folder;
-    const std::string Recording = Folder.file("recording.tgx");
     std::vector<Outcome> Untouched = {}; // of each scenario; empty: not yet known
 };
 
@@ -93,7 +92,7 @@ bool isFinished(FaultHost &host)
 void playPhases(const Rig &rig, const FaultCase &played, const std::string &folder, Outcome &outcome)
 {
     const size_t threads = threadCount(), descriptors = descriptorCount();
-    FaultHost host(folder, rig.Recording);
+    FaultHost host(folder, rig.Folder.path().string());
     put(outcome.Phase, "preparing");
     played.Of->Prepare(host);
 
@@ -292,7 +291,7 @@ int main(int argc, char **argv)
         fmt::print(stderr, "faults: the shim isn't preloaded\n");
         return 2;
     }
-    writeRecording(rig.Recording);
+    writeRecordings(rig.Folder.path().string());
     const bool isShort = argc == 2 && argv[1] == std::string_view("--short");
     if (!playUntouched(rig)) return 1;
     return (argc == 5 ? playHere(rig, argv + 1) : playTable(rig, isShort)) ? 0 : 1;

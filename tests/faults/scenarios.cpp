@@ -20,7 +20,13 @@ constexpr int channels = 2;
 constexpr double resolution = 1000;
 constexpr size_t textSize = 65535;
 constexpr size_t mostRows = 8, columns = 1000, mostEvents = 200'000;
+constexpr size_t fewWords = 20'000, manyWords = 300'000;
 constexpr uint8_t unwritten = 2;
+
+std::vector<uint32_t> recordedWords(size_t count)
+{
+    return TestSupport::randomWords({.count = count, .t3 = false, .channels = channels});
+}
 
 // Around each call under test.
 template <class Result>
@@ -35,17 +41,28 @@ void start(FaultHost &host)
     initAPI(host.Ini.c_str());
 }
 
-void open(FaultHost &host)
+void openAt(const std::string &path)
 {
-    tessel_openFile(host.Recording.c_str(), nullptr, 0);
+    tessel_openFile(path.c_str(), nullptr, 0);
     setHistoT2NumBins(nullptr, columns);
     setHistoT2BinWidth(nullptr, 1'000'000);
+}
+
+void open(FaultHost &host)
+{
+    openAt(host.Recording);
 }
 
 void startAndOpen(FaultHost &host)
 {
     start(host);
     open(host);
+}
+
+void startAndOpenLarge(FaultHost &host)
+{
+    start(host);
+    openAt(host.Large);
 }
 
 void nothing(FaultHost &) {}
@@ -231,9 +248,12 @@ constexpr Scenario all[] = {
     {"init", nothing, startAndExit, startAndOpen},
     {"open", start, openTwice, open},
     {"histogram", startAndOpen, histogram, nothing},
+    {"large histogram", startAndOpenLarge, histogram, open},
     {"g2", startAndOpen, g2, nothing},
+    {"large g2", startAndOpenLarge, g2, open},
     {"unfold", startAndOpen, unfoldWithStages, nothing},
     {"trace", startAndOpen, trace, nothing},
+    {"large trace", startAndOpenLarge, trace, open},
     {"record", startAndOpen, record, openCopy},
     {"texts", startAndOpen, texts, nothing},
     {"serve", startWithPort, serve, nothing},
@@ -245,12 +265,13 @@ constexpr Scenario all[] = {
 
 } // namespace
 
-FaultHost::FaultHost(const std::string &folder, const std::string &recordingPath)
+FaultHost::FaultHost(const std::string &folder, const std::string &recordings)
     : Ini(folder + "/system.ini"),
       Instrument(folder + "/instrument.json"),
-      Recording(recordingPath),
+      Recording(recordings + "/recording.tgx"),
+      Large(recordings + "/large.tgx"),
       Copy(folder + "/copy.tgx"),
-      Words(recordedWords()),
+      Words(recordedWords(fewWords)),
       Id(8192),
       Text(6 * textSize),
       Counts(mostRows * columns),
@@ -270,17 +291,13 @@ std::span<const Scenario> scenarios()
     return all;
 }
 
-std::vector<uint32_t> recordedWords()
+void writeRecordings(const std::string &folder)
 {
-    return TestSupport::randomWords({.count = 20'000, .t3 = false, .channels = channels});
-}
-
-void writeRecording(const std::string &path)
-{
-    TestSupport::TgxFile::t2(channels, resolution)
-        .tag("TTResult_StopReason", 0)
-        .records(recordedWords())
-        .write(path);
+    for (const auto &[name, count] : {std::pair{"/recording.tgx", fewWords}, {"/large.tgx", manyWords}})
+        TestSupport::TgxFile::t2(channels, resolution)
+            .tag("TTResult_StopReason", 0)
+            .records(recordedWords(count))
+            .write(folder + name);
 }
 
 namespace {

@@ -15,9 +15,9 @@ namespace Faults {
 // All memory that the calls need. It is made before the shim is armed.
 struct FaultHost
 {
-    FaultHost(const std::string &folder, const std::string &recordingPath);
+    FaultHost(const std::string &folder, const std::string &recordings);
 
-    std::string Ini, Instrument, Recording, Copy;
+    std::string Ini, Instrument, Recording, Large, Copy;
     std::vector<uint32_t> Words; // for the copy
 
     // Filled by the library.
@@ -41,9 +41,8 @@ struct Scenario
 };
 std::span<const Scenario> scenarios();
 
-// The words of the recording, and it as a file.
-std::vector<uint32_t> recordedWords();
-void writeRecording(const std::string &path);
+// The recording, and a large one that is counted side by side, into a folder.
+void writeRecordings(const std::string &folder);
 
 // A hash of what the library has filled; 0 if it has told of a failure.
 size_t claimed(FaultHost &host);
