@@ -7,9 +7,11 @@
 #include <fmt/chrono.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <system_error>
 
 namespace Tessel {
 
@@ -76,8 +78,8 @@ std::string valueForTrace(const TagRecord &tag, std::string_view image)
 void logReadError(std::string_view path)
 {
     const int error = errno;
-    logErr(LogCategory::General, "File: {} read Error!", path);
-    logLastError(fmt::format("File: {}:", path), error);
+    logErr(LogCategory::General, "File: {} read Error!{}", path,
+           error == 0 ? "" : " " + std::generic_category().message(error));
 }
 
 } // namespace
