@@ -40,7 +40,7 @@ class Events:
         0 sync, 1 to 64 inputs, then the channels of the chain, 129 to 143 markers, 255 an overflow, which isn't an
         event: its time says how far the stream has come.
     mode : {"T2", "T3"}
-    resolution : int
+    resolution : float
         T3: width of a dtime, ps.
     sync_period : float
         T3: ps.
@@ -49,7 +49,7 @@ class Events:
     times: NDArray[np.uint64]
     channels: NDArray[np.uint8]
     mode: str
-    resolution: int
+    resolution: float
     sync_period: float
 
     def __len__(self) -> int:
@@ -69,7 +69,7 @@ class Events:
         """(n,) uint64: time since the start, ps, cut to whole ones."""
         if self.mode == "T2":
             return self.times
-        return (self.syncs * self.sync_period).astype(np.uint64) + self.dtimes * np.uint64(self.resolution)
+        return (self.syncs * self.sync_period).astype(np.uint64) + (self.dtimes * self.resolution).astype(np.uint64)
 
     def of(self, *channels: int) -> "Events":
         """The events of these channels alone, copied."""
@@ -207,7 +207,7 @@ class EventBlocks(Blocks[Events]):
 
     def _prepare(self) -> None:
         self._mode = self._device.mode
-        self._resolution = self._device.resolution
+        self._resolution = self._device.dtime_width if self._mode == "T3" else self._device.resolution
         self._period = self._device.sync_period if self._mode == "T3" else 0.0
 
     def _arrays(self) -> Dict[str, NDArray[Any]]:

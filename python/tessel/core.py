@@ -86,18 +86,31 @@ class Core:
 
     @property
     def resolution(self) -> int:
-        """Width of a dtime (T3), or unit of a time (T2), ps."""
+        """Width of a dtime (T3), or unit of a time (T2), ps; of a recording the whole ps that a replay goes by."""
         config = self.config
         return int(round(config["BaseResolution"] if config["MeasMode"] == 2 else config["Resolution"]))
+
+    @property
+    def dtime_width(self) -> float:
+        """T3: width of a dtime, ps, with the fraction that a recording of another program may have."""
+        made = self._header_ps("MeasDesc_Resolution")
+        return self.resolution if made in (0, self.resolution) else made
 
     @property
     def sync_period(self) -> float:
         """Period of the sync, ps; 0 where there is none."""
         if self.is_file:
             rate = float(self.description["AveSyncRate"])
-        else:
-            rate = float(self.rates[0])
+            made = self._header_ps("MeasDesc_GlobalResolution") if self.mode == "T3" else 0.0
+            return made or (1e12 / rate if rate > 0 else 0.0)
+        rate = float(self.rates[0])
         return 1e12 / rate if rate > 0 else 0.0
+
+    def _header_ps(self, tag: str) -> float:
+        """A tag of a recording that is in seconds; 0 without it."""
+        found = [each["value"] for each in self.tags["tags"] if each["name"] == tag] if self.is_file else []
+        # What a double of seconds adds after the 15th digit wasn't meant.
+        return float(f"{found[0] * 1e12:.15g}") if found and isinstance(found[0], float) else 0.0
 
     @property
     def rates(self) -> Tuple[int, ...]:

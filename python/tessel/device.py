@@ -94,8 +94,9 @@ class Device(Core):
         given = {"bin_width": bin_width, "bins": bins, "reference": reference}
         if not is_t2 and any(value is not None for value in given.values()):
             raise ValueError(f"{', '.join(name for name, v in given.items() if v is not None)}: for T2 only")
-        width = picoseconds(100 if bin_width is None else bin_width, "bin_width") if is_t2 else self.resolution
+        width: float = self.dtime_width
         if is_t2:
+            width = picoseconds(100 if bin_width is None else bin_width, "bin_width")
             self._check_channel(reference or 0, "reference")
             self._set("setHistoT2RefChan", reference or 0)
             self._set("setHistoT2BinWidth", width)
@@ -103,6 +104,8 @@ class Device(Core):
         shape = self._shape("histogram")
         counts = np.zeros(shape, np.uint32)
         edges = np.arange(shape[1] + 1, dtype=np.int64) * width
+        if edges.dtype != np.int64:
+            edges = np.rint(edges).astype(np.int64)
         period = 0.0 if is_t2 else self.sync_period
         parameters = {"bin_width": width, "bins": shape[1], "reference": reference or 0}
 

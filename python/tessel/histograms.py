@@ -26,7 +26,7 @@ class _PerChannel(Result):
 
     counts: Counts
     edges: Times
-    bin_width: int
+    bin_width: float
 
     @property
     def channels(self) -> Tuple[str, ...]:
@@ -58,8 +58,8 @@ class Histogram(_PerChannel):
         A row a channel: 0 the sync, then the inputs, then the channels of the chain.
     edges : (bins + 1,) int64
         Bounds of the bins, ps. A bin holds its lower bound and not its upper one.
-    bin_width : int
-        ps.
+    bin_width : float
+        ps; whole, unless a dtime of the recording isn't. Then edges are the nearest whole ones.
     reference : int
         The channel that times count from; 0 in T3.
     sync_period : float
@@ -74,7 +74,7 @@ class Histogram(_PerChannel):
     @property
     def centres(self) -> Values:
         """(bins,) float64: the middle of each bin, ps."""
-        return self.edges[:-1] + self.bin_width / 2
+        return self.edges[:-1] + np.diff(self.edges) / 2
 
     def shown_bins(self) -> int:
         """How many bins are worth a look: to the sync period, or to the last that has a count."""
@@ -91,13 +91,13 @@ class Histogram(_PerChannel):
                 ax.step(self.edges[:bins] * factor, row[:bins], where="post", label=f"{name} ({row.sum()})")
         ax.set_yscale("symlog", linthresh=1)
         ax.set_xlabel(f"Time since the {'reference' if self.reference else 'sync'} ({unit})")
-        ax.set_ylabel(f"Counts per {self.bin_width} ps")
+        ax.set_ylabel(f"Counts per {self.bin_width:.6g} ps")
         if self.counts.any():
             ax.legend()
 
     def _facts(self) -> List[Tuple[str, str]]:
         totals = ", ".join(f"{name} {row.sum()}" for name, row in zip(self.channels, self.counts))
-        shape = f"{self.counts.shape[1]} of {self.bin_width} ps"
+        shape = f"{self.counts.shape[1]} of {self.bin_width:.6g} ps"
         return [*super()._facts(), ("bins", shape), ("counts", totals)]
 
 

@@ -86,6 +86,37 @@ def whole(value: Any, unit: str, what: str = "value") -> int:
     return nearest
 
 
+def exact_picoseconds(value: Time, what: str = "time") -> float:
+    """A time above 0 as picoseconds, which needn't be whole.
+
+    Parameters
+    ----------
+    value : int, float, str, datetime.timedelta or pint quantity
+        The time; a bare number is picoseconds.
+    what : str
+        What the time is, for the text of an error.
+
+    Returns
+    -------
+    float
+        Picoseconds.
+
+    Raises
+    ------
+    ValueError
+        It can't be read, or isn't above 0.
+
+    Examples
+    --------
+    >>> exact_picoseconds("12.5 ns"), exact_picoseconds(2.5)
+    (12500.0, 2.5)
+    """
+    number = float(_number(value, "ps", what))
+    if not 0 < number < math.inf:
+        raise ValueError(f"{what}: a time above 0, not {value!r}")
+    return number
+
+
 def picoseconds(value: Time, what: str = "time", least: int = 1) -> int:
     """A time as whole picoseconds.
 

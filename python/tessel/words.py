@@ -7,6 +7,7 @@ An overflow word, s = 1 and c = 63, says how often the last field has wrapped si
 from __future__ import annotations
 
 import ctypes
+import math
 import os
 from types import TracebackType
 from typing import Any, Optional, Sequence, Tuple, Type
@@ -17,7 +18,7 @@ from numpy.typing import NDArray
 from . import _library, capi
 from .errors import TesselError
 from .results import PathLike
-from .units import Time, picoseconds
+from .units import Time, exact_picoseconds, picoseconds
 
 Whole = NDArray[np.uint64]
 Codes = NDArray[np.uint8]
@@ -97,7 +98,7 @@ class Recorder:
     time_unit : time
         T2: unit of the times, whole ps.
     resolution : time, optional
-        T3: width of a dtime, whole ps. Given, the recording is T3.
+        T3: width of a dtime, which may have a fraction of a ps. Given, the recording is T3.
     sync_rate : float
         T3: syncs per second, whose period a replay goes by. T2: 0, or for the header alone.
     duration_ms : int
@@ -136,7 +137,7 @@ class Recorder:
             family=0,
             numChannels=num_inputs,
             baseResolution=unit,
-            resolution=unit if resolution is None else float(picoseconds(resolution, "resolution")),
+            resolution=unit if resolution is None else exact_picoseconds(resolution, "resolution"),
             syncRate=sync_rate,
             acqTime=min(duration_ms, 2**31 - 1),
             inputRates=None if rates is None else (ctypes.c_double * num_inputs)(*rates),
@@ -240,10 +241,12 @@ def write(
         1 to 64 the inputs, 0 the sync (T2 only), 129 to 143 markers.
     dtimes : (n,) integers, optional
         T3: time since the sync in units of `resolution`, below 32768.
-    time_unit, resolution : time
-        Units, whole ps.
+    time_unit : time
+        T2: the unit of the times, whole ps.
+    resolution : time, optional
+        T3: the unit of the dtimes; it may have a fraction of a ps.
     sync_period : time, optional
-        T3: time from sync to sync.
+        T3: time from sync to sync; it may have one too.
     num_inputs : int, optional
         Inputs of the recording; by default up to the last that has events.
     comment : str
@@ -269,14 +272,14 @@ def write(
     stamps, codes = _integers(times, np.uint64, "times"), _integers(channels, np.uint8, "channels")
     fine = None if dtimes is None else _integers(dtimes, np.uint16, "dtimes")
     inputs = codes[(codes >= 1) & (codes <= MOST_INPUTS)]
-    unit = picoseconds(time_unit, "time_unit")
+    unit: float = picoseconds(time_unit, "time_unit")
     rate = 0.0
     if fine is not None:
         if resolution is None or sync_period is None:
             raise ValueError("dtimes: resolution and sync_period are wanted too")
-        unit = picoseconds(sync_period, "sync_period")
+        unit = exact_picoseconds(sync_period, "sync_period")
         rate = 1e12 / unit
-    length_ps = int(stamps[-1]) * unit if len(stamps) else 0
+    length_ps = math.ceil(int(stamps[-1]) * unit) if len(stamps) else 0
     counts = np.bincount(inputs, minlength=1 + (num_inputs or 1))[1:]
     with Recorder(
         path,

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import re
 import signal
 from pathlib import Path
 from typing import Any, Dict, Iterator, List
@@ -50,3 +51,8 @@ def scripts(folder: str) -> List[Path]:
     found = sorted((ROOT / folder).glob("*.py"))
     assert found
     return found
+
+
+def blocks_of(page: Path) -> List[str]:
+    """The Python of a page."""
+    return re.findall(r"```python\n(.*?)```", page.read_text(), flags=re.S)

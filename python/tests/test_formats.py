@@ -8,11 +8,11 @@ import os
 import subprocess
 import sys
 from pathlib import Path
-from typing import Any, Dict, Tuple
+from typing import Any, Dict, List, Tuple
 
 import numpy as np
 import pytest
-from conftest import ROOT
+from conftest import ROOT, blocks_of
 
 import tessel
 
@@ -168,14 +168,24 @@ def test_one_by_h5py_alone_becomes_a_recording(nanotimes: bool) -> None:
         assert dev.config["Comment"] == "another program's"
 
 
-def test_what_is_not_whole_is_rounded_and_told() -> None:
-    arrays = h5py_file("theirs.h5", changed={"nanotimes_specs/tcspc_unit": 3.3e-12})
+@pytest.mark.parametrize("width, made", [(3.3, 3.3), (0.3, 1.0)])
+def test_dtimes_with_a_fraction_of_a_picosecond(width: float, made: float) -> None:
+    """They are kept, with their width; what is too fine is rounded. Either is told."""
+    arrays = h5py_file("theirs.h5", changed={"nanotimes_specs/tcspc_unit": width * 1e-12})
     done = tessel.convert("theirs.h5", "theirs.tgx", inputs=[8, 9])
     events = events_of("theirs.tgx")
     kept = arrays["detectors"] >= 8
-    assert events.resolution == 1 and (abs(events.dtimes - arrays["nanotimes"][kept] * 3.3) < 0.500001).all()
+    expected = arrays["nanotimes"][kept] * (width / made)
+    assert events.resolution == made and (abs(events.dtimes - expected) < (0 if width == made else 0.500001) + 1e-9).all()
     assert np.array_equal(events.channels, arrays["detectors"][kept] - 7)
-    assert any("rounded to 1 ps" in note for note in done.notes) and any("left out" in note for note in done.notes)
+    with tessel.open("theirs.tgx") as dev:
+        decays = dev.histogram().wait()
+    assert decays.bin_width == made and decays.edges[1000] == round(1000 * made)
+    tessel.convert("theirs.tgx", "again.h5")
+    with h5py.File("again.h5") as file:
+        assert file["photon_data/nanotimes_specs/tcspc_unit"][()] == pytest.approx(made * 1e-12, rel=1e-14)
+    told = "not 3.3 ps" if width == made else "rounded to 1 ps"
+    assert any(told in note for note in done.notes) and any("left out" in note for note in done.notes)
 
 
 def csv_text(text: str) -> str:
@@ -259,24 +269,32 @@ def test_text_of_other_programs(text: str) -> None:
     assert events.times.tolist() == [10, 2500, 3000] and events.channels.tolist() == [1, 2, 1]
 
 
-def test_real_recordings() -> None:
-    """One command each; the pairs of one against its known answer."""
+def test_real_recordings(monkeypatch: pytest.MonkeyPatch) -> None:
+    """The commands of the guide, against what is known of each file; the pairs of one against its known answer."""
     if not DATA.is_dir():
         pytest.skip(f"no real recordings in {DATA}")
-    commands: Dict[str, Dict[str, Any]] = {
-        "qd-hbt-320mhz": {},
-        "single-molecule-blinking": {"time_unit": "1ns"},
-        "smfret-t3": {"dtimes": "microtimes.u16", "sync_period": "13.5ns", "resolution": 13500 / 4096},
-        "spad-array-256": {"time_unit": 2500 / 140, "inputs": {pixel: pixel // 4 + 1 for pixel in range(256)}},
-        "xray-pulsar-b1509": {"time_unit": 1e12 / 2**20},
-    }
-    for name, options in commands.items():
-        folder = DATA / name
-        done = tessel.convert(folder / "timestamps.u64", f"{name}.tgx", channels="channels.u8", **options)
-        known = json.loads((folder / "reference.json").read_text())
-        assert done.events == known["events"] == len(events_of(f"{name}.tgx"))
+    done: List[tessel.Converted] = []
+    convert = tessel.convert
+    monkeypatch.setattr(tessel, "convert", lambda *names, **options: done.append(convert(*names, **options)))
+    for folder in DATA.iterdir():
+        Path(folder.name).symlink_to(folder)
+    (commands,) = (each for each in blocks_of(ROOT / "docs" / "python.md") if "microtimes" in each)
+    exec(commands)
+    assert {Path(each.source).parent.name for each in done} == {each.name for each in DATA.iterdir()}
+    for each in done:
+        known = json.loads(Path(each.source).with_name("reference.json").read_text())
+        events = events_of(each.target)
+        assert each.events == known["events"] == len(events)
+        counts = known["counts"] if isinstance(known["counts"], dict) else dict(enumerate(known["counts"]))
+        expected = np.zeros(65, int)
+        for channel, count in counts.items():
+            expected[each.inputs[int(channel)]] += count
+        assert np.array_equal(np.bincount(events.channels, minlength=65), expected)
+        if "microtime" in known:
+            decays = np.bincount(events.dtimes[events.channels == 1] // 64, minlength=64)
+            assert np.array_equal(decays, known["decay_64ch_bins"]["0"]) and events.resolution == 13500 / 4096
     known = json.loads((DATA / "qd-hbt-320mhz" / "reference.json").read_text())
-    with tessel.open("qd-hbt-320mhz.tgx") as dev:
+    with tessel.open("qd.tgx") as dev:
         pairs = dev.g2(2, 1, window="60ns", bin_width="100ps").wait().pairs
     # A pair at a bound is in the bin above it, in the reference as here for positive lags.
     assert pairs.sum() == known["cross_1_to_2"]["total"]

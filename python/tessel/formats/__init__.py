@@ -165,7 +165,7 @@ def _import(source: Source, target: Path, options: Dict[str, Any]) -> Tuple[int,
         part,
         num_inputs=num_inputs,
         time_unit=1 if source.is_t3 else source.whole_unit(),
-        resolution=source.whole_resolution(found) if source.is_t3 else None,
+        resolution=source.dtime_width(found) if source.is_t3 else None,
         sync_rate=1e12 / source.tick_ps if source.is_t3 else 0.0,
         duration_ms=int(np.ceil(seconds * 1e3)),
         rates=rates,
@@ -177,7 +177,7 @@ def _import(source: Source, target: Path, options: Dict[str, Any]) -> Tuple[int,
             if not kept.all():
                 block, channels = block.where(kept), channels[kept]
             try:
-                recorder.write(source.whole_times(block.times), channels, source.whole_dtimes(block.dtimes, found))
+                recorder.write(source.whole_times(block.times), channels, source.fitting_dtimes(block.dtimes, found))
             except ValueError as problem:
                 raise ValueError(f"{source.name}: after {events} events: {problem}") from None
             events += len(channels)

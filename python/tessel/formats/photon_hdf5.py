@@ -155,7 +155,7 @@ class Writer:
         self._file = _hdf5().File(path, "w")
         self._device = device
         self._is_t3 = device.mode == "T3"
-        self._resolution = device.resolution
+        self._resolution = device.dtime_width if self._is_t3 else device.resolution
         # The unit of a time stamp, s.
         self._unit = device.sync_period * 1e-12 if self._is_t3 else self._resolution * 1e-12
         self._most_dtime = -1

@@ -9,20 +9,13 @@ from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Seque
 import numpy as np
 from numpy.typing import NDArray
 
-from .. import units
 from ..words import MOST_DTIME, MOST_INPUTS
 
 Inputs = Optional[Union[Mapping[int, int], Sequence[int]]]
 
+_FINEST = 0.5  # ps, of the dtimes of a recording
+
 BLOCK = 1 << 17  # events that are held at a time
-
-
-def exact_ps(value: Any, what: str) -> float:
-    """A time in ps that needn't be whole."""
-    number = float(units._number(value, "ps", what))
-    if not 0 < number < math.inf:
-        raise ValueError(f"{what}: a time above 0, not {value!r}")
-    return number
 
 
 @dataclass(frozen=True, eq=False)
@@ -69,29 +62,34 @@ class Source:
         rounded: NDArray[np.uint64] = np.rint(times.astype(np.longdouble) * np.longdouble(self.tick_ps)).astype(np.uint64)
         return rounded
 
-    def whole_resolution(self, found: "Scan") -> int:
-        """T3: the width of a dtime in the recording: whole ps, and so that the longest fits into 15 bits."""
+    def dtime_width(self, found: "Scan") -> float:
+        """T3: the width of a dtime in the recording, ps: that of the source, unless its longest dtime doesn't fit into
+        15 bits, or it is finer than recordings are."""
         width = self.resolution_ps or 1.0
-        if _is_whole(width) and found.most_dtime <= MOST_DTIME:
-            return round(width)
-        return max(1, math.ceil(found.most_dtime * width / MOST_DTIME))
+        if width >= _FINEST and found.most_dtime <= MOST_DTIME:
+            return width
+        return float(max(1, math.ceil(found.most_dtime * width / MOST_DTIME)))
 
-    def whole_dtimes(self, dtimes: Optional[NDArray[Any]], found: "Scan") -> Optional[NDArray[np.uint16]]:
+    def fitting_dtimes(self, dtimes: Optional[NDArray[Any]], found: "Scan") -> Optional[NDArray[np.uint16]]:
         if dtimes is None:
             return None
-        scale = (self.resolution_ps or 1.0) / self.whole_resolution(found)
-        if abs(scale - 1) < 1e-9:
+        scale = (self.resolution_ps or 1.0) / self.dtime_width(found)
+        if scale == 1:
             return dtimes.astype(np.uint16, copy=False)
         rounded: NDArray[np.uint16] = np.rint(dtimes * scale).astype(np.uint16)
         return rounded
 
     def rounding_notes(self, found: "Scan") -> List[str]:
         notes = []
-        if self.is_t3 and abs((self.resolution_ps or 1.0) / self.whole_resolution(found) - 1) >= 1e-9:
-            notes.append(
-                f"dtimes of {self.resolution_ps:.10g} ps were rounded to {self.whole_resolution(found)} ps, "
-                "since a recording has whole picoseconds and 15 bits"
-            )
+        if self.is_t3:
+            width = self.dtime_width(found)
+            if width != self.resolution_ps:
+                notes.append(f"dtimes of {self.resolution_ps:.10g} ps were rounded to {width:g} ps, to fit into 15 bits")
+            elif not _is_whole(width):
+                notes.append(
+                    f"a chain, and what else makes times of dtimes, goes by {round(width)} ps, not {width:.10g} ps; "
+                    "a histogram's bins are exact"
+                )
         if not self.is_t3 and not _is_whole(self.tick_ps):
             notes.append(f"times in units of {self.tick_ps:.10g} ps were rounded to whole picoseconds")
         return notes

@@ -17,9 +17,9 @@ import numpy as np
 from ..blocks import Events
 from ..device import Device
 from ..results import optional_package
-from ..units import Time
+from ..units import Time, exact_picoseconds
 from .digits import rows_of_text, table_of
-from .source import BLOCK, Block, Source, exact_ps
+from .source import BLOCK, Block, Source
 
 _npy: Any = np.lib.format  # without types of its own
 
@@ -38,10 +38,10 @@ def _source(
     path: Path, blocks: Any, is_t3: bool, time_unit: Time, sync_period: Optional[Time], resolution: Optional[Time]
 ) -> Source:
     if not is_t3:
-        return Source(str(path), blocks, exact_ps(time_unit, "time_unit"))
+        return Source(str(path), blocks, exact_picoseconds(time_unit, "time_unit"))
     if sync_period is None or resolution is None:
         raise ValueError(f"{path}: has dtimes; sync_period and resolution are wanted")
-    return Source(str(path), blocks, exact_ps(sync_period, "sync_period"), exact_ps(resolution, "resolution"))
+    return Source(str(path), blocks, exact_picoseconds(sync_period, "sync_period"), exact_picoseconds(resolution, "resolution"))
 
 
 def _chosen(there: Sequence[str], given: Dict[str, Optional[str]], path: Path) -> Dict[str, str]:
@@ -251,7 +251,7 @@ class _TableWriter:
         self._units: Dict[str, Any] = {"mode": device.mode, "times": "ps"}
         if device.mode == "T3":
             self._units.update(times="sync number", sync_period_ps=device.sync_period)
-            self._units.update(dtimes="resolution_ps", resolution_ps=device.resolution)
+            self._units.update(dtimes="resolution_ps", resolution_ps=device.dtime_width)
         self._kinds: Dict[str, Any] = {"times": np.uint64, "channels": np.uint8}
         if device.mode == "T3":
             self._kinds["dtimes"] = np.uint16
