@@ -25,6 +25,8 @@ struct FamilyLibrary
 {
     std::string Prefix, File;
     bool IsAskedForRoom = false; // its ReadFiFo takes a capacity
+
+    friend void PrintTo(const FamilyLibrary &library, std::ostream *to) { *to << library.Prefix; }
 };
 inline const FamilyLibrary families[] = {{"ZP", "ZPLib64.so"},
                                          {"CD", "CDLib64.so", true},
