@@ -81,7 +81,10 @@ TESSEL_API bool getDevice(char *id);
  * the id of the current device, at most 8192 bytes with its zero. A file device is open and initialised from
  * the start. A file that can't be read makes no device: the log says why, and the device that was current stays
  * so. The result is true all the same: only the id shows whether the file was opened. tessel_openFile() gives
- * a plain answer. */
+ * a plain answer. The id is the serial number, "@" and the name of the file without its folder: a file that is
+ * open already, or one of the same name in another folder, gets the same one, which then means the file that
+ * was opened first, and the other only as long as it is the current device. tessel_openFile() gives each an id
+ * of its own. */
 TESSEL_API bool getFileDevice(char *path);
 
 /* Brings the current device into a measurement mode (0 histogramming, 2 T2, 3 T3) with a reference clock
@@ -802,9 +805,10 @@ TESSEL_API bool tessel_getLosses(const char16_t *id, tessel_losses *losses);
  * For hosts that want to know at once what otherwise only the log says. */
 
 /* Opens a recorded file as a device and makes it the current one. `id` receives the id of the new device and
- * has room for `capacity` bytes; null: not wanted. False: nothing was opened, because the file can't be read or
- * the id with its zero has no room; the device that was current stays so. A file that can be read but is no
- * recording opens all the same: tessel_lastError() says what is wrong with it. */
+ * has room for `capacity` bytes; null: not wanted. It is that of getFileDevice(), and where another device has
+ * that already, the first free one of "...#2", "...#3" and so on. False: nothing was opened, because the file
+ * can't be read or the id with its zero has no room; the device that was current stays so. A file that can be
+ * read but is no recording opens all the same: tessel_lastError() says what is wrong with it. */
 TESSEL_API bool tessel_openFile(const char *path, char *id, uint64_t capacity);
 
 /* The last ERR line that the calling thread's last call logged, without time and tag; an empty text and 0 if it

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 static int failures = 0;
 
@@ -15,7 +16,7 @@ static void expect(bool fulfilled, const char *what)
     failures += 1;
 }
 
-static bool writeRecording(const char *path)
+static bool writeRecording(const char *path, uint64_t count)
 {
     const double rates[2] = {1000.0, 2000.0};
     /* channel << 25 | dtime << 10 | nsync */
@@ -33,7 +34,7 @@ static bool writeRecording(const char *path)
     params.acqTime = 1;
     params.inputRates = rates;
     tessel_recording *recording = tessel_recordingCreate(path, &params);
-    return recording && tessel_recordingWrite(recording, words, 4) && tessel_recordingClose(recording);
+    return recording && tessel_recordingWrite(recording, words, count) && tessel_recordingClose(recording);
 }
 
 static void countRecording(const char *path)
@@ -67,6 +68,36 @@ static void countRecording(const char *path)
     closeDevice(1);
 }
 
+/* Events on the second input of the device with the id, of the two that writeRecording() may write. */
+static uint32_t eventsOf(const char *id)
+{
+    char16_t wide[64] = {0};
+    static uint32_t counts[3 * 32768];
+    for (size_t i = 0; i < 63 && id[i]; ++i) wide[i] = (char16_t)id[i];
+    getHistogram(wide, 0, 1, 0, counts, NULL);
+    return tessel_lastError(NULL, 0) == 0 ? counts[2 * 32768 + 200] : 99;
+}
+
+/* Both have the serial number "0". */
+static void countTwoOfOneName(const char *folder)
+{
+    char paths[2][4096], ids[2][64], known[8192];
+    for (uint64_t i = 0; i < 2; ++i) {
+        snprintf(known, sizeof known, "%.4000s.%d", folder, (int)i);
+        mkdir(known, 0700);
+        snprintf(paths[i], sizeof paths[i], "%.4000s/a.tgx", known);
+        expect(writeRecording(paths[i], 2 + i), "a recording in a folder of its own");
+        expect(tessel_openFile(paths[i], ids[i], sizeof ids[i]), "and it opens");
+    }
+    expect(strcmp(ids[0], "0@a.tgx") == 0 && strcmp(ids[1], "0@a.tgx#2") == 0, "each has an id of its own");
+    expect(getDeviceIDs(known) && strcmp(known, "[\"0@a.tgx\",\"0@a.tgx#2\"]") == 0, "all ids are listed");
+    expect(eventsOf(ids[0]) == 1 && eventsOf(ids[1]) == 2 && eventsOf(ids[0]) == 1, "each gives its own");
+    snprintf(known, sizeof known, "%s", paths[1]);
+    expect(getFileDevice(known) && strcmp(known, ids[0]) == 0, "here the id is as it ever was");
+    closeDevice(1);
+    for (int i = 0; i < 2; ++i) remove(paths[i]);
+}
+
 int main(int argc, char **argv)
 {
     static const char16_t unknown[] = u"nobody";
@@ -75,8 +106,9 @@ int main(int argc, char **argv)
     setLogLevel(0, 0);
     expect(stopMeasure(unknown), "an unknown id is no error");
     expect(tessel_recordingClose(NULL), "closing nothing is accepted");
-    expect(writeRecording(argv[1]), "the recording is written");
+    expect(writeRecording(argv[1], 4), "the recording is written");
     countRecording(argv[1]);
+    countTwoOfOneName(argv[1]);
     exitAPI();
     remove(argv[1]);
     return failures == 0 ? 0 : 1;

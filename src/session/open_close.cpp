@@ -49,30 +49,36 @@ void setAfterFailedOpen(const DeviceRef &current)
     current->device.Index = static_cast<int32_t>(current->device.TableIndex);
 }
 
+// A file that has just come into the table.
+DeviceRef asOpened(const DeviceRef &file)
+{
+    file->device.IsOpen = true;
+    file->device.IsInitialized = true;
+    file->device.Index = static_cast<int32_t>(file->device.TableIndex);
+    if (LogLevel.DataFile)
+        logInf(LogCategory::Progress, "OpenTGXFile: finished {} {}", file->device.ID,
+               file->device.TableIndex.load());
+    return file;
+}
+
 } // namespace
 
-DeviceRef openFile(std::string_view path, uint64_t largestId, bool makesUnread)
+DeviceRef openFile(std::string_view path, uint64_t largestId)
 {
-    auto opened = std::make_shared<DeviceEntry>();
-    if (!readTgxFile(path, opened->device, opened->context, makesUnread)) return noDevice();
-    if (opened->device.ID.size() >= largestId) {
-        logErr(LogCategory::General, "File: the id {} has no room in {} bytes", opened->device.ID, largestId);
-        return noDevice();
-    }
-    addDevice(opened);
-    opened->device.IsOpen = true;
-    opened->device.IsInitialized = true;
-    opened->device.Index = static_cast<int32_t>(opened->device.TableIndex);
-    if (LogLevel.DataFile)
-        logInf(LogCategory::Progress, "OpenTGXFile: finished {} {}", opened->device.ID,
-               opened->device.TableIndex.load());
-    return opened;
+    const auto opened = std::make_shared<DeviceEntry>();
+    if (!readTgxFile(path, opened->device, opened->context, false)) return noDevice();
+    if (addWithOwnId(opened, largestId)) return asOpened(opened);
+    logErr(LogCategory::General, "File: the id {} has no room in {} bytes", opened->device.ID, largestId);
+    return noDevice();
 }
 
 DeviceRef getFileDevice(std::string_view path)
 {
-    DeviceRef opened = openFile(path, UINT64_MAX, true); // hosts know it so
-    if (opened != noDevice()) return opened;
+    const auto opened = std::make_shared<DeviceEntry>();
+    if (readTgxFile(path, opened->device, opened->context, true)) { // hosts know it so
+        addDevice(opened);
+        return asOpened(opened);
+    }
     DeviceRef current = currentDevice();
     setAfterFailedOpen(current);
     return current;

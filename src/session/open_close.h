@@ -16,13 +16,13 @@ extern const DeviceLookUp deviceLookUp;
 // there is none. An empty table is filled first.
 DeviceRef pickDevice(const std::string &id);
 
-// Opens a recorded file: a new device, which becomes the current one. noDevice(), and nothing changes: it can't
-// be read, or its id with a zero is larger than `largestId` bytes. `makesUnread`: one that is there, but of
-// which reading fails, is a device without a header.
-DeviceRef openFile(std::string_view path, uint64_t largestId, bool makesUnread = false);
+// Opens a recorded file: a new device with an id of its own, which becomes the current one. noDevice(), and
+// nothing changes: it can't be read, or its id with a zero is larger than `largestId` bytes.
+DeviceRef openFile(std::string_view path, uint64_t largestId);
 
-// The same, but a file that can't be opened gives the current device, after `setAfterFailedOpen`. The caller
-// sees it by the id.
+// The same, but two files of one name may have one id, a file that is there, but of which reading fails, is a
+// device without a header, and one that can't be opened gives the current device, after `setAfterFailedOpen`.
+// The caller sees it by the id.
 DeviceRef getFileDevice(std::string_view path);
 
 // Ends the run of an instrument, then initialises it in the mode and with the clock that it has. True: the

@@ -1,7 +1,11 @@
 #include "session/tables.h"
 
+#include "datafiles/file_device.h"
 #include "devices/locked_device.h"
 #include "devices/primitives.h"
+#include "log/text.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <mutex>
@@ -90,6 +94,34 @@ void addDevice(const DeviceRef &device)
     lib.Table.push_back(device);
     lib.Current = device;
     renumber(lib);
+}
+
+namespace {
+
+// The id, or the first of id#2, id#3, ... that no device has. TableLock is held.
+std::string ownId(const Library &lib, const std::string &id)
+{
+    std::string own = id;
+    const auto isTaken = [&](const DeviceRef &entry) { return entry->device.ID == own; };
+    for (size_t number = 2; std::ranges::any_of(lib.Table, isTaken); ++number) {
+        const std::string end = fmt::format("#{}", number);
+        own.assign(cutTo(id, idSizeLimit - 1 - end.size())).append(end);
+    }
+    return own;
+}
+
+} // namespace
+
+bool addWithOwnId(const DeviceRef &device, uint64_t largestId)
+{
+    Library &lib = library();
+    std::lock_guard lock(lib.TableLock);
+    device->device.ID = ownId(lib, device->device.ID);
+    if (device->device.ID.size() >= largestId) return false;
+    lib.Table.push_back(device);
+    lib.Current = device;
+    renumber(lib);
+    return true;
 }
 
 void addInstrument(const DeviceRef &device)

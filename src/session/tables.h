@@ -5,6 +5,7 @@
 
 #include "records/refs.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +32,9 @@ DeviceRef deviceAt(size_t index);
 
 // Appends a device and makes it the current one: all or nothing.
 void addDevice(const DeviceRef &device);
+// The same, with an id that no device in the table has. Nobody else knows the device yet. False, and nothing
+// is appended: that id with a zero is larger than `largestId` bytes.
+bool addWithOwnId(const DeviceRef &device, uint64_t largestId);
 // Appends an instrument. The current device stays.
 void addInstrument(const DeviceRef &device);
 // The instrument on this port of the family's library; null: it was never found.
