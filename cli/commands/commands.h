@@ -26,6 +26,7 @@ Command addDevices(CLI::App &program);
 Command addG2(CLI::App &program);
 Command addFcs(CLI::App &program);
 Command addFold(CLI::App &program);
+Command addImport(CLI::App &program);
 Command addRates(CLI::App &program);
 Command addRecord(CLI::App &program);
 Command addStart(CLI::App &program);

@@ -71,6 +71,15 @@ NewRecording newRecording(const std::string &path, bool force)
     return recording;
 }
 
+void dropSideFile(const NewRecording &recording)
+{
+    std::error_code problem;
+    fs::remove(sideFile(recording.Path), problem);
+    if (problem)
+        throw Failure(Exit::Failed,
+                      fmt::format("{}: {}", visibleText(sideFile(recording.Path).string()), problem.message()));
+}
+
 void giveToLibrary(const NewRecording &recording)
 {
     for (const fs::path &file : {fs::path(recording.Path), sideFile(recording.Path)}) {

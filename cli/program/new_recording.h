@@ -19,6 +19,9 @@ NewRecording newRecording(const std::string &path, bool force);
 // Just before the run: the library records there. A file that is to be replaced goes.
 void giveToLibrary(const NewRecording &recording);
 
+// Just before another file takes the place: what the library said of the one before goes.
+void dropSideFile(const NewRecording &recording);
+
 // What stands in the file.
 struct Recorded
 {

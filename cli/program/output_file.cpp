@@ -25,13 +25,13 @@ namespace {
 
 constexpr int mostLinks = 40; // as the kernel has it
 
-// A handler of signals finds the names here. A command has two work files at most.
+// A handler of signals finds the names here. An import has up to 32 work files, other commands two at most.
 struct WorkSlot
 {
     std::atomic<bool> Taken{false};
     char Name[PATH_MAX] = {}; // constant while taken
 };
-WorkSlot workSlots[4];
+WorkSlot workSlots[36];
 
 const char *takeSlot(const std::string &name)
 {

@@ -1,0 +1,86 @@
+#include "columns/number_scaler.h"
+
+#include "program/exit_codes.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Tessel::Cli {
+
+namespace {
+
+[[noreturn]] void refuseRow(const NumberScaler &scaler, const Rows &rows, size_t row, const std::string &why)
+{
+    throw Failure(Exit::Failed,
+                  fmt::format("{}: {}: {} {}", scaler.Shown, placeOf(rows, row), scaler.What, why));
+}
+
+// What a number of this power counts in a tick: 10^3 with three decimals. 0: it doesn't fit.
+uint64_t numbersPerTick(uint8_t power)
+{
+    if (power >= binaryPower) return uint64_t(1) << (power - binaryPower);
+    uint64_t count = 1;
+    for (int i = 0; i < power; ++i)
+        if (__builtin_mul_overflow(count, uint64_t(10), &count)) return 0;
+    return count;
+}
+
+// Nothing: the fraction doesn't fit.
+std::optional<TimeScale> scaleOf(const NumberScaler &scaler, uint8_t power)
+{
+    const uint64_t count = numbersPerTick(power);
+    Fraction fraction;
+    const Fraction &perTick = scaler.UnitsPerTick;
+    if (count == 0 || !reduce(perTick.Num, Wide(perTick.Den) * count, fraction)) return std::nullopt;
+    return makeTimeScale(fraction, scaler.MostUnits);
+}
+
+TimeScale &scaleAt(NumberScaler &scaler, uint8_t power, const Rows &rows, size_t row)
+{
+    auto &scale = scaler.Scales[power];
+    if (!scale) scale = scaleOf(scaler, power);
+    if (!scale) refuseRow(scaler, rows, row, "has more decimals than can be scaled exactly");
+    return *scale;
+}
+
+uint64_t scaled(NumberScaler &scaler, TimeScale &scale, uint64_t number, uint64_t shift, const Rows &rows,
+                size_t row)
+{
+    uint64_t shifted = 0;
+    if (__builtin_add_overflow(number, shift, &shifted) || shifted > scale.MostNumber)
+        refuseRow(scaler, rows, row, fmt::format("{} {}", number, scaler.Beyond));
+    return toUnits(scale, shifted);
+}
+
+} // namespace
+
+void scale(NumberScaler &scaler, const Numbers &numbers, const Rows &rows, std::vector<uint64_t> &units)
+{
+    units.resize(rows.Count);
+    if (numbers.AreWhole) {
+        TimeScale scale = scaleAt(scaler, 0, rows, 0);
+        const uint64_t shift = scaler.ShiftTicks;
+        for (size_t i = 0; i < rows.Count; ++i)
+            units[i] = scaled(scaler, scale, numbers.Values[i], shift, rows, i);
+        scaler.Scales[0] = scale;
+        return;
+    }
+    for (size_t i = 0; i < rows.Count; ++i) {
+        const uint8_t power = numbers.Powers[i];
+        TimeScale &scale = scaleAt(scaler, power, rows, i);
+        units[i] = scaled(scaler, scale, numbers.Values[i], scaler.ShiftTicks * numbersPerTick(power), rows, i);
+    }
+}
+
+double largestRounding(const NumberScaler &scaler)
+{
+    double largest = 0;
+    for (const auto &scale : scaler.Scales)
+        if (scale)
+            largest = std::max(largest, static_cast<double>(scale->LargestRounding) /
+                                            static_cast<double>(scale->UnitsPerNumber.Den));
+    return largest;
+}
+
+} // namespace Tessel::Cli

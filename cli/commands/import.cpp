@@ -1,0 +1,370 @@
+// `tessel import`: a recording made of columns of numbers. The table is read twice: once to see what is in it,
+// once to write it.
+#include "columns/time_order.h"
+#include "commands/commands.h"
+#include "commands/import_files.h"
+#include "commands/import_plan.h"
+#include "program/console.h"
+#include "program/exit_codes.h"
+#include "program/interrupt.h"
+#include "program/options.h"
+#include "program/output.h"
+#include "program/progress.h"
+#include "program/units.h"
+#include "program/visible_text.h"
+
+#include <CLI/CLI.hpp>
+#include <boost/json/array.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+
+namespace Tessel::Cli {
+
+namespace {
+
+constexpr const char *importSchema = "tessel.import/1";
+
+// What became of the table.
+struct Imported
+{
+    EventTable Table;
+    ImportUnits Units;
+    Cli::Scaling Scaling;
+    Survey Found;
+    ImportFiles Files;
+    double Seconds = 0;
+};
+
+void stopIfInterrupted()
+{
+    if (interruptSignal() != 0) throw Interrupted();
+}
+
+void writeSorted(ImportFiles &files, TimeOrder &order)
+{
+    for (const TimedRow &row : order.Ready) addEvent(files, row.Time, row.Channel, row.Dtime);
+    order.Ready.clear();
+    writeWords(files);
+}
+
+// Every row in its place; only with --sort there is anything to sort.
+void writeTable(Imported &imported)
+{
+    Progress progress("write");
+    TimeOrder order{.Span = imported.Found.LargestStep};
+    ImportFiles &files = imported.Files;
+    ScaledRows rows;
+    uint64_t events = 0;
+    rewind(imported.Table);
+    while (nextScaled(imported.Table, imported.Scaling, rows)) {
+        stopIfInterrupted();
+        for (size_t i = 0; i < rows.From.Count; ++i) {
+            const uint32_t channel = rows.From.Channels.empty() ? 0 : rows.From.Channels[i];
+            const auto dtime = rows.Dtimes.empty() ? 0 : static_cast<uint32_t>(rows.Dtimes[i]);
+            if (order.Span == 0)
+                addEvent(files, rows.Times[i], channel, dtime);
+            else
+                addRow(order, {rows.Times[i], channel, dtime});
+        }
+        makeReady(order);
+        writeSorted(files, order);
+        events += rows.From.Count;
+        showProgress(progress, fractionRead(imported.Table), events);
+    }
+    if (events != imported.Found.Events)
+        throw Failure(Exit::Failed, fmt::format("{}: changed while it was read", imported.Table.Shown));
+    finish(order);
+    writeSorted(files, order);
+}
+
+Survey seenTable(Imported &imported)
+{
+    Progress progress("read");
+    Survey found = survey(imported.Table, imported.Scaling, [&](uint64_t events) {
+        stopIfInterrupted();
+        showProgress(progress, fractionRead(imported.Table), events);
+    });
+    if (found.Events == 0) throw Failure(Exit::Failed, fmt::format("{}: has no events", imported.Table.Shown));
+    return found;
+}
+
+uint64_t eventsAt(const Imported &imported, auto isWanted)
+{
+    uint64_t events = 0;
+    for (uint32_t channel = 0; channel < mostChannels; ++channel)
+        if (isWanted(imported.Files.Map.Places[channel])) events += imported.Found.Counts[channel];
+    return events;
+}
+
+uint64_t leftOutEvents(const Imported &imported)
+{
+    return eventsAt(imported, [](Place place) { return place == leftOut; });
+}
+
+// Of the recorded times, in ps; of microtimes in units of the dtime.
+double roundingPs(const Imported &imported)
+{
+    return largestRounding(imported.Scaling.Times) * timeUnitPs(imported.Units);
+}
+
+std::vector<std::string> remarks(const Imported &imported)
+{
+    const ImportUnits &units = imported.Units;
+    std::vector<std::string> remarks;
+    const double rounding = roundingPs(imported);
+    if (rounding > 0)
+        remarks.push_back(fmt::format("times were rounded to units of {}, by at most {:.3g} ps",
+                                      periodText(units.ResolutionPs), rounding));
+    const double dtimeRounding = largestRounding(imported.Scaling.Microtimes) * units.ResolutionPs.value();
+    if (dtimeRounding > 0)
+        remarks.push_back(fmt::format("microtimes were rounded to units of {}, by at most {:.3g} ps",
+                                      periodText(units.ResolutionPs), dtimeRounding));
+    if (imported.Scaling.Times.ShiftTicks > 0)
+        remarks.push_back(fmt::format("the first event was at 0, which some measurements take for no time: all "
+                                      "are later by {} ({})",
+                                      units.MeasMode == 3 ? "one sync" : "one tick", periodText(units.TickPs)));
+    if (imported.Found.StepsBack > 0)
+        remarks.push_back(
+            fmt::format("sorted (steps back: {}, largest {})", imported.Found.StepsBack,
+                        timeText(static_cast<double>(imported.Found.LargestStep) * timeUnitPs(units))));
+    if (units.MeasMode == 3 && !imported.Table.HasMicrotimes)
+        remarks.push_back("there are no microtimes: all dtimes are 0");
+    if (const uint64_t events = leftOutEvents(imported); events > 0)
+        remarks.push_back(fmt::format("{} events of channels that --map doesn't name were left out", events));
+    return remarks;
+}
+
+boost::json::array filesJson(const Imported &imported)
+{
+    const ChannelMap &map = imported.Files.Map;
+    boost::json::array files;
+    for (uint32_t i = 0; i < imported.Files.Files.size(); ++i) {
+        const ImportFile &file = imported.Files.Files[i];
+        boost::json::array channels;
+        for (uint32_t channel = 0; channel < mostChannels; ++channel) {
+            const Place place = map.Places[channel];
+            const bool isHere = isInput(place) ? (place - 1u) / inputsPerFile == i : place != leftOut;
+            if (!isHere || imported.Found.Counts[channel] == 0) continue;
+            boost::json::value input = nullptr;
+            if (isInput(place)) input = (place - 1u) % inputsPerFile + 1;
+            channels.push_back({{"recorded", channel},
+                                {"name", placeText(place)},
+                                {"input", std::move(input)},
+                                {"events", imported.Found.Counts[channel]}});
+        }
+        files.push_back({{"file", jsonName(file.Into.Path)},
+                         {"inputs", file.NumInputs},
+                         {"records", file.NumRecords},
+                         {"channels", std::move(channels)}});
+    }
+    return files;
+}
+
+boost::json::object importJson(const Imported &imported)
+{
+    const ImportUnits &units = imported.Units;
+    const bool isT3 = units.MeasMode == 3;
+    boost::json::object result;
+    result["schema"] = importSchema;
+    result["mode"] = isT3 ? "T3" : "T2";
+    result["events"] = imported.Found.Events - leftOutEvents(imported);
+    result["leftOut"] = leftOutEvents(imported);
+    result["files"] = filesJson(imported);
+    result["tick"] = periodText(units.TickPs);
+    result["resolution"] = periodText(units.ResolutionPs);
+    result["largestRoundingPs"] = jsonNumber(roundingPs(imported));
+    result["shiftTicks"] = imported.Scaling.Times.ShiftTicks;
+    result["rowsBack"] = imported.Found.StepsBack;
+    result["largestStepBackPs"] =
+        jsonNumber(static_cast<double>(imported.Found.LargestStep) * timeUnitPs(units));
+    boost::json::array notes;
+    for (const std::string &text : remarks(imported)) notes.emplace_back(text);
+    result["notes"] = std::move(notes);
+    return result;
+}
+
+// "channels 64 to 127 are inputs 1 to 64", or one by one.
+std::string channelsText(const Imported &imported, uint32_t file)
+{
+    std::string text;
+    uint64_t first = mostChannels, last = 0;
+    bool isRegular = true; // one input after the other
+    for (uint32_t channel = 0; channel < mostChannels; ++channel) {
+        const Place place = imported.Files.Map.Places[channel];
+        const bool isHere = isInput(place) ? (place - 1u) / inputsPerFile == file : place != leftOut;
+        if (!isHere || imported.Found.Counts[channel] == 0) continue;
+        isRegular &= isInput(place) && (first == mostChannels || place - imported.Files.Map.Places[first] ==
+                                                                     static_cast<int>(channel - first));
+        first = std::min<uint64_t>(first, channel);
+        last = channel;
+        text += fmt::format("{}{} is {}", text.empty() ? "" : ", ", channel, placeText(place));
+    }
+    if (first == mostChannels) return "no events";
+    if (!isRegular || last - first < 2) return "channel " + text;
+    const ChannelMap &map = imported.Files.Map;
+    return fmt::format("channels {} to {} are inputs {} to {}", first, last,
+                       (map.Places[first] - 1u) % inputsPerFile + 1,
+                       (map.Places[last] - 1u) % inputsPerFile + 1);
+}
+
+void noteImport(const Imported &imported)
+{
+    const ImportUnits &units = imported.Units;
+    if (!imported.Table.Taken.empty()) note(fmt::format("{}: {}", imported.Table.Shown, imported.Table.Taken));
+    for (uint32_t i = 0; i < imported.Files.Files.size(); ++i)
+        note(fmt::format("{}: {}, {}", imported.Files.Files[i].Into.Shown,
+                         units.MeasMode == 3
+                             ? fmt::format("T3, sync period {}, dtimes of {}", periodText(units.TickPs),
+                                           periodText(units.ResolutionPs))
+                             : fmt::format("T2, times in units of {}", periodText(units.ResolutionPs)),
+                         channelsText(imported, i)));
+    for (const std::string &text : remarks(imported)) note(text);
+    const uint64_t events = imported.Found.Events - leftOutEvents(imported);
+    note(fmt::format("{} events in {:.2f} s, {} events/s", events, imported.Seconds,
+                     countText(static_cast<double>(events) / std::max(imported.Seconds, 1e-9))));
+}
+
+void import(Imported &imported, ImportOptions options)
+{
+    const auto start = std::chrono::steady_clock::now();
+    newRecording(options.Path, options.Force); // before the source is read
+    options.Table.Folder = std::filesystem::absolute(behindLinks(options.Path)).parent_path();
+    EventTable &table = imported.Table = openTable(options.Table);
+    takeHints(options, table);
+    imported.Units = unitsOf(options, table);
+    if (imported.Units.MeasMode == 2) dropMicrotimes(table);
+    imported.Scaling = scalingOf(imported.Units, table);
+    imported.Found = seenTable(imported);
+    checkOrder(options, imported.Units, table, imported.Found);
+    imported.Scaling.Times.ShiftTicks = imported.Found.Earliest == 0 ? 1 : 0;
+    imported.Files.IsT3 = imported.Units.MeasMode == 3;
+    imported.Files.Map = mapOf(options, imported.Found);
+    createFiles(imported.Files, options, imported.Units, imported.Found, imported.Found.Latest);
+    writeTable(imported);
+    seal(imported.Files);
+    imported.Seconds = secondsSince(start);
+}
+
+void checkOptions(const ImportOptions &options)
+{
+    if (options.Table.Source.empty() && options.Table.Times.empty())
+        throw Failure(Exit::Usage, "what to import? SOURCE, or --times FILE (see tessel import --help)");
+    if (!options.Table.Raw.empty() && options.Table.Source.empty())
+        throw Failure(Exit::Usage, "--raw says what SOURCE holds; a file of its own says it as FILE:u64");
+}
+
+int runImport(const ImportOptions &options, const HostOptions &host)
+{
+    checkOptions(options);
+    const Session session(host);
+    checkOutputs({host.IniPath, options.Table.Source, options.Table.Times, options.Table.Channels},
+                 {{"OUT", options.Path}}, true);
+    const InterruptWatch watch;
+    Imported imported;
+    try {
+        import(imported, options);
+    } catch (const Interrupted &) {
+        note("stopped; no recording was made");
+        return exitCodeOfSignal(interruptSignal());
+    }
+    noteImport(imported);
+    if (options.Json) writeResult("", jsonText(importJson(imported)));
+    return 0;
+}
+
+constexpr const char *importFooter =
+    R"(SOURCE is
+  a text     a line per event, columns with commas, semicolons, tabs or blanks between them; a first line
+             may name them; lines with # or % are comments. Numbers may have decimals and exponents.
+  NPY        one axis: the times alone; two axes or fields: the columns
+  numbers    of a file whose name ends in .u64, .i64, .u32, .u16, .u8, .f64 ...: the times alone, little-
+             endian; with --raw TYPES rows of several: --raw u64,u8 is what unfold --binary writes in T2,
+             --raw t3,u8 in T3
+  -          standard input, any of these
+--times, --channels and --microtimes name columns of SOURCE, by name or by number from 1, and without
+them the usual names (time, channel, dtime) are found, or times and channels are the first two. Where
+SOURCE is the times alone, or not given, they name files: NPY, or numbers, as the ending of the name
+says, or else FILE:u32. Without channels all events are on one.
+
+T2: --tick is what a recorded 1 is, by default 1 ps, or what a name as time_ns says. The recording has
+times in whole ticks if these are whole picoseconds and the source has no decimals, else in whole
+picoseconds; --resolution takes another unit.
+T3: times are numbers of syncs, --sync-period or --sync-rate their distance. --microtime-unit is what
+a microtime of 1 is, and the unit of the dtimes; a coarser --resolution if there are more than 32767.
+Any of them may be a fraction, and is used as it stands: 17.857ps, 25ns/4096, 2.5ns/140, 2^-20s, 80MHz.
+What was rounded, and by how much at most, is said. A recording whose first event is at 0 begins one
+tick later, one sync in T3, since some measurements take 0 for no time; that is said too.
+
+Channels: recorded numbers stay inputs, 1 to 64; with a 0 among them all go up by 1. --sync takes one
+as the sync of T2. --map says it all: --map 1=1,2=2,5=sync; --map 0,8,1,9 makes them inputs 1 to 4;
+--map 0-3=10,7=marker1; --map 64-127 takes these alone; --map codes are the channels of unfold. More
+than 64 inputs go into OUT-1.tgx, OUT-2.tgx and so on, 64 each; a sync is in each of them.
+
+Rows have to be in order of time; equal times are. --sort puts them in order: exactly, in memory for
+the rows of the largest step back, which for a file that isn't sorted at all are all of its rows.
+--sort=TIME refuses a larger step.
+
+The source is read twice, in bounded memory; what comes through a pipe is kept beside OUT meanwhile,
+in a file without a name. OUT is there when it is whole.
+
+JSON (--json): schema (tessel.import/1), mode, events, leftOut (events), files [{file, inputs, records,
+channels [{recorded, name, input, events}]}], tick, resolution (texts), largestRoundingPs, shiftTicks,
+rowsBack (rows that had to be sorted), largestStepBackPs, notes.
+
+Examples:
+  tessel import own.tgx events.csv --tick 1ns
+  tessel import own.tgx --times timestamps.u64 --channels channels.u8 --map 1=1,2=2,5=sync
+  tessel import own.tgx times.npy --channels channels.npy --tick 2^-20s
+  tessel import own.tgx --times nsync.u64 --channels chan.u8 --microtimes micro.u16 \
+      --sync-rate 80MHz --microtime-unit 25ns/4096
+  tessel unfold run.tgx --from 1s --to 2s | tessel import second.tgx -)";
+
+void addColumnOptions(CLI::App &command, TableOptions &table)
+{
+    command.add_option("SOURCE", table.Source, "What to read; - for standard input")->type_name("");
+    command.add_option("--times", table.Times, "Column of the times, or a file of them")->type_name("COLUMN");
+    command.add_option("--channels", table.Channels, "Column of the channels, or a file of them")
+        ->type_name("COLUMN");
+    command.add_option("--microtimes", table.Microtimes, "T3: column of the microtimes, or a file of them")
+        ->type_name("COLUMN");
+    command.add_option("--raw", table.Raw, "SOURCE is rows of numbers of these types, little-endian")
+        ->type_name("TYPES");
+}
+
+} // namespace
+
+Command addImport(CLI::App &program)
+{
+    const auto options = std::make_shared<ImportOptions>();
+    CLI::App *command = program.add_subcommand("import", "Make a recording of columns: text, NPY, numbers");
+    const auto text = [&](const char *name, std::string &value, const char *help, const char *type) {
+        return command->add_option(name, value, help)->type_name(type);
+    };
+    text("OUT", options->Path, "The recording to write (.tgx)", "")->required();
+    addColumnOptions(*command, options->Table);
+    asOneOf(text("--mode", options->Mode, "By default T3 if there are microtimes or a sync period", ""),
+            {"t2", "t3"});
+    text("--tick", options->Tick, "T2: what a time of 1 is [ps]", "PERIOD");
+    text("--sync-period", options->SyncPeriod, "T3: from a sync to the next [ps]", "PERIOD");
+    text("--sync-rate", options->SyncRate, "T3: the same as a rate", "RATE");
+    text("--microtime-unit", options->MicrotimeUnit, "T3: what a microtime of 1 is [ps]", "PERIOD");
+    text("--resolution", options->Resolution, "Unit of the times (T2) or dtimes (T3) of the recording [ps]",
+         "PERIOD");
+    text("--map", options->Map, "What recorded channels become", "MAP");
+    asNumber(command->add_option("--sync", options->Sync, "T2: the recorded channel that is the sync"), 0,
+             mostChannels - 1);
+    asNumber(command->add_option("--inputs", options->Inputs, "The recording has at least so many inputs"), 1,
+             inputsPerFile);
+    command->add_flag("--sort", options->Sort,
+                      "Put rows in order; --sort=TIME only if they go back no further");
+    text("--comment", options->Comment, "Comment in the header of the file", "TEXT");
+    command->add_flag("--json", options->Json, "Write what was imported as one JSON object");
+    command->add_flag("--force", options->Force, "Replace OUT if it is there already");
+    command->footer(importFooter);
+    return {command, [options](const HostOptions &host) { return runImport(*options, host); }};
+}
+
+} // namespace Tessel::Cli
