@@ -891,6 +891,10 @@ TESSEL_API tessel_recording *tessel_recordingCreate(const char *path, const tess
  * the recording can still be closed. */
 TESSEL_API bool tessel_recordingWrite(tessel_recording *recording, const uint32_t *words, uint64_t count);
 
+/* The run took `ms` (not negative) and not acqTime: it was stopped before that, or nobody knew. The header then
+ * says so, and the stop reason "Manual". False, with an error in the log: no recording, or no such time. */
+TESSEL_API bool tessel_recordingSetDuration(tessel_recording *recording, int32_t ms);
+
 /* Writes the number of records into the header, closes the file and frees the recording. False: something of
  * the file could not be written. Null is allowed. */
 TESSEL_API bool tessel_recordingClose(tessel_recording *recording);

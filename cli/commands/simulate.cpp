@@ -28,6 +28,8 @@ namespace Tessel::Cli {
 
 namespace {
 
+constexpr double psPerMs = 1e9;
+
 // Where the recording goes, through links. Another's file is replaced only if that is wished.
 struct Place
 {
@@ -64,21 +66,23 @@ tessel_recording *create(const SimulateOptions &options, const Simulation &wante
     params.baseResolution = isT3 ? 1 : wanted.ResolutionPs;
     params.resolution = wanted.ResolutionPs;
     params.syncRate = wanted.SyncRate;
-    params.acqTime = static_cast<int32_t>(wanted.DurationPs / 1e9);
+    params.acqTime = static_cast<int32_t>(wanted.DurationPs / psPerMs);
     params.inputRates = rates.data();
     params.serial = "simulated";
     params.comment = options.Comment.c_str();
     tessel_recording *file = tessel_recordingCreate(known.Text.c_str(), &params);
     if (file) return file;
+    const std::string why = libraryError();
     if (place.IsNew) std::remove(place.Path.c_str());
     throw Failure(Exit::Failed,
-                  fmt::format("{}: can't be created (--verbose shows why)", visibleText(options.Path)));
+                  fmt::format("{}: can't be created: {}", visibleText(options.Path), visibleText(why)));
 }
 
 struct Written
 {
     uint64_t NumRecords = 0, NumOverflows = 0;
     double Seconds = 0;
+    int32_t DurationMs = 0; // of the light
 };
 
 // Ends early on Ctrl-C. Throws Failure if the file takes no more.
@@ -95,6 +99,8 @@ Written writeRecords(const std::string &path, tessel_recording *file, const Simu
         showProgress(progress, stream.Fraction, written.NumRecords);
     }
     written.NumOverflows = stream.Writer.NumOverflows;
+    written.DurationMs = static_cast<int32_t>(stream.Fraction * wanted.DurationPs / psPerMs);
+    if (!stream.IsOver) tessel_recordingSetDuration(file, written.DurationMs);
     written.Seconds = secondsSince(progress.Start);
     return written;
 }
@@ -145,7 +151,8 @@ int runSimulate(const SimulateOptions &options, const HostOptions &host, const C
                       fmt::format("{}: the recording can't be completed", visibleText(options.Path)));
     noteResult(options.Path, written);
     if (interruptSignal() == 0) return 0;
-    note("stopped early; the recording is shorter than asked for");
+    note(fmt::format("stopped early: the recording is {} ms long, not {}", written.DurationMs,
+                     timeText(wanted.DurationPs)));
     return exitCodeOfSignal(interruptSignal());
 }
 

@@ -152,6 +152,7 @@ PROTOTYPES: Dict[str, str] = {
     "tessel_setThreads": "bool(i32)",
     "tessel_recordingCreate": "tessel_recording*(char*, tessel_recording_params*)",
     "tessel_recordingWrite": "bool(tessel_recording*, u32*, u64)",
+    "tessel_recordingSetDuration": "bool(tessel_recording*, i32)",
     "tessel_recordingClose": "bool(tessel_recording*)",
     "tessel_getFileTags": "bool(char*, char*, u64, u64*)",
     "tessel_verifyFile": "bool(char*, char*, u64, u64*)",

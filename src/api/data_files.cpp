@@ -143,6 +143,15 @@ bool tessel_recordingWrite(tessel_recording *recording, const uint32_t *words, u
     });
 }
 
+bool tessel_recordingSetDuration(tessel_recording *recording, int32_t ms)
+{
+    return guarded("tessel_recordingSetDuration", false, [&] {
+        if (recording) return recording->recording->setDuration(ms);
+        logErr(LogCategory::General, "API tessel_recordingSetDuration: no recording");
+        return false;
+    });
+}
+
 bool tessel_recordingClose(tessel_recording *recording)
 {
     return guarded("tessel_recordingClose", false, [&] {

@@ -191,6 +191,16 @@ bool Recording::write(std::span<const uint32_t> words)
     return false;
 }
 
+bool Recording::setDuration(int32_t ms)
+{
+    if (ms < 0) {
+        logErr(LogCategory::General, "File: recording {}: a duration of {} ms", header.Path, ms);
+        return false;
+    }
+    durationMs = ms;
+    return true;
+}
+
 // Cuts the file to whole words and puts their number into the description.
 void Recording::closeData()
 {
@@ -212,8 +222,9 @@ bool Recording::close()
     if (!file) return false;
     closeData();
     MeasDescription &description = context.Description;
-    description.StopReason = failed ? StopReason::FileError : StopReason::TimeOver;
-    description.StopAfter = description.AcqTime.load();
+    const StopReason unfailed = durationMs ? StopReason::Manual : StopReason::TimeOver;
+    description.StopReason = failed ? StopReason::FileError : unfailed;
+    description.StopAfter = durationMs.value_or(description.AcqTime);
     setRates(0);
     writeHeader(header, device, context, true);
     if (failed || !header.Complete)

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -45,6 +46,9 @@ public:
     // False, with one error in the log, once the disc has refused words; further words are dropped.
     bool write(std::span<const uint32_t> words);
 
+    // The run took another time than AcqTime: it was stopped. False, with an error in the log: no time.
+    bool setDuration(int32_t ms);
+
     // Completes the header; the recording takes no words any more. False if anything could not be written.
     bool close();
 
@@ -57,9 +61,10 @@ private:
     MeasContext context;
     HeaderInWork header;
     std::vector<double> inputRates;
-    FileStream file;       // open while words are taken
-    uint64_t accepted = 0; // words
-    bool failed = false;   // words are missing from the file
+    FileStream file;                   // open while words are taken
+    uint64_t accepted = 0;             // words
+    std::optional<int32_t> durationMs; // none: AcqTime
+    bool failed = false;               // words are missing from the file
 };
 
 } // namespace Tessel

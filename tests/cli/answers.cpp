@@ -307,7 +307,12 @@ TEST(Answers, CtrlCKeepsWhatThereIs)
         return std::filesystem::file_size(folder.file("x.tgx"), missing) > 100000 && !missing;
     });
     EXPECT_EQ(simulated.Code, 130);
-    const auto info = json(folder, "info x.tgx");
+    const auto info = json(folder, "info x.tgx --counts");
     EXPECT_GT(info.at("recordsInFile").to_number<uint64_t>(), 0u);
     EXPECT_EQ(info.at("run").at("NumRecs"), info.at("recordsInFile"));
+    EXPECT_EQ(info.at("run").at("StopReason"), "Manual");
+    const auto ms = info.at("run").at("StopAfter").to_number<int64_t>();
+    EXPECT_NEAR(static_cast<double>(ms), info.at("counts").at("durationMs").to_number<double>(), 1);
+    EXPECT_TRUE(contains(simulated.Err, fmt::format("the recording is {} ms long, not 3600 s", ms)));
+    EXPECT_TRUE(contains(output(folder, "verify x.tgx"), "clean"));
 }
