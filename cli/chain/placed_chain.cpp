@@ -200,6 +200,11 @@ std::vector<ChainStage> readChain(const ChainOptions &options)
     return stages;
 }
 
+size_t numInputStages(const ChainOptions &options)
+{
+    return size_t(!options.Sort.empty()) + size_t(!options.From.empty() || !options.To.empty());
+}
+
 PlacedChain placeChain(Recording &recording, const std::vector<ChainStage> &stages)
 {
     PlacedChain chain;

@@ -32,6 +32,9 @@ std::vector<std::string> chainFiles(const ChainOptions &options);
 // Throws Failure: usage, or NoDevice for a file that isn't there.
 std::vector<ChainStage> readChain(const ChainOptions &options);
 
+// How many of these are of --sort, --from and --to; they come first.
+size_t numInputStages(const ChainOptions &options);
+
 // A stage on the device, and the channels that it made.
 struct PlacedStage
 {

@@ -29,6 +29,7 @@ Command addFold(CLI::App &program);
 Command addImport(CLI::App &program);
 Command addRates(CLI::App &program);
 Command addRecord(CLI::App &program);
+Command addRun(CLI::App &program);
 Command addStart(CLI::App &program);
 Command addTrace(CLI::App &program);
 Command addHist2d(CLI::App &program);

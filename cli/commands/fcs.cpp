@@ -303,7 +303,7 @@ Command addFcs(CLI::App &program)
 {
     const auto options = std::make_shared<FcsOptions>();
     CLI::App *command = program.add_subcommand("fcs", "Correlate two channels in logarithmic bins");
-    addMeasureOptions(*command, options->Measure);
+    addMeasurementOptions(*command, options->Measure);
     addUpdateOptions(*command, options->Measure.Updates);
     addChannelPair(*command, options->Channels);
     asTime(command->add_option("--min-lag", options->MinLag, "Shortest lag, at least the base resolution"));

@@ -298,7 +298,7 @@ Command addFold(CLI::App &program)
     const auto options = std::make_shared<FoldOptions>();
     CLI::App *command =
         program.add_subcommand("fold", "Count events by their phase in a period, or search one");
-    addMeasureOptions(*command, options->Measure);
+    addMeasurementOptions(*command, options->Measure);
     options->Measure.CountsDtimes = true;
     command->add_option("--period", options->Period, "Period to fold with [ps]")->type_name("TIME");
     command->add_option("--frequency", options->Frequency, "The same as a rate [Hz]")->type_name("RATE");

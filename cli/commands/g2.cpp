@@ -225,7 +225,7 @@ Command addG2(CLI::App &program)
 {
     const auto options = std::make_shared<G2Options>();
     CLI::App *command = program.add_subcommand("g2", "Correlate two channels in linear bins");
-    addMeasureOptions(*command, options->Measure);
+    addMeasurementOptions(*command, options->Measure);
     addUpdateOptions(*command, options->Measure.Updates);
     addChannelPair(*command, options->Channels);
     asTime(command->add_option("--window", options->Window, "Longest lag"));

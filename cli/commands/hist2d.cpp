@@ -292,7 +292,7 @@ Command addHist2d(CLI::App &program)
 {
     const auto options = std::make_shared<Hist2dOptions>();
     CLI::App *command = program.add_subcommand("hist2d", "Count pairs of events by the times of both");
-    addMeasureOptions(*command, options->Measure);
+    addMeasurementOptions(*command, options->Measure);
     addUpdateOptions(*command, options->Measure.Updates);
     asChannel(command->add_option("--start-chan", options->StartChan, "T2: reference channel"))
         ->capture_default_str();

@@ -251,7 +251,7 @@ Command addHistogram(CLI::App &program)
     const auto options = std::make_shared<HistogramOptions>();
     CLI::App *command = program.add_subcommand(
         "histogram", "Count the events of each channel by time since the sync or a reference");
-    addMeasureOptions(*command, options->Measure);
+    addMeasurementOptions(*command, options->Measure);
     options->Measure.CountsDtimes = true;
     addUpdateOptions(*command, options->Measure.Updates);
     asChannel(

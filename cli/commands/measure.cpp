@@ -167,11 +167,12 @@ std::string lastNote(const Measured &measured)
 boost::json::object recordingKeys(const Measured &measured, std::string_view schema)
 {
     const Recording &recording = measured.From;
-    boost::json::object keys = {{"schema", schema},
-                                {"file", jsonName(recording.Path)},
-                                {"device", recording.Id},
-                                {"mode", modeText(recording.MeasMode)}};
-    if (recording.isLive()) keys["file"] = nullptr;
+    boost::json::object keys = {{"schema", schema}, {"program", "tessel " TESSEL_VERSION}};
+    if (!measured.Job.empty()) keys["job"] = measured.Job;
+    keys["file"] = nullptr;
+    if (!recording.isLive()) keys["file"] = jsonName(recording.Path);
+    keys["device"] = recording.Id;
+    keys["mode"] = modeText(recording.MeasMode);
     if (!measured.Chain.empty()) keys["chain"] = chainJson(measured.Chain);
     return keys;
 }

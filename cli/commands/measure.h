@@ -25,7 +25,9 @@ namespace Tessel::Cli {
 
 struct MeasureOptions
 {
-    std::string File;
+    std::string File;                     // the recording that is measured, of those below
+    std::vector<std::string> Files;       // that were named
+    const CLI::App *Command = nullptr;    // of a measurement that a job can ask for
     std::string For, Mode;                // of an instrument; empty: as --help says
     bool CountsDtimes = false;            // T3: a dtime isn't made a time, unless by a chain
     bool RunsOn = false;                  // without For: until it is stopped
@@ -40,9 +42,14 @@ struct MeasureOptions
 // --for, --mode and --set; `runsFor`: without --for.
 void addInstrumentOptions(CLI::App &command, MeasureOptions &options, const std::string &runsFor);
 
-// The recording or how long an instrument measures, the chain, and how to write: to standard output, to a file,
-// as JSON, as a plot.
+// --record, and how to write: to standard output, to a file, as JSON, as a plot.
+void addResultOptions(CLI::App &command, MeasureOptions &options);
+
+// How long an instrument measures, the chain, and the options of the result.
 void addMeasureOptions(CLI::App &command, MeasureOptions &options);
+
+// The same, and the recordings, for a measurement that a job can ask for.
+void addMeasurementOptions(CLI::App &command, MeasureOptions &options);
 
 // The two channels of a correlation.
 struct ChannelPair
@@ -58,6 +65,7 @@ struct Measured
 {
     Recording From;
     PlacedChain Chain;
+    boost::json::object Job; // what was asked for; empty: nothing that a job can say
     Outcome Run;
     std::optional<NewRecording> Into; // that the run writes
     Recorded Written;                 // after the run, if it wrote one
@@ -118,7 +126,7 @@ void noteSpeed(const Outcome &outcome);
 std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema);
 std::string lastNote(const Measured &measured);
 
-// The keys that every result begins with: schema, file, device, mode, and chain if there is one.
+// The keys that every result begins with: schema, program, job, file, device, mode, and chain if there is one.
 boost::json::object recordingKeys(const Measured &measured, std::string_view schema);
 
 // The same, run, of an instrument live, and recorded if the run writes a recording.

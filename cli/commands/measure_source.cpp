@@ -1,6 +1,7 @@
 // What a measuring command works on: its options for that, and the recording or instrument that they name.
 #include "commands/doubts.h"
 #include "commands/measure.h"
+#include "jobs/job_options.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
 #include "program/output_file.h"
@@ -23,15 +24,26 @@ void addInstrumentOptions(CLI::App &command, MeasureOptions &options, const std:
     addSettingOption(command, options.Assignments);
 }
 
-void addMeasureOptions(CLI::App &command, MeasureOptions &options)
+void addResultOptions(CLI::App &command, MeasureOptions &options)
 {
-    addRecordingArgument(command, options.File);
-    addInstrumentOptions(command, options, "1s, with --live until Ctrl-C");
-    addChainOption(command, options.Chain);
     command.add_option("--record", options.RecordFile, "Also record what an instrument sends (.tgx)")
         ->type_name("FILE");
     addOutputOptions(command, options.Result, "CSV");
     addPlotOption(command, options.Result);
+}
+
+void addMeasureOptions(CLI::App &command, MeasureOptions &options)
+{
+    addInstrumentOptions(command, options, "1s, with --live until Ctrl-C");
+    addChainOption(command, options.Chain);
+    addResultOptions(command, options);
+}
+
+void addMeasurementOptions(CLI::App &command, MeasureOptions &options)
+{
+    options.Command = &command;
+    addRecordingArgument(command, options.File);
+    addMeasureOptions(command, options);
 }
 
 void checkFiles(const MeasureOptions &options, const HostOptions &host, const std::string &beside)
@@ -78,6 +90,11 @@ Measured openForMeasuring(const MeasureOptions &options, const HostOptions &host
 {
     const std::vector<ChainStage> stages = readChain(options.Chain);
     Measured measured;
+    if (options.Command) {
+        const std::vector<ChainStage> own(stages.begin() + ptrdiff_t(numInputStages(options.Chain)),
+                                          stages.end());
+        measured.Job = jobAsked(*options.Command, own, host);
+    }
     if (!options.RecordFile.empty() && host.namesInstrument())
         measured.Into = newRecording(options.RecordFile, options.Result.Force);
     measured.From = openSource(options, host);

@@ -154,7 +154,7 @@ Command addTrace(CLI::App &program)
 {
     const auto options = std::make_shared<TraceOptions>();
     CLI::App *command = program.add_subcommand("trace", "Count the events of each channel in bins of time");
-    addMeasureOptions(*command, options->Measure);
+    addMeasurementOptions(*command, options->Measure);
     addUpdateOptions(*command, options->Measure.Updates);
     asNumber(command->add_option("--bins", options->Bins, "Number of bins"), 1, 1 << 28)->capture_default_str();
     asTime(command->add_option("--history", options->History, "Time that all bins span"));

@@ -193,6 +193,7 @@ Command addUnfold(CLI::App &program)
     const auto options = std::make_shared<UnfoldOptions>();
     CLI::App *command =
         program.add_subcommand("unfold", "Write the single events of a recording: times and channels");
+    addRecordingArgument(*command, options->Measure.File);
     addMeasureOptions(*command, options->Measure);
     options->Measure.CountsDtimes = true;
     command->add_flag("--binary", options->Binary,

@@ -7,8 +7,10 @@
 #include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 namespace Tessel::Cli {
 
@@ -73,6 +75,47 @@ boost::json::array jsonArray(const Column &column)
 std::string jsonText(const boost::json::object &object)
 {
     return boost::json::serialize(object) + "\n";
+}
+
+namespace {
+
+bool fitsOneLine(const boost::json::value &value)
+{
+    return !value.is_structured() ||
+           (value.is_array() && std::ranges::all_of(value.get_array(), fitsOneLine)) ||
+           (value.is_object() && value.get_object().empty());
+}
+
+void appendIndented(std::string &text, const boost::json::value &value, size_t depth)
+{
+    if (fitsOneLine(value)) {
+        text += boost::json::serialize(value);
+        return;
+    }
+    const std::string line = "\n" + std::string(2 * depth + 2, ' ');
+    const char *separator = "";
+    text += value.is_object() ? "{" : "[";
+    if (const auto *object = value.if_object())
+        for (const auto &member : *object) {
+            text += std::exchange(separator, ",") + line +
+                    boost::json::serialize(boost::json::string(member.key())) + ": ";
+            appendIndented(text, member.value(), depth + 1);
+        }
+    else
+        for (const auto &item : value.get_array()) {
+            text += std::exchange(separator, ",") + line;
+            appendIndented(text, item, depth + 1);
+        }
+    text += "\n" + std::string(2 * depth, ' ') + (value.is_object() ? "}" : "]");
+}
+
+} // namespace
+
+std::string indentedJson(const boost::json::object &object)
+{
+    std::string text;
+    appendIndented(text, object, 0);
+    return text + "\n";
 }
 
 void writeResult(const std::string &target, std::string_view text)

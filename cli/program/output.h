@@ -28,8 +28,9 @@ boost::json::value jsonNumber(double value);
 // What is infinite or no number is null.
 boost::json::array jsonArray(const Column &column);
 
-// With a line feed at its end.
+// With a line feed at its end; `indentedJson` with a line for each key and each item that isn't plain.
 std::string jsonText(const boost::json::object &object);
+std::string indentedJson(const boost::json::object &object);
 
 // To the file, whole or not at all, or to standard output ("" or "-"). Throws Failure.
 void writeResult(const std::string &target, std::string_view text);

@@ -1,0 +1,20 @@
+// JSON read so that each number is the nearest there is, and a text that is written again is the same.
+#pragma once
+
+#include <boost/json/value.hpp>
+
+#include <stdexcept>
+#include <string_view>
+
+namespace Tessel::Cli {
+
+// What is wrong, with line and column.
+struct JsonError : std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+};
+
+// Throws JsonError: also for a key that an object has twice, a number that is too large, and depths above 32.
+boost::json::value parseExactJson(std::string_view text);
+
+} // namespace Tessel::Cli
