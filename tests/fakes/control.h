@@ -15,6 +15,7 @@ struct FakeControl
     void (*text)(const char *operation, int32_t out, const char *value);
     void (*endless)(const char *operation); // its texts fill their buffers and have no zero
     void (*hang)(const char *operation);    // its next call doesn't return before release()
+    bool (*isHanging)();                    // a call is, now
     void (*release)();
     void (*words)(const uint32_t *words, size_t count); // what the next ReadFiFo brings
     const char *(*journal)(); // a line a call: "SetSyncDiv 0 5"; valid until the next call

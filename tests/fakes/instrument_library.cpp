@@ -34,6 +34,7 @@ struct Script
 std::mutex lock; // guards all below
 std::condition_variable released;
 uint64_t releases = 0;
+int hanging = 0; // calls
 std::map<std::string, Script> scripts;
 std::string journal, journalCopy;
 std::vector<uint32_t> fifo;
@@ -108,8 +109,11 @@ int32_t answerWith(int32_t result, const char *operation, Args... args)
     (call.take(args), ...);
     journal += call.Line + "\n";
     result = resultOf(call.Told, result);
-    if (std::exchange(call.Told.Hangs, false))
+    if (std::exchange(call.Told.Hangs, false)) {
+        ++hanging;
         released.wait(guard, [before = releases] { return releases != before; });
+        --hanging;
+    }
     return result;
 }
 
@@ -171,6 +175,11 @@ constexpr FakeControl control = {
                const char *value) { change([&] { scripts[operation].Texts[number] = value; }); },
     .endless = [](const char *operation) { change([&] { scripts[operation].IsEndless = true; }); },
     .hang = [](const char *operation) { change([&] { scripts[operation].Hangs = true; }); },
+    .isHanging =
+        [] {
+            std::lock_guard guard(lock);
+            return hanging > 0;
+        },
     .release = [] { change([] { ++releases; }); },
     .words = [](const uint32_t *words, size_t count) { change([&] { fifo.assign(words, words + count); }); },
     .journal =

@@ -146,17 +146,13 @@ protected:
     {
         SCOPED_TRACE(operation);
         Finished finished;
-        size_t before = 0;
-        prepare(operation, finished, [&] {
-            fake->hang(operation.c_str());
-            before = calls(operation);
-        });
-        const bool isLast = lastCalls.contains(operation);
-        EXPECT_TRUE(isLast ? measures() : eventually([&] { return calls(operation) > before; }));
+        prepare(operation, finished, [&] { fake->hang(operation.c_str()); });
+        const auto hangs = [this] { return fake->isHanging(); };
+        EXPECT_TRUE(lastCalls.contains(operation) ? measures() : eventually(hangs));
         const auto begin = Clock::now();
         stopMeasure(nullptr);
         EXPECT_LT(Clock::now() - begin, atOnce);
-        EXPECT_TRUE(eventually([&] { return calls(operation) > before; }));
+        EXPECT_TRUE(eventually(hangs));
         EXPECT_FALSE(finished.isSet());
         fake->release();
         EXPECT_TRUE(finished.wait(anEnd));
