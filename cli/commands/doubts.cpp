@@ -9,11 +9,20 @@
 
 namespace Tessel::Cli {
 
+namespace {
+
+// What differs by less is lost in the counts.
+constexpr double negligible = 1e-6;
+
+// Of the time, at most, in which an input or a period has had its event.
+constexpr double mostPileUp = 0.05;
+
+} // namespace
+
 void doubtPeriod(std::vector<std::string> &notes, const Recording &recording)
 {
-    constexpr double tolerance = 1e-6;
     const double made = recording.MadePeriodPs, used = recording.UsedPeriodPs;
-    if (recording.MeasMode != 3 || made <= 0 || used <= 0 || std::abs(used / made - 1) <= tolerance) return;
+    if (recording.MeasMode != 3 || made <= 0 || used <= 0 || std::abs(used / made - 1) <= negligible) return;
     notes.push_back(
         fmt::format("times go by a sync period of {:.12g} ps, the file was made with one of {:.12g} ps: "
                     "they are {:.3g} % off",
@@ -35,7 +44,8 @@ void doubtBinWidth(std::vector<std::string> &notes, const char *option, double w
                    const Recording &recording)
 {
     const double step = recording.MeasMode == 3 ? recording.UsedResolutionPs : recording.BaseResolutionPs;
-    if (step <= 0 || std::abs(std::remainder(widthPs, step)) < 1e-6 * step) return;
+    const double rest = std::abs(std::remainder(widthPs, step));
+    if (step <= 0 || rest < negligible * step || step < negligible * widthPs) return;
     const double good = std::max(std::round(widthPs / step), 1.0) * step;
     notes.push_back(
         fmt::format("{}: {:.12g} ps isn't a multiple of the resolution, {:.12g} ps, so bins differ; "
@@ -43,28 +53,42 @@ void doubtBinWidth(std::vector<std::string> &notes, const char *option, double w
                     option, widthPs, step, good));
 }
 
-void doubtWindow(std::vector<std::string> &notes, uint64_t windowPs, uint64_t binPs)
+void doubtWindow(std::vector<std::string> &notes, const char *option, uint64_t windowPs, uint64_t coveredPs)
 {
-    if (windowPs % binPs == 0) return;
-    notes.push_back(fmt::format("--window: {} ps isn't a multiple of the bin width, and is cut to {} ps",
-                                windowPs, windowPs / binPs * binPs));
+    const auto rest = static_cast<double>(windowPs - coveredPs);
+    if (rest <= negligible * static_cast<double>(windowPs)) return;
+    notes.push_back(fmt::format("{}: {} ps isn't a multiple of the bin width, and is cut to {} ps", option,
+                                windowPs, coveredPs));
 }
 
-void doubtDtimes(std::vector<std::string> &notes, uint64_t beyond, double periodPs)
+void doubtDtimes(std::vector<std::string> &notes, uint64_t beyond, double lastPs, double periodPs)
 {
     if (beyond == 0) return;
-    notes.push_back(fmt::format("{} counts are later after their sync than the sync period, {:.12g} ps: a sync "
-                                "divider, lost syncs, or another resolution",
-                                beyond, periodPs));
+    notes.push_back(
+        fmt::format("{} counts are later after their sync than the sync period, {:.12g} ps: lost "
+                    "syncs, another resolution, or a sync divider; one of {:.0f} would explain them",
+                    beyond, periodPs, std::ceil(lastPs / periodPs)));
 }
 
 void doubtPileUp(std::vector<std::string> &notes, const std::string &channel, double events, double periods)
 {
-    constexpr double most = 0.05;
-    if (periods <= 0 || events / periods <= most) return;
+    if (periods <= 0 || events / periods <= mostPileUp) return;
     notes.push_back(fmt::format("{}: {:.2g} events in a sync period, so pile-up and dead time bend the decay; "
                                 "below {} it is at most {} %",
-                                channel, events / periods, most, most * 100));
+                                channel, events / periods, mostPileUp, mostPileUp * 100));
+}
+
+void doubtDeadTimes(std::vector<std::string> &notes, const Recording &recording)
+{
+    const std::vector<double> &dead = recording.DeadTimesPs;
+    for (size_t i = 0; i < std::min(dead.size(), recording.Rates.Inputs.size()); ++i) {
+        const double rate = recording.Rates.Inputs[i], share = rate * dead[i] * 1e-12;
+        if (share > mostPileUp)
+            notes.push_back(fmt::format(
+                "{}: at {} a dead time of {} takes {:.2g} % of the time (pile-up); below {} it is at most {} %",
+                rowName(recording, static_cast<int64_t>(i + 1)), countRateText(rate), timeText(dead[i]),
+                share * 100, countRateText(mostPileUp / (dead[i] * 1e-12)), mostPileUp * 100));
+    }
 }
 
 } // namespace Tessel::Cli

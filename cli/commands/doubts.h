@@ -21,12 +21,16 @@ void doubtResolution(std::vector<std::string> &notes, const Recording &recording
 void doubtBinWidth(std::vector<std::string> &notes, const char *option, double widthPs,
                    const Recording &recording);
 
-void doubtWindow(std::vector<std::string> &notes, uint64_t windowPs, uint64_t binPs);
+// A window that its bins don't fill: they cover `coveredPs`.
+void doubtWindow(std::vector<std::string> &notes, const char *option, uint64_t windowPs, uint64_t coveredPs);
 
-// Counts at times since the sync that there can't be.
-void doubtDtimes(std::vector<std::string> &notes, uint64_t beyond, double periodPs);
+// Counts at times since the sync that there can't be, up to `lastPs`.
+void doubtDtimes(std::vector<std::string> &notes, uint64_t beyond, double lastPs, double periodPs);
 
 // Of a channel, in the histogram of a T3 stream: what comes after the first event of a period isn't seen.
 void doubtPileUp(std::vector<std::string> &notes, const std::string &channel, double events, double periods);
+
+// Inputs that are dead for much of the time, where their dead times are known.
+void doubtDeadTimes(std::vector<std::string> &notes, const Recording &recording);
 
 } // namespace Tessel::Cli

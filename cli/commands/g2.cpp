@@ -59,7 +59,7 @@ void prepare(G2 &g2, const G2Options &options, const Recording &recording)
     if (g2.NumBins == 0 || g2.NumBins > mostG2Bins)
         throw Failure(Exit::Usage, fmt::format("--window: from 1 to {} times --bin-width", mostG2Bins));
     doubtBinWidth(g2.Notes, "--bin-width", static_cast<double>(g2.BinWidthPs), recording);
-    doubtWindow(g2.Notes, window, g2.BinWidthPs);
+    doubtWindow(g2.Notes, "--window", window, g2.NumBins * g2.BinWidthPs);
     setG2Params(nullptr, static_cast<uint64_t>(options.Channels.First),
                 static_cast<uint64_t>(options.Channels.Second), static_cast<double>(window),
                 static_cast<double>(g2.BinWidthPs), options.RawCounts ? 0 : 1);

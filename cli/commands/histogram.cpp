@@ -122,16 +122,18 @@ boost::json::object histogramJson(const Histogram &histogram, const Measured &me
 
 namespace {
 
+// Up to the last that has a count.
+size_t usedBins(std::span<const uint32_t> counts)
+{
+    while (!counts.empty() && counts.back() == 0) counts = counts.first(counts.size() - 1);
+    return counts.size();
+}
+
 // What is drawn ends with the sync period, or with the last bin that has a count.
 size_t shownBins(const Recording &recording, const Histogram &histogram)
 {
     size_t last = 1;
-    for (int64_t row = 0; row < recording.NumRows; ++row) {
-        const auto counts = histogram.row(row);
-        size_t bins = counts.size();
-        while (bins > last && counts[bins - 1] == 0) --bins;
-        last = std::max(last, bins);
-    }
+    for (int64_t row = 0; row < recording.NumRows; ++row) last = std::max(last, usedBins(histogram.row(row)));
     const double period = histogram.SyncPeriodPs / histogram.BinWidthPs;
     return period >= 1 && period < static_cast<double>(last) ? static_cast<size_t>(period) : last;
 }
@@ -176,12 +178,14 @@ std::vector<std::string> doubtsOn(const Histogram &histogram, const Measured &me
     const double inPeriod = std::ceil(histogram.SyncPeriodPs / histogram.BinWidthPs);
     const auto bins = static_cast<size_t>(std::min(inPeriod, static_cast<double>(histogram.NumBins)));
     uint64_t beyond = 0;
+    size_t last = 0; // bins, with the last that has counts
     for (int64_t row = 0; row < recording.NumRows; ++row) {
         beyond += total(histogram.row(row).subspan(bins));
+        last = std::max(last, usedBins(histogram.row(row)));
         doubtPileUp(notes, rowName(recording, row), static_cast<double>(total(histogram.row(row))),
                     periodsOf(measured));
     }
-    doubtDtimes(notes, beyond, histogram.SyncPeriodPs);
+    doubtDtimes(notes, beyond, static_cast<double>(last) * histogram.BinWidthPs, histogram.SyncPeriodPs);
     return notes;
 }
 

@@ -104,6 +104,7 @@ Measured openForMeasuring(const MeasureOptions &options, const HostOptions &host
         throw Failure(Exit::Failed, fmt::format("{}: a recording of mode {} has no events to count",
                                                 visibleText(recording.Path), recording.MeasMode));
     doubtPeriod(measured.Notes, recording);
+    doubtDeadTimes(measured.Notes, recording);
     measured.Chain = placeChain(recording, stages);
     if (recording.MeasMode != 3 || !options.CountsDtimes || !measured.Chain.empty())
         doubtResolution(measured.Notes, recording);

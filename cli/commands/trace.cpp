@@ -1,5 +1,6 @@
 // `tessel trace`: counts of every channel in bins of time.
 #include "commands/commands.h"
+#include "commands/doubts.h"
 #include "commands/measure.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"
@@ -32,7 +33,8 @@ struct TraceOptions
 struct Trace
 {
     uint64_t NumBins = 0, BinWidthPs = 0; // asked for
-    uint64_t EndBin = 0;                  // absolute number of the bin after the last column
+    std::vector<std::string> Notes;
+    uint64_t EndBin = 0; // absolute number of the bin after the last column
     std::vector<uint32_t> Counts;
 
     // Columns that lie before the start of the run are left out.
@@ -52,6 +54,8 @@ Trace prepared(const TraceOptions &options, const Recording &recording)
     trace.NumBins = static_cast<uint64_t>(options.Bins);
     trace.BinWidthPs = history / trace.NumBins;
     if (trace.BinWidthPs == 0) throw Failure(Exit::Usage, "--history: at least 1 ps for each of the --bins");
+    doubtWindow(trace.Notes, "--history", history, trace.NumBins * trace.BinWidthPs);
+    doubtBinWidth(trace.Notes, "--history / --bins", static_cast<double>(trace.BinWidthPs), recording);
     const uint64_t counts = (trace.NumBins + 1) * static_cast<uint64_t>(recording.NumRows);
     if (counts > mostCounts)
         throw Failure(Exit::Usage,
@@ -132,7 +136,8 @@ int runTrace(const TraceOptions &options, const HostOptions &host)
                     .Needs = "events within --history",
                     .Csv = [&](const Measured &measured) { return asCsv(trace, measured); },
                     .Json = [&](const Measured &measured) { return asJson(trace, measured); },
-                    .Plot = [&](const Measured &measured) { return asPlot(trace, measured); }});
+                    .Plot = [&](const Measured &measured) { return asPlot(trace, measured); },
+                    .Notes = [&](const Measured &) { return trace.Notes; }});
 }
 
 constexpr ResultHelp traceHelp = {

@@ -188,6 +188,29 @@ void readPeriods(Recording &recording)
 
 } // namespace
 
+// The tags of the inputs with this name; an input without one has 0.
+std::vector<double> inputTags(const Recording &recording, std::string_view name)
+{
+    std::vector<double> values(recording.Config.at("ChansCfg").as_array().size(), 0);
+    for (const auto &tag : recording.Header.at("tags").as_array()) {
+        const auto input = static_cast<size_t>(tag.at("idx").to_number<int64_t>());
+        if (tag.at("name").as_string() == name && input < values.size() && tag.at("value").is_number())
+            values[input] = tag.at("value").to_number<double>();
+    }
+    return values;
+}
+
+// What the inputs counted, and how long they were dead after an event. The dead time of a device that was
+// opened from a file counts as off; files of the SV40 family may hold a code, which is none.
+void readInputs(Recording &recording)
+{
+    constexpr double shortestPs = 800;
+    for (const double rate : inputTags(recording, "TTResult_InputRate"))
+        recording.Rates.Inputs.push_back(static_cast<int32_t>(rate));
+    for (const double ps : inputTags(recording, "HWInpChan_TdCode"))
+        recording.DeadTimesPs.push_back(ps >= shortestPs ? ps : 0);
+}
+
 Recording openRecording(const std::string &path)
 {
     checkFile(path);
@@ -207,6 +230,7 @@ Recording openRecording(const std::string &path)
     recording.NumRecords = dataBytes(recording.Header) / sizeof(uint32_t);
     recording.ClaimedRecords = integerTag(recording.Header, "TTResult_NumberOfRecords").value_or(-1);
     recording.Ending = endingOf(recording);
+    readInputs(recording);
     readResolution(recording);
     readPeriods(recording);
     return recording;
@@ -223,6 +247,10 @@ Recording liveRecording(int32_t runForMs)
     rates.Inputs.resize(recording.Config.at("NumChans").to_number<size_t>());
     getCountRates(&rates.Sync, rates.Inputs.data());
     if (rates.Sync > 0) recording.SyncPeriodPs = 1e12 / rates.Sync;
+    for (const auto &channel : recording.Config.at("ChansCfg").as_array()) {
+        const auto *dead = channel.as_object().if_contains("DeadTime"); // not every family has one
+        recording.DeadTimesPs.push_back(dead && dead->is_number() ? dead->to_number<double>() : 0);
+    }
     return recording;
 }
 

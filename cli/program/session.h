@@ -78,9 +78,10 @@ struct Recording
     uint64_t NumRecords = 0;     // in the file
     int64_t ClaimedRecords = 0;  // by its header; -1: it doesn't say
     Cli::Ending Ending = Ending::Closed;
-    int64_t NumRows = 0;       // of a result: sync, inputs and what a chain makes
-    CountRates Rates;          // of an instrument, before it measures
-    std::vector<MadeRow> Made; // the last of the rows: those of the chain
+    int64_t NumRows = 0;             // of a result: sync, inputs and what a chain makes
+    CountRates Rates;                // of an instrument, before it measures; of a file, as its header says
+    std::vector<double> DeadTimesPs; // of the inputs; 0: off, or unknown
+    std::vector<MadeRow> Made;       // the last of the rows: those of the chain
 
     bool isLive() const { return RunForMs > 0; }
 };

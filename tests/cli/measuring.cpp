@@ -245,6 +245,14 @@ TEST(Notes, SayWhatTheResultIsToBeDoubtedFor)
     write("fast.tgx", TgxFile::t3(2, 4, 80e6), words);
     write("fine.tgx", TgxFile::t3(2, 25000. / 4096, 80e6), {t3Event(0, 1, 10), t3Event(1, 3, 20)});
     write("t2.tgx", TgxFile::t2(2, 5), {t2Event(0, 9), t2Event(1, 11), t2Event(0, 20)});
+    write("dead.tgx",
+          TgxFile::t2(2, 1)
+              .tag("HWInpChan_TdCode", 0, 0)
+              .tag("HWInpChan_TdCode", 50'000, 1)
+              .tag("TTResult_InputRate", 30'000'000, 0)
+              .tag("TTResult_InputRate", 2'000'000, 1),
+          {t2Event(0, 9), t2Event(1, 11)});
+    write("tick20.tgx", TgxFile::t2(2, 953674), {t2Event(0, 9), t2Event(1, 11)});
     write("tick.tgx", TgxFile::t2(2, 25000. / 1400), {t2Event(0, 9), t2Event(1, 11)});
     const struct
     {
@@ -253,7 +261,15 @@ TEST(Notes, SayWhatTheResultIsToBeDoubtedFor)
         {"histogram slow.tgx",
          "times go by a sync period of 500000000000 ps, the file was made with one of 666666"},
         {"trace fast.tgx", ""},
-        {"histogram fast.tgx", "1 counts are later after their sync than the sync period, 12500 ps"},
+        {"histogram fast.tgx", "later after their sync than the sync period, 12500 ps: lost syncs, another "
+                               "resolution, or a sync divider; one of 3 would explain them"},
+        {"trace dead.tgx",
+         "Channel 2: at 2 Mcps a dead time of 50 ns takes 10 % of the time (pile-up); below 1 "
+         "Mcps it is at most 5 %"},
+        {"trace tick20.tgx --history 10ms --bins 10",
+         "1000000000 ps isn't a multiple of the resolution, 953674 ps"},
+        {"trace t2.tgx --history 109ps --bins 10",
+         "--history: 109 ps isn't a multiple of the bin width, and is cut to 100 ps"},
         {"histogram t2.tgx --ref-chan 1 --bin-width 12ps",
          "12 ps isn't a multiple of the resolution, 5 ps, so bins differ; 10 ps is"},
         {"g2 t2.tgx --bin-width 10ps --window 105ps",
