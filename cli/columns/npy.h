@@ -21,7 +21,7 @@ bool isNpy(const SourceFile &file);
 // Throws Failure.
 std::vector<NpyColumn> npyColumns(std::shared_ptr<const SourceFile> file);
 
-// The header of an array with one axis, 128 bytes whatever `count` is. `type`: as NumPy writes it, with quotes
+// The header of an array with one axis, 192 bytes whatever `count` is. `type`: as NumPy writes it, with quotes
 // or brackets: "'<u8'".
 std::string npyHeader(const std::string &type, uint64_t count);
 

@@ -49,6 +49,17 @@ struct NineBytes
         return to + sizeof time + 1;
     }
 };
+struct ElevenBytes
+{
+    static char *write(char *to, uint64_t time, uint8_t channel, uint64_t before)
+    {
+        NineBytes::write(to, time >> dtimeBits, 0, before);
+        to[8] = static_cast<char>(time & 0xFF);
+        to[9] = static_cast<char>(time >> 8 & 0x7F);
+        to[10] = static_cast<char>(channel);
+        return to + 11;
+    }
+};
 
 template <class Form>
 char *writeAs(bool overflows, const uint64_t *times, const uint8_t *channels, size_t count, uint64_t &written,
@@ -77,6 +88,7 @@ char *writeEvents(EventForm form, bool isT3, bool overflows, const uint64_t *tim
     case EventForm::Csv: return isT3 ? as(CsvT3()) : as(CsvT2());
     case EventForm::Json: return isT3 ? as(Json<CsvT3>()) : as(Json<CsvT2>());
     case EventForm::Binary: return as(NineBytes());
+    case EventForm::Npy: return isT3 ? as(ElevenBytes()) : as(NineBytes());
     }
     return to;
 }

@@ -1,4 +1,4 @@
-// Single events as they stand in a file: lines of CSV, arrays of JSON, or 9 bytes each.
+// Single events as they stand in a file: lines of CSV, arrays of JSON, or bytes.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,8 @@ namespace Tessel::Cli {
 
 inline constexpr uint32_t dtimeBits = 15; // T3: time = sync number << 15 | dtime
 
-enum class EventForm { Csv, Json, Binary };
+// Npy: as Binary in T2, in T3 11 bytes: sync, dtime, channel.
+enum class EventForm { Csv, Json, Binary, Npy };
 
 // What is written of an event takes at most so many characters.
 inline constexpr size_t mostEventText = 40;

@@ -122,10 +122,12 @@ std::vector<std::string> remarks(const Imported &imported)
     if (dtimeRounding > 0)
         remarks.push_back(fmt::format("microtimes were rounded to units of {}, by at most {:.3g} ps",
                                       periodText(units.ResolutionPs), dtimeRounding));
-    if (imported.Scaling.Times.ShiftTicks > 0)
+    if (const uint64_t ticks = imported.Scaling.Times.ShiftTicks; ticks > 0) {
+        const char *unit = units.MeasMode == 3 ? "sync" : "tick";
         remarks.push_back(fmt::format("the first event was at 0, which some measurements take for no time: all "
-                                      "are later by {} ({})",
-                                      units.MeasMode == 3 ? "one sync" : "one tick", periodText(units.TickPs)));
+                                      "are later by {} {}{} of {}",
+                                      ticks, unit, ticks > 1 ? "s" : "", periodText(units.TickPs)));
+    }
     if (imported.Found.StepsBack > 0)
         remarks.push_back(
             fmt::format("sorted (steps back: {}, largest {})", imported.Found.StepsBack,
@@ -239,7 +241,7 @@ void import(Imported &imported, ImportOptions options)
     imported.Scaling = scalingOf(imported.Units, table);
     imported.Found = seenTable(imported);
     checkOrder(options, imported.Units, table, imported.Found);
-    imported.Scaling.Times.ShiftTicks = imported.Found.Earliest == 0 ? 1 : 0;
+    imported.Scaling.Times.ShiftTicks = shiftOf(options, imported.Units, imported.Found);
     imported.Files.IsT3 = imported.Units.MeasMode == 3;
     imported.Files.Map = mapOf(options, imported.Found);
     createFiles(imported.Files, options, imported.Units, imported.Found, imported.Found.Latest);
@@ -296,7 +298,8 @@ T3: times are numbers of syncs, --sync-period or --sync-rate their distance. --m
 a microtime of 1 is, and the unit of the dtimes; a coarser --resolution if there are more than 32767.
 Any of them may be a fraction, and is used as it stands: 17.857ps, 25ns/4096, 2.5ns/140, 2^-20s, 80MHz.
 What was rounded, and by how much at most, is said. A recording whose first event is at 0 begins one
-tick later, one sync in T3, since some measurements take 0 for no time; that is said too.
+tick later, one sync in T3, since some measurements take 0 for no time; that is said too. --keep-zero
+leaves it there.
 
 Channels: recorded numbers stay inputs, 1 to 64; with a 0 among them all go up by 1. --sync takes one
 as the sync of T2. --map says it all: --map 1=1,2=2,5=sync; --map 0,8,1,9 makes them inputs 1 to 4;
@@ -360,6 +363,7 @@ Command addImport(CLI::App &program)
              inputsPerFile);
     command->add_flag("--sort", options->Sort,
                       "Put rows in order; --sort=TIME only if they go back no further");
+    command->add_flag("--keep-zero", options->KeepsZero, "Leave a first event at a time of 0 where it is");
     text("--comment", options->Comment, "Comment in the header of the file", "TEXT");
     command->add_flag("--json", options->Json, "Write what was imported as one JSON object");
     command->add_flag("--force", options->Force, "Replace OUT if it is there already");

@@ -113,6 +113,7 @@ void takeHints(ImportOptions &options, const EventTable &table)
         take(options.MicrotimeUnit, "microtime-unit");
     }
     if (options.Sync < 0) take(options.Map, "map");
+    if (hintOf(comments, "zero") == "kept") options.KeepsZero = true;
     const std::string inputs = hintOf(comments, "inputs");
     if (options.Inputs == 0 && !inputs.empty() && inputs.size() < 3) options.Inputs = std::atoi(inputs.c_str());
 }
@@ -186,6 +187,14 @@ void checkOrder(const ImportOptions &options, const ImportUnits &units, const Ev
     if (units.SortSpanPs && largestPs > units.SortSpanPs->value())
         throw Failure(Exit::Failed, fmt::format("{}: rows go back by up to {}, beyond --sort {}", table.Shown,
                                                 text(found.LargestStep), options.Sort));
+}
+
+uint64_t shiftOf(const ImportOptions &options, const ImportUnits &units, const Survey &found)
+{
+    if (found.Earliest > 0 || options.KeepsZero) return 0;
+    Fraction ticks = onePs; // of a time tag
+    if (units.MeasMode == 2) divide(units.ResolutionPs, units.TickPs, ticks);
+    return (ticks.Num + ticks.Den - 1) / ticks.Den;
 }
 
 double timeUnitPs(const ImportUnits &units)

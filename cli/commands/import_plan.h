@@ -19,6 +19,7 @@ struct ImportOptions
     int Sync = -1;    // recorded number; -1: none
     int Inputs = 0;   // at least so many
     std::string Sort; // "true": as far as is needed; else at most so far; empty: rows have to be in order
+    bool KeepsZero = false; // a first event at 0 stays there
     bool Force = false, Json = false;
 };
 
@@ -46,6 +47,9 @@ ChannelMap mapOf(const ImportOptions &options, const Survey &found);
 // Throws Failure, unless rows come in order or are to be sorted.
 void checkOrder(const ImportOptions &options, const ImportUnits &units, const EventTable &table,
                 const Survey &found);
+
+// How many ticks later the first event has to be so that its time isn't 0.
+uint64_t shiftOf(const ImportOptions &options, const ImportUnits &units, const Survey &found);
 
 // Of times: a sync of the recording or a time tag, in ps.
 double timeUnitPs(const ImportUnits &units);
