@@ -8,6 +8,7 @@ import numpy as np
 
 from . import _library, capi
 from .errors import SettingError
+from .stages import Stages, stages_of
 from .units import Time, picoseconds, whole
 
 if TYPE_CHECKING:
@@ -53,6 +54,40 @@ class Chain:
             kind = kinds[index] if index < len(kinds) else str(stage["Type"])
             made += [f"{kind} {each['Channel']}" for each in stage["Channels"]]
         return tuple(made)
+
+    def add(self, chain: Stages) -> Tuple[int, ...]:
+        """Adds the stages of a text, as the ``tessel`` program takes it, or of a list.
+
+        Parameters
+        ----------
+        chain : str, list of dict or dict
+            ``"coincidence(1,2; 10ns; keep) | merge(1,2; keep)"`` (``tessel chain --help``), stages as ``stages`` has
+            them, or what a chain file holds.
+
+        Returns
+        -------
+        tuple of int
+            The new channels, of all stages.
+
+        Raises
+        ------
+        ValueError
+            It can't be read, or names a channel that there isn't.
+
+        Examples
+        --------
+        >>> with tessel.open("emitter.tgx") as dev:
+        ...     dev.chain.add("coincidence(1,2; 10ns; keep) | delay(2; 5ns; keep)")
+        (3, 4)
+        """
+        rows = self._device._call("getNumAllChans")
+        for stage in stages_of(chain):
+            given = {name: value for name, value in stage.items() if name not in ("stage", "channels", "herald")}
+            if stage["stage"] == "substream":
+                given = {"start": given["from"], "stop": given["to"]}
+            channels = [*([stage["herald"]] if "herald" in stage else []), *stage.get("channels", [])]
+            getattr(self, stage["stage"])(*channels, **given)
+        return tuple(range(rows, self._device._call("getNumAllChans")))
 
     def coincidence(
         self, *channels: int, window: Time, mode: str = "sliding", time: str = "last", keep: bool = False

@@ -10,7 +10,7 @@ import datetime
 import math
 import numbers
 import re
-from decimal import Decimal
+from decimal import ROUND_HALF_UP, Decimal
 from typing import Any, Dict, Tuple, Union
 
 #: A time: whole picoseconds, a text with a unit, a ``datetime.timedelta`` or a pint quantity.
@@ -115,6 +115,39 @@ def exact_picoseconds(value: Time, what: str = "time") -> float:
     if not 0 < number < math.inf:
         raise ValueError(f"{what}: a time above 0, not {value!r}")
     return number
+
+
+def rounded_picoseconds(value: Time, what: str = "time", signed: bool = False) -> int:
+    """A time as the nearest whole picoseconds, as the ``tessel`` program takes it.
+
+    Parameters
+    ----------
+    value : int, float, str, datetime.timedelta or pint quantity
+        The time; a bare number, also as a text, is picoseconds.
+    what : str
+        What the time is, for the text of an error.
+    signed : bool
+        It may be below 0.
+
+    Returns
+    -------
+    int
+        Picoseconds.
+
+    Raises
+    ------
+    ValueError
+        It can't be read, or is below 0.
+
+    Examples
+    --------
+    >>> rounded_picoseconds("1.2345ns"), rounded_picoseconds(-3, signed=True)
+    (1235, -3)
+    """
+    number = _number(value, "ps", what)
+    if not math.isfinite(number) or (number < 0 and not signed):
+        raise ValueError(f"{what}: a time{'' if signed else ' from 0 on'} is wanted, not {value!r}")
+    return int(Decimal(number).to_integral_value(ROUND_HALF_UP))
 
 
 def picoseconds(value: Time, what: str = "time", least: int = 1) -> int:
