@@ -268,9 +268,11 @@ class Core:
     def _length_ps(self) -> int:
         """How long the recording is: as its header says, or, if it doesn't, by a look at all of its records."""
         ms = float(self.description["StopAfter"])
-        if ms <= 0:
-            ms = _library.file_text(capi.tessel_verifyFile, self._known_path())["durationMs"] or 0.0
-        return int(ms * 1e9)
+        return int((ms if ms > 0 else self._read_ms()) * 1e9)
+
+    def _read_ms(self) -> float:
+        """How long the recording is, by a look at all of its records."""
+        return float(_library.file_text(capi.tessel_verifyFile, self._known_path())["durationMs"] or 0.0)
 
     def _shape(self, kind: str) -> Tuple[int, int]:
         rows, columns = ctypes.c_uint64(), ctypes.c_uint64()

@@ -48,10 +48,10 @@ def _address(array: Whole) -> Any:
     return array.ctypes.data_as(ctypes.POINTER(ctypes.c_uint64))
 
 
-def _span(first: Whole, last: Whole) -> float:
+def _span(first: Whole, last: Whole) -> int:
     """From the first event of the two channels to the last, ps; a channel without events has 0 for both."""
     begun = [int(each) for each in first if each > 0]
-    return float(int(last.max()) - min(begun)) if begun else 0.0
+    return int(last.max()) - min(begun) if begun else 0
 
 
 def _ratio(counted: NDArray[Any], expected: Values) -> Values:
@@ -68,7 +68,8 @@ def _sigma(pairs: NDArray[Any], expected: Values) -> Values:
 class G2(Result):
     """Correlation of two channels in linear bins: g2(lag) = pairs x T / (n1 x n2 x bin width).
 
-    n1 and n2 are the events of each channel, T the time from the first event of the two channels to the last.
+    n1 and n2 are the events of each channel, T the time from the first event of the two channels to the last, or as
+    `spans_ps` says. All of these are summed where several runs are merged.
 
     Attributes
     ----------
@@ -78,8 +79,11 @@ class G2(Result):
         Bounds of the bins, ps. At lags above 0 `chan1` comes later.
     events, first, last : (2,) uint64
         Of each channel: events, time of the first and of the last, ps.
+    spans_ps : (2,) uint64
+        T of the lags below 0, and of those above, ps.
     filled : (2 M,) float64
-        What the library fills by itself; it takes for T, in each half, the time of the channel that comes later.
+        What the library fills by itself; it takes for T, in each half, the time of the channel that comes later. NaN
+        where several runs were merged.
     chan1, chan2 : int
         The channels.
     bin_width : int
@@ -91,12 +95,17 @@ class G2(Result):
     events: Whole
     first: Whole
     last: Whole
+    spans_ps: Whole
     filled: Values
     chan1: int
     chan2: int
     bin_width: int
 
     kind: ClassVar[str] = "g2"
+    _merged: ClassVar[Dict[str, str]] = {
+        **{name: "sum" for name in ("pairs", "events", "spans_ps")},
+        **{"first": "least", "last": "most", "filled": "none"},
+    }
     _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "values", "sigma", "pairs")
 
     @property
@@ -105,16 +114,11 @@ class G2(Result):
         return self.edges[:-1] + self.bin_width / 2
 
     @property
-    def span_ps(self) -> float:
-        """T: from the first event of the two channels to the last, ps."""
-        return _span(self.first, self.last)
-
-    @property
     def expected(self) -> Values:
         """(2 M,) float64: pairs of independent channels with the same rates."""
-        span = self.span_ps
-        by_chance = float(self.events[0]) * float(self.events[1]) * self.bin_width / span if span > 0 else 0.0
-        return np.full(len(self.pairs), by_chance)
+        both = float(self.events[0]) * float(self.events[1]) * self.bin_width
+        by_chance = [both / float(span) if span else 0.0 for span in self.spans_ps]
+        return np.repeat(by_chance, len(self.pairs) // 2)
 
     @property
     def values(self) -> Values:
@@ -139,14 +143,29 @@ class G2(Result):
         return [*super()._facts(), ("channels", f"{self.chan1} and {self.chan2}"), ("bins", bins), ("pairs", pairs)]
 
 
-def g2_of(info: Any, counted: Dict[str, Any], filled: Values, edges: Times, chan1: int, chan2: int, width: int) -> G2:
+def g2_of(
+    info: Any, counted: Dict[str, Any], filled: Values, edges: Times, chan1: int, chan2: int, width: int, span: str
+) -> G2:
     """The result of what was counted; of one channel both halves are the same."""
     above, below = counted["pairs"][0].copy(), counted["pairs"][0 if chan1 == chan2 else 1].copy()
     for half in (above, below):
         half[0] -= counted["self_pairs"]
     pairs = np.concatenate([below[::-1], above])
-    terms = counted["events"], counted["first"], counted["last"]
+    first, last = counted["first"], counted["last"]
+    common = _span(first, last)
+    spans = [common, common] if span == "common" else [int(last[later]) - int(first[later]) for later in (1, 0)]
+    terms = counted["events"], first, last, np.array(spans, np.uint64)
     return G2(info, pairs, edges, *terms, filled, chan1, chan2, width)
+
+
+# Rows of the pairs in a cross-correlation.
+_CROSS_ROWS = {"both": (1, 2), "chan1": (1,), "chan2": (2,)}
+
+
+def fcs_terms(counted: Dict[str, Any]) -> Dict[str, Any]:
+    """T, and what is left of it at each lag."""
+    span, edges = _span(counted["first"], counted["last"]), counted["edges"]
+    return {"span_ps": span, "rest": np.maximum(0, 2 * span - edges[1:] - edges[:-1])}
 
 
 @dataclass(frozen=True, eq=False, repr=False)
@@ -155,7 +174,8 @@ class Fcs(Result):
 
     All pairs count, from the first event on. Expected of independent channels are, in the time T from the first event
     of the two channels to the last, later(lag) x earlier(lag) x bin width / (T - lag), with the events that could be
-    the later one, and the earlier one, of a pair at the lag: the symmetric normalisation.
+    the later one, and the earlier one, of a pair at the lag: the symmetric normalisation. With `norm` "mean" they are
+    n1 x n2 x bin width x (T - lag) / T^2, with all events. All of these are summed where several runs are merged.
 
     Attributes
     ----------
@@ -169,12 +189,21 @@ class Fcs(Result):
         Of each channel, how many events could be the later one, and the earlier one, of a pair at ``edges[k]``.
     events, first, last : (2,) uint64
         Of each channel: events, time of the first and of the last, ps.
+    span_ps : int
+        T, ps.
+    rest : (bins,) int64
+        Twice T - lag, ps, at the middle of each bin: twice, since it is whole then; 0 for lags beyond T.
     filled : (3, bins) float64
-        What the library fills by itself, with all events and the time measured: pairs x T / (n1 x n2 x width) - 1.
+        What the library fills by itself, with all events and the time measured: pairs x T / (n1 x n2 x width) - 1. NaN
+        where several runs were merged.
     chan1, chan2 : int
         The channels.
     fast : bool
         Counted in the faster way.
+    norm : {"symmetric", "mean"}
+        What the curves are normalised by.
+    later_channel : {"both", "chan1", "chan2"}
+        Whose event is the later one in ``cross``.
     """
 
     lag_ps: Values
@@ -185,27 +214,35 @@ class Fcs(Result):
     events: Whole
     first: Whole
     last: Whole
+    span_ps: int
+    rest: Times
     filled: Values
     chan1: int
     chan2: int
     fast: bool
+    norm: str
+    later_channel: str
 
     kind: ClassVar[str] = "fcs"
+    _merged: ClassVar[Dict[str, str]] = {
+        **{name: "sum" for name in ("pairs", "later", "earlier", "events", "span_ps", "rest")},
+        **{"first": "least", "last": "most", "filled": "none"},
+    }
     _columns: ClassVar[Tuple[str, ...]] = ("lag_ps", "auto1", "cross", "auto2")
-
-    @property
-    def span_ps(self) -> float:
-        """T: from the first event of the two channels to the last, ps."""
-        return _span(self.first, self.last)
 
     @property
     def expected(self) -> Values:
         """(4, bins) float64: pairs of independent channels with the same rates, row by row as ``pairs``."""
-        rest = self.span_ps - (self.edges[1:] + self.edges[:-1]) / 2
-        later, earlier = ((each[:, 1:].astype(np.float64) + each[:, :-1]) / 2 for each in (self.later, self.earlier))
-        rows = [later[i] * earlier[k] for i in (0, 1) for k in (0, 1)]
+        rest, widths = self.rest / 2, np.diff(self.edges)
         with np.errstate(divide="ignore", invalid="ignore"):
-            expected: Values = np.where(rest > 0, np.array(rows) / rest * np.diff(self.edges), 0.0)
+            if self.norm == "mean":
+                span = float(self.span_ps)
+                rates = [float(a) * float(b) / (span * span) if span else 0.0 for a in self.events for b in self.events]
+                mean: Values = np.array(rates)[:, None] * rest * widths
+                return mean
+            later, earlier = ((each[:, 1:].astype(np.float64) + each[:, :-1]) / 2 for each in (self.later, self.earlier))
+            rows = [later[i] * earlier[k] for i in (0, 1) for k in (0, 1)]
+            expected: Values = np.where(rest > 0, np.array(rows) / rest * widths, 0.0)
         return expected
 
     def _curve(self, *rows: int) -> Tuple[NDArray[Any], Values]:
@@ -219,8 +256,8 @@ class Fcs(Result):
 
     @property
     def cross(self) -> Values:
-        """(bins,) float64: G of both channels with each other, both directions together."""
-        return _ratio(*self._curve(1, 2)) - 1
+        """(bins,) float64: G of both channels with each other, in both directions or as `later_channel` says."""
+        return _ratio(*self._curve(*_CROSS_ROWS[self.later_channel])) - 1
 
     @property
     def auto2(self) -> Values:
@@ -231,7 +268,7 @@ class Fcs(Result):
     def sigma(self) -> Values:
         """(3, bins) float64: standard deviation of ``auto1``, ``cross``, ``auto2``: Poisson in their pairs, of which at
         least 1."""
-        return np.array([_sigma(*self._curve(*rows)) for rows in ((0,), (1, 2), (3,))])
+        return np.array([_sigma(*self._curve(*rows)) for rows in ((0,), _CROSS_ROWS[self.later_channel], (3,))])
 
     def _table(self) -> Dict[str, NDArray[Any]]:
         sigmas = dict(zip(("auto1_sigma", "cross_sigma", "auto2_sigma"), self.sigma))

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import ctypes
 import math
-from typing import Any, Dict, Optional, Tuple, Union
+from typing import Any, Dict, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
@@ -12,7 +12,7 @@ from . import _library, capi
 from ._library import Memory
 from .blocks import EventBlocks, WordBlocks
 from .core import Core
-from .correlations import G2, Fcs, g2_of, read_counts
+from .correlations import G2, Fcs, fcs_terms, g2_of, read_counts
 from .histograms import Hist2d, Histogram, Trace
 from .results import PathLike, Recorded, RunInfo, frozen
 from .run import Run
@@ -123,6 +123,7 @@ class Device(Core):
         *,
         window: Time = "1us",
         bin_width: Time = "1ns",
+        span: str = "common",
         duration: Optional[Time] = None,
         record: Optional[PathLike] = None,
     ) -> Run[G2]:
@@ -136,6 +137,8 @@ class Device(Core):
             The longest lag, in each direction.
         bin_width : time
             From the resolution of the device to 1 ms.
+        span : {"common", "each"}
+            T: the time of both channels, or in each half that of the channel that comes later, as the library does.
         duration, record : optional
             As for every measurement.
 
@@ -163,14 +166,15 @@ class Device(Core):
         bins = longest // width
         if not 1 <= bins <= _MOST_G2_BINS:
             raise ValueError(f"window: from 1 to {_MOST_G2_BINS} bins, not {bins}")
+        _one_of(span, ("common", "each"), "span")
         self._set("setG2Params", chan1, chan2, float(longest), float(width), 1)
         values = np.full(2 * bins, np.nan)
         lags = np.zeros(2 * bins)
         edges = (np.arange(2 * bins + 1, dtype=np.int64) - bins) * width
-        parameters = {"chan1": chan1, "chan2": chan2, "window": longest, "bin_width": width}
+        parameters = {"chan1": chan1, "chan2": chan2, "window": longest, "bin_width": width, "span": span}
 
         def build(info: RunInfo) -> G2:
-            return g2_of(info, self._counted(bins), frozen(values), frozen(edges), chan1, chan2, width)
+            return g2_of(info, self._counted(bins), frozen(values), frozen(edges), chan1, chan2, width, span)
 
         def start(memory: Memory, ms: int, save: int) -> None:
             capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
@@ -186,6 +190,8 @@ class Device(Core):
         max_lag: Optional[Time] = None,
         steps: int = 100,
         fast: bool = False,
+        norm: str = "symmetric",
+        later_channel: str = "both",
         duration: Optional[Time] = None,
         record: Optional[PathLike] = None,
     ) -> Run[Fcs]:
@@ -202,6 +208,10 @@ class Device(Core):
             Number of bins, up to 1,000,000.
         fast : bool
             Count in the faster way for long lags and high rates; a bin then holds its lower end and not its upper.
+        norm : {"symmetric", "mean"}
+            What the curves are normalised by, see ``Fcs``.
+        later_channel : {"both", "chan1", "chan2"}
+            Whose event is the later one in ``cross``.
         duration, record : optional
             As for every measurement.
 
@@ -231,6 +241,8 @@ class Device(Core):
             raise ValueError(f"max_lag: above min_lag, not {longest} ps")
         if not 1 <= steps <= 1_000_000:
             raise ValueError(f"steps: from 1 to 1000000, not {steps}")
+        _one_of(norm, ("symmetric", "mean"), "norm")
+        _one_of(later_channel, ("both", "chan1", "chan2"), "later_channel")
         count = ctypes.c_uint64()
         name = "setFFCSParams" if fast else "setFCSParams"
         self._set(name, chan1, chan2, ctypes.byref(count), float(shortest), float(longest), steps)
@@ -240,16 +252,17 @@ class Device(Core):
             raise ValueError("min_lag, max_lag: no bin of the resolution lies between them")
         values = np.full((3, points + 1), np.nan)
         lags = np.zeros(points)
-        parameters = {"chan1": chan1, "chan2": chan2, "min_lag": shortest, "max_lag": longest}
-        parameters.update(steps=steps, fast=fast)
+        parameters: Dict[str, Any] = {"chan1": chan1, "chan2": chan2, "min_lag": shortest, "max_lag": longest}
+        parameters.update(steps=steps, fast=fast, norm=norm, later_channel=later_channel)
 
         def build(info: RunInfo) -> Fcs:
             # The library has them in seconds, which are whole picoseconds.
             centres = np.rint(lags * 1e12)
             counted = self._counted(points)
             del counted["self_pairs"]
-            filled = frozen(values[:, :points])
-            return Fcs(info, frozen(centres), **counted, filled=filled, chan1=chan1, chan2=chan2, fast=fast)
+            counted.update(fcs_terms(counted), filled=frozen(values[:, :points]))
+            counted.update(chan1=chan1, chan2=chan2, fast=fast, norm=norm, later_channel=later_channel)
+            return Fcs(info, frozen(centres), **counted)
 
         def start(memory: Memory, ms: int, save: int) -> None:
             capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
@@ -258,7 +271,7 @@ class Device(Core):
 
     def _tenth(self, duration: Optional[Time]) -> int:
         if self.is_file:
-            return self._length_ps() // 10
+            return int(self._read_ms() * 1e9 * 0.1)  # just as the program does
         return 10**12 if duration is None else picoseconds(duration, "duration") // 10
 
     def _counted(self, bins: int) -> Dict[str, Any]:
@@ -337,6 +350,7 @@ class Device(Core):
         offset: Union[Time, Tuple[Time, Time]] = 0,
         over_threshold: bool = False,
         slope: float = 0.0,
+        recovery: Optional[Sequence[Any]] = None,
         duration: Optional[Time] = None,
         record: Optional[PathLike] = None,
     ) -> Run[Hist2d]:
@@ -354,6 +368,9 @@ class Device(Core):
             y is the time on `chan_y` less that on `chan_x`.
         slope : float
             ps that are added to x per ps of y.
+        recovery : sequence, optional
+            Of a detector that has just fired: a pair whose reference comes sooner than the first time, or later than
+            the second, after that of the pair before gets the third added to x, the fourth to y, the fifth to `slope`.
         duration, record : optional
             As for every measurement.
 
@@ -369,14 +386,17 @@ class Device(Core):
         numbers = [whole(each, "", "bins") for each in _pair(bins)]
         if min(numbers) < 1:
             raise ValueError(f"bins: at least 1, not {bins!r}")
+        *corrected, steeper = (0, "1s", 0, 0, 0.0) if recovery is None else recovery
+        times = [picoseconds(each, "recovery", 0) for each in corrected]
         with _library.lock:
+            self._set("setHisto2dRecoveryTimingCorrection", *times, float(steeper))
             self._set("setHisto2dParams", start, chan_x, chan_y, *offsets, *widths, *numbers)
             self._select()
             self._set("setHisto2dTotMode", int(over_threshold), float(slope))
         counts = np.zeros(self._shape("hist2d"), np.uint32)
         x, y = (np.arange(number + 1, dtype=np.int64) * width for number, width in zip(numbers, widths))
         parameters = {"chan_x": chan_x, "chan_y": chan_y, "start": start, "bin_width": widths, "bins": numbers}
-        parameters.update(offset=offsets, over_threshold=over_threshold, slope=slope)
+        parameters.update(offset=offsets, over_threshold=over_threshold, slope=slope, recovery=[*times, steeper])
 
         def build(info: RunInfo) -> Hist2d:
             return Hist2d(info, frozen(counts), frozen(x), frozen(y), chan_x, chan_y)
@@ -449,6 +469,11 @@ class Device(Core):
             Iterate over it: uint32 arrays of up to `capacity` words.
         """
         return WordBlocks(self, capacity, duration, record)
+
+
+def _one_of(word: str, known: Sequence[str], what: str) -> None:
+    if word not in known:
+        raise ValueError(f"{what}: one of {', '.join(known)}, not {word!r}")
 
 
 def _pair(value: Any) -> Tuple[Any, Any]:

@@ -70,6 +70,7 @@ class Histogram(_PerChannel):
     sync_period: float = 0.0
 
     kind: ClassVar[str] = "histogram"
+    _merged: ClassVar[Dict[str, str]] = {"counts": "sum", "sync_period": "first"}
 
     @property
     def centres(self) -> Values:
@@ -156,6 +157,7 @@ class Hist2d(Result):
     chan_y: int
 
     kind: ClassVar[str] = "hist2d"
+    _merged: ClassVar[Dict[str, str]] = {"counts": "sum"}
 
     @property
     def sigma(self) -> Values:

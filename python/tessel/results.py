@@ -18,7 +18,8 @@ from numpy.typing import NDArray
 
 from .errors import PackageMissing
 
-Counts = NDArray[np.uint32]
+# uint32 as the library counts, uint64 where runs were merged.
+Counts = NDArray[np.unsignedinteger[Any]]
 Times = NDArray[np.int64]
 Values = NDArray[np.float64]
 
@@ -72,6 +73,8 @@ class RunInfo:
         The run goes on, and the arrays grow.
     recorded : str or None
         The recording that the run wrote.
+    runs : int
+        How many runs were merged.
     version : str
         Of the package.
     """
@@ -89,6 +92,7 @@ class RunInfo:
     complete: bool = False
     running: bool = False
     recorded: Optional[str] = None
+    runs: int = 1
     version: str = ""
 
 
@@ -101,6 +105,9 @@ class Result:
     kind: ClassVar[str] = ""
     # Name of each array, in the order of the columns of a table.
     _columns: ClassVar[Tuple[str, ...]] = ()
+    # What becomes of a field where runs are merged: "sum", "least", "most", "none" (NaN), "first"; by default it has
+    # to be the same in all.
+    _merged: ClassVar[Dict[str, str]] = {}
 
     def __init_subclass__(cls) -> None:
         _kinds[cls.kind] = cls
@@ -134,6 +141,10 @@ class Result:
         """The arrays by name."""
         found = {each.name: getattr(self, each.name) for each in dataclasses.fields(self)}
         return {name: value for name, value in found.items() if isinstance(value, np.ndarray)}
+
+    def __setstate__(self, state: Dict[str, Any]) -> None:
+        # From another process, where the arrays were frozen.
+        self.__dict__.update({name: frozen(v) if isinstance(v, np.ndarray) else v for name, v in state.items()})
 
     def copy(self: R) -> R:
         """The same with arrays of its own, which no longer grow.
