@@ -13,6 +13,7 @@ from __future__ import annotations
 
 from ._open import DeviceInfo, devices, open, program, simulate
 from ._version import VERSION as __version__
+from .batches import Batch, FileDone, batch
 from .blocks import Events
 from .chain import Chain
 from .formats import Converted, convert
@@ -22,6 +23,7 @@ from . import capi
 from .errors import (
     DataLost,
     DeviceError,
+    JobError,
     LibraryMissing,
     OutOfOrder,
     PackageMissing,
@@ -31,12 +33,15 @@ from .errors import (
 )
 from .files import Verified, repair, verify
 from .histograms import Hist2d, Histogram, Trace
+from .jobs import Job, read_job, run
+from .merging import merge
 from .results import Recorded, Result, RunInfo, load
 from .run import Progress, Run
 from .settings import Input, Setting, Settings, Sync
 from .words import Recorder, write
 
 __all__ = [
+    "Batch",
     "Chain",
     "Converted",
     "DataLost",
@@ -44,11 +49,14 @@ __all__ = [
     "DeviceError",
     "DeviceInfo",
     "Events",
+    "FileDone",
     "Fcs",
     "G2",
     "Hist2d",
     "Histogram",
     "Input",
+    "Job",
+    "JobError",
     "LibraryMissing",
     "OutOfOrder",
     "PackageMissing",
@@ -67,12 +75,16 @@ __all__ = [
     "Trace",
     "Verified",
     "__version__",
+    "batch",
     "convert",
     "devices",
     "load",
+    "merge",
     "open",
     "program",
+    "read_job",
     "repair",
+    "run",
     "simulate",
     "verify",
     "write",

@@ -25,6 +25,10 @@ class SettingError(TesselError, ValueError):
     """A setting that the device hasn't got, a value out of its range, or one that the instrument refused."""
 
 
+class JobError(TesselError, ValueError):
+    """What should be a job isn't one, or can't be run on this source."""
+
+
 class RunError(TesselError):
     """A run that didn't begin, or that ended by a fault.
 

@@ -12,7 +12,10 @@ from typing import Any, Dict, List, Tuple
 import numpy as np
 import pytest
 
+from conftest import ROOT
+
 import tessel
+from tessel import jobs
 
 distributed: Any = pytest.importorskip("distributed")
 
@@ -35,22 +38,11 @@ JOBS: Dict[str, Tuple[str, str, Dict[str, Any], Dict[str, Any]]] = {
 }
 
 
-def by_program(file: str, measurement: str, parameters: Dict[str, Any], more: Dict[str, Any]) -> Any:
-    options = {**parameters, **more.get("source", {})}
-    command: List[Any] = [tessel.program(), "-q", measurement, file, "--json"]
-    command += [f"--{name}" if value is True else f"--{name}={value}" for name, value in options.items()]
-    chain = more.get("chain")
-    if chain and not isinstance(chain, str):
-        Path("chain.json").write_text(json.dumps({"chain": chain} if isinstance(chain, list) else chain))
-        chain = "chain.json"
-    return json.loads(subprocess.check_output(command + ([f"--chain={chain}"] if chain else [])))
-
-
 @pytest.mark.parametrize("file, measurement, parameters, more", JOBS.values(), ids=JOBS)
 def test_a_job_is_what_the_program_measures(file: str, measurement: str, parameters: Any, more: Any) -> None:
     Path("job.json").write_text(json.dumps({"tessel": 1, "measurement": measurement, "parameters": parameters, **more}))
     ours: Any = tessel.run("job.json", file)
-    theirs = by_program(file, measurement, parameters, more)
+    theirs = json.loads(subprocess.check_output([tessel.program(), "-q", "run", "job.json", file, "--json"]))
     if measurement in ("histogram", "trace"):
         assert ours.counts.sum() > 1000
         assert ours.counts.tolist() == [each["counts"] for each in theirs["channels"]]
@@ -63,6 +55,17 @@ def test_a_job_is_what_the_program_measures(file: str, measurement: str, paramet
         assert ours.edges.tolist() == theirs["edgesPs"]
         for name in ("auto1", "cross", "auto2"):
             assert getattr(ours, name) == pytest.approx(theirs[name], rel=1e-9, abs=1e-12)
+
+
+def test_parameters_are_those_of_the_schema() -> None:
+    schema = json.loads((ROOT / "docs" / "job.schema.json").read_text())
+    known = {
+        rule["if"]["properties"]["measurement"]["const"]: set(rule["then"]["properties"]["parameters"]["properties"])
+        for rule in schema["allOf"]
+    }
+    del known["fold"]  # which the package doesn't measure
+    assert known == {name: set(forms) for name, forms in jobs._PARAMETERS.items()}
+    assert set(schema["properties"]["source"]["properties"]) == set(jobs._SOURCE)
 
 
 def test_a_job_on_an_instrument() -> None:
@@ -140,7 +143,12 @@ def test_merged_is_one_run_over_what_was_joined() -> None:
     whole["g2"].save("merged.npz")
     assert np.array_equal(tessel.load("merged.npz").values, whole["g2"].values)  # type: ignore[attr-defined]
     trace = tessel.run({"tessel": 1, "measurement": "trace"}, "a.tgx")
-    for others, text in (([], "no result"), ([trace], "no sum"), ([a["g2"], a["fcs"]], "a g2 and a fcs")):
+    refused: List[Tuple[List[tessel.Result], str]] = [
+        ([], "no result"),
+        ([trace], "no sum"),
+        ([a["g2"], a["fcs"]], "a g2 and a fcs"),
+    ]
+    for others, text in refused:
         with pytest.raises(tessel.TesselError, match=text):
             tessel.merge(others)
     wider = tessel.run({"tessel": 1, "measurement": "g2", "parameters": {"window": "200ns"}}, "a.tgx")
