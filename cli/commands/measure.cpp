@@ -119,8 +119,8 @@ std::string helpText(const ResultHelp &help)
 
 void noteSpeed(const Outcome &outcome)
 {
-    note(fmt::format("{} records in {:.2f} s, {} records/s", outcome.NumRead, outcome.Seconds,
-                     countText(static_cast<double>(outcome.NumRead) / std::max(outcome.Seconds, 1e-9))));
+    note(fmt::format("{} records in {:.2f} s, {} records/s", outcome.NumRead, outcome.RunSeconds,
+                     countText(static_cast<double>(outcome.NumRead) / std::max(outcome.RunSeconds, 1e-9))));
 }
 
 std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema)

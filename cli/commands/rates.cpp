@@ -85,7 +85,7 @@ int showRates(const MeasureOptions &options, const HostOptions &host, const Reco
                      .Line = [&] { return asJson(instrument, rates); }});
     while (interruptSignal() == 0 && secondsSince(updates.Start) * 1e3 < instrument.RunForMs) {
         update(updates);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        restUntilSignal(std::chrono::milliseconds(5));
     }
     updates.Show.Refresh(secondsSince(updates.Start));
     finish(updates);

@@ -28,7 +28,7 @@ struct ServeOptions
     std::vector<std::string> Assignments;
 };
 
-constexpr auto signalPace = std::chrono::milliseconds(50); // between two looks for Ctrl-C; the log takes less
+constexpr auto logPace = std::chrono::milliseconds(50); // the log takes less to bring a line out
 
 std::string openServed(const ServeOptions &options, const HostOptions &host)
 {
@@ -40,7 +40,7 @@ std::string openServed(const ServeOptions &options, const HostOptions &host)
 
 void awaitSignal()
 {
-    while (interruptSignal() == 0) std::this_thread::sleep_for(signalPace);
+    while (interruptSignal() == 0) restUntilSignal(std::chrono::hours(1));
 }
 
 int runServe(const ServeOptions &options, const HostOptions &given)
@@ -52,7 +52,7 @@ int runServe(const ServeOptions &options, const HostOptions &given)
     const Session session(host);
     const std::string id = openServed(options, host);
     const InterruptWatch watch(HangUp::IsNoted);
-    std::this_thread::sleep_for(signalPace); // what the log has up to here leads nowhere
+    std::this_thread::sleep_for(logPace); // what the log has up to here leads nowhere
     if (host.LogsMessages) showLog();
     if (!tessel_serve(nullptr, options.Address.c_str(), options.Port))
         throw Failure(Exit::Failed, withReason(fmt::format("{}: can't be served", visibleText(id))));

@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <poll.h>
+#include <sys/eventfd.h>
 
 namespace Tessel::Cli {
 
@@ -14,6 +16,7 @@ namespace {
 
 std::atomic<bool> watching{false}, watchingHangUp{false};
 std::atomic<int> noted{0};
+const int wakeUp = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC); // readable once a signal is noted
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
 // True: the step that goes on will end. Each write to a reader that is gone brings its signal again.
@@ -22,7 +25,9 @@ bool isNoted(int signal)
     int before = 0;
     const bool isHangUp = signal == SIGHUP || signal == SIGPIPE;
     if (signal == SIGQUIT || !(isHangUp ? watchingHangUp : watching)) return false;
-    return noted.compare_exchange_strong(before, signal) || signal == SIGPIPE;
+    if (!noted.compare_exchange_strong(before, signal)) return signal == SIGPIPE;
+    eventfd_write(wakeUp, 1);
+    return true;
 }
 
 void onSignal(int signal)
@@ -67,6 +72,8 @@ void catchSignals()
 
 InterruptWatch::InterruptWatch(HangUp hangUp)
 {
+    eventfd_t old;
+    eventfd_read(wakeUp, &old);
     noted = 0;
     watchingHangUp = hangUp == HangUp::IsNoted;
     watching = true;
@@ -80,6 +87,12 @@ InterruptWatch::~InterruptWatch()
 int interruptSignal()
 {
     return noted.load();
+}
+
+void restUntilSignal(std::chrono::milliseconds most)
+{
+    pollfd waited = {.fd = wakeUp, .events = POLLIN, .revents = 0};
+    if (interruptSignal() == 0) poll(&waited, 1, static_cast<int>(most.count()));
 }
 
 int exitCodeOfSignal(int signal)

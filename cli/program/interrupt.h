@@ -3,6 +3,8 @@
 // program. A picture on the terminal goes first, also for a stop by Ctrl-Z.
 #pragma once
 
+#include <chrono>
+
 namespace Tessel::Cli {
 
 // At the start of the program: INT, TERM, HUP, QUIT, PIPE and TSTP, unless they are ignored.
@@ -25,6 +27,9 @@ struct InterruptWatch
 
 // The signal that was noted, or 0.
 int interruptSignal();
+
+// Waits this long, or until a signal is noted.
+void restUntilSignal(std::chrono::milliseconds most);
 
 // The exit code that a shell expects of a program that a signal stopped.
 int exitCodeOfSignal(int signal);

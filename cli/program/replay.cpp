@@ -33,11 +33,13 @@ void show(ReplayShown &shown)
     if (quiet() || !canDraw()) return;
     const auto read = runDescription().at("NumRecs").to_number<uint64_t>();
     const auto before = shown.From.Description.at("NumRecs").to_number<uint64_t>();
+    if (!shown.HasBegun) shown.Line.Start = std::chrono::steady_clock::now(); // an instrument settles first
     shown.HasBegun = shown.HasBegun || read != before;
-    if (shown.From.isLive())
-        return showProgress(shown.Line, secondsSince(shown.Line.Start) * 1e3 / shown.From.RunForMs, read);
-    if (shown.HasBegun)
-        showProgress(shown.Line, static_cast<double>(read) / static_cast<double>(shown.From.NumRecords), read);
+    if (!shown.HasBegun) return;
+    const double fraction = shown.From.isLive()
+                                ? secondsSince(shown.Line.Start) * 1e3 / shown.From.RunForMs
+                                : static_cast<double>(read) / static_cast<double>(shown.From.NumRecords);
+    showProgress(shown.Line, fraction, read);
 }
 
 // What is done beside a run. A failure is kept, as the run writes to what the caller owns: it must end first.
@@ -73,6 +75,7 @@ Outcome replay(const Recording &recording,
     Outcome outcome;
     SideWork work{meanwhile, nullptr};
     ReplayShown shown{progress, recording};
+    const auto began = std::chrono::steady_clock::now();
     start(recording.RunForMs, &finished);
     const std::string refusal = libraryError(); // the run may have begun all the same
     while (isFinished.load(std::memory_order_acquire) == 0) {
@@ -87,8 +90,10 @@ Outcome replay(const Recording &recording,
     // Who read the output is gone: a result in a file is still wanted.
     if (work.Failure && outcome.Signal != SIGPIPE) std::rethrow_exception(work.Failure);
     if (!refusal.empty()) throw Failure(Exit::Failed, visibleText(refusal));
-    outcome.Seconds = secondsSince(progress.Start);
+    outcome.Seconds = secondsSince(began);
     const boost::json::object description = runDescription();
+    outcome.RunSeconds =
+        recording.isLive() ? description.at("StopAfter").to_number<double>() * 1e-3 : outcome.Seconds;
     outcome.NumRead = description.at("NumRecs").to_number<uint64_t>();
     outcome.StopReason = description.at("StopReason").as_string();
     outcome.Losses = lossesNow();

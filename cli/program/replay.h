@@ -15,9 +15,10 @@ namespace Tessel::Cli {
 struct Outcome
 {
     std::string StopReason;
-    uint64_t NumRead = 0; // records
-    double Seconds = 0;
-    int Signal = 0; // that stopped the run; 0: none
+    uint64_t NumRead = 0;  // records
+    double Seconds = 0;    // by the clock of this computer
+    double RunSeconds = 0; // that were measured, without what an instrument takes to settle
+    int Signal = 0;        // that stopped the run; 0: none
     bool Ended = false;
     std::string Reached; // what was to end the run, if that did
     LossTexts Losses;
