@@ -151,6 +151,8 @@ def test_merged_is_one_run_over_what_was_joined() -> None:
     for others, text in refused:
         with pytest.raises(tessel.TesselError, match=text):
             tessel.merge(others)
+    done = tessel.batch({"tessel": 1, "measurement": "trace"}, ["a.tgx", "b.tgx"], workers=0)
+    assert done.total is None and "no sum" in done.problem and not done.failed
     wider = tessel.run({"tessel": 1, "measurement": "g2", "parameters": {"window": "200ns"}}, "a.tgx")
     with pytest.raises(tessel.TesselError, match="differ"):
         tessel.merge([a["g2"], wider])
@@ -190,14 +192,3 @@ def test_a_cluster_that_loses_a_worker_finds_the_same() -> None:
         assert [Path(file.path).name for file in each.files] == files
         assert {file.verdict for file in each.files if not file.error} == {"clean"} and "2 failed" in repr(each)
     assert "missing.tgx" in many.failed[0].error and len(many.to_dataframe()) == 202
-
-
-def test_a_cluster_of_its_own() -> None:
-    """From a script, which may be stopped."""
-    Path("script.py").write_text(
-        "import tessel\nif __name__ == '__main__':\n"
-        "    job = {'tessel': 1, 'measurement': 'trace'}\n"
-        "    done = tessel.batch(job, ['decay.tgx'] * 3, workers=2)\n"
-        "    assert done.total is None and 'no sum' in done.problem and not done.failed, done\n"
-    )
-    subprocess.run(["/usr/bin/python3", "script.py"], check=True)

@@ -3,14 +3,15 @@
 from __future__ import annotations
 
 import os
-import re
 import subprocess
 import sys
 from pathlib import Path
 from typing import Any, Dict, List
 
 import pytest
-from conftest import ROOT, scripts
+from conftest import ROOT, blocks_of, scripts
+
+import tessel
 
 BUILD = ROOT / "build" / "release"
 TRY = """
@@ -65,9 +66,29 @@ def test_examples_of_the_documentation(script: Path, tmp_path: Path) -> None:
     assert done.returncode == 0, done.stdout + done.stderr
 
 
+@pytest.mark.parametrize("page", ["python.md", "tutorial.md"])
+def test_pages_of_the_documentation(page: str) -> None:
+    """Their Python and their calls of the program run as they stand, one after another."""
+    for name in ("run", "monday", "tuesday"):
+        Path(f"{name}.tgx").symlink_to("emitter.tgx")
+    text = (ROOT / "docs" / page).read_text()
+    calls = [line for line in text.splitlines() if line.startswith("tessel ")]
+    folder = Path("program")
+    folder.mkdir()
+    (folder / "tessel").symlink_to(tessel.program())
+    path = f"{folder.absolute()}:{os.environ['PATH']}"
+    if calls:
+        Path("cells.tgx").unlink()
+        Path("emitter.tgx").unlink()
+        subprocess.run(["/bin/sh", "-e"], input="\n".join(calls), check=True, text=True, env={**os.environ, "PATH": path})
+    data = [each for each in blocks_of(ROOT / "docs" / page) if "microtimes" not in each]  # which other tests run
+    code = "import tessel, matplotlib; matplotlib.use('Agg')\n" + "\n".join(data)
+    subprocess.run([sys.executable, "-c", code], check=True, stdout=subprocess.DEVNULL)
+
+
 def test_readme_and_guide() -> None:
     """The Python of README runs below definitions of its own arrays; the guide shows an example as it stands."""
-    (block,) = re.findall(r"```python\n(.*?)```", (ROOT / "README.md").read_text(), flags=re.S)
+    (block,) = blocks_of(ROOT / "README.md")
     own = "import matplotlib, numpy as np; matplotlib.use('Agg'); times = np.arange(100) * 5000; channels = np.arange(100) % 2 + 1\n"
     subprocess.run([sys.executable, "-c", own + block], check=True)
     assert Path("g2.png").is_file() and Path("decay.png").is_file() and Path("decay.h5").is_file()
