@@ -159,7 +159,7 @@ std::vector<NpyColumn> npyColumns(std::shared_ptr<const SourceFile> file)
 
 std::string npyHeader(const std::string &type, uint64_t count)
 {
-    constexpr size_t bytes = 192; // a multiple of 64
+    constexpr size_t bytes = 192;                                               // a multiple of 64
     std::string header = std::string(npyMagic) + std::string("\1\0\xB6\0", 4) + // 10 bytes are before the text
                          fmt::format("{{'descr': {}, 'fortran_order': False, 'shape': ({},), }}", type, count);
     header.resize(bytes - 1, ' ');

@@ -44,11 +44,29 @@ TimeScale &scaleAt(NumberScaler &scaler, uint8_t power, const Rows &rows, size_t
     return *scale;
 }
 
-uint64_t scaled(NumberScaler &scaler, TimeScale &scale, uint64_t number, uint64_t shift, const Rows &rows,
-                size_t row)
+// Origin and shift in numbers of a power.
+struct Offsets
 {
+    uint64_t Origin = 0, Shift = 0;
+};
+
+Offsets offsetsAt(const NumberScaler &scaler, uint8_t power, const Rows &rows, size_t row)
+{
+    const uint64_t count = numbersPerTick(power);
+    Offsets offsets;
+    if (__builtin_mul_overflow(scaler.OriginTicks, count, &offsets.Origin) ||
+        __builtin_mul_overflow(scaler.ShiftTicks, count, &offsets.Shift))
+        refuseRow(scaler, rows, row, "has more decimals than can be scaled exactly");
+    return offsets;
+}
+
+uint64_t scaled(const NumberScaler &scaler, TimeScale &scale, uint64_t number, const Offsets &offsets,
+                const Rows &rows, size_t row)
+{
+    if (number < offsets.Origin)
+        refuseRow(scaler, rows, row, fmt::format("{} is before the first row", number));
     uint64_t shifted = 0;
-    if (__builtin_add_overflow(number, shift, &shifted) || shifted > scale.MostNumber)
+    if (__builtin_add_overflow(number - offsets.Origin, offsets.Shift, &shifted) || shifted > scale.MostNumber)
         refuseRow(scaler, rows, row, fmt::format("{} {}", number, scaler.Beyond));
     return toUnits(scale, shifted);
 }
@@ -60,17 +78,23 @@ void scale(NumberScaler &scaler, const Numbers &numbers, const Rows &rows, std::
     units.resize(rows.Count);
     if (numbers.AreWhole) {
         TimeScale scale = scaleAt(scaler, 0, rows, 0);
-        const uint64_t shift = scaler.ShiftTicks;
+        const Offsets offsets{scaler.OriginTicks, scaler.ShiftTicks};
         for (size_t i = 0; i < rows.Count; ++i)
-            units[i] = scaled(scaler, scale, numbers.Values[i], shift, rows, i);
+            units[i] = scaled(scaler, scale, numbers.Values[i], offsets, rows, i);
         scaler.Scales[0] = scale;
         return;
     }
     for (size_t i = 0; i < rows.Count; ++i) {
         const uint8_t power = numbers.Powers[i];
         TimeScale &scale = scaleAt(scaler, power, rows, i);
-        units[i] = scaled(scaler, scale, numbers.Values[i], scaler.ShiftTicks * numbersPerTick(power), rows, i);
+        units[i] = scaled(scaler, scale, numbers.Values[i], offsetsAt(scaler, power, rows, i), rows, i);
     }
+}
+
+uint64_t wholeTicks(const Numbers &numbers, size_t row)
+{
+    const uint64_t count = numbers.AreWhole ? 1 : numbersPerTick(numbers.Powers[row]);
+    return count == 0 ? 0 : numbers.Values[row] / count;
 }
 
 double largestRounding(const NumberScaler &scaler)

@@ -18,12 +18,16 @@ struct NumberScaler
     std::string Beyond;      // "is later than a recording can hold"
     Fraction UnitsPerTick = {};
     uint64_t MostUnits = 0;
-    uint64_t ShiftTicks = 0;                               // added to each number before it is scaled
+    uint64_t OriginTicks = 0;                              // taken off each number before it is scaled,
+    uint64_t ShiftTicks = 0;                               // and added
     std::array<std::optional<TimeScale>, 128> Scales = {}; // by power, made when they are needed
 };
 
 // Throws Failure, with the row: a number that is too large, or finer than can be scaled.
 void scale(NumberScaler &scaler, const Numbers &numbers, const Rows &rows, std::vector<uint64_t> &units);
+
+// A number without its fraction.
+uint64_t wholeTicks(const Numbers &numbers, size_t row);
 
 // The largest of all so far, in units.
 double largestRounding(const NumberScaler &scaler);

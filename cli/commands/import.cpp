@@ -80,6 +80,15 @@ void writeTable(Imported &imported)
     writeSorted(files, order);
 }
 
+// Of the first row; the table begins anew after it.
+uint64_t firstTicks(EventTable &table)
+{
+    Rows rows;
+    const uint64_t ticks = nextRows(table, rows) ? wholeTicks(rows.Times, 0) : 0;
+    rewind(table);
+    return ticks;
+}
+
 Survey seenTable(Imported &imported)
 {
     Progress progress("read");
@@ -122,12 +131,14 @@ std::vector<std::string> remarks(const Imported &imported)
     if (dtimeRounding > 0)
         remarks.push_back(fmt::format("microtimes were rounded to units of {}, by at most {:.3g} ps",
                                       periodText(units.ResolutionPs), dtimeRounding));
-    if (const uint64_t ticks = imported.Scaling.Times.ShiftTicks; ticks > 0) {
-        const char *unit = units.MeasMode == 3 ? "sync" : "tick";
+    const char *unit = units.MeasMode == 3 ? "sync" : "tick";
+    if (const uint64_t ticks = imported.Scaling.Times.OriginTicks; ticks > 0)
+        remarks.push_back(fmt::format("times count from the first row: {} {}s of {} were taken off", ticks,
+                                      unit, periodText(units.TickPs)));
+    if (const uint64_t ticks = imported.Scaling.Times.ShiftTicks; ticks > 0)
         remarks.push_back(fmt::format("the first event was at 0, which some measurements take for no time: all "
                                       "are later by {} {}{} of {}",
                                       ticks, unit, ticks > 1 ? "s" : "", periodText(units.TickPs)));
-    }
     if (imported.Found.StepsBack > 0)
         remarks.push_back(
             fmt::format("sorted (steps back: {}, largest {})", imported.Found.StepsBack,
@@ -178,6 +189,7 @@ boost::json::object importJson(const Imported &imported)
     result["tick"] = periodText(units.TickPs);
     result["resolution"] = periodText(units.ResolutionPs);
     result["largestRoundingPs"] = jsonNumber(roundingPs(imported));
+    result["originTicks"] = imported.Scaling.Times.OriginTicks;
     result["shiftTicks"] = imported.Scaling.Times.ShiftTicks;
     result["rowsBack"] = imported.Found.StepsBack;
     result["largestStepBackPs"] =
@@ -239,6 +251,7 @@ void import(Imported &imported, ImportOptions options)
     imported.Units = unitsOf(options, table);
     if (imported.Units.MeasMode == 2) dropMicrotimes(table);
     imported.Scaling = scalingOf(imported.Units, table);
+    if (options.FromFirst) imported.Scaling.Times.OriginTicks = firstTicks(table);
     imported.Found = seenTable(imported);
     checkOrder(options, imported.Units, table, imported.Found);
     imported.Scaling.Times.ShiftTicks = shiftOf(options, imported.Units, imported.Found);
@@ -299,7 +312,7 @@ a microtime of 1 is, and the unit of the dtimes; a coarser --resolution if there
 Any of them may be a fraction, and is used as it stands: 17.857ps, 25ns/4096, 2.5ns/140, 2^-20s, 80MHz.
 What was rounded, and by how much at most, is said. A recording whose first event is at 0 begins one
 tick later, one sync in T3, since some measurements take 0 for no time; that is said too. --keep-zero
-leaves it there.
+leaves it there. --from-first has times count from the first row, as absolute times of a day may need.
 
 Channels: recorded numbers stay inputs, 1 to 64; with a 0 among them all go up by 1. --sync takes one
 as the sync of T2. --map says it all: --map 1=1,2=2,5=sync; --map 0,8,1,9 makes them inputs 1 to 4;
@@ -314,8 +327,8 @@ The source is read twice, in bounded memory; what comes through a pipe is kept b
 in a file without a name. OUT is there when it is whole.
 
 JSON (--json): schema (tessel.import/1), mode, events, leftOut (events), files [{file, inputs, records,
-channels [{recorded, name, input, events}]}], tick, resolution (texts), largestRoundingPs, shiftTicks,
-rowsBack (rows that had to be sorted), largestStepBackPs, notes.
+channels [{recorded, name, input, events}]}], tick, resolution (texts), largestRoundingPs, originTicks
+(taken off), shiftTicks (added), rowsBack (rows that had to be sorted), largestStepBackPs, notes.
 
 Examples:
   tessel import own.tgx events.csv --tick 1ns
@@ -363,6 +376,8 @@ Command addImport(CLI::App &program)
              inputsPerFile);
     command->add_flag("--sort", options->Sort,
                       "Put rows in order; --sort=TIME only if they go back no further");
+    command->add_flag("--from-first", options->FromFirst,
+                      "Times count from the first row, in whole ticks or syncs");
     command->add_flag("--keep-zero", options->KeepsZero, "Leave a first event at a time of 0 where it is");
     text("--comment", options->Comment, "Comment in the header of the file", "TEXT");
     command->add_flag("--json", options->Json, "Write what was imported as one JSON object");

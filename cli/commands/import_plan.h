@@ -19,6 +19,7 @@ struct ImportOptions
     int Sync = -1;    // recorded number; -1: none
     int Inputs = 0;   // at least so many
     std::string Sort; // "true": as far as is needed; else at most so far; empty: rows have to be in order
+    bool FromFirst = false; // times count from the first row
     bool KeepsZero = false; // a first event at 0 stays there
     bool Force = false, Json = false;
 };
