@@ -73,6 +73,15 @@ std::string meant(const CLI::App &program)
     return nearestName(wrong->substr(0, wrong->find('=')), known);
 }
 
+// What is wrong, in words that name it.
+std::string faultOf(const CLI::App &program, const CLI::ParseError &thrown)
+{
+    const std::vector<std::string> left = program.remaining(true);
+    const bool isCommand = program.get_subcommands().empty() && !left.empty() && !left.front().starts_with('-');
+    return isCommand ? fmt::format("there is no command {}", visibleText(left.front()))
+                     : visibleText(thrown.what());
+}
+
 // Help and version are results; anything else that the parser throws is wrong usage.
 int answerParser(const CLI::App &program, const CLI::ParseError &thrown)
 {
@@ -80,7 +89,7 @@ int answerParser(const CLI::App &program, const CLI::ParseError &thrown)
         const auto commands = program.get_subcommands(); // what was read up to here
         const std::string command = commands.empty() ? "" : commands.front()->get_name() + " ";
         const std::string nearest = meant(program);
-        error(fmt::format("{}{} (see tessel {}--help)", visibleText(thrown.what()),
+        error(fmt::format("{}{} (see tessel {}--help)", faultOf(program, thrown),
                           nearest.empty() ? "" : fmt::format("; did you mean {}?", nearest), command));
         return static_cast<int>(Exit::Usage);
     }

@@ -65,9 +65,9 @@ void doubtDtimes(std::vector<std::string> &notes, uint64_t beyond, double lastPs
 {
     if (beyond == 0) return;
     notes.push_back(
-        fmt::format("{} counts are later after their sync than the sync period, {:.12g} ps: lost "
+        fmt::format("{} later after the sync than the sync period, {:.12g} ps: lost "
                     "syncs, another resolution, or a sync divider; one of {:.0f} would explain them",
-                    beyond, periodPs, std::ceil(lastPs / periodPs)));
+                    counted(beyond, "count"), periodPs, std::ceil(lastPs / periodPs)));
 }
 
 void doubtPileUp(std::vector<std::string> &notes, const std::string &channel, double events, double periods)

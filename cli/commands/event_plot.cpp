@@ -54,7 +54,7 @@ Plot eventPlot(const FirstEvents &events, const Recording &recording)
         last = {std::max(last.Time, point.Time), std::max(last.Since, point.Since)};
     const TimeAxis axis = timeAxis(last.Time), sinceAxis = timeAxis(last.Since);
     Plot plot;
-    plot.Title = fmt::format("{}, the first {} events", plotTitle(recording), points.size());
+    plot.Title = fmt::format("{}, the first {}", plotTitle(recording), counted(points.size(), "event"));
     plot.XLabel = fmt::format("Time ({})", axis.Unit);
     plot.YLabel = fmt::format("Time since the {} ({})", isT3 ? "sync" : "event before", sinceAxis.Unit);
     plot.LogY = !isT3;

@@ -196,8 +196,8 @@ std::string foldCsv(const Fold &folded, const Measured &measured)
                                 folded.FrequencyHz, 1 / (folded.FrequencyHz * secondsPerPs)));
     for (int64_t row = 0; row < measured.From.NumRows; ++row)
         if (const PhaseSums &sums = folded.Sums[static_cast<size_t>(row)]; sums.Count > 0)
-            notes.push_back(fmt::format("{}: {} events, Z2 = {:.6g} with 2 harmonics",
-                                        rowName(measured.From, row), sums.Count, sums.z2()));
+            notes.push_back(fmt::format("{}: {}, Z2 = {:.6g} with 2 harmonics", rowName(measured.From, row),
+                                        counted(sums.Count, "event"), sums.z2()));
     notes.push_back(lastNote(measured));
     std::vector<double> phases(folded.NumBins);
     for (size_t bin = 0; bin < phases.size(); ++bin)

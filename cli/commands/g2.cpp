@@ -120,7 +120,7 @@ std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measur
     notes.push_back(countsNote(g2.Counts));
     if (options.hasEachSpan()) notes.push_back("each half by the time of its later channel, not by T");
     if (g2.selfPairs() > 0)
-        notes.push_back(fmt::format("without {} pairs of an event with itself", g2.selfPairs()));
+        notes.push_back(fmt::format("without {} of an event with itself", counted(g2.selfPairs(), "pair")));
     notes.push_back(lastNote(measured));
     std::vector<Column> columns = {{"lag_ps", g2.LagsPs}};
     if (!options.RawCounts) columns.push_back({"g2", g2.Values});

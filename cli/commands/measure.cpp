@@ -119,7 +119,7 @@ std::string helpText(const ResultHelp &help)
 
 void noteSpeed(const Outcome &outcome)
 {
-    note(fmt::format("{} records in {:.2f} s, {} records/s", outcome.NumRead, outcome.RunSeconds,
+    note(fmt::format("{} in {:.2f} s, {} records/s", counted(outcome.NumRead, "record"), outcome.RunSeconds,
                      countText(static_cast<double>(outcome.NumRead) / std::max(outcome.RunSeconds, 1e-9))));
 }
 
@@ -140,8 +140,8 @@ std::string liveNote(const Measured &measured)
 {
     const Outcome &run = measured.Run;
     const int32_t runForMs = measured.From.RunForMs;
-    std::string text = measured.From.MeasMode == 0 ? std::string("counted by the instrument")
-                                                   : fmt::format("{} records", run.NumRead);
+    std::string text =
+        measured.From.MeasMode == 0 ? std::string("counted by the instrument") : counted(run.NumRead, "record");
     const bool wasCut = run.Signal != 0 || !run.Reached.empty();
     if (runForMs != longestRunMs) text += fmt::format(" in {} ms{}", runForMs, wasCut ? " at most" : "");
     if (!run.Reached.empty()) text += fmt::format(", ended at {}", visibleText(run.Reached));
@@ -151,7 +151,7 @@ std::string liveNote(const Measured &measured)
 std::string readText(const Measured &measured)
 {
     if (measured.From.isLive()) return liveNote(measured);
-    return fmt::format("{} of {} records read{}", measured.Run.NumRead, measured.From.NumRecords,
+    return fmt::format("{} of {} read{}", measured.Run.NumRead, counted(measured.From.NumRecords, "record"),
                        measured.Run.Signal ? ", stopped by the user: a partial result" : "");
 }
 

@@ -99,7 +99,7 @@ bool reportRecording(const Measured &measured)
     else if (!file.IsClosed)
         warn(fmt::format("{}: the recording was not closed", name));
     else
-        note(fmt::format("{}: {} records, {}", measured.Into->Shown, file.NumRecords,
+        note(fmt::format("{}: {}, {}", measured.Into->Shown, counted(file.NumRecords, "record"),
                          byteText(static_cast<double>(file.Bytes))));
     return file.IsClosed && file.NumRecords >= measured.Run.NumRead;
 }

@@ -107,8 +107,8 @@ Written writeRecords(const std::string &path, tessel_recording *file, const Simu
 
 void noteResult(const std::string &path, const Written &written)
 {
-    note(fmt::format("{}: {} records ({} of them overflows) in {:.2f} s, {} records/s", visibleText(path),
-                     written.NumRecords, written.NumOverflows, written.Seconds,
+    note(fmt::format("{}: {} ({} of them overflows) in {:.2f} s, {} records/s", visibleText(path),
+                     counted(written.NumRecords, "record"), written.NumOverflows, written.Seconds,
                      countText(static_cast<double>(written.NumRecords) / std::max(written.Seconds, 1e-9))));
 }
 

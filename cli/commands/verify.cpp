@@ -129,7 +129,7 @@ int runRepair(const RepairOptions &options, const HostOptions &host)
     const std::string side = sideFileOf(out.WorkName);
     complete(out);
     std::rename(side.c_str(), sideFileOf(out.Target).c_str()); // if there is one
-    note(fmt::format("{}: {} records", out.Shown, found.at("records").to_number<uint64_t>()));
+    note(fmt::format("{}: {}", out.Shown, counted(found.at("records").to_number<uint64_t>(), "record")));
     for (const value &fault : found.at("faults").as_array())
         warn(fmt::format("{}: {}", out.Shown, visibleText(fault.at("text").as_string())));
     return static_cast<int>(exitCodeOfVerdict(found));

@@ -40,10 +40,12 @@ std::string_view worse(std::string_view one, std::string_view other)
 std::string lossText(std::string_view place, const object &loss)
 {
     const auto &lost = loss.at("lost");
-    const std::string count = lost.is_null() ? "" : fmt::format("{} ", lost.to_number<uint64_t>());
+    const std::string unit(loss.at("unit").as_string()); // "events"
+    const std::string what =
+        lost.is_null() ? unit : counted(lost.to_number<uint64_t>(), unit.substr(0, unit.size() - 1));
     const auto occasions = loss.at("occasions").to_number<uint64_t>();
     const double first = loss.at("first").to_number<double>(), last = loss.at("last").to_number<double>();
-    return fmt::format("{} lost {}{}, {}", place, count, std::string_view(loss.at("unit").as_string()),
+    return fmt::format("{} lost {}, {}", place, what,
                        occasions == 1
                            ? fmt::format("at {:.6g} s", first)
                            : fmt::format("{} times from {:.6g} s to {:.6g} s", occasions, first, last));
@@ -120,12 +122,12 @@ std::vector<std::string> lossLines(const LossTexts &losses)
     addLine(lines, "recording", ofRecording(losses));
     if (losses.outOfOrder() == 0) return lines;
     const std::string step = timeText(static_cast<double>(losses.largestStepPs()));
-    lines.push_back(
-        losses.isSorted()
-            ? fmt::format("{} events come too late to be sorted: --sort must be at least {}", losses.unsorted(),
-                          step)
-            : fmt::format("{} events come after a later one, by up to {}: --sort {} puts them in order",
-                          losses.stepsBack(), step, fmt::format("{}ps", losses.largestStepPs())));
+    lines.push_back(losses.isSorted()
+                        ? fmt::format("{} too late to be sorted: --sort must be at least {}",
+                                      counted(losses.unsorted(), "event"), step)
+                        : fmt::format("{} after a later one, by up to {}: --sort {} puts them in order",
+                                      counted(losses.stepsBack(), "event"), step,
+                                      fmt::format("{}ps", losses.largestStepPs())));
     return lines;
 }
 

@@ -6,6 +6,7 @@
 #include "program/interrupt.h"
 #include "program/progress.h"
 #include "program/terminal.h"
+#include "program/units.h"
 #include "program/visible_text.h"
 #include "tessel.h"
 
@@ -132,7 +133,7 @@ int reportLive(const Recording &recording, const Outcome &outcome)
     const bool lost = warnOfLosses(outcome);
     if (outcome.Signal != 0) {
         const bool hadEnd = recording.RunForMs != longestRunMs;
-        note(fmt::format("stopped after {} records{}", outcome.NumRead,
+        note(fmt::format("stopped after {}{}", counted(outcome.NumRead, "record"),
                          hadEnd ? "; the result is partial" : ""));
         return exitCodeOfSignal(outcome.Signal);
     }
@@ -151,12 +152,12 @@ int reportOutcome(const Recording &recording, const Outcome &outcome)
     if (!fault.empty()) warn(fault);
     bool lost = warnOfLosses(outcome) || !fault.empty();
     if (outcome.Signal != 0) {
-        note(fmt::format("stopped after {} of {} records; the result is partial", outcome.NumRead,
-                         recording.NumRecords));
+        note(fmt::format("stopped after {} of {}; the result is partial", outcome.NumRead,
+                         counted(recording.NumRecords, "record")));
         return exitCodeOfSignal(outcome.Signal);
     }
     if (outcome.NumRead < recording.NumRecords) {
-        warn(fmt::format("only {} of {} records were read ({})", outcome.NumRead, recording.NumRecords,
+        warn(fmt::format("only {} of {} read ({})", outcome.NumRead, counted(recording.NumRecords, "record"),
                          visibleText(outcome.StopReason)));
         lost = true;
     }

@@ -4,6 +4,7 @@
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/simulated.h"
+#include "program/units.h"
 #include "program/visible_text.h"
 #include "tessel.h"
 
@@ -277,8 +278,9 @@ std::string endingFault(const Recording &recording)
         return fmt::format("the recording was not closed: its header counts no records, the file holds {}",
                            recording.NumRecords);
     case Ending::CutShort:
-        return fmt::format("the file is cut short: its header says {} records, it holds {}",
-                           recording.ClaimedRecords, recording.NumRecords);
+        return fmt::format("the file is cut short: its header says {}, it holds {}",
+                           counted(static_cast<uint64_t>(recording.ClaimedRecords), "record"),
+                           recording.NumRecords);
     }
     return {};
 }

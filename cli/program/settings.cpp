@@ -4,6 +4,7 @@
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
+#include "program/nearest.h"
 #include "program/units.h"
 #include "program/visible_text.h"
 #include "tessel.h"
@@ -241,6 +242,17 @@ std::vector<Clamped> clampedOf(const Assignment &asked, const std::vector<Settin
     return clamped;
 }
 
+std::string suggested(const Assignment &asked, const std::vector<Setting> &settings)
+{
+    std::vector<std::string> known;
+    for (const Setting &setting : settings) {
+        known.push_back(setting.Key);
+        if (setting.Channel >= 0) known.push_back(forAllInputs(setting));
+    }
+    const std::string nearest = nearestName(asked.Key, known);
+    return nearest.empty() ? "" : fmt::format("; did you mean {}?", nearest);
+}
+
 std::vector<Clamped> applySetting(const std::string &assignment)
 {
     const Assignment asked = readAssignment(assignment);
@@ -252,9 +264,9 @@ std::vector<Clamped> applySetting(const std::string &assignment)
         sendAssignment(asked, setting, before);
     }
     if (!isKnown)
-        throw Failure(Exit::Usage, fmt::format("--set {}: this instrument has no such setting (tessel config "
+        throw Failure(Exit::Usage, fmt::format("--set {}: this instrument has no such setting{} (tessel config "
                                                "without --set shows all)",
-                                               visibleText(assignment)));
+                                               visibleText(assignment), suggested(asked, before)));
     const std::vector<Setting> after = readSettings();
     return clampedOf(asked, asked.Key.starts_with("ch*") ? merged(after) : after);
 }

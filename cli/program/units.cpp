@@ -102,7 +102,10 @@ std::string scaled(double value, std::span<const Scale> scales)
     const Scale *best = &scales.front();
     for (const Scale &scale : scales)
         if (std::abs(value) >= scale.Factor * 0.99995) best = &scale;
-    return fmt::format("{:.4g}{}{}", value / best->Factor, best->Name.empty() ? "" : " ", best->Name);
+    const double number = value / best->Factor;
+    const bool isLarge = std::abs(number) >= 1e4 && std::abs(number) < 1e9; // beyond the last unit
+    return fmt::format("{}{}{}", isLarge ? fmt::format("{:.0f}", number) : fmt::format("{:.4g}", number),
+                       best->Name.empty() ? "" : " ", best->Name);
 }
 
 } // namespace
@@ -174,6 +177,11 @@ std::string countText(double count)
 {
     static constexpr Scale scales[] = {{1, ""}, {1e3, "k"}, {1e6, "M"}, {1e9, "G"}};
     return scaled(count, scales);
+}
+
+std::string counted(uint64_t count, std::string_view noun)
+{
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 std::string countRateText(double cps)

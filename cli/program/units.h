@@ -2,6 +2,7 @@
 // option documents. Inside the program times are picoseconds and rates are per second.
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -36,7 +37,8 @@ double parseQuantity(std::string_view text, std::string_view unit);
 // A value with the unit that keeps it between 1 and 1000, in at most four significant digits.
 std::string timeText(double ps);
 std::string rateText(double hz);
-std::string countText(double count); // "12.3 M"
+std::string countText(double count);                        // "12.3 M"
+std::string counted(uint64_t count, std::string_view noun); // "1 event", "2 events"
 std::string countRateText(double cps);
 std::string byteText(double bytes);
 

@@ -22,6 +22,12 @@ namespace {
 
 namespace json = boost::json;
 
+// "1 event", "2 events".
+std::string counted(uint64_t count, std::string_view noun)
+{
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
 constexpr uint64_t wordBytes = sizeof(uint32_t);
 constexpr uint64_t blockWords = 262144;
 constexpr uint64_t emptyEndWords = 1024; // fewer zeros at the end may be events; a page of them isn't
@@ -123,17 +129,19 @@ void judgeHeader(Verification &file, StopReason stopReason)
                             held));
     } else if (*file.Claimed > file.Records) {
         add(file, FileFault::CutShort,
-            fmt::format("the file is cut short: its header says {} records, it holds {}", *file.Claimed,
-                        file.Records));
+            fmt::format("the file is cut short: its header says {}, it holds {}",
+                        counted(*file.Claimed, "record"), file.Records));
     } else if (*file.Claimed < held) {
         add(file, FileFault::TooLong,
-            fmt::format("the file holds {} records, its header says {}", held, *file.Claimed));
+            fmt::format("the file holds {}, its header says {}", counted(held, "record"), *file.Claimed));
     }
     if (file.PartBytes > 0)
-        add(file, FileFault::PartRecord, fmt::format("{} bytes after the last whole record", file.PartBytes));
+        add(file, FileFault::PartRecord,
+            fmt::format("{} after the last whole record", counted(file.PartBytes, "byte")));
     if (file.EmptyRecords > 0)
         add(file, FileFault::EmptyEnd,
-            fmt::format("the file ends in {} empty records, which nothing was written to", file.EmptyRecords));
+            fmt::format("the file ends in {}, which nothing was written to",
+                        counted(file.EmptyRecords, "empty record")));
 }
 
 void judgeRecords(Verification &file)
@@ -146,13 +154,14 @@ void judgeRecords(Verification &file)
                 : "the header has no resolution: the times of events are unknown");
     if (words.Invalid > 0)
         add(file, FileFault::Invalid,
-            fmt::format("{} records of channels or kinds that the device hasn't got", words.Invalid));
+            fmt::format("{} of channels or kinds that the device hasn't got",
+                        counted(words.Invalid, "record")));
     if (words.StepsBack > 0)
         add(file, FileFault::Order,
-            fmt::format("{} events are earlier than the event before them", words.StepsBack));
+            fmt::format("{} earlier than the one before", counted(words.StepsBack, "event")));
     if (words.IdleOverflows > 0)
         add(file, FileFault::Overflows,
-            fmt::format("{} overflow records don't move time on", words.IdleOverflows));
+            fmt::format("{} without an effect on time", counted(words.IdleOverflows, "overflow record")));
     constexpr double psPerMs = 1e9, tolerance = 1.01, toleranceMs = 1000; // of clocks, and of a start
     if (file.RunMs > 0 && durationPs(file) > (file.RunMs * tolerance + toleranceMs) * psPerMs)
         add(file, FileFault::Overflows,

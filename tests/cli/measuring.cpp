@@ -261,8 +261,9 @@ TEST(Notes, SayWhatTheResultIsToBeDoubtedFor)
         {"histogram slow.tgx",
          "times go by a sync period of 500000000000 ps, the file was made with one of 666666"},
         {"trace fast.tgx", ""},
-        {"histogram fast.tgx", "later after their sync than the sync period, 12500 ps: lost syncs, another "
-                               "resolution, or a sync divider; one of 3 would explain them"},
+        {"histogram fast.tgx",
+         "1 count later after the sync than the sync period, 12500 ps: lost syncs, another "
+         "resolution, or a sync divider; one of 3 would explain them"},
         {"trace dead.tgx",
          "Channel 2: at 2 Mcps a dead time of 50 ns takes 10 % of the time (pile-up); below 1 "
          "Mcps it is at most 5 %"},
@@ -310,7 +311,7 @@ TEST(Order, EventsThatGoBackAreTold)
         .write((folder.path() / "back.tgx").string());
     const Ended ended = run(folder, "trace back.tgx --json");
     EXPECT_EQ(ended.Code, 4);
-    EXPECT_TRUE(contains(ended.Err, "9 events come after a later one, by up to 100 ns: --sort 100000ps"))
+    EXPECT_TRUE(contains(ended.Err, "9 events after a later one, by up to 100 ns: --sort 100000ps"))
         << ended.Err;
     const auto result = boost::json::parse(ended.Out);
     EXPECT_EQ(result.at("run").at("stepsBack"), 9);
