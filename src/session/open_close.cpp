@@ -67,6 +67,8 @@ DeviceRef openFile(std::string_view path, uint64_t largestId)
 {
     const auto opened = std::make_shared<DeviceEntry>();
     if (!readTgxFile(path, opened->device, opened->context, false)) return noDevice();
+    if (opened->device.DataStart == 0)
+        logErr(LogCategory::General, "File: {} is no recording: it has no header", path);
     if (addWithOwnId(opened, largestId)) return asOpened(opened);
     logErr(LogCategory::General, "File: the id {} has no room in {} bytes", opened->device.ID, largestId);
     return noDevice();

@@ -1,4 +1,4 @@
-# Installs into a fresh tree and builds the example of the README against it twice: with find_package and with
+# Installs into a fresh tree and builds the host of docs/hosts.md against it twice: with find_package and with
 # pkg-config. It counts a recording that the installed program makes.
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE failed OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -11,7 +11,7 @@ endfunction()
 set(STAGE ${WORK}/stage)
 file(REMOVE_RECURSE ${WORK})
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${STAGE})
-file(READ ${README} text)
+file(READ ${DOCUMENT} text)
 string(REGEX MATCH "```c\n([^`]*)```" ignored "${text}")
 file(WRITE ${WORK}/host/host.c "${CMAKE_MATCH_1}")
 file(WRITE ${WORK}/host/CMakeLists.txt "cmake_minimum_required(VERSION 3.25)
@@ -34,7 +34,7 @@ run(${STAGE}/bin/tessel simulate ${WORK}/decay.tgx --duration 10ms)
 foreach(host ${WORK}/cmake/host ${WORK}/plain)
   run(${host} ${WORK}/decay.tgx ${INI})
   if(NOT output MATCHES "channel 0: 0\n.*channel 1: [1-9][0-9]+\n.*channel 2: [1-9][0-9]+\n")
-    message(FATAL_ERROR "the example of the README prints: ${output}")
+    message(FATAL_ERROR "the host of docs/hosts.md prints: ${output}")
   endif()
 endforeach()
 
