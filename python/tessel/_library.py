@@ -15,6 +15,7 @@ import atexit
 import ctypes
 import json
 import os
+import re
 import tempfile
 import threading
 from pathlib import Path
@@ -33,6 +34,9 @@ _written: List["Memory"] = []
 
 # No log file and no console; the smallest buffers, which are fast and start quickly.
 _SETTINGS = "[Log]\nFile=false\nConsole={log}\n[Params]\nBufferSize=8\n"
+
+
+_FORKED = "the library runs in the parent process; start processes by spawn, not fork"
 
 
 class Memory:
@@ -59,7 +63,7 @@ def use(settings: Optional[Union[str, "os.PathLike[str]"]] = None, log: bool = F
     global _users, _pid
     with lock:
         if _users and _pid != os.getpid():
-            raise TesselError("the library runs in the parent process; start processes by spawn, not fork")
+            raise TesselError(_FORKED)
         if not _users:
             _start(settings, log)
             _pid = os.getpid()
@@ -109,6 +113,18 @@ def is_used() -> bool:
     return _users > 0 and _pid == os.getpid()
 
 
+def check_used() -> None:
+    """What was made before a fork, or outlived the library, works no more."""
+    if _users and _pid != os.getpid():
+        raise DeviceError(_FORKED)
+    if not _users:
+        raise DeviceError("the library has ended")
+
+
+# No thread has the lock at a fork, so the child can take it.
+os.register_at_fork(before=lock.acquire, after_in_parent=lock.release, after_in_child=lock.release)
+
+
 def last_error() -> str:
     """What the last call of this thread logged as an error; empty if nothing."""
     text = ctypes.create_string_buffer(4097)
@@ -120,6 +136,15 @@ def with_reason(text: str) -> str:
     """The text, with the last error of this thread behind it."""
     why = last_error()
     return f"{text}: {why}" if why else text
+
+
+def connect(host: str) -> None:
+    """Asks another computer, ``HOST`` or ``HOST:PORT``, for its instruments; it has read all that was sent before."""
+    match = re.fullmatch(r"(\[[^]]+\]|[^:]+)(?::(\d{1,5}))?", host)
+    if not match or not 0 < int(match.group(2) or 1) < 1 << 16:
+        raise ValueError(f"host: HOST or HOST:PORT, with an address like [::1] in brackets, not {host!r}")
+    if not capi.tessel_connect(match.group(1).strip("[]").encode(), int(match.group(2) or 0)):
+        raise DeviceError(with_reason(f"{host}: can't be reached"))
 
 
 def text_of(which: int, wide_id: Optional[bytes] = None) -> Any:

@@ -33,7 +33,7 @@ class DeviceInfo:
     id : str
         Its serial number, as ``open`` takes it.
     model : str
-        Empty where another program has it.
+        Empty until it has been opened.
     num_inputs : int
         0 until it has been initialised.
     busy : bool
@@ -101,12 +101,18 @@ def _scan() -> List[str]:
     return ids
 
 
+def _served(host: str) -> List[str]:
+    """Ids of the instruments that another computer serves; the library is in use, the lock held."""
+    _library.connect(host)
+    return [each for each in _library.text_of(capi.TEXT_DEVICE_IDS) if _config(each)["DeviceType"] == 2]
+
+
 def _config(device_id: str) -> Dict[str, Any]:
     config: Dict[str, Any] = _library.text_of(capi.TEXT_DEVICE, capi.wide(device_id))
     return config
 
 
-def devices(simulated: Simulated = False) -> List[DeviceInfo]:
+def devices(simulated: Simulated = False, *, host: Optional[str] = None) -> List[DeviceInfo]:
     """The instruments that there are; blocks while every port of every instrument library is looked at.
 
     Parameters
@@ -114,6 +120,8 @@ def devices(simulated: Simulated = False) -> List[DeviceInfo]:
     simulated : bool, path or dict
         Look for simulated ones: True the one that comes with the program, a path or a dict those that it describes
         (docs/simulated-instruments.md).
+    host : str, optional
+        Look at those that this computer serves (``tessel serve``): a name or address, with ``:PORT`` if it isn't 55000.
 
     Returns
     -------
@@ -122,14 +130,14 @@ def devices(simulated: Simulated = False) -> List[DeviceInfo]:
     Raises
     ------
     DeviceError
-        A description is wrong; the text says where.
+        A description is wrong, and the text says where; or the other computer can't be reached.
     """
     if simulated is not False:
         _use_simulated(simulated)
     with _library.lock:
         _library.use()
         try:
-            found = [(each, _config(each)) for each in _scan()]
+            found = [(each, _config(each)) for each in (_scan() if host is None else _served(host))]
         finally:
             _library.leave()
     return [
@@ -144,6 +152,7 @@ def open(  # noqa: A001 - tessel.open is meant to read like open
     mode: str = "t3",
     clock: int = 0,
     simulated: Simulated = False,
+    host: Optional[str] = None,
     settings: Optional[PathLike] = None,
     log: bool = False,
 ) -> Device:
@@ -160,6 +169,9 @@ def open(  # noqa: A001 - tessel.open is meant to read like open
         Reference clock of an instrument: 0 internal, else the instrument's number.
     simulated : bool, path or dict
         Open a simulated instrument, see ``devices``.
+    host : str, optional
+        Open an instrument that this computer serves, see ``devices``. It can be looked at, its trigger levels set and a
+        measurement started (``Device.start``); its events stay there.
     settings : path, optional
         Settings file of the library; counts for the first device that is open. Without it the library writes no log.
     log : bool
@@ -185,7 +197,7 @@ def open(  # noqa: A001 - tessel.open is meant to read like open
     """
     if mode.lower() not in _MODES:
         raise ValueError(f"mode: one of {', '.join(_MODES)}, not {mode!r}")
-    is_file = name is not None and simulated is False and (Path(name).suffix == ".tgx" or Path(name).is_file())
+    is_file = name is not None and simulated is False and host is None and (Path(name).suffix == ".tgx" or Path(name).is_file())
     if is_file and not Path(name or "").is_file():
         raise FileNotFoundError(f"{name}: no such recording")
     if simulated is not False:
@@ -195,6 +207,8 @@ def open(  # noqa: A001 - tessel.open is meant to read like open
         with _library.lock:
             if is_file:
                 return _open_file(Path(name or ""))
+            if host is not None:
+                return _open_served(None if name is None else os.fspath(name), host)
             return _open_instrument(None if name is None else os.fspath(name), _MODES[mode.lower()], clock)
     except BaseException:
         _library.leave()
@@ -214,7 +228,7 @@ def _open_file(path: Path) -> Device:
         capi.closeDevice(0)
     if why or not opened:
         raise DeviceError(f"{path}: {why or 'can not be opened'}")
-    return Device(buffer.value.decode(), absolute, folder)
+    return Device(buffer.value.decode(), absolute, folder, header)
 
 
 def _unique_name(path: Path) -> Tuple[Path, Optional[Any]]:
@@ -262,6 +276,15 @@ def _open_instrument(wanted: Optional[str], mode: int, clock: int) -> Device:
     raise DeviceError(why)
 
 
+def _open_served(wanted: Optional[str], host: str) -> Device:
+    known = [each for each in _served(host) if int(_config(each)["Index"]) >= 0]
+    if wanted is None and len(known) == 1:
+        wanted = known[0]
+    if wanted not in known or wanted is None:
+        raise DeviceError(f"{host}: which instrument? It serves {', '.join(known) or 'none'}, not {wanted}")
+    return Device(wanted, None, host=host)
+
+
 def simulate(path: PathLike, *, overwrite: bool = False, **options: Any) -> Path:
     """Writes a recording of simulated light with known answers, by the ``tessel`` program.
 
@@ -298,7 +321,11 @@ def simulate(path: PathLike, *, overwrite: bool = False, **options: Any) -> Path
     for name, value in options.items():
         text = ",".join(str(each) for each in value) if _is_list(value) else str(value)
         command.append(f"--{name.replace('_', '-')}={text}")
-    done = subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=False)
+    try:
+        done = subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=False)
+    except KeyboardInterrupt:
+        Path(path).unlink(missing_ok=True)
+        raise
     if done.returncode != 0:
         raise TesselError(done.stderr.strip() or f"tessel simulate ended with {done.returncode}")
     return Path(path)

@@ -16,6 +16,7 @@ from numpy.typing import NDArray
 
 from . import _library, capi
 from ._library import Memory
+from .errors import RunError
 from .results import Result, RunInfo
 from .run import Progress, Run
 
@@ -113,6 +114,7 @@ class Blocks(Iterator[B]):
         self._count = ctypes.c_uint64()
         self._buffers = [self._arrays(), self._arrays()]
         self._turn = 0
+        self._asked_to_end = False
         self._prepare()
         block = self._arrays()
 
@@ -136,11 +138,12 @@ class Blocks(Iterator[B]):
 
     def stop(self) -> None:
         """Asks the run to stop; what was read so far still comes."""
+        self._asked_to_end = True
         self._run.stop()
 
     def close(self) -> None:
         """Stops the run and drops what is left."""
-        self._run.stop()
+        self.stop()
         while not self._run.done:
             if self._fetch() == 0:
                 time.sleep(0.0005)
@@ -161,7 +164,9 @@ class Blocks(Iterator[B]):
             if count:
                 return self._block(self._buffers[self._turn], count)
             if ended:
-                self._run.wait()  # says how it ended
+                result = self._run.wait()  # says how it ended
+                if self._run._stopped and not (self._asked_to_end or result.complete):
+                    raise RunError(f"{result.info.source}: the device was closed, or began another run", result)
                 raise StopIteration
             time.sleep(0.0005)
 

@@ -301,8 +301,8 @@ def _array_of(code: str) -> Any:
             description = getattr(value, "__array_interface__", None)
             if description is None:
                 return ctypes.c_void_p.from_param(value)
-            if description["typestr"][1:] != wanted:
-                raise TypeError(f"an array of {wanted} is wanted, not of {description['typestr'][1:]}")
+            if description["typestr"] not in (f"<{wanted}", f"|{wanted}"):
+                raise TypeError(f"an array of {wanted} is wanted, not of {description['typestr']}")
             if not value.flags.c_contiguous:
                 raise TypeError("an array without gaps is wanted")
             return ctypes.c_void_p(value.ctypes.data)

@@ -33,15 +33,23 @@ _KINDS = {"histogram": 8, "trace": 4, "correlation": 16, "hist2d": 64}
 class Core:
     """A device without its measurements; ``Device`` documents the attributes."""
 
-    def __init__(self, device_id: str, path: Optional[Path], folder: Any = None) -> None:
-        # Made by open(), which counted a user of the library for it.
+    def __init__(
+        self,
+        device_id: str,
+        path: Optional[Path],
+        folder: Any = None,
+        tags: Optional[Dict[str, Any]] = None,
+        host: Optional[str] = None,
+    ) -> None:
+        # Made by open(), which counted a user of the library for it, and read the header of a recording.
         self.id = device_id
         self.path = path
         self._folder = folder
         self._wide = capi.wide(device_id)
         self._closed = False
         self._run: Optional[Run[Any]] = None
-        self._tags: Optional[Dict[str, Any]] = None
+        self._tags = tags
+        self._host = host
         self.settings = Settings(self)
         self.inputs = Inputs(self.settings)
         self.sync = Sync(self.settings)
@@ -53,6 +61,11 @@ class Core:
     def is_file(self) -> bool:
         """The device is a recording."""
         return self.path is not None
+
+    @property
+    def is_remote(self) -> bool:
+        """The device is an instrument of another computer."""
+        return self._host is not None
 
     @property
     def config(self) -> Dict[str, Any]:
@@ -133,10 +146,8 @@ class Core:
     @property
     def tags(self) -> Dict[str, Any]:
         """Header of the recording: ``tags`` with name, index, type and value, version, size."""
-        if self.path is None:
-            raise DeviceError(f"{self.id}: an instrument has no header")
         if self._tags is None:
-            self._tags = _library.file_text(capi.tessel_getFileTags, self._known_path())
+            raise DeviceError(f"{self.id}: an instrument has no header")
         return self._tags
 
     @property
@@ -165,6 +176,7 @@ class Core:
                 self._folder.cleanup()
 
     def __enter__(self: C) -> C:
+        self._check_open()
         return self
 
     def __exit__(
@@ -196,6 +208,8 @@ class Core:
         record: Optional[PathLike],
     ) -> Run[R]:
         ms = 0 if duration is None else milliseconds(duration)
+        if self._host is not None:
+            raise DeviceError(f"{self.id}: events stay at the computer that serves it; start() begins a measurement there")
         self._end_run()
         with _library.lock:
             self._check_open()
@@ -342,6 +356,30 @@ class Core:
         if not self._call("tessel_serve", address.encode(), port):
             raise DeviceError(_library.with_reason(f"{self.id}: can't be served at {address}, port {port}"))
 
+    def start(self, duration: Time) -> None:
+        """Starts a measurement of an instrument of another computer, and returns when that has read the command; its
+        own log says whether the instrument has started.
+
+        Parameters
+        ----------
+        duration : time
+            Whole ms.
+
+        Raises
+        ------
+        DeviceError
+            It isn't such an instrument, or is no longer reached.
+        """
+        if self._host is None:
+            raise DeviceError(f"{self.id}: is here; a measurement starts it")
+        ended, count = np.zeros(1, np.uint8), np.zeros(1, np.uint64)
+        with _library.lock:
+            self._call("rawMeasure", milliseconds(duration), 1, 0, None, count, 0, ended)
+            why = _library.last_error()
+            if why:
+                raise DeviceError(f"{self.id}: {why}")
+            _library.connect(self._host)
+
     def stop_serving(self) -> None:
         """Closes the port and every connection to it."""
         self._call("tessel_stopServing")
@@ -351,6 +389,7 @@ class Core:
     def _check_open(self) -> None:
         if self._closed:
             raise DeviceError(f"{self.id}: the device is closed")
+        _library.check_used()
 
     def _call(self, name: str, *arguments: Any) -> Any:
         """A function whose first argument is the id."""

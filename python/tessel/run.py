@@ -10,7 +10,7 @@ import warnings
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, AsyncIterator, Callable, Generator, Generic, Iterator, Optional, TypeVar
 
-from ._library import Memory
+from ._library import Memory, check_used
 from .errors import DataLost, OutOfOrder, RunError
 from .results import Result, RunInfo
 
@@ -79,7 +79,10 @@ class Run(Generic[R]):
     @property
     def done(self) -> bool:
         """The run has ended, and its result grows no more."""
-        return self._memory.is_free()
+        if self._memory.is_free():
+            return True
+        check_used()  # else nobody would end it
+        return False
 
     @property
     def result(self) -> R:
@@ -224,6 +227,10 @@ class Run(Generic[R]):
         reason = result.info.description.get("StopReason")
         if reason not in _REGULAR_ENDS and reason != self._before.get("StopReason") and result.verdict == "clean":
             raise RunError(f"{self._info.source}: the run ended with the stop reason {reason}", result)
+        description = result.info.description
+        if self._device.is_file and reason == "TimeOver" and not (result.complete or self._stopped):
+            text = f"the recording could be read for {description['NumRecs']} of {self._device.records} records alone"
+            raise RunError(f"{self._info.source}: {text}", result)
         if result.verdict != "clean":
             places = ", ".join(
                 f"{place}: {'some' if loss['lost'] is None else loss['lost']} {loss['unit']}"

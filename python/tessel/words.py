@@ -167,7 +167,8 @@ class Recorder:
         Raises
         ------
         ValueError
-            An event is earlier than the one before, or its channel or dtime has no place in a recording.
+            An event is so much earlier than the one before that a recording can't say it, or its channel or dtime has
+            no place in one.
         TesselError
             The disc takes no more.
         """
@@ -236,7 +237,8 @@ def write(
     path : path
         The recording (.tgx); a file that is there is replaced.
     times : (n,) integers
-        T2: times since the start in units of `time_unit`, ascending. T3 (with `dtimes`): sync numbers.
+        T2: times since the start in units of `time_unit`, ascending. T3 (with `dtimes`): sync numbers. What goes back
+        a little is kept so, and a measurement warns of it (``chain.sort``).
     channels : (n,) integers
         1 to 64 the inputs, 0 the sync (T2 only), 129 to 143 markers.
     dtimes : (n,) integers, optional
@@ -260,7 +262,7 @@ def write(
     Raises
     ------
     ValueError
-        Times go back, or a channel or dtime has no place in a recording.
+        Times go back beyond the last wrap of a recording's time field, or a channel or dtime has no place in one.
 
     Examples
     --------

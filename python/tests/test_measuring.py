@@ -3,7 +3,9 @@
 from __future__ import annotations
 
 import json
+import socket
 import subprocess
+import sys
 from typing import Any, Callable, Dict, Tuple
 
 import numpy as np
@@ -178,6 +180,8 @@ def test_a_loop_over_blocks_can_be_left() -> None:
         blocks = dev.unfold(capacity=1000)  # nobody takes these
         counts = dev.histogram(reference=1, bins=100).wait().counts
         assert blocks.info.complete is False and counts.any()
+        with pytest.raises(tessel.RunError, match="began another run"):
+            list(blocks)
         with dev.raw(capacity=1000) as words:
             assert len(next(words)) > 0
         assert words.info.complete is False
@@ -199,6 +203,27 @@ def test_live() -> None:
     with tessel.open(simulated=True, mode="histogram") as dev:
         counted = dev.histogram("200ms").wait()
     assert counted.counts.sum() > 50_000 and counted.info.description["StopReason"] == "TimeOver"
+
+
+def test_an_instrument_of_another_computer() -> None:
+    with socket.socket() as free:
+        free.bind(("127.0.0.1", 0))
+        port = free.getsockname()[1]
+    serve = f"import sys, tessel\nwith tessel.open(simulated=True) as dev:\n    dev.serve(port={port}); print(1, flush=True)\n"
+    serve += "    sys.stdin.read(); print(dev.inputs[2].trigger_level)"
+    host = f"localhost:{port}"
+    server = subprocess.Popen([sys.executable, "-c", serve], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    assert server.stdout and server.stdout.readline()
+    assert [each.num_inputs for each in tessel.devices(host=host)] == [4]
+    with tessel.open(host=host) as dev:
+        assert dev.is_remote and dev.mode == "T3" and dev.inputs[2].trigger_level != -80
+        dev.inputs[2].trigger_level = "-80mV"
+        dev.start("100ms")
+        with pytest.raises(tessel.DeviceError, match="events stay"):
+            dev.unfold()
+    assert server.communicate("")[0] == "-80\n"
+    with pytest.raises(tessel.DeviceError, match=f"{host}: can't be reached"):
+        tessel.open(host=host)
 
 
 def test_out_of_order() -> None:

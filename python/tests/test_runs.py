@@ -5,6 +5,7 @@ from __future__ import annotations
 import asyncio
 import gc
 import os
+import shutil
 import signal
 import subprocess
 import sys
@@ -156,6 +157,42 @@ def test_dropped_memory_is_given_back() -> None:
             assert len(_library._written) == 1
         gc.collect()
         dev.histogram().wait()
+
+
+def test_after_a_fork_the_child_is_refused() -> None:
+    program = """
+import os, sys, tessel
+dev = tessel.open("long.tgx")
+run = dev.g2(window="10us")
+child = os.fork()
+if child == 0:
+    for use in (lambda: tessel.open("decay.tgx"), run.wait, dev.histogram, lambda: dev.chain.merge(1, 2)):
+        try:
+            use()
+            os._exit(1)
+        except tessel.TesselError as problem:
+            assert "spawn, not fork" in str(problem), problem
+    dev.close()
+    sys.exit(0)
+assert os.waitpid(child, 0)[1] == 0
+assert run.wait().complete
+"""
+    subprocess.run([sys.executable, "-c", program], check=True, timeout=60)
+
+
+@pytest.mark.parametrize("what", ["cut short", "removed"])
+def test_a_recording_that_goes_away_is_an_error(what: str) -> None:
+    shutil.copy("long.tgx", "gone.tgx")
+    with tessel.open("gone.tgx") as dev:
+        slow_down(dev)
+        if what == "removed":
+            os.unlink("gone.tgx")
+        run = dev.histogram(reference=1)
+        if what == "cut short":
+            os.truncate("gone.tgx", 100_000)
+        with pytest.raises(tessel.RunError) as error:
+            run.wait(30)
+        assert not error.value.result.complete and dev.tags["fileSize"] > 0
 
 
 def test_what_a_faulty_instrument_loses_is_told() -> None:

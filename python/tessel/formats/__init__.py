@@ -6,6 +6,7 @@ size of the file.
 
 from __future__ import annotations
 
+import glob
 import os
 import time
 from dataclasses import dataclass
@@ -124,10 +125,15 @@ def convert(source: PathLike, target: PathLike, *, overwrite: bool = False, **op
     if (begin.suffix == ".tgx") == (end.suffix == ".tgx"):
         raise ValueError(f"{begin}, {end}: one of them has to be a recording (.tgx)")
     start = time.monotonic()
-    if end.suffix == ".tgx":
-        events, inputs, notes = _import(_known(begin, _ENDINGS_IN)(begin, **_source_options(options)), end, options)
-    else:
-        events, inputs, notes = _export(begin, end, options)
+    try:
+        if end.suffix == ".tgx":
+            events, inputs, notes = _import(_known(begin, _ENDINGS_IN)(begin, **_source_options(options)), end, options)
+        else:
+            events, inputs, notes = _export(begin, end, options)
+    except BaseException:
+        for part in end.parent.glob(f"{glob.escape(end.name)}*.part"):
+            part.unlink()
+        raise
     return Converted(str(begin), str(end), events, inputs, tuple(notes), time.monotonic() - start)
 
 
