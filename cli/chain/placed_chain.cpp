@@ -217,7 +217,7 @@ PlacedChain placeChain(Recording &recording, const std::vector<ChainStage> &stag
     return chain;
 }
 
-boost::json::array chainJson(const PlacedChain &chain)
+boost::json::array chainJson(const PlacedChain &chain, bool withRates)
 {
     boost::json::array array;
     for (size_t index = 0; index < chain.size(); ++index) {
@@ -226,14 +226,14 @@ boost::json::array chainJson(const PlacedChain &chain)
         boost::json::array makes;
         for (int64_t channel = first; channel < first + made; ++channel) makes.push_back(channel);
         object["makes"] = std::move(makes);
-        const auto rates = ratesOf(chain, index);
+        const auto rates = withRates ? ratesOf(chain, index) : std::vector<uint32_t>();
         if (!rates.empty()) object["rates"] = boost::json::array(rates.begin(), rates.end());
         array.push_back(std::move(object));
     }
     return array;
 }
 
-std::vector<std::string> chainNotes(const PlacedChain &chain)
+std::vector<std::string> chainNotes(const PlacedChain &chain, bool withRates)
 {
     std::vector<std::string> lines;
     for (size_t index = 0; index < chain.size(); ++index) {
@@ -242,7 +242,7 @@ std::vector<std::string> chainNotes(const PlacedChain &chain)
         if (made > 0) line += fmt::format(", makes ch{}", first);
         if (made > 1) line += fmt::format(" to ch{}", first + made - 1);
         if (stage.Kind == StageKind::Delay && !stage.Keep) line += ", which stays empty";
-        const auto rates = ratesOf(chain, index);
+        const auto rates = withRates ? ratesOf(chain, index) : std::vector<uint32_t>();
         if (!rates.empty()) line += fmt::format(", last rates in cps from sync on: {}", fmt::join(rates, " "));
         lines.push_back(std::move(line));
     }

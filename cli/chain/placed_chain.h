@@ -53,9 +53,9 @@ PlacedChain placeChain(Recording &recording, const std::vector<ChainStage> &stag
 
 // The stages as a chain file has them, with the channels that each makes ("makes") and, after a run, the rates
 // of a countrate stage by row ("rates").
-boost::json::array chainJson(const PlacedChain &chain);
+boost::json::array chainJson(const PlacedChain &chain, bool withRates = true);
 
 // The same for the comment lines of a CSV.
-std::vector<std::string> chainNotes(const PlacedChain &chain);
+std::vector<std::string> chainNotes(const PlacedChain &chain, bool withRates = true);
 
 } // namespace Tessel::Cli

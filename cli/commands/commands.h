@@ -3,6 +3,8 @@
 
 #include "program/session.h"
 
+#include <boost/json/object.hpp>
+
 #include <functional>
 
 namespace CLI {
@@ -15,6 +17,10 @@ struct Command
 {
     CLI::App *App = nullptr;
     std::function<int(const HostOptions &)> Run;
+
+    // Of measurements whose results can be added up: writes the sum as Run writes a result; gives `code`, if
+    // nothing is missing beyond it.
+    std::function<int(boost::json::object sum, int code)> WriteSum = nullptr;
 };
 
 Command addInfo(CLI::App &program);
@@ -30,6 +36,9 @@ Command addImport(CLI::App &program);
 Command addRates(CLI::App &program);
 Command addRecord(CLI::App &program);
 Command addRun(CLI::App &program);
+Command addBatch(CLI::App &program);
+Command addRerun(CLI::App &program);
+Command addMerge(CLI::App &program);
 Command addStart(CLI::App &program);
 Command addTrace(CLI::App &program);
 Command addHist2d(CLI::App &program);

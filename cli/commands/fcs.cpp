@@ -1,6 +1,7 @@
 // `tessel fcs`: auto- and cross-correlation of two channels in logarithmic bins.
 #include "commands/commands.h"
 #include "commands/pair_counts.h"
+#include "commands/several.h"
 #include "program/exit_codes.h"
 #include "program/output.h"
 #include "program/units.h"
@@ -10,8 +11,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <initializer_list>
+#include <iterator>
 #include <limits>
 #include <memory>
 
@@ -45,6 +47,8 @@ struct Fcs
     uint64_t MaxLagPs = 0;
     std::vector<double> LagsPs, FromPs, ToPs;
     FcsCurve Curves[3] = {{.Name = "auto1"}, {.Name = "cross"}, {.Name = "auto2"}};
+    CountTerms Terms;
+    std::array<std::vector<uint64_t>, 2> Later, Earlier; // events that could be it, at each edge
     PairCounts Counts;
 };
 
@@ -100,37 +104,51 @@ void toPicoseconds(std::vector<double> &lags)
     for (double &lag : lags) lag = std::round(lag * 1e12);
 }
 
-// Pairs of uncorrelated light in bin k, whose lags take `later` and `earlier` from the two channels.
-double expectedPairs(const FcsOptions &options, const PairCounts &counts, size_t later, size_t earlier,
-                     size_t k)
+// The time in which pairs of this lag could be counted, in all recordings.
+double overlapPs(const CountTerms &terms, double lag)
 {
-    const double from = static_cast<double>(counts.Edges[k]), to = static_cast<double>(counts.Edges[k + 1]);
-    const double span = counts.spanPs(), overlap = span - (from + to) / 2;
+    double overlap = 0;
+    for (const uint64_t span : terms.SpansPs) overlap += std::max(static_cast<double>(span) - lag, 0.0);
+    return overlap;
+}
+
+// Pairs of uncorrelated light in bin k, whose lags take `later` and `earlier` from the two channels.
+double expectedPairs(const FcsOptions &options, const Fcs &fcs, size_t later, size_t earlier, size_t k)
+{
+    const double from = fcs.FromPs[k], to = fcs.ToPs[k];
+    const double overlap = overlapPs(fcs.Terms, (from + to) / 2);
     if (overlap <= 0) return 0;
-    if (options.Norm == "mean")
-        return static_cast<double>(counts.Told.events[later]) *
-               static_cast<double>(counts.Told.events[earlier]) / (span * span) * overlap * (to - from);
+    if (options.Norm == "mean") {
+        const auto span = static_cast<double>(fcs.Terms.spanPs());
+        return static_cast<double>(fcs.Terms.Events[later]) * static_cast<double>(fcs.Terms.Events[earlier]) /
+               (span * span) * overlap * (to - from);
+    }
     auto middle = [k](const std::vector<uint64_t> &events) {
         return (static_cast<double>(events[k]) + static_cast<double>(events[k + 1])) / 2;
     };
-    return middle(counts.Later[later]) * middle(counts.Earlier[earlier]) / overlap * (to - from);
+    return middle(fcs.Later[later]) * middle(fcs.Earlier[earlier]) / overlap * (to - from);
 }
 
-// Adds up the pairs of the rows of the library that a curve takes, and normalises them.
-void takeCurve(FcsCurve &curve, const FcsOptions &options, const PairCounts &counts,
-               std::initializer_list<size_t> rows)
+// The rows of the library that a curve adds up: row / 2 is the later channel, row % 2 the earlier one.
+std::vector<size_t> rowsOf(const FcsOptions &options, size_t curve)
 {
-    for (size_t k = 0; k < curve.Pairs.size(); ++k) {
-        double expected = 0;
-        uint64_t pairs = 0;
-        for (const size_t row : rows) {
-            pairs += counts.Pairs[row][k];
-            expected += expectedPairs(options, counts, row / 2, row % 2, k);
+    if (curve != 1) return {curve == 0 ? size_t(0) : size_t(3)};
+    if (options.Later == "both") return {1, 2};
+    return {options.Later == "chan1" ? size_t(1) : size_t(2)};
+}
+
+void normalise(Fcs &fcs, const FcsOptions &options)
+{
+    for (size_t i = 0; i < std::size(fcs.Curves); ++i) {
+        FcsCurve &curve = fcs.Curves[i];
+        const std::vector<size_t> rows = rowsOf(options, i);
+        for (size_t k = 0; k < curve.Pairs.size(); ++k) {
+            double expected = 0;
+            for (const size_t row : rows) expected += expectedPairs(options, fcs, row / 2, row % 2, k);
+            const Ratio ratio = pairRatio(curve.Pairs[k], expected);
+            curve.Values[k] = ratio.Value - 1;
+            curve.Sigmas[k] = ratio.Sigma;
         }
-        const Ratio ratio = pairRatio(pairs, expected);
-        curve.Pairs[k] = pairs;
-        curve.Values[k] = ratio.Value - 1;
-        curve.Sigmas[k] = ratio.Sigma;
     }
 }
 
@@ -142,11 +160,51 @@ void take(Fcs &fcs, const FcsOptions &options)
         fcs.FromPs[k] = static_cast<double>(counts.Edges[k]);
         fcs.ToPs[k] = static_cast<double>(counts.Edges[k + 1]);
     }
-    takeCurve(fcs.Curves[0], options, counts, {0});
-    if (options.Later == "both") takeCurve(fcs.Curves[1], options, counts, {1, 2});
-    if (options.Later == "chan1") takeCurve(fcs.Curves[1], options, counts, {1});
-    if (options.Later == "chan2") takeCurve(fcs.Curves[1], options, counts, {2});
-    takeCurve(fcs.Curves[2], options, counts, {3});
+    fcs.Terms = termsOf(counts);
+    fcs.Later = counts.Later;
+    fcs.Earlier = counts.Earlier;
+    for (size_t i = 0; i < std::size(fcs.Curves); ++i) {
+        std::vector<uint64_t> &pairs = fcs.Curves[i].Pairs;
+        std::ranges::fill(pairs, 0);
+        for (const size_t row : rowsOf(options, i))
+            for (size_t k = 0; k < pairs.size(); ++k) pairs[k] += counts.Pairs[row][k];
+    }
+    normalise(fcs, options);
+}
+
+void checkSizes(const Fcs &fcs)
+{
+    bool areRight = fcs.LagsPs.size() == fcs.NumPoints && fcs.ToPs.size() == fcs.NumPoints;
+    for (const FcsCurve &curve : fcs.Curves) areRight = areRight && curve.Pairs.size() == fcs.NumPoints;
+    for (const auto *events : {&fcs.Later, &fcs.Earlier})
+        for (const auto &channel : *events) areRight = areRight && channel.size() > fcs.NumPoints;
+    if (!areRight) throw Failure(Exit::Failed, "the result has other lags than pairs");
+}
+
+void load(Fcs &fcs, const FcsOptions &options, const boost::json::object &result)
+{
+    fcs.NumPoints = result.at("points").to_number<size_t>();
+    fcs.LagsPs.clear();
+    fcs.FromPs.clear();
+    for (const auto &lag : result.at("lagPs").as_array()) fcs.LagsPs.push_back(lag.to_number<double>());
+    for (const auto &edge : result.at("edgesPs").as_array()) fcs.FromPs.push_back(edge.to_number<double>());
+    fcs.ToPs = fcs.FromPs;
+    if (!fcs.ToPs.empty()) {
+        fcs.ToPs.erase(fcs.ToPs.begin());
+        fcs.FromPs.pop_back();
+    }
+    fcs.Terms = termsIn(result);
+    for (size_t channel = 0; channel < 2; ++channel) {
+        fcs.Later[channel] = numbersIn(result.at("laterEvents").at(channel));
+        fcs.Earlier[channel] = numbersIn(result.at("earlierEvents").at(channel));
+    }
+    for (FcsCurve &curve : fcs.Curves) {
+        curve.Pairs = numbersIn(result.at("pairs").at(curve.Name));
+        curve.Values.resize(curve.Pairs.size());
+        curve.Sigmas.resize(curve.Pairs.size());
+    }
+    checkSizes(fcs);
+    normalise(fcs, options);
 }
 
 bool isEmpty(const Fcs &fcs)
@@ -168,7 +226,7 @@ std::string faultOf(const Fcs &fcs)
 
 std::vector<std::string> notesOn(const Fcs &fcs)
 {
-    const double span = fcs.Counts.spanPs();
+    const auto span = static_cast<double>(fcs.Terms.spanPs());
     if (static_cast<double>(fcs.MaxLagPs) <= longestShare * span * 1.0001) return {};
     return {fmt::format("lags above a tenth of the measured time, {}, rest on few independent events",
                         timeText(span * longestShare))};
@@ -182,7 +240,7 @@ std::string asCsv(const FcsOptions &options, const Fcs &fcs, const Measured &mea
                     "{} and {} (cross), of {} with itself (auto2); uncorrelated light is at 0",
                     fcs.NumPoints, options.Channels.First, options.Channels.First, options.Channels.Second,
                     options.Channels.Second));
-    notes.push_back(fmt::format("{}; normalisation {}; cross: later {}", countsNote(fcs.Counts), options.Norm,
+    notes.push_back(fmt::format("{}; normalisation {}; cross: later {}", countsNote(fcs.Terms), options.Norm,
                                 options.Later));
     notes.push_back(lastNote(measured));
     std::vector<Column> columns = {{"lag_ps", fcs.LagsPs}};
@@ -215,7 +273,9 @@ boost::json::object asJson(const FcsOptions &options, const Fcs &fcs, const Meas
     }
     result["pairs"] = std::move(pairs);
     result["sigma"] = std::move(sigma);
-    addCounts(result, fcs.Counts);
+    addCounts(result, fcs.Terms);
+    for (const auto &[key, events] : {std::pair{"laterEvents", &fcs.Later}, {"earlierEvents", &fcs.Earlier}})
+        result[key] = {jsonArray({"", (*events)[0]}), jsonArray({"", (*events)[1]})};
     result["normalisation"] = options.Norm;
     result["later"] = options.Later;
     return result;
@@ -244,26 +304,39 @@ Plot asPlot(const FcsOptions &options, const Fcs &fcs, const Measured &measured)
     return plot;
 }
 
+Measurement stepsOf(const FcsOptions &options, Fcs &fcs)
+{
+    return {.Prepare = [&](const Recording &recording) { prepare(fcs, options, recording); },
+            .Start =
+                [&](const RunStart &run) {
+                    // The lags are there before the run starts.
+                    getCorrelation(nullptr, run.AcqTimeMs, 0, run.Save, nullptr, fcs.LagsPs.data(),
+                                   run.Finished);
+                    toPicoseconds(fcs.LagsPs);
+                },
+            .Take = [&](bool) { take(fcs, options); },
+            .IsEmpty = [&] { return isEmpty(fcs); },
+            .Needs = "events on --chan1 and --chan2",
+            .Csv = [&](const Measured &measured) { return asCsv(options, fcs, measured); },
+            .Json = [&](const Measured &measured) { return asJson(options, fcs, measured); },
+            .Plot = [&](const Measured &measured) { return asPlot(options, fcs, measured); },
+            .Notes = [&](const Measured &) { return notesOn(fcs); },
+            .Fault = [&] { return faultOf(fcs); },
+            .Load = [&](const boost::json::object &result) { load(fcs, options, result); },
+            .FileKeys = [&](const Measured &) { return countKeys(fcs.Terms); },
+            .SumNotes = [](const boost::json::array &files) { return notesOnRates(files, 0); }};
+}
+
 int runFcs(const FcsOptions &options, const HostOptions &host)
 {
     Fcs fcs;
-    return measure(options.Measure, host,
-                   {.Prepare = [&](const Recording &recording) { prepare(fcs, options, recording); },
-                    .Start =
-                        [&](const RunStart &run) {
-                            // The lags are there before the run starts.
-                            getCorrelation(nullptr, run.AcqTimeMs, 0, run.Save, nullptr, fcs.LagsPs.data(),
-                                           run.Finished);
-                            toPicoseconds(fcs.LagsPs);
-                        },
-                    .Take = [&](bool) { take(fcs, options); },
-                    .IsEmpty = [&] { return isEmpty(fcs); },
-                    .Needs = "events on --chan1 and --chan2",
-                    .Csv = [&](const Measured &measured) { return asCsv(options, fcs, measured); },
-                    .Json = [&](const Measured &measured) { return asJson(options, fcs, measured); },
-                    .Plot = [&](const Measured &measured) { return asPlot(options, fcs, measured); },
-                    .Notes = [&](const Measured &) { return notesOn(fcs); },
-                    .Fault = [&] { return faultOf(fcs); }});
+    return measure(options.Measure, host, stepsOf(options, fcs));
+}
+
+int writeFcsSum(const FcsOptions &options, boost::json::object sum, int code)
+{
+    Fcs fcs;
+    return writeSum(options.Measure, stepsOf(options, fcs), std::move(sum), code);
 }
 
 constexpr ResultHelp fcsHelp = {
@@ -292,8 +365,13 @@ an exit code of 4.)",
   pairs, sigma  {auto1, cross, auto2}: [points] each
   n1, n2        events of each channel
   measuredPs    T
+  laterEvents, earlierEvents
+                [2][points + 1] events of each channel that could be the later and the earlier one of a
+                pair at each edge
   normalisation symmetric, or mean
-  later         both, chan1, chan2)",
+  later         both, chan1, chan2
+Of several recordings all counts are the sums, T - lag too, and G is computed of these; pairs of events of
+two recordings aren't counted.)",
     .Examples = R"(  tessel fcs cells.tgx --min-lag 1us --max-lag 100ms --plot fcs.png
   tessel fcs cells.tgx --chan1 1 --chan2 1 --steps 60 --json | jq '.auto1[0]')"};
 
@@ -320,7 +398,9 @@ Command addFcs(CLI::App &program)
     command->add_flag("--fast", options->Fast,
                       "Count in the faster way (FFCS): a bin holds its lower end, not its upper end");
     command->footer(helpText(fcsHelp));
-    return {command, [options](const HostOptions &host) { return runFcs(*options, host); }};
+    return {
+        command, [options](const HostOptions &host) { return runFcs(*options, host); },
+        [options](boost::json::object sum, int code) { return writeFcsSum(*options, std::move(sum), code); }};
 }
 
 } // namespace Tessel::Cli

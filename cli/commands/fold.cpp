@@ -2,7 +2,9 @@
 // one.
 #include "commands/commands.h"
 #include "commands/measure.h"
+#include "commands/several.h"
 #include "commands/shown_run.h"
+#include "jobs/result_sum.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/output.h"
@@ -255,7 +257,10 @@ int runFold(const FoldOptions &options, const HostOptions &host)
         throw Failure(Exit::Usage, "--period, --frequency: above 0");
     const Session session(host);
     checkFiles(options.Measure, host);
-    Measured measured = openForMeasuring(options.Measure, host);
+    if (options.Measure.Files.size() > 1) checkSummable("fold");
+    MeasureOptions source = options.Measure;
+    if (!source.Files.empty()) source.File = source.Files.front();
+    Measured measured = openForMeasuring(source, host);
     if (!options.Search.empty()) {
         search(found, options, measured);
         if (measured.Run.Signal != 0) return reportRun(measured);
@@ -263,6 +268,7 @@ int runFold(const FoldOptions &options, const HostOptions &host)
     }
     fold(folded, measured);
     for (const std::string &text : measured.Notes) warn(text);
+    measured.Files.push_back(fileEntry(measured, {}));
     if (isAllZero(folded.Counts)) warn("nothing was counted: that needs events");
     if (wantsText(result))
         writeResult(result.File,

@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/doubts.h"
 #include "commands/pair_counts.h"
+#include "commands/several.h"
 #include "program/exit_codes.h"
 #include "program/output.h"
 #include "program/units.h"
@@ -11,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <memory>
 
@@ -38,12 +40,31 @@ struct G2
     uint64_t BinWidthPs = 0, NumBins = 0;     // a direction
     std::vector<double> LagsPs, FromPs, ToPs; // 2 x NumBins: centre and ends of each bin
     std::vector<uint64_t> Pairs;              // without those of an event with itself
+    uint64_t SelfPairs = 0;
+    std::array<uint64_t, 2> ChannelSpansPs = {}; // from the first to the last event of each
+    CountTerms Terms;
     std::vector<double> Values, Sigmas;
     PairCounts Counts;
     std::vector<std::string> Notes;
-
-    uint64_t selfPairs() const { return Counts.Told.selfPairs; }
 };
+
+// Before anything is counted.
+void shape(G2 &g2, uint64_t binWidthPs, uint64_t numBins)
+{
+    g2.BinWidthPs = binWidthPs;
+    g2.NumBins = numBins;
+    const auto width = static_cast<double>(binWidthPs);
+    for (std::vector<double> *lags : {&g2.FromPs, &g2.LagsPs, &g2.ToPs}) lags->clear();
+    for (uint64_t i = 0; i < 2 * numBins; ++i) {
+        g2.FromPs.push_back((static_cast<double>(i) - static_cast<double>(numBins)) * width);
+        g2.LagsPs.push_back(g2.FromPs.back() + 0.5 * width);
+        g2.ToPs.push_back(g2.FromPs.back() + width);
+    }
+    g2.Pairs.assign(2 * numBins, 0);
+    g2.Terms = {};
+    g2.SelfPairs = 0;
+    g2.Notes.clear();
+}
 
 void prepare(G2 &g2, const G2Options &options, const Recording &recording)
 {
@@ -51,43 +72,38 @@ void prepare(G2 &g2, const G2Options &options, const Recording &recording)
     const uint64_t window = optionWholePs("--window", options.Window, 1);
     // The library would bring another width into this range without a word.
     const double narrowest = recording.MeasMode == 3 ? recording.ResolutionPs : recording.BaseResolutionPs;
-    g2.BinWidthPs = optionWholePs("--bin-width", options.BinWidth, 1);
-    if (static_cast<double>(g2.BinWidthPs) < narrowest || g2.BinWidthPs > widestBinPs)
+    const uint64_t width = optionWholePs("--bin-width", options.BinWidth, 1);
+    if (static_cast<double>(width) < narrowest || width > widestBinPs)
         throw Failure(Exit::Usage, fmt::format("--bin-width: from the recording's resolution, {}, to 1 ms",
                                                timeText(narrowest)));
-    g2.NumBins = window / g2.BinWidthPs;
-    if (g2.NumBins == 0 || g2.NumBins > mostG2Bins)
+    if (window < width || window / width > mostG2Bins)
         throw Failure(Exit::Usage, fmt::format("--window: from 1 to {} times --bin-width", mostG2Bins));
-    doubtBinWidth(g2.Notes, "--bin-width", static_cast<double>(g2.BinWidthPs), recording);
-    doubtWindow(g2.Notes, "--window", window, g2.NumBins * g2.BinWidthPs);
+    shape(g2, width, window / width);
+    doubtBinWidth(g2.Notes, "--bin-width", static_cast<double>(width), recording);
+    doubtWindow(g2.Notes, "--window", window, g2.NumBins * width);
     setG2Params(nullptr, static_cast<uint64_t>(options.Channels.First),
                 static_cast<uint64_t>(options.Channels.Second), static_cast<double>(window),
                 static_cast<double>(g2.BinWidthPs), options.RawCounts ? 0 : 1);
-    const auto width = static_cast<double>(g2.BinWidthPs);
-    for (uint64_t i = 0; i < 2 * g2.NumBins; ++i) {
-        g2.FromPs.push_back((static_cast<double>(i) - static_cast<double>(g2.NumBins)) * width);
-        g2.LagsPs.push_back(g2.FromPs.back() + 0.5 * width);
-        g2.ToPs.push_back(g2.FromPs.back() + width);
-    }
     const double none = std::numeric_limits<double>::quiet_NaN();
-    g2.Pairs.assign(2 * g2.NumBins, 0);
     g2.Values.assign(2 * g2.NumBins, options.RawCounts ? 0 : none);
     g2.Sigmas.assign(2 * g2.NumBins, none);
 }
 
-// The time in ps in which the pairs of one half were counted; `later`: the channel of their later events.
-double spanOf(const G2Options &options, const PairCounts &counts, size_t later)
+// Each half by the time in ps in which its pairs were counted; the first half has the events of channel 1
+// later.
+void normalise(G2 &g2, const G2Options &options)
 {
-    const auto &told = counts.Told;
-    return options.hasEachSpan() ? static_cast<double>(told.last[later] - told.first[later]) : counts.spanPs();
-}
-
-void setBin(G2 &g2, const G2Options &options, size_t bin, uint64_t pairs, double expected)
-{
-    const Ratio ratio = pairRatio(pairs, options.RawCounts ? 1 : expected);
-    g2.Pairs[bin] = pairs;
-    g2.Values[bin] = ratio.Value;
-    g2.Sigmas[bin] = ratio.Sigma;
+    const CountTerms &terms = g2.Terms;
+    const double events = static_cast<double>(terms.Events[0]) * static_cast<double>(terms.Events[1]) *
+                          static_cast<double>(g2.BinWidthPs);
+    for (size_t bin = 0; bin < g2.Pairs.size(); ++bin) {
+        const size_t later = bin < g2.NumBins ? 1 : 0;
+        const uint64_t span = options.hasEachSpan() ? g2.ChannelSpansPs[later] : terms.spanPs();
+        const Ratio ratio =
+            pairRatio(g2.Pairs[bin], options.RawCounts ? 1 : events / static_cast<double>(span));
+        g2.Values[bin] = ratio.Value;
+        g2.Sigmas[bin] = ratio.Sigma;
+    }
 }
 
 // Of one channel both halves are the same.
@@ -96,17 +112,32 @@ void take(G2 &g2, const G2Options &options)
     PairCounts &counts = g2.Counts;
     if (!takePairCounts(counts)) return;
     const bool isAuto = counts.Told.chan1 == counts.Told.chan2;
-    const double width = static_cast<double>(g2.BinWidthPs),
-                 events = static_cast<double>(counts.Told.events[0]) *
-                          static_cast<double>(counts.Told.events[1]) * width;
+    g2.SelfPairs = counts.Told.selfPairs;
+    g2.Terms = termsOf(counts);
     for (size_t half = 0; half < 2; ++half) {
-        const double expected = events / spanOf(options, counts, half);
+        g2.ChannelSpansPs[half] = counts.Told.last[half] - counts.Told.first[half];
         for (uint64_t k = 0; k < g2.NumBins; ++k) {
-            const uint64_t own = k == 0 ? g2.selfPairs() : 0;
-            const uint64_t pairs = counts.Pairs[isAuto ? 0 : half][k] - own;
-            setBin(g2, options, half == 0 ? g2.NumBins + k : g2.NumBins - 1 - k, pairs, expected);
+            const uint64_t own = k == 0 ? g2.SelfPairs : 0;
+            g2.Pairs[half == 0 ? g2.NumBins + k : g2.NumBins - 1 - k] =
+                counts.Pairs[isAuto ? 0 : half][k] - own;
         }
     }
+    normalise(g2, options);
+}
+
+void load(G2 &g2, const G2Options &options, const boost::json::object &result)
+{
+    shape(g2, result.at("binWidthPs").to_number<uint64_t>(), result.at("bins").to_number<uint64_t>() / 2);
+    g2.Pairs = numbersIn(result.at("pairs"));
+    g2.Values.resize(2 * g2.NumBins);
+    g2.Sigmas.resize(2 * g2.NumBins);
+    if (g2.Pairs.size() != g2.Values.size())
+        throw Failure(Exit::Failed, "the result has other bins than pairs");
+    g2.SelfPairs = result.at("selfPairs").to_number<uint64_t>();
+    const std::vector<uint64_t> spans = numbersIn(result.at("channelSpansPs"));
+    g2.ChannelSpansPs = {spans.at(0), spans.at(1)};
+    g2.Terms = termsIn(result);
+    normalise(g2, options);
 }
 
 std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measured)
@@ -117,10 +148,10 @@ std::string asCsv(const G2Options &options, const G2 &g2, const Measured &measur
                                 options.Channels.First, options.Channels.Second, options.Channels.First,
                                 g2.NumBins, g2.BinWidthPs));
     notes.push_back(options.RawCounts ? "pairs per bin" : "normalised: uncorrelated light is at 1");
-    notes.push_back(countsNote(g2.Counts));
+    notes.push_back(countsNote(g2.Terms));
     if (options.hasEachSpan()) notes.push_back("each half by the time of its later channel, not by T");
-    if (g2.selfPairs() > 0)
-        notes.push_back(fmt::format("without {} of an event with itself", counted(g2.selfPairs(), "pair")));
+    if (g2.SelfPairs > 0)
+        notes.push_back(fmt::format("without {} of an event with itself", counted(g2.SelfPairs, "pair")));
     notes.push_back(lastNote(measured));
     std::vector<Column> columns = {{"lag_ps", g2.LagsPs}};
     if (!options.RawCounts) columns.push_back({"g2", g2.Values});
@@ -144,9 +175,10 @@ boost::json::object asJson(const G2Options &options, const G2 &g2, const Measure
     std::vector<double> edges = g2.FromPs;
     edges.push_back(g2.ToPs.back());
     result["edgesPs"] = jsonArray({"", edges});
-    addCounts(result, g2.Counts);
+    addCounts(result, g2.Terms);
+    result["channelSpansPs"] = {g2.ChannelSpansPs[0], g2.ChannelSpansPs[1]};
     result["span"] = options.Span;
-    result["selfPairs"] = g2.selfPairs();
+    result["selfPairs"] = g2.SelfPairs;
     return result;
 }
 
@@ -170,23 +202,35 @@ Plot asPlot(const G2Options &options, const G2 &g2, const Measured &measured)
     return plot;
 }
 
+Measurement stepsOf(const G2Options &options, G2 &g2)
+{
+    return {.Prepare = [&](const Recording &recording) { prepare(g2, options, recording); },
+            .Start =
+                [](const RunStart &run) {
+                    getCorrelation(nullptr, run.AcqTimeMs, 0, run.Save, nullptr, nullptr, run.Finished);
+                },
+            .Take = [&](bool) { take(g2, options); },
+            .IsEmpty = [&] { return std::ranges::all_of(g2.Pairs, [](uint64_t pairs) { return pairs == 0; }); },
+            .Needs = "events on --chan1 and --chan2 within --window of each other",
+            .Csv = [&](const Measured &measured) { return asCsv(options, g2, measured); },
+            .Json = [&](const Measured &measured) { return asJson(options, g2, measured); },
+            .Plot = [&](const Measured &measured) { return asPlot(options, g2, measured); },
+            .Notes = [&](const Measured &) { return g2.Notes; },
+            .Load = [&](const boost::json::object &result) { load(g2, options, result); },
+            .FileKeys = [&](const Measured &) { return countKeys(g2.Terms); },
+            .SumNotes = [](const boost::json::array &files) { return notesOnRates(files, 1); }};
+}
+
 int runG2(const G2Options &options, const HostOptions &host)
 {
     G2 g2;
-    return measure(
-        options.Measure, host,
-        {.Prepare = [&](const Recording &recording) { prepare(g2, options, recording); },
-         .Start =
-             [](const RunStart &run) {
-                 getCorrelation(nullptr, run.AcqTimeMs, 0, run.Save, nullptr, nullptr, run.Finished);
-             },
-         .Take = [&](bool) { take(g2, options); },
-         .IsEmpty = [&] { return std::ranges::all_of(g2.Pairs, [](uint64_t pairs) { return pairs == 0; }); },
-         .Needs = "events on --chan1 and --chan2 within --window of each other",
-         .Csv = [&](const Measured &measured) { return asCsv(options, g2, measured); },
-         .Json = [&](const Measured &measured) { return asJson(options, g2, measured); },
-         .Plot = [&](const Measured &measured) { return asPlot(options, g2, measured); },
-         .Notes = [&](const Measured &) { return g2.Notes; }});
+    return measure(options.Measure, host, stepsOf(options, g2));
+}
+
+int writeG2Sum(const G2Options &options, boost::json::object sum, int code)
+{
+    G2 g2;
+    return writeSum(options.Measure, stepsOf(options, g2), std::move(sum), code);
 }
 
 constexpr ResultHelp g2Help = {
@@ -215,7 +259,11 @@ does: then a channel that starts late makes a step at lag 0. --raw-counts: the v
   n1, n2        events of each channel
   measuredPs    T
   span          common, or each
-  selfPairs     pairs of an event with itself, which were left out)",
+  selfPairs     pairs of an event with itself, which were left out
+  channelSpansPs
+                [2] time from the first to the last event of each channel
+Of several recordings pairs, n1, n2 and T are the sums, and the values are computed of these; pairs of
+events of two recordings aren't counted.)",
     .Examples = R"(  tessel g2 emitter.tgx --window 100ns --bin-width 500ps --plot dip.png
   tessel g2 lamp.tgx --chan1 1 --chan2 3 --raw-counts -o pairs.csv)"};
 
@@ -236,7 +284,9 @@ Command addG2(CLI::App &program)
             {"common", "each"})
         ->capture_default_str();
     command->footer(helpText(g2Help));
-    return {command, [options](const HostOptions &host) { return runG2(*options, host); }};
+    return {
+        command, [options](const HostOptions &host) { return runG2(*options, host); },
+        [options](boost::json::object sum, int code) { return writeG2Sum(*options, std::move(sum), code); }};
 }
 
 } // namespace Tessel::Cli

@@ -1,7 +1,7 @@
 // `tessel hist2d`: pairs of events by the delays of both.
 #include "commands/commands.h"
 #include "commands/doubts.h"
-#include "commands/measure.h"
+#include "commands/several.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"
 #include "program/output.h"
@@ -212,32 +212,68 @@ Plot asPlot(const Hist2dOptions &options, const Hist2d &histogram, const Measure
     return plot;
 }
 
+Axis axisIn(const boost::json::value &axis)
+{
+    return {.OffsetPs = axis.at("offsetPs").to_number<uint64_t>(),
+            .BinWidthPs = axis.at("binWidthPs").to_number<uint64_t>(),
+            .NumBins = axis.at("bins").to_number<uint64_t>()};
+}
+
+Hist2d hist2dIn(const boost::json::object &result)
+{
+    const auto &recovery = result.at("recovery");
+    Hist2d histogram{.X = axisIn(result.at("x")),
+                     .Y = axisIn(result.at("y")),
+                     .Recovery = {.MinPs = recovery.at("minPs").to_number<uint64_t>(),
+                                  .MaxPs = recovery.at("maxPs").to_number<uint64_t>(),
+                                  .OffsetXPs = recovery.at("offsetXPs").to_number<uint64_t>(),
+                                  .OffsetYPs = recovery.at("offsetYPs").to_number<uint64_t>()},
+                     .Counts = {}};
+    for (const auto &row : result.at("counts").as_array()) {
+        const std::vector<uint32_t> counts = countsIn(row, histogram.X.NumBins);
+        histogram.Counts.insert(histogram.Counts.end(), counts.begin(), counts.end());
+    }
+    return histogram;
+}
+
+Measurement stepsOf(const Hist2dOptions &options, Hist2d &histogram, Growing<uint32_t> &counts)
+{
+    return {.Prepare = [&](const Recording &recording) { histogram = prepared(options, recording); },
+            .Start =
+                [&](const RunStart &run) {
+                    get2dHistogram(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
+                                   counts.begin(histogram.Counts), run.Finished);
+                },
+            .Take = [&](bool hasEnded) { counts.take(histogram.Counts, hasEnded); },
+            .IsEmpty = [&] { return isAllZero(histogram.Counts); },
+            .Needs = "events on --chan-x and --chan-y inside the bins, in T2 after one on --start-chan",
+            .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
+            .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
+            .Plot = [&](const Measured &measured) { return asPlot(options, histogram, measured); },
+            .Notes =
+                [&](const Measured &measured) {
+                    std::vector<std::string> notes;
+                    doubtBinWidth(notes, "--bin-width-x", static_cast<double>(histogram.X.BinWidthPs),
+                                  measured.From);
+                    doubtBinWidth(notes, "--bin-width-y", static_cast<double>(histogram.Y.BinWidthPs),
+                                  measured.From);
+                    return notes;
+                },
+            .Load = [&](const boost::json::object &result) { histogram = hist2dIn(result); }};
+}
+
 int runHist2d(const Hist2dOptions &options, const HostOptions &host)
 {
     Hist2d histogram;
     Growing<uint32_t> counts;
-    return measure(options.Measure, host,
-                   {.Prepare = [&](const Recording &recording) { histogram = prepared(options, recording); },
-                    .Start =
-                        [&](const RunStart &run) {
-                            get2dHistogram(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
-                                           counts.begin(histogram.Counts), run.Finished);
-                        },
-                    .Take = [&](bool hasEnded) { counts.take(histogram.Counts, hasEnded); },
-                    .IsEmpty = [&] { return isAllZero(histogram.Counts); },
-                    .Needs = "events on --chan-x and --chan-y inside the bins, in T2 after one on --start-chan",
-                    .Csv = [&](const Measured &measured) { return asCsv(options, histogram, measured); },
-                    .Json = [&](const Measured &measured) { return asJson(options, histogram, measured); },
-                    .Plot = [&](const Measured &measured) { return asPlot(options, histogram, measured); },
-                    .Notes =
-                        [&](const Measured &measured) {
-                            std::vector<std::string> notes;
-                            doubtBinWidth(notes, "--bin-width-x", static_cast<double>(histogram.X.BinWidthPs),
-                                          measured.From);
-                            doubtBinWidth(notes, "--bin-width-y", static_cast<double>(histogram.Y.BinWidthPs),
-                                          measured.From);
-                            return notes;
-                        }});
+    return measure(options.Measure, host, stepsOf(options, histogram, counts));
+}
+
+int writeHist2dSum(const Hist2dOptions &options, boost::json::object sum, int code)
+{
+    Hist2d histogram;
+    Growing<uint32_t> counts;
+    return writeSum(options.Measure, stepsOf(options, histogram, counts), std::move(sum), code);
 }
 
 void addAxisOptions(CLI::App &command, AxisOptions &axis, const std::string &letter)
@@ -303,7 +339,10 @@ Command addHist2d(CLI::App &program)
     command->add_option("--slope", options->Slope, "ps added to x for each ps of y")->capture_default_str();
     addRecoveryOptions(*command, options->Recovery);
     command->footer(helpText(hist2dHelp));
-    return {command, [options](const HostOptions &host) { return runHist2d(*options, host); }};
+    return {command, [options](const HostOptions &host) { return runHist2d(*options, host); },
+            [options](boost::json::object sum, int code) {
+                return writeHist2dSum(*options, std::move(sum), code);
+            }};
 }
 
 } // namespace Tessel::Cli

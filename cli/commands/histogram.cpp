@@ -3,6 +3,7 @@
 
 #include "commands/commands.h"
 #include "commands/doubts.h"
+#include "commands/several.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"
@@ -19,6 +20,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <numeric>
 #include <optional>
 
 namespace Tessel::Cli {
@@ -189,6 +191,34 @@ std::vector<std::string> doubtsOn(const Histogram &histogram, const Measured &me
     return notes;
 }
 
+std::vector<double> periodsIn(const boost::json::array &files)
+{
+    std::vector<double> periods;
+    for (const auto &file : files)
+        if (const auto &period = file.at("syncPeriodPs"); !period.is_null())
+            periods.push_back(period.to_number<double>());
+    return periods;
+}
+
+// 0: not all files have one.
+double meanSyncPeriod(const boost::json::array &files)
+{
+    const std::vector<double> periods = periodsIn(files);
+    if (periods.empty() || periods.size() < files.size()) return 0;
+    return std::accumulate(periods.begin(), periods.end(), 0.0) / static_cast<double>(periods.size());
+}
+
+std::vector<std::string> notesOnPeriods(const boost::json::array &files)
+{
+    constexpr double tolerance = 1e-6;
+    const std::vector<double> periods = periodsIn(files);
+    if (periods.empty()) return {};
+    const auto [least, most] = std::ranges::minmax(periods);
+    if (most / least - 1 <= tolerance) return {};
+    return {
+        fmt::format("the sync periods differ from file to file, from {:.12g} ps to {:.12g} ps", least, most)};
+}
+
 // The instrument builds the histograms; there is no stream.
 MeasureOptions forHardware(const HistogramOptions &options, const HostOptions &host)
 {
@@ -209,25 +239,58 @@ MeasureOptions forHardware(const HistogramOptions &options, const HostOptions &h
     return measure;
 }
 
+Histogram histogramIn(const boost::json::object &result)
+{
+    Histogram histogram{.NumBins = result.at("bins").to_number<uint64_t>(),
+                        .BinWidthPs = result.at("binWidthPs").to_number<double>(),
+                        .SyncPeriodPs = meanSyncPeriod(result.at("files").as_array()),
+                        .Counts = {}};
+    if (!result.at("refChan").is_null()) histogram.RefChan = result.at("refChan").to_number<int>();
+    for (const auto &channel : result.at("channels").as_array()) {
+        const std::vector<uint32_t> counts = countsIn(channel.at("counts"), histogram.NumBins);
+        histogram.Counts.insert(histogram.Counts.end(), counts.begin(), counts.end());
+    }
+    return histogram;
+}
+
+Measurement stepsOf(const HistogramOptions &options, Histogram &histogram, Growing<uint32_t> &counts)
+{
+    return {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
+            .Start =
+                [&](const RunStart &run) {
+                    getHistogram(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
+                                 counts.begin(histogram.Counts), run.Finished);
+                },
+            .Take = [&](bool hasEnded) { counts.take(histogram.Counts, hasEnded); },
+            .IsEmpty = [&] { return isAllZero(histogram.Counts); },
+            .Needs = "events, in T2 after one on --ref-chan",
+            .Csv = [&](const Measured &measured) { return histogramCsv(histogram, measured); },
+            .Json = [&](const Measured &measured) { return histogramJson(histogram, measured); },
+            .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); },
+            .Notes = [&](const Measured &measured) { return doubtsOn(histogram, measured); },
+            .Load = [&](const boost::json::object &result) { histogram = histogramIn(result); },
+            .FileKeys =
+                [&](const Measured &) {
+                    boost::json::object keys = {{"syncPeriodPs", nullptr}};
+                    if (histogram.SyncPeriodPs > 0) keys["syncPeriodPs"] = jsonNumber(histogram.SyncPeriodPs);
+                    return keys;
+                },
+            .SumNotes = notesOnPeriods};
+}
+
 int runHistogram(const HistogramOptions &options, const HostOptions &host)
 {
     const MeasureOptions source = options.Hardware ? forHardware(options, host) : options.Measure;
     Histogram histogram;
     Growing<uint32_t> counts;
-    return measure(source, host,
-                   {.Prepare = [&](const Recording &recording) { histogram = shaped(options, recording); },
-                    .Start =
-                        [&](const RunStart &run) {
-                            getHistogram(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
-                                         counts.begin(histogram.Counts), run.Finished);
-                        },
-                    .Take = [&](bool hasEnded) { counts.take(histogram.Counts, hasEnded); },
-                    .IsEmpty = [&] { return isAllZero(histogram.Counts); },
-                    .Needs = "events, in T2 after one on --ref-chan",
-                    .Csv = [&](const Measured &measured) { return histogramCsv(histogram, measured); },
-                    .Json = [&](const Measured &measured) { return histogramJson(histogram, measured); },
-                    .Plot = [&](const Measured &measured) { return asPlot(measured.From, histogram); },
-                    .Notes = [&](const Measured &measured) { return doubtsOn(histogram, measured); }});
+    return measure(source, host, stepsOf(options, histogram, counts));
+}
+
+int writeHistogramSum(const HistogramOptions &options, boost::json::object sum, int code)
+{
+    Histogram histogram;
+    Growing<uint32_t> counts;
+    return writeSum(options.Measure, stepsOf(options, histogram, counts), std::move(sum), code);
 }
 
 constexpr ResultHelp histogramHelp = {
@@ -264,7 +327,10 @@ Command addHistogram(CLI::App &program)
     asNumber(command->add_option("--bins", options->Bins, "T2: number of bins; by default 65536"), 1, mostBins);
     command->add_flag("--hardware", options->Hardware, "Let the instrument build the histograms");
     command->footer(helpText(histogramHelp));
-    return {command, [options](const HostOptions &host) { return runHistogram(*options, host); }};
+    return {command, [options](const HostOptions &host) { return runHistogram(*options, host); },
+            [options](boost::json::object sum, int code) {
+                return writeHistogramSum(*options, std::move(sum), code);
+            }};
 }
 
 } // namespace Tessel::Cli

@@ -2,7 +2,9 @@
 #include "commands/measure.h"
 
 #include "commands/live_view.h"
+#include "commands/several.h"
 #include "commands/shown_run.h"
+#include "jobs/result_sum.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
@@ -37,23 +39,20 @@ void addChannelPair(CLI::App &command, ChannelPair &channels)
 namespace {
 
 // A picture that stays on the terminal stands for the text that would follow it there.
-bool writesText(const MeasureOptions &options, const HostOptions &host)
+bool writesText(const MeasureOptions &options, bool drewLive)
 {
     const bool toOutput = isStandardOutput(options.Result.File);
     if (toOutput && options.Updates.JsonLines) return false;
-    if (toOutput && drawsLive(options.Updates, host) && isatty(standardOutput())) return false;
+    if (toOutput && drewLive && isatty(standardOutput())) return false;
     return wantsText(options.Result);
 }
 
 } // namespace
 
-int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
+Measured measureSource(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
 {
-    checkPlot(options.Result.Plot);
-    checkUpdateOptions(options.Updates);
-    const Session session(host);
-    checkFiles(options, host);
     Measured measured = openForMeasuring(options, host);
+    measured.DrawsLive = drawsLive(options.Updates, host);
     measurement.Prepare(measured.From);
     runShown(options, host,
              {.Start = measurement.Start,
@@ -68,15 +67,35 @@ int measure(const MeasureOptions &options, const HostOptions &host, const Measur
     if (measurement.Notes)
         for (std::string &text : measurement.Notes(measured)) measured.Notes.push_back(std::move(text));
     for (const std::string &text : measured.Notes) warn(text);
+    if (options.Command) measured.Files.push_back(fileEntry(measured, measurement));
+    return measured;
+}
+
+int writeMeasured(const MeasureOptions &options, const Measurement &measurement, const Measured &measured,
+                  const std::function<int()> &report)
+{
     const std::string fault = measurement.Fault ? measurement.Fault() : "";
     if (!fault.empty()) warn(fault);
     if (measurement.IsEmpty()) warn(fmt::format("nothing was counted: that needs {}", measurement.Needs));
-    if (writesText(options, host))
+    if (writesText(options, measured.DrawsLive))
         writeResult(options.Result.File,
                     options.Result.Json ? jsonText(measurement.Json(measured)) : measurement.Csv(measured));
     if (!options.Result.Plot.File.empty()) drawResult(options.Result, measurement.Plot(measured));
-    const int code = reportRun(measured);
+    const int code = report();
     return code == 0 && !fault.empty() ? static_cast<int>(Exit::DataLost) : code;
+}
+
+int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
+{
+    checkPlot(options.Result.Plot);
+    checkUpdateOptions(options.Updates);
+    const Session session(host);
+    checkFiles(options, host);
+    if (options.Files.size() > 1) return measureSeveral(options, host, measurement);
+    MeasureOptions one = options;
+    if (!options.Files.empty()) one.File = options.Files.front();
+    const Measured measured = measureSource(one, host, measurement);
+    return writeMeasured(one, measurement, measured, [&] { return reportRun(measured); });
 }
 
 void drawResult(const ResultOptions &options, const Plot &plot)
@@ -102,7 +121,8 @@ std::string helpText(const ResultHelp &help)
     return fmt::format(
         "{}{}\n\n"
         "CSV: comment lines with '#', a line of names, {}\n\n"
-        "JSON: schema ({}), file, device, mode, chain (if there is one),\n"
+        "JSON: schema ({}), program, job (docs/jobs.md), file, device, mode, chain (if there is one),\n"
+        "rows [{{name, column}}] of the channels,\n"
         "run {{recordsRead, recordsInFile, recording (closed, not closed, cut short), complete,\n"
         "stopReason, verdict (clean, lossy: something is missing, invalid: times may be wrong too),\n"
         "losses {{place: {{unit, occasions, lost (null: nobody knows), first, last [s]}}}},\n"
@@ -112,7 +132,10 @@ std::string helpText(const ResultHelp &help)
         "instrument file, recordsInFile and recording are null), of an instrument live {{acquisitionMs,\n"
         "liveTimeMs, meanSyncRate [Hz], startRates and rates (at the end) {{sync, inputs}} [cps], instrument\n"
         "(all that is set on it)}}, with --record recorded {{file, bytes, closed}},\n"
-        "notes [what to know before one relies on the result], and\n{}\n\n"
+        "notes [what to know before one relies on the result],\n"
+        "files [{{file, bytes, crc32 (of its first and last 64 KiB), device, seconds, run, notes}}]; of "
+        "several\n"
+        "files, file is null and run has what is of all together; and\n{}\n\n"
         "Examples:\n{}",
         help.About, help.HasUpdates ? updates : "", help.Csv, help.Schema, help.Keys, help.Examples);
 }
@@ -123,13 +146,28 @@ void noteSpeed(const Outcome &outcome)
                      countText(static_cast<double>(outcome.NumRead) / std::max(outcome.RunSeconds, 1e-9))));
 }
 
+namespace {
+
+// Of an instrument its id.
+std::string nameIn(const boost::json::object &file)
+{
+    return std::string((file.at("file").is_null() ? file.at("device") : file.at("file")).as_string());
+}
+
+} // namespace
+
 std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema)
 {
     const Recording &recording = measured.From;
     std::vector<std::string> lines = {std::string(schema)};
-    if (!recording.isLive()) lines.push_back(fmt::format("file: {}", visibleText(recording.Path)));
-    lines.push_back(fmt::format("device: {}, {}", visibleText(recording.Id), modeText(recording.MeasMode)));
-    for (std::string &stage : chainNotes(measured.Chain)) lines.push_back(std::move(stage));
+    if (!recording.isLive() && !measured.isSum())
+        lines.push_back(fmt::format("file: {}", visibleText(recording.Path)));
+    for (const auto &file : measured.isSum() ? measured.Files : boost::json::array())
+        lines.push_back(fmt::format("file: {}", visibleText(nameIn(file.as_object()))));
+    lines.push_back(recording.Id.empty() ? modeText(recording.MeasMode)
+                                         : fmt::format("device: {}, {}", visibleText(recording.Id),
+                                                       modeText(recording.MeasMode)));
+    for (std::string &stage : chainNotes(measured.Chain, !measured.isSum())) lines.push_back(std::move(stage));
     for (const std::string &text : measured.Notes) lines.push_back("note: " + text);
     return lines;
 }
@@ -148,6 +186,20 @@ std::string liveNote(const Measured &measured)
     return text + (run.Signal ? ", stopped by the user" : "");
 }
 
+// Which files lost something stands beside how much was read of all.
+std::string sumNote(const Measured &measured)
+{
+    const boost::json::object &run = measured.SumRun;
+    std::vector<std::string> doubtful;
+    for (const auto &file : measured.Files)
+        if (!isCleanAndWhole(file.at("run").as_object()))
+            doubtful.push_back(visibleText(nameIn(file.as_object())));
+    return fmt::format("{} records read of {} recordings; {}", run.at("recordsRead").to_number<uint64_t>(),
+                       measured.Files.size(),
+                       doubtful.empty() ? std::string("clean")
+                                        : fmt::format("not whole or not clean: {}", fmt::join(doubtful, ", ")));
+}
+
 std::string readText(const Measured &measured)
 {
     if (measured.From.isLive()) return liveNote(measured);
@@ -159,6 +211,7 @@ std::string readText(const Measured &measured)
 
 std::string lastNote(const Measured &measured)
 {
+    if (measured.isSum()) return sumNote(measured);
     const std::vector<std::string> losses = lossLines(measured.Run.Losses);
     return fmt::format("{}; {}", readText(measured),
                        losses.empty() ? "clean" : fmt::format("{}", fmt::join(losses, "; ")));
@@ -170,10 +223,12 @@ boost::json::object recordingKeys(const Measured &measured, std::string_view sch
     boost::json::object keys = {{"schema", schema}, {"program", "tessel " TESSEL_VERSION}};
     if (!measured.Job.empty()) keys["job"] = measured.Job;
     keys["file"] = nullptr;
-    if (!recording.isLive()) keys["file"] = jsonName(recording.Path);
-    keys["device"] = recording.Id;
+    if (measured.isSum() && measured.Files.size() == 1) keys["file"] = measured.Files.front().at("file");
+    if (!measured.isSum() && !recording.isLive()) keys["file"] = jsonName(recording.Path);
+    keys["device"] = nullptr;
+    if (!recording.Id.empty()) keys["device"] = recording.Id;
     keys["mode"] = modeText(recording.MeasMode);
-    if (!measured.Chain.empty()) keys["chain"] = chainJson(measured.Chain);
+    if (!measured.Chain.empty()) keys["chain"] = chainJson(measured.Chain, !measured.isSum());
     return keys;
 }
 
@@ -202,11 +257,25 @@ boost::json::object recordedJson(const Measured &measured)
     return {{"file", path}, {"bytes", bytes}, {"closed", measured.Written.IsClosed}};
 }
 
+namespace {
+
+boost::json::array rowsJson(const Recording &recording)
+{
+    boost::json::array rows;
+    for (int64_t row = 0; row < recording.NumRows; ++row)
+        rows.push_back({{"name", rowName(recording, row)}, {"column", columnName(recording, row)}});
+    return rows;
+}
+
+} // namespace
+
 boost::json::object firstKeys(const Measured &measured, std::string_view schema)
 {
     boost::json::object keys = recordingKeys(measured, schema);
-    keys["run"] = outcomeJson(measured.From, measured.Run);
+    keys["rows"] = rowsJson(measured.From);
+    keys["run"] = measured.isSum() ? measured.SumRun : outcomeJson(measured.From, measured.Run);
     keys["notes"] = boost::json::array(measured.Notes.begin(), measured.Notes.end());
+    if (!measured.Files.empty()) keys["files"] = measured.Files;
     if (measured.From.isLive() && measured.Run.Ended) keys["live"] = liveJson(measured);
     if (measured.Into) keys["recorded"] = recordedJson(measured);
     return keys;

@@ -71,6 +71,11 @@ struct Measured
     Recorded Written;                 // after the run, if it wrote one
     CountRates Rates;                 // after the run of an instrument
     std::vector<std::string> Notes;   // on the result: what to know before one relies on it
+    boost::json::array Files;         // after the run: what the result says of its recordings
+    bool DrawsLive = false;           // its picture stays on the terminal
+    boost::json::object SumRun;       // of results that were added up: of all runs together; else empty
+
+    bool isSum() const { return !SumRun.empty(); }
 };
 
 // What a measurement function of the library takes beside its result.
@@ -95,10 +100,22 @@ struct Measurement
     std::function<Cli::Plot(const Measured &)> Plot;
     std::function<std::vector<std::string>(const Measured &)> Notes = nullptr; // after the run
     std::function<std::string()> Fault = nullptr; // after the run: why the result is none; empty: it is one
+
+    // Of what can be added up: what Json gave becomes the present result, and is normalised.
+    std::function<void(const boost::json::object &)> Load = nullptr;
+    std::function<boost::json::object(const Measured &)> FileKeys = nullptr; // of one recording, for `files`
+    std::function<std::vector<std::string>(const boost::json::array &files)> SumNotes = nullptr;
 };
 
 // The exit code.
 int measure(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement);
+
+// Prepares and runs it on the source, and warns of what there is to note.
+Measured measureSource(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement);
+
+// Writes and draws the result; gives the exit code, after `report` has said what became of the run.
+int writeMeasured(const MeasureOptions &options, const Measurement &measurement, const Measured &measured,
+                  const std::function<int()> &report);
 
 // Throws Failure if a file of the result, or the `beside` it, is one that must stay.
 void checkFiles(const MeasureOptions &options, const HostOptions &host, const std::string &beside = "");
@@ -129,7 +146,7 @@ std::string lastNote(const Measured &measured);
 // The keys that every result begins with: schema, program, job, file, device, mode, and chain if there is one.
 boost::json::object recordingKeys(const Measured &measured, std::string_view schema);
 
-// The same, run, of an instrument live, and recorded if the run writes a recording.
+// The same, rows, run, notes, files, of an instrument live, and recorded if the run writes a recording.
 boost::json::object firstKeys(const Measured &measured, std::string_view schema);
 
 boost::json::object ratesJson(const CountRates &rates);

@@ -42,13 +42,15 @@ void addMeasureOptions(CLI::App &command, MeasureOptions &options)
 void addMeasurementOptions(CLI::App &command, MeasureOptions &options)
 {
     options.Command = &command;
-    addRecordingArgument(command, options.File);
+    command.add_option("FILE", options.Files, "The recordings (.tgx); the counts of several are added up")
+        ->type_name("");
     addMeasureOptions(command, options);
 }
 
 void checkFiles(const MeasureOptions &options, const HostOptions &host, const std::string &beside)
 {
     std::vector<std::string> inputs = chainFiles(options.Chain);
+    inputs.insert(inputs.end(), options.Files.begin(), options.Files.end());
     inputs.insert(inputs.end(), {options.File, host.IniPath, host.SimulationPath});
     std::vector<Output> outputs = outputsOf(options.Result);
     for (const Output &output : outputs) checkPlace(output.Path);

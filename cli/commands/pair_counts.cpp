@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 namespace Tessel::Cli {
 
@@ -13,11 +14,30 @@ PairCounts::PairCounts()
     Told.size = sizeof Told;
 }
 
-double PairCounts::spanPs() const
+uint64_t PairCounts::spanPs() const
 {
     uint64_t first = std::min(Told.first[0], Told.first[1]);
     if (first == 0) first = std::max(Told.first[0], Told.first[1]); // of the channel that has events
-    return static_cast<double>(std::max(Told.last[0], Told.last[1]) - first);
+    return std::max(Told.last[0], Told.last[1]) - first;
+}
+
+uint64_t CountTerms::spanPs() const
+{
+    return std::accumulate(SpansPs.begin(), SpansPs.end(), uint64_t(0));
+}
+
+CountTerms termsOf(const PairCounts &counts)
+{
+    return {.Events = {counts.Told.events[0], counts.Told.events[1]}, .SpansPs = {counts.spanPs()}};
+}
+
+CountTerms termsIn(const boost::json::object &result)
+{
+    CountTerms terms{.Events = {result.at("n1").to_number<uint64_t>(), result.at("n2").to_number<uint64_t>()},
+                     .SpansPs = {}};
+    for (const auto &file : result.at("files").as_array())
+        terms.SpansPs.push_back(file.at("measuredPs").to_number<uint64_t>());
+    return terms;
 }
 
 bool takePairCounts(PairCounts &counts)
@@ -47,17 +67,38 @@ Ratio pairRatio(uint64_t pairs, double expected)
             std::sqrt(static_cast<double>(std::max<uint64_t>(pairs, 1))) / expected};
 }
 
-void addCounts(boost::json::object &keys, const PairCounts &counts)
+boost::json::object countKeys(const CountTerms &terms)
 {
-    keys["n1"] = counts.Told.events[0];
-    keys["n2"] = counts.Told.events[1];
-    keys["measuredPs"] = counts.spanPs();
+    return {{"n1", terms.Events[0]}, {"n2", terms.Events[1]}, {"measuredPs", terms.spanPs()}};
 }
 
-std::string countsNote(const PairCounts &counts)
+void addCounts(boost::json::object &keys, const CountTerms &terms)
 {
-    return fmt::format("n1 = {}, n2 = {}, T = {} ps", counts.Told.events[0], counts.Told.events[1],
-                       counts.spanPs());
+    for (auto &member : countKeys(terms)) keys.insert(member);
+}
+
+std::vector<std::string> notesOnRates(const boost::json::array &files, double level)
+{
+    constexpr double tolerance = 0.01;
+    double n1 = 0, n2 = 0, span = 0, expected = 0;
+    for (const auto &file : files) {
+        const double ps = file.at("measuredPs").to_number<double>(), one = file.at("n1").to_number<double>(),
+                     two = file.at("n2").to_number<double>();
+        n1 += one;
+        n2 += two;
+        span += ps;
+        if (ps > 0) expected += one * two / ps;
+    }
+    const double ratio = expected * span / (n1 * n2);
+    if (!(std::abs(ratio - 1) > tolerance)) return {};
+    return {fmt::format("the count rates differ from file to file, so light that is uncorrelated in each is at "
+                        "{:.3g}, not at {}",
+                        ratio - 1 + level, level)};
+}
+
+std::string countsNote(const CountTerms &terms)
+{
+    return fmt::format("n1 = {}, n2 = {}, T = {} ps", terms.Events[0], terms.Events[1], terms.spanPs());
 }
 
 } // namespace Tessel::Cli

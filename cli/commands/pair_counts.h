@@ -26,8 +26,19 @@ struct PairCounts
     std::array<std::vector<uint64_t>, 2> Later, Earlier;
 
     // From the first event of the two channels to the last, in ps.
-    double spanPs() const;
+    uint64_t spanPs() const;
 };
+
+// What a correlation is normalised by: the events of each channel, and the time measured of each recording.
+struct CountTerms
+{
+    std::array<uint64_t, 2> Events = {};
+    std::vector<uint64_t> SpansPs;
+
+    uint64_t spanPs() const; // of all
+};
+CountTerms termsOf(const PairCounts &counts);
+CountTerms termsIn(const boost::json::object &result);
 
 // Of the current device, now. False: its run hasn't begun to count.
 bool takePairCounts(PairCounts &counts);
@@ -41,9 +52,14 @@ struct Ratio
 Ratio pairRatio(uint64_t pairs, double expected);
 
 // n1, n2, measuredPs.
-void addCounts(boost::json::object &keys, const PairCounts &counts);
+boost::json::object countKeys(const CountTerms &terms);
+void addCounts(boost::json::object &keys, const CountTerms &terms);
+
+// Of results that were added up: what light that is uncorrelated in each comes to, if not to 1. `level`: where
+// the curve has it.
+std::vector<std::string> notesOnRates(const boost::json::array &files, double level);
 
 // "n1 = 5, n2 = 7, T = 1000 ps".
-std::string countsNote(const PairCounts &counts);
+std::string countsNote(const CountTerms &terms);
 
 } // namespace Tessel::Cli

@@ -15,13 +15,14 @@ namespace {
 
 int resultDescriptor = -1;
 bool isQuiet = false;
+std::string subject; // with a colon; empty: of nothing in particular
 
 void line(std::string_view colour, std::string_view lead, std::string_view text)
 {
     const bool colours = !colour.empty() && withColour();
     fmt::memory_buffer shown; // "not enough memory" needs none
-    fmt::format_to(std::back_inserter(shown), "tessel: {}{}{}{}\n", colours ? colour : "", lead,
-                   colours ? "\033[0m" : "", text);
+    fmt::format_to(std::back_inserter(shown), "tessel: {}{}{}{}{}\n", colours ? colour : "", lead,
+                   colours ? "\033[0m" : "", subject, text);
     showOnStandardError({shown.data(), shown.size()});
 }
 
@@ -74,6 +75,16 @@ bool withColour()
     const char *plain = std::getenv("NO_COLOR");
     const char *terminal = std::getenv("TERM");
     return onTerminal() && !(plain && *plain) && !(terminal && std::string_view(terminal) == "dumb");
+}
+
+Subject::Subject(const std::string &name)
+{
+    subject = name + ": ";
+}
+
+Subject::~Subject()
+{
+    subject.clear();
 }
 
 void setQuiet(bool on)

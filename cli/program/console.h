@@ -30,6 +30,15 @@ bool onTerminal();
 // On a terminal, and neither NO_COLOR nor TERM=dumb is set.
 bool withColour();
 
+// While one lives, each line says that it is about this.
+struct Subject
+{
+    explicit Subject(const std::string &name);
+    ~Subject();
+    Subject(const Subject &) = delete;
+    Subject &operator=(const Subject &) = delete;
+};
+
 void setQuiet(bool quiet);
 bool quiet();
 

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -17,8 +18,7 @@ namespace Tessel::Cli {
 
 namespace {
 
-constexpr size_t mostText = 1 << 20; // bytes
-constexpr int longestWaitMs = 2000;  // for the next bytes of a pipe
+constexpr int longestWaitMs = 2000; // for the next bytes of a pipe
 
 // The next bytes, none at the end. A pipe may have no writer yet, or one that is silent.
 size_t readNext(int file, std::span<char> to)
@@ -31,15 +31,16 @@ size_t readNext(int file, std::span<char> to)
     return static_cast<size_t>(got);
 }
 
-std::string readAll(const std::string &path)
+std::string readAll(const std::string &path, size_t most)
 {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.Number < 0) throw Failure(Exit::NoDevice, std::strerror(errno));
-    std::string text(mostText + 1, '\0');
+    std::string text(std::min(most, mostText) + 1, '\0');
     size_t length = 0;
     while (const size_t got = readNext(file.Number, std::span(text).subspan(length))) {
         length += got;
-        if (length > mostText) throw Failure(Exit::NoDevice, "more than 1 MiB");
+        if (length > most) throw Failure(Exit::NoDevice, fmt::format("more than {} MiB", most >> 20));
+        if (length == text.size()) text.resize(std::min(2 * length, most + 1));
     }
     text.resize(length);
     return text;
@@ -47,10 +48,10 @@ std::string readAll(const std::string &path)
 
 } // namespace
 
-std::string fileText(std::string_view option, const std::string &path)
+std::string fileText(std::string_view option, const std::string &path, size_t most)
 {
     try {
-        return readAll(path);
+        return readAll(path, most);
     } catch (const Failure &why) {
         throw Failure(why.Code, fmt::format("{} {}: {}", option, visibleText(path), why.what()));
     }
