@@ -1,5 +1,6 @@
 // Recordings of an instrument: beside a measurement and alone, to an end that was asked for or by Ctrl-C.
 #include "run_program.h"
+#include "support/host.h"
 
 using namespace TestSupport;
 
@@ -34,7 +35,10 @@ TEST(Record, HasWhatTheRunHasCounted)
         const auto totals = totalsOf(recorded);
         EXPECT_GE(totals[1], 20000);
         EXPECT_LT(totals[1], 200000);
-        EXPECT_EQ(totals, totalsOf(json(folder, "trace " + mode + ".tgx --bins 1 --history 100s")));
+        const auto inFile = totalsOf(json(folder, "trace " + mode + ".tgx --bins 1 --history 100s"));
+        for (size_t row = 0; row < totals.size(); ++row) EXPECT_LE(totals[row], inFile[row]);
+        // Under a sanitizer the time may be over in which a stopped run still counts what it has read.
+        if (!isSanitized) EXPECT_EQ(totals, inFile);
         EXPECT_EQ(json(folder, "info " + mode + ".tgx").at("device").at("Comment"), "lamp");
     }
 }

@@ -157,7 +157,9 @@ TEST(LiveRun, EndsAsTheFaultScriptSays)
     SimHost host;
     for (const auto &[mode, faults, reason, line] : rows) {
         SCOPED_TRACE(faults);
-        ASSERT_TRUE(host.open("ZP", mode, std::string("'fifoRecords':200000,'faults':[") + faults + "]"));
+        // Small only where it is to be full: a busy machine reads late.
+        const std::string fifo = std::string(reason) == "FiFoOverrun" ? "'fifoRecords':200000," : "";
+        ASSERT_TRUE(host.open("ZP", mode, fifo + "'faults':[" + faults + "]"));
         const size_t before = host.host.logged(line);
         Counts counts = histogramCounts();
         Finished finished;
