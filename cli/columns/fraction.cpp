@@ -97,8 +97,9 @@ int readDigits(PeriodReader &reader, uint64_t &number)
 {
     int count = 0;
     for (; reader.isDigit(); ++count, ++reader.At) {
-        if (number > largestPart / 10 - 1) reader.fail("a number of too many digits");
-        number = number * 10 + static_cast<uint64_t>(reader.Text[reader.At] - '0');
+        const auto digit = static_cast<uint64_t>(reader.Text[reader.At] - '0');
+        if (number > (largestPart - digit) / 10) reader.fail("a number of too many digits");
+        number = number * 10 + digit;
     }
     return count;
 }

@@ -29,11 +29,11 @@ uint64_t numbersPerTick(uint8_t power)
 // Nothing: the fraction doesn't fit.
 std::optional<TimeScale> scaleOf(const NumberScaler &scaler, uint8_t power)
 {
-    const uint64_t count = numbersPerTick(power);
-    Fraction fraction;
-    const Fraction &perTick = scaler.UnitsPerTick;
-    if (count == 0 || !reduce(perTick.Num, Wide(perTick.Den) * count, fraction)) return std::nullopt;
-    return makeTimeScale(fraction, scaler.MostUnits);
+    Fraction perNumber = scaler.UnitsPerTick;
+    const bool isBinary = power >= binaryPower;
+    for (int i = isBinary ? binaryPower : 0; i < power; ++i)
+        if (!reduce(perNumber.Num, Wide(perNumber.Den) * (isBinary ? 2 : 10), perNumber)) return std::nullopt;
+    return makeTimeScale(perNumber, scaler.MostUnits);
 }
 
 TimeScale &scaleAt(NumberScaler &scaler, uint8_t power, const Rows &rows, size_t row)
@@ -52,9 +52,10 @@ struct Offsets
 
 Offsets offsetsAt(const NumberScaler &scaler, uint8_t power, const Rows &rows, size_t row)
 {
-    const uint64_t count = numbersPerTick(power);
     Offsets offsets;
-    if (__builtin_mul_overflow(scaler.OriginTicks, count, &offsets.Origin) ||
+    if (scaler.OriginTicks == 0 && scaler.ShiftTicks == 0) return offsets;
+    const uint64_t count = numbersPerTick(power);
+    if (count == 0 || __builtin_mul_overflow(scaler.OriginTicks, count, &offsets.Origin) ||
         __builtin_mul_overflow(scaler.ShiftTicks, count, &offsets.Shift))
         refuseRow(scaler, rows, row, "has more decimals than can be scaled exactly");
     return offsets;
@@ -68,7 +69,7 @@ uint64_t scaled(const NumberScaler &scaler, TimeScale &scale, uint64_t number, c
     uint64_t shifted = 0;
     if (__builtin_add_overflow(number - offsets.Origin, offsets.Shift, &shifted) || shifted > scale.MostNumber)
         refuseRow(scaler, rows, row, fmt::format("{} {}", number, scaler.Beyond));
-    return toUnits(scale, shifted);
+    return toUnits(scale, shifted) + scaler.ShiftUnits;
 }
 
 } // namespace

@@ -19,7 +19,8 @@ struct NumberScaler
     Fraction UnitsPerTick = {};
     uint64_t MostUnits = 0;
     uint64_t OriginTicks = 0;                              // taken off each number before it is scaled,
-    uint64_t ShiftTicks = 0;                               // and added
+    uint64_t ShiftTicks = 0;                               // and added;
+    uint64_t ShiftUnits = 0;                               // added after that
     std::array<std::optional<TimeScale>, 128> Scales = {}; // by power, made when they are needed
 };
 

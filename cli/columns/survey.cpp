@@ -50,8 +50,7 @@ Survey survey(EventTable &table, Scaling &scaling, const std::function<void(uint
     while (nextScaled(table, scaling, rows)) {
         noteOrder(found, last, rows);
         countChannels(found, rows);
-        for (size_t i = 0; i < rows.Dtimes.size(); ++i)
-            found.MostDtime = std::max(found.MostDtime, rows.Dtimes[i]);
+        found.HasFractions |= !rows.From.Times.AreWhole;
         found.Events += rows.From.Count;
         shown(found.Events);
     }

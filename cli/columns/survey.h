@@ -18,7 +18,7 @@ struct Survey
     uint64_t StepsBack = 0, LargestStep = 0;      // rows before the one before; how far before the latest
     std::string FirstBack;                        // the place of the first of them
     uint64_t FirstStep = 0;
-    uint64_t MostDtime = 0;
+    bool HasFractions = false;                                             // among the times, of a tick
     std::vector<uint64_t> Counts = std::vector<uint64_t>(mostChannels, 0); // by recorded number
 };
 

@@ -146,7 +146,8 @@ std::vector<WantedCell> wantedCells(const TextColumns &columns)
     std::string why = "is no number";
     if (cell.starts_with('-'))
         why = "is negative, or no number";
-    else if (!cell.empty() && cell.find_first_not_of("0123456789.") == cell.npos)
+    else if (!cell.empty() && cell.find_first_not_of("0123456789.") == cell.npos &&
+             std::ranges::count(cell, '.') < 2)
         why = "has too many digits";
     constexpr size_t shownBytes = 60;
     const std::string shown = visibleText(cell.substr(0, shownBytes)) + (cell.size() > shownBytes ? "..." : "");

@@ -119,6 +119,17 @@ double roundingPs(const Imported &imported)
     return largestRounding(imported.Scaling.Times) * timeUnitPs(imported.Units);
 }
 
+// Empty: there is none.
+std::string shiftText(const Imported &imported)
+{
+    const NumberScaler &times = imported.Scaling.Times;
+    const char *tick = imported.Units.MeasMode == 3 ? "sync" : "tick";
+    if (times.ShiftUnits > 0) return periodText(imported.Units.ResolutionPs);
+    if (times.ShiftTicks == 0) return {};
+    return fmt::format("{} {}{} of {}", times.ShiftTicks, tick, times.ShiftTicks > 1 ? "s" : "",
+                       periodText(imported.Units.TickPs));
+}
+
 std::vector<std::string> remarks(const Imported &imported)
 {
     const ImportUnits &units = imported.Units;
@@ -135,10 +146,9 @@ std::vector<std::string> remarks(const Imported &imported)
     if (const uint64_t ticks = imported.Scaling.Times.OriginTicks; ticks > 0)
         remarks.push_back(fmt::format("times count from the first row: {} {}s of {} were taken off", ticks,
                                       unit, periodText(units.TickPs)));
-    if (const uint64_t ticks = imported.Scaling.Times.ShiftTicks; ticks > 0)
-        remarks.push_back(fmt::format("the first event was at 0, which some measurements take for no time: all "
-                                      "are later by {} {}{} of {}",
-                                      ticks, unit, ticks > 1 ? "s" : "", periodText(units.TickPs)));
+    if (const std::string shift = shiftText(imported); !shift.empty())
+        remarks.push_back(
+            "the first event was at 0, which some measurements take for no time: all are later by " + shift);
     if (imported.Found.StepsBack > 0)
         remarks.push_back(
             fmt::format("sorted (steps back: {}, largest {})", imported.Found.StepsBack,
@@ -191,6 +201,7 @@ boost::json::object importJson(const Imported &imported)
     result["largestRoundingPs"] = jsonNumber(roundingPs(imported));
     result["originTicks"] = imported.Scaling.Times.OriginTicks;
     result["shiftTicks"] = imported.Scaling.Times.ShiftTicks;
+    result["shiftUnits"] = imported.Scaling.Times.ShiftUnits;
     result["rowsBack"] = imported.Found.StepsBack;
     result["largestStepBackPs"] =
         jsonNumber(static_cast<double>(imported.Found.LargestStep) * timeUnitPs(units));
@@ -204,7 +215,7 @@ boost::json::object importJson(const Imported &imported)
 std::string channelsText(const Imported &imported, uint32_t file)
 {
     std::string text;
-    uint64_t first = mostChannels, last = 0;
+    uint64_t first = mostChannels, last = 0, number = 0;
     bool isRegular = true; // one input after the other
     for (uint32_t channel = 0; channel < mostChannels; ++channel) {
         const Place place = imported.Files.Map.Places[channel];
@@ -214,10 +225,12 @@ std::string channelsText(const Imported &imported, uint32_t file)
                                                                      static_cast<int>(channel - first));
         first = std::min<uint64_t>(first, channel);
         last = channel;
+        ++number;
         text += fmt::format("{}{} is {}", text.empty() ? "" : ", ", channel, placeText(place));
     }
     if (first == mostChannels) return "no events";
-    if (!isRegular || last - first < 2) return "channel " + text;
+    constexpr uint64_t mostListed = 4;
+    if (!isRegular || number <= mostListed) return "channel " + text;
     const ChannelMap &map = imported.Files.Map;
     return fmt::format("channels {} to {} are inputs {} to {}", first, last,
                        (map.Places[first] - 1u) % inputsPerFile + 1,
@@ -254,7 +267,7 @@ void import(Imported &imported, ImportOptions options)
     if (options.FromFirst) imported.Scaling.Times.OriginTicks = firstTicks(table);
     imported.Found = seenTable(imported);
     checkOrder(options, imported.Units, table, imported.Found);
-    imported.Scaling.Times.ShiftTicks = shiftOf(options, imported.Units, imported.Found);
+    setShift(imported.Scaling.Times, options, imported.Units, imported.Found);
     imported.Files.IsT3 = imported.Units.MeasMode == 3;
     imported.Files.Map = mapOf(options, imported.Found);
     createFiles(imported.Files, options, imported.Units, imported.Found, imported.Found.Latest);
@@ -328,7 +341,8 @@ in a file without a name. OUT is there when it is whole.
 
 JSON (--json): schema (tessel.import/1), mode, events, leftOut (events), files [{file, inputs, records,
 channels [{recorded, name, input, events}]}], tick, resolution (texts), largestRoundingPs, originTicks
-(taken off), shiftTicks (added), rowsBack (rows that had to be sorted), largestStepBackPs, notes.
+(taken off), shiftTicks (added), shiftUnits (added, of the resolution), rowsBack (that had to be
+sorted), largestStepBackPs, notes.
 
 Examples:
   tessel import own.tgx events.csv --tick 1ns

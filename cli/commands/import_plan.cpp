@@ -189,12 +189,15 @@ void checkOrder(const ImportOptions &options, const ImportUnits &units, const Ev
                                                 text(found.LargestStep), options.Sort));
 }
 
-uint64_t shiftOf(const ImportOptions &options, const ImportUnits &units, const Survey &found)
+void setShift(NumberScaler &times, const ImportOptions &options, const ImportUnits &units, const Survey &found)
 {
-    if (found.Earliest > 0 || options.KeepsZero) return 0;
-    Fraction ticks = onePs; // of a time tag
+    if (found.Earliest > 0 || options.KeepsZero) return;
+    Fraction ticks = onePs; // of a unit of the recording
     if (units.MeasMode == 2) divide(units.ResolutionPs, units.TickPs, ticks);
-    return (ticks.Num + ticks.Den - 1) / ticks.Den;
+    if (found.HasFractions)
+        times.ShiftUnits = 1;
+    else
+        times.ShiftTicks = (ticks.Num + ticks.Den - 1) / ticks.Den;
 }
 
 double timeUnitPs(const ImportUnits &units)

@@ -16,9 +16,9 @@ struct ImportOptions
     std::string Path;
     TableOptions Table;
     std::string Mode, Tick, Resolution, SyncPeriod, SyncRate, MicrotimeUnit, Map, Comment;
-    int Sync = -1;    // recorded number; -1: none
-    int Inputs = 0;   // at least so many
-    std::string Sort; // "true": as far as is needed; else at most so far; empty: rows have to be in order
+    int Sync = -1;          // recorded number; -1: none
+    int Inputs = 0;         // at least so many
+    std::string Sort;       // "true": as far as is needed; else at most so far; empty: rows have to be in order
     bool FromFirst = false; // times count from the first row
     bool KeepsZero = false; // a first event at 0 stays there
     bool Force = false, Json = false;
@@ -49,8 +49,9 @@ ChannelMap mapOf(const ImportOptions &options, const Survey &found);
 void checkOrder(const ImportOptions &options, const ImportUnits &units, const EventTable &table,
                 const Survey &found);
 
-// How many ticks later the first event has to be so that its time isn't 0.
-uint64_t shiftOf(const ImportOptions &options, const ImportUnits &units, const Survey &found);
+// The first event becomes later, if its time is 0: by whole ticks, or by a unit of the recording if the times
+// have fractions of a tick.
+void setShift(NumberScaler &times, const ImportOptions &options, const ImportUnits &units, const Survey &found);
 
 // Of times: a sync of the recording or a time tag, in ps.
 double timeUnitPs(const ImportUnits &units);
