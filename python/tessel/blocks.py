@@ -73,7 +73,17 @@ class Events:
         return (self.syncs * self.sync_period).astype(np.uint64) + (self.dtimes * self.resolution).astype(np.uint64)
 
     def of(self, *channels: int) -> "Events":
-        """The events of these channels alone, copied."""
+        """The events of some channels alone, copied.
+
+        Parameters
+        ----------
+        *channels : int
+            Those.
+
+        Returns
+        -------
+        Events
+        """
         return self._where(np.isin(self.channels, channels))
 
     def photons(self) -> "Events":

@@ -203,7 +203,13 @@ class Chain:
         return tuple(range(first, first + len(members))) if keep else tuple(int(each) for each in gated)
 
     def substream(self, start: Time, stop: Time) -> None:
-        """Lets events pass only from `start` to `stop` after the start of the run, both included."""
+        """Lets events pass only between two times.
+
+        Parameters
+        ----------
+        start, stop : time
+            Since the start of the run, both included.
+        """
         first, last = picoseconds(start, "start", 0), picoseconds(stop, "stop", 0)
         if last < first:
             raise ValueError(f"stop: {stop!r} is before {start!r}")
@@ -222,7 +228,12 @@ class Chain:
             raise SettingError(_library.with_reason(f"{self._device.id}: the stage can't be added"))
 
     def countrate(self, window: Time = "1ms") -> int:
-        """Counts the rate of each channel over at least the window, up to 2.147 ms.
+        """Counts the rate of each channel.
+
+        Parameters
+        ----------
+        window : time
+            Over at least how long, up to 2.147 ms.
 
         Returns
         -------
@@ -262,6 +273,10 @@ class Chain:
         ----------
         index : int
             What ``countrate`` returned.
+
+        Returns
+        -------
+        tuple of int
 
         Raises
         ------

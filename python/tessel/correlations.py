@@ -102,6 +102,9 @@ class G2(Result):
     bin_width: int
 
     kind: ClassVar[str] = "g2"
+    units: ClassVar[Dict[str, str]] = {
+        name: "ps" for name in ("lag_ps", "edges", "first", "last", "spans_ps", "bin_width")
+    }
     _merged: ClassVar[Dict[str, str]] = {
         **{name: "sum" for name in ("pairs", "events", "spans_ps")},
         **{"first": "least", "last": "most", "filled": "none"},
@@ -224,6 +227,7 @@ class Fcs(Result):
     later_channel: str
 
     kind: ClassVar[str] = "fcs"
+    units: ClassVar[Dict[str, str]] = {name: "ps" for name in ("lag_ps", "edges", "first", "last", "span_ps", "rest")}
     _merged: ClassVar[Dict[str, str]] = {
         **{name: "sum" for name in ("pairs", "later", "earlier", "events", "span_ps", "rest")},
         **{"first": "least", "last": "most", "filled": "none"},

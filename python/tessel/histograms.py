@@ -38,6 +38,11 @@ class _PerChannel(Result):
         """(rows, bins) float64: standard deviation of each count, its square root (Poisson)."""
         return np.sqrt(self.counts, dtype=np.float64)
 
+    @property
+    def centres(self) -> Values:
+        """(bins,) float64: the middle of each bin, ps."""
+        return self.edges[:-1] + np.diff(self.edges) / 2
+
     def _table(self) -> Dict[str, NDArray[Any]]:
         return {"time_ps": self.edges[:-1], **_channel_columns(self.channels, self.counts)}
 
@@ -70,12 +75,8 @@ class Histogram(_PerChannel):
     sync_period: float = 0.0
 
     kind: ClassVar[str] = "histogram"
+    units: ClassVar[Dict[str, str]] = {name: "ps" for name in ("edges", "centres", "bin_width", "sync_period")}
     _merged: ClassVar[Dict[str, str]] = {"counts": "sum", "sync_period": "first"}
-
-    @property
-    def centres(self) -> Values:
-        """(bins,) float64: the middle of each bin, ps."""
-        return self.edges[:-1] + np.diff(self.edges) / 2
 
     def shown_bins(self) -> int:
         """How many bins are worth a look: to the sync period, or to the last that has a count."""
@@ -117,6 +118,7 @@ class Trace(_PerChannel):
     """
 
     kind: ClassVar[str] = "trace"
+    units: ClassVar[Dict[str, str]] = {"edges": "ps", "centres": "ps", "bin_width": "ps", "rates": "1/s"}
 
     @property
     def rates(self) -> Values:
@@ -157,7 +159,18 @@ class Hist2d(Result):
     chan_y: int
 
     kind: ClassVar[str] = "hist2d"
+    units: ClassVar[Dict[str, str]] = {f"{axis}_{name}": "ps" for axis in "xy" for name in ("edges", "centres")}
     _merged: ClassVar[Dict[str, str]] = {"counts": "sum"}
+
+    @property
+    def x_centres(self) -> Values:
+        """(bins,) float64: the middle of each bin of x, ps."""
+        return self.x_edges[:-1] + np.diff(self.x_edges) / 2
+
+    @property
+    def y_centres(self) -> Values:
+        """(bins,) float64: the middle of each bin of y, ps."""
+        return self.y_edges[:-1] + np.diff(self.y_edges) / 2
 
     @property
     def sigma(self) -> Values:

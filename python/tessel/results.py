@@ -16,7 +16,7 @@ from typing import Any, ClassVar, Dict, List, Optional, Tuple, Type, TypeVar, Un
 import numpy as np
 from numpy.typing import NDArray
 
-from .errors import PackageMissing
+from .errors import PackageMissing, TesselError
 
 # uint32 as the library counts, uint64 where runs were merged.
 Counts = NDArray[np.unsignedinteger[Any]]
@@ -103,6 +103,8 @@ class Result:
     info: RunInfo
 
     kind: ClassVar[str] = ""
+    #: Unit of each array and number that has one; all else is counts, or ratios of them.
+    units: ClassVar[Dict[str, str]] = {}
     # Name of each array, in the order of the columns of a table.
     _columns: ClassVar[Tuple[str, ...]] = ()
     # What becomes of a field where runs are merged: "sum", "least", "most", "none" (NaN), "first"; by default it has
@@ -207,13 +209,22 @@ class Result:
     def to_xarray(self) -> Any:
         """The result as an ``xarray.Dataset`` with its axes as coordinates; needs xarray.
 
+        Returns
+        -------
+        xarray.Dataset
+            ``attrs`` holds what ``info`` says, and the unit of each array that has one.
+
         Raises
         ------
         PackageMissing
             There is no xarray.
         """
         xarray = optional_package("xarray", "to_xarray()")
-        return self._dataset(xarray).assign_attrs(kind=self.kind, source=self.info.source, verdict=self.verdict)
+        data = self._dataset(xarray).assign_attrs(kind=self.kind, source=self.info.source, verdict=self.verdict)
+        for name in data.variables:
+            if str(name).endswith("_ps"):
+                data[name].attrs["units"] = "ps"
+        return data
 
     def plot(self, ax: Any = None) -> Any:
         """Draws the result; needs matplotlib.
@@ -240,14 +251,17 @@ class Result:
         return ax
 
     def _table(self) -> Dict[str, NDArray[Any]]:
+        if not self._columns:
+            raise TesselError(f"a result of the kind {self.kind} has no counts")
         return {name: getattr(self, name) for name in self._columns}
 
     def _dataset(self, xarray: Any) -> Any:
+        self._table()
         axis, *rest = self._columns
         return xarray.Dataset({name: (axis, getattr(self, name)) for name in rest}, {axis: getattr(self, axis)})
 
     def _draw(self, ax: Any) -> None:
-        raise NotImplementedError
+        raise TesselError(f"a result of the kind {self.kind} has no counts")
 
     def _facts(self) -> List[Tuple[str, str]]:
         return [("source", self.info.source), ("verdict", self.verdict), ("complete", str(self.complete))]

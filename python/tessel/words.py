@@ -192,7 +192,18 @@ class Recorder:
         self.write_words(words)
 
     def write_words(self, words: NDArray[np.uint32]) -> None:
-        """Appends record words as they are."""
+        """Appends record words as they are.
+
+        Parameters
+        ----------
+        words : (n,) uint32
+            Theirs; see docs/file-format.md.
+
+        Raises
+        ------
+        TesselError
+            The disc takes no more.
+        """
         if not capi.tessel_recordingWrite(self._handle, words, len(words)):
             raise TesselError(_library.with_reason(f"{self.path}: can't be written"))
 
