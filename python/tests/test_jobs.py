@@ -40,9 +40,8 @@ JOBS: Dict[str, Tuple[str, str, Dict[str, Any], Dict[str, Any]]] = {
 
 @pytest.mark.parametrize("file, measurement, parameters, more", JOBS.values(), ids=JOBS)
 def test_a_job_is_what_the_program_measures(file: str, measurement: str, parameters: Any, more: Any) -> None:
-    Path("job.json").write_text(json.dumps({"tessel": 1, "measurement": measurement, "parameters": parameters, **more}))
+    theirs = by_program(measurement, parameters, file, **more)
     ours: Any = tessel.run("job.json", file)
-    theirs = json.loads(subprocess.check_output([tessel.program(), "-q", "run", "job.json", file, "--json"]))
     if measurement in ("histogram", "trace"):
         assert ours.counts.sum() > 1000
         assert ours.counts.tolist() == [each["counts"] for each in theirs["channels"]]
@@ -55,6 +54,11 @@ def test_a_job_is_what_the_program_measures(file: str, measurement: str, paramet
         assert ours.edges.tolist() == theirs["edgesPs"]
         for name in ("auto1", "cross", "auto2"):
             assert getattr(ours, name) == pytest.approx(theirs[name], rel=1e-9, abs=1e-12)
+
+
+def by_program(measurement: str, parameters: Dict[str, Any], *files: str, **more: Any) -> Any:
+    Path("job.json").write_text(json.dumps({"tessel": 1, "measurement": measurement, "parameters": parameters, **more}))
+    return json.loads(subprocess.check_output([tessel.program(), "-q", "run", "job.json", *files, "--json"]))
 
 
 def test_parameters_are_those_of_the_schema() -> None:
@@ -142,6 +146,10 @@ def test_merged_is_one_run_over_what_was_joined() -> None:
     assert again.info == whole["g2"].info and np.array_equal(again.values, whole["g2"].values)  # type: ignore[attr-defined]
     whole["g2"].save("merged.npz")
     assert np.array_equal(tessel.load("merged.npz").values, whole["g2"].values)  # type: ignore[attr-defined]
+    for kind, names in {"g2": ("values", "sigma"), "fcs": ("auto1", "cross", "auto2")}.items():
+        theirs = by_program(kind, {"window": "100ns"} if kind == "g2" else {"max-lag": "100us", "steps": 20}, "a.tgx", "b.tgx")
+        for name in names:
+            assert getattr(whole[kind], name).tolist() == theirs[name], (kind, name)
     trace = tessel.run({"tessel": 1, "measurement": "trace"}, "a.tgx")
     refused: List[Tuple[List[tessel.Result], str]] = [
         ([], "no result"),
