@@ -6,8 +6,6 @@ import atexit
 import ctypes
 import json
 import os
-import shutil
-import subprocess
 import tempfile
 from dataclasses import dataclass
 from pathlib import Path
@@ -65,6 +63,8 @@ def program() -> Path:
     named = os.environ.get("TESSEL_PROGRAM")
     found = Path(named) if named else _beside_library("../bin/tessel", "../../bin/tessel", "cli/tessel")
     if found is None:
+        import shutil  # here and below, since they take long
+
         on_path = shutil.which("tessel")
         found = Path(on_path) if on_path else None
     if found is None or not os.access(found, os.X_OK):
@@ -315,6 +315,8 @@ def simulate(path: PathLike, *, overwrite: bool = False, **options: Any) -> Path
     >>> tessel.simulate("short.tgx", duration="10ms", seed=7).name
     'short.tgx'
     """
+    import subprocess
+
     if Path(path).exists() and not overwrite:
         raise FileExistsError(f"{path}: is there already")
     command = [str(program()), "--quiet", "simulate", os.fspath(path)] + (["--force"] if overwrite else [])

@@ -5,7 +5,6 @@ Parameters have the names that the program's options have; a table says which ar
 
 from __future__ import annotations
 
-import difflib
 import fnmatch
 import json
 import os
@@ -188,6 +187,8 @@ def _object(about: Mapping[str, Any], key: str, name: str) -> Dict[str, Any]:
 def _check_keys(about: Mapping[str, Any], known: Tuple[str, ...], place: str) -> None:
     for key in about:
         if key not in known:
+            import difflib  # here, since it takes long
+
             near = difflib.get_close_matches(str(key), known, 1)
             raise JobError(f"{place}{key}: unknown; " + (f"did you mean {near[0]}?" if near else f"there are {', '.join(known)}"))
 

@@ -7,7 +7,6 @@ on are the memory that the library fills: they grow while one looks. They can't 
 from __future__ import annotations
 
 import dataclasses
-import html
 import json
 import os
 from dataclasses import dataclass, field
@@ -270,6 +269,8 @@ class Result:
         return f"<{type(self).__name__} " + ", ".join(f"{name} {value}" for name, value in self._facts()) + ">"
 
     def _repr_html_(self) -> str:
+        import html  # here, since it takes long
+
         lines = "".join(
             f"<tr><th style='text-align:left'>{html.escape(name)}</th><td>{html.escape(value)}</td></tr>"
             for name, value in self._facts()

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import importlib
 import importlib.util
 import json
 import os
@@ -233,6 +234,21 @@ def test_what_is_not_converted() -> None:
         with pytest.raises(tessel.PackageMissing, match="pyarrow"):
             tessel.convert("decay.tgx", "new.parquet")
     assert not list(Path().glob("new*"))
+
+
+@pytest.mark.parametrize("ending", ["parquet", "arrow"])
+def test_parquet_and_arrow(ending: str) -> None:
+    pyarrow: Any = pytest.importorskip("pyarrow")
+    events = events_of("decay.tgx")
+    tessel.convert("decay.tgx", f"decay.{ending}")
+    if ending == "parquet":
+        table = importlib.import_module("pyarrow.parquet").read_table("decay.parquet")
+    else:
+        table = pyarrow.ipc.open_file("decay.arrow").read_all()
+    columns: Dict[str, Any] = {"times": events.syncs, "channels": events.channels, "dtimes": events.dtimes}
+    for name, column in columns.items():
+        assert np.array_equal(table[name].to_numpy(), column)
+    assert json.loads(table.schema.metadata[b"tessel"])["resolution_ps"] == 25
 
 
 def test_memory_is_bounded() -> None:

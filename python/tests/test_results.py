@@ -107,7 +107,7 @@ def test_types() -> None:
 
 def test_version_and_import() -> None:
     assert f"VERSION {tessel.__version__} " in (ROOT / "CMakeLists.txt").read_text()
-    code = "import sys, tessel; print([m for m in ('matplotlib', 'pandas', 'xarray', 'h5py', 'pint') if m in sys.modules])"
+    code = "import sys, tessel; print([m for m in ('matplotlib', 'pandas', 'xarray', 'h5py', 'pint', 'dask', 'distributed') if m in sys.modules])"
     assert subprocess.check_output([sys.executable, "-c", code], text=True) == "[]\n"
 
 

@@ -7,11 +7,12 @@ size of the file.
 from __future__ import annotations
 
 import glob
+import importlib
 import os
 import time
 from dataclasses import dataclass
 from pathlib import Path
-from typing import Any, Callable, Dict, List, Optional, Tuple
+from typing import Any, Dict, List, Optional, Tuple
 
 import numpy as np
 
@@ -20,26 +21,26 @@ from ..blocks import FIRST_MARKER, OVERFLOW
 from ..results import PathLike
 from ..units import Time
 from ..words import MOST_DTIME, MOST_INPUTS, Recorder
-from . import photon_hdf5, tables
 from .source import Inputs, Source, codes_of, scan
 
-_ENDINGS_IN: Dict[str, Callable[..., Source]] = {
-    ".h5": photon_hdf5.read,
-    ".hdf5": photon_hdf5.read,
-    ".npz": tables.read_npz,
-    ".npy": tables.read_npy,
-    ".csv": tables.read_csv,
-    ".txt": tables.read_csv,
-    **{f".{kind}{bits}": tables.read_binary for kind in "ui" for bits in (16, 32, 64)},
+# By ending, the module, which is imported when it is needed, and what of it.
+_ENDINGS_IN: Dict[str, Tuple[str, str]] = {
+    ".h5": ("photon_hdf5", "read"),
+    ".hdf5": ("photon_hdf5", "read"),
+    ".npz": ("tables", "read_npz"),
+    ".npy": ("tables", "read_npy"),
+    ".csv": ("tables", "read_csv"),
+    ".txt": ("tables", "read_csv"),
+    **{f".{kind}{bits}": ("tables", "read_binary") for kind in "ui" for bits in (16, 32, 64)},
 }
-_ENDINGS_OUT: Dict[str, Any] = {
-    ".h5": photon_hdf5.Writer,
-    ".hdf5": photon_hdf5.Writer,
-    ".npz": tables.NpzWriter,
-    ".csv": tables.CsvWriter,
-    ".u64": tables.BinaryWriter,
-    ".parquet": tables.ArrowWriter,
-    ".arrow": tables.ArrowWriter,
+_ENDINGS_OUT: Dict[str, Tuple[str, str]] = {
+    ".h5": ("photon_hdf5", "Writer"),
+    ".hdf5": ("photon_hdf5", "Writer"),
+    ".npz": ("tables", "NpzWriter"),
+    ".csv": ("tables", "CsvWriter"),
+    ".u64": ("tables", "BinaryWriter"),
+    ".parquet": ("tables", "ArrowWriter"),
+    ".arrow": ("tables", "ArrowWriter"),
 }
 
 
@@ -137,10 +138,11 @@ def convert(source: PathLike, target: PathLike, *, overwrite: bool = False, **op
     return Converted(str(begin), str(end), events, inputs, tuple(notes), time.monotonic() - start)
 
 
-def _known(path: Path, endings: Dict[str, Any]) -> Any:
+def _known(path: Path, endings: Dict[str, Tuple[str, str]]) -> Any:
     if path.suffix not in endings:
         raise ValueError(f"{path}: the ending isn't one of {', '.join(endings)}")
-    return endings[path.suffix]
+    module, name = endings[path.suffix]
+    return getattr(importlib.import_module(f".{module}", __name__), name)
 
 
 def _source_options(options: Dict[str, Any]) -> Dict[str, Any]:

@@ -363,7 +363,7 @@ class ArrowWriter(_TableWriter):
             [(name, pyarrow.from_numpy_dtype(kind)) for name, kind in self._kinds.items()], metadata=units
         )
         if self._target.suffix == ".parquet":
-            self._writer = optional_package("pyarrow.parquet", "Parquet").ParquetWriter(self._path, self._schema)
+            self._writer = optional_package("pyarrow.parquet", "Parquet").ParquetWriter(str(self._path), self._schema)
         else:
             self._writer = pyarrow.ipc.new_file(str(self._path), self._schema)
 
