@@ -151,11 +151,11 @@ int run(int argc, char **argv)
     program.fallthrough();
     program.footer(programFooter);
     const std::vector<Command> commands = {
-        addInfo(program),   addSimulate(program), addHistogram(program), addG2(program),     addFcs(program),
-        addTrace(program),  addHist2d(program),   addUnfold(program),    addFold(program),   addChain(program),
-        addVerify(program), addRepair(program),   addDevices(program),   addConfig(program), addServe(program),
-        addRates(program),  addRecord(program),   addStart(program),     addImport(program), addRun(program),
-        addRerun(program),  addMerge(program),    addBatch(program)};
+        addInfo(program),  addSimulate(program), addImport(program), addHistogram(program), addG2(program),
+        addFcs(program),   addTrace(program),    addHist2d(program), addUnfold(program),    addFold(program),
+        addChain(program), addVerify(program),   addRepair(program), addDevices(program),   addConfig(program),
+        addServe(program), addRates(program),    addRecord(program), addStart(program),     addRun(program),
+        addRerun(program), addMerge(program),    addBatch(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError &thrown) {
