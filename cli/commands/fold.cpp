@@ -2,11 +2,10 @@
 // one.
 #include "commands/commands.h"
 #include "commands/measure.h"
-#include "commands/several.h"
-#include "commands/shown_run.h"
 #include "jobs/result_sum.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
+#include "program/interrupt.h"
 #include "program/output.h"
 #include "program/units.h"
 #include "tessel.h"
@@ -124,18 +123,10 @@ bool countBlock(EventSeconds &events, const Recording &recording, Count count)
     return size > 0;
 }
 
-template <class Count>
-void replayEvents(Measured &measured, Count count)
+void startEvents(EventSeconds &events, const RunStart &run)
 {
-    EventSeconds events;
-    measured.Run = replay(
-        measured.From,
-        [&](int32_t acqTimeMs, uint8_t *finished) {
-            ufStartBlock(nullptr, static_cast<uint32_t>(acqTimeMs), prepareRecording(measured),
-                         events.BlockTimes.data(), events.BlockChannels.data(), foldBlock, finished);
-        },
-        [&] { return countBlock(events, measured.From, count); });
-    lookBack(measured);
+    ufStartBlock(nullptr, static_cast<uint32_t>(run.AcqTimeMs), run.Save, events.BlockTimes.data(),
+                 events.BlockChannels.data(), foldBlock, run.Finished);
 }
 
 double frequencyOf(const FoldOptions &options)
@@ -165,30 +156,43 @@ void checkFoldOptions(const FoldOptions &options)
     if (!options.Search.empty()) throw Failure(Exit::Usage, "--search and --record: choose one");
 }
 
-void search(Search &found, const FoldOptions &options, Measured &measured)
+void search(Search &found, const FoldOptions &options, const Recording &recording)
 {
-    if (measured.From.isLive()) throw Failure(Exit::Usage, "--search is for recordings, which it reads twice");
-    checkChannel("--chan", options.Chan, measured.From);
-    replayEvents(measured, [&](size_t row, double seconds) {
+    if (recording.isLive()) throw Failure(Exit::Usage, "--search is for recordings, which it reads twice");
+    checkChannel("--chan", options.Chan, recording);
+    EventSeconds events;
+    const auto start = [&](int32_t acqTimeMs, uint8_t *finished) {
+        startEvents(events, {acqTimeMs, 0, finished});
+    };
+    const auto count = [&](size_t row, double seconds) {
         if (row != static_cast<size_t>(options.Chan)) return;
         for (size_t i = 0; i < found.Sums.size(); ++i)
             addPhase(found.Sums[i], turnsOf(seconds, found.frequency(i)));
-    });
+    };
+    const Outcome run = replay(recording, start, [&] { return countBlock(events, recording, count); });
+    if (run.Signal != 0)
+        throw Failure(static_cast<Exit>(exitCodeOfSignal(run.Signal)),
+                      "stopped in the search; there is no result");
     const size_t best = found.best();
     note(fmt::format("largest Z2 {:.2f} at {:.12g} Hz", found.Sums[best].z2(), found.frequency(best)));
 }
 
-void fold(Fold &folded, Measured &measured)
+void addEvent(Fold &folded, size_t row, double seconds)
 {
-    const auto rows = static_cast<size_t>(measured.From.NumRows);
-    folded.Counts.assign(rows * folded.NumBins, 0);
-    folded.Sums.assign(rows, {});
-    replayEvents(measured, [&](size_t row, double seconds) {
-        const double turns = turnsOf(seconds, folded.FrequencyHz);
-        const auto bin = static_cast<uint64_t>(turns * static_cast<double>(folded.NumBins));
-        ++folded.Counts[row * folded.NumBins + std::min(bin, folded.NumBins - 1)];
-        addPhase(folded.Sums[row], turns);
-    });
+    const double turns = turnsOf(seconds, folded.FrequencyHz);
+    const auto bin = static_cast<uint64_t>(turns * static_cast<double>(folded.NumBins));
+    ++folded.Counts[row * folded.NumBins + std::min(bin, folded.NumBins - 1)];
+    addPhase(folded.Sums[row], turns);
+}
+
+void prepare(Fold &folded, Search &found, const FoldOptions &options, const Recording &recording)
+{
+    if (!options.Search.empty()) {
+        search(found, options, recording);
+        folded.FrequencyHz = found.frequency(found.best());
+    }
+    folded.Counts.assign(static_cast<size_t>(recording.NumRows) * folded.NumBins, 0);
+    folded.Sums.assign(static_cast<size_t>(recording.NumRows), {});
 }
 
 std::string foldCsv(const Fold &folded, const Measured &measured)
@@ -243,38 +247,27 @@ Plot foldPlot(const Fold &folded, const Measured &measured)
 
 int runFold(const FoldOptions &options, const HostOptions &host)
 {
-    const ResultOptions &result = options.Measure.Result;
     checkFoldOptions(options);
-    checkPlot(result.Plot);
+    if (options.Measure.Files.size() > 1) checkSummable("fold");
     Search found;
     Fold folded;
+    EventSeconds events;
     folded.NumBins = options.Bins;
-    if (options.Search.empty())
-        folded.FrequencyHz = frequencyOf(options);
-    else
+    if (!options.Search.empty())
         found = searchOf(options);
-    if (options.Search.empty() && !(folded.FrequencyHz > 0))
+    else if (folded.FrequencyHz = frequencyOf(options); !(folded.FrequencyHz > 0))
         throw Failure(Exit::Usage, "--period, --frequency: above 0");
-    const Session session(host);
-    checkFiles(options.Measure, host);
-    if (options.Measure.Files.size() > 1) checkSummable("fold");
-    MeasureOptions source = options.Measure;
-    if (!source.Files.empty()) source.File = source.Files.front();
-    Measured measured = openForMeasuring(source, host);
-    if (!options.Search.empty()) {
-        search(found, options, measured);
-        if (measured.Run.Signal != 0) return reportRun(measured);
-        folded.FrequencyHz = found.frequency(found.best());
-    }
-    fold(folded, measured);
-    for (const std::string &text : measured.Notes) warn(text);
-    measured.Files.push_back(fileEntry(measured, {}));
-    if (isAllZero(folded.Counts)) warn("nothing was counted: that needs events");
-    if (wantsText(result))
-        writeResult(result.File,
-                    result.Json ? jsonText(foldJson(folded, found, measured)) : foldCsv(folded, measured));
-    if (!result.Plot.File.empty()) drawResult(result, foldPlot(folded, measured));
-    return reportRun(measured);
+    const auto count = [&](size_t row, double seconds) { addEvent(folded, row, seconds); };
+    return measure(options.Measure, host,
+                   {.Prepare = [&](const Recording &recording) { prepare(folded, found, options, recording); },
+                    .Start = [&](const RunStart &run) { startEvents(events, run); },
+                    .Take = [](bool) {}, // what was fetched is counted
+                    .IsEmpty = [&] { return isAllZero(folded.Counts); },
+                    .Needs = "events",
+                    .Csv = [&](const Measured &measured) { return foldCsv(folded, measured); },
+                    .Json = [&](const Measured &measured) { return foldJson(folded, found, measured); },
+                    .Plot = [&](const Measured &measured) { return foldPlot(folded, measured); },
+                    .Fetch = [&](const Recording &recording) { return countBlock(events, recording, count); }});
 }
 
 constexpr ResultHelp foldHelp = {
@@ -294,8 +287,7 @@ misses no peak.)",
   channels      [{row, name, total, counts [bins], z2}]
   search        null, or {fromHz, stepHz, z2 [of each frequency]})",
     .Examples = R"(  tessel fold pulsar.tgx --period 151.604828ms
-  tessel fold pulsar.tgx --search 6.594Hz,6.598Hz,0.000001Hz --json | jq .frequencyHz)",
-    .HasUpdates = false};
+  tessel fold pulsar.tgx --search 6.594Hz,6.598Hz,0.000001Hz --json | jq .frequencyHz)"};
 
 } // namespace
 
@@ -306,6 +298,7 @@ Command addFold(CLI::App &program)
         program.add_subcommand("fold", "Count events by their phase in a period, or search one");
     addMeasurementOptions(*command, options->Measure);
     options->Measure.CountsDtimes = true;
+    addUpdateOptions(*command, options->Measure.Updates);
     command->add_option("--period", options->Period, "Period to fold with [ps]")->type_name("TIME");
     command->add_option("--frequency", options->Frequency, "The same as a rate [Hz]")->type_name("RATE");
     command->add_option("--search", options->Search, "Frequencies to look at [Hz]")->type_name("FROM,TO,STEP");

@@ -100,27 +100,29 @@ void addDevice(fmt::memory_buffer &text, const Recording &recording)
     row(text, "Input channels", textOf(config.at("NumChans")));
 }
 
+// A recording that no instrument made has names alone.
 void addChannels(fmt::memory_buffer &text, const Recording &recording)
 {
     const auto &channels = recording.Config.at("ChansCfg").as_array();
     if (channels.empty()) return;
     heading(text, "Channels");
-    auto out = std::back_inserter(text);
-    fmt::format_to(out, "  {:<5} {:<24} {:<8} {:>10} {:>10} {:>12}\n", "Row", "Name", "Enabled", "Trigger",
-                   "Level/mV", "Offset/ps");
+    const auto line = [&](const auto &...cells) {
+        fmt::format_to(std::back_inserter(text), "  {:<5} {:<24} {:<8} {:>10} {:>10} {:>12}\n", cells...);
+    };
+    const bool hasLevels = isOfInstrument(recording);
+    if (hasLevels) line("Row", "Name", "Enabled", "Trigger", "Level/mV", "Offset/ps");
     for (size_t i = 0; i < channels.size(); ++i) {
+        const std::string name = rowName(recording, static_cast<int64_t>(i + 1));
+        if (!hasLevels) {
+            row(text, fmt::format("{}", i + 1), name);
+            continue;
+        }
         const object &channel = channels[i].as_object();
         const value *trigger = channel.if_contains("TrigMode");
         const bool isEdge = trigger && trigger->as_string() == "Edge";
-        if (!isOfInstrument(recording)) {
-            fmt::format_to(out, "  {:<5} {}\n", i + 1, rowName(recording, static_cast<int64_t>(i + 1)));
-            continue;
-        }
-        fmt::format_to(out, "  {:<5} {:<24} {:<8} {:>10} {:>10} {:>12}\n", i + 1,
-                       rowName(recording, static_cast<int64_t>(i + 1)),
-                       numberOf(channel, "ChanEna") != 0 ? "yes" : "no", trigger ? textOf(*trigger) : "",
-                       fmt::format("{:.10g}", numberOf(channel, isEdge ? "TrigLvl" : "DiscrLvl")),
-                       fmt::format("{:.10g}", numberOf(channel, "ChanOffs")));
+        line(i + 1, name, numberOf(channel, "ChanEna") != 0 ? "yes" : "no", trigger ? textOf(*trigger) : "",
+             fmt::format("{:.10g}", numberOf(channel, isEdge ? "TrigLvl" : "DiscrLvl")),
+             fmt::format("{:.10g}", numberOf(channel, "ChanOffs")));
     }
 }
 
@@ -162,7 +164,7 @@ void addCounts(fmt::memory_buffer &text, const Recording &recording, const objec
                         : fmt::format("{:.0f}", number));
     };
     const object &events = found.at("events").as_object();
-    count("Sync", events.at("sync"));
+    if (recording.MeasMode == 2) count("Sync", events.at("sync")); // T3 has no records of it
     const auto &inputs = events.at("inputs").as_array();
     for (size_t i = 0; i < inputs.size(); ++i)
         count(rowName(recording, static_cast<int64_t>(i + 1)), inputs[i]);

@@ -61,7 +61,8 @@ Measured measureSource(const MeasureOptions &options, const HostOptions &host, c
                   [&](Frame &frame, const LiveState &state) {
                       drawMeasuring(frame, state, measured, measurement.Plot(measured));
                   },
-              .Json = [&] { return measurement.Json(measured); }},
+              .Json = [&] { return measurement.Json(measured); },
+              .Fetch = [&] { return measurement.Fetch && measurement.Fetch(measured.From); }},
              measured);
     if (measured.From.MeasMode != 0) noteSpeed(measured.Run);
     if (measurement.Notes)

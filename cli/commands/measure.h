@@ -99,6 +99,7 @@ struct Measurement
     std::function<boost::json::object(const Measured &)> Json;
     std::function<Cli::Plot(const Measured &)> Plot;
     std::function<std::vector<std::string>(const Measured &)> Notes = nullptr; // after the run
+    std::function<bool(const Recording &)> Fetch = nullptr; // what the run gives in blocks; true: there was one
     std::function<std::string()> Fault = nullptr; // after the run: why the result is none; empty: it is one
 
     // Of what can be added up: what Json gave becomes the present result, and is normalised.

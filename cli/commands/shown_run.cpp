@@ -60,9 +60,10 @@ void runShown(const MeasureOptions &options, const HostOptions &host, const Show
         run.Start({acqTimeMs, prepareRecording(measured), finished});
     };
     const auto step = [&] {
+        const bool wasBusy = run.Fetch && run.Fetch();
         update(updates);
         watchEnd(watch, run);
-        return false;
+        return wasBusy;
     };
     measured.Run = replay(measured.From, start, step, !updates.Picture);
     measured.Run.Reached = watch.Reached;

@@ -17,6 +17,7 @@ struct ShownRun
     std::function<void(bool hasEnded)> Take; // the present result: also while the run goes on
     std::function<void(Frame &, const LiveState &)> Draw;
     std::function<boost::json::object()> Json;
+    std::function<bool()> Fetch = nullptr;         // asked again and again; true: there was something to do
     std::function<std::string()> EndsBy = nullptr; // asked again and again; a text ends the run, and says why
 };
 

@@ -59,9 +59,9 @@ TEST(JsonLines, GrowUpToTheResult)
 {
     const TempFolder folder;
     simulateT2(folder, "--duration 1s --rate 1Mcps");
-    for (const char *line :
-         {"histogram --sim --for 2s", "trace --sim --for 600ms", "g2 --sim --for 600ms",
-          "fcs --sim --for 600ms --max-lag 1ms", "hist2d --sim --for 600ms", "histogram light.tgx"}) {
+    for (const char *line : {"histogram --sim --for 2s", "trace --sim --for 600ms", "g2 --sim --for 600ms",
+                             "fcs --sim --for 600ms --max-lag 1ms", "hist2d --sim --for 600ms",
+                             "fold --sim --for 600ms --period 200ns", "histogram light.tgx"}) {
         std::istringstream lines(output(folder, std::string(line) + " --json-lines --interval 50ms"));
         double update = 0, records = 0;
         bool isFinal = false;

@@ -210,6 +210,23 @@ TEST(Hist2d, KeepsItsAxesApart)
             ASSERT_EQ(moved.at("counts").at(row + 2).at(column + 10), result.at("counts").at(row).at(column));
 }
 
+// exp(2 pi i k t / period) of a decay is 1 / (1 - 2 pi i k lifetime / period) on average.
+TEST(Fold, Z2IsThatOfTheDecay)
+{
+    const TempFolder folder;
+    simulateDecays(folder);
+    const auto result = json(folder, "fold light.tgx --search 39.9MHz,40.1MHz,50kHz");
+    EXPECT_EQ(result.at("frequencyHz"), 4e7);
+    for (const size_t row : {1, 2}) {
+        const double omega = 2 * M_PI * (row == 1 ? 1 : 3) / 25, n = sum(countsOf(result, row));
+        const double even = 1 / (1 + omega * omega) + 1 / (1 + 4 * omega * omega);
+        EXPECT_NEAR(result.at("channels").at(row).at("z2").to_number<double>(), 2 * n * even,
+                    0.05 * 2 * n * even);
+    }
+    const auto other = json(folder, "fold light.tgx --frequency 39.9MHz").at("channels");
+    EXPECT_LT(other.at(1).at("z2").to_number<double>(), 50); // 4 on average
+}
+
 // A copy of channel 2 that comes 30 ns later counts 30 bins further; both together make the merged channel.
 TEST(Chain, StagesMakeWhatIsCounted)
 {

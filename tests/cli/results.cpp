@@ -45,6 +45,7 @@ TEST(Results, AreTheSameInCsvAndJson)
         {"g2 light.tgx --raw-counts", {{"pairs", "/values"}}},
         {"fcs light.tgx --max-lag 1ms", {{"lag_ps", "/lagPs"}, {"auto1", "/auto1"}, {"cross", "/cross"}}},
         {"hist2d light.tgx --bins-x 5 --bins-y 9 --bin-width-x 2ns --bin-width-y 1ns", {{"counts", "/counts"}}},
+        {"fold light.tgx --period 25ns", {{"ch1", "/channels/1/counts"}, {"ch2", "/channels/2/counts"}}},
         {"histogram light.tgx --chain merge(1,2;keep)", {{"ch3_merge", "/channels/3/counts"}}},
     };
     for (const auto &row : cases) {
