@@ -323,7 +323,7 @@ Measurement stepsOf(const FcsOptions &options, Fcs &fcs)
             .Notes = [&](const Measured &) { return notesOn(fcs); },
             .Fault = [&] { return faultOf(fcs); },
             .Load = [&](const boost::json::object &result) { load(fcs, options, result); },
-            .FileKeys = [&](const Measured &) { return countKeys(fcs.Terms); },
+            .FileKeys = [&](const Measured &) { return fileKeys(fcs.Terms); },
             .SumNotes = [](const boost::json::array &files) { return notesOnRates(files, 0); }};
 }
 

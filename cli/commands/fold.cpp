@@ -1,7 +1,7 @@
 // `tessel fold`: phases of the events of each channel in a period, with the Z2 statistic; and the search for
 // one.
 #include "commands/commands.h"
-#include "commands/measure.h"
+#include "commands/several.h"
 #include "jobs/result_sum.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
@@ -267,7 +267,13 @@ int runFold(const FoldOptions &options, const HostOptions &host)
                     .Csv = [&](const Measured &measured) { return foldCsv(folded, measured); },
                     .Json = [&](const Measured &measured) { return foldJson(folded, found, measured); },
                     .Plot = [&](const Measured &measured) { return foldPlot(folded, measured); },
-                    .Fetch = [&](const Recording &recording) { return countBlock(events, recording, count); }});
+                    .Fetch = [&](const Recording &recording) { return countBlock(events, recording, count); },
+                    .FileKeys =
+                        [&](const Measured &measured) {
+                            return boost::json::object{
+                                {"rates", ratesOfRows(measured.From, secondsOf(measured),
+                                                      [&](int64_t row) { return folded.row(row); })}};
+                        }});
 }
 
 constexpr ResultHelp foldHelp = {

@@ -217,7 +217,7 @@ Measurement stepsOf(const G2Options &options, G2 &g2)
             .Plot = [&](const Measured &measured) { return asPlot(options, g2, measured); },
             .Notes = [&](const Measured &) { return g2.Notes; },
             .Load = [&](const boost::json::object &result) { load(g2, options, result); },
-            .FileKeys = [&](const Measured &) { return countKeys(g2.Terms); },
+            .FileKeys = [&](const Measured &) { return fileKeys(g2.Terms); },
             .SumNotes = [](const boost::json::array &files) { return notesOnRates(files, 1); }};
 }
 

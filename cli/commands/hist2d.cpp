@@ -259,7 +259,14 @@ Measurement stepsOf(const Hist2dOptions &options, Hist2d &histogram, Growing<uin
                                   measured.From);
                     return notes;
                 },
-            .Load = [&](const boost::json::object &result) { histogram = hist2dIn(result); }};
+            .Load = [&](const boost::json::object &result) { histogram = hist2dIn(result); },
+            .FileKeys =
+                [&](const Measured &measured) {
+                    boost::json::object rates;
+                    if (const double seconds = secondsOf(measured); seconds > 0)
+                        rates["pairs"] = static_cast<double>(total(histogram.Counts)) / seconds;
+                    return boost::json::object{{"rates", rates}};
+                }};
 }
 
 int runHist2d(const Hist2dOptions &options, const HostOptions &host)

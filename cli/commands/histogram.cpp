@@ -270,8 +270,10 @@ Measurement stepsOf(const HistogramOptions &options, Histogram &histogram, Growi
             .Notes = [&](const Measured &measured) { return doubtsOn(histogram, measured); },
             .Load = [&](const boost::json::object &result) { histogram = histogramIn(result); },
             .FileKeys =
-                [&](const Measured &) {
+                [&](const Measured &measured) {
                     boost::json::object keys = {{"syncPeriodPs", nullptr}};
+                    keys["rates"] = ratesOfRows(measured.From, secondsOf(measured),
+                                                [&](int64_t row) { return histogram.row(row); });
                     if (histogram.SyncPeriodPs > 0) keys["syncPeriodPs"] = jsonNumber(histogram.SyncPeriodPs);
                     return keys;
                 },

@@ -134,9 +134,9 @@ std::string helpText(const ResultHelp &help)
         "liveTimeMs, meanSyncRate [Hz], startRates and rates (at the end) {{sync, inputs}} [cps], instrument\n"
         "(all that is set on it)}}, with --record recorded {{file, bytes, closed}},\n"
         "notes [what to know before one relies on the result],\n"
-        "files [{{file, bytes, crc32 (of its first and last 64 KiB), device, seconds, run, notes}}]; of "
-        "several\n"
-        "files, file is null and run has what is of all together; and\n{}\n\n"
+        "files [{{file, bytes, crc32 (of its first and last 64 KiB), device, seconds, run, notes,\n"
+        "rates (counts per second), and what of it is in a sum}}]; of several files, file is null and run has\n"
+        "what is of all together; and\n{}\n\n"
         "Examples:\n{}",
         help.About, help.HasUpdates ? updates : "", help.Csv, help.Schema, help.Keys, help.Examples);
 }

@@ -72,6 +72,17 @@ boost::json::object countKeys(const CountTerms &terms)
     return {{"n1", terms.Events[0]}, {"n2", terms.Events[1]}, {"measuredPs", terms.spanPs()}};
 }
 
+boost::json::object fileKeys(const CountTerms &terms)
+{
+    boost::json::object keys = countKeys(terms), rates;
+    const double seconds = static_cast<double>(terms.spanPs()) * 1e-12;
+    if (seconds > 0)
+        rates = {{"chan1", static_cast<double>(terms.Events[0]) / seconds},
+                 {"chan2", static_cast<double>(terms.Events[1]) / seconds}};
+    keys["rates"] = std::move(rates);
+    return keys;
+}
+
 void addCounts(boost::json::object &keys, const CountTerms &terms)
 {
     for (auto &member : countKeys(terms)) keys.insert(member);

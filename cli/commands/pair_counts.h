@@ -53,6 +53,7 @@ Ratio pairRatio(uint64_t pairs, double expected);
 
 // n1, n2, measuredPs.
 boost::json::object countKeys(const CountTerms &terms);
+boost::json::object fileKeys(const CountTerms &terms); // and the rates of the two channels
 void addCounts(boost::json::object &keys, const CountTerms &terms);
 
 // Of results that were added up: what light that is uncorrelated in each comes to, if not to 1. `level`: where

@@ -3,6 +3,7 @@
 #include "commands/measuring.h"
 #include "jobs/file_mark.h"
 #include "jobs/job_options.h"
+#include "jobs/json_difference.h"
 #include "jobs/result_file.h"
 #include "jobs/result_sum.h"
 #include "program/console.h"

@@ -33,11 +33,25 @@ boost::json::object fileEntry(const Measured &measured, const Measurement &measu
         entry["bytes"] = mark.Bytes;
         entry["crc32"] = mark.Crc32;
     }
-    const auto &run = recording.isLive() ? runDescription() : recording.Description;
-    if (const double ms = run.at("StopAfter").to_number<double>(); ms > 0) entry["seconds"] = ms * 1e-3;
+    if (const double seconds = secondsOf(measured); seconds > 0) entry["seconds"] = seconds;
+    entry["rates"] = boost::json::object();
     if (!measurement.FileKeys) return entry;
-    for (auto &member : measurement.FileKeys(measured)) entry.insert(member);
+    for (auto &member : measurement.FileKeys(measured)) entry[member.key()] = member.value();
     return entry;
+}
+
+boost::json::object ratesOfRows(const Recording &recording, double seconds, const RowCounts &countsOf)
+{
+    boost::json::object rates;
+    for (int64_t row = 0; row < recording.NumRows && seconds > 0; ++row)
+        rates[columnName(recording, row)] = static_cast<double>(total(countsOf(row))) / seconds;
+    return rates;
+}
+
+double secondsOf(const Measured &measured)
+{
+    const auto &run = measured.From.isLive() ? runDescription() : measured.From.Description;
+    return run.at("StopAfter").to_number<double>() * 1e-3;
 }
 
 std::vector<uint32_t> countsIn(const boost::json::value &counts, uint64_t count)

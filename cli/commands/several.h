@@ -13,6 +13,13 @@ namespace Tessel::Cli {
 // What a result says of its recording, with the run on it.
 boost::json::object fileEntry(const Measured &measured, const Measurement &measurement);
 
+// Per second and by the name of their column, of all that a row has counted in this time; none: nothing is
+// there.
+boost::json::object ratesOfRows(const Recording &recording, double seconds, const RowCounts &countsOf);
+
+// How long the recording, or the run of an instrument, is by what it says of itself; 0: it doesn't say.
+double secondsOf(const Measured &measured);
+
 // Measures the recordings one after the other, up to one that is stopped. The exit code is the worst of theirs.
 int measureSeveral(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement);
 

@@ -1,7 +1,7 @@
 // `tessel trace`: counts of every channel in bins of time.
 #include "commands/commands.h"
 #include "commands/doubts.h"
-#include "commands/measure.h"
+#include "commands/several.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"
 #include "program/output.h"
@@ -120,24 +120,32 @@ int runTrace(const TraceOptions &options, const HostOptions &host)
     Trace trace;
     Growing<uint32_t> counts;
     uint64_t endBin = 0;
-    return measure(options.Measure, host,
-                   {.Prepare = [&](const Recording &recording) { trace = prepared(options, recording); },
-                    .Start =
-                        [&](const RunStart &run) {
-                            getTimeTrace(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
-                                         counts.begin(trace.Counts), &endBin, run.Finished);
-                        },
-                    .Take =
-                        [&](bool hasEnded) {
-                            trace.EndBin = readGrowing(endBin);
-                            counts.take(trace.Counts, hasEnded);
-                        },
-                    .IsEmpty = [&] { return isAllZero(trace.Counts); },
-                    .Needs = "events within --history",
-                    .Csv = [&](const Measured &measured) { return asCsv(trace, measured); },
-                    .Json = [&](const Measured &measured) { return asJson(trace, measured); },
-                    .Plot = [&](const Measured &measured) { return asPlot(trace, measured); },
-                    .Notes = [&](const Measured &) { return trace.Notes; }});
+    return measure(
+        options.Measure, host,
+        {.Prepare = [&](const Recording &recording) { trace = prepared(options, recording); },
+         .Start =
+             [&](const RunStart &run) {
+                 getTimeTrace(nullptr, static_cast<uint32_t>(run.AcqTimeMs), 0, run.Save,
+                              counts.begin(trace.Counts), &endBin, run.Finished);
+             },
+         .Take =
+             [&](bool hasEnded) {
+                 trace.EndBin = readGrowing(endBin);
+                 counts.take(trace.Counts, hasEnded);
+             },
+         .IsEmpty = [&] { return isAllZero(trace.Counts); },
+         .Needs = "events within --history",
+         .Csv = [&](const Measured &measured) { return asCsv(trace, measured); },
+         .Json = [&](const Measured &measured) { return asJson(trace, measured); },
+         .Plot = [&](const Measured &measured) { return asPlot(trace, measured); },
+         .Notes = [&](const Measured &) { return trace.Notes; },
+         .FileKeys =
+             [&](const Measured &measured) {
+                 const double seconds = static_cast<double>(trace.numShown() * trace.BinWidthPs) * 1e-12;
+                 return boost::json::object{{"rates", ratesOfRows(measured.From, seconds, [&](int64_t row) {
+                                                 return trace.row(row);
+                                             })}};
+             }});
 }
 
 constexpr ResultHelp traceHelp = {

@@ -31,36 +31,14 @@ json::object jobOnFiles(Job job)
     return jobJson(job);
 }
 
-double perSecond(const json::value &count, double seconds)
-{
-    return count.to_number<double>() / seconds;
-}
-
-// Of a correlation its channels; else all that was counted in the time of the recording.
-std::vector<std::pair<std::string, double>> ratesIn(const json::object &result, std::optional<double> seconds)
-{
-    std::vector<std::pair<std::string, double>> rates;
-    if (const json::value *n1 = result.if_contains("n1")) {
-        const double span = result.at("measuredPs").to_number<double>() * 1e-12;
-        if (span > 0) rates = {{"chan1", perSecond(*n1, span)}, {"chan2", perSecond(result.at("n2"), span)}};
-    } else if (const json::value *total = result.if_contains("total"); total && seconds) {
-        rates = {{"pairs", perSecond(*total, *seconds)}};
-    } else if (const json::value *channels = result.if_contains("channels"); channels && seconds) {
-        for (const json::value &channel : channels->as_array()) {
-            const json::value &row = result.at("rows").at(channel.at("row").to_number<size_t>());
-            rates.emplace_back(std::string(row.at("column").as_string()),
-                               perSecond(channel.at("total"), *seconds));
-        }
-    }
-    return rates;
-}
-
 void takeFrom(BatchItem &item, const json::object &result)
 {
-    const json::value &seconds = result.at("files").at(0).at("seconds");
+    const json::value &file = result.at("files").at(0);
     item.Seconds.reset();
-    if (!seconds.is_null()) item.Seconds = seconds.to_number<double>();
-    item.Rates = ratesIn(result, item.Seconds);
+    if (!file.at("seconds").is_null()) item.Seconds = file.at("seconds").to_number<double>();
+    item.Rates.clear();
+    for (const auto &rate : file.at("rates").as_object())
+        item.Rates.emplace_back(std::string(rate.key()), rate.value().to_number<double>());
     item.Run = result.at("run").as_object();
 }
 
@@ -145,7 +123,8 @@ std::string placeOf(const std::string &folder, const std::string &file, const Jo
 bool takeResult(BatchItem &item, std::string_view text, const Job &job)
 {
     try {
-        const json::value value = parseExactJson(text);
+        const json::value value = parseJsonUpTo(text, "files"); // the counts come after it
+        if (!text.ends_with("}\n")) return false;
         const json::object &result = value.as_object();
         if (measurementOf(result, item.Result) != job.Measurement) return false;
         takeFrom(item, result);

@@ -4,7 +4,6 @@
 #include "program/files.h"
 #include "program/visible_text.h"
 
-#include <boost/crc.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
+#include <zlib.h>
 
 namespace Tessel::Cli {
 
@@ -24,8 +24,9 @@ namespace {
     throw Failure(Exit::NoDevice, fmt::format("{}: {}", visibleText(path), std::strerror(error)));
 }
 
-void addBytes(boost::crc_32_type &crc, int file, uint64_t from, uint64_t to, const std::string &path)
+void addBytes(uint32_t &crc, int file, uint64_t from, uint64_t to, const std::string &path)
 {
+    if (from == to) return; // zlib begins again without bytes
     std::vector<char> bytes(to - from);
     for (size_t done = 0; done < bytes.size();) {
         const ssize_t got = pread(file, bytes.data() + done, bytes.size() - done, off_t(from + done));
@@ -33,7 +34,7 @@ void addBytes(boost::crc_32_type &crc, int file, uint64_t from, uint64_t to, con
         if (got <= 0) failToRead(path, got < 0 ? errno : EIO); // it became shorter
         done += size_t(got);
     }
-    crc.process_bytes(bytes.data(), bytes.size());
+    crc = static_cast<uint32_t>(crc32_z(crc, reinterpret_cast<const Bytef *>(bytes.data()), bytes.size()));
 }
 
 } // namespace
@@ -45,11 +46,9 @@ FileMark markOf(const std::string &path)
     if (file.Number < 0 || fstat(file.Number, &status) != 0) failToRead(path, errno);
     FileMark mark{.Bytes = uint64_t(status.st_size)};
     mark.ChangedNs = int64_t(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec;
-    boost::crc_32_type crc;
     const uint64_t head = std::min(mark.Bytes, markedEnd);
-    addBytes(crc, file.Number, 0, head, path);
-    addBytes(crc, file.Number, std::max(head, mark.Bytes - head), mark.Bytes, path);
-    mark.Crc32 = crc.checksum();
+    addBytes(mark.Crc32, file.Number, 0, head, path);
+    addBytes(mark.Crc32, file.Number, std::max(head, mark.Bytes - head), mark.Bytes, path);
     return mark;
 }
 

@@ -2,10 +2,10 @@
 #include "jobs/result_sum.h"
 
 #include "jobs/job.h"
+#include "jobs/json_difference.h"
 #include "program/exit_codes.h"
 #include "program/visible_text.h"
 
-#include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -285,46 +285,6 @@ bool isCleanAndWhole(const json::object &run)
 {
     const json::value &late = run.at("unsorted").is_null() ? run.at("stepsBack") : run.at("unsorted");
     return run.at("complete") == true && run.at("verdict") == "clean" && late.to_number<uint64_t>() == 0;
-}
-
-namespace {
-
-std::string shortText(const json::value &value)
-{
-    const std::string text = json::serialize(value);
-    return text.size() > 60 ? text.substr(0, 60) + "..." : text;
-}
-
-std::string differenceIn(const json::array &here, const json::array &there)
-{
-    if (here.size() != there.size()) return fmt::format(": {} items against {}", here.size(), there.size());
-    for (size_t i = 0; i < here.size(); ++i)
-        if (const std::string what = firstDifference(here[i], there[i]); !what.empty())
-            return fmt::format("[{}]{}", i, what);
-    return "";
-}
-
-std::string differenceIn(const json::object &here, const json::object &there)
-{
-    for (const auto &member : here) {
-        const json::value *other = there.if_contains(member.key());
-        const std::string what =
-            other ? firstDifference(member.value(), *other) : std::string(": only one has it");
-        if (!what.empty()) return fmt::format(".{}{}", visibleText(member.key()), what);
-    }
-    for (const auto &member : there)
-        if (!here.contains(member.key())) return fmt::format(".{}: only one has it", visibleText(member.key()));
-    return "";
-}
-
-} // namespace
-
-std::string firstDifference(const json::value &here, const json::value &there)
-{
-    if (here.is_array() && there.is_array()) return differenceIn(here.get_array(), there.get_array());
-    if (here.is_object() && there.is_object()) return differenceIn(here.get_object(), there.get_object());
-    if (here == there) return "";
-    return fmt::format(": {} against {}", shortText(here), shortText(there));
 }
 
 } // namespace Tessel::Cli

@@ -23,7 +23,4 @@ void addResult(boost::json::object &sum, const boost::json::object &next, const 
 void sayOfAll(boost::json::object &sum);
 bool isCleanAndWhole(const boost::json::object &run);
 
-// "[3].counts[7]: 5 against 6" of the first difference; empty: none.
-std::string firstDifference(const boost::json::value &here, const boost::json::value &there);
-
 } // namespace Tessel::Cli

@@ -28,7 +28,10 @@ struct ExactHandler
     json::value_stack Values;
     std::vector<std::set<std::string, std::less<>>> Keys; // of the objects that are open
     std::string Key, Number;
-    std::string Problem; // in place of the parser's
+    std::string Problem;           // in place of the parser's
+    std::string OuterKey, LastKey; // of the outermost object: the present one; that to stop after, if any
+    int NumLists = 0;              // that are open
+    bool Stopped = false;          // after LastKey; the values are whole
 
     bool stop(std::string problem, error_code &error)
     {
@@ -50,11 +53,18 @@ struct ExactHandler
         Values.push_object(size);
         return true;
     }
-    bool on_array_begin(error_code &) { return true; }
-    bool on_array_end(size_t size, error_code &)
+    bool on_array_begin(error_code &)
+    {
+        ++NumLists;
+        return true;
+    }
+    bool on_array_end(size_t size, error_code &error)
     {
         Values.push_array(size);
-        return true;
+        if (--NumLists > 0 || Keys.size() != 1 || LastKey.empty() || OuterKey != LastKey) return true;
+        Values.push_object(Keys.back().size());
+        Stopped = true;
+        return stop("", error);
     }
     bool on_key_part(json::string_view part, size_t, error_code &)
     {
@@ -68,6 +78,7 @@ struct ExactHandler
         Values.push_key(last);
         if (!Keys.back().insert(Key).second)
             return stop(fmt::format("the key \"{}\" is there twice", visibleText(Key)), error);
+        if (Keys.size() == 1 && NumLists == 0) OuterKey = Key;
         Key.clear();
         return true;
     }
@@ -134,11 +145,18 @@ struct ExactHandler
 
 json::value parseExactJson(std::string_view text)
 {
+    return parseJsonUpTo(text, "");
+}
+
+json::value parseJsonUpTo(std::string_view text, std::string_view lastKey)
+{
     json::basic_parser<ExactHandler> parser(json::parse_options{});
     ExactHandler &handler = parser.handler();
     handler.Values.reset();
+    handler.LastKey = lastKey;
     error_code error;
     const size_t read = parser.write_some(false, text.data(), text.size(), error);
+    if (handler.Stopped) return handler.Values.release();
     if (error) failAt(text, read, handler.Problem.empty() ? "not JSON: " + error.message() : handler.Problem);
     const size_t rest = text.find_first_not_of(" \t\r\n", read);
     if (rest != text.npos) failAt(text, rest, "text after the end of the JSON");

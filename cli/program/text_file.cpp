@@ -35,7 +35,8 @@ std::string readAll(const std::string &path, size_t most)
 {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.Number < 0) throw Failure(Exit::NoDevice, std::strerror(errno));
-    std::string text(std::min(most, mostText) + 1, '\0');
+    constexpr size_t firstRoom = 65536;
+    std::string text(std::min(most, firstRoom), '\0');
     size_t length = 0;
     while (const size_t got = readNext(file.Number, std::span(text).subspan(length))) {
         length += got;
