@@ -55,6 +55,10 @@ def _beside_library(*ways: str) -> Optional[Path]:
 def program() -> Path:
     """The ``tessel`` program: ``TESSEL_PROGRAM``, beside the library, or on the path.
 
+    Returns
+    -------
+    pathlib.Path
+
     Raises
     ------
     LibraryMissing

@@ -112,6 +112,15 @@ class Settings(Mapping[str, Any]):
     def info(self, key: str) -> Setting:
         """Unit, range, choices and value of a setting.
 
+        Parameters
+        ----------
+        key : str
+            As ``tessel config`` lists them.
+
+        Returns
+        -------
+        Setting
+
         Raises
         ------
         SettingError
