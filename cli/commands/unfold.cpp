@@ -275,6 +275,9 @@ Command addUnfold(CLI::App &program)
     addRecordingArgument(*command, options->Measure.File);
     addMeasureOptions(*command, options->Measure);
     options->Measure.CountsDtimes = true;
+    command->add_option("OUT", options->Measure.Result.File, "The same as -o")
+        ->type_name("")
+        ->excludes(command->get_option("-o"));
     command->add_flag("--binary", options->Binary,
                       "Write 9 bytes per event to FILE, and FILE.json, which describes them");
     command->add_flag("--npy", options->Npy, "Write a NumPy array to FILE");
