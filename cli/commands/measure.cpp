@@ -49,6 +49,19 @@ bool writesText(const MeasureOptions &options, bool drewLive)
 
 } // namespace
 
+namespace {
+
+// Once, after the run.
+void lookAtResult(Measured &measured, const MeasureOptions &options, const Measurement &measurement)
+{
+    measured.IsLookedAt = true;
+    if (measurement.Notes)
+        for (std::string &text : measurement.Notes(measured)) measured.Notes.push_back(std::move(text));
+    if (options.Command) measured.Files.push_back(fileEntry(measured, measurement));
+}
+
+} // namespace
+
 Measured measureSource(const MeasureOptions &options, const HostOptions &host, const Measurement &measurement)
 {
     Measured measured = openForMeasuring(options, host);
@@ -61,14 +74,16 @@ Measured measureSource(const MeasureOptions &options, const HostOptions &host, c
                   [&](Frame &frame, const LiveState &state) {
                       drawMeasuring(frame, state, measured, measurement.Plot(measured));
                   },
-              .Json = [&] { return measurement.Json(measured); },
+              .Json =
+                  [&] {
+                      if (measured.Run.Ended) lookAtResult(measured, options, measurement);
+                      return measurement.Json(measured);
+                  },
               .Fetch = [&] { return measurement.Fetch && measurement.Fetch(measured.From); }},
              measured);
     if (measured.From.MeasMode != 0) noteSpeed(measured.Run);
-    if (measurement.Notes)
-        for (std::string &text : measurement.Notes(measured)) measured.Notes.push_back(std::move(text));
+    if (!measured.IsLookedAt) lookAtResult(measured, options, measurement);
     for (const std::string &text : measured.Notes) warn(text);
-    if (options.Command) measured.Files.push_back(fileEntry(measured, measurement));
     return measured;
 }
 

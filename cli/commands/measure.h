@@ -73,6 +73,7 @@ struct Measured
     std::vector<std::string> Notes;   // on the result: what to know before one relies on it
     boost::json::array Files;         // after the run: what the result says of its recordings
     bool DrawsLive = false;           // its picture stays on the terminal
+    bool IsLookedAt = false;          // Notes and Files have what is known after the run
     boost::json::object SumRun;       // of results that were added up: of all runs together; else empty
 
     bool isSum() const { return !SumRun.empty(); }

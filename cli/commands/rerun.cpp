@@ -36,12 +36,10 @@ std::vector<std::string> filesIn(const boost::json::object &result, const RerunO
         throw Failure(Exit::Usage, fmt::format("FILES: the result is of {} recordings", entries.size()));
     std::vector<std::string> files = options.Files;
     for (const auto &entry : entries) {
-        if (!options.Files.empty()) break;
         if (entry.at("file").is_null())
-            throw Failure(Exit::Usage, fmt::format("{}: of an instrument, whose light can't be had again; name "
-                                                   "the FILES that it recorded",
+            throw Failure(Exit::Usage, fmt::format("{}: of an instrument, whose light can't be had again",
                                                    visibleText(options.Result)));
-        files.emplace_back(entry.at("file").as_string());
+        if (options.Files.empty()) files.emplace_back(entry.at("file").as_string());
     }
     return files;
 }

@@ -17,6 +17,22 @@
 
 namespace Tessel::Cli {
 
+namespace {
+
+// A file that has gone meanwhile is no reason to lose the result.
+void addMark(boost::json::object &entry, const std::string &path)
+{
+    try {
+        const FileMark mark = markOf(path);
+        entry["bytes"] = mark.Bytes;
+        entry["crc32"] = mark.Crc32;
+    } catch (const Failure &gone) {
+        warn(gone.what());
+    }
+}
+
+} // namespace
+
 boost::json::object fileEntry(const Measured &measured, const Measurement &measurement)
 {
     const Recording &recording = measured.From;
@@ -28,10 +44,8 @@ boost::json::object fileEntry(const Measured &measured, const Measurement &measu
                                  {"run", outcomeJson(recording, measured.Run)},
                                  {"notes", boost::json::array(measured.Notes.begin(), measured.Notes.end())}};
     if (!recording.isLive()) {
-        const FileMark mark = markOf(recording.Path);
         entry["file"] = jsonName(recording.Path);
-        entry["bytes"] = mark.Bytes;
-        entry["crc32"] = mark.Crc32;
+        addMark(entry, recording.Path);
     }
     if (const double seconds = secondsOf(measured); seconds > 0) entry["seconds"] = seconds;
     entry["rates"] = boost::json::object();

@@ -20,6 +20,8 @@ boost::json::object readResult(const std::string &path)
         boost::json::value value = parseExactJson(text);
         if (!value.is_object()) throw JsonError("not an object");
         measurementOf(value.get_object(), path); // is one
+        // What a line of --json-lines has beside the result.
+        for (const char *key : {"update", "final", "seconds", "rates"}) value.get_object().erase(key);
         return std::move(value.get_object());
     } catch (const JsonError &error) {
         throw Failure(Exit::Usage, fmt::format("{}: {}", visibleText(path), error.what()));

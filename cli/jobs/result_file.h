@@ -1,4 +1,4 @@
-// A result that was written with --json.
+// A result that was written with --json, or as the last line of --json-lines.
 #pragma once
 
 #include <boost/json/object.hpp>

@@ -96,6 +96,11 @@ TEST(SeveralFiles, GiveTheSumOfTheirCountsNormalisedOnce)
     EXPECT_NEAR(fcs.at("auto1").at(59).to_number<double>() + 1,
                 fcs.at("pairs").at("auto1").at(59).to_number<double>() / pairs, 1e-5);
     EXPECT_TRUE(contains(run(folder, "g2 a.tgx c.tgx").Err, "the count rates differ from file to file"));
+    // The last line of --json-lines is a result as well.
+    const auto updates = linesOf(output(folder, "g2 a.tgx --json-lines -q"));
+    std::ofstream(folder.file("last.json")) << updates.back();
+    output(folder, "g2 b.tgx --json -o b.json");
+    EXPECT_EQ(output(folder, "merge last.json b.json"), output(folder, "g2 a.tgx b.tgx"));
 }
 
 TEST(SeveralFiles, KeepTheirLossesAndSayWhereASumIsNone)
