@@ -271,7 +271,7 @@ void removeRates(json::object &sum)
 
 void sayOfAll(json::object &sum)
 {
-    const json::array &files = sum.at("files").as_array();
+    const json::array files = sum.at("files").as_array(); // `sum` moves what it holds when it grows
     sum["program"] = "tessel " TESSEL_VERSION;
     sum["file"] = common(files, "file");
     sum["device"] = common(files, "device");
