@@ -42,7 +42,8 @@ json::object optionSchema(const CLI::Option &option)
 {
     json::object schema = {{"description", option.get_description()}};
     const std::string type = option.get_type_name();
-    switch (kindOf(option)) {
+    const OptionKind kind = kindOf(option);
+    switch (kind) {
     case OptionKind::Flag: schema["type"] = "boolean"; break;
     case OptionKind::Whole:
         schema["type"] = "integer";
@@ -59,7 +60,8 @@ json::object optionSchema(const CLI::Option &option)
         schema["minLength"] = 1;
         break;
     }
-    if (!option.get_default_str().empty() && schema["type"] == json::value(textOrNumber))
+    const bool hasDefault = !option.get_default_str().empty();
+    if (hasDefault && (kind == OptionKind::Text || kind == OptionKind::Choice))
         schema["default"] = option.get_default_str();
     return schema;
 }

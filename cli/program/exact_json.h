@@ -17,7 +17,7 @@ struct JsonError : std::runtime_error
 // Throws JsonError: also for a key that an object has twice, a number that is too large, and depths above 32.
 boost::json::value parseExactJson(std::string_view text);
 
-// Of a text that is an object with a list under this key: what it has up to that. Without such a list, all of it.
+// Of an object with a list under this key: what it has up to that. Without such a list, all of it.
 boost::json::value parseJsonUpTo(std::string_view text, std::string_view lastKey);
 
 } // namespace Tessel::Cli
