@@ -104,7 +104,9 @@ TextColumns chosenColumns(const TableOptions &options, const Offer &offer)
 
 std::string columnText(const Offer &offer, size_t column)
 {
-    return offer.Names.empty() ? fmt::format("column {}", column + 1) : visibleText(offer.Names[column]);
+    // A line of names may be shorter than the others.
+    const bool hasName = column < offer.Names.size() && !offer.Names[column].empty();
+    return !hasName ? fmt::format("column {}", column + 1) : visibleText(offer.Names[column]);
 }
 
 std::string takenText(const Offer &offer, const TextColumns &columns)
@@ -210,8 +212,8 @@ EventTable separateFiles(Files &files, const TableOptions &options, BinaryColumn
 EventTable tableOfColumns(const TableOptions &options, const std::vector<NpyColumn> &columns)
 {
     Offer offer{.Shown = columns.front().Column.File->Shown, .Count = columns.size()};
-    for (const NpyColumn &each : columns)
-        if (!each.Name.empty()) offer.Names.push_back(each.Name);
+    for (const NpyColumn &each : columns) offer.Names.push_back(each.Name);
+    if (std::ranges::all_of(offer.Names, &std::string::empty)) offer.Names.clear();
     const TextColumns chosen = chosenColumns(options, offer);
     EventTable table{.Shown = offer.Shown, .Times = columns[chosen.Time].Column};
     if (chosen.Channel) table.Channels = columns[*chosen.Channel].Column;
@@ -229,7 +231,7 @@ EventTable tableOfText(const TableOptions &options, const std::shared_ptr<const 
     text.Columns = chosenColumns(options, offer);
     table.HasChannels = text.Columns.Channel.has_value();
     table.HasMicrotimes = text.Columns.Microtime.has_value();
-    table.TimeName = text.Names.empty() ? "" : text.Names[text.Columns.Time];
+    if (text.Columns.Time < text.Names.size()) table.TimeName = text.Names[text.Columns.Time];
     table.Taken = takenText(offer, text.Columns);
     return table;
 }
