@@ -1,8 +1,8 @@
 // `tessel fold`: phases of the events of each channel in a period, with the Z2 statistic; and the search for
 // one.
 #include "commands/commands.h"
+#include "commands/phase_sums.h"
 #include "commands/several.h"
-#include "jobs/result_sum.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/interrupt.h"
@@ -34,37 +34,6 @@ struct FoldOptions
     uint64_t Bins = 20;
     int Chan = 1;
 };
-
-// Z^2 of two harmonics: 2 / n times the sum of the squares of these sums. Random phases give 4 on average.
-struct PhaseSums
-{
-    uint64_t Count = 0;
-    double Cos[2] = {}, Sin[2] = {};
-
-    double z2() const
-    {
-        if (Count == 0) return 0;
-        double squares = 0;
-        for (size_t k = 0; k < 2; ++k) squares += Cos[k] * Cos[k] + Sin[k] * Sin[k];
-        return 2 * squares / static_cast<double>(Count);
-    }
-};
-
-void addPhase(PhaseSums &sums, double turns)
-{
-    const double angle = 2 * M_PI * turns, c = std::cos(angle), s = std::sin(angle);
-    ++sums.Count;
-    sums.Cos[0] += c;
-    sums.Sin[0] += s;
-    sums.Cos[1] += c * c - s * s; // of the double angle
-    sums.Sin[1] += 2 * s * c;
-}
-
-double turnsOf(double seconds, double frequency)
-{
-    const double turns = seconds * frequency;
-    return turns - std::floor(turns);
-}
 
 struct Fold
 {
@@ -152,8 +121,8 @@ void checkFoldOptions(const FoldOptions &options)
 {
     const int given = !options.Period.empty() + !options.Frequency.empty() + !options.Search.empty();
     if (given != 1) throw Failure(Exit::Usage, "one of --period, --frequency and --search");
-    if (!options.Search.empty() && options.Measure.RecordFile.empty()) return;
-    if (!options.Search.empty()) throw Failure(Exit::Usage, "--search and --record: choose one");
+    if (!options.Search.empty() && !options.Measure.RecordFile.empty())
+        throw Failure(Exit::Usage, "--search and --record: choose one");
 }
 
 void search(Search &found, const FoldOptions &options, const Recording &recording)
@@ -245,35 +214,40 @@ Plot foldPlot(const Fold &folded, const Measured &measured)
     return plot;
 }
 
+Measurement stepsOf(const FoldOptions &options, Fold &folded, Search &found, EventSeconds &events)
+{
+    return {.Prepare = [&](const Recording &recording) { prepare(folded, found, options, recording); },
+            .Start = [&](const RunStart &run) { startEvents(events, run); },
+            .Take = [](bool) {}, // what was fetched is counted
+            .IsEmpty = [&] { return isAllZero(folded.Counts); },
+            .Needs = "events",
+            .Csv = [&](const Measured &measured) { return foldCsv(folded, measured); },
+            .Json = [&](const Measured &measured) { return foldJson(folded, found, measured); },
+            .Plot = [&](const Measured &measured) { return foldPlot(folded, measured); },
+            .Fetch =
+                [&](const Recording &recording) {
+                    return countBlock(events, recording,
+                                      [&](size_t row, double seconds) { addEvent(folded, row, seconds); });
+                },
+            .FileKeys =
+                [&](const Measured &measured) {
+                    return boost::json::object{
+                        {"rates", ratesOfRows(measured.From, secondsOf(measured),
+                                              [&](int64_t row) { return folded.row(row); })}};
+                }};
+}
+
 int runFold(const FoldOptions &options, const HostOptions &host)
 {
     checkFoldOptions(options);
-    if (options.Measure.Files.size() > 1) checkSummable("fold");
     Search found;
-    Fold folded;
+    Fold folded{.NumBins = options.Bins, .Counts = {}, .Sums = {}};
     EventSeconds events;
-    folded.NumBins = options.Bins;
     if (!options.Search.empty())
         found = searchOf(options);
     else if (folded.FrequencyHz = frequencyOf(options); !(folded.FrequencyHz > 0))
         throw Failure(Exit::Usage, "--period, --frequency: above 0");
-    const auto count = [&](size_t row, double seconds) { addEvent(folded, row, seconds); };
-    return measure(options.Measure, host,
-                   {.Prepare = [&](const Recording &recording) { prepare(folded, found, options, recording); },
-                    .Start = [&](const RunStart &run) { startEvents(events, run); },
-                    .Take = [](bool) {}, // what was fetched is counted
-                    .IsEmpty = [&] { return isAllZero(folded.Counts); },
-                    .Needs = "events",
-                    .Csv = [&](const Measured &measured) { return foldCsv(folded, measured); },
-                    .Json = [&](const Measured &measured) { return foldJson(folded, found, measured); },
-                    .Plot = [&](const Measured &measured) { return foldPlot(folded, measured); },
-                    .Fetch = [&](const Recording &recording) { return countBlock(events, recording, count); },
-                    .FileKeys =
-                        [&](const Measured &measured) {
-                            return boost::json::object{
-                                {"rates", ratesOfRows(measured.From, secondsOf(measured),
-                                                      [&](int64_t row) { return folded.row(row); })}};
-                        }});
+    return measure(options.Measure, host, stepsOf(options, folded, found, events));
 }
 
 constexpr ResultHelp foldHelp = {

@@ -47,10 +47,6 @@ bool writesText(const MeasureOptions &options, bool drewLive)
     return wantsText(options.Result);
 }
 
-} // namespace
-
-namespace {
-
 // Once, after the run.
 void lookAtResult(Measured &measured, const MeasureOptions &options, const Measurement &measurement)
 {
