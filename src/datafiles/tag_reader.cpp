@@ -74,12 +74,13 @@ std::string valueForTrace(const TagRecord &tag, std::string_view image)
     return fmt::format(" tValue: {:16d}", static_cast<int64_t>(tag.TagValue));
 }
 
-// With the system's reason, in errno, if there is one.
+// Hosts look for the first line. The system's reason, in errno, is one of its own.
 void logReadError(std::string_view path)
 {
     const int error = errno;
-    logErr(LogCategory::General, "File: {} read Error!{}", path,
-           error == 0 ? "" : " " + std::generic_category().message(error));
+    logErr(LogCategory::General, "File: {} read Error!", path);
+    if (error == 0) return;
+    logErr(LogCategory::General, "File: {} can't be read: {}", path, std::generic_category().message(error));
 }
 
 } // namespace

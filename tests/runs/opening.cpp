@@ -49,7 +49,7 @@ TEST(OpenFile, OpensAndSaysSoOrChangesNothing)
     EXPECT_STREQ(id.data(), "junk");
     for (const char *path : {absent.c_str(), "", static_cast<const char *>(nullptr)}) {
         EXPECT_FALSE(tessel_openFile(path, id.data(), id.size()));
-        EXPECT_NE(lastError().find("read Error! No such file"), std::string::npos) << lastError();
+        EXPECT_NE(lastError().find("can't be read: No such file"), std::string::npos) << lastError();
     }
     EXPECT_EQ(getNumAllChans(nullptr), 5); // the one that was current still is
     EXPECT_EQ(deviceIds(), R"(["7@a.tgx"])");
