@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <memory>
+#include <stdexcept>
 
 namespace Tessel::Cli {
 
@@ -31,7 +32,7 @@ boost::json::object sumOf(const std::vector<std::string> &paths, int &code)
         boost::json::object result = readResult(path);
         checkSummable(measurementOf(result, path));
         trusting(path, [&] {
-            result.at("files").as_array(); // is one
+            if (result.at("files").as_array().empty()) throw std::out_of_range("no files");
             if (!isCleanAndWhole(result.at("run").as_object())) code = static_cast<int>(Exit::DataLost);
             if (sum.empty())
                 sum = std::move(result);

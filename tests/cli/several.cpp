@@ -120,6 +120,11 @@ TEST(SeveralFiles, KeepTheirLossesAndSayWhereASumIsNone)
     auto broken = json(folder, "g2 b.tgx --window 97ns"); // as a.json
     broken["pairs"] = "many";
     write(folder, "broken.json", broken);
+    boost::json::object less = json(folder, "g2 b.tgx");
+    for (const char *key : {"program", "file", "device", "notes"}) less.erase(key);
+    write(folder, "less.json", less);
+    less["files"] = boost::json::array();
+    write(folder, "none.json", less);
     const struct
     {
         int Code;
@@ -134,6 +139,8 @@ TEST(SeveralFiles, KeepTheirLossesAndSayWhereASumIsNone)
         {2, "g2 a.tgx b.tgx --json-lines", "one recording at a time"},
         {1, "merge a.json b.json", "it is of another job: parameters.window: \"97ns\" against \"98ns\""},
         {1, "merge a.json broken.json", "broken.json: can't be added: pairs: "},
+        {0, "merge less.json", ""},
+        {1, "merge none.json", "none.json: not as the program writes it: no files"},
         {2, "merge a.tgx", "a.tgx: line 1, column 1: not JSON"},
         {2, "merge a.json -o a.json", "-o"},
         {3, "merge missing.json", "missing.json: No such file"},
