@@ -122,8 +122,10 @@ void readChannels(BinaryColumn &column, uint64_t first, size_t count, std::vecto
     channels.resize(count);
     for (size_t i = 0; i < count; ++i) {
         const uint64_t number = numbers.Values[i];
-        if (number >= mostChannels || (!numbers.AreWhole && numbers.Powers[i] != 0))
-            refuseNumber(column, first + i, fmt::format("{}", number), "is no channel (0 to 65535)");
+        const bool isWhole = numbers.AreWhole || numbers.Powers[i] == 0;
+        if (number >= mostChannels || !isWhole)
+            refuseNumber(column, first + i, isWhole ? fmt::format("{}", number) : "a fraction",
+                         "is no channel (0 to 65535)");
         channels[i] = static_cast<uint32_t>(number);
     }
 }

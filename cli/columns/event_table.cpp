@@ -46,7 +46,7 @@ std::string withoutUnit(const std::string &name)
     return name;
 }
 
-// What a source has of columns. `Names` is empty, or has one for each.
+// What a source has of columns; of names none, one for each, or fewer.
 struct Offer
 {
     std::string Shown;
@@ -293,7 +293,9 @@ void rewind(EventTable &table)
 bool nextRows(EventTable &table, Rows &rows)
 {
     if (table.Text) return nextRows(*table.Text, rows);
-    rows.Count = static_cast<size_t>(std::min<uint64_t>(rowsAtOnce, table.Times.Count - table.Next));
+    constexpr uint64_t mostBytes = uint64_t(1) << 26; // a row may have columns that nobody reads
+    const uint64_t most = std::clamp<uint64_t>(mostBytes / table.Times.Stride, 1, rowsAtOnce);
+    rows.Count = static_cast<size_t>(std::min(most, table.Times.Count - table.Next));
     rows.First = table.Next;
     readNumbers(table.Times, table.Next, rows.Count, rows.Times);
     if (table.Channels) readChannels(*table.Channels, table.Next, rows.Count, rows.Channels);

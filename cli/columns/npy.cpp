@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <optional>
 #include <string_view>
 
 namespace Tessel::Cli {
@@ -57,33 +58,47 @@ std::vector<uint64_t> shapeOf(const SourceFile &file, std::string_view header)
 }
 
 // "<u8": the order of bytes, kind and bytes.
+struct FieldType
+{
+    std::optional<NumberType> Number; // nothing: texts, truth values, dates, padding
+    uint64_t Bytes = 0;               // 0: it isn't a type
+};
+
+FieldType fieldType(std::string_view type)
+{
+    FieldType field;
+    if (type.size() < 3 || std::string_view("<>|=").find(type[0]) == type.npos) return field;
+    std::from_chars(type.data() + 2, type.data() + type.size(), field.Bytes);
+    constexpr uint64_t mostBytes = 1 << 20;
+    if (field.Bytes > mostBytes) return {};
+    const auto known = numberType(fmt::format("{}{}", type[1], field.Bytes * 8));
+    if (field.Bytes == 1 || type[0] != '|') field.Number = known;
+    if (type[1] == 'U') field.Bytes *= 4;
+    return field;
+}
+
 BinaryColumn columnOf(const std::shared_ptr<const SourceFile> &file, std::string_view type)
 {
-    BinaryColumn column{.File = file};
-    if (type.size() >= 3 && std::string_view("<>|=").find(type[0]) != type.npos) {
-        column.IsBigEndian = type[0] == '>';
-        uint64_t bytes = 0;
-        std::from_chars(type.data() + 2, type.data() + type.size(), bytes);
-        const auto known = numberType(fmt::format("{}{}", type[1], bytes * 8));
-        if (known && (bytes == 1 || type[0] != '|')) {
-            column.Type = *known;
-            return column;
-        }
-    }
+    const FieldType field = fieldType(type);
+    if (field.Number) return {.File = file, .Type = *field.Number, .IsBigEndian = type[0] == '>'};
     refuseNpy(*file, fmt::format("numbers of type {} aren't read (known: u1 to u8, i1 to i8, f4, f8)", type));
 }
 
-std::vector<NpyColumn> fields(const std::shared_ptr<const SourceFile> &file, std::string_view descr)
+// Those that are numbers.
+std::vector<NpyColumn> fields(const std::shared_ptr<const SourceFile> &file, std::string_view descr,
+                              uint64_t &rowBytes)
 {
     const std::vector<std::string_view> quoted = quotedUpTo(descr.substr(1), "]");
     std::vector<NpyColumn> columns;
-    uint64_t stride = 0;
     for (size_t i = 0; i + 1 < quoted.size(); i += 2) {
-        columns.push_back({std::string(quoted[i]), columnOf(file, quoted[i + 1])});
-        columns.back().Column.Offset = stride;
-        stride += bytesOf(columns.back().Column.Type);
+        const FieldType field = fieldType(quoted[i + 1]);
+        if (field.Number || field.Bytes == 0) {
+            columns.push_back({std::string(quoted[i]), columnOf(file, quoted[i + 1])});
+            columns.back().Column.Offset = rowBytes;
+        }
+        rowBytes += field.Bytes;
     }
-    for (NpyColumn &each : columns) each.Column.Stride = stride;
+    for (NpyColumn &each : columns) each.Column.Stride = rowBytes;
     return columns;
 }
 
@@ -136,24 +151,23 @@ std::vector<NpyColumn> npyColumns(std::shared_ptr<const SourceFile> file)
     const bool isFortran = valueOf(*file, header, "fortran_order").starts_with("True");
     const uint64_t rows = shape.front();
     std::vector<NpyColumn> columns;
+    uint64_t rowBytes = 0;
     if (descr.starts_with('[') && shape.size() == 1) {
-        columns = fields(file, descr);
+        columns = fields(file, descr, rowBytes);
     } else if (const auto types = quotedUpTo(descr, ",}"); types.size() == 1) {
         const BinaryColumn first = columnOf(file, types.front());
         columns = columnsOfTwoAxes(first, rows, shape.size() == 2 ? shape[1] : 1, isFortran);
+        rowBytes = columns.size() * bytesOf(first.Type);
     }
     if (columns.empty()) refuseNpy(*file, "the NPY header has no type that is read");
-    uint64_t end = 0;
     for (NpyColumn &each : columns) {
-        BinaryColumn &column = each.Column;
-        column.Offset += dataStart;
-        column.Count = rows;
-        const auto last = Wide(rows > 0 ? rows - 1 : 0) * column.Stride + column.Offset + bytesOf(column.Type);
-        if (rows > 0) end = std::max(end, static_cast<uint64_t>(std::min<Wide>(last, ~uint64_t(0))));
+        each.Column.Offset += dataStart;
+        each.Column.Count = rows;
     }
-    if (rows == 0) end = dataStart;
+    const Wide end = Wide(rows) * rowBytes + dataStart;
     if (end != file->Bytes)
-        refuseNpy(*file, fmt::format("has {} bytes, but {} by its header", file->Bytes, end));
+        refuseNpy(*file, fmt::format("has {} bytes, but {} by its header", file->Bytes,
+                                     static_cast<uint64_t>(std::min<Wide>(end, ~uint64_t(0)))));
     return columns;
 }
 

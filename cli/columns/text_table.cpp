@@ -161,7 +161,7 @@ void storeNumber(Numbers &numbers, size_t row, const ReadNumber &number)
     numbers.AreWhole &= number.Decimals == 0;
 }
 
-void store(const TextTable &table, Rows &rows, Cell what, const ReadNumber &number)
+void store(const TextTable &table, Rows &rows, Cell what, const ReadNumber &number, std::string_view shown)
 {
     switch (what) {
     case Cell::Time: return storeNumber(rows.Times, rows.Count, number);
@@ -169,8 +169,7 @@ void store(const TextTable &table, Rows &rows, Cell what, const ReadNumber &numb
     case Cell::Channel: break;
     }
     if (number.Decimals != 0 || number.Value >= mostChannels)
-        refuseLine(table, table.Line,
-                   fmt::format("{} is no channel (0 to {})", number.Value, mostChannels - 1));
+        refuseLine(table, table.Line, fmt::format("{} is no channel (0 to {})", shown, mostChannels - 1));
     rows.Channels[rows.Count] = static_cast<uint32_t>(number.Value);
 }
 
@@ -201,7 +200,7 @@ void readLine(const TextTable &table, const std::vector<WantedCell> &wanted, con
         const char *behind = number.End;
         while (behind < end && isBlankOrQuote(*behind) && *behind != table.Separator) ++behind;
         if (behind < end && *behind != table.Separator) refuseCell(table, at, end);
-        store(table, rows, cell.What, number);
+        store(table, rows, cell.What, number, {at, number.End});
         at = behind;
     }
     rows.Lines[rows.Count] = table.Line;

@@ -54,7 +54,8 @@ void writeSorted(ImportFiles &files, TimeOrder &order)
 void writeTable(Imported &imported)
 {
     Progress progress("write");
-    TimeOrder order{.Span = imported.Found.LargestStep};
+    // A shift by a part of a unit may round a step up by one.
+    TimeOrder order{.Span = imported.Found.LargestStep + (imported.Found.LargestStep > 0)};
     ImportFiles &files = imported.Files;
     ScaledRows rows;
     uint64_t events = 0;
@@ -288,7 +289,8 @@ int runImport(const ImportOptions &options, const HostOptions &host)
 {
     checkOptions(options);
     const Session session(host);
-    checkOutputs({host.IniPath, options.Table.Source, options.Table.Times, options.Table.Channels},
+    checkOutputs({host.IniPath, options.Table.Source, options.Table.Times, options.Table.Channels,
+                  options.Table.Microtimes},
                  {{"OUT", options.Path}}, true);
     const InterruptWatch watch;
     Imported imported;

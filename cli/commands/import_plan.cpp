@@ -16,6 +16,7 @@ namespace {
 constexpr uint64_t mostPs = (uint64_t(1) << 63) - 1;
 constexpr uint64_t mostSyncs = (uint64_t(1) << 47) - 1; // with 15 bits of dtime a time is a uint64
 constexpr uint64_t mostDtime = (1 << 15) - 1;
+constexpr double shortestSyncPs = 1e12 / 2147483647, longestSyncPs = 1e18; // of the rates that a header has
 constexpr Fraction onePs = {1, 1};
 
 Fraction periodOption(const char *option, const std::string &text)
@@ -70,6 +71,9 @@ void setT3Units(ImportUnits &units, const ImportOptions &options, const EventTab
         units.TickPs = periodOption("--sync-period", options.SyncPeriod);
     else
         units.TickPs = periodOption("--sync-rate", options.SyncRate);
+    if (units.TickPs.value() < shortestSyncPs || units.TickPs.value() > longestSyncPs)
+        throw Failure(Exit::Usage, fmt::format("a sync period of {}: 466ps to 1000000s (a rate up to 2.147GHz)",
+                                               periodText(units.TickPs)));
     if (table.HasMicrotimes && options.MicrotimeUnit.empty())
         throw Failure(Exit::Usage,
                       "T3 with microtimes needs --microtime-unit, what their 1 is: 4ps, 25ns/4096");

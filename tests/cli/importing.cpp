@@ -77,6 +77,9 @@ TEST(Import, ReadsTextNpyAndNumbersAlone)
     write(folder, "two.npy", npy("'<f8'", "4, 2", packed<double>({1, 2, 1, 3, 5, 7, 7, 5e12}), true));
     write(folder, "fields.npy",
           npy("[('ch', '|u1'), ('t', '<u4')]", "2,", packed<uint8_t>({1, 5, 0, 0, 0, 2, 7, 0, 0, 0})));
+    write(folder, "others.npy", // what is no number is passed over
+          npy("[('s', '|S1'), ('time', '<u2'), ('', '|V1'), ('channel', '|u1')]", "2,",
+              std::string("x\5\0x\1x\7\0x\2", 10)));
     const std::string whole = "5@1 7@2 7@1 5000000000000@3";
     const struct
     {
@@ -89,6 +92,8 @@ TEST(Import, ReadsTextNpyAndNumbersAlone)
         {"", "f.npy --channels c.u8 --tick 1s", whole},
         {"", "two.npy --times 2 --channels 1", whole},
         {"", "fields.npy --times t --channels ch", "5@1 7@2"},
+        {"", "others.npy", "5@1 7@2"},
+        {"when\n5,1\n7,2\n", "x.csv", "5@1 7@2"}, // fewer names than columns
         {"# mine\ntime_ns,channel\n0.005,1\n.007,2\n7e-3,1\n5.0E+9,3\n", "x.csv", whole},
         {"\xEF\xBB\xBF\"det\";\"t\"\r\n\"1\";5\r\n2;7\r\n\r\n1;7\r\n3;5000000000000",
          "x.csv --times t --channels det", whole},
@@ -228,6 +233,7 @@ TEST(Import, RefusesWhatIsWrong)
         {1, "5,1\n-7,1\n", "x.csv", "line 2: \"-7\" is negative"},
         {1, "5,1\n7\n", "x.csv", "line 2: has 1 column"},
         {1, "5,1\n7,70000\n", "x.csv", "line 2: 70000 is no channel"},
+        {1, "5,1\n7,1.5\n", "x.csv", "line 2: 1.5 is no channel"},
         {1, "99999999999999999999,1\n", "x.csv", "has too many digits"},
         {1, "5,1\n9999999,1\n", "x.csv --tick 1s", "line 2: time 9999999 is later"},
         {1, "5,1\n# c\n4,1\n", "x.csv", "line 3 goes back by 1 ps"},
@@ -240,6 +246,7 @@ TEST(Import, RefusesWhatIsWrong)
         {2, "1,1\n", "x.csv --times when", "no such column"},
         {2, "1,1\n", "x.csv --map 1=65x", "--map 1=65x"},
         {2, "1,1\n", "x.csv --mode t3", "--sync-period or --sync-rate"},
+        {2, "1,1\n", "x.csv --sync-period 1e-12ps", "466ps to 1000000s"},
         {2, "", "", "what to import?"},
         {3, "", "none.csv", "none.csv: "},
         {1, "", "t.u64 --channels c.u8", "t.u64 has 2 numbers, c.u8 has 1"},
