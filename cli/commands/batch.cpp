@@ -2,7 +2,7 @@
 #include "commands/commands.h"
 #include "commands/measuring.h"
 #include "jobs/batch_item.h"
-#include "jobs/job_options.h"
+#include "jobs/result_file.h"
 #include "jobs/result_sum.h"
 #include "program/child.h"
 #include "program/console.h"
@@ -33,13 +33,11 @@ namespace {
 
 struct BatchOptions
 {
-    std::string JobFile, Folder; // empty: beside the working folder's job
+    std::string JobFile, Folder; // empty: here, with the name of the job
     std::vector<std::string> Files;
     uint64_t NumProcesses = 0; // 0: one for each core
     bool Json = false, Again = false;
 };
-
-constexpr size_t mostResult = size_t(1) << 32; // bytes
 
 struct Working
 {
@@ -62,15 +60,6 @@ uint64_t numCores()
 {
     cpu_set_t cores;
     return sched_getaffinity(0, sizeof cores, &cores) == 0 ? uint64_t(CPU_COUNT(&cores)) : 1;
-}
-
-// Once for all files, not once for each.
-void checkJob(const BatchOptions &options, const Job &job)
-{
-    const CLI::App nothing;
-    const AskedCommand asked(job.Measurement, options.JobFile, [&](const CLI::App &command) {
-        return wordsOf(job, command, nothing, false, options.JobFile);
-    });
 }
 
 std::string folderOf(const BatchOptions &options)
@@ -202,7 +191,7 @@ int runBatch(const BatchOptions &options, const HostOptions &host)
 {
     if (host.namesInstrument()) throw Failure(Exit::Usage, "batch works on recordings, not on instruments");
     Batch batch{.What = readJob(options.JobFile), .JobText = {}, .HostWords = {}, .Items = {}, .Running = {}};
-    checkJob(options, batch.What);
+    const AskedCommand checked(batch.What, options.JobFile); // once for all files, not once for each
     batch.JobText = boost::json::serialize(jobJson(batch.What));
     if (!host.IniPath.empty()) batch.HostWords.push_back("--ini=" + host.IniPath);
     for (const std::string &file : options.Files)
@@ -215,18 +204,18 @@ int runBatch(const BatchOptions &options, const HostOptions &host)
 }
 
 constexpr const char *batchFooter =
-    R"(Runs the job on each recording, in as many processes as there are cores, each with one thread. The JSON of each,
-with its raw counts, is kept in the folder -o (by default the job's name with .results) as
-NAME.KEY.json. The key is that of the recording (size, time of its last change, CRC-32 of its first and last
-64 KiB), of the job and of the version of this program. So what is done isn't done again, here or by another
-batch in the same folder, and --again does it. A result is there whole or not at all.
-A recording that can't be measured, or whose process crashes, doesn't stop the others. Ctrl-C ends all
-processes at once; what is done is kept.
+    R"(Runs the job on each recording, in as many processes as there are cores, each with one thread. The JSON
+of each, with its raw counts, is kept in the folder -o (by default the job's name with .results) as
+NAME.KEY.json. The key is that of the recording (size, time of its last change, CRC-32 of its first and
+last 64 KiB), of the job and of the version of this program. So what is done isn't done again, here or by
+another batch in the same folder, and --again does it. A result is there whole or not at all. A recording
+that can't be measured, or whose process crashes, doesn't stop the others. Ctrl-C ends all processes at
+once; what is done is kept.
 
-The table, CSV or with --json JSON, goes to standard output, a line per recording: file, state (done, kept from before,
-failed, waiting), verdict (clean, lossy, invalid), recording
-(closed, not closed, cut short), records, seconds, lost (records and words; nan: nobody
-knows), steps_back (events after a later one), rates in counts per second of what was counted, result, problem.
+The table, CSV or with --json JSON, goes to standard output, a line per recording: file, state (done,
+kept from before, failed, waiting), verdict (clean, lossy, invalid), recording (closed, not closed, cut
+short), records, seconds, lost (records and words; nan: nobody knows), steps_back (events after a later
+one), rates in counts per second of what was counted, result, problem.
 
 Exit codes: 0 all clean; 4 one failed, or isn't clean and whole; 130 stopped by Ctrl-C.
 

@@ -1,5 +1,6 @@
 #include "commands/measuring.h"
 
+#include "jobs/job_options.h"
 #include "program/exit_codes.h"
 #include "program/text_file.h"
 #include "program/visible_text.h"
@@ -52,12 +53,13 @@ Job readJob(const std::string &path)
     return parseJob(fileText("JOB", path == "-" ? "/dev/stdin" : path), name, measurementNames());
 }
 
-AskedCommand::AskedCommand(const std::string &measurement, const std::string &name,
-                           const std::function<std::vector<std::string>(const CLI::App &)> &words)
-    : Program(std::make_unique<CLI::App>()), Asked(addMeasuring(*Program, measurement))
+AskedCommand::AskedCommand(const Job &job, const std::string &name, const std::vector<std::string> &further,
+                           const CLI::App *given, bool ofInstrument)
+    : Program(std::make_unique<CLI::App>()), Asked(addMeasuring(*Program, job.Measurement))
 {
-    std::vector<std::string> line = words(*Asked.App);
-    line.insert(line.begin(), measurement);
+    std::vector<std::string> line = wordsOf(job, *Asked.App, given, ofInstrument, name);
+    line.insert(line.begin(), job.Measurement);
+    line.insert(line.end(), further.begin(), further.end());
     std::ranges::reverse(line); // as the parser takes them
     try {
         Program->parse(std::move(line));

@@ -18,12 +18,13 @@ void withMeasuringCommands(const std::function<void(const std::vector<const CLI:
 // From the file, or with "-" from standard input. Throws Failure.
 Job readJob(const std::string &path);
 
-// A measuring command as a job and a command line ask for it: what `words`, given the command, returns are its
-// words. Gives the command, parsed. Throws Failure, of usage with `name` in front.
+// A measuring command with the options of a job, and further words of a command line, parsed. What `given` has
+// been given isn't taken from the job, nor what is of an instrument unless it is `ofInstrument`. Throws
+// Failure, of usage with `name` in front.
 struct AskedCommand
 {
-    AskedCommand(const std::string &measurement, const std::string &name,
-                 const std::function<std::vector<std::string>(const CLI::App &)> &words);
+    AskedCommand(const Job &job, const std::string &name, const std::vector<std::string> &further = {},
+                 const CLI::App *given = nullptr, bool ofInstrument = false);
     ~AskedCommand();
     AskedCommand(const AskedCommand &) = delete;
     AskedCommand &operator=(const AskedCommand &) = delete;

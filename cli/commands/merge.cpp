@@ -51,22 +51,17 @@ int runMerge(const MergeOptions &options, const CLI::App &given)
     boost::json::object sum = sumOf(options.Results, code);
     const std::string &first = options.Results.front();
     const Job job = jobOf(sum.at("job"), first, measurementNames());
-    const AskedCommand asked(job.Measurement, first, [&](const CLI::App &command) {
-        std::vector<std::string> words = wordsOf(job, command, given, false, first);
-        const std::vector<std::string> others = wordsGiven(given, {"RESULTS"});
-        words.insert(words.end(), others.begin(), others.end());
-        return words;
-    });
+    const AskedCommand asked(job, first, wordsGiven(given, {"RESULTS"}), &given);
     trusting(first, [&] { code = asked.Asked.WriteSum(std::move(sum), code); });
     return code;
 }
 
 constexpr const char *mergeFooter =
-    R"(RESULTS are JSON files of one job on several recordings: of tessel run or a measuring command with --json, of
-tessel batch, or merged already. Their raw counts are added up and normalised once, as if the measuring
-command had been given all recordings in one call; the result is the same, byte for byte. So a histogram is
-that of the joined data. Of g2 and fcs pairs, n1, n2 and T are sums: pairs of events of two recordings
-aren't counted. It says why where a sum isn't defined: traces, folds, other bins, another job.
+    R"(RESULTS are JSON files of one job on several recordings: of tessel run or a measuring command with
+--json, of tessel batch, or merged already. Their raw counts are added up and normalised once, as if the
+measuring command had been given all recordings in one call; the result is the same, byte for byte. So a
+histogram is that of the joined data. Of g2 and fcs pairs, n1, n2 and T are sums: pairs of events of two
+recordings aren't counted. It says why where a sum isn't defined: traces, folds, other bins, another job.
 Each recording keeps its losses and verdict in files; if one isn't clean and whole, the exit code is 4.
 
 Examples:

@@ -2,7 +2,6 @@
 #include "commands/commands.h"
 #include "commands/measuring.h"
 #include "jobs/file_mark.h"
-#include "jobs/job_options.h"
 #include "jobs/json_difference.h"
 #include "jobs/result_file.h"
 #include "jobs/result_sum.h"
@@ -72,16 +71,11 @@ boost::json::object computed(const boost::json::object &result, const std::vecto
 {
     const Job job = jobOf(result.at("job"), name, measurementNames());
     const MemoryFile memory("");
-    const CLI::App nothing;
-    const AskedCommand asked(job.Measurement, name, [&](const CLI::App &command) {
-        std::vector<std::string> words = wordsOf(job, command, nothing, false, name);
-        words.insert(words.end(), {"--json", "--output=" + memory.path(), "--"});
-        words.insert(words.end(), files.begin(), files.end());
-        return words;
-    });
+    std::vector<std::string> words = {"--json", "--output=" + memory.path(), "--"};
+    words.insert(words.end(), files.begin(), files.end());
+    const AskedCommand asked(job, name, words);
     code = asked.Asked.Run(host);
-    constexpr size_t most = size_t(1) << 32;
-    return std::move(parseExactJson(fileText("-o", memory.path(), most)).as_object());
+    return std::move(parseExactJson(fileText("-o", memory.path(), mostResult)).as_object());
 }
 
 int compare(const boost::json::object &result, const std::vector<std::string> &files,
@@ -120,12 +114,12 @@ int runRerun(const RerunOptions &options, const HostOptions &host)
 }
 
 constexpr const char *rerunFooter =
-    R"(Runs the job of a result again, on the recordings that it names or on FILES in their order, and compares all
-that it says: every count, value, loss and note, but for the names of moved files and the version of the
-program. It says equal, or what differs first.
+    R"(Runs the job of a result again, on the recordings that it names or on FILES in their order, and compares
+all that it says: every count, value, loss and note, but for the names of moved files and the version of
+the program. It says equal, or what differs first.
 
-Exit codes: 0 equal; 4 equal, and part of the data was missing then as now; 1 it differs, or a recording is
-another one; 3 a recording isn't there.
+Exit codes: 0 equal; 4 equal, and part of the data was missing then as now; 1 it differs, or a recording
+is another one; 3 a recording isn't there.
 
 Examples:
   tessel rerun monday.json

@@ -44,24 +44,19 @@ int runJob(const RunOptions &options, const CLI::App &given, HostOptions host)
     if (!hasFiles && !host.namesInstrument())
         throw Failure(Exit::Usage,
                       "FILES are required, as the job names no instrument (see tessel run --help)");
-    const AskedCommand asked(job.Measurement, options.JobFile, [&](const CLI::App &command) {
-        std::vector<std::string> words = wordsOf(job, command, given, !hasFiles, options.JobFile);
-        const std::vector<std::string> others = wordsGiven(given, {"JOB", "--schema"});
-        words.insert(words.end(), others.begin(), others.end());
-        return words;
-    });
+    const AskedCommand asked(job, options.JobFile, wordsGiven(given, {"JOB", "--schema"}), &given, !hasFiles);
     return asked.Asked.Run(host);
 }
 
 constexpr const char *runFooter =
-    R"-(JOB is a JSON file that says what is measured, with the options of the measuring command; "-" reads it from
-standard input. Where it is measured, and what becomes of the result, is said here, as to that command, and
-the result is the same, byte for byte:
+    R"-(JOB is a JSON file that says what is measured, with the options of the measuring command; "-" reads it
+from standard input. Where it is measured, and what becomes of the result, is said here, as to that
+command, and the result is the same, byte for byte:
   {"tessel": 1, "measurement": "g2", "chain": "delay(2; 5ns)", "source": {"from": "1s"},
    "parameters": {"chan1": 1, "chan2": 2, "window": "100ns", "bin-width": "100ps"}}
-source has from, to and sort, and of an instrument sim, device, for, mode and set: these are for a run without
-FILES, and give way to what is said here. The JSON of every measurement has its job, so a result can be run
-again: tessel rerun. --schema prints the JSON Schema of jobs; docs/jobs.md explains them.
+source has from, to and sort, and of an instrument sim, device, for, mode and set: these are for a run
+without FILES, and give way to what is said here. The JSON of every measurement has its job, so a result
+can be run again: tessel rerun. --schema prints the JSON Schema of jobs; docs/jobs.md explains them.
 
 Examples:
   tessel run g2.job.json monday.tgx -o monday.json --json

@@ -21,13 +21,9 @@ namespace {
 
 namespace json = boost::json;
 
-// What is of an instrument has no effect on a recording.
 json::object jobOnFiles(Job job)
 {
-    json::object source;
-    for (const auto &member : job.Source)
-        if (!isOfInstrument(member.key())) source[member.key()] = member.value();
-    job.Source = std::move(source);
+    job.Source = sourceOnFiles(job.Source);
     return jobJson(job);
 }
 

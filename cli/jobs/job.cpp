@@ -108,6 +108,14 @@ bool isOutside(std::string_view option)
     return std::ranges::find(outside, option) != outside.end();
 }
 
+json::object sourceOnFiles(const json::object &source)
+{
+    json::object kept;
+    for (const auto &member : source)
+        if (!isOfInstrument(member.key())) kept[member.key()] = member.value();
+    return kept;
+}
+
 std::vector<ChainStage> chainOf(const json::value &value)
 {
     if (value.is_string()) return parseChain(value.get_string());

@@ -29,6 +29,9 @@ std::span<const std::string_view> sourceKeys();
 bool isOfInstrument(std::string_view sourceKey);
 bool isOutside(std::string_view option);
 
+// What of a job's source counts on a recording.
+boost::json::object sourceOnFiles(const boost::json::object &source);
+
 // Where a job may have a chain: the text, a list of stages, or what a chain file holds. Throws ChainError.
 std::vector<ChainStage> chainOf(const boost::json::value &value);
 

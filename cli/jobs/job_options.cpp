@@ -89,7 +89,7 @@ json::value valueOf(const CLI::Option &option)
 
 } // namespace
 
-std::vector<std::string> wordsOf(const Job &job, const CLI::App &command, const CLI::App &given,
+std::vector<std::string> wordsOf(const Job &job, const CLI::App &command, const CLI::App *given,
                                  bool ofInstrument, const std::string &name)
 {
     std::vector<std::string> words;
@@ -101,7 +101,7 @@ std::vector<std::string> wordsOf(const Job &job, const CLI::App &command, const 
         std::vector<std::string> these;
         addWord(these, *option, member.value(), place); // what is passed over is checked too
         const bool isPassedOver =
-            (isOfInstrument(key) && !ofInstrument) || (key != "set" && isGiven(given, key));
+            (isOfInstrument(key) && !ofInstrument) || (key != "set" && given && isGiven(*given, key));
         if (!isPassedOver) words.insert(words.end(), these.begin(), these.end());
     }
     if (!job.Chain.empty()) words.push_back("--chain=" + chainText(job.Chain));

@@ -16,10 +16,10 @@ class Option;
 
 namespace Tessel::Cli {
 
-// The words of a command line, each option as one, "--window=100ns"; those that `given` has been given are left
-// out, as are those of an instrument unless it is `ofInstrument`. Throws a usage Failure, which names the file:
-// an unknown key, or a value that no option could have.
-std::vector<std::string> wordsOf(const Job &job, const CLI::App &command, const CLI::App &given,
+// The words of a command line, each option as one, "--window=100ns"; those that `given`, if any, has been given
+// are left out, as are those of an instrument unless it is `ofInstrument`. Throws a usage Failure, which names
+// the file: an unknown key, or a value that no option could have.
+std::vector<std::string> wordsOf(const Job &job, const CLI::App &command, const CLI::App *given,
                                  bool ofInstrument, const std::string &name);
 
 // The options that the command was given, as words again, without those names.

@@ -14,8 +14,7 @@ namespace Tessel::Cli {
 
 boost::json::object readResult(const std::string &path)
 {
-    constexpr size_t most = size_t(1) << 32; // bytes
-    const std::string text = fileText("RESULT", path, most);
+    const std::string text = fileText("RESULT", path, mostResult);
     try {
         boost::json::value value = parseExactJson(text);
         if (!value.is_object()) throw JsonError("not an object");

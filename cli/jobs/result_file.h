@@ -3,11 +3,13 @@
 
 #include <boost/json/object.hpp>
 
+#include <cstddef>
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace Tessel::Cli {
+
+constexpr size_t mostResult = size_t(1) << 32; // bytes
 
 // Throws Failure: NoDevice if the file can't be read, of usage if it is no result of a measurement.
 boost::json::object readResult(const std::string &path);

@@ -105,15 +105,11 @@ json::array &arrayOf(json::object &result, std::string_view key, const Adding &a
     return value->get_array();
 }
 
-// The job without what is of an instrument.
 json::object comparedJob(const json::object &result, const Adding &adding)
 {
     json::object job = objectOf(result, "job", adding);
-    json::object source;
-    if (const json::value *given = job.if_contains("source"); given && given->is_object())
-        for (const auto &member : given->get_object())
-            if (!isOfInstrument(member.key())) source[member.key()] = member.value();
-    job["source"] = std::move(source);
+    const json::value *source = job.if_contains("source");
+    job["source"] = sourceOnFiles(source && source->is_object() ? source->get_object() : json::object());
     return job;
 }
 
