@@ -1,5 +1,6 @@
 // The program `tessel`: a host on tessel.h alone, a file per command.
 #include "commands/commands.h"
+#include "program/child.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/instrument.h"
@@ -172,6 +173,7 @@ int run(int argc, char **argv)
 int main(int argc, char **argv)
 {
     claimStandardOutput();
+    endWithParent();
     catchSignals();
     try {
         return run(argc, argv);

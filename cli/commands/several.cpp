@@ -7,6 +7,7 @@
 #include "program/exit_codes.h"
 #include "program/output.h"
 #include "program/visible_text.h"
+#include "tessel.h"
 
 #include <CLI/CLI.hpp>
 #include <boost/json/serialize.hpp>
@@ -186,6 +187,7 @@ int measureSeveral(const MeasureOptions &options, const HostOptions &host, const
             else
                 addResult(sum, result, file);
             code = worse(code, reportRun(measured));
+            closeDevice(0); // its id is that of the next file of the same name
             return 0;
         });
         if (code > 128) break; // stopped by a signal

@@ -8,9 +8,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <poll.h>
 #include <spawn.h>
+#include <string>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +23,8 @@ extern char **environ;
 namespace Tessel::Cli {
 
 namespace {
+
+constexpr const char *parentKey = "TESSEL_PARENT"; // a child's variable: the process that started it
 
 // As posix_spawn takes them.
 struct SpawnPlan
@@ -60,6 +65,15 @@ Child::~Child()
     waitpid(Id, nullptr, 0);
 }
 
+void endWithParent()
+{
+    const char *parent = std::getenv(parentKey);
+    if (!parent) return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (std::to_string(getppid()) != parent) _exit(static_cast<int>(Exit::Failed)); // it has gone already
+    unsetenv(parentKey);
+}
+
 std::unique_ptr<Child> startSelf(const std::vector<std::string> &words, std::string_view input)
 {
     auto child = std::make_unique<Child>(input);
@@ -69,11 +83,14 @@ std::unique_ptr<Child> startSelf(const std::vector<std::string> &words, std::str
     posix_spawnattr_setflags(&plan.Attributes, POSIX_SPAWN_SETPGROUP);
     std::vector<std::string> line = {"tessel"};
     line.insert(line.end(), words.begin(), words.end());
-    std::vector<char *> arguments;
+    std::vector<char *> arguments, environment;
     for (std::string &word : line) arguments.push_back(word.data());
     arguments.push_back(nullptr);
-    const int problem =
-        posix_spawn(&child->Id, "/proc/self/exe", &plan.Files, &plan.Attributes, arguments.data(), environ);
+    std::string parent = fmt::format("{}={}", parentKey, getpid());
+    for (char **entry = environ; *entry; ++entry) environment.push_back(*entry);
+    environment.insert(environment.end(), {parent.data(), nullptr});
+    const int problem = posix_spawn(&child->Id, "/proc/self/exe", &plan.Files, &plan.Attributes,
+                                    arguments.data(), environment.data());
     if (problem != 0) {
         child->Id = -1;
         throw Failure(Exit::Failed, fmt::format("no further process: {}", std::strerror(problem)));

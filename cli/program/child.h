@@ -25,6 +25,9 @@ struct Child
     int Code = -1;             // when it has ended; below 0: the signal that ended it
 };
 
+// At the start of the program: one that another started is killed when that ends, in whatever way.
+void endWithParent();
+
 // Throws Failure.
 std::unique_ptr<Child> startSelf(const std::vector<std::string> &words, std::string_view input);
 

@@ -68,6 +68,7 @@ void catchSignals()
 {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) handle(signal, onSignal);
     handle(SIGTSTP, onStop);
+    std::signal(SIGXFSZ, SIG_IGN); // a file at its limit is an error of that write
 }
 
 InterruptWatch::InterruptWatch(HangUp hangUp)

@@ -7,7 +7,7 @@
 
 namespace Tessel::Cli {
 
-// At the start of the program: INT, TERM, HUP, QUIT, PIPE and TSTP, unless they are ignored.
+// At the start of the program: INT, TERM, HUP, QUIT, PIPE and TSTP, unless they are ignored; XFSZ is ignored.
 void catchSignals();
 
 // What a step does when the terminal or the reader of its output is gone (HUP, PIPE).

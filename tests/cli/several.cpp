@@ -101,6 +101,12 @@ TEST(SeveralFiles, GiveTheSumOfTheirCountsNormalisedOnce)
     std::ofstream(folder.file("last.json")) << updates.back();
     output(folder, "g2 b.tgx --json -o b.json");
     EXPECT_EQ(output(folder, "merge last.json b.json"), output(folder, "g2 a.tgx b.tgx"));
+    // Of one name, in two folders.
+    std::filesystem::create_directory(folder.file("two"));
+    std::filesystem::rename(folder.file("b.tgx"), folder.file("two/a.tgx"));
+    for (const char *line : {"g2 a.tgx --json -o a.json", "g2 two/a.tgx --json -o b.json"})
+        output(folder, line);
+    EXPECT_TRUE(output(folder, "merge a.json b.json --json") == output(folder, "g2 a.tgx two/a.tgx --json"));
 }
 
 TEST(SeveralFiles, KeepTheirLossesAndSayWhereASumIsNone)
@@ -259,4 +265,12 @@ TEST(Batch, OutlivesAProcessThatIsKilledAndEndsAtOnceByCtrlC)
     for (size_t i = 0; i < lines.size(); ++i) EXPECT_TRUE(lines[i].starts_with(states[i])) << lines[i];
     const auto folderEntries = std::filesystem::directory_iterator(folder.path() / "job.results");
     EXPECT_EQ(std::distance(begin(folderEntries), end(folderEntries)), 2) << "whole results alone";
+
+    const Started alone = start(folder, "batch job.json long.tgx");
+    alone.interruptWhen([&] { return waitFor(alone, "long.tgx"); }, {SIGKILL});
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const std::string words = fmt::format("/proc/{}/cmdline", process); // a zombie has none
+    while (!contents(words).empty() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(contents(words), "") << "it ends with the batch";
 }
