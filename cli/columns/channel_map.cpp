@@ -134,7 +134,7 @@ std::string placeText(Place place)
     if (place == leftOut) return "left out";
     if (place == syncPlace) return "sync";
     if (place >= markerPlace) return fmt::format("markers {}", place - markerPlace);
-    return fmt::format("input {}", (place - 1) % inputsPerFile + 1);
+    return fmt::format("input {}", inputOf(place));
 }
 
 } // namespace Tessel::Cli

@@ -30,6 +30,23 @@ inline bool isInput(Place place)
     return place != leftOut && place < markerPlace;
 }
 
+// Of an input: its file, from 0, and its number there, from 1.
+inline uint32_t fileOf(Place place)
+{
+    return (place - 1u) / inputsPerFile;
+}
+
+inline uint32_t inputOf(Place place)
+{
+    return (place - 1u) % inputsPerFile + 1;
+}
+
+// Syncs and markers are in all files.
+inline bool isIn(Place place, uint32_t file)
+{
+    return isInput(place) ? fileOf(place) == file : place != leftOut;
+}
+
 // "0,8,1,9": inputs 1, 2, 3, 4; "1=1,2=2,5=sync"; "32-95"; "codes": as unfold has them. Throws a usage Failure.
 ChannelMap parseChannelMap(const std::string &text);
 

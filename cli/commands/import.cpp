@@ -2,19 +2,15 @@
 // once to write it.
 #include "columns/time_order.h"
 #include "commands/commands.h"
-#include "commands/import_files.h"
-#include "commands/import_plan.h"
+#include "commands/import_report.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
 #include "program/interrupt.h"
 #include "program/options.h"
 #include "program/output.h"
 #include "program/progress.h"
-#include "program/units.h"
-#include "program/visible_text.h"
 
 #include <CLI/CLI.hpp>
-#include <boost/json/array.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -24,19 +20,6 @@
 namespace Tessel::Cli {
 
 namespace {
-
-constexpr const char *importSchema = "tessel.import/1";
-
-// What became of the table.
-struct Imported
-{
-    EventTable Table;
-    ImportUnits Units;
-    Cli::Scaling Scaling;
-    Survey Found;
-    ImportFiles Files;
-    double Seconds = 0;
-};
 
 void stopIfInterrupted()
 {
@@ -99,160 +82,6 @@ Survey seenTable(Imported &imported)
     });
     if (found.Events == 0) throw Failure(Exit::Failed, fmt::format("{}: has no events", imported.Table.Shown));
     return found;
-}
-
-uint64_t eventsAt(const Imported &imported, auto isWanted)
-{
-    uint64_t events = 0;
-    for (uint32_t channel = 0; channel < mostChannels; ++channel)
-        if (isWanted(imported.Files.Map.Places[channel])) events += imported.Found.Counts[channel];
-    return events;
-}
-
-uint64_t leftOutEvents(const Imported &imported)
-{
-    return eventsAt(imported, [](Place place) { return place == leftOut; });
-}
-
-// Of the recorded times, in ps; of microtimes in units of the dtime.
-double roundingPs(const Imported &imported)
-{
-    return largestRounding(imported.Scaling.Times) * timeUnitPs(imported.Units);
-}
-
-// Empty: there is none.
-std::string shiftText(const Imported &imported)
-{
-    const NumberScaler &times = imported.Scaling.Times;
-    const char *tick = imported.Units.MeasMode == 3 ? "sync" : "tick";
-    if (times.ShiftUnits > 0) return periodText(imported.Units.ResolutionPs);
-    if (times.ShiftTicks == 0) return {};
-    return fmt::format("{} {}{} of {}", times.ShiftTicks, tick, times.ShiftTicks > 1 ? "s" : "",
-                       periodText(imported.Units.TickPs));
-}
-
-std::vector<std::string> remarks(const Imported &imported)
-{
-    const ImportUnits &units = imported.Units;
-    std::vector<std::string> remarks;
-    const double rounding = roundingPs(imported);
-    if (rounding > 0)
-        remarks.push_back(fmt::format("times were rounded to units of {}, by at most {:.3g} ps",
-                                      periodText(units.ResolutionPs), rounding));
-    const double dtimeRounding = largestRounding(imported.Scaling.Microtimes) * units.ResolutionPs.value();
-    if (dtimeRounding > 0)
-        remarks.push_back(fmt::format("microtimes were rounded to units of {}, by at most {:.3g} ps",
-                                      periodText(units.ResolutionPs), dtimeRounding));
-    const char *unit = units.MeasMode == 3 ? "sync" : "tick";
-    if (const uint64_t ticks = imported.Scaling.Times.OriginTicks; ticks > 0)
-        remarks.push_back(fmt::format("times count from the first row: {} {}s of {} were taken off", ticks,
-                                      unit, periodText(units.TickPs)));
-    if (const std::string shift = shiftText(imported); !shift.empty())
-        remarks.push_back(
-            "the first event was at 0, which some measurements take for no time: all are later by " + shift);
-    if (imported.Found.StepsBack > 0)
-        remarks.push_back(
-            fmt::format("sorted (steps back: {}, largest {})", imported.Found.StepsBack,
-                        timeText(static_cast<double>(imported.Found.LargestStep) * timeUnitPs(units))));
-    if (units.MeasMode == 3 && !imported.Table.HasMicrotimes)
-        remarks.push_back("there are no microtimes: all dtimes are 0");
-    if (const uint64_t events = leftOutEvents(imported); events > 0)
-        remarks.push_back(fmt::format("{} events of channels that --map doesn't name were left out", events));
-    return remarks;
-}
-
-boost::json::array filesJson(const Imported &imported)
-{
-    const ChannelMap &map = imported.Files.Map;
-    boost::json::array files;
-    for (uint32_t i = 0; i < imported.Files.Files.size(); ++i) {
-        const ImportFile &file = imported.Files.Files[i];
-        boost::json::array channels;
-        for (uint32_t channel = 0; channel < mostChannels; ++channel) {
-            const Place place = map.Places[channel];
-            const bool isHere = isInput(place) ? (place - 1u) / inputsPerFile == i : place != leftOut;
-            if (!isHere || imported.Found.Counts[channel] == 0) continue;
-            boost::json::value input = nullptr;
-            if (isInput(place)) input = (place - 1u) % inputsPerFile + 1;
-            channels.push_back({{"recorded", channel},
-                                {"name", placeText(place)},
-                                {"input", std::move(input)},
-                                {"events", imported.Found.Counts[channel]}});
-        }
-        files.push_back({{"file", jsonName(file.Into.Path)},
-                         {"inputs", file.NumInputs},
-                         {"records", file.NumRecords},
-                         {"channels", std::move(channels)}});
-    }
-    return files;
-}
-
-boost::json::object importJson(const Imported &imported)
-{
-    const ImportUnits &units = imported.Units;
-    const bool isT3 = units.MeasMode == 3;
-    boost::json::object result;
-    result["schema"] = importSchema;
-    result["mode"] = isT3 ? "T3" : "T2";
-    result["events"] = imported.Found.Events - leftOutEvents(imported);
-    result["leftOut"] = leftOutEvents(imported);
-    result["files"] = filesJson(imported);
-    result["tick"] = periodText(units.TickPs);
-    result["resolution"] = periodText(units.ResolutionPs);
-    result["largestRoundingPs"] = jsonNumber(roundingPs(imported));
-    result["originTicks"] = imported.Scaling.Times.OriginTicks;
-    result["shiftTicks"] = imported.Scaling.Times.ShiftTicks;
-    result["shiftUnits"] = imported.Scaling.Times.ShiftUnits;
-    result["rowsBack"] = imported.Found.StepsBack;
-    result["largestStepBackPs"] =
-        jsonNumber(static_cast<double>(imported.Found.LargestStep) * timeUnitPs(units));
-    boost::json::array notes;
-    for (const std::string &text : remarks(imported)) notes.emplace_back(text);
-    result["notes"] = std::move(notes);
-    return result;
-}
-
-// "channels 64 to 127 are inputs 1 to 64", or one by one.
-std::string channelsText(const Imported &imported, uint32_t file)
-{
-    std::string text;
-    uint64_t first = mostChannels, last = 0, number = 0;
-    bool isRegular = true; // one input after the other
-    for (uint32_t channel = 0; channel < mostChannels; ++channel) {
-        const Place place = imported.Files.Map.Places[channel];
-        const bool isHere = isInput(place) ? (place - 1u) / inputsPerFile == file : place != leftOut;
-        if (!isHere || imported.Found.Counts[channel] == 0) continue;
-        isRegular &= isInput(place) && (first == mostChannels || place - imported.Files.Map.Places[first] ==
-                                                                     static_cast<int>(channel - first));
-        first = std::min<uint64_t>(first, channel);
-        last = channel;
-        ++number;
-        text += fmt::format("{}{} is {}", text.empty() ? "" : ", ", channel, placeText(place));
-    }
-    if (first == mostChannels) return "no events";
-    constexpr uint64_t mostListed = 4;
-    if (!isRegular || number <= mostListed) return "channel " + text;
-    const ChannelMap &map = imported.Files.Map;
-    return fmt::format("channels {} to {} are inputs {} to {}", first, last,
-                       (map.Places[first] - 1u) % inputsPerFile + 1,
-                       (map.Places[last] - 1u) % inputsPerFile + 1);
-}
-
-void noteImport(const Imported &imported)
-{
-    const ImportUnits &units = imported.Units;
-    if (!imported.Table.Taken.empty()) note(fmt::format("{}: {}", imported.Table.Shown, imported.Table.Taken));
-    for (uint32_t i = 0; i < imported.Files.Files.size(); ++i)
-        note(fmt::format("{}: {}, {}", imported.Files.Files[i].Into.Shown,
-                         units.MeasMode == 3
-                             ? fmt::format("T3, sync period {}, dtimes of {}", periodText(units.TickPs),
-                                           periodText(units.ResolutionPs))
-                             : fmt::format("T2, times in units of {}", periodText(units.ResolutionPs)),
-                         channelsText(imported, i)));
-    for (const std::string &text : remarks(imported)) note(text);
-    const uint64_t events = imported.Found.Events - leftOutEvents(imported);
-    note(fmt::format("{} events in {:.2f} s, {} events/s", events, imported.Seconds,
-                     countText(static_cast<double>(events) / std::max(imported.Seconds, 1e-9))));
 }
 
 void import(Imported &imported, ImportOptions options)
@@ -366,36 +195,50 @@ void addColumnOptions(CLI::App &command, TableOptions &table)
         ->type_name("TYPES");
 }
 
+CLI::Option *addText(CLI::App &command, const char *name, std::string &value, const char *help,
+                     const char *type)
+{
+    return command.add_option(name, value, help)->type_name(type);
+}
+
+void addUnitOptions(CLI::App &command, ImportOptions &options)
+{
+    asOneOf(
+        addText(command, "--mode", options.Mode, "By default T3 if there are microtimes or a sync period", ""),
+        {"t2", "t3"});
+    addText(command, "--tick", options.Tick, "T2: what a time of 1 is [ps]", "PERIOD");
+    addText(command, "--sync-period", options.SyncPeriod, "T3: from a sync to the next [ps]", "PERIOD");
+    addText(command, "--sync-rate", options.SyncRate, "T3: the same as a rate", "RATE");
+    addText(command, "--microtime-unit", options.MicrotimeUnit, "T3: what a microtime of 1 is [ps]", "PERIOD");
+    addText(command, "--resolution", options.Resolution,
+            "Unit of the times (T2) or dtimes (T3) of the recording [ps]", "PERIOD");
+}
+
+void addChannelOptions(CLI::App &command, ImportOptions &options)
+{
+    addText(command, "--map", options.Map, "What recorded channels become", "MAP");
+    asNumber(command.add_option("--sync", options.Sync, "T2: the recorded channel that is the sync"), 0,
+             mostChannels - 1);
+    asNumber(command.add_option("--inputs", options.Inputs, "The recording has at least so many inputs"), 1,
+             inputsPerFile);
+}
+
 } // namespace
 
 Command addImport(CLI::App &program)
 {
     const auto options = std::make_shared<ImportOptions>();
     CLI::App *command = program.add_subcommand("import", "Make a recording of columns: text, NPY, numbers");
-    const auto text = [&](const char *name, std::string &value, const char *help, const char *type) {
-        return command->add_option(name, value, help)->type_name(type);
-    };
-    text("OUT", options->Path, "The recording to write (.tgx)", "")->required();
+    addText(*command, "OUT", options->Path, "The recording to write (.tgx)", "")->required();
     addColumnOptions(*command, options->Table);
-    asOneOf(text("--mode", options->Mode, "By default T3 if there are microtimes or a sync period", ""),
-            {"t2", "t3"});
-    text("--tick", options->Tick, "T2: what a time of 1 is [ps]", "PERIOD");
-    text("--sync-period", options->SyncPeriod, "T3: from a sync to the next [ps]", "PERIOD");
-    text("--sync-rate", options->SyncRate, "T3: the same as a rate", "RATE");
-    text("--microtime-unit", options->MicrotimeUnit, "T3: what a microtime of 1 is [ps]", "PERIOD");
-    text("--resolution", options->Resolution, "Unit of the times (T2) or dtimes (T3) of the recording [ps]",
-         "PERIOD");
-    text("--map", options->Map, "What recorded channels become", "MAP");
-    asNumber(command->add_option("--sync", options->Sync, "T2: the recorded channel that is the sync"), 0,
-             mostChannels - 1);
-    asNumber(command->add_option("--inputs", options->Inputs, "The recording has at least so many inputs"), 1,
-             inputsPerFile);
+    addUnitOptions(*command, *options);
+    addChannelOptions(*command, *options);
     command->add_flag("--sort", options->Sort,
                       "Put rows in order; --sort=TIME only if they go back no further");
     command->add_flag("--from-first", options->FromFirst,
                       "Times count from the first row, in whole ticks or syncs");
     command->add_flag("--keep-zero", options->KeepsZero, "Leave a first event at a time of 0 where it is");
-    text("--comment", options->Comment, "Comment in the header of the file", "TEXT");
+    addText(*command, "--comment", options->Comment, "Comment in the header of the file", "TEXT");
     command->add_flag("--json", options->Json, "Write what was imported as one JSON object");
     command->add_flag("--force", options->Force, "Replace OUT if it is there already");
     command->footer(importFooter);

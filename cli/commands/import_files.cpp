@@ -30,10 +30,10 @@ std::vector<double> inputRates(const ChannelMap &map, uint32_t file, uint32_t nu
                                double seconds)
 {
     std::vector<double> rates(numInputs);
-    for (uint32_t channel = 0; channel < mostChannels; ++channel) {
+    for (const uint32_t channel : channelsIn(map, found, file)) {
         const Place place = map.Places[channel];
-        if (!isInput(place) || (place - 1u) / inputsPerFile != file || found.Counts[channel] == 0) continue;
-        double &rate = rates[(place - 1u) % inputsPerFile];
+        if (!isInput(place)) continue;
+        double &rate = rates[inputOf(place) - 1];
         rate = std::min(2e9, rate + static_cast<double>(found.Counts[channel]) / seconds);
     }
     return rates;
@@ -42,10 +42,7 @@ std::vector<double> inputRates(const ChannelMap &map, uint32_t file, uint32_t nu
 double syncRate(const ImportUnits &units, const ChannelMap &map, const Survey &found, double seconds)
 {
     if (units.MeasMode == 3) return picosecondsPerSecond / units.TickPs.value();
-    uint64_t syncs = 0;
-    for (uint32_t channel = 0; channel < mostChannels; ++channel)
-        if (map.Places[channel] == syncPlace) syncs += found.Counts[channel];
-    return std::min(2e9, static_cast<double>(syncs) / seconds);
+    return std::min(2e9, static_cast<double>(eventsAt(map, found, syncPlace)) / seconds);
 }
 
 // Which recorded channels these are, in the header.
@@ -53,12 +50,9 @@ std::string commentOf(const ImportOptions &options, const ChannelMap &map, const
 {
     if (!options.Comment.empty()) return options.Comment;
     std::string text = "imported; recorded channels:";
-    for (uint32_t channel = 0; channel < mostChannels; ++channel) {
-        const Place place = map.Places[channel];
-        const bool isHere = !isInput(place) || (place - 1u) / inputsPerFile == file;
-        if (found.Counts[channel] > 0 && place != leftOut && isHere)
-            text += fmt::format("{} {} = {}", text.ends_with(':') ? "" : ",", channel, placeText(place));
-    }
+    for (const uint32_t channel : channelsIn(map, found, file))
+        text +=
+            fmt::format("{} {} = {}", text.ends_with(':') ? "" : ",", channel, placeText(map.Places[channel]));
     return text;
 }
 
@@ -87,6 +81,22 @@ tessel_recording *newFile(const ImportFile &file, const ImportUnits &units, doub
 ImportFiles::~ImportFiles()
 {
     for (ImportFile &file : Files) tessel_recordingClose(file.Recording);
+}
+
+std::vector<uint32_t> channelsIn(const ChannelMap &map, const Survey &found, uint32_t file)
+{
+    std::vector<uint32_t> channels;
+    for (uint32_t channel = 0; channel < mostChannels; ++channel)
+        if (found.Counts[channel] > 0 && isIn(map.Places[channel], file)) channels.push_back(channel);
+    return channels;
+}
+
+uint64_t eventsAt(const ChannelMap &map, const Survey &found, Place place)
+{
+    uint64_t events = 0;
+    for (uint32_t channel = 0; channel < mostChannels; ++channel)
+        if (map.Places[channel] == place) events += found.Counts[channel];
+    return events;
 }
 
 std::string pathOfFile(const std::string &path, uint32_t file, uint32_t numFiles)

@@ -38,6 +38,12 @@ struct ImportFiles
     ChannelMap Map;
 };
 
+// The recorded channels whose events are in a file, upwards.
+std::vector<uint32_t> channelsIn(const ChannelMap &map, const Survey &found, uint32_t file);
+
+// How many events go there.
+uint64_t eventsAt(const ChannelMap &map, const Survey &found, Place place);
+
 // "OUT-2.tgx" for the second of several.
 std::string pathOfFile(const std::string &path, uint32_t file, uint32_t numFiles);
 
@@ -51,12 +57,12 @@ inline void addEvent(ImportFiles &files, uint64_t time, uint32_t channel, uint32
     const Place place = files.Map.Places[channel];
     if (place == leftOut) return;
     if (isInput(place)) {
-        const uint32_t input = place - 1u;
-        Sim::WordWriter &words = files.Files[input / inputsPerFile].Words;
+        const uint32_t input = inputOf(place) - 1; // of the words
+        Sim::WordWriter &words = files.Files[fileOf(place)].Words;
         if (files.IsT3)
-            Sim::addT3Photon(words, input % inputsPerFile, time, dtime);
+            Sim::addT3Photon(words, input, time, dtime);
         else
-            Sim::addT2Photon(words, input % inputsPerFile, time);
+            Sim::addT2Photon(words, input, time);
         return;
     }
     for (ImportFile &file : files.Files) {
