@@ -132,6 +132,13 @@ std::string headerText(const SourceFile &file, uint64_t &dataStart)
     return text;
 }
 
+void checkLength(const SourceFile &file, Wide bytes)
+{
+    if (bytes != file.Bytes)
+        refuseNpy(file, fmt::format("has {} bytes, but {} by its header", file.Bytes,
+                                    static_cast<uint64_t>(std::min<Wide>(bytes, ~uint64_t(0)))));
+}
+
 } // namespace
 
 bool isNpy(const SourceFile &file)
@@ -160,14 +167,11 @@ std::vector<NpyColumn> npyColumns(std::shared_ptr<const SourceFile> file)
         rowBytes = columns.size() * bytesOf(first.Type);
     }
     if (columns.empty()) refuseNpy(*file, "the NPY header has no type that is read");
+    checkLength(*file, Wide(rows) * rowBytes + dataStart);
     for (NpyColumn &each : columns) {
         each.Column.Offset += dataStart;
         each.Column.Count = rows;
     }
-    const Wide end = Wide(rows) * rowBytes + dataStart;
-    if (end != file->Bytes)
-        refuseNpy(*file, fmt::format("has {} bytes, but {} by its header", file->Bytes,
-                                     static_cast<uint64_t>(std::min<Wide>(end, ~uint64_t(0)))));
     return columns;
 }
 

@@ -1,5 +1,6 @@
 #include "columns/text_table.h"
 
+#include "columns/text_number.h"
 #include "program/exit_codes.h"
 #include "program/visible_text.h"
 
@@ -67,60 +68,6 @@ bool startsLikeNumber(const std::string &cell)
     return at != cell.npos && cell[at] >= '0' && cell[at] <= '9';
 }
 
-// Mantissa and power of ten of a number without a sign.
-struct ReadNumber
-{
-    uint64_t Value = 0;
-    int Decimals = 0;
-    const char *End = nullptr; // null: not a number, or too large
-};
-
-// The digits from `at` on; null: they don't fit. Adds to `count`.
-const char *readDigits(const char *at, const char *end, uint64_t &value, int &count)
-{
-    constexpr uint64_t mostBeforeDigit = ~uint64_t(0) / 10;
-    const char *start = at;
-    for (; at < end && static_cast<unsigned char>(*at - '0') <= 9; ++at) {
-        const auto digit = static_cast<uint64_t>(*at - '0');
-        if (value >= mostBeforeDigit && (value > mostBeforeDigit || digit > 5)) return nullptr;
-        value = value * 10 + digit;
-    }
-    count += static_cast<int>(at - start);
-    return at;
-}
-
-// Behind the e.
-bool applyExponent(ReadNumber &number, const char *end)
-{
-    const bool isNegative = number.End < end && *number.End == '-';
-    if (number.End < end && (*number.End == '-' || *number.End == '+')) ++number.End;
-    uint64_t exponent = 0;
-    int digits = 0;
-    number.End = readDigits(number.End, end, exponent, digits);
-    if (!number.End || digits == 0 || exponent > 99) return false;
-    number.Decimals += isNegative ? static_cast<int>(exponent) : -static_cast<int>(exponent);
-    for (; number.Decimals > 0 && number.Value % 10 == 0 && number.Value > 0; --number.Decimals)
-        number.Value /= 10;
-    if (number.Value == 0) number.Decimals = 0;
-    for (; number.Decimals < 0; ++number.Decimals)
-        if (__builtin_mul_overflow(number.Value, uint64_t(10), &number.Value)) return false;
-    return true;
-}
-
-ReadNumber readNumber(const char *at, const char *end)
-{
-    ReadNumber number;
-    int digits = 0;
-    number.End = readDigits(at, end, number.Value, digits);
-    if (number.End && number.End < end && *number.End == '.')
-        number.End = readDigits(number.End + 1, end, number.Value, number.Decimals);
-    if (!number.End || digits + number.Decimals == 0) return {};
-    const bool hasExponent = number.End < end && (*number.End | 32) == 'e';
-    if (hasExponent && (++number.End, !applyExponent(number, end))) return {};
-    if (number.Decimals >= binaryPower) return {};
-    return number;
-}
-
 enum class Cell { Time, Channel, Microtime };
 
 struct WantedCell
@@ -154,14 +101,14 @@ std::vector<WantedCell> wantedCells(const TextColumns &columns)
     refuseLine(table, table.Line, cell.empty() ? "a number is missing" : fmt::format("\"{}\" {}", shown, why));
 }
 
-void storeNumber(Numbers &numbers, size_t row, const ReadNumber &number)
+void storeNumber(Numbers &numbers, size_t row, const TextNumber &number)
 {
     numbers.Values[row] = number.Value;
     numbers.Powers[row] = static_cast<uint8_t>(number.Decimals);
     numbers.AreWhole &= number.Decimals == 0;
 }
 
-void store(const TextTable &table, Rows &rows, Cell what, const ReadNumber &number, std::string_view shown)
+void store(const TextTable &table, Rows &rows, Cell what, const TextNumber &number, std::string_view shown)
 {
     switch (what) {
     case Cell::Time: return storeNumber(rows.Times, rows.Count, number);
@@ -195,7 +142,7 @@ void readLine(const TextTable &table, const std::vector<WantedCell> &wanted, con
                            fmt::format("has {} columns, {} are needed", column + 1, wanted.back().Column + 1));
         }
         while (at < end && isBlankOrQuote(*at) && *at != table.Separator) ++at;
-        const ReadNumber number = readNumber(at, end);
+        const TextNumber number = readTextNumber(at, end);
         if (!number.End) refuseCell(table, at, end);
         const char *behind = number.End;
         while (behind < end && isBlankOrQuote(*behind) && *behind != table.Separator) ++behind;

@@ -183,22 +183,20 @@ Examples:
       --sync-rate 80MHz --microtime-unit 25ns/4096
   tessel unfold run.tgx --from 1s --to 2s | tessel import second.tgx -)";
 
-void addColumnOptions(CLI::App &command, TableOptions &table)
-{
-    command.add_option("SOURCE", table.Source, "What to read; - for standard input")->type_name("");
-    command.add_option("--times", table.Times, "Column of the times, or a file of them")->type_name("COLUMN");
-    command.add_option("--channels", table.Channels, "Column of the channels, or a file of them")
-        ->type_name("COLUMN");
-    command.add_option("--microtimes", table.Microtimes, "T3: column of the microtimes, or a file of them")
-        ->type_name("COLUMN");
-    command.add_option("--raw", table.Raw, "SOURCE is rows of numbers of these types, little-endian")
-        ->type_name("TYPES");
-}
-
 CLI::Option *addText(CLI::App &command, const char *name, std::string &value, const char *help,
                      const char *type)
 {
     return command.add_option(name, value, help)->type_name(type);
+}
+
+void addColumnOptions(CLI::App &command, TableOptions &table)
+{
+    addText(command, "SOURCE", table.Source, "What to read; - for standard input", "");
+    addText(command, "--times", table.Times, "Column of the times, or a file of them", "COLUMN");
+    addText(command, "--channels", table.Channels, "Column of the channels, or a file of them", "COLUMN");
+    addText(command, "--microtimes", table.Microtimes, "T3: column of the microtimes, or a file of them",
+            "COLUMN");
+    addText(command, "--raw", table.Raw, "SOURCE is rows of numbers of these types, little-endian", "TYPES");
 }
 
 void addUnitOptions(CLI::App &command, ImportOptions &options)
