@@ -18,7 +18,7 @@ from ._open import open as open_device
 from .errors import TesselError
 from .jobs import Job, JobLike, read_job, start
 from .merging import merge
-from .results import PathLike, Result, optional_package
+from .results import PathLike, Result, optional_package, worst_verdict
 
 Progress = Callable[[int, int], Any]
 
@@ -119,7 +119,7 @@ def _measure(job: Job, path: str, threads: int = 0) -> _Part:
             path,
             records=int(info.description["NumRecs"]),
             rates=rates,
-            verdict=max(info.verdict, recording["verdict"], key=("clean", "lossy", "invalid").index),
+            verdict=worst_verdict(info.verdict, recording["verdict"]),
             losses={**recording["losses"], **info.losses},
             complete=info.complete,
             seconds=time.monotonic() - begin,

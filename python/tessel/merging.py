@@ -12,9 +12,7 @@ from typing import Any, Dict, Iterable, List, Optional
 import numpy as np
 
 from .errors import TesselError
-from .results import Result, RunInfo, frozen
-
-_VERDICTS = ("clean", "lossy", "invalid")
+from .results import Result, RunInfo, frozen, worst_verdict
 
 
 def merge(results: Iterable[Result]) -> Result:
@@ -111,15 +109,11 @@ def _info_of_two(a: RunInfo, b: RunInfo) -> RunInfo:
         runs=runs,
         description={"NumRecs": a.description["NumRecs"] + b.description["NumRecs"]},
         losses=_losses(a.losses, b.losses),
-        verdict=_worst(a.verdict, b.verdict),
+        verdict=worst_verdict(a.verdict, b.verdict),
         order=_order(a.order, b.order),
         recording=_recordings(a.recording, b.recording),
         complete=a.complete and b.complete,
     )
-
-
-def _worst(*verdicts: str) -> str:
-    return max(verdicts, key=_VERDICTS.index)
 
 
 def _losses(a: Dict[str, Any], b: Dict[str, Any]) -> Dict[str, Any]:
@@ -150,4 +144,4 @@ def _order(a: Dict[str, Any], b: Dict[str, Any]) -> Dict[str, Any]:
 def _recordings(a: Optional[Dict[str, Any]], b: Optional[Dict[str, Any]]) -> Optional[Dict[str, Any]]:
     if a is None or b is None:
         return a or b
-    return {"verdict": _worst(a["verdict"], b["verdict"]), "losses": _losses(a["losses"], b["losses"])}
+    return {"verdict": worst_verdict(a["verdict"], b["verdict"]), "losses": _losses(a["losses"], b["losses"])}

@@ -39,6 +39,11 @@ def optional_package(name: str, purpose: str) -> Any:
         raise PackageMissing(f"{purpose} needs the package {name.split('.')[0]}, which isn't installed") from problem
 
 
+def worst_verdict(*verdicts: str) -> str:
+    """The worst of them, from clean over lossy to invalid."""
+    return max(verdicts, key=("clean", "lossy", "invalid").index)
+
+
 @dataclass(frozen=True)
 class RunInfo:
     """Where a result comes from.

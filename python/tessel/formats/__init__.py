@@ -21,7 +21,7 @@ from ..blocks import FIRST_MARKER, OVERFLOW
 from ..results import PathLike
 from ..units import Time
 from ..words import MOST_DTIME, MOST_INPUTS, Recorder
-from .source import Inputs, Source, codes_of, scan
+from .source import Inputs, Scan, Source, codes_of, scan
 
 # By ending, the module, which is imported when it is needed, and what of it.
 _ENDINGS_IN: Dict[str, Tuple[str, str]] = {
@@ -153,25 +153,12 @@ def _import(source: Source, target: Path, options: Dict[str, Any]) -> Tuple[int,
     found = scan(source)
     wanted: Inputs = options.get("inputs")
     inputs = codes_of(source, found, wanted)
-    codes = np.full(1 << 16, OVERFLOW, np.uint8)
-    for channel, number in inputs.items():
-        codes[channel] = number
-    notes = list(source.notes)
-    left_out = int(found.counts.sum() - found.counts[list(inputs)].sum())
-    if left_out:
-        notes.append(f"{left_out} events of other channels were left out")
-    numbers = [number for number in inputs.values() if 1 <= number <= MOST_INPUTS]
-    num_inputs = max(numbers, default=1)
     seconds = found.last * source.tick_ps * 1e-12
-    rates = [0.0] * num_inputs
-    for channel, number in inputs.items():
-        if 1 <= number <= MOST_INPUTS and seconds > 0:
-            rates[number - 1] = min(2e9, rates[number - 1] + float(found.counts[channel]) / seconds)
-    events = 0
+    rates = _rates(inputs, found, seconds)
     part = target.with_name(target.name + ".part")
     with Recorder(
         part,
-        num_inputs=num_inputs,
+        num_inputs=len(rates),
         time_unit=1 if source.is_t3 else source.whole_unit(),
         resolution=source.dtime_width(found) if source.is_t3 else None,
         sync_rate=1e12 / source.tick_ps if source.is_t3 else 0.0,
@@ -179,19 +166,40 @@ def _import(source: Source, target: Path, options: Dict[str, Any]) -> Tuple[int,
         rates=rates,
         comment=options.get("comment", source.comment),
     ) as recorder:
-        for block in source.blocks():
-            channels = codes[block.channels]
-            kept = channels != OVERFLOW
-            if not kept.all():
-                block, channels = block.where(kept), channels[kept]
-            try:
-                recorder.write(source.whole_times(block.times), channels, source.fitting_dtimes(block.dtimes, found))
-            except ValueError as problem:
-                raise ValueError(f"{source.name}: after {events} events: {problem}") from None
-            events += len(channels)
+        events = _record(recorder, source, found, inputs)
     os.replace(part, target)
-    notes += source.rounding_notes(found)
-    return events, inputs, notes
+    left_out = int(found.counts.sum()) - events
+    left_out_notes = [f"{left_out} events of other channels were left out"] if left_out else []
+    return events, inputs, [*source.notes, *left_out_notes, *source.rounding_notes(found)]
+
+
+def _rates(inputs: Dict[int, int], found: Scan, seconds: float) -> List[float]:
+    """Counts per second of each input, up to the last that there is; those that share one are added."""
+    numbers = [number for number in inputs.values() if 1 <= number <= MOST_INPUTS]
+    rates = [0.0] * max(numbers, default=1)
+    for channel, number in inputs.items():
+        if 1 <= number <= MOST_INPUTS and seconds > 0:
+            rates[number - 1] = min(2e9, rates[number - 1] + float(found.counts[channel]) / seconds)
+    return rates
+
+
+def _record(recorder: Recorder, source: Source, found: Scan, inputs: Dict[int, int]) -> int:
+    """Writes all events of these channels; how many there were."""
+    codes = np.full(1 << 16, OVERFLOW, np.uint8)
+    for channel, number in inputs.items():
+        codes[channel] = number
+    events = 0
+    for block in source.blocks():
+        channels = codes[block.channels]
+        kept = channels != OVERFLOW
+        if not kept.all():
+            block, channels = block.where(kept), channels[kept]
+        try:
+            recorder.write(source.whole_times(block.times), channels, source.fitting_dtimes(block.dtimes, found))
+        except ValueError as problem:
+            raise ValueError(f"{source.name}: after {events} events: {problem}") from None
+        events += len(channels)
+    return events
 
 
 def _export(source: Path, target: Path, options: Dict[str, Any]) -> Tuple[int, Dict[int, int], List[str]]:
