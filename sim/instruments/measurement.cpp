@@ -262,9 +262,9 @@ void applySettings(Measurement &m, const InstrumentDescription &instrument, cons
     }
 }
 
-void advanceTo(Measurement &m, uint64_t timePs, size_t mostWords, int mostWindows)
+void advanceTo(Measurement &m, uint64_t timePs, size_t mostWords, int windows)
 {
-    for (; !m.IsOver && mostWindows > 0; --mostWindows) {
+    for (; !m.IsOver && windows > 0; --windows) {
         const uint64_t endPs = std::min(m.DonePs + m.WindowPs, m.EndPs);
         if (endPs > timePs || wordsWaiting(m.Recorder.Fifo) >= mostWords) return;
         passWindow(m, endPs);

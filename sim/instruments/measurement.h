@@ -61,8 +61,8 @@ Measurement startMeasurement(const InstrumentDescription &instrument, const Sett
 void applySettings(Measurement &measurement, const InstrumentDescription &instrument, const Settings &settings);
 
 // Lets time pass up to `timePs`, in whole windows; at most until about `mostWords` wait in the FIFO, and at
-// most `mostWindows`.
-void advanceTo(Measurement &measurement, uint64_t timePs, size_t mostWords, int mostWindows);
+// most `windows`.
+void advanceTo(Measurement &measurement, uint64_t timePs, size_t mostWords, int windows);
 
 // The truth without the events that were still on their way at the end.
 Truth settled(const Measurement &measurement);

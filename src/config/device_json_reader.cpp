@@ -11,7 +11,6 @@
 
 #include <cmath>
 #include <limits>
-#include <ranges>
 #include <span>
 #include <type_traits>
 #include <utility>
@@ -142,7 +141,8 @@ void readRowField(const JsonObject &from, Row &row, const Field<Row> &field)
 ModuleRow moduleIn(const JsonObject &from)
 {
     ModuleRow row;
-    for (const ModuleField &field : moduleFields() | std::views::reverse) readField(from, row, field);
+    const auto fields = moduleFields();
+    for (auto field = fields.rbegin(); field != fields.rend(); ++field) readField(from, row, *field);
     return row;
 }
 
@@ -153,8 +153,9 @@ ChannelRow channelIn(const JsonObject &from, ChannelRow row)
     const auto mode = triggerModeIn(from, modeField.Name);
     if (!mode) return row;
     row.TrigMode = *mode;
-    for (const ChannelField &field : channelFields() | std::views::reverse)
-        if (&field != &modeField && field.OnlyIn.value_or(*mode) == *mode) readRowField(from, row, field);
+    const auto fields = channelFields();
+    for (auto field = fields.rbegin(); field != fields.rend(); ++field)
+        if (&*field != &modeField && field->OnlyIn.value_or(*mode) == *mode) readRowField(from, row, *field);
     return row;
 }
 
@@ -166,8 +167,10 @@ std::vector<Row> rowsIn(const JsonObject &from, std::string_view key, Make make)
     const auto *elements = JSONparseJArray(from, key);
     if (!elements) return rows;
     if (elements->size() > mostInputs) logOutOfRange(key);
-    for (const auto &element : *elements | std::views::take(size_t{mostInputs}))
+    for (const auto &element : *elements) {
+        if (rows.size() == mostInputs) break;
         rows.push_back(make(objectOf(element), rows.size()));
+    }
     return rows;
 }
 

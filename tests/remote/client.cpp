@@ -97,8 +97,8 @@ TEST(Client, ServersOfEveryKind)
         Host host;
         const ScriptedServer server(behaviour), honest("honest");
         std::string said;
-        const auto time = timeOf([&] {
-            EXPECT_EQ(connectTo(server), connects);
+        const auto time = timeOf([&, expected = connects] {
+            EXPECT_EQ(connectTo(server), expected);
             said = lastErrorText();
         });
         EXPECT_LT(time, bound + slack);

@@ -200,7 +200,8 @@ TEST(InstrumentThatHangs, HoldsUpTheEndForTenSeconds)
         fake->hang(operation);
         uint8_t finished = 0;
         getHistogram(nullptr, 1000, 0, 0, counts.data(), &finished);
-        ASSERT_TRUE(eventually([&] { return fake.newCalls().find(operation) != std::string::npos; }));
+        ASSERT_TRUE(
+            eventually([&, name = operation] { return fake.newCalls().find(name) != std::string::npos; }));
         const auto begin = std::chrono::steady_clock::now();
         auto took = [&] { return std::chrono::steady_clock::now() - begin; };
         stopMeasure(nullptr);

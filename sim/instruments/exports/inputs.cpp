@@ -5,7 +5,7 @@ using namespace Tessel::Sim;
 
 namespace {
 
-constexpr ValueRange zeroOrOne{0, 1};
+[[maybe_unused]] constexpr ValueRange zeroOrOne{0, 1}; // not of every family
 constexpr int32_t furthestShiftPs = 99999;
 
 } // namespace
