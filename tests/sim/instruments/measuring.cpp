@@ -12,7 +12,7 @@ using namespace SimTest;
 
 namespace {
 
-const FamilyLibrary &zp = families[0], &cd = families[1];
+const FamilyLibrary &zpFamily = families[0], &cd = families[1];
 
 const std::string decays = "{'pace':'free','seed':7,'sync':{'periodPs':50000},"
                            "'input':{'rateCps':1e6,'darkCps':1000,'jitterPs':30}}";
@@ -93,8 +93,8 @@ TEST(SimulatedInstrument, CountsTheSameInAllModes)
 // The mean arrival of a decay is delay plus lifetime; five standard deviations of it.
 TEST(SimulatedInstrument, ShowsTheLightOfItsDescription)
 {
-    Loaded library(zp, "{'pace':'free','sync':{'periodPs':50000},'input':{'rateCps':1e6,"
-                       "'darkCps':0},'inputs':[{},{'signalPeriodPs':1e6,'rateCps':0}],'channels':4}");
+    Loaded library(zpFamily, "{'pace':'free','sync':{'periodPs':50000},'input':{'rateCps':1e6,"
+                             "'darkCps':0},'inputs':[{},{'signalPeriodPs':1e6,'rateCps':0}],'channels':4}");
     ASSERT_EQ(library.open(3), 0);
     const std::vector<Word> words = decoded(library.measure(200), 3);
     const double lifetimes[] = {800, 0, 2900, 4100};
@@ -153,7 +153,7 @@ TEST(SimulatedInstrument, AccountsForEachEvent)
     };
     for (const Case &row : cases) {
         const std::string more = row.Input.empty() ? "" : "," + row.Input;
-        Loaded library(zp, "{}");
+        Loaded library(zpFamily, "{}");
         library.describe("{'instruments':[{'pace':'free','channels':2,'truth':'" +
                          library.folder.file("truth.json") +
                          "','sync':{'periodPs':50000},'input':{'rateCps':1e6,'darkCps':0" + more + "}}]}");
@@ -202,7 +202,7 @@ TEST(SimulatedInstrument, MovesByOffsets)
         {[](const Loaded &zp) { zp("SetSyncDeadTime", 0, 1, 150000); }, {150000, 30500}}, // every second sync
     };
     for (const Case &row : cases) {
-        Loaded library(zp, periodic);
+        Loaded library(zpFamily, periodic);
         ASSERT_EQ(library.open(3), 0);
         row.Set(library);
         const std::vector<Word> words = decoded(library.measure(1), 3);
@@ -277,7 +277,7 @@ TEST(SimulatedInstrument, FiltersEvents)
          0x803, 0x80, 50000, 1, false, UINT64_MAX},
     };
     const auto measured = [&](void (*set)(const Loaded &)) {
-        Loaded library(zp, light);
+        Loaded library(zpFamily, light);
         EXPECT_EQ(library.open(2), 0);
         set(library);
         return ofInputs(decoded(library.measure(5), 2));
