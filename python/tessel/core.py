@@ -297,6 +297,8 @@ class Core:
 
     def _check_channel(self, channel: int, what: str) -> None:
         rows = self._call("getNumAllChans")
+        if isinstance(channel, float):
+            raise TypeError(f"{what}: a channel is a whole number, not {channel!r}")
         if not 0 <= channel < rows:
             raise ValueError(f"{what}: channels go from 0 (sync) to {rows - 1}, not {channel}")
 

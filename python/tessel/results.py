@@ -6,9 +6,13 @@ on are the memory that the library fills: they grow while one looks. They can't 
 
 from __future__ import annotations
 
+import contextlib
 import dataclasses
 import json
 import os
+import threading
+import zipfile
+import zlib
 from dataclasses import dataclass, field
 from typing import Any, ClassVar, Dict, List, Optional, Tuple, Type, TypeVar, Union
 
@@ -27,6 +31,13 @@ R = TypeVar("R", bound="Result")
 
 # The classes of results by their kind, as a saved file names them.
 _kinds: Dict[Any, Type[Any]] = {}
+
+
+def _of_numpy(number: Any) -> Any:
+    """A NumPy integer, as channels and numbers of bins often are, for JSON."""
+    if isinstance(number, np.generic):
+        return number.item()
+    raise TypeError(f"{number!r} can't be saved")
 
 
 def optional_package(name: str, purpose: str) -> Any:
@@ -186,11 +197,16 @@ class Result:
             for each in dataclasses.fields(self)
             if each.name != "info" and not isinstance(getattr(self, each.name), np.ndarray)
         }
-        text = json.dumps({"kind": self.kind, "info": dataclasses.asdict(self.info), "fields": plain})
-        written = os.fspath(path) + ".part"
-        with open(written, "wb") as file:
-            np.savez_compressed(file, json=np.array(text), **self.arrays())
-        os.replace(written, path)
+        text = json.dumps({"kind": self.kind, "info": dataclasses.asdict(self.info), "fields": plain}, default=_of_numpy)
+        written = f"{os.fspath(path)}.{os.getpid()}-{threading.get_ident()}.part"
+        try:
+            with open(written, "wb") as file:
+                np.savez_compressed(file, json=np.array(text), **self.arrays())
+            os.replace(written, path)
+        except BaseException:
+            with contextlib.suppress(OSError):
+                os.unlink(written)
+            raise
 
     def to_dataframe(self) -> Any:
         """The result as a ``pandas.DataFrame``; needs pandas.
@@ -324,14 +340,14 @@ def load(path: PathLike) -> Result:
     ValueError
         It holds no result of this package.
     """
-    with np.load(path, allow_pickle=False) as archive:
-        if "json" not in archive:
-            raise ValueError(f"{os.fspath(path)}: not a result of this package")
-        about = json.loads(str(archive["json"]))
-        arrays = {name: frozen(archive[name]) for name in archive.files if name != "json"}
-    made = _kinds.get(about.get("kind"))
-    if made is None:
-        raise ValueError(f"{os.fspath(path)}: a result of a kind that isn't known, {about.get('kind')!r}")
-    info = RunInfo(**{name: _as_tuple(v) if name == "channels" else v for name, v in about["info"].items()})
-    result: Result = made(info=info, **{name: _as_tuple(v) for name, v in about["fields"].items()}, **arrays)
+    try:
+        with open(path, "rb") as file, np.load(file, allow_pickle=False) as archive:
+            about = json.loads(str(archive["json"]))
+            arrays = {name: frozen(archive[name]) for name in archive.files if name != "json"}
+        info = RunInfo(**{name: _as_tuple(v) if name == "channels" else v for name, v in about["info"].items()})
+        result: Result = _kinds[about["kind"]](
+            info=info, **{name: _as_tuple(v) for name, v in about["fields"].items()}, **arrays
+        )
+    except (ValueError, KeyError, TypeError, AttributeError, EOFError, zipfile.BadZipFile, zlib.error) as wrong:
+        raise ValueError(f"{os.fspath(path)}: not a whole result of this package ({wrong})") from wrong
     return result

@@ -57,8 +57,26 @@ def test_a_result_is_kept_and_shown(kind: str) -> None:
 
 def test_what_is_no_result() -> None:
     np.savez("other.npz", a=np.zeros(3))
-    with pytest.raises(ValueError, match="not a result"):
-        tessel.load("other.npz")
+    with tessel.open("emitter.tgx") as dev:
+        result = dev.g2(np.int64(1), 2).wait()  # type: ignore[arg-type]
+        with pytest.raises(TypeError, match="not 1.5"):
+            dev.g2(1.5, 2)  # type: ignore[arg-type]
+    result.save("whole.npz")
+    assert tessel.load("whole.npz").info.parameters == result.info.parameters
+    with np.load("whole.npz") as archive:
+        np.savez("less.npz", **{name: archive[name] for name in ("json", "pairs")})
+    whole = Path("whole.npz").read_bytes()
+    for name, data in {"cut.npz": whole[:-200], "torn.npz": whole.replace(b"json", b"jsom"), "text.npz": b"no"}.items():
+        Path(name).write_bytes(data)
+    for name in ("other.npz", "less.npz", "cut.npz", "torn.npz", "text.npz"):
+        with pytest.raises(ValueError, match=f"{name}: not a whole result"):
+            tessel.load(name)
+    with pytest.raises(OSError):
+        result.save("none/g2.npz")
+    Path("folder.npz").mkdir()
+    with pytest.raises(OSError):
+        result.save("folder.npz")
+    assert not list(Path().glob("*.part"))
 
 
 def test_a_missing_package_is_named(monkeypatch: pytest.MonkeyPatch) -> None:
