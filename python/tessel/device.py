@@ -233,23 +233,11 @@ class Device(Core):
         >>> bool(0.7 < curve.cross[0] < 1.3 and abs(curve.cross[-1]) < 0.2)  # one molecule in the focus
         True
         """
-        self._check_channel(chan1, "chan1")
-        self._check_channel(chan2, "chan2")
         shortest = picoseconds(min_lag, "min_lag")
         longest = self._tenth(duration) if max_lag is None else picoseconds(max_lag, "max_lag")
-        if longest <= shortest:
-            raise ValueError(f"max_lag: above min_lag, not {longest} ps")
-        if not 1 <= steps <= 1_000_000:
-            raise ValueError(f"steps: from 1 to 1000000, not {steps}")
         _one_of(norm, ("symmetric", "mean"), "norm")
         _one_of(later_channel, ("both", "chan1", "chan2"), "later_channel")
-        count = ctypes.c_uint64()
-        name = "setFFCSParams" if fast else "setFCSParams"
-        self._set(name, chan1, chan2, ctypes.byref(count), float(shortest), float(longest), steps)
-        self._set("tessel_setCorrelationFromStart", 1)
-        points = count.value
-        if points == 0:
-            raise ValueError("min_lag, max_lag: no bin of the resolution lies between them")
+        points = self._set_fcs(chan1, chan2, shortest, longest, steps, fast)
         values = np.full((3, points + 1), np.nan)
         lags = np.zeros(points)
         parameters: Dict[str, Any] = {"chan1": chan1, "chan2": chan2, "min_lag": shortest, "max_lag": longest}
@@ -268,6 +256,22 @@ class Device(Core):
             capi.getCorrelation(self._wide, ms, 0, save, values, lags, memory.finished)
 
         return self._begin("fcs", parameters, Memory(values=values, lags=lags), start, build, duration, record)
+
+    def _set_fcs(self, chan1: int, chan2: int, shortest: int, longest: int, steps: int, fast: bool) -> int:
+        """How many bins there will be."""
+        self._check_channel(chan1, "chan1")
+        self._check_channel(chan2, "chan2")
+        if longest <= shortest:
+            raise ValueError(f"max_lag: above min_lag, not {longest} ps")
+        if not 1 <= steps <= 1_000_000:
+            raise ValueError(f"steps: from 1 to 1000000, not {steps}")
+        count = ctypes.c_uint64()
+        name = "setFFCSParams" if fast else "setFCSParams"
+        self._set(name, chan1, chan2, ctypes.byref(count), float(shortest), float(longest), steps)
+        self._set("tessel_setCorrelationFromStart", 1)
+        if count.value == 0:
+            raise ValueError("min_lag, max_lag: no bin of the resolution lies between them")
+        return count.value
 
     def _tenth(self, duration: Optional[Time]) -> int:
         if self.is_file:

@@ -36,11 +36,11 @@ _ENDINGS_IN: Dict[str, Tuple[str, str]] = {
 _ENDINGS_OUT: Dict[str, Tuple[str, str]] = {
     ".h5": ("photon_hdf5", "Writer"),
     ".hdf5": ("photon_hdf5", "Writer"),
-    ".npz": ("tables", "NpzWriter"),
-    ".csv": ("tables", "CsvWriter"),
-    ".u64": ("tables", "BinaryWriter"),
-    ".parquet": ("tables", "ArrowWriter"),
-    ".arrow": ("tables", "ArrowWriter"),
+    ".npz": ("table_writers", "NpzWriter"),
+    ".csv": ("table_writers", "CsvWriter"),
+    ".u64": ("table_writers", "BinaryWriter"),
+    ".parquet": ("table_writers", "ArrowWriter"),
+    ".arrow": ("table_writers", "ArrowWriter"),
 }
 
 
