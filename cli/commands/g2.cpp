@@ -15,6 +15,7 @@
 #include <array>
 #include <limits>
 #include <memory>
+#include <utility>
 
 namespace Tessel::Cli {
 
@@ -127,12 +128,13 @@ void take(G2 &g2, const G2Options &options)
 
 void load(G2 &g2, const G2Options &options, const boost::json::object &result)
 {
-    shape(g2, result.at("binWidthPs").to_number<uint64_t>(), result.at("bins").to_number<uint64_t>() / 2);
-    g2.Pairs = numbersIn(result.at("pairs"));
+    std::vector<uint64_t> pairs = numbersIn(result.at("pairs"));
+    if (pairs.size() != result.at("bins").to_number<uint64_t>() || pairs.size() % 2 != 0)
+        throw Failure(Exit::Failed, "the result has other bins than pairs");
+    shape(g2, result.at("binWidthPs").to_number<uint64_t>(), pairs.size() / 2);
+    g2.Pairs = std::move(pairs);
     g2.Values.resize(2 * g2.NumBins);
     g2.Sigmas.resize(2 * g2.NumBins);
-    if (g2.Pairs.size() != g2.Values.size())
-        throw Failure(Exit::Failed, "the result has other bins than pairs");
     g2.SelfPairs = result.at("selfPairs").to_number<uint64_t>();
     const std::vector<uint64_t> spans = numbersIn(result.at("channelSpansPs"));
     g2.ChannelSpansPs = {spans.at(0), spans.at(1)};

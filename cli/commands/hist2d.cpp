@@ -229,7 +229,10 @@ Hist2d hist2dIn(const boost::json::object &result)
                                   .OffsetXPs = recovery.at("offsetXPs").to_number<uint64_t>(),
                                   .OffsetYPs = recovery.at("offsetYPs").to_number<uint64_t>()},
                      .Counts = {}};
-    for (const auto &row : result.at("counts").as_array()) {
+    const auto &rows = result.at("counts").as_array();
+    if (rows.size() != histogram.Y.NumBins)
+        throw Failure(Exit::Failed, "the result has another number of counts");
+    for (const auto &row : rows) {
         const std::vector<uint32_t> counts = countsIn(row, histogram.X.NumBins);
         histogram.Counts.insert(histogram.Counts.end(), counts.begin(), counts.end());
     }

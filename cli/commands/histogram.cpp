@@ -246,7 +246,10 @@ Histogram histogramIn(const boost::json::object &result)
                         .SyncPeriodPs = meanSyncPeriod(result.at("files").as_array()),
                         .Counts = {}};
     if (!result.at("refChan").is_null()) histogram.RefChan = result.at("refChan").to_number<int>();
-    for (const auto &channel : result.at("channels").as_array()) {
+    const auto &channels = result.at("channels").as_array();
+    if (channels.size() != result.at("rows").as_array().size())
+        throw Failure(Exit::Failed, "the result has other channels than rows");
+    for (const auto &channel : channels) {
         const std::vector<uint32_t> counts = countsIn(channel.at("counts"), histogram.NumBins);
         histogram.Counts.insert(histogram.Counts.end(), counts.begin(), counts.end());
     }

@@ -196,6 +196,8 @@ def batch(
     ((3, 32768), 2, ())
     """
     made = read_job(job)
+    if isinstance(files, (str, os.PathLike)):
+        raise TypeError("files: a list of recordings is wanted, not one path")
     paths = [os.path.abspath(each) for each in files]
     tell: Progress = progress or (lambda done, total: None)
     if client is not None:

@@ -131,6 +131,9 @@ TEST(SeveralFiles, KeepTheirLossesAndSayWhereASumIsNone)
     write(folder, "less.json", less);
     less["files"] = boost::json::array();
     write(folder, "none.json", less);
+    boost::json::object rows = json(folder, "histogram b.tgx --ref-chan 1 --bins 9");
+    rows["rows"].as_array().resize(9, rows["rows"].at(0));
+    write(folder, "rows.json", rows);
     const struct
     {
         int Code;
@@ -146,6 +149,7 @@ TEST(SeveralFiles, KeepTheirLossesAndSayWhereASumIsNone)
         {1, "merge a.json b.json", "it is of another job: parameters.window: \"97ns\" against \"98ns\""},
         {1, "merge a.json broken.json", "broken.json: can't be added: pairs: "},
         {0, "merge less.json", ""},
+        {1, "merge rows.json", "other channels than rows"},
         {1, "merge none.json", "none.json: not as the program writes it: no files"},
         {2, "merge a.tgx", "a.tgx: line 1, column 1: not JSON"},
         {2, "merge a.json -o a.json", "-o"},
