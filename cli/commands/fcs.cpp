@@ -1,6 +1,7 @@
 // `tessel fcs`: auto- and cross-correlation of two channels in logarithmic bins.
 #include "commands/commands.h"
 #include "commands/fcs_curves.h"
+#include "commands/result_head.h"
 #include "commands/several.h"
 #include "program/output.h"
 #include "program/units.h"

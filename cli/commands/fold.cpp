@@ -2,6 +2,7 @@
 // one.
 #include "commands/commands.h"
 #include "commands/phase_sums.h"
+#include "commands/result_head.h"
 #include "commands/several.h"
 #include "program/console.h"
 #include "program/exit_codes.h"

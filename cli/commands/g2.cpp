@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/doubts.h"
 #include "commands/pair_counts.h"
+#include "commands/result_head.h"
 #include "commands/several.h"
 #include "program/exit_codes.h"
 #include "program/output.h"

@@ -1,6 +1,7 @@
 // `tessel hist2d`: pairs of events by the delays of both.
 #include "commands/commands.h"
 #include "commands/doubts.h"
+#include "commands/result_head.h"
 #include "commands/several.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"

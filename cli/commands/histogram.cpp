@@ -3,6 +3,7 @@
 
 #include "commands/commands.h"
 #include "commands/doubts.h"
+#include "commands/result_head.h"
 #include "commands/several.h"
 #include "program/console.h"
 #include "program/exit_codes.h"

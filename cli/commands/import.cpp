@@ -33,35 +33,38 @@ void writeSorted(ImportFiles &files, TimeOrder &order)
     writeWords(files);
 }
 
-// Every row in its place; only with --sort there is anything to sort.
+// A block; only with --sort there is anything to sort.
+void writeRows(ImportFiles &files, TimeOrder &order, const ScaledRows &rows)
+{
+    for (size_t i = 0; i < rows.From.Count; ++i) {
+        const uint32_t channel = rows.From.Channels.empty() ? 0 : rows.From.Channels[i];
+        const auto dtime = rows.Dtimes.empty() ? 0 : static_cast<uint32_t>(rows.Dtimes[i]);
+        if (order.Span == 0)
+            addEvent(files, rows.Times[i], channel, dtime);
+        else
+            addRow(order, {rows.Times[i], channel, dtime});
+    }
+    makeReady(order);
+    writeSorted(files, order);
+}
+
 void writeTable(Imported &imported)
 {
     Progress progress("write");
-    // A shift by a part of a unit may round a step up by one.
-    TimeOrder order{.Span = imported.Found.LargestStep + (imported.Found.LargestStep > 0)};
-    ImportFiles &files = imported.Files;
+    TimeOrder order{.Span = imported.Found.LargestStep};
     ScaledRows rows;
     uint64_t events = 0;
     rewind(imported.Table);
     while (nextScaled(imported.Table, imported.Scaling, rows)) {
         stopIfInterrupted();
-        for (size_t i = 0; i < rows.From.Count; ++i) {
-            const uint32_t channel = rows.From.Channels.empty() ? 0 : rows.From.Channels[i];
-            const auto dtime = rows.Dtimes.empty() ? 0 : static_cast<uint32_t>(rows.Dtimes[i]);
-            if (order.Span == 0)
-                addEvent(files, rows.Times[i], channel, dtime);
-            else
-                addRow(order, {rows.Times[i], channel, dtime});
-        }
-        makeReady(order);
-        writeSorted(files, order);
+        writeRows(imported.Files, order, rows);
         events += rows.From.Count;
         showProgress(progress, fractionRead(imported.Table), events);
     }
     if (events != imported.Found.Events)
         throw Failure(Exit::Failed, fmt::format("{}: changed while it was read", imported.Table.Shown));
     finish(order);
-    writeSorted(files, order);
+    writeSorted(imported.Files, order);
 }
 
 // Of the first row; the table begins anew after it.

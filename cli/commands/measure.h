@@ -141,27 +141,6 @@ std::string helpText(const ResultHelp &help);
 // How many records, how fast.
 void noteSpeed(const Outcome &outcome);
 
-// The first comment lines of a CSV, and the last one: how much was read.
-std::vector<std::string> firstNotes(const Measured &measured, std::string_view schema);
-std::string lastNote(const Measured &measured);
-
-// The keys that every result begins with: schema, program, job, file, device, mode, and chain if there is one.
-boost::json::object recordingKeys(const Measured &measured, std::string_view schema);
-
-// The same, rows, run, notes, files, of an instrument live, and recorded if the run writes a recording.
-boost::json::object firstKeys(const Measured &measured, std::string_view schema);
-
-boost::json::object ratesJson(const CountRates &rates);
-
-// What is in the recording that the run writes: file, bytes, closed.
-boost::json::object recordedJson(const Measured &measured);
-
-uint64_t total(std::span<const uint32_t> counts);
-
-// The rows of a result: row, name, total, counts.
-using RowCounts = std::function<std::span<const uint32_t>(int64_t row)>;
-boost::json::array channelsJson(const Recording &recording, const RowCounts &countsOf);
-
 // Nothing was counted; a value that is infinite or no number counts as none.
 bool isAllZero(std::span<const uint32_t> counts);
 bool isAllZero(std::span<const double> values);

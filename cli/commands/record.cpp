@@ -1,6 +1,7 @@
 // `tessel record`: what an instrument sends, in a file.
 #include "commands/commands.h"
 #include "commands/event_counter.h"
+#include "commands/result_head.h"
 #include "commands/shown_run.h"
 #include "program/exit_codes.h"
 #include "program/frame_table.h"

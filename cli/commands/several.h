@@ -2,6 +2,7 @@
 #pragma once
 
 #include "commands/measure.h"
+#include "commands/result_head.h"
 
 #include <boost/json/object.hpp>
 

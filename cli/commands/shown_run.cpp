@@ -1,6 +1,7 @@
 // The main thread's.
 #include "commands/shown_run.h"
 
+#include "commands/result_head.h"
 #include "commands/updates.h"
 #include "program/console.h"
 #include "program/exit_codes.h"

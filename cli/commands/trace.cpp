@@ -1,6 +1,7 @@
 // `tessel trace`: counts of every channel in bins of time.
 #include "commands/commands.h"
 #include "commands/doubts.h"
+#include "commands/result_head.h"
 #include "commands/several.h"
 #include "program/exit_codes.h"
 #include "program/growing.h"

@@ -4,6 +4,7 @@
 #include "commands/event_form.h"
 #include "commands/event_plot.h"
 #include "commands/measure.h"
+#include "commands/result_head.h"
 #include "commands/shown_run.h"
 #include "program/console.h"
 #include "program/exit_codes.h"
@@ -198,15 +199,29 @@ void unfoldInto(Unfolded &unfolded, Measured &measured, std::optional<OutputFile
         [&] { return writeBlock(unfolded, stream); });
 }
 
-int runUnfold(const UnfoldOptions &options, const HostOptions &host)
+Unfolded roomFor(const UnfoldOptions &options)
 {
-    const ResultOptions &result = options.Measure.Result;
-    checkPlot(result.Plot);
     Unfolded unfolded;
     unfolded.As = formOf(options);
     unfolded.Overflows = options.Overflows;
     for (auto *times : {&unfolded.Times, &unfolded.BlockTimes}) times->resize(capacity);
     for (auto *channels : {&unfolded.Channels, &unfolded.BlockChannels}) channels->resize(capacity);
+    return unfolded;
+}
+
+void finish(OutputFile &stream, const Unfolded &unfolded, const Measured &measured,
+            const UnfoldOptions &options)
+{
+    write(stream, ending(unfolded, measured, options.Measure.Chain));
+    if (unfolded.As == EventForm::Npy) patchHeader(unfolded, stream);
+    complete(stream);
+}
+
+int runUnfold(const UnfoldOptions &options, const HostOptions &host)
+{
+    const ResultOptions &result = options.Measure.Result;
+    checkPlot(result.Plot);
+    Unfolded unfolded = roomFor(options);
     const bool hasSide = unfolded.As == EventForm::Binary && !isStandardOutput(result.File);
     const std::string side = hasSide ? result.File + ".json" : "";
     const Session session(host);
@@ -224,11 +239,7 @@ int runUnfold(const UnfoldOptions &options, const HostOptions &host)
         throw;
     }
     lookBack(measured);
-    if (stream) {
-        write(*stream, ending(unfolded, measured, options.Measure.Chain));
-        if (unfolded.As == EventForm::Npy) patchHeader(unfolded, *stream);
-        complete(*stream);
-    }
+    if (stream) finish(*stream, unfolded, measured, options);
     if (!side.empty()) writeResult(side, jsonText(sideFile(unfolded, measured)));
     noteSpeed(measured.Run);
     if (!result.Plot.File.empty()) drawResult(result, eventPlot(unfolded.First, measured.From));
