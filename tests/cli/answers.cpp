@@ -90,9 +90,7 @@ TEST(Answers, RefuseWhatIsWrong)
         {1, "chain t2.tgx --chain " + gates, ": the library refuses it"},
     };
     for (const auto &row : cases) {
-        const Ended ended = run(folder, row.Line);
-        EXPECT_EQ(ended.Code, row.Code) << row.Line << "\n" << ended.Err;
-        EXPECT_TRUE(contains(ended.Err, row.Message)) << row.Line << "\n" << ended.Err;
+        const Ended ended = answered(folder, row.Line, row.Code, row.Message);
         EXPECT_EQ(ended.Out, "") << row.Line;
     }
     EXPECT_FALSE(std::filesystem::exists(folder.file("x.tgx")));
@@ -150,14 +148,10 @@ TEST(Answers, WarnOfWhatHasNoEffect)
         {"chain t2.tgx --chain coincidence(1,2;1ns;average)", "dropped without keep"},
     };
     for (const auto &row : cases) {
-        const Ended ended = run(folder, std::string(row.Line) + " -q");
-        EXPECT_EQ(ended.Code, 0) << row.Line << "\n" << ended.Err;
-        EXPECT_TRUE(contains(ended.Err, row.Warning)) << row.Line << "\n" << ended.Err;
+        const Ended ended = answered(folder, std::string(row.Line) + " -q", 0, row.Warning);
         EXPECT_EQ(contains(ended.Err, "tessel: warning: "), *row.Warning != '\0') << row.Line << ended.Err;
     }
-    const Ended ended = run(folder, "fcs t2.tgx --chan1 0");
-    EXPECT_EQ(ended.Code, 4);
-    EXPECT_TRUE(contains(ended.Err, "the curve auto1 has no value")) << ended.Err;
+    answered(folder, "fcs t2.tgx --chan1 0", 4, "the curve auto1 has no value");
 }
 
 TEST(Answers, HelpAndVersionAreResults)

@@ -326,10 +326,8 @@ TEST(Order, EventsThatGoBackAreTold)
         .tag("TTResult_NumberOfRecords", words.size())
         .records(words)
         .write((folder.path() / "back.tgx").string());
-    const Ended ended = run(folder, "trace back.tgx --json");
-    EXPECT_EQ(ended.Code, 4);
-    EXPECT_TRUE(contains(ended.Err, "9 events after a later one, by up to 100 ns: --sort 100000ps"))
-        << ended.Err;
+    const Ended ended = answered(folder, "trace back.tgx --json", 4,
+                                 "9 events after a later one, by up to 100 ns: --sort 100000ps");
     const auto result = boost::json::parse(ended.Out);
     EXPECT_EQ(result.at("run").at("stepsBack"), 9);
     EXPECT_EQ(result.at("run").at("largestStepPs"), 100'000);

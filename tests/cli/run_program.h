@@ -106,6 +106,16 @@ inline bool contains(const std::string &text, std::string_view part)
     return text.find(part) != std::string::npos;
 }
 
+// Runs what has to end with this code and to say this.
+inline Ended answered(const TempFolder &folder, const auto &lineOrWords, int code, std::string_view message)
+{
+    Ended ended = run(folder, lineOrWords);
+    const std::string about = testing::PrintToString(lineOrWords) + "\n" + ended.Err;
+    EXPECT_EQ(ended.Code, code) << about;
+    EXPECT_TRUE(contains(ended.Err, message)) << message << "\n" << about;
+    return ended;
+}
+
 // All numbers of an array and of those in it.
 inline std::vector<double> numbers(const boost::json::value &value)
 {
