@@ -106,7 +106,7 @@ void startNext(Batch &batch, const BatchOptions &options, const std::string &fol
 {
     BatchItem &item = batch.Items[batch.Next++];
     try {
-        item.Result = placeOf(folder, item.File, batch.What);
+        item.Result = resultPath(folder, item.File, batch.What);
         if (!options.Again && isKept(item, batch.What)) {
             item.State = BatchState::Kept;
             return;

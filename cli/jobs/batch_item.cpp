@@ -105,7 +105,7 @@ std::string_view stateText(BatchState state)
     return "waiting";
 }
 
-std::string placeOf(const std::string &folder, const std::string &file, const Job &job)
+std::string resultPath(const std::string &folder, const std::string &file, const Job &job)
 {
     constexpr size_t longestStem = 200; // of 255 bytes that a name may have
     const FileMark mark = markOf(file);

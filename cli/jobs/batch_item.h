@@ -30,7 +30,7 @@ std::string_view stateText(BatchState state);
 
 // Where the result of a job on a recording is kept: another recording, job or version of the program has
 // another place. Without the recording it throws Failure.
-std::string placeOf(const std::string &folder, const std::string &file, const Job &job);
+std::string resultPath(const std::string &folder, const std::string &file, const Job &job);
 
 // Takes what the table says from a result; false: it is none of this job.
 bool takeResult(BatchItem &item, std::string_view text, const Job &job);

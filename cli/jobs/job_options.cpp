@@ -18,41 +18,41 @@ namespace {
 namespace json = boost::json;
 
 // A key of a job whose value becomes the text of an option.
-struct Place
+struct JobKey
 {
     const std::string &File;
-    std::string Key; // "parameters.window"
+    std::string Name; // "parameters.window"
 
     [[noreturn]] void fail(std::string_view what) const
     {
-        throw Failure(Exit::Usage, fmt::format("{}: {}: {}", visibleText(File), visibleText(Key), what));
+        throw Failure(Exit::Usage, fmt::format("{}: {}: {}", visibleText(File), visibleText(Name), what));
     }
 };
 
 // A parser would take the next word for an empty text.
-std::string textOf(const json::value &value, const Place &place)
+std::string textOf(const json::value &value, const JobKey &key)
 {
     if (value.is_double()) return fmt::format("{}", value.get_double());
     if (value.is_number()) return json::serialize(value);
-    if (!value.is_string()) place.fail("a text or a number is expected");
+    if (!value.is_string()) key.fail("a text or a number is expected");
     const std::string text(value.get_string());
-    if (text.empty() || text.find('\0') != text.npos) place.fail("the text is empty, or has a zero in it");
+    if (text.empty() || text.find('\0') != text.npos) key.fail("the text is empty, or has a zero in it");
     return text;
 }
 
 void addWord(std::vector<std::string> &words, const CLI::Option &option, const json::value &value,
-             const Place &place)
+             const JobKey &key)
 {
     const std::string name = "--" + option.get_lnames().front();
     const OptionKind kind = kindOf(option);
     if (kind == OptionKind::Flag) {
-        if (!value.is_bool()) place.fail("true or false is expected");
+        if (!value.is_bool()) key.fail("true or false is expected");
         if (value.get_bool()) words.push_back(name);
     } else if (kind == OptionKind::Several) {
-        if (!value.is_array()) place.fail("a list of texts is expected");
-        for (const json::value &each : value.get_array()) words.push_back(name + "=" + textOf(each, place));
+        if (!value.is_array()) key.fail("a list of texts is expected");
+        for (const json::value &each : value.get_array()) words.push_back(name + "=" + textOf(each, key));
     } else {
-        words.push_back(name + "=" + textOf(value, place));
+        words.push_back(name + "=" + textOf(value, key));
     }
 }
 
@@ -69,6 +69,38 @@ std::vector<std::string> parametersOf(const CLI::App &command)
     for (const CLI::Option *option : command.get_options())
         if (isParameter(*option)) names.push_back(option->get_lnames().front());
     return names;
+}
+
+// Those of the job's source that the measuring command has.
+void addSourceWords(std::vector<std::string> &words, const Job &job, const CLI::App &command,
+                    const CLI::App *given, bool ofInstrument, const std::string &file)
+{
+    for (const auto &member : job.Source) {
+        const std::string name(member.key());
+        const CLI::Option *option = command.get_option_no_throw("--" + name);
+        if (!option) continue; // sim and device
+        std::vector<std::string> these;
+        addWord(these, *option, member.value(), {file, "source." + name}); // what is passed over is checked too
+        const bool isPassedOver =
+            (isOfInstrument(name) && !ofInstrument) || (name != "set" && given && isGiven(*given, name));
+        if (!isPassedOver) words.insert(words.end(), these.begin(), these.end());
+    }
+}
+
+void addParameterWords(std::vector<std::string> &words, const Job &job, const CLI::App &command,
+                       const std::string &file)
+{
+    const std::vector<std::string> known = parametersOf(command);
+    for (const auto &member : job.Parameters) {
+        const std::string name(member.key());
+        const JobKey key{file, "parameters." + name};
+        if (std::ranges::find(known, name) == known.end()) {
+            const std::string nearest = nearestName(name, known);
+            key.fail(fmt::format("tessel {} has no such option{}", job.Measurement,
+                                 nearest.empty() ? "" : fmt::format("; did you mean {}?", nearest)));
+        }
+        addWord(words, *command.get_option_no_throw("--" + name), member.value(), key);
+    }
 }
 
 json::value valueOf(const CLI::Option &option)
@@ -93,29 +125,9 @@ std::vector<std::string> wordsOf(const Job &job, const CLI::App &command, const 
                                  bool ofInstrument, const std::string &name)
 {
     std::vector<std::string> words;
-    for (const auto &member : job.Source) {
-        const std::string key(member.key());
-        const Place place{name, "source." + key};
-        const CLI::Option *option = command.get_option_no_throw("--" + key);
-        if (!option) continue; // sim and device
-        std::vector<std::string> these;
-        addWord(these, *option, member.value(), place); // what is passed over is checked too
-        const bool isPassedOver =
-            (isOfInstrument(key) && !ofInstrument) || (key != "set" && given && isGiven(*given, key));
-        if (!isPassedOver) words.insert(words.end(), these.begin(), these.end());
-    }
+    addSourceWords(words, job, command, given, ofInstrument, name);
     if (!job.Chain.empty()) words.push_back("--chain=" + chainText(job.Chain));
-    const std::vector<std::string> known = parametersOf(command);
-    for (const auto &member : job.Parameters) {
-        const std::string key(member.key());
-        const Place place{name, "parameters." + key};
-        if (std::ranges::find(known, key) == known.end()) {
-            const std::string nearest = nearestName(key, known);
-            place.fail(fmt::format("tessel {} has no such option{}", job.Measurement,
-                                   nearest.empty() ? "" : fmt::format("; did you mean {}?", nearest)));
-        }
-        addWord(words, *command.get_option_no_throw("--" + key), member.value(), place);
-    }
+    addParameterWords(words, job, command, name);
     return words;
 }
 

@@ -1,4 +1,4 @@
-// Losses as the program tells them. The main thread's.
+// Losses as the program says them. The main thread's.
 #include "program/losses.h"
 
 #include "program/session.h"

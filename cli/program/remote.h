@@ -14,7 +14,7 @@ namespace Tessel::Cli {
 void addHostOption(CLI::App &command, std::string &server);
 
 // Asks the server for its instruments; a second time, what they are set to now. Throws Failure: of usage if the
-// text is no address, NoDevice if the server can't be reached. A warning tells of one that isn't given.
+// text is no address, NoDevice if the server can't be reached. A warning names one that isn't given.
 void connectServer(const std::string &server);
 
 // Ids of the devices of other computers.

@@ -42,7 +42,7 @@ struct MadeRow
     std::string Name, Column; // "Channel 3, merge 1+2", "ch3_merge"
 };
 
-// Whether the header tells of all that the file holds.
+// Whether the header knows of all that the file holds.
 enum class Ending {
     Closed,
     NotClosed, // the header is as at the recording's start: it has no count
