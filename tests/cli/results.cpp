@@ -1,5 +1,5 @@
 // Results of the program: their forms, and what goes where.
-#include "commands/histogram.h"
+#include "commands/histogram_result.h"
 #include "run_program.h"
 
 #include <fmt/format.h>

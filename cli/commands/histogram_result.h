@@ -1,8 +1,10 @@
-// The result of `tessel histogram` as text: CSV and JSON.
+// The result of `tessel histogram`: as CSV, JSON and plot, and read back.
 #pragma once
 
 #include "commands/measure.h"
+#include "program/plot.h"
 
+#include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 
 #include <cstdint>
@@ -11,6 +13,8 @@
 #include <vector>
 
 namespace Tessel::Cli {
+
+constexpr const char *histogramSchema = "tessel.histogram/1";
 
 // Counts by row and bin; row 0 is the sync, row n input channel n.
 struct Histogram
@@ -29,5 +33,15 @@ struct Histogram
 
 std::string histogramCsv(const Histogram &histogram, const Measured &measured);
 boost::json::object histogramJson(const Histogram &histogram, const Measured &measured);
+Plot histogramPlot(const Recording &recording, const Histogram &histogram);
+
+// What a result has. Throws Failure.
+Histogram histogramIn(const boost::json::object &result);
+
+// Of results that were added up: their sync periods differ.
+std::vector<std::string> notesOnPeriods(const boost::json::array &files);
+
+// Up to the last that has a count.
+size_t usedBins(std::span<const uint32_t> counts);
 
 } // namespace Tessel::Cli
