@@ -39,6 +39,9 @@ protected:
     {
         const auto data = std::filesystem::path(TESSEL_TEST_DATA) / name;
         if (!exists(data / "reference.json")) GTEST_SKIP() << "the recording is not at hand";
+#ifdef __SANITIZE_THREAD__
+        GTEST_SKIP() << "takes minutes under the thread sanitizer, which sees the same threads elsewhere";
+#endif
         known = boost::json::parse(contents((data / "reference.json").string())).as_object();
         std::filesystem::create_directory_symlink(data, folder.path() / name);
         imported = json(folder, importCommand(name));
