@@ -27,10 +27,11 @@ namespace {
     throw Failure(code, fmt::format("{}: {}", shown, std::strerror(error)));
 }
 
+// A pipe is opened without waiting for its writer: readSome() does, and a signal ends that.
 int openSource(const std::string &path, const std::string &shown)
 {
     const int file = path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
-                                 : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+                                 : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (file < 0) failOn(shown, errno, Exit::NoDevice);
     return file;
 }

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <random>
+#include <sys/stat.h>
 
 using namespace TestSupport;
 
@@ -263,4 +264,20 @@ TEST(Import, RefusesWhatIsWrong)
             EXPECT_NE(file.path().extension(), ".tgx") << given.Line;
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 10) << given.Line;
     }
+}
+
+TEST(Import, EndsByCtrlCWhileNobodyWritesToItsPipe)
+{
+    const TempFolder folder;
+    const std::string pipe = folder.file("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const Started waiting = start(folder, "import own.tgx pipe");
+    const Ended ended = waiting.interruptWhen([&] {
+        std::error_code gone; // the program opens and closes others meanwhile
+        for (const auto &file :
+             std::filesystem::directory_iterator(fmt::format("/proc/{}/fd", waiting.Id), gone))
+            if (std::filesystem::read_symlink(file.path(), gone) == pipe) return true;
+        return false;
+    });
+    EXPECT_EQ(ended.Code, 130) << ended.Err;
 }
