@@ -15,8 +15,8 @@ namespace Bench {
 inline constexpr uint32_t Inputs = 4;
 
 // `perMille` of the words are overflow records, at random places; a few are markers. T3: any dtime is as likely
-// as any other, and sync numbers don't decrease. T2: a sync in eight events, 2048 units of time from event to
-// event.
+// as any other. T2: a sync in eight events, 2048 units of time from event to event. Neither times nor sync
+// numbers decrease.
 inline std::vector<uint32_t> wordStream(Tessel::MeasMode mode, uint64_t count, uint32_t perMille)
 {
     constexpr uint32_t special = 1u << 31, overflow = special | 63u << 25 | 1;
@@ -28,7 +28,10 @@ inline std::vector<uint32_t> wordStream(Tessel::MeasMode mode, uint64_t count, u
     for (uint32_t &word : words) {
         const uint32_t kind = random() % 1000;
         nsync = kind < perMille ? 0 : std::min<uint32_t>(nsync + random() % syncs, 1023);
-        time = isT2 ? (time + random() % 4096) & 0x1FFFFFF : (random() << 10 & 0x1FFFC00) | nsync;
+        if (isT2)
+            time = kind < perMille ? 0 : std::min<uint32_t>(time + random() % 4096, 0x1FFFFFF);
+        else
+            time = (random() << 10 & 0x1FFFC00) | nsync;
         if (kind < perMille)
             word = overflow;
         else if (kind == 999)
