@@ -221,7 +221,7 @@ def open(  # noqa: A001 - tessel.open is meant to read like open
 
 def _open_file(path: Path) -> Device:
     absolute = path.absolute()
-    text, folder = _unique_name(absolute)
+    text, folder = _plain_name(absolute)
     header = _library.file_text(capi.tessel_getFileTags, str(text))
     if not 0 < header["dataStart"] <= header["fileSize"]:
         raise DeviceError(f"{path}: isn't a recording (its header can't be read)")
@@ -235,22 +235,16 @@ def _open_file(path: Path) -> Device:
     return Device(buffer.value.decode(), absolute, folder, header)
 
 
-def _unique_name(path: Path) -> Tuple[Path, Optional[Any]]:
-    """The library knows a recording by the name of its file, and takes a backslash for a separator. A name that is
-    open already, or that it can't take, gets another one by a link in a folder of its own, which is returned too."""
-    taken = {each.rsplit("@", 1)[-1] for each in _library.text_of(capi.TEXT_DEVICE_IDS)}
+def _plain_name(path: Path) -> Tuple[Path, Optional[Any]]:
+    """The library takes a backslash for a separator, and a name as UTF-8. A name that it can't take gets another one
+    by a link in a folder of its own, which is returned too."""
     try:
-        is_plain = "\\" not in str(path) and bool(str(path).encode("utf-8"))
+        if "\\" not in str(path) and str(path).encode("utf-8"):
+            return path, None
     except UnicodeEncodeError:
-        is_plain = False
-    if is_plain and path.name not in taken:
-        return path, None
+        pass
     folder = tempfile.TemporaryDirectory(prefix="tessel-")
-    stem = path.stem if is_plain else "recording"
-    number = 2
-    while f"{stem}~{number}.tgx" in taken:
-        number += 1
-    link = Path(folder.name) / f"{stem}~{number}.tgx"
+    link = Path(folder.name) / "recording.tgx"
     link.symlink_to(path)
     losses = path.with_suffix(".losses.json")
     if losses.exists():
